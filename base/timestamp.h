@@ -1,0 +1,16 @@
+// The library's clock.
+
+#ifndef BASE_TIMESTAMP_H_
+#define BASE_TIMESTAMP_H_
+
+#include <cstdint>
+
+namespace Corvan {
+
+// Milliseconds since the Unix epoch, never earlier than the call before it, even when the system's
+// clock is set back. May be called from any thread.
+int64_t Timestamp();
+
+}  // namespace Corvan
+
+#endif  // BASE_TIMESTAMP_H_

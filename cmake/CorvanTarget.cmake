@@ -1,0 +1,15 @@
+# What every target of the project is compiled with.
+function(corvan_target target)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
+    "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/="
+    $<$<BOOL:${CORVAN_WERROR}>:-Werror>)
+  if(CORVAN_SANITIZE)
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${CORVAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PUBLIC -fsanitize=${CORVAN_SANITIZE})
+  endif()
+endfunction()

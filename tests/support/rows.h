@@ -1,0 +1,19 @@
+#ifndef TESTS_SUPPORT_ROWS_H_
+#define TESTS_SUPPORT_ROWS_H_
+
+#include <string>
+#include <vector>
+
+namespace corvan_test {
+
+// The rows of a query, through a connection of its own to the file, so that only what is committed
+// is seen. Each row is its columns joined by "|"; SQL NULL reads "NULL". Throws std::runtime_error,
+// with SQLite's text, when the statement fails.
+std::vector<std::string> rows(const std::string& file, const std::string& sql);
+
+// Runs a statement that changes the file, through a connection of its own.
+void plant(const std::string& file, const std::string& sql);
+
+}  // namespace corvan_test
+
+#endif  // TESTS_SUPPORT_ROWS_H_

@@ -1,0 +1,93 @@
+// Stands between the store and SQLite: the linker sends the calls named here to the __wrap_
+// functions and gives these the library's own as __real_ functions.
+
+#include "tests/support/sqlite_ledger.h"
+
+#include <sqlite3.h>
+
+#include <mutex>
+#include <utility>
+
+namespace {
+
+std::mutex mutex;  // guards what follows
+std::vector<std::string> ledger;
+sqlite3* connection = nullptr;
+
+void note(const char* sql) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ledger.emplace_back(sql);
+}
+
+}  // namespace
+
+extern "C" {
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
+int __real_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs);
+int __real_sqlite3_close(sqlite3* db);
+int __real_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** stmt,
+                              const char** tail);
+int __real_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
+                        char** error);
+
+int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs);
+int __wrap_sqlite3_close(sqlite3* db);
+int __wrap_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** stmt,
+                              const char** tail);
+int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
+                        char** error);
+
+int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs) {
+  const int rc = __real_sqlite3_open_v2(file, db, flags, vfs);
+  const std::lock_guard<std::mutex> lock(mutex);
+  connection = *db;
+  return rc;
+}
+
+int __wrap_sqlite3_close(sqlite3* db) {
+  const int rc = __real_sqlite3_close(db);
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (rc == SQLITE_OK && db == connection) connection = nullptr;
+  return rc;
+}
+
+int __wrap_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** stmt,
+                              const char** tail) {
+  note(sql);
+  return __real_sqlite3_prepare_v2(db, sql, size, stmt, tail);
+}
+
+int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
+                        char** error) {
+  note(sql);
+  return __real_sqlite3_exec(db, sql, callback, context, error);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+}  // extern "C"
+
+namespace corvan_test {
+
+std::vector<std::string> take_ledger() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return std::exchange(ledger, {});
+}
+
+int open_statements() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  int count = 0;
+  if (connection == nullptr) return count;
+  for (sqlite3_stmt* stmt = sqlite3_next_stmt(connection, nullptr); stmt != nullptr;
+       stmt = sqlite3_next_stmt(connection, stmt)) {
+    ++count;
+  }
+  return count;
+}
+
+bool in_transaction() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return connection != nullptr && sqlite3_get_autocommit(connection) == 0;
+}
+
+}  // namespace corvan_test
