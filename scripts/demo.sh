@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the tool, imports a conversation log into a new store and shows
+# what is in it. Usage: demo.sh [--user ID] [FILE...]
+# Without a FILE a made-up log is imported; the user of the files is "me" unless named.
+set -euo pipefail
+
+user=me
+if [ "${1:-}" = --user ]; then
+  [ $# -ge 2 ] || { echo "demo.sh: --user needs an id" >&2; exit 2; }
+  user=$2
+  shift 2
+fi
+files=()
+for file in "$@"; do
+  [ -r "$file" ] || { echo "demo.sh: $file: cannot be read" >&2; exit 2; }
+  files+=("$(realpath "$file")")
+done
+cd "$(dirname "$0")/.."
+
+bash scripts/install.sh build tools
+cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_BUILD_TESTS=OFF
+cmake --build build/demo --target corvan
+corvan=build/demo/tools/corvan
+store=build/demo/store
+
+rm -rf "$store"
+mkdir -p "$store"
+if [ ${#files[@]} = 0 ]; then
+  bash scripts/sample_log.sh >build/demo/sample.jsonl
+  files=(build/demo/sample.jsonl)
+fi
+
+show() {
+  printf '\n$ %s\n' "$*"
+  "$@"
+}
+show "$corvan" import "$store" --user "$user" "${files[@]}"
+show "$corvan" list "$store" --limit 12
+newest=$("$corvan" list "$store" --limit 1 --json)
+session=$(sed -n 's/^    "session_id": "\(.*\)",$/\1/p' <<<"$newest" | head -n 1)
+kind=$(sed -n 's/^    "session_type": \(.*\),$/\1/p' <<<"$newest" | head -n 1)
+if [ -n "$session" ]; then
+  show "$corvan" history "$store" "$session" --type "$kind" --limit 8
+fi
+show "$corvan" unread "$store"
+show "$corvan" check "$store"

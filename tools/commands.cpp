@@ -1,0 +1,301 @@
+#include "tools/commands.h"
+
+#include <algorithm>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+
+#include "base/cv_utils.h"
+#include "tools/names.h"
+#include "tools/open_store.h"
+#include "tools/store_copy.h"
+#include "tools/text_table.h"
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+using Corvan::MessageResponse;
+using Corvan::SessionInfo;
+using Corvan::SessionType;
+using Json = nlohmann::ordered_json;
+
+// A store's copy, open, and as the store itself is: messages that are being sent stay so although
+// opening a store marks them as failed.
+class Look {
+ public:
+  explicit Look(const std::string& folder) : name_(store_file(folder)), copy_(folder) {
+    const std::string file = store_file(copy_.folder());
+    require_store(file, name_, false);
+    const std::vector<int64_t> sending = messages_being_sent(file);
+    store_.emplace(copy_.folder(), "");
+    store()->start_transaction();
+    for (const int64_t id : sending) store()->update_sent_status(id, 1);
+    store()->commit_transaction();
+  }
+
+  OpenStore& store() { return *store_; }
+
+  // Throws ToolError when anything could not be read.
+  void require_success() {
+    if (store_->failure().empty()) return;
+    throw ToolError(name_ + ": " + store_->failure() + "; see 'corvan check'");
+  }
+
+ private:
+  std::string name_;
+  StoreCopy copy_;
+  std::optional<OpenStore> store_;
+};
+
+void print_json(const Json& value) {
+  std::cout << value.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+// What list, history and show have in common; a message of the list has no time of its own.
+Json message_json(const MessageResponse& m, bool with_time) {
+  Json json = {
+      {"msg_id", m.msg_id_},
+      {"session_id", m.session_id_},
+      {"session_type", static_cast<int32_t>(m.session_type_)},
+      {"object_name", m.object_name_},
+      {"sender", m.sender_},
+      {"content", m.content_},
+      {"is_receive", m.is_receive_},
+      {"read_status", m.read_status_},
+      {"sent_status", m.sent_status_},
+      {"server_uid", m.server_uid_},
+  };
+  if (with_time) json["sent_time"] = m.sent_time_;
+  return json;
+}
+
+// How far a message has come: read or not when received, otherwise the way of its sending.
+std::string state_text(const MessageResponse& m) {
+  return m.is_receive_ ? read_status_name(m.read_status_) : sent_status_name(m.sent_status_);
+}
+
+std::vector<SessionType> kinds_or_all(const std::vector<SessionType>& kinds) {
+  return kinds.empty() ? all_kinds() : kinds;
+}
+
+}  // namespace
+
+int run_list(const ListOptions& options) {
+  std::vector<SessionInfo> sessions;
+  {
+    Look look(options.folder);
+    look.store()->get_session_list_by_page(kinds_or_all(options.kinds), 0, options.limit, sessions);
+    look.require_success();
+  }
+
+  if (options.json) {
+    Json list = Json::array();
+    for (const SessionInfo& s : sessions) {
+      Json entry = {
+          {"session_id", s.session_id_},
+          {"session_type", s.session_type_},
+          {"title", s.title_},
+          {"draft", s.draft_},
+          {"is_top", s.is_top_},
+          {"silence", s.silence_},
+          {"unread_count", s.unread_count_},
+          {"mention_count", s.mention_count_},
+          {"session_time", s.session_time},
+          {"message", nullptr},
+      };
+      if (s.message_.msg_id_ > 0) entry["message"] = message_json(s.message_, false);
+      list.push_back(std::move(entry));
+    }
+    print_json(list);
+    return kOk;
+  }
+
+  TextTable table({{"KIND"},
+                   {"SESSION"},
+                   {"FLAGS"},
+                   {"UNREAD", TextTable::kRight},
+                   {"MENTIONS", TextTable::kRight},
+                   {"TIME (UTC)"},
+                   {"LATEST", TextTable::kRight},
+                   {"SENDER"},
+                   {"CONTENT"}});
+  for (const SessionInfo& s : sessions) {
+    std::string flags;
+    if (s.is_top_ != 0) flags += "pinned ";
+    if (s.silence_ != 0) flags += "muted ";
+    if (!s.draft_.empty()) flags += "draft ";
+    if (!flags.empty()) flags.pop_back();
+    table.add({kind_name(s.session_type_), s.session_id_, flags, std::to_string(s.unread_count_),
+               std::to_string(s.mention_count_), time_text(s.session_time),
+               s.message_.msg_id_ > 0 ? std::to_string(s.message_.msg_id_) : "", s.message_.sender_,
+               s.message_.content_});
+  }
+  table.print(std::cout, terminal_width());
+  return kOk;
+}
+
+int run_history(const HistoryOptions& options) {
+  std::vector<MessageResponse> messages;
+  {
+    Look look(options.folder);
+    OpenStore& store = look.store();
+
+    const int64_t anchor = options.before != 0 ? options.before : options.after;
+    MessageResponse at;
+    at.msg_id_ = anchor;
+    if (anchor != 0 && !(store->get_message_by_id(at) && at.session_id_ == options.session_id &&
+                         at.session_type_ == options.kind)) {
+      look.require_success();
+      throw ToolError(store_file(options.folder) + ": message " + std::to_string(anchor) +
+                      " is not in this conversation");
+    }
+    // The store takes the names as they are.
+    std::vector<std::string> names = options.object_names;
+    for (std::string& name : names) Corvan::CvUtils::string_replace(name, "'", "''");
+    const bool back = options.after == 0;
+    store->get_history_message_by_object_name(options.session_id, options.kind, names, anchor,
+                                              options.limit, messages, back);
+    look.require_success();
+    if (back) std::reverse(messages.begin(), messages.end());
+  }
+
+  if (options.json) {
+    Json list = Json::array();
+    for (const MessageResponse& m : messages) list.push_back(message_json(m, true));
+    print_json(list);
+  } else if (!messages.empty()) {
+    TextTable table(
+        {{"ID", TextTable::kRight}, {"TIME (UTC)"}, {"SENDER"}, {"STATE"}, {"KIND"}, {"CONTENT"}});
+    for (const MessageResponse& m : messages) {
+      table.add({std::to_string(m.msg_id_), time_text(m.sent_time_), m.sender_, state_text(m),
+                 m.object_name_, m.content_});
+    }
+    table.print(std::cout, terminal_width());
+  }
+  if (!messages.empty()) return kOk;
+  std::cerr << "corvan: no such messages\n";
+  return kNegative;
+}
+
+int run_unread(const UnreadOptions& options) {
+  struct Line {
+    std::string kind;
+    int32_t unread = 0;
+    int32_t unmuted = 0;
+    int32_t mentions = 0;
+  };
+  const std::vector<SessionType> kinds = kinds_or_all(options.kinds);
+  std::vector<Line> lines;
+  {
+    Look look(options.folder);
+    const auto add = [&](const std::string& name, const std::vector<SessionType>& of) {
+      Line line;
+      line.kind = name;
+      look.store()->get_unread_mention_count(of, line.unread, line.mentions);
+      look.store()->get_cate_unread_count(of, line.unmuted, false);
+      lines.push_back(line);
+    };
+    for (const SessionType kind : kinds) add(kind_name(kind), {kind});
+    add("all", kinds);
+    look.require_success();
+  }
+
+  if (options.json) {
+    Json result = Json::object();
+    for (const Line& line : lines) {
+      result[line.kind] = {{"unread_count", line.unread},
+                           {"unmuted_unread_count", line.unmuted},
+                           {"mention_count", line.mentions}};
+    }
+    print_json(result);
+    return kOk;
+  }
+  TextTable table({{"KIND"},
+                   {"UNREAD", TextTable::kRight},
+                   {"NOT MUTED", TextTable::kRight},
+                   {"MENTIONS", TextTable::kRight}});
+  for (const Line& line : lines) {
+    table.add({line.kind, std::to_string(line.unread), std::to_string(line.unmuted),
+               std::to_string(line.mentions)});
+  }
+  table.print(std::cout, terminal_width());
+  return kOk;
+}
+
+int run_show(const ShowOptions& options) {
+  MessageResponse m;
+  m.msg_id_ = options.id;
+  bool found = false;
+  bool is_mention = false;
+  int64_t client_uid = 0;
+  {
+    Look look(options.folder);
+    OpenStore& store = look.store();
+    found = store->get_message_by_id(m);
+    if (found) {
+      std::string session_id;
+      int32_t session_type = 0;
+      bool is_unread = false;
+      int64_t sent_time = 0;
+      store->get_message_by_id(options.id, session_id, session_type, is_unread, is_mention,
+                               sent_time);
+      store->get_client_uid(options.id, client_uid);
+    }
+    look.require_success();
+  }
+  if (!found) {
+    if (options.json) print_json(nullptr);
+    std::cerr << "corvan: no message " << options.id << "\n";
+    return kNegative;
+  }
+  if (options.json) {
+    Json json = message_json(m, true);
+    json["is_mention"] = is_mention;
+    json["client_uid"] = client_uid;
+    print_json(json);
+    return kOk;
+  }
+  const auto print = [](const char* key, const std::string& value) {
+    std::cout << key << printable(value) << '\n';
+  };
+  print("id          ", std::to_string(m.msg_id_));
+  print("session     ", m.session_id_ + " (" + kind_name(m.session_type_) + ")");
+  print("sender      ", m.sender_ + (m.is_receive_ ? " (received)" : " (own)"));
+  print("time (UTC)  ", time_text(m.sent_time_) + " (" + std::to_string(m.sent_time_) + ")");
+  print("read        ", read_status_name(m.read_status_));
+  print("sent        ", sent_status_name(m.sent_status_));
+  print("mention     ", is_mention ? "yes" : "no");
+  print("server uid  ", m.server_uid_);
+  print("client uid  ", std::to_string(client_uid));
+  print("kind        ", m.object_name_);
+  print("content     ", m.content_);
+  return kOk;
+}
+
+int run_check(const CheckOptions& options) {
+  std::string result;
+  bool sound = false;
+  {
+    const StoreCopy copy(options.folder);
+    const std::string file = store_file(copy.folder());
+    if (look_at_store(file, result) == StoreState::kDamaged) {
+      sound = false;
+    } else {
+      require_store(file, store_file(options.folder), false);
+      OpenStore store(copy.folder(), "");
+      sound = store->check_integrity(result);
+      if (result.empty()) result = store.failure();
+    }
+  }
+  if (options.json) {
+    print_json({{"ok", sound}, {"result", result}});
+  } else {
+    std::cout << printable(result) << '\n';
+  }
+  return sound ? kOk : kNegative;
+}
+
+}  // namespace corvan_tool

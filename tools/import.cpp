@@ -1,0 +1,252 @@
+#include "tools/import.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+
+#include "tools/import_line.h"
+#include "tools/open_store.h"
+#include "tools/store_copy.h"
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The lines of several files, one after the other.
+class LineSource {
+ public:
+  // Opens all files, so that a wrong name is found before anything is stored.
+  explicit LineSource(const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+      Input input;
+      input.name = name == "-" ? "standard input" : name;
+      if (name != "-") {
+        if (std::filesystem::is_directory(name)) throw ToolError(name + ": is a folder");
+        input.file = std::make_unique<std::ifstream>(name, std::ios::binary);
+        if (!*input.file) throw ToolError(name + ": " + std::strerror(errno));
+      }
+      inputs_.push_back(std::move(input));
+    }
+  }
+
+  // The next line without its end; false after the last one.
+  bool next(std::string& line) {
+    while (current_ < inputs_.size()) {
+      std::istream& stream = inputs_[current_].file ? *inputs_[current_].file : std::cin;
+      if (std::getline(stream, line)) {
+        ++line_number_;
+        return true;
+      }
+      if (stream.bad()) throw ToolError(place() + ": cannot be read further");
+      ++current_;
+      line_number_ = 0;
+    }
+    return false;
+  }
+
+  // Where the last line stood, as "file:line".
+  std::string place() const { return inputs_[current_].name + ":" + std::to_string(line_number_); }
+
+ private:
+  struct Input {
+    std::string name;
+    std::unique_ptr<std::ifstream> file;  // null for standard input
+  };
+
+  std::vector<Input> inputs_;
+  std::size_t current_ = 0;
+  std::size_t line_number_ = 0;
+};
+
+struct Counts {
+  std::uint64_t stored = 0;     // as new messages
+  std::uint64_t completed = 0;  // own messages that were there and now have their server uid
+  std::uint64_t refused = 0;    // there already
+  std::uint64_t bad = 0;        // lines skipped
+  std::uint64_t lines() const { return stored + completed + refused + bad; }
+};
+
+class Import {
+ public:
+  explicit Import(const ImportOptions& options)
+      : options_(options),
+        source_(options.files),
+        batch_(std::max<std::size_t>(options.batch_size, 1)) {}
+
+  void run() {
+    read_batch();  // a bad beginning is found before a store is made
+    prepare_folder();
+    OpenStore store(options_.folder, options_.user);
+    newest_id_ = read_newest_id(store);
+    while (filled_ > 0) {
+      save_batch(store);
+      show_progress(false);
+      read_batch();
+    }
+  }
+
+  // Writes what has been done so far, also after a failure.
+  void report() {
+    show_progress(true);
+    const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+    const double rate = seconds > 0 ? static_cast<double>(counts_.lines()) / seconds : 0;
+    if (options_.json) {
+      const nlohmann::ordered_json result = {
+          {"stored", counts_.stored},   {"completed", counts_.completed},
+          {"refused", counts_.refused}, {"bad", counts_.bad},
+          {"seconds", seconds},         {"lines_per_second", rate},
+      };
+      std::cout << result.dump(2) << '\n';
+      return;
+    }
+    std::array<char, 128> time = {};
+    std::snprintf(time.data(), time.size(), "%.2f s, %.0f lines/s", seconds, rate);
+    std::cout << counts_.stored << " stored, " << counts_.completed << " completed, "
+              << counts_.refused << " refused, " << counts_.bad << " bad; " << time.data() << '\n';
+  }
+
+ private:
+  struct Entry {
+    ImportMessage message;
+    std::string place;
+  };
+
+  // Fills the batch with the next good lines.
+  void read_batch() {
+    filled_ = 0;
+    std::string line;
+    while (filled_ < batch_.size() && source_.next(line)) {
+      if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+      Entry& entry = batch_[filled_];
+      const std::optional<std::string> error = parser_.parse(line, entry.message);
+      name_unknown_keys();
+      if (!error) {
+        entry.place = source_.place();
+        ++filled_;
+        continue;
+      }
+      if (!options_.skip_bad) throw ToolError(source_.place() + ": " + *error);
+      clear_progress();
+      std::cerr << "corvan: " << source_.place() << ": " << *error << " (skipped)\n";
+      ++counts_.bad;
+    }
+  }
+
+  void name_unknown_keys() {
+    for (; named_keys_ < parser_.unknown_keys().size(); ++named_keys_) {
+      clear_progress();
+      std::cerr << "corvan: " << source_.place() << ": unknown key "
+                << nlohmann::json(parser_.unknown_keys()[named_keys_])
+                       .dump(-1, ' ', true, nlohmann::json::error_handler_t::replace)
+                << " is passed over, here and further on\n";
+    }
+  }
+
+  void prepare_folder() const {
+    std::error_code error;
+    std::filesystem::create_directories(options_.folder, error);
+    if (error) throw ToolError(options_.folder + ": " + error.message());
+    const std::string file = store_file(options_.folder);
+    require_store(file, file, true);
+  }
+
+  static int64_t read_newest_id(OpenStore& store) {
+    int32_t rc = 0;
+    sqlite3_stmt* query = store->prepare_sql("select max(id) from t_message", rc);
+    if (rc != 0) throw ToolError("the store cannot be read: " + store.failure());
+    store->step(query, false);
+    const int64_t id = Corvan::CvDbSingleton::get_int64(query, 0);
+    store->finalize(query);
+    return id;
+  }
+
+  void save_batch(OpenStore& store) {
+    Counts counts = counts_;
+    store->start_transaction();
+    for (std::size_t i = 0; i < filled_; ++i) {
+      const ImportMessage& m = batch_[i].message;
+      const int64_t id = store->save_message(m.session_id, m.session_type, m.object_name, m.sender,
+                                             m.content, m.is_receive, m.sent_status, 0,
+                                             m.is_mention, m.sent_time, m.client_uid, m.server_uid,
+                                             options_.history, options_.insert_only, m.is_receive);
+      if (!store.failure().empty()) {
+        store->execute_none_query("rollback transaction");
+        fail(batch_[i].place, store.failure());
+      }
+      if (id < 0) {
+        ++counts.refused;
+      } else if (id <= newest_id_) {
+        ++counts.completed;  // the store's ids only grow: the message was there before
+      } else {
+        ++counts.stored;
+        newest_id_ = id;
+      }
+    }
+    if (!store->commit_transaction()) fail(batch_[0].place, store.failure());
+    counts_ = counts;
+  }
+
+  [[noreturn]] void fail(const std::string& place, const std::string& why) const {
+    throw ToolError(store_file(options_.folder) + ": " + why + "; nothing was stored from " +
+                    batch_[0].place + " on (at " + place + ")");
+  }
+
+  void show_progress(bool last) {
+    if (!terminal_) return;
+    const Clock::time_point now = Clock::now();
+    if (last) {
+      clear_progress();
+    } else if (now - shown_ >= std::chrono::milliseconds(100)) {
+      shown_ = now;
+      std::cerr << "\r" << counts_.lines() << " lines" << std::flush;
+    }
+  }
+
+  void clear_progress() const {
+    if (terminal_) std::cerr << "\r\x1b[K" << std::flush;
+  }
+
+  const ImportOptions& options_;
+  LineSource source_;
+  LineParser parser_;
+  std::vector<Entry> batch_;  // the first `filled_` are in use; the others keep their memory
+  std::size_t filled_ = 0;
+  std::size_t named_keys_ = 0;
+  Counts counts_;
+  int64_t newest_id_ = 0;
+  const bool terminal_ = isatty(STDERR_FILENO) != 0;
+  const Clock::time_point start_ = Clock::now();
+  Clock::time_point shown_ = start_;
+};
+
+}  // namespace
+
+int run_import(const ImportOptions& options) {
+  Import import(options);
+  try {
+    import.run();
+  } catch (const ToolError&) {
+    import.report();
+    throw;
+  }
+  import.report();
+  return kOk;
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,114 @@
+#include "tools/open_store.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include "base/log_message.h"
+#include "base/pathname.h"
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// A connection beside the store's, for what must be known before the store is opened.
+class Connection {
+ public:
+  explicit Connection(const std::string& file)
+      : opened_(sqlite3_open_v2(file.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr)) {
+    sqlite3_busy_timeout(db_, 5000);
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection() { sqlite3_close_v2(db_); }
+
+  // Calls `read` with each row: SQLITE_DONE after the last one, else the code of the failure.
+  template <typename Read>
+  int each_row(const char* sql, const Read& read) const {
+    if (opened_ != SQLITE_OK) return opened_;
+    sqlite3_stmt* stmt = nullptr;
+    int rc = sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr);
+    if (rc != SQLITE_OK) return rc;
+    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) read(stmt);
+    sqlite3_finalize(stmt);
+    return rc;
+  }
+
+  std::string error() const { return sqlite3_errmsg(db_); }
+
+ private:
+  sqlite3* db_ = nullptr;
+  const int opened_;
+};
+
+}  // namespace
+
+StoreState look_at_store(const std::string& file, std::string& detail) {
+  struct stat status = {};
+  if (stat(file.c_str(), &status) != 0) return StoreState::kEmpty;
+
+  const Connection connection(file);
+  int32_t ours = 0;
+  int32_t all = 0;
+  const int rc = connection.each_row(
+      "select count(case when name in('t_message','t_session','t_sync','t_version') then 1 end),"
+      "count(*) from sqlite_master where type='table'",
+      [&](sqlite3_stmt* row) {
+        ours = sqlite3_column_int(row, 0);
+        all = sqlite3_column_int(row, 1);
+      });
+  if (rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB) {
+    detail = connection.error();
+    return StoreState::kDamaged;
+  }
+  if (rc != SQLITE_DONE) throw ToolError(file + ": " + connection.error());
+  if (all == 0) return StoreState::kEmpty;
+  return ours == 4 ? StoreState::kStore : StoreState::kForeign;
+}
+
+std::vector<int64_t> messages_being_sent(const std::string& file) {
+  std::vector<int64_t> ids;
+  const Connection connection(file);
+  const int rc = connection.each_row(
+      "select id from t_message where sent_status=1",
+      [&ids](sqlite3_stmt* row) { ids.push_back(sqlite3_column_int64(row, 0)); });
+  if (rc != SQLITE_DONE) throw ToolError(file + ": " + connection.error());
+  return ids;
+}
+
+void require_store(const std::string& file, const std::string& name, bool may_be_empty) {
+  std::string detail;
+  switch (look_at_store(file, detail)) {
+    case StoreState::kStore:
+      return;
+    case StoreState::kEmpty:
+      if (may_be_empty) return;
+      throw ToolError(name + ": an empty file, not a message store");
+    case StoreState::kForeign:
+      throw ToolError(name + ": a database, but not a message store");
+    case StoreState::kDamaged:
+      throw ToolError(name + ": damaged (" + detail +
+                      "); keep a copy: opening it with the library deletes it");
+  }
+}
+
+OpenStore::OpenStore(const std::string& folder, const std::string& user) {
+  cvrtc::LogMessage::SetSink([this](cvrtc::LoggingSeverity /*severity*/, const std::string& text) {
+    if (!failure_.empty()) return;
+    const std::size_t last_field = text.rfind(";;;");  // SQLite's own words
+    failure_ = last_field == std::string::npos ? text : text.substr(last_field + 3);
+  });
+  if (!(*this)->init_open_db(cvrtc::Pathname(folder, ""), "", user) || !failure_.empty()) {
+    const std::string why = failure_.empty() ? "cannot be opened" : failure_;
+    Corvan::CvDbSingleton::delete_instance();
+    cvrtc::LogMessage::SetSink(nullptr);
+    throw ToolError(cvrtc::Pathname(folder, "corvan").pathname() + ": " + why);
+  }
+}
+
+OpenStore::~OpenStore() {
+  Corvan::CvDbSingleton::delete_instance();
+  cvrtc::LogMessage::SetSink(nullptr);
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,54 @@
+// The store, opened for a command.
+
+#ifndef TOOLS_OPEN_STORE_H_
+#define TOOLS_OPEN_STORE_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "db/cv_db_singleton.h"
+
+namespace corvan_tool {
+
+// What is at a store's place, found without changing or deleting anything.
+enum class StoreState {
+  kEmpty,    // no file, or a database without a table
+  kStore,    // a message store
+  kForeign,  // a database of something else
+  kDamaged,  // not a database, or a damaged one
+};
+
+// `detail` receives SQLite's text for kDamaged. Throws ToolError when the file cannot be read.
+StoreState look_at_store(const std::string& file, std::string& detail);
+
+// Throws ToolError unless a store may be opened there; an empty one may when `may_be_empty`.
+// `name` is the file's name in the text.
+void require_store(const std::string& file, const std::string& name, bool may_be_empty);
+
+// The messages that the store in this file holds as being sent.
+std::vector<int64_t> messages_being_sent(const std::string& file);
+
+// The process's store while the object lives. What the store logs as a warning or an error is kept
+// here instead of being written.
+class OpenStore {
+ public:
+  // Throws ToolError when the store cannot be opened.
+  OpenStore(const std::string& folder, const std::string& user);
+  OpenStore(const OpenStore&) = delete;
+  OpenStore& operator=(const OpenStore&) = delete;
+  ~OpenStore();
+
+  Corvan::CvDbSingleton* operator->() const { return Corvan::CvDbSingleton::get_instance(); }
+
+  // The first failure that the store has logged, in SQLite's words where there are any; empty when
+  // all went well.
+  const std::string& failure() const { return failure_; }
+
+ private:
+  std::string failure_;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_OPEN_STORE_H_
