@@ -7,9 +7,9 @@ namespace Corvan {
 // the row id has a default.
 std::map<std::string, std::string> CvDatabase::table_index() {
   return {
-      // Autoincrement: an id never comes back after its message is deleted, so an acknowledgement
-      // or
-      // a latest_id that still names the deleted message cannot reach another one.
+      // Autoincrement: an id never comes back after its message is deleted, so nothing that still
+      // names the deleted message, such as an acknowledgement or a latest_id, can reach another
+      // one.
       {"t_message",
        "create table if not exists t_message("
        "id integer primary key autoincrement,"
@@ -43,7 +43,8 @@ std::map<std::string, std::string> CvDatabase::table_index() {
       // Everything within one conversation by time: the history pager, get_mention_message,
       // get_maxtime, get_client_uid, get_message_latestid, is_message_exist by time,
       // update_message_status, update_message_receipt_status, get_unred_mention, get_message_count,
-      // delete_message of one conversation. Rows of equal time come in id order.
+      // delete_message of one conversation. Rows of equal time come by id: upwards in ascending
+      // queries, downwards in descending ones.
       {"t_message_session",
        "create index if not exists t_message_session "
        "on t_message(session_id,session_type,sent_time)"},

@@ -12,8 +12,8 @@ class CvDatabase {
  public:
   // The schema, one complete SQL statement an entry, under the name of what it creates. Run in key
   // order: each table comes before its indexes, and the version row last, so that a file whose
-  // creation was cut short is taken for new again. Running all of it on a complete file changes
-  // nothing.
+  // creation was cut short is taken for new again. Running all of it on a complete file of this
+  // schema changes nothing.
   static std::map<std::string, std::string> table_index();
 };
 

@@ -5,6 +5,7 @@
 #include <locale>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace cvrtc {
@@ -31,16 +32,20 @@ LogMessage::LogMessage(LoggingSeverity severity) : severity_(severity) {
 
 LogMessage::~LogMessage() {
   if (!Loggable(severity_)) return;
-  std::shared_ptr<const Sink> sink;
-  {
-    const std::lock_guard<std::mutex> lock(logger().mutex);
-    sink = logger().sink;
-  }
-  // Called without the lock, so that a sink may log or replace itself.
-  if (sink != nullptr) {
-    (*sink)(severity_, stream_.str());
-  } else {
-    std::cerr << stream_.str() + '\n';
+  try {
+    std::shared_ptr<const Sink> sink;
+    {
+      const std::lock_guard<std::mutex> lock(logger().mutex);
+      sink = logger().sink;
+    }
+    // Called without the lock, so that a sink may log or replace itself.
+    if (sink != nullptr) {
+      (*sink)(severity_, stream_.str());
+    } else {
+      std::cerr << stream_.str() + '\n';
+    }
+  } catch (const std::bad_alloc&) {
+    // A line that there is no memory for is lost.
   }
 }
 

@@ -29,7 +29,7 @@ enum LoggingSeverity : int32_t {
 class LogMessage {
  public:
   // Receives each accepted line without a line end. It may be called from several threads at once
-  // and must not throw.
+  // and must not throw, std::bad_alloc excepted, which loses the line.
   using Sink = std::function<void(LoggingSeverity severity, const std::string& text)>;
 
   explicit LogMessage(LoggingSeverity severity);

@@ -30,13 +30,13 @@ struct MessageResponse {
   SessionType session_type_ = SessionType(0);
   int32_t read_status_ = 0;    // 0 unread, 1 read; other values count as read
   int32_t sent_status_ = 0;    // 0 sent, 1 being sent, 2 failed, 3 covered by the peer's receipt
-  int32_t unread_count_ = 0;   // of the conversation, where a caller asks for it
-  int32_t mention_count_ = 0;  // of the conversation, where a caller asks for it
+  int32_t unread_count_ = 0;   // of the conversation; for the message layer, the store leaves it
+  int32_t mention_count_ = 0;  // likewise
   bool is_receive_ = false;    // received, not sent by the signed-in user
   bool is_store_ = false;      // of a stored kind; the batch save stores no other
-  bool is_offline_ = false;    // delivered as an offline message; the store only carries it
-  bool is_command_ = false;    // a command message; the store only carries it
-  bool sync_time_ = false;     // concerns the sync times; the store only carries it
+  bool is_offline_ = false;    // delivered as an offline message; the message layer's
+  bool is_command_ = false;    // a command message; the message layer's
+  bool sync_time_ = false;     // concerns the sync times; the message layer's
   int64_t sent_time_ = 0;
   int64_t client_uid_ = 0;  // the sending client's own number of the message
 };
@@ -53,7 +53,7 @@ struct Session {
   int32_t session_type_ = 0;
   int32_t is_top_ = 0;  // pinned: 1, else 0
   int32_t unread_count_ = 0;
-  int32_t silence_ = 0;  // notifications muted: 1, else 0
+  int32_t silence_ = 0;  // notifications muted: as set, 0 for not
   int32_t mention_count_ = 0;
   int32_t is_recieve_ = 0;   // direction of the latest message; spelled so, unlike is_receive_
   int32_t read_status_ = 0;  // of the latest message
@@ -77,7 +77,7 @@ struct SessionInfo {
   std::string draft_;
   int32_t session_type_ = 0;  // a SessionType
   int32_t is_top_ = 0;        // pinned: 1, else 0
-  int32_t silence_ = 0;       // notifications muted: 1, else 0
+  int32_t silence_ = 0;       // notifications muted: as set, 0 for not
   int32_t unread_count_ = 0;
   int32_t mention_count_ = 0;
   int64_t session_time = 0;  // named without the trailing underscore, unlike its neighbours

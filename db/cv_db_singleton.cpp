@@ -6,8 +6,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <map>
+#include <new>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "base/cv_database.h"
@@ -17,11 +20,14 @@
 #include "base/log_message.h"
 #include "base/timestamp.h"
 
+// Whether a leak checker watches. g++ defines nothing when it is the only one: the build does then.
+#if !defined(CV_LEAK_CHECKED)
 #if defined(__SANITIZE_ADDRESS__)
 #define CV_LEAK_CHECKED 1
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(leak_sanitizer)
 #define CV_LEAK_CHECKED 1
+#endif
 #endif
 #endif
 #if defined(CV_LEAK_CHECKED)
@@ -42,10 +48,6 @@ using cvrtc::LogMessage;
 
 constexpr int32_t kNoConnection = -1;
 
-// sent_status, where a statement writes it as text.
-constexpr const char* kSentText = "0";
-constexpr const char* kFailedText = "2";
-
 // The `type` of get_maxtime() and get_max_message_id().
 enum MessageChoice : int32_t { kSentState = 0, kReceived = 1, kAny = 2 };
 
@@ -57,21 +59,33 @@ constexpr uint32_t kProfileCustomizedTime = 4;
 // The kind of message that does not become a conversation's newest one when it is late.
 constexpr const char* kNotificationName = "CV:QbNtf";
 
-// Writes one log line: signature, ": " and the fields. Nothing is formatted when the logger does
-// not accept the severity.
+// A field of a log line; one that is costly to come by is given as a function that makes it.
+template <typename Field>
+void put(std::ostream& out, const Field& field) {
+  if constexpr (std::is_invocable_v<const Field&>) {
+    out << field();
+  } else {
+    out << field;
+  }
+}
+
+// Writes one log line: signature, ": " and the fields. No field is made or formatted when the
+// logger does not accept the severity. A line that there is no memory for is lost: what it tells of
+// goes on as it would without.
 template <typename... Fields>
 void log(cvrtc::LoggingSeverity severity, const char* signature, const Fields&... fields) {
   if (!LogMessage::Loggable(severity)) return;
-  LogMessage message(severity);
-  message.stream() << signature << ": ";
-  (message.stream() << ... << fields);
+  try {
+    LogMessage message(severity);
+    message.stream() << signature << ": ";
+    (put(message.stream(), fields), ...);
+  } catch (const std::bad_alloc&) {
+  }
 }
 
-// Logs an SQLite failure that is not fatal; the error text is fetched only when the line is
-// written.
+// Logs an SQLite failure that is not fatal.
 void warn(CvDbSingleton& store, const char* signature, const char* tag, int32_t code) {
-  if (!LogMessage::Loggable(cvrtc::LS_WARNING)) return;
-  log(cvrtc::LS_WARNING, signature, tag, code, ";;;", store.get_error());
+  log(cvrtc::LS_WARNING, signature, tag, code, ";;;", [&store] { return store.get_error(); });
 }
 
 // The current row's column up to its first zero byte, valid until the next step; NULL reads as "".
@@ -80,8 +94,8 @@ const char* column_text(sqlite3_stmt* stmt, int32_t index) {
   return text == nullptr ? "" : reinterpret_cast<const char*>(text);
 }
 
-// The statement's text with its values in place; empty when SQLite has no memory for it. SQLite's
-// buffer is left to it.
+// The statement's text with its values in place; empty when SQLite has no memory for it. The buffer
+// that SQLite makes for it is not released.
 std::string expanded_sql(sqlite3_stmt* stmt) {
   const char* text = sqlite3_expanded_sql(stmt);
 #if defined(CV_LEAK_CHECKED)
@@ -90,8 +104,7 @@ std::string expanded_sql(sqlite3_stmt* stmt) {
   return text == nullptr ? "" : text;
 }
 
-// Counters and times come from rows that anyone may have written: sums wrap as the columns' width
-// has it.
+// Counters and times come from rows that anyone may have written: sums wrap within their type.
 int32_t wrapping_sum(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
@@ -118,8 +131,8 @@ const char* choice_clause(int32_t type) {
   return "";
 }
 
-// One prepared statement, finalised at the latest when the object ends. It does not outlive a value
-// bound to it.
+// One prepared statement, finalised at the latest when the object ends. Texts bound to it are not
+// copied: they outlive it, and nothing changes them meanwhile.
 class Statement {
  public:
   Statement(CvDbSingleton& store, const std::string& sql)
@@ -156,8 +169,9 @@ class Statement {
 
   int32_t get_int(int32_t index) const { return CvDbSingleton::get_int(stmt_, index); }
   int64_t get_int64(int32_t index) const { return CvDbSingleton::get_int64(stmt_, index); }
+  void get(int32_t index, int32_t& value) const { value = get_int(index); }
+  void get(int32_t index, int64_t& value) const { value = get_int64(index); }
   const char* text(int32_t index) const { return column_text(stmt_, index); }
-  SessionType kind(int32_t index) const { return static_cast<SessionType>(get_int(index)); }
   sqlite3_stmt* handle() const { return stmt_; }
 
  private:
@@ -167,13 +181,30 @@ class Statement {
   int32_t bound_ = 0;
 };
 
+// The statements around a transaction, made before it begins: ending it takes no memory.
+struct TransactionTexts {
+  const std::string begin = "begin transaction";
+  const std::string commit = "commit transaction";
+  const std::string rollback = "rollback transaction";
+};
+const TransactionTexts& transaction_texts() {
+  static const TransactionTexts texts;
+  return texts;
+}
+
 // A transaction from here to the end of the scope, committed on every path.
 class Transaction {
  public:
   explicit Transaction(CvDbSingleton& store) : store_(store) { store_.start_transaction(); }
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
-  ~Transaction() { store_.commit_transaction(); }
+  ~Transaction() {
+    try {
+      store_.commit_transaction();
+    } catch (const std::bad_alloc&) {
+      // Only a damaged file's closing takes memory, and closing ends the transaction.
+    }
+  }
 
  private:
   CvDbSingleton& store_;
@@ -200,25 +231,14 @@ bool exists(CvDbSingleton& store, const std::string& sql, const Values&... value
   return run(store, sql, values...) == SQLITE_ROW;
 }
 
-// Reads the first column of a query's first row; without a row `value` is kept.
-template <typename... Values>
-void read_int64(CvDbSingleton& store, int64_t& value, const std::string& sql,
-                const Values&... values) {
-  Statement query(store, sql);
-  if (!query.prepared()) return;
-  query.bind(values...);
-  if (query.row()) value = query.get_int64(0);
-}
-
 // Reads the first column of a query's first row; without a row `value` is kept. False only when the
 // statement cannot be prepared.
-template <typename... Values>
-bool read_int(CvDbSingleton& store, int32_t& value, const std::string& sql,
-              const Values&... values) {
+template <typename Integer, typename... Values>
+bool read(CvDbSingleton& store, Integer& value, const std::string& sql, const Values&... values) {
   Statement query(store, sql);
   if (!query.prepared()) return false;
   query.bind(values...);
-  if (query.row()) value = query.get_int(0);
+  if (query.row()) query.get(0, value);
   return true;
 }
 
@@ -293,6 +313,8 @@ bool CvDbSingleton::init_open_db(const cvrtc::Pathname& db_path, const std::stri
   local_path_.SetFilename("corvan");
   cvrtc::Pathname dbpath = local_path_;
   dbpath.SetExtension(".db");
+  // The store's file has no extension; one with ".db" only counts as a sign that the files are
+  // there.
   const bool exists_dec = is_file_exist(local_path_);
   const bool exists_enc = is_file_exist(dbpath);
   if (db_ != nullptr && user_id == user_id_ && (exists_dec || exists_enc)) {
@@ -405,12 +427,12 @@ void CvDbSingleton::clear_sendstatus(bool /*exist_tmp_table*/) {
 // ---- Transactions and sync times ----------------------------------------------------------------
 
 bool CvDbSingleton::start_transaction() {
-  return execute_none_query("begin transaction") == SQLITE_DONE;
+  return execute_none_query(transaction_texts().begin) == SQLITE_DONE;
 }
 
 bool CvDbSingleton::commit_transaction() {
-  const int32_t rc = execute_none_query("commit transaction");
-  if (rc != SQLITE_DONE) execute_none_query("rollback transaction");
+  const int32_t rc = execute_none_query(transaction_texts().commit);
+  if (rc != SQLITE_DONE) execute_none_query(transaction_texts().rollback);
   return rc == SQLITE_DONE;
 }
 
@@ -678,10 +700,10 @@ bool CvDbSingleton::set_message_content(int64_t msg_id, const std::string& conte
 
 void CvDbSingleton::get_client_uid(const std::string& session_id, SessionType session_type,
                                    int64_t& client_uid) {
-  read_int64(*this, client_uid,
-             "select client_uid from t_message where session_id=? and session_type=? "
-             "and sent_status=0 order by sent_time desc limit 1",
-             session_id, session_type);
+  read(*this, client_uid,
+       "select client_uid from t_message where session_id=? and session_type=? "
+       "and sent_status=0 order by sent_time desc limit 1",
+       session_id, session_type);
 }
 
 void CvDbSingleton::get_client_uid(int64_t msg_id, int64_t& client_uid) {
@@ -703,7 +725,7 @@ void CvDbSingleton::get_client_uid(int64_t msg_id, int64_t& client_uid) {
 int32_t CvDbSingleton::set_sendtime(int64_t msg_id, int64_t sent_time, const std::string& msg_uid,
                                     int32_t fail_reason) {
   std::string sql = "update t_message set sent_status=";
-  sql += fail_reason != 0 ? kFailedText : kSentText;
+  sql += fail_reason != 0 ? "2" : "0";
   if (!msg_uid.empty()) sql += ",server_uid=?";
   if (sent_time > 0) sql += ",sent_time=?";
   sql += " where id=?";
@@ -834,13 +856,12 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
   sql += " limit ?";
   log(cvrtc::LS_INFO, kSignature, "get_history_message_by_object_name: ", sql);
 
+  const std::string id = session_id;  // it may lie in `msg`, which grows while it is bound
   Statement query(*this, sql);
   if (!query.prepared()) return false;
-  query.bind(session_id, session_type, search_time, count);
-  if (LogMessage::Loggable(cvrtc::LS_INFO)) {
-    log(cvrtc::LS_INFO, kSignature, "session_id: ", session_id, "session_type: ", session_type,
-        "search_time: ", search_time, "sqlStr: ", expanded_sql(query.handle()));
-  }
+  query.bind(id, session_type, search_time, count);
+  log(cvrtc::LS_INFO, kSignature, "session_id: ", id, "session_type: ", session_type,
+      "search_time: ", search_time, "sqlStr: ", [&query] { return expanded_sql(query.handle()); });
   while (query.row()) {
     MessageResponse p;
     p.msg_id_ = query.get_int(0);
@@ -852,7 +873,7 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
     p.sent_status_ = query.get_int(6);
     p.sender_ = query.text(7);
     p.server_uid_ = query.text(8);
-    p.session_id_ = session_id;
+    p.session_id_ = id;
     p.session_type_ = session_type;
     log(cvrtc::LS_INFO, kSignature, "step(stmt): SQLITE_ROW msg_id_=", p.msg_id_, "p.is_receive_",
         p.is_receive_);
@@ -874,12 +895,13 @@ bool CvDbSingleton::get_history_message_by_time(const std::string& session_id,
 
 bool CvDbSingleton::get_mention_message(const std::string& session_id, SessionType session_type,
                                         std::vector<MessageResponse>& msg) {
+  const std::string id = session_id;  // it may lie in `msg`, which grows while it is bound
   Statement query(*this,
                   "select id,content,read_status,sent_time,object_name,sender,server_uid "
                   "from t_message where session_id=? and session_type=? and is_mention=1 "
                   "and direction=2 order by sent_time desc limit 10");
   if (!query.prepared()) return false;
-  query.bind(session_id, session_type);
+  query.bind(id, session_type);
   while (query.row()) {
     MessageResponse p;
     p.msg_id_ = query.get_int(0);
@@ -891,7 +913,7 @@ bool CvDbSingleton::get_mention_message(const std::string& session_id, SessionTy
     p.sent_status_ = 0;
     p.sender_ = query.text(5);
     p.server_uid_ = query.text(6);
-    p.session_id_ = session_id;
+    p.session_id_ = id;
     p.session_type_ = session_type;
     msg.insert(msg.begin(), std::move(p));
   }
@@ -932,7 +954,7 @@ int64_t CvDbSingleton::get_max_message_id(SessionType session_type, const std::s
   std::string sql = "select id from t_message where session_id=? and session_type=?";
   sql += choice_clause(type);
   sql += " order by id desc limit 1";
-  read_int64(*this, msg_id, sql, session_id, session_type);
+  read(*this, msg_id, sql, session_id, session_type);
   return msg_id;
 }
 
@@ -956,7 +978,7 @@ bool CvDbSingleton::query_message(MessageResponse& msg, bool by_uid) {
     return false;
   }
   msg.session_id_ = query.text(0);
-  msg.session_type_ = query.kind(1);
+  msg.session_type_ = static_cast<SessionType>(query.get_int(1));
   msg.content_ = query.text(2);
   msg.is_receive_ = query.get_int(3) != 0;
   msg.read_status_ = query.get_int(4);
@@ -995,7 +1017,7 @@ void CvDbSingleton::get_maxtime(int64_t& sent_time, SessionType session_type,
   std::string sql = "select sent_time from t_message where session_id=? and session_type=?";
   sql += choice_clause(type);
   sql += " order by sent_time desc limit 1";
-  read_int64(*this, sent_time, sql, session_id, session_type);
+  read(*this, sent_time, sql, session_id, session_type);
 }
 
 // ---- Read state and send time -------------------------------------------------------------------
@@ -1003,7 +1025,7 @@ void CvDbSingleton::get_maxtime(int64_t& sent_time, SessionType session_type,
 int64_t CvDbSingleton::get_send_time(int64_t msg_id) {
   if (msg_id < 1) return 0;
   int64_t t = 0;
-  read_int64(*this, t, "select sent_time from t_message where id=?", msg_id);
+  read(*this, t, "select sent_time from t_message where id=?", msg_id);
   return t;
 }
 
@@ -1019,9 +1041,8 @@ bool CvDbSingleton::update_message_status(const std::string& session_id, int32_t
 
 void CvDbSingleton::get_readtime(const std::string& session_id, int32_t session_type,
                                  int64_t& read_time) {
-  read_int64(*this, read_time,
-             "select read_time from t_session where session_id=? and session_type=?", session_id,
-             session_type);
+  read(*this, read_time, "select read_time from t_session where session_id=? and session_type=?",
+       session_id, session_type);
 }
 
 // ---- Conversation rows and settings -------------------------------------------------------------
@@ -1215,19 +1236,18 @@ bool CvDbSingleton::get_session_list_by_page(const std::vector<SessionType>& ent
 
   // A message belongs to the row of its conversation, whichever row named its id; of several the
   // last one counts.
-  std::map<std::pair<std::string_view, int32_t>, const Session*> newest;
+  std::map<std::pair<std::string_view, int32_t>, const Session*> message_of;
   for (const Session& message : messages) {
-    newest[{message.session_id_, message.session_type_}] = &message;
+    message_of[{message.session_id_, message.session_type_}] = &message;
   }
   for (Session& row : rows) {
-    const auto found = newest.find({row.session_id_, row.session_type_});
-    if (found == newest.end()) continue;
+    const auto found = message_of.find({row.session_id_, row.session_type_});
+    if (found == message_of.end()) continue;
     attach_message(row, *found->second);
     if (row.draft_.empty()) row.session_time_ = found->second->session_time_;
   }
 
   sort_page(rows);
-  is_top = rows.back().is_top_ != 0;
   for (Session& row : rows) {
     SessionInfo info;
     info.session_id_ = std::move(row.session_id_);
@@ -1235,6 +1255,7 @@ bool CvDbSingleton::get_session_list_by_page(const std::vector<SessionType>& ent
     fill_entry(info, std::move(row));
     session.push_back(std::move(info));
   }
+  is_top = rows.back().is_top_ != 0;
   return true;
 }
 
@@ -1435,20 +1456,20 @@ bool CvDbSingleton::clear_unread(const std::string& session_id, SessionType sess
 
 void CvDbSingleton::get_receipt_time(const std::string& session_id, int32_t session_type,
                                      int64_t& receipt_time) {
-  read_int64(*this, receipt_time,
-             "select receipt_time from t_session where session_id=? and session_type=?", session_id,
-             session_type);
+  read(*this, receipt_time,
+       "select receipt_time from t_session where session_id=? and session_type=?", session_id,
+       session_type);
 }
 
 bool CvDbSingleton::get_total_unread_count(int32_t& unread) {
-  return read_int(*this, unread, "select sum(unread_count) from t_session");
+  return read(*this, unread, "select sum(unread_count) from t_session");
 }
 
 bool CvDbSingleton::get_unread_count(const std::string& session_id, SessionType session_type,
                                      int32_t& unread) {
   const std::string sql =
       "select unread_count from t_session where session_id=? and session_type=?";
-  if (!read_int(*this, unread, sql, session_id, session_type)) return false;
+  if (!read(*this, unread, sql, session_id, session_type)) return false;
   log(cvrtc::LS_INFO,
       "bool Corvan::CvDbSingleton::get_unread_count(const std::string &, Corvan::SessionType, "
       "int32_t &)",
@@ -1458,9 +1479,9 @@ bool CvDbSingleton::get_unread_count(const std::string& session_id, SessionType 
 
 bool CvDbSingleton::get_message_count(const std::string& session_id, SessionType session_type,
                                       int32_t& unread) {
-  return read_int(*this, unread,
-                  "select count(id) from t_message where session_id=? and session_type=?",
-                  session_id, session_type);
+  return read(*this, unread,
+              "select count(id) from t_message where session_id=? and session_type=?", session_id,
+              session_type);
 }
 
 bool CvDbSingleton::get_cate_unread_count(const std::vector<SessionType>& entry, int32_t& unread,
@@ -1473,7 +1494,7 @@ bool CvDbSingleton::get_cate_unread_count(const std::vector<SessionType>& entry,
     sql += with_dnd ? " where" : " and";
     sql += " session_type in(" + list + ")";
   }
-  return read_int(*this, unread, sql);
+  return read(*this, unread, sql);
 }
 
 bool CvDbSingleton::get_unread_mention_count(const std::vector<SessionType>& entry, int32_t& unread,
@@ -1547,10 +1568,14 @@ sqlite3_stmt* CvDbSingleton::prepare_sql(const std::string& query, int32_t& succ
   success = sqlite3_prepare_v2(db_, query.c_str(), -1, &stmt, nullptr);
   if (success == SQLITE_OK) return stmt;
 
-  const std::string error = get_error();
-  log(cvrtc::LS_ERROR,
-      "sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &)",
-      "P-more-C;;;prepare_db;;;", success, ";;;", error);
+  try {
+    const std::string error = get_error();
+    log(cvrtc::LS_ERROR,
+        "sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &)",
+        "P-more-C;;;prepare_db;;;", success, ";;;", error);
+  } catch (const std::bad_alloc&) {
+    // The line is lost, the failure is returned all the same.
+  }
   finalize(stmt);
   if (success == SQLITE_CORRUPT || success == SQLITE_NOTADB) {
     close_db();
@@ -1627,7 +1652,7 @@ int32_t CvDbSingleton::execute_none_query(const std::string& sql) {
 
 int32_t CvDbSingleton::get_pragma(const std::string& pragma) {
   int32_t value = -1;
-  read_int(*this, value, pragma);
+  read(*this, value, pragma);
   return value;
 }
 

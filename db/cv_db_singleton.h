@@ -30,23 +30,27 @@ namespace Corvan {
 //
 // Lifetime: get_instance() creates the object, init_open_db() opens the user's file, close_db() or
 // delete_instance() closes it. A caller that switches users closes the store first.
-//
-// Errors: returned, never thrown. `bool` operations return false; the others say below what they
-// return. With no open connection every operation fails at once and in silence: false, -1, 0 or an
-// empty result. An SQLite failure is logged and returned. Unless an operation says otherwise, an
-// out-parameter keeps the caller's value when nothing was found or the operation failed.
+// Errors: returned, not thrown. `bool` operations return false; the others say below what they
+// return. With no open connection whatever needs the file fails at once and without an error line:
+// false, -1, 0 or an empty result; a call that has nothing to write may still succeed. An SQLite
+// failure is logged and returned. Unless an operation says otherwise, an out-parameter keeps the
+// caller's value when nothing was found or the operation failed. Only std::bad_alloc may leave an
+// operation, which then has finalised its statements and ended its transaction.
 // A missing statement or connection where one is required is a programming error and aborts the
-// process. A file that SQLite calls damaged (11) or not a database (26) while a statement is being
-// prepared is closed and deleted: the next init_open_db() starts an empty one.
+// process. When SQLite calls the open file damaged (11) or not a database (26) while a statement is
+// being prepared, the connection is closed and the file of the last init_open_db() deleted: the
+// next init_open_db() starts an empty one.
 //
 // Lists: results are appended to the caller's vector, which is never cleared, and an operation that
-// says "non-empty" answers whether the vector holds anything afterwards.
+// says "non-empty" answers whether the vector holds anything afterwards. A negative count or limit
+// sets none.
 //
 // Threads: the store takes no lock. SQLite serialises statements on the one connection, so reads
 // and single writes may come from several threads; creating, opening, closing and deleting the
 // object, explicit transactions and paging the conversation list are driven from one thread or
 // under the caller's own serialisation. A statement issued between start_transaction() and
-// commit_transaction() joins the transaction, whichever thread issues it.
+// commit_transaction() joins the transaction, whichever thread issues it. Closing while an
+// operation runs on another thread ends in a fatal check there.
 //
 // Transactions: operations marked "one transaction" begin and commit one of their own. Called
 // inside a caller's transaction they commit that one.
@@ -72,15 +76,20 @@ class CvDbSingleton {
 
   // Opens the file "corvan" in the folder of `db_path` for `user_id`, creating it and its schema
   // when it is new, and marks every message still being sent as failed. With the store already open
-  // for this user and its file still there, only that marking is done. `app_key` is accepted and
-  // not used. False only when SQLite cannot open the file; the store is then closed.
+  // for this user, and "corvan" or "corvan.db" present in that folder, only that marking is done,
+  // on the file that is open. `app_key` is accepted and not used.
+  //
+  // False only when SQLite cannot open the file; the store is then closed. True may also mean that
+  // the file was found damaged and deleted just now: the store is closed as well, and a second call
+  // starts a new file.
   //
   // `db_path` is a folder when its text ends with the delimiter; of any other text the last
   // component is replaced by the file's name.
   bool init_open_db(const cvrtc::Pathname& db_path, const std::string& app_key,
                     const std::string& user_id);
 
-  // Closes the connection; without one it does nothing. Running statements are interrupted.
+  // Closes the connection; without one it does nothing. Statements that are still open are
+  // interrupted, and no longer the store's.
   void close_db();
 
   // The schema's version text; empty when the file has none.
@@ -111,7 +120,8 @@ class CvDbSingleton {
   int32_t open_db();
 
   // Opens `file_name`, whatever was open before: the SQLite result code. The connection is set even
-  // after a failure; closing it is the caller's duty.
+  // after a failure; closing it is the caller's duty. When this file is found damaged, it is still
+  // the file of the last init_open_db() that is deleted.
   int32_t open_db(const std::string& file_name);
 
   // Whether a regular file exists there.
@@ -142,12 +152,14 @@ class CvDbSingleton {
   // Returns the message's id, or -1 when nothing was stored: a message of this server uid, or of
   // this conversation, client uid and sender, is there already, or the insert failed. A message
   // found by its client uid that the server has not named yet is completed with `server_uid` and
-  // `sent_time`, and its id returned. Own messages are looked up under the signed-in user's id.
+  // `sent_time`, and its id returned (32-bit id). Own messages are looked up under the signed-in
+  // user's id.
   //
   // The read status is derived: 1 for own messages and in chat rooms, else 0; `read_status` is not
   // stored. A `sent_time` below 1 becomes the clock's time. `history` (fetched, not live) and
-  // `insert_only` (do not move the conversation) skip the test by client uid. `is_count` counts one
-  // more unread message, `is_mention` one more unread mention.
+  // `insert_only` (the conversation keeps a time that is not earlier) skip the test by client uid.
+  // `is_count` counts one more unread message, `is_mention` one more unread mention;
+  // set_session_time() says when they do not.
   //
   // Not one transaction: the message and its conversation are written by two statements.
   int64_t save_message(const std::string& session_id, SessionType session_type,
@@ -364,7 +376,7 @@ class CvDbSingleton {
   // exists.
   bool get_silence(const std::string& session_id, SessionType session_type, int32_t& status);
 
-  // Deletes the conversation's row and marks its messages read, which stay.
+  // Deletes the conversation's row and marks its received messages read, which stay.
   bool remove_session(const std::string& session_id, SessionType session_type);
 
   // Deletes every conversation of these kinds, then their messages. One transaction, committed with
@@ -386,8 +398,10 @@ class CvDbSingleton {
                    int64_t msg_id, const std::string& name, int32_t count, int32_t mention);
 
   // Moves a conversation to a message just saved and adds to its counters. `profile` has bit 1 for
-  // history, 2 for insert only, 4 for insert only with a time of its own; they govern what a
-  // message not newer than the conversation changes. Failures are logged only.
+  // history, 2 for insert only, 4 for insert only with a time of its own. They govern a message not
+  // newer than the conversation: history changes nothing when there is a newest message; insert
+  // only leaves the time, and with a time of its own the newest message as well. A late "CV:QbNtf"
+  // leaves the newest message, too. Failures are logged only.
   void set_session_time(const std::string& session_id, SessionType session_type, int64_t sent_time,
                         const std::string& object_name, int64_t msg_id, int32_t unread,
                         int32_t mention, uint32_t profile);
@@ -435,8 +449,8 @@ class CvDbSingleton {
   // Appends the messages of these ids, each under its conversation. True when the query ran.
   bool load_message(std::vector<Session>& session, const std::string& msg_id);
 
-  // Fills what `conv` holds of its latest message from the row of `latest_id_`. False when there is
-  // no row.
+  // Fills what `conv` holds of its latest message, and its time with that message's, from the row
+  // of `latest_id_`. False when there is no row.
   bool load_message(Session& conv);
 
   // Counts, by conversation, the unread and the mentions among the messages of these ids. A message
@@ -463,8 +477,8 @@ class CvDbSingleton {
   // `sendTime`, which becomes the read time. The store itself never writes that direction.
   bool sync_unread(const std::string& session_id, int32_t session_type, int64_t sendTime);
 
-  // The user has read the conversation: its messages are marked read, the counters become 0, the
-  // read time that of the newest received message. One transaction.
+  // The user has read the conversation: received messages after the read time are marked read, the
+  // counters become 0, the read time that of the newest received message. One transaction.
   bool clear_unread(const std::string& session_id, SessionType session_type);
 
   // The time up to which the peer has read.
@@ -513,7 +527,7 @@ class CvDbSingleton {
   // stands for no open connection. A null `stmt` aborts the process wherever one is required.
 
   // Prepares one statement: the handle, which the caller passes to finalize(), or null after a
-  // failure. `success` receives 0 or the code of the failure.
+  // failure or for a text without a statement. `success` receives 0 or the code of the failure.
   sqlite3_stmt* prepare_sql(const std::string& query, int32_t& success);
 
   // Binds a value. A text is not copied: it must live, unchanged, until the statement is finalised
@@ -558,8 +572,8 @@ class CvDbSingleton {
   }
 
   // `keyword` made ready for a LIKE pattern inside an SQL literal: "_" and "%" with a backslash
-  // before them, quotes doubled. `flag` is set when a backslash was added, which the LIKE clause
-  // must then name as its escape character; it is never cleared.
+  // before them, quotes doubled, a backslash as it is. `flag` is set when a backslash was added,
+  // which the LIKE clause must then name as its escape character; it is never cleared.
   static std::string escape_char(const std::string& keyword, bool& flag);
 
   // Appends the kinds from 1 to 5 to `type`, in decimal with commas between; others are skipped.
@@ -573,9 +587,9 @@ class CvDbSingleton {
 
   sqlite3* db_ = nullptr;        // the open connection; null when closed
   cvrtc::Pathname local_path_;   // the file of the last init_open_db()
-  cvrtc::Pathname local_path8_;  // the file last opened, which is deleted when found damaged
+  cvrtc::Pathname local_path8_;  // the file last opened by open_db(): deleted when found damaged
   std::string user_id_;          // whose database is open
-  [[maybe_unused]] bool corrupt_ = false;
+  [[maybe_unused]] bool corrupt_ = false;  // never set
 };
 
 }  // namespace Corvan
