@@ -856,7 +856,8 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
   sql += " limit ?";
   log(cvrtc::LS_INFO, kSignature, "get_history_message_by_object_name: ", sql);
 
-  const std::string id = session_id;  // it may lie in `msg`, which grows while it is bound
+  // It may lie in `msg`, which grows while it is bound.
+  const std::string id = session_id;  // NOLINT(performance-unnecessary-copy-initialization)
   Statement query(*this, sql);
   if (!query.prepared()) return false;
   query.bind(id, session_type, search_time, count);
@@ -895,7 +896,8 @@ bool CvDbSingleton::get_history_message_by_time(const std::string& session_id,
 
 bool CvDbSingleton::get_mention_message(const std::string& session_id, SessionType session_type,
                                         std::vector<MessageResponse>& msg) {
-  const std::string id = session_id;  // it may lie in `msg`, which grows while it is bound
+  // It may lie in `msg`, which grows while it is bound.
+  const std::string id = session_id;  // NOLINT(performance-unnecessary-copy-initialization)
   Statement query(*this,
                   "select id,content,read_status,sent_time,object_name,sender,server_uid "
                   "from t_message where session_id=? and session_type=? and is_mention=1 "
