@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -17,30 +18,9 @@ constexpr const char* kSessions =
     "select session_id,session_time,latest_id,unread_count,mention_count from t_session "
     "order by session_id";
 
-std::string refuse(const std::string& event) {
-  return "create trigger refuse before " + event + " begin select raise(abort,'refused'); end";
-}
-
-// What a write that a trigger refused leaves in the log.
-Rows refused_lines() {
-  return {
-      "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): P-more-C;;;step;;;19;;;refused",
-      "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): P-more-C;;;finalize;;;19;;;refused"};
-}
-
 // What a compaction inside a transaction leaves in the log.
 Rows vacuum_lines() {
-  return {
-      "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): "
-      "P-more-C;;;step;;;1;;;cannot VACUUM from within a transaction",
-      "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): "
-      "P-more-C;;;finalize;;;1;;;cannot VACUUM from within a transaction"};
-}
-
-std::string prepare_failed(const std::string& error) {
-  return "4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &): "
-         "P-more-C;;;prepare_db;;;1;;;" +
-         error;
+  return run_failed(1, "cannot VACUUM from within a transaction");
 }
 
 // Some hundred pages of messages, all of them of the conversation of NewMessage.
@@ -249,7 +229,7 @@ TEST_F(DeleteMessage, RefusedDeletionKeepsTheBookkeepingAndCommits) {
   EXPECT_FALSE(store().delete_message(Ids{1}));
   EXPECT_EQ(rows(kIds), Rows{"1"});
   EXPECT_EQ(rows(kSessions), Rows{"room|100|1|1|1"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
   const std::string doomed =
       "select session_id,session_type,read_status,is_mention,sent_time from t_message "
       "where id in(1)";
@@ -376,7 +356,7 @@ TEST_F(DeleteMessage, RefusedDeletionByUidDoesNotRefresh) {
   plant(refuse("delete on t_message"));
   store().delete_message("room", CV_GROUP, Uids{"u1"});
   EXPECT_EQ(rows(kSessions), Rows{"room|900|77|1|0"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 // ---- One conversation ---------------------------------------------------------------------------
@@ -406,7 +386,7 @@ TEST_F(DeleteMessage, RefusedDeletionOfAConversationFails) {
   save(NewMessage());
   plant(refuse("delete on t_message"));
   EXPECT_FALSE(store().delete_message("room", CV_GROUP));
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 // ---- Clearing a conversation --------------------------------------------------------------------
@@ -455,7 +435,7 @@ TEST_F(DeleteMessage, FailedDeletionStillClearsTheNewestMessage) {
   EXPECT_FALSE(store().clear_message("room", CV_GROUP, false));
   EXPECT_EQ(rows(kIds), Rows{"1"});
   EXPECT_EQ(rows(kSessions), Rows{"room|100|-1|1|0"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 TEST_F(DeleteMessage, CompactionThatSucceedsHidesAFailedDeletion) {
@@ -540,7 +520,7 @@ TEST_F(DeleteMessage, ClearingByTimeReportsAFailedDeletionAndCompactsAllTheSame)
   EXPECT_FALSE(store().clear_message_by_timestamp(200, true));
   EXPECT_EQ(rows(kIds), Rows{"1"});
   EXPECT_EQ(take_ledger(), (Rows{"delete from t_message where sent_time<?", "VACUUM"}));
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 TEST_F(DeleteMessage, ClearingByTimeThatCannotBePreparedDoesNotCompact) {

@@ -2,6 +2,7 @@
 #include <sstream>
 #include <utility>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -20,13 +21,6 @@ using Ids = std::vector<int64_t>;
 using Names = std::vector<std::string>;
 
 constexpr int64_t kMaxTime = std::numeric_limits<int64_t>::max();
-
-std::string prepare_failed(const std::string& error) {
-  return "4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &): "
-         "P-more-C;;;prepare_db;;;1;;;" +
-         error;
-}
-const char* const kNoTable = "no such table: t_message";
 
 // Adds messages 1, 2, ... of one conversation, sent at these times.
 std::string history(const std::vector<int64_t>& times, const std::string& id = "room",
@@ -49,11 +43,7 @@ constexpr const char* kMessage2Fails =
     "sent_status,read_status,is_mention,sent_time,server_uid,"
     "case id when 2 then abs(-9223372036854775807-1+0*id) else content end as content from t_rows";
 Rows step_failed_lines() {
-  return {
-      "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): "
-      "P-more-C;;;step;;;1;;;integer overflow",
-      "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): "
-      "P-more-C;;;finalize;;;1;;;integer overflow"};
+  return run_failed(1, "integer overflow");
 }
 
 // A row in which every column has a value of its own.
@@ -237,7 +227,7 @@ TEST_F(MessageQuery, OneMessageThatCannotBePreparedLeavesTheRecord) {
   EXPECT_FALSE(store().get_message_by_id(message));
   EXPECT_FALSE(store().get_message_by_uid(message));
   EXPECT_EQ(text(message), before);
-  EXPECT_EQ(log.take(), Rows(2, prepare_failed(kNoTable)));
+  EXPECT_EQ(log.take(), Rows(2, no_table("t_message")));
 }
 
 // ---- A message's conversation and state ---------------------------------------------------------
@@ -291,7 +281,7 @@ TEST_F(MessageQuery, StateOfAMissingMessageKeepsTheCallersValues) {
   EXPECT_TRUE(is_unread);
   EXPECT_TRUE(is_mention);
   EXPECT_EQ(sent_time, 78);
-  EXPECT_EQ(log.take(), Rows{prepare_failed(kNoTable)});
+  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
 // ---- The history pager --------------------------------------------------------------------------
@@ -520,7 +510,7 @@ TEST_F(MessageQuery, PageThatCannotBePreparedLeavesTheVectorAndFails) {
   EXPECT_FALSE(store().get_history_message_by_object_name("room", CV_GROUP, {}, 5, 10, messages,
                                                           kDescending));
   EXPECT_EQ(ids(messages), Ids{77});
-  EXPECT_EQ(log.take(), Rows(2, prepare_failed(kNoTable)));  // the anchor and the page
+  EXPECT_EQ(log.take(), Rows(2, no_table("t_message")));  // the anchor and the page
 }
 
 TEST_F(MessageQuery, PageEndsAtAFailedStepAndKeepsWhatItHas) {
@@ -685,7 +675,7 @@ TEST_F(MessageQuery, MentionsThatCannotBePreparedLeaveTheVectorAndFail) {
   Messages messages = {with_id(77)};
   EXPECT_FALSE(store().get_mention_message("room", CV_GROUP, messages));
   EXPECT_EQ(ids(messages), Ids{77});
-  EXPECT_EQ(log.take(), Rows{prepare_failed(kNoTable)});
+  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
 TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepWhatTheyHave) {
@@ -823,7 +813,7 @@ TEST_F(MessageQuery, SpanThatCannotBePreparedFailsAndCommits) {
   take_ledger();
   Messages messages;
   EXPECT_FALSE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
-  EXPECT_EQ(log.take(), Rows(4, prepare_failed(kNoTable)));  // both pages with their anchors
+  EXPECT_EQ(log.take(), Rows(4, no_table("t_message")));  // both pages with their anchors
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
 
@@ -890,7 +880,7 @@ TEST_F(MessageQuery, MaxTimeThatCannotBePreparedKeepsTheCallersValue) {
   int64_t time = 77;
   store().get_max_time(time, CV_GROUP, "room", 2);
   EXPECT_EQ(time, 77);
-  EXPECT_EQ(log.take(), Rows{prepare_failed(kNoTable)});
+  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
 TEST_F(MessageQuery, MaxIdIsTheLargestNotTheNewestAndIn64Bits) {
@@ -918,7 +908,7 @@ TEST_F(MessageQuery, MaxIdWithoutAMatchIsMinusOne) {
 TEST_F(MessageQuery, MaxIdThatCannotBePreparedIsMinusOne) {
   store().execute_none_query("drop table t_message");
   EXPECT_EQ(store().get_max_message_id(CV_GROUP, "room", 2), -1);
-  EXPECT_EQ(log.take(), Rows{prepare_failed(kNoTable)});
+  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
 }  // namespace

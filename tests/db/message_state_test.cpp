@@ -1,5 +1,6 @@
 #include <limits>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -19,23 +20,6 @@ constexpr const char* kProgress = "select session_time,latest_id from t_session"
 constexpr const char* kReceiptTime = "select receipt_time from t_session";
 
 constexpr const char* kSetReadStatus = "update t_message set read_status=?,is_mention=0 where id=?";
-
-std::string refuse(const std::string& event) {
-  return "create trigger refuse before " + event + " begin select raise(abort,'refused'); end";
-}
-
-// What a write that a trigger refused leaves in the log.
-Rows refused_lines() {
-  return {
-      "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): P-more-C;;;step;;;19;;;refused",
-      "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): P-more-C;;;finalize;;;19;;;refused"};
-}
-
-std::string no_table(const std::string& name) {
-  return "4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &): "
-         "P-more-C;;;prepare_db;;;1;;;no such table: " +
-         name;
-}
 
 // Message 1 with this read state, in a conversation with 5 unread messages and 3 mentions.
 std::string message_with(int32_t read_status, int32_t is_mention) {
@@ -149,7 +133,7 @@ TEST_F(MessageState, AnswerWhoseStepFailsReturnsTheCode) {
   plant(refuse("update on t_message"));
   EXPECT_EQ(store().set_sendtime(1, 200, "u1", 0), 19);
   EXPECT_EQ(rows(kDelivery), Rows{"1|1||100"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 // ---- The server's answer: the conversation ------------------------------------------------------
@@ -242,7 +226,7 @@ TEST_F(MessageState, AnswerWhoseMessageUpdateFailsLeavesTheConversationAndCommit
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kDelivery), Rows{"1|1||100"});
   EXPECT_EQ(rows(kProgress), Rows{"100|1"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
 
@@ -262,7 +246,7 @@ TEST_F(MessageState, AnswerKeepsTheMessageWhenTheConversationUpdateFails) {
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|200"});
   EXPECT_EQ(rows(kProgress), Rows{"100|1"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 // ---- Sent status --------------------------------------------------------------------------------
@@ -301,7 +285,7 @@ TEST_F(MessageState, SentStatusWhoseStepFailsIsFalse) {
   plant(refuse("update on t_message"));
   EXPECT_FALSE(store().update_sent_status(1, 2));
   EXPECT_EQ(rows(kSentStates), Rows{"1|1"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 // ---- Read status --------------------------------------------------------------------------------
@@ -446,7 +430,7 @@ TEST_F(MessageState, ReadStatusWhoseUpdateFailsKeepsTheCountersAndCommits) {
   EXPECT_FALSE(store().set_read_status(1, 1));
   EXPECT_EQ(rows(kReadState), Rows{"0|1"});
   EXPECT_EQ(rows(kCounters), Rows{"5|3"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
 
@@ -456,7 +440,7 @@ TEST_F(MessageState, ReadStatusIsKeptWhenTheCountersCannotBeCorrected) {
   EXPECT_TRUE(store().set_read_status(1, 1));
   EXPECT_EQ(rows(kReadState), Rows{"1|0"});
   EXPECT_EQ(rows(kCounters), Rows{"5|3"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 TEST_F(MessageState, ReadStatusThatCannotBePreparedFailsAndCommits) {
@@ -554,7 +538,7 @@ TEST_F(MessageState, ReceiptWhoseStepFailsKeepsTheReceiptTime) {
   EXPECT_FALSE(store().update_message_receipt_status("room", CV_GROUP, 200));
   EXPECT_EQ(rows(kSentStates), Rows{"1|0"});
   EXPECT_EQ(rows(kReceiptTime), Rows{"100"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 TEST_F(MessageState, ReceiptSucceedsWhenItsTimeCannotBeStored) {
@@ -621,7 +605,7 @@ TEST_F(MessageState, ContentWhoseStepFailsIsFalse) {
   plant(refuse("update on t_message"));
   EXPECT_FALSE(store().set_message_content(1, "new", "CV:Other"));
   EXPECT_EQ(rows("select content from t_message"), Rows{"hello"});
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 // ---- One-column updates -------------------------------------------------------------------------
@@ -669,9 +653,9 @@ TEST_F(MessageState, OneColumnUpdatesWhoseStepFailsAreFalse) {
   save(NewMessage());
   plant(refuse("update on t_message"));
   EXPECT_FALSE(store().common_message_int(1, 1, kSetReadStatus));
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
   EXPECT_FALSE(store().common_message_text(1, "x", "update t_message set sender=? where id=?"));
-  EXPECT_EQ(log.take(), refused_lines());
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 // ---- Client uid ---------------------------------------------------------------------------------

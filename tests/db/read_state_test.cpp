@@ -1,3 +1,4 @@
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -9,12 +10,6 @@ using Corvan::CV_PRIVATE;
 using ReadState = StoreTest;
 
 constexpr const char* kReadStates = "select id,read_status,is_mention from t_message order by id";
-
-std::string no_table(const std::string& name) {
-  return "4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &): "
-         "P-more-C;;;prepare_db;;;1;;;no such table: " +
-         name;
-}
 
 // Gives the conversation of NewMessage a row with this read time.
 std::string read_up_to(int64_t time) {
@@ -163,15 +158,10 @@ TEST_F(ReadState, MarkingFailsWhenItCannotBePrepared) {
 
 TEST_F(ReadState, MarkingFailsWhenItsStepFails) {
   save(NewMessage());
-  plant(
-      "create trigger refuse before update on t_message begin "
-      "select raise(abort,'refused'); end");
+  plant(refuse("update on t_message"));
   EXPECT_FALSE(store().update_message_status("room", CV_GROUP));
   EXPECT_EQ(rows(kReadStates), Rows{"1|0|0"});
-  EXPECT_EQ(log.take(), (Rows{"3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): "
-                              "P-more-C;;;step;;;19;;;refused",
-                              "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): "
-                              "P-more-C;;;finalize;;;19;;;refused"}));
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 TEST_F(ReadState, MarkingGoesOnFromTimeZeroWhenTheReadTimeCannotBeRead) {

@@ -2,6 +2,7 @@
 #include <limits>
 #include <memory>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -29,19 +30,10 @@ constexpr const char* kProgress =
     "select session_time,latest_id,unread_count,mention_count from t_session";
 constexpr const char* kMessageCount = "select count(*) from t_message";
 
-std::string refuse(const std::string& event) {
-  return "create trigger refuse before " + event + " begin select raise(abort,'refused'); end";
-}
-
-constexpr const char* kStepRefused =
-    "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): P-more-C;;;step;;;19;;;refused";
-constexpr const char* kResetRefused =
-    "3 void Corvan::CvDbSingleton::reset(sqlite3_stmt *): P-more-C;;;reset;;;19;;;refused";
-constexpr const char* kFinalizeRefused =
-    "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): P-more-C;;;finalize;;;19;;;refused";
-constexpr const char* kNoTable =
-    "4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &): "
-    "P-more-C;;;prepare_db;;;1;;;no such table: t_message";
+const std::string kStepRefused = step_failed(kRefusedCode, kRefusedText);
+const std::string kResetRefused = reset_failed(kRefusedCode, kRefusedText);
+const std::string kFinalizeRefused = finalize_failed(kRefusedCode, kRefusedText);
+const std::string kNoTable = no_table("t_message");
 
 // Records of the batch save that are to be stored.
 Batch batch_of(const std::vector<std::string>& contents) {
@@ -819,10 +811,7 @@ TEST_F(SaveMessage, ListTestSucceedsWhenAStepFailed) {
   std::vector<std::string> found;
   EXPECT_TRUE(store().is_message_exist("'u1','u2','u3'", found));
   EXPECT_EQ(found, Rows{"u1"});
-  EXPECT_EQ(log.take(), (Rows{"3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): "
-                              "P-more-C;;;step;;;1;;;integer overflow",
-                              "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): "
-                              "P-more-C;;;finalize;;;1;;;integer overflow"}));
+  EXPECT_EQ(log.take(), run_failed(1, "integer overflow"));
 }
 
 // ---- Batch test by client key -------------------------------------------------------------------
