@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <iostream>
-#include <locale>
 #include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+#include "tests/support/grouping_locale.h"
 
 namespace corvan_test {
 namespace {
@@ -53,11 +53,6 @@ class StandardError {
  private:
   std::ostringstream text_;
   std::streambuf* previous_;
-};
-
-struct GroupedDigits : std::numpunct<char> {
-  char do_thousands_sep() const override { return '.'; }
-  std::string do_grouping() const override { return "\3"; }
 };
 
 TEST_F(LogMessage, SeveritiesAreNumberedFromZero) {
@@ -134,10 +129,8 @@ TEST_F(LogMessage, EmptySinkBringsStandardErrorBack) {
 
 TEST_F(LogMessage, NumbersAreNotGroupedWhateverTheGlobalLocale) {
   collect();
-  const std::locale previous =
-      std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
+  const corvan_test::GroupingLocale grouping;
   cvrtc::LogMessage(cvrtc::LS_WARNING).stream() << 1234567;
-  std::locale::global(previous);
   EXPECT_EQ(lines_, Lines{"3 1234567"});
 }
 

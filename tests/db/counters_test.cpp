@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -59,10 +60,7 @@ class Counters : public StoreTest {
   }
 
   // Makes every update of a table fail when it is stepped.
-  void refuse_updates(const std::string& table) const {
-    plant("create trigger t_refuse before update on " + table +
-          " begin select raise(abort,'refused'); end");
-  }
+  void refuse_updates(const std::string& table) const { plant(refuse("update on " + table)); }
 
   // t_session and t_message become views that can be prepared and not be stepped.
   void make_rows_unreadable() const {

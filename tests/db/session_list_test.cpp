@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -519,11 +520,7 @@ TEST_F(SessionList, NegativeCursorAfterPinnedFails) {
   std::vector<SessionInfo> list;
   EXPECT_FALSE(store().get_session_list_by_page({CV_GROUP}, -1, 10, list));
   EXPECT_TRUE(list.empty());
-  const Rows lines = log.take();
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0],
-            "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): "
-            "P-more-C;;;step;;;20;;;datatype mismatch");
+  EXPECT_EQ(log.take(), run_failed(20, "datatype mismatch"));
 }
 
 TEST_F(SessionList, NegativeCursorAfterUnpinnedStartsOver) {
@@ -937,9 +934,7 @@ TEST_F(SessionList, LatestIdOfAMissingConversationSucceeds) {
 
 TEST_F(SessionList, LatestIdThatCannotBeWrittenIsReported) {
   plant_row(Row("room", 100).latest(7));
-  plant(
-      "create trigger t_refuse before update on t_session begin select raise(abort,'refused'); "
-      "end");
+  plant(refuse("update on t_session"));
   EXPECT_FALSE(store().set_message_latestid("room", CV_GROUP, 1, 900));
   EXPECT_EQ(rows(kLink), Rows{"2|7|100"});
   drop("t_session");

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -41,9 +42,8 @@ class SessionRows : public StoreTest {
   void drop_sessions() { ASSERT_EQ(store().execute_none_query("drop table t_session"), kDone); }
 
   // Makes a kind of write of a table fail when it is stepped.
-  void refuse(const std::string& action, const std::string& table = "t_session") const {
-    plant("create trigger t_refuse before " + action + " on " + table +
-          " begin select raise(abort,'refused'); end");
+  void refuse_to(const std::string& action, const std::string& table = "t_session") const {
+    plant(refuse(action + " on " + table));
   }
 
   // t_session becomes a view that can be prepared and not be stepped.
@@ -269,7 +269,7 @@ TEST_F(SessionRows, MovingAMissingConversationCreatesNone) {
 
 TEST_F(SessionRows, FailedMoveIsLoggedOnly) {
   plant_room(7);
-  refuse("update");
+  refuse_to("update");
   store().set_session_time("room", CV_GROUP, 101, kText, 9, 1, 1, 0);
   EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
   EXPECT_EQ(log.take().size(), 2U);
@@ -321,7 +321,7 @@ TEST_F(SessionRows, CorrectedTimeAndIdAreWide) {
 
 TEST_F(SessionRows, FailedCorrectionIsLoggedOnly) {
   plant_room(7);
-  refuse("update");
+  refuse_to("update");
   store().set_sessiontime(101, 9, "room", CV_GROUP);
   EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
   EXPECT_EQ(log.take().size(), 2U);
@@ -360,10 +360,10 @@ TEST_F(SessionRows, PinningConcernsOneKind) {
 
 TEST_F(SessionRows, FailedPinningIsReported) {
   plant_room(7);
-  refuse("update");
+  refuse_to("update");
   EXPECT_FALSE(store().set_is_top("room", CV_GROUP, true, false));
   plant("drop trigger t_refuse");
-  refuse("insert");
+  refuse_to("insert");
   EXPECT_FALSE(store().set_is_top("room", CV_PRIVATE, true, true));
   EXPECT_EQ(rows("select session_type,is_top from t_session"), Rows{"2|0"});
 }
@@ -408,14 +408,12 @@ TEST_F(SessionRows, DraftOfAMissingConversationIsRefused) {
   EXPECT_EQ(take_ledger().back(),
             "insert into t_session(draft,session_id,session_type,session_time,silence,"
             "unread_count,mention_count,latest_id) values(?,?,?,?,?,?,?,?,?)");
-  EXPECT_EQ(log.take(), Rows{"4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql("
-                             "const std::string &, int32_t &): P-more-C;;;prepare_db;;;1;;;"
-                             "9 values for 8 columns"});
+  EXPECT_EQ(log.take(), Rows{prepare_failed("9 values for 8 columns")});
 }
 
 TEST_F(SessionRows, FailedDraftIsReported) {
   plant_room(7);
-  refuse("update");
+  refuse_to("update");
   EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, "to do"));
   EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, ""));
   EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
@@ -427,9 +425,7 @@ TEST_F(SessionRows, DraftGetterFailsAlways) {
   std::string draft = "kept";
   EXPECT_FALSE(store().get_message_draft("room", CV_GROUP, draft));
   EXPECT_EQ(draft, "kept");
-  EXPECT_EQ(log.take(), Rows{"4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql("
-                             "const std::string &, int32_t &): P-more-C;;;prepare_db;;;1;;;"
-                             "no such column: draft_message"});
+  EXPECT_EQ(log.take(), Rows{prepare_failed("no such column: draft_message")});
 }
 
 TEST_F(SessionRows, DraftGetterReadsTheColumnWhereThereIsOne) {
@@ -462,7 +458,7 @@ TEST_F(SessionRows, SilenceOfAMissingConversationSucceedsAndCreatesNone) {
 
 TEST_F(SessionRows, FailedSilenceIsReported) {
   plant_room(7);
-  refuse("update");
+  refuse_to("update");
   EXPECT_FALSE(store().set_silence("room", CV_GROUP, 2));
   drop_sessions();
   EXPECT_FALSE(store().set_silence("room", CV_GROUP, 2));
@@ -512,7 +508,7 @@ TEST_F(SessionRows, DeletingAMissingConversationSucceeds) {
 
 TEST_F(SessionRows, FailedDeletingIsReported) {
   plant_room(7);
-  refuse("delete");
+  refuse_to("delete");
   EXPECT_FALSE(store().delete_session("room", CV_GROUP));
   EXPECT_EQ(rows("select count(*) from t_session"), Rows{"1"});
 }
@@ -540,14 +536,14 @@ TEST_F(SessionRows, RemovingAMissingConversationSucceeds) {
 
 TEST_F(SessionRows, RemovingThatCannotDeleteLeavesTheMessages) {
   save(NewMessage());
-  refuse("delete");
+  refuse_to("delete");
   EXPECT_FALSE(store().remove_session("room", CV_GROUP));
   EXPECT_EQ(rows("select read_status from t_message"), Rows{"0"});
 }
 
 TEST_F(SessionRows, RemovingSucceedsWhenTheMessagesCannotBeMarked) {
   save(NewMessage());
-  refuse("update", "t_message");
+  refuse_to("update", "t_message");
   EXPECT_TRUE(store().remove_session("room", CV_GROUP));
   EXPECT_EQ(rows(kSessions), Rows{});
   EXPECT_EQ(rows("select read_status from t_message"), Rows{"0"});
@@ -582,7 +578,7 @@ TEST_F(SessionRows, ClearingIsOneTransaction) {
 
 TEST_F(SessionRows, ClearingThatCannotDeleteConversationsLeavesMessagesAndCommits) {
   save(NewMessage());
-  refuse("delete");
+  refuse_to("delete");
   take_ledger();
   EXPECT_FALSE(store().clear_session({CV_GROUP}));
   EXPECT_EQ(take_ledger(),
@@ -593,7 +589,7 @@ TEST_F(SessionRows, ClearingThatCannotDeleteConversationsLeavesMessagesAndCommit
 
 TEST_F(SessionRows, ClearingThatCannotDeleteMessagesKeepsTheConversationsDeleted) {
   save(NewMessage());
-  refuse("delete", "t_message");
+  refuse_to("delete", "t_message");
   EXPECT_FALSE(store().clear_session({CV_GROUP}));
   EXPECT_EQ(rows("select count(*) from t_session"), Rows{"0"});
   EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});

@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <limits>
-#include <locale>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/support/grouping_locale.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -492,18 +492,11 @@ TEST_F(StatementLayer, PlainIntegersAreWrittenTheSame) {
   EXPECT_EQ(text, "-2147483648");
 }
 
-struct GroupedDigits : std::numpunct<char> {
-  char do_thousands_sep() const override { return '.'; }
-  std::string do_grouping() const override { return "\3"; }
-};
-
 TEST_F(StatementLayer, NumbersAreNotGroupedWhateverTheGlobalLocale) {
-  const std::locale previous =
-      std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
+  const GroupingLocale grouping;
   std::string narrow;
   CvDbSingleton::number_to_string<int>(narrow, -1234567);
   const std::string wide = decimal(1234567);
-  std::locale::global(previous);
   EXPECT_EQ(wide, "1234567");
   EXPECT_EQ(narrow, "-1234567");
 }

@@ -2,6 +2,7 @@
 #include <limits>
 #include <string>
 
+#include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -29,11 +30,7 @@ class Transactions : public StoreTest {
   }
 
   // Makes every write of t_sync fail when it is stepped.
-  void refuse_sync_times() {
-    plant(
-        "create trigger t_refuse before insert on t_sync begin select raise(abort,'refused'); "
-        "end");
-  }
+  void refuse_sync_times() { plant(refuse("insert on t_sync")); }
 };
 
 // ---- Transactions -------------------------------------------------------------------------------
@@ -62,13 +59,7 @@ TEST_F(Transactions, SecondStartFailsAndKeepsTheFirst) {
   ASSERT_TRUE(store().set_sync_time(1000, true));
   EXPECT_FALSE(store().start_transaction());
   EXPECT_TRUE(in_transaction());
-  const std::string error = "1;;;cannot start a transaction within a transaction";
-  EXPECT_EQ(log.take(), (Rows{"3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): "
-                              "P-more-C;;;step;;;" +
-                                  error,
-                              "3 void Corvan::CvDbSingleton::finalize(sqlite3_stmt *): "
-                              "P-more-C;;;finalize;;;" +
-                                  error}));
+  EXPECT_EQ(log.take(), run_failed(1, "cannot start a transaction within a transaction"));
   EXPECT_TRUE(store().commit_transaction());
   EXPECT_EQ(rows(kSyncRows), Rows{"me|1000|0"});
 }
@@ -132,9 +123,7 @@ TEST_F(Transactions, SyncTimesThatCannotBePreparedKeepTheCallersValues) {
   EXPECT_FALSE(store().get_sync_time(&received, &sent));
   EXPECT_EQ(received, 7);
   EXPECT_EQ(sent, 8);
-  EXPECT_EQ(log.take(), Rows{"4 sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql("
-                             "const std::string &, int32_t &): P-more-C;;;prepare_db;;;1;;;"
-                             "no such table: t_sync"});
+  EXPECT_EQ(log.take(), Rows{no_table("t_sync")});
 }
 
 TEST_F(Transactions, SyncTimesThatCannotBeSteppedKeepTheCallersValues) {
@@ -210,14 +199,11 @@ TEST_F(Transactions, FailedReadIsLoggedAndTheTimeIsWrittenAllTheSame) {
   EXPECT_TRUE(store().set_sync_time(1000, true));
   EXPECT_TRUE(store().set_sync_time(500, false));
   EXPECT_EQ(rows("select * from t_written"), (Rows{"me|1000|0", "me|0|500"}));
-  const std::string overflow = "1;;;integer overflow";
-  const Rows lines = log.take();
-  ASSERT_EQ(lines.size(), 6U);
-  EXPECT_EQ(
-      lines[0],
-      "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): P-more-C;;;step;;;" + overflow);
-  EXPECT_EQ(lines[2], read_failed);
-  EXPECT_EQ(lines[5], read_failed);
+  Rows read = run_failed(1, "integer overflow");
+  read.insert(read.begin() + 2, read_failed);
+  Rows both = read;
+  both.insert(both.end(), read.begin(), read.end());
+  EXPECT_EQ(log.take(), both);
 }
 
 TEST_F(Transactions, SyncTimeThatCanBeNeitherReadNorWrittenIsRefused) {
@@ -239,11 +225,7 @@ TEST_F(Transactions, SyncTimeThatCannotBeWrittenIsRefused) {
   refuse_sync_times();
   EXPECT_FALSE(store().set_sync_time(1000, true));
   EXPECT_EQ(rows(kSyncRows), Rows{});
-  const Rows lines = log.take();
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0],
-            "3 int32_t Corvan::CvDbSingleton::step(sqlite3_stmt *, bool): "
-            "P-more-C;;;step;;;19;;;refused");
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 }  // namespace

@@ -11,7 +11,8 @@ std::string fields(int code, const std::string& error) {
 }  // namespace
 
 std::string refuse(const std::string& event) {
-  return "create trigger refuse before " + event + " begin select raise(abort,'refused'); end";
+  return "create trigger \"refuse " + event + "\" before " + event +
+         " begin select raise(abort,'refused'); end";
 }
 
 std::string prepare_failed(const std::string& error, int code) {
