@@ -362,7 +362,7 @@ TEST_F(SessionRows, FailedPinningIsReported) {
   plant_room(7);
   refuse_to("update");
   EXPECT_FALSE(store().set_is_top("room", CV_GROUP, true, false));
-  plant("drop trigger t_refuse");
+  plant("drop trigger \"refuse update on t_session\"");
   refuse_to("insert");
   EXPECT_FALSE(store().set_is_top("room", CV_PRIVATE, true, true));
   EXPECT_EQ(rows("select session_type,is_top from t_session"), Rows{"2|0"});
