@@ -4,6 +4,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include "base/cv_utils.h"
@@ -29,11 +30,12 @@ class Look {
   explicit Look(const std::string& folder) : name_(store_file(folder)), copy_(folder) {
     const std::string file = store_file(copy_.folder());
     require_store(file, name_, false);
-    const std::vector<int64_t> sending = messages_being_sent(file);
+    const std::vector<int64_t> sending = messages_being_sent(file, name_);
     store_.emplace(copy_.folder(), "");
     store()->start_transaction();
     for (const int64_t id : sending) store()->update_sent_status(id, 1);
     store()->commit_transaction();
+    require_success();
   }
 
   OpenStore& store() { return *store_; }
@@ -281,7 +283,7 @@ int run_check(const CheckOptions& options) {
   {
     const StoreCopy copy(options.folder);
     const std::string file = store_file(copy.folder());
-    if (look_at_store(file, result) == StoreState::kDamaged) {
+    if (look_at_store(file, store_file(options.folder), result) == StoreState::kDamaged) {
       sound = false;
     } else {
       require_store(file, store_file(options.folder), false);
@@ -293,7 +295,8 @@ int run_check(const CheckOptions& options) {
   if (options.json) {
     print_json({{"ok", sound}, {"result", result}});
   } else {
-    std::cout << printable(result) << '\n';
+    std::istringstream findings(result);
+    for (std::string line; std::getline(findings, line);) std::cout << printable(line) << '\n';
   }
   return sound ? kOk : kNegative;
 }

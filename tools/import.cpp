@@ -28,6 +28,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::size_t kLongestLine = std::size_t{64} << 20;
+constexpr std::size_t kPiece = std::size_t{64} << 10;
+
 // The lines of several files, one after the other.
 class LineSource {
  public:
@@ -49,7 +52,7 @@ class LineSource {
   bool next(std::string& line) {
     while (current_ < inputs_.size()) {
       std::istream& stream = inputs_[current_].file ? *inputs_[current_].file : std::cin;
-      if (std::getline(stream, line)) {
+      if (read_line(stream, line)) {
         ++line_number_;
         return true;
       }
@@ -69,7 +72,26 @@ class LineSource {
     std::unique_ptr<std::ifstream> file;  // null for standard input
   };
 
+  // As std::getline, but a file without line ends does not fill the memory.
+  bool read_line(std::istream& stream, std::string& line) {
+    line.clear();
+    while (true) {
+      stream.getline(piece_.data(), static_cast<std::streamsize>(piece_.size()));
+      const auto taken = static_cast<std::size_t>(stream.gcount());
+      const bool ended = stream.good();  // the line end was taken, too
+      line.append(piece_.data(), ended ? taken - 1 : taken);
+      if (ended) return true;
+      if (stream.bad() || stream.eof()) return !stream.bad() && !line.empty();
+      if (line.size() > kLongestLine) {
+        throw ToolError(inputs_[current_].name + ":" + std::to_string(line_number_ + 1) +
+                        ": longer than 64 MiB");
+      }
+      stream.clear();
+    }
+  }
+
   std::vector<Input> inputs_;
+  std::vector<char> piece_ = std::vector<char>(kPiece);
   std::size_t current_ = 0;
   std::size_t line_number_ = 0;
 };
@@ -87,12 +109,15 @@ class Import {
   explicit Import(const ImportOptions& options)
       : options_(options),
         source_(options.files),
-        batch_(std::max<std::size_t>(options.batch_size, 1)) {}
+        batch_size_(std::max<std::size_t>(options.batch_size, 1)) {}
 
   void run() {
     read_batch();  // a bad beginning is found before a store is made
     prepare_folder();
     OpenStore store(options_.folder, options_.user);
+    if (!store.failure().empty()) {
+      throw ToolError(store_file(options_.folder) + ": " + store.failure());
+    }
     newest_id_ = read_newest_id(store);
     while (filled_ > 0) {
       save_batch(store);
@@ -131,8 +156,9 @@ class Import {
   void read_batch() {
     filled_ = 0;
     std::string line;
-    while (filled_ < batch_.size() && source_.next(line)) {
+    while (filled_ < batch_size_ && source_.next(line)) {
       if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+      if (filled_ == batch_.size()) batch_.emplace_back();
       Entry& entry = batch_[filled_];
       const std::optional<std::string> error = parser_.parse(line, entry.message);
       name_unknown_keys();
@@ -163,7 +189,9 @@ class Import {
     std::filesystem::create_directories(options_.folder, error);
     if (error) throw ToolError(options_.folder + ": " + error.message());
     const std::string file = store_file(options_.folder);
-    require_store(file, file, true);
+    if (!std::filesystem::exists(file, error) || holds_store_tables(file)) return;
+    const StoreCopy copy(options_.folder);  // what is no store stays as it is, its log included
+    require_store(store_file(copy.folder()), file, true);
   }
 
   static int64_t read_newest_id(OpenStore& store) {
@@ -225,6 +253,7 @@ class Import {
   const ImportOptions& options_;
   LineSource source_;
   LineParser parser_;
+  const std::size_t batch_size_;
   std::vector<Entry> batch_;  // the first `filled_` are in use; the others keep their memory
   std::size_t filled_ = 0;
   std::size_t named_keys_ = 0;

@@ -1,6 +1,5 @@
 #include "tools/import_line.h"
 
-#include <algorithm>
 #include <array>
 #include <bitset>
 #include <limits>
@@ -27,6 +26,8 @@ enum Field : std::size_t {
   kFieldCount,
   kNoField = kFieldCount,
 };
+
+constexpr int kNumberOverflow = 406;  // nlohmann's id of the error
 
 struct FieldRule {
   const char* name;
@@ -57,8 +58,10 @@ Field field_of(const std::string& key) {
 // `error` set.
 class LineReader : public nlohmann::json_sax<Json> {
  public:
-  LineReader(ImportMessage& message, std::vector<std::string>& unknown_keys)
-      : message_(message), unknown_keys_(unknown_keys) {}
+  // `met` holds the keys in `unknown_keys`.
+  LineReader(ImportMessage& message, std::vector<std::string>& unknown_keys,
+             std::unordered_set<std::string>& met)
+      : message_(message), unknown_keys_(unknown_keys), met_(met) {}
 
   const std::string& error() const { return error_; }
 
@@ -94,9 +97,7 @@ class LineReader : public nlohmann::json_sax<Json> {
     if (depth_ > 1) return true;  // inside an unknown key's value
     field_ = field_of(name);
     if (field_ == kNoField) {
-      if (std::find(unknown_keys_.begin(), unknown_keys_.end(), name) == unknown_keys_.end()) {
-        unknown_keys_.push_back(name);
-      }
+      if (met_.insert(name).second) unknown_keys_.push_back(name);
       return true;
     }
     if (seen_[field_]) return fail("given twice");
@@ -130,8 +131,11 @@ class LineReader : public nlohmann::json_sax<Json> {
     return whole(static_cast<int64_t>(value));
   }
 
-  bool number_float(number_float_t /*value*/, const string_t& /*text*/) override {
-    return skipped() || wrong_type();
+  // A whole number beyond 64 bits arrives here, too.
+  bool number_float(number_float_t /*value*/, const string_t& text) override {
+    if (skipped()) return true;
+    const bool whole_number = text.find_first_of(".eE") == std::string::npos;
+    return whole_number && is_number() ? fail("out of range") : wrong_type();
   }
 
   bool string(string_t& value) override {
@@ -147,9 +151,12 @@ class LineReader : public nlohmann::json_sax<Json> {
   bool binary(binary_t& /*value*/) override { return wrong_type(); }
 
   bool parse_error(std::size_t position, const std::string& /*last_token*/,
-                   const nlohmann::detail::exception& /*exception*/) override {
+                   const nlohmann::detail::exception& exception) override {
     if (!error_.empty()) return false;
-    const std::string what = "not valid JSON at byte " + std::to_string(position);
+    const bool too_big = exception.id == kNumberOverflow;
+    const std::string what =
+        (too_big ? "number out of range at byte " : "not valid JSON at byte ") +
+        std::to_string(position);
     if (depth_ == 1 && field_ != kNoField) return fail(what);
     error_ = what;
     return false;
@@ -224,6 +231,7 @@ class LineReader : public nlohmann::json_sax<Json> {
 
   ImportMessage& message_;
   std::vector<std::string>& unknown_keys_;
+  std::unordered_set<std::string>& met_;
   std::string error_;
   std::bitset<kFieldCount> seen_;
   Field field_ = kNoField;  // of the value that comes next
@@ -247,14 +255,14 @@ const char* const kImportKeys =
     "  client_uid    the sending client's number of an own message (default 0: none)\n"
     "  server_uid    text: the server's id of the message (default empty: none)\n"
     "Texts are UTF-8 without zero characters. Other keys are named once and passed over; lines\n"
-    "without any text are passed over, too.\n";
+    "without any text are passed over, too. A line of more than 64 MiB ends the import.\n";
 
 std::optional<std::string> LineParser::parse(std::string_view line, ImportMessage& message) {
   message.is_mention = false;
   message.sent_status = 0;
   message.client_uid = 0;
   message.server_uid.clear();
-  LineReader reader(message, unknown_keys_);
+  LineReader reader(message, unknown_keys_, met_);
   if (!Json::sax_parse(line.begin(), line.end(), &reader)) return reader.error();
   const Field missing = reader.missing();
   if (missing == kNoField) return std::nullopt;

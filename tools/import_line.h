@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "db/cv_db_records.h"
@@ -44,6 +45,7 @@ class LineParser {
 
  private:
   std::vector<std::string> unknown_keys_;
+  std::unordered_set<std::string> met_;  // the same keys
 };
 
 }  // namespace corvan_tool

@@ -3,6 +3,9 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <utility>
+
+#include "base/cv_utils.h"
 #include "base/log_message.h"
 #include "base/pathname.h"
 #include "tools/tool_error.h"
@@ -14,8 +17,8 @@ namespace {
 // A connection beside the store's, for what must be known before the store is opened.
 class Connection {
  public:
-  explicit Connection(const std::string& file)
-      : opened_(sqlite3_open_v2(file.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr)) {
+  explicit Connection(const std::string& file, int flags = SQLITE_OPEN_READWRITE)
+      : opened_(sqlite3_open_v2(file.c_str(), &db_, flags, nullptr)) {
     sqlite3_busy_timeout(db_, 5000);
   }
   Connection(const Connection&) = delete;
@@ -41,44 +44,65 @@ class Connection {
   const int opened_;
 };
 
-}  // namespace
-
-StoreState look_at_store(const std::string& file, std::string& detail) {
-  struct stat status = {};
-  if (stat(file.c_str(), &status) != 0) return StoreState::kEmpty;
-
-  const Connection connection(file);
-  int32_t ours = 0;
-  int32_t all = 0;
-  const int rc = connection.each_row(
+// How many of a store's tables a file has, and how many tables in all: SQLITE_DONE, or the code of
+// the failure.
+int count_tables(const Connection& connection, int32_t& ours, int32_t& all) {
+  return connection.each_row(
       "select count(case when name in('t_message','t_session','t_sync','t_version') then 1 end),"
       "count(*) from sqlite_master where type='table'",
       [&](sqlite3_stmt* row) {
         ours = sqlite3_column_int(row, 0);
         all = sqlite3_column_int(row, 1);
       });
+}
+
+constexpr int32_t kTables = 4;
+
+}  // namespace
+
+bool holds_store_tables(const std::string& file) {
+  std::string uri = "file:" + file;
+  for (const auto& [character, code] : {std::pair("%", "%25"), {"?", "%3f"}, {"#", "%23"}}) {
+    Corvan::CvUtils::string_replace(uri, character, code);
+  }
+  const Connection connection(uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  int32_t ours = 0;
+  int32_t all = 0;
+  return count_tables(connection, ours, all) == SQLITE_DONE && ours == kTables;
+}
+
+StoreState look_at_store(const std::string& file, const std::string& name, std::string& detail) {
+  struct stat status = {};
+  if (stat(file.c_str(), &status) != 0) return StoreState::kEmpty;
+
+  const Connection connection(file);
+  int32_t ours = 0;
+  int32_t all = 0;
+  const int rc = count_tables(connection, ours, all);
   if (rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB) {
     detail = connection.error();
     return StoreState::kDamaged;
   }
-  if (rc != SQLITE_DONE) throw ToolError(file + ": " + connection.error());
+  if (rc != SQLITE_DONE) throw ToolError(name + ": " + connection.error());
   if (all == 0) return StoreState::kEmpty;
-  return ours == 4 ? StoreState::kStore : StoreState::kForeign;
+  return ours == kTables ? StoreState::kStore : StoreState::kForeign;
 }
 
-std::vector<int64_t> messages_being_sent(const std::string& file) {
+std::vector<int64_t> messages_being_sent(const std::string& file, const std::string& name) {
   std::vector<int64_t> ids;
   const Connection connection(file);
   const int rc = connection.each_row(
       "select id from t_message where sent_status=1",
       [&ids](sqlite3_stmt* row) { ids.push_back(sqlite3_column_int64(row, 0)); });
-  if (rc != SQLITE_DONE) throw ToolError(file + ": " + connection.error());
+  if (rc != SQLITE_DONE) {
+    throw ToolError(name + ": " + connection.error() + "; see 'corvan check'");
+  }
   return ids;
 }
 
 void require_store(const std::string& file, const std::string& name, bool may_be_empty) {
   std::string detail;
-  switch (look_at_store(file, detail)) {
+  switch (look_at_store(file, name, detail)) {
     case StoreState::kStore:
       return;
     case StoreState::kEmpty:
@@ -98,7 +122,7 @@ OpenStore::OpenStore(const std::string& folder, const std::string& user) {
     const std::size_t last_field = text.rfind(";;;");  // SQLite's own words
     failure_ = last_field == std::string::npos ? text : text.substr(last_field + 3);
   });
-  if (!(*this)->init_open_db(cvrtc::Pathname(folder, ""), "", user) || !failure_.empty()) {
+  if (!(*this)->init_open_db(cvrtc::Pathname(folder, ""), "", user)) {
     const std::string why = failure_.empty() ? "cannot be opened" : failure_;
     Corvan::CvDbSingleton::delete_instance();
     cvrtc::LogMessage::SetSink(nullptr);

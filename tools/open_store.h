@@ -19,21 +19,28 @@ enum class StoreState {
   kDamaged,  // not a database, or a damaged one
 };
 
+// Whether the file, without its write-ahead log, holds the tables of a store. Nothing is locked or
+// written, not even beside it. False says nothing: the log may hold them.
+bool holds_store_tables(const std::string& file);
+
+// Here and below, `name` is the file's name in the text of a ToolError: `file` may be a copy.
+
 // `detail` receives SQLite's text for kDamaged. Throws ToolError when the file cannot be read.
-StoreState look_at_store(const std::string& file, std::string& detail);
+StoreState look_at_store(const std::string& file, const std::string& name, std::string& detail);
 
 // Throws ToolError unless a store may be opened there; an empty one may when `may_be_empty`.
-// `name` is the file's name in the text.
 void require_store(const std::string& file, const std::string& name, bool may_be_empty);
 
-// The messages that the store in this file holds as being sent.
-std::vector<int64_t> messages_being_sent(const std::string& file);
+// The messages that the store in this file holds as being sent. Throws ToolError when they cannot
+// be read.
+std::vector<int64_t> messages_being_sent(const std::string& file, const std::string& name);
 
 // The process's store while the object lives. What the store logs as a warning or an error is kept
 // here instead of being written.
 class OpenStore {
  public:
-  // Throws ToolError when the store cannot be opened.
+  // Throws ToolError when the store cannot be opened. One that was opened with a failure, as a
+  // damaged one may be, is left to failure().
   OpenStore(const std::string& folder, const std::string& user);
   OpenStore(const OpenStore&) = delete;
   OpenStore& operator=(const OpenStore&) = delete;

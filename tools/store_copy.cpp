@@ -45,8 +45,8 @@ void remove_copy(const char* folder) {
   std::array<char, 600> path = {};
   for (const char* suffix : kSuffixes) {
     std::strncpy(path.data(), folder, path.size() - 32);
-    std::strcat(path.data(), kStoreName);
-    std::strcat(path.data(), suffix);
+    std::strncat(path.data(), kStoreName, 16);
+    std::strncat(path.data(), suffix, 15);
     unlink(path.data());
   }
   rmdir(folder);
@@ -148,18 +148,25 @@ StoreCopy::StoreCopy(const std::string& folder) {
     fail(from);
   }
   if (!S_ISREG(status.st_mode)) throw ToolError(from + ": not a file");
+  // The log lies beside the file itself, not beside a link to it.
+  const std::string real = std::filesystem::canonical(from).string();
 
-  std::string name = (std::filesystem::temp_directory_path() / "corvan-look-XXXXXX").string();
+  std::error_code error;
+  const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
+  if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
+  std::string name = (temporary / "corvan-look-XXXXXX").string();
   if (name.size() + 2 > copy_in_use.size()) throw ToolError(name + ": the name is too long");
   if (mkdtemp(name.data()) == nullptr) fail(name);
   folder_ = name + "/";
-  std::strcpy(copy_in_use.data(), folder_.c_str());
+  copy_in_use[folder_.copy(copy_in_use.data(), copy_in_use.size() - 1)] = '\0';
   for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) {
-    std::signal(signal_number, remove_copy_and_die);
+    if (std::signal(signal_number, remove_copy_and_die) == SIG_IGN) {
+      std::signal(signal_number, SIG_IGN);  // as under nohup
+    }
   }
 
   try {
-    for (int attempt = 0; !copy_files(from, folder_ + kStoreName); ++attempt) {
+    for (int attempt = 0; !copy_files(real, folder_ + kStoreName); ++attempt) {
       if (attempt == kAttempts) {
         throw ToolError(from + ": written to all the time; try again when its writer rests");
       }

@@ -33,8 +33,8 @@ bool is_regional_indicator(utf8proc_int32_t c) {
 
 // Whether showing the code point could move the cursor, change colours or reorder the line.
 bool drives_terminal(utf8proc_int32_t c) {
-  const bool turns_direction =
-      (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) || c == 0x200E || c == 0x200F;
+  const bool turns_direction = (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) ||
+                               c == 0x200E || c == 0x200F || c == 0x061C;
   return turns_direction || c == 0x2028 || c == 0x2029 ||
          utf8proc_category(c) == UTF8PROC_CATEGORY_CC;
 }
@@ -76,7 +76,7 @@ Cluster take_cluster(std::string_view& text) {
 }
 
 std::string padding(int width) {
-  return std::string(static_cast<std::size_t>(width), ' ');
+  return std::string().append(static_cast<std::size_t>(width), ' ');
 }
 
 }  // namespace

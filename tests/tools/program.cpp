@@ -1,0 +1,148 @@
+#include "tests/tools/program.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+
+namespace corvan_test {
+
+namespace {
+
+constexpr uid_t kNobody = 65534;
+
+// Puts a file under a standard descriptor of the program that is about to be run.
+void redirect(const std::string& path, int flags, int descriptor) {
+  const int fd = open(path.c_str(), flags, 0600);
+  if (fd < 0 || dup2(fd, descriptor) < 0) _exit(127);
+  close(fd);
+}
+
+}  // namespace
+
+Listing listing(const std::string& folder) {
+  Listing result;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    struct stat status = {};
+    if (stat(entry.path().c_str(), &status) != 0) throw std::runtime_error("cannot look at a file");
+    const std::string content =
+        entry.is_regular_file() ? read_file(entry.path().string()) : "not a file";
+    result[entry.path().filename().string()] = std::to_string(status.st_mtim.tv_sec) + "." +
+                                               std::to_string(status.st_mtim.tv_nsec) + " " +
+                                               content;
+  }
+  return result;
+}
+
+WriteAhead::WriteAhead(const std::string& file, const std::string& sql) {
+  const std::string all = "pragma journal_mode=wal;pragma wal_autocheckpoint=0;" + sql;
+  if (sqlite3_open(file.c_str(), &db_) != SQLITE_OK ||
+      sqlite3_exec(db_, all.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+    const std::string why = sqlite3_errmsg(db_);
+    sqlite3_close(db_);
+    throw std::runtime_error(why);
+  }
+}
+
+WriteAhead::~WriteAhead() {
+  sqlite3_close(db_);
+}
+
+std::string line(const Json& changes) {
+  Json message = {{"session_id", "room"},      {"session_type", 2}, {"object_name", "CV:TxtMsg"},
+                  {"sender", "bob"},           {"content", "hi"},   {"is_receive", true},
+                  {"sent_time", 1700000000000}};
+  for (const auto& [key, value] : changes.items()) {
+    if (value.is_null()) {
+      message.erase(key);
+    } else {
+      message[key] = value;
+    }
+  }
+  return message.dump() + "\n";
+}
+
+ToolTest::ToolTest() : store_(folder.file("store")) {}
+
+void ToolTest::TearDown() {
+  EXPECT_EQ(listing(copies()), Listing{}) << "temporary files were left";
+}
+
+pid_t ToolTest::start(const Arguments& arguments, int out) {
+  std::vector<std::string> texts = {CORVAN_PROGRAM};
+  texts.insert(texts.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (std::string& text : texts) argv.push_back(text.data());
+  argv.push_back(nullptr);
+  // Made before the fork: a thread may hold the memory's locks then.
+  std::string temporary_files = "TMPDIR=" + copies();
+  std::vector<char*> environment = {temporary_files.data()};
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (std::string_view(*variable).substr(0, 7) != "TMPDIR=") environment.push_back(*variable);
+  }
+  environment.push_back(nullptr);
+  const std::string in = temporary("in");
+  const std::string err = temporary("err");
+
+  const pid_t pid = fork();
+  if (pid < 0) throw std::runtime_error("cannot fork");
+  if (pid == 0) {
+    redirect(in, O_RDONLY | O_CREAT, STDIN_FILENO);
+    redirect(err, O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
+    if (dup2(out, STDOUT_FILENO) < 0) _exit(127);
+    close(out);
+    if (unprivileged && setuid(kNobody) != 0) _exit(127);
+    execve(argv[0], argv.data(), environment.data());
+    _exit(127);
+  }
+  close(out);
+  return pid;
+}
+
+int ToolTest::wait(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) throw std::runtime_error("cannot wait");
+  }
+  return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+Outcome ToolTest::run(const Arguments& arguments, const std::string& input) {
+  write_file(temporary("in"), input);
+  const int out = open(temporary("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (out < 0) throw std::runtime_error("cannot make a file");
+  Outcome outcome;
+  outcome.status = wait(start(arguments, out));
+  outcome.out = read_file(temporary("out"));
+  outcome.err = read_err();
+  return outcome;
+}
+
+std::string ToolTest::output(const Arguments& arguments) {
+  const Outcome outcome = run(arguments);
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.err, "");
+  return outcome.out;
+}
+
+Json ToolTest::json(const Arguments& arguments) {
+  return Json::parse(output(arguments));
+}
+
+std::string ToolTest::write(const std::string& name, const std::string& content) {
+  const std::string path = folder.file(name);
+  write_file(path, content);
+  return path;
+}
+
+void ToolTest::import(const std::string& lines) {
+  const Outcome outcome = run({"import", store(), "--user", "me", "-"}, lines);
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+}
+
+}  // namespace corvan_test

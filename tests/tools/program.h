@@ -1,0 +1,98 @@
+// Runs the tool as its users do, and what its tests have in common.
+
+#ifndef TESTS_TOOLS_PROGRAM_H_
+#define TESTS_TOOLS_PROGRAM_H_
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/types.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/support/rows.h"
+#include "tests/support/temporary_folder.h"
+
+namespace corvan_test {
+
+using Json = nlohmann::ordered_json;
+using Rows = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
+
+struct Outcome {
+  int status = -1;  // the exit status; below 0, the signal that ended the program, negated
+  std::string out;
+  std::string err;
+};
+
+// A file's content and time of modification, by its name.
+using Listing = std::map<std::string, std::string>;
+Listing listing(const std::string& folder);
+
+// A connection that stays open in write-ahead mode and has run some statements: what these have
+// written lies in the log alone.
+class WriteAhead {
+ public:
+  WriteAhead(const std::string& file, const std::string& sql);
+  WriteAhead(const WriteAhead&) = delete;
+  WriteAhead& operator=(const WriteAhead&) = delete;
+  ~WriteAhead();
+
+ private:
+  sqlite3* db_ = nullptr;
+};
+
+// A line of a log: a received message in the group "room", with members replaced or, by null,
+// removed.
+std::string line(const Json& changes);
+
+// Runs the program with its temporary files in a folder of its own, which is empty after each
+// test.
+class ToolTest : public testing::Test {
+ protected:
+  ToolTest();
+  void TearDown() override;
+
+  Outcome run(const Arguments& arguments, const std::string& input = "");
+
+  // run() with a result of success and nothing on standard error: standard output.
+  std::string output(const Arguments& arguments);
+  Json json(const Arguments& arguments);
+
+  // Starts the program with standard output to `out`, which it closes: the process's id.
+  pid_t start(const Arguments& arguments, int out);
+  // Waits for its end. Its standard error goes to `err`.
+  int wait(pid_t pid);
+
+  // Writes a file and returns its path.
+  std::string write(const std::string& name, const std::string& content);
+  std::string read_err() const { return read_file(temporary("err")); }
+
+  // The store's folder, and a query of its file. The folder is not made.
+  const std::string& store() const { return store_; }
+  std::string file() const { return store_ + "/corvan"; }
+  Rows rows(const std::string& sql) const { return corvan_test::rows(file(), sql); }
+  void plant(const std::string& sql) const { corvan_test::plant(file(), sql); }
+
+  // Imports lines for the user "me" and expects that to succeed.
+  void import(const std::string& lines);
+
+  std::string temporary(const std::string& name) const { return files_.file(name); }
+  const std::string& copies() const { return copies_.path(); }
+
+  TemporaryFolder folder;
+
+  // Set by a test that runs as root: the program is then run as a user who may not write.
+  bool unprivileged = false;
+
+ private:
+  TemporaryFolder files_;   // standard input, output and error
+  TemporaryFolder copies_;  // the program's temporary files
+  std::string store_;
+};
+
+}  // namespace corvan_test
+
+#endif  // TESTS_TOOLS_PROGRAM_H_
