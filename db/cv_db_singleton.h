@@ -30,6 +30,7 @@ namespace Corvan {
 //
 // Lifetime: get_instance() creates the object, init_open_db() opens the user's file, close_db() or
 // delete_instance() closes it. A caller that switches users closes the store first.
+//
 // Errors: returned, not thrown. `bool` operations return false; the others say below what they
 // return. With no open connection whatever needs the file fails at once and without an error line:
 // false, -1, 0 or an empty result; a call that has nothing to write may still succeed. An SQLite
@@ -113,7 +114,7 @@ class CvDbSingleton {
   // are the caller's; failures are logged only.
   void createdb_copydata();
 
-  // Building blocks
+  // -- Building blocks --
 
   // Opens the file of the last init_open_db(): the SQLite result code, 0 for success. After a
   // failure the store is closed.
@@ -195,9 +196,9 @@ class CvDbSingleton {
   // `server_uid_new_` and `sent_time_`.
   void set_send_time_for_dup_msg(const std::vector<UpdateValue>& msg);
 
-  // Building blocks
+  // -- Building blocks --
 
-  // Whether a message of this server uid is stored. No message has the empty one.
+  // Whether a message of this server uid is stored. The empty one matches nothing.
   bool is_message_exist(const std::string& msg_uid);
 
   // Whether a message of this conversation, client uid and sender is stored; its id (32-bit id) and
@@ -239,7 +240,7 @@ class CvDbSingleton {
   // The client uid of a message.
   void get_client_uid(int64_t msg_id, int64_t& client_uid);
 
-  // Building blocks
+  // -- Building blocks --
 
   // The message's part of set_send_time(): 101, or the SQLite result code of the failure.
   int32_t set_sendtime(int64_t msg_id, int64_t sent_time, const std::string& msg_uid,
@@ -271,7 +272,7 @@ class CvDbSingleton {
   // are. With `clean` the file is compacted. The answer is that of the deletion.
   bool clear_message_by_timestamp(int64_t sent_time, bool clean);
 
-  // Building blocks
+  // -- Building blocks --
 
   // Deletes all messages of a conversation and nothing else.
   bool delete_message(const std::string& session_id, int32_t session_type);
@@ -325,7 +326,7 @@ class CvDbSingleton {
   // The largest message id of the conversation, chosen by `type` as in get_max_time(); -1 for none.
   int64_t get_max_message_id(SessionType session_type, const std::string& session_id, int32_t type);
 
-  // Building blocks
+  // -- Building blocks --
 
   // get_message_by_uid() or get_message_by_id().
   bool query_message(MessageResponse& msg, bool by_uid);
@@ -347,7 +348,7 @@ class CvDbSingleton {
   // mentions; read states other than 0 stay. Counters and read time stay too.
   bool update_message_status(const std::string& session_id, int32_t session_type);
 
-  // Building blocks
+  // -- Building blocks --
 
   // The time up to which the user has read the conversation.
   void get_readtime(const std::string& session_id, int32_t session_type, int64_t& read_time);
@@ -388,7 +389,7 @@ class CvDbSingleton {
   bool common_session_operation(const std::string& session_id, int32_t session_type,
                                 const std::string& sql);
 
-  // Building blocks
+  // -- Building blocks --
 
   bool is_session_exist(const std::string& session_id, int32_t session_type);
 
@@ -434,7 +435,9 @@ class CvDbSingleton {
   // whose time it takes. False, with `session` untouched, when there is none. 32-bit id.
   bool get_session(SessionInfo& session);
 
-  // Building blocks. Lists of kinds and of message ids are texts with commas between, pasted into
+  // -- Building blocks --
+
+  // Lists of kinds and of message ids are texts with commas between, pasted into
   // the statement as they are.
 
   // Appends one page of rows without their messages; `is_top` tells that the page before ended
@@ -502,7 +505,7 @@ class CvDbSingleton {
   bool get_unread_mention_count(const std::vector<SessionType>& entry, int32_t& unread,
                                 int32_t& mention);
 
-  // Building blocks
+  // -- Building blocks --
 
   // Lowers the counters. An `unread` of 0 changes nothing, a negative one of any size raises the
   // unread count by one; a `mention` below 1 leaves the mentions. Nothing stops at 0.
@@ -523,7 +526,9 @@ class CvDbSingleton {
 
   // ---- Statement layer --------------------------------------------------------------------------
 
-  // Building blocks. Parameters count from 1, columns from 0. Results are SQLite result codes; -1
+  // -- Building blocks --
+
+  // Parameters count from 1, columns from 0. Results are SQLite result codes; -1
   // stands for no open connection. A null `stmt` aborts the process wherever one is required.
 
   // Prepares one statement: the handle, which the caller passes to finalize(), or null after a
