@@ -1,5 +1,6 @@
-// Every operation on a store that is not open: it fails in its own way, in silence, hands nothing
-// to SQLite and leaves the caller's values alone.
+// Every operation on a store that is not open: it fails in its own way, hands nothing to SQLite,
+// logs no failure of SQLite and leaves the caller's values alone. The few lines that come before a
+// statement are written all the same.
 
 #include <memory>
 
@@ -91,7 +92,7 @@ TEST_F(ClosedStore, DuplicateTests) {
   EXPECT_FALSE(store().is_message_exist("s1"));
   int64_t id = kTime;
   std::string uid = kText;
-  EXPECT_FALSE(store().is_message_exist(5, "bob", "room", 2, id, uid));
+  EXPECT_FALSE(store().is_message_exist(5, "u01", "room", 2, id, uid));
   EXPECT_EQ(id, kTime);
   EXPECT_EQ(uid, kText);
   EXPECT_FALSE(store().is_message_exist("room", kGroup, int64_t{0}));

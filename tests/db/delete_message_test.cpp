@@ -359,36 +359,6 @@ TEST_F(DeleteMessage, RefusedDeletionByUidDoesNotRefresh) {
   EXPECT_EQ(log.take(), run_refused());
 }
 
-// ---- One conversation ---------------------------------------------------------------------------
-
-TEST_F(DeleteMessage, DeletesTheMessagesOfOneConversationAndNothingElse) {
-  save(NewMessage());
-  save(NewMessage());
-  save(NewMessage().in("x", CV_GROUP));
-  save(NewMessage().in("room", CV_PRIVATE));
-  const Rows before = rows(kSessions);
-  EXPECT_TRUE(store().delete_message("room", CV_GROUP));
-  EXPECT_EQ(rows(kIds), (Rows{"3", "4"}));
-  EXPECT_EQ(rows(kSessions), before);
-}
-
-TEST_F(DeleteMessage, DeletingAnEmptyConversationSucceeds) {
-  EXPECT_TRUE(store().delete_message("room", CV_GROUP));
-}
-
-TEST_F(DeleteMessage, DeletingAConversationThatCannotBePreparedFails) {
-  store().execute_none_query("drop table t_message");
-  EXPECT_FALSE(store().delete_message("room", CV_GROUP));
-  EXPECT_EQ(log.take(), Rows{prepare_failed("no such table: t_message")});
-}
-
-TEST_F(DeleteMessage, RefusedDeletionOfAConversationFails) {
-  save(NewMessage());
-  plant(refuse("delete on t_message"));
-  EXPECT_FALSE(store().delete_message("room", CV_GROUP));
-  EXPECT_EQ(log.take(), run_refused());
-}
-
 // ---- Clearing a conversation --------------------------------------------------------------------
 
 TEST_F(DeleteMessage, ClearingKeepsRowTimeAndCounters) {
@@ -529,6 +499,36 @@ TEST_F(DeleteMessage, ClearingByTimeThatCannotBePreparedDoesNotCompact) {
   EXPECT_FALSE(store().clear_message_by_timestamp(200, true));
   EXPECT_EQ(take_ledger(), Rows{"delete from t_message where sent_time<?"});
   EXPECT_EQ(log.take(), Rows{prepare_failed("no such table: t_message")});
+}
+
+// ---- One conversation ---------------------------------------------------------------------------
+
+TEST_F(DeleteMessage, DeletesTheMessagesOfOneConversationAndNothingElse) {
+  save(NewMessage());
+  save(NewMessage());
+  save(NewMessage().in("x", CV_GROUP));
+  save(NewMessage().in("room", CV_PRIVATE));
+  const Rows before = rows(kSessions);
+  EXPECT_TRUE(store().delete_message("room", CV_GROUP));
+  EXPECT_EQ(rows(kIds), (Rows{"3", "4"}));
+  EXPECT_EQ(rows(kSessions), before);
+}
+
+TEST_F(DeleteMessage, DeletingAnEmptyConversationSucceeds) {
+  EXPECT_TRUE(store().delete_message("room", CV_GROUP));
+}
+
+TEST_F(DeleteMessage, DeletingAConversationThatCannotBePreparedFails) {
+  store().execute_none_query("drop table t_message");
+  EXPECT_FALSE(store().delete_message("room", CV_GROUP));
+  EXPECT_EQ(log.take(), Rows{prepare_failed("no such table: t_message")});
+}
+
+TEST_F(DeleteMessage, RefusedDeletionOfAConversationFails) {
+  save(NewMessage());
+  plant(refuse("delete on t_message"));
+  EXPECT_FALSE(store().delete_message("room", CV_GROUP));
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 }  // namespace

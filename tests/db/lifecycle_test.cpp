@@ -119,13 +119,55 @@ TEST_F(Lifecycle, NewFileHasItsSettings) {
 }
 
 TEST_F(Lifecycle, ConnectionHasItsSettings) {
-  EXPECT_EQ(store().get_pragma("pragma secure_delete"), 1);
   EXPECT_EQ(store().get_pragma("pragma wal_autocheckpoint"), 5000);
   EXPECT_EQ(store().get_pragma("pragma temp_store"), 2);
 }
 
-TEST_F(Lifecycle, ConnectionIsSerialisedBySqlite) {
-  EXPECT_NE(sqlite3_db_mutex(connection()), nullptr);
+TEST_F(Lifecycle, ConnectionIsOpenedToReadWriteCreateAndSerialise) {
+  EXPECT_EQ(open_flags(), 0x10006);
+}
+
+// Has each new connection start with secure deletion on or off, whatever the library's own choice
+// is.
+class SecureDeletion {
+ public:
+  explicit SecureDeletion(bool on) {
+    setting = on ? "pragma main.secure_delete=1" : "pragma main.secure_delete=0";
+    sqlite3_auto_extension(reinterpret_cast<void (*)()>(apply));
+  }
+  SecureDeletion(const SecureDeletion&) = delete;
+  SecureDeletion& operator=(const SecureDeletion&) = delete;
+  ~SecureDeletion() { sqlite3_reset_auto_extension(); }
+
+ private:
+  static int apply(sqlite3* db, char** /*error*/, const sqlite3_api_routines* /*api*/) {
+    sqlite3_stmt* stmt = nullptr;  // the ledger does not see this way of preparing
+    const int rc = sqlite3_prepare_v3(db, setting, -1, 0, &stmt, nullptr);
+    sqlite3_step(stmt);
+    sqlite3_finalize(stmt);
+    return rc;
+  }
+
+  static inline const char* setting = nullptr;
+};
+
+TEST_F(Lifecycle, SecureDeletionIsSwitchedOnWhereItIsOff) {
+  store().close_db();
+  take_ledger();
+  const SecureDeletion off(false);
+  ASSERT_TRUE(open());
+  const Rows ledger = take_ledger();
+  EXPECT_EQ(std::count(ledger.begin(), ledger.end(), "pragma secure_delete=ON"), 1);
+  EXPECT_EQ(store().get_pragma("pragma secure_delete"), 1);
+}
+
+TEST_F(Lifecycle, SecureDeletionThatIsOnIsLeft) {
+  store().close_db();
+  take_ledger();
+  const SecureDeletion on(true);
+  ASSERT_TRUE(open());
+  const Rows ledger = take_ledger();
+  EXPECT_EQ(std::count(ledger.begin(), ledger.end(), "pragma secure_delete=ON"), 0);
 }
 
 TEST_F(Lifecycle, NewFileReceivesTheSchemaInOneTransaction) {
@@ -298,26 +340,7 @@ TEST_F(Lifecycle, OpenStoreWithoutAnyFileIsCreatedAnew) {
   EXPECT_EQ(sqlite3_close(previous), SQLITE_OK);
 }
 
-// ---- Building blocks of opening and closing -----------------------------------------------------
-
-TEST_F(Lifecycle, OpeningTheLastFileAgainReturnsZero) {
-  store().close_db();
-  EXPECT_EQ(store().open_db(), SQLITE_OK);
-  EXPECT_EQ(store().get_pragma("pragma user_version"), 1);
-}
-
-TEST_F(Lifecycle, OpeningAnyFileCreatesIt) {
-  store().close_db();
-  EXPECT_EQ(store().open_db(folder.file("any.name")), SQLITE_OK);
-  EXPECT_EQ(store().execute_none_query("create table t(a)"), SQLITE_DONE);
-  EXPECT_TRUE(file_exists(folder.file("any.name")));
-}
-
-TEST_F(Lifecycle, OpeningAnyFileThatCannotBeOpenedReturnsItsCode) {
-  store().close_db();
-  EXPECT_EQ(store().open_db(folder.file("missing/any")), SQLITE_CANTOPEN);
-  store().close_db();
-}
+// ---- Closing ------------------------------------------------------------------------------------
 
 TEST_F(Lifecycle, ClosedStoreHasNoConnection) {
   store().close_db();
@@ -341,20 +364,6 @@ TEST_F(Lifecycle, ClosingInterruptsARunningStatement) {
   EXPECT_EQ(sqlite3_step(stmt), SQLITE_INTERRUPT);
   sqlite3_finalize(stmt);
   EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
-}
-
-TEST_F(Lifecycle, FileExistsOnlyAsARegularFile) {
-  EXPECT_TRUE(CvDbSingleton::is_file_exist(Pathname(file())));
-  EXPECT_FALSE(CvDbSingleton::is_file_exist(Pathname(folder.file("missing"))));
-  EXPECT_FALSE(CvDbSingleton::is_file_exist(Pathname(folder.path())));
-}
-
-TEST_F(Lifecycle, MarkingAsFailedIgnoresItsFlag) {
-  for (const bool flag : {false, true}) {
-    plant("update t_message set sent_status=1; insert into t_message(sent_status) values(1)");
-    store().clear_sendstatus(flag);
-    EXPECT_EQ(rows("select distinct sent_status from t_message"), Rows{"2"}) << flag;
-  }
 }
 
 // ---- Version and tables -------------------------------------------------------------------------
@@ -443,12 +452,12 @@ TEST_F(Lifecycle, FileThatIsNoDatabaseIsNotUnlockedAndStays) {
 TEST_F(Lifecycle, CopyKeepsIdsAndWholeRows) {
   const std::string old = create_old_store();
   corvan_test::plant(old,
-                     "insert into t_message values(77,'room',2,'kind','body','bob',2,1,0,1,100,6,"
+                     "insert into t_message values(77,'room',2,'kind','body','u01',2,1,0,1,100,6,"
                      "'S-1');"
                      "insert into t_session values('room',2,'title','draft',1,100,3,1,1,77,50,60);"
                      "insert into t_sync values('me',1000,500)");
   copy_from(old);
-  EXPECT_EQ(rows("select * from t_message"), Rows{"77|room|2|kind|body|bob|2|1|0|1|100|6|S-1"});
+  EXPECT_EQ(rows("select * from t_message"), Rows{"77|room|2|kind|body|u01|2|1|0|1|100|6|S-1"});
   EXPECT_EQ(rows("select * from t_session"), Rows{"room|2|title|draft|1|100|3|1|1|77|50|60"});
   EXPECT_EQ(rows("select * from t_sync"), Rows{"me|1000|500"});
 }
@@ -554,6 +563,41 @@ TEST_F(Lifecycle, CopyWithoutAnOldStoreCommitsAndStops) {
   const Rows lines = log.take();
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_NE(lines[0].find("no such table: odb.sqlite_master"), std::string::npos) << lines[0];
+}
+
+// ---- Building blocks ----------------------------------------------------------------------------
+
+TEST_F(Lifecycle, OpeningTheLastFileAgainReturnsZero) {
+  store().close_db();
+  EXPECT_EQ(store().open_db(), SQLITE_OK);
+  EXPECT_EQ(store().get_pragma("pragma user_version"), 1);
+}
+
+TEST_F(Lifecycle, OpeningAnyFileCreatesIt) {
+  store().close_db();
+  EXPECT_EQ(store().open_db(folder.file("any.name")), SQLITE_OK);
+  EXPECT_EQ(store().execute_none_query("create table t(a)"), SQLITE_DONE);
+  EXPECT_TRUE(file_exists(folder.file("any.name")));
+}
+
+TEST_F(Lifecycle, OpeningAnyFileThatCannotBeOpenedReturnsItsCode) {
+  store().close_db();
+  EXPECT_EQ(store().open_db(folder.file("missing/any")), SQLITE_CANTOPEN);
+  store().close_db();
+}
+
+TEST_F(Lifecycle, FileExistsOnlyAsARegularFile) {
+  EXPECT_TRUE(CvDbSingleton::is_file_exist(Pathname(file())));
+  EXPECT_FALSE(CvDbSingleton::is_file_exist(Pathname(folder.file("missing"))));
+  EXPECT_FALSE(CvDbSingleton::is_file_exist(Pathname(folder.path())));
+}
+
+TEST_F(Lifecycle, MarkingAsFailedIgnoresItsFlag) {
+  for (const bool flag : {false, true}) {
+    plant("update t_message set sent_status=1; insert into t_message(sent_status) values(1)");
+    store().clear_sendstatus(flag);
+    EXPECT_EQ(rows("select distinct sent_status from t_message"), Rows{"2"}) << flag;
+  }
 }
 
 }  // namespace

@@ -169,6 +169,35 @@ TEST_F(LogLines, NothingBelowTheMinimumIsWritten) {
   EXPECT_EQ(log.take(), Rows{});
 }
 
+TEST_F(LogLines, ExpandedTextIsFetchedOnlyForItsLine) {
+  std::vector<MessageResponse> page;
+  take_fetched_texts();
+  cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_WARNING);
+  store().get_history_message_by_time("room", Corvan::CV_GROUP, "", 0, 5, page, true);
+  EXPECT_EQ(take_fetched_texts().expanded, 0);
+  cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_INFO);
+  store().get_history_message_by_time("room", Corvan::CV_GROUP, "", 0, 5, page, true);
+  EXPECT_EQ(take_fetched_texts().expanded, 1);
+}
+
+TEST_F(LogLines, ErrorTextOfAFailedStepIsFetchedOnlyForItsLine) {
+  plant(refuse("insert on t_message"));
+  take_fetched_texts();
+  cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_ERROR);
+  EXPECT_EQ(save(NewMessage()), -1);
+  EXPECT_EQ(take_fetched_texts().errors, 0);
+  cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_WARNING);
+  EXPECT_EQ(save(NewMessage()), -1);
+  EXPECT_EQ(take_fetched_texts().errors, 2);  // for the step and for the finalising
+}
+
+TEST_F(LogLines, ErrorTextOfAFailedPrepareIsFetchedInAnyCase) {
+  take_fetched_texts();
+  cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_NONE);
+  EXPECT_EQ(store().execute_none_query("no such"), 1);
+  EXPECT_EQ(take_fetched_texts().errors, 1);
+}
+
 TEST_F(LogLines, SensitiveLinesNeedTheLowestMinimum) {
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_VERBOSE);
   save(NewMessage());

@@ -230,60 +230,6 @@ TEST_F(MessageQuery, OneMessageThatCannotBePreparedLeavesTheRecord) {
   EXPECT_EQ(log.take(), Rows(2, no_table("t_message")));
 }
 
-// ---- A message's conversation and state ---------------------------------------------------------
-
-TEST_F(MessageQuery, StateOfAMessage) {
-  plant(
-      "insert into t_message(id,session_id,session_type,read_status,is_mention,sent_time) "
-      "values(4294967301,'s',5,0,1,4000000000000)");
-  std::string session_id;
-  int32_t session_type = 0;
-  bool is_unread = false;
-  bool is_mention = false;
-  int64_t sent_time = 0;
-  EXPECT_TRUE(store().get_message_by_id(4294967301, session_id, session_type, is_unread, is_mention,
-                                        sent_time));
-  EXPECT_EQ(session_id, "s");
-  EXPECT_EQ(session_type, 5);
-  EXPECT_TRUE(is_unread);
-  EXPECT_TRUE(is_mention);
-  EXPECT_EQ(sent_time, 4000000000000);
-}
-
-TEST_F(MessageQuery, OnlyZeroIsUnreadAndOnlyOneIsAMention) {
-  plant("insert into t_message(id,read_status,is_mention) values(1,1,0),(2,2,2),(3,-1,-1)");
-  for (const int64_t id : {1, 2, 3}) {
-    std::string session_id;
-    int32_t session_type = 0;
-    bool is_unread = true;
-    bool is_mention = true;
-    int64_t sent_time = 0;
-    EXPECT_TRUE(
-        store().get_message_by_id(id, session_id, session_type, is_unread, is_mention, sent_time));
-    EXPECT_FALSE(is_unread);
-    EXPECT_FALSE(is_mention);
-  }
-}
-
-TEST_F(MessageQuery, StateOfAMissingMessageKeepsTheCallersValues) {
-  std::string session_id = "kept";
-  int32_t session_type = 77;
-  bool is_unread = true;
-  bool is_mention = true;
-  int64_t sent_time = 78;
-  EXPECT_FALSE(
-      store().get_message_by_id(9, session_id, session_type, is_unread, is_mention, sent_time));
-  store().execute_none_query("drop table t_message");
-  EXPECT_FALSE(
-      store().get_message_by_id(9, session_id, session_type, is_unread, is_mention, sent_time));
-  EXPECT_EQ(session_id, "kept");
-  EXPECT_EQ(session_type, 77);
-  EXPECT_TRUE(is_unread);
-  EXPECT_TRUE(is_mention);
-  EXPECT_EQ(sent_time, 78);
-  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
-}
-
 // ---- The history pager --------------------------------------------------------------------------
 
 TEST_F(MessageQuery, PageFillsTheRowsFields) {
@@ -571,6 +517,12 @@ TEST_F(MessageQuery, PageByTimeIsAppendedToTheVector) {
   EXPECT_TRUE(
       store().get_history_message_by_time("room", CV_GROUP, "", 0, 10, messages, kDescending));
   EXPECT_EQ(ids(messages), Ids{77});
+}
+
+TEST_F(MessageQuery, EmptyPageByTimeIsTrueForAVectorThatHeldSomething) {
+  Messages page(1);
+  EXPECT_TRUE(store().get_history_message_by_time("room", CV_GROUP, "", 0, 5, page, true));
+  EXPECT_EQ(page.size(), 1U);
 }
 
 // ---- Mentions -----------------------------------------------------------------------------------
@@ -908,6 +860,60 @@ TEST_F(MessageQuery, MaxIdWithoutAMatchIsMinusOne) {
 TEST_F(MessageQuery, MaxIdThatCannotBePreparedIsMinusOne) {
   store().execute_none_query("drop table t_message");
   EXPECT_EQ(store().get_max_message_id(CV_GROUP, "room", 2), -1);
+  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
+}
+
+// ---- A message's conversation and state ---------------------------------------------------------
+
+TEST_F(MessageQuery, StateOfAMessage) {
+  plant(
+      "insert into t_message(id,session_id,session_type,read_status,is_mention,sent_time) "
+      "values(4294967301,'s',5,0,1,4000000000000)");
+  std::string session_id;
+  int32_t session_type = 0;
+  bool is_unread = false;
+  bool is_mention = false;
+  int64_t sent_time = 0;
+  EXPECT_TRUE(store().get_message_by_id(4294967301, session_id, session_type, is_unread, is_mention,
+                                        sent_time));
+  EXPECT_EQ(session_id, "s");
+  EXPECT_EQ(session_type, 5);
+  EXPECT_TRUE(is_unread);
+  EXPECT_TRUE(is_mention);
+  EXPECT_EQ(sent_time, 4000000000000);
+}
+
+TEST_F(MessageQuery, OnlyZeroIsUnreadAndOnlyOneIsAMention) {
+  plant("insert into t_message(id,read_status,is_mention) values(1,1,0),(2,2,2),(3,-1,-1)");
+  for (const int64_t id : {1, 2, 3}) {
+    std::string session_id;
+    int32_t session_type = 0;
+    bool is_unread = true;
+    bool is_mention = true;
+    int64_t sent_time = 0;
+    EXPECT_TRUE(
+        store().get_message_by_id(id, session_id, session_type, is_unread, is_mention, sent_time));
+    EXPECT_FALSE(is_unread);
+    EXPECT_FALSE(is_mention);
+  }
+}
+
+TEST_F(MessageQuery, StateOfAMissingMessageKeepsTheCallersValues) {
+  std::string session_id = "kept";
+  int32_t session_type = 77;
+  bool is_unread = true;
+  bool is_mention = true;
+  int64_t sent_time = 78;
+  EXPECT_FALSE(
+      store().get_message_by_id(9, session_id, session_type, is_unread, is_mention, sent_time));
+  store().execute_none_query("drop table t_message");
+  EXPECT_FALSE(
+      store().get_message_by_id(9, session_id, session_type, is_unread, is_mention, sent_time));
+  EXPECT_EQ(session_id, "kept");
+  EXPECT_EQ(session_type, 77);
+  EXPECT_TRUE(is_unread);
+  EXPECT_TRUE(is_mention);
+  EXPECT_EQ(sent_time, 78);
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 

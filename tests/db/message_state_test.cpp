@@ -47,95 +47,6 @@ std::string accepted_at(const std::vector<int64_t>& times) {
          values;
 }
 
-// ---- The server's answer: the message -----------------------------------------------------------
-
-TEST_F(MessageState, AnswerWithUidAndTimeMakesTheMessageSent) {
-  save(NewMessage().own(5).status(1).at(100));
-  save(NewMessage().own(6).status(1).at(100));
-  EXPECT_EQ(store().set_sendtime(1, 4000000000000, "u1", 0), 101);
-  EXPECT_EQ(rows(kDelivery), (Rows{"1|0|u1|4000000000000", "2|1||100"}));
-}
-
-TEST_F(MessageState, FailureReportWithUidAndTimeMakesTheMessageFailed) {
-  save(NewMessage().own(5).status(1).at(100));
-  EXPECT_EQ(store().set_sendtime(1, 200, "u1", 7), 101);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|2|u1|200"});
-}
-
-TEST_F(MessageState, NegativeFailureReasonIsAFailure) {
-  save(NewMessage().own(5).status(1).at(100));
-  store().set_sendtime(1, 0, "", -1);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|2||100"});
-}
-
-TEST_F(MessageState, FailureReportWithoutUidAndTimeChangesOnlyTheStatus) {
-  save(NewMessage().own(5).status(1).named("u1").at(100));
-  take_ledger();
-  EXPECT_EQ(store().set_sendtime(1, 0, "", 7), 101);
-  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=2 where id=?"});
-  EXPECT_EQ(rows(kDelivery), Rows{"1|2|u1|100"});
-}
-
-TEST_F(MessageState, SuccessWithoutUidAndTimeChangesOnlyTheStatus) {
-  save(NewMessage().own(5).status(1).named("u1").at(100));
-  take_ledger();
-  EXPECT_EQ(store().set_sendtime(1, 0, "", 0), 101);
-  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=0 where id=?"});
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
-}
-
-TEST_F(MessageState, AnswerWithoutTimeKeepsTheStoredOne) {
-  save(NewMessage().own(5).status(1).at(100));
-  take_ledger();
-  EXPECT_EQ(store().set_sendtime(1, 0, "u1", 0), 101);
-  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=0,server_uid=? where id=?"});
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
-}
-
-TEST_F(MessageState, AnswerWithoutUidKeepsTheStoredOne) {
-  save(NewMessage().own(5).status(1).named("u1").at(100));
-  take_ledger();
-  EXPECT_EQ(store().set_sendtime(1, 200, "", 0), 101);
-  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=0,sent_time=? where id=?"});
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|200"});
-}
-
-TEST_F(MessageState, AnswerWithNegativeTimeKeepsTheStoredOne) {
-  save(NewMessage().own(5).status(1).at(100));
-  store().set_sendtime(1, -5, "", 0);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0||100"});
-}
-
-TEST_F(MessageState, AnswerWithTheSmallestTimeStoresIt) {
-  save(NewMessage().own(5).at(100));
-  store().set_sendtime(1, 1, "", 0);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0||1"});
-}
-
-TEST_F(MessageState, AnswerForUnknownMessageRunsToCompletion) {
-  EXPECT_EQ(store().set_sendtime(9, 200, "u1", 0), 101);
-}
-
-TEST_F(MessageState, AnswerTakesTheIdIn64Bits) {
-  plant("insert into t_message(id) values(5),(4294967301)");
-  store().set_sendtime(4294967301, 200, "u1", 0);
-  EXPECT_EQ(rows(kDelivery), (Rows{"5|0||0", "4294967301|0|u1|200"}));
-}
-
-TEST_F(MessageState, AnswerThatCannotBePreparedReturnsTheCode) {
-  store().execute_none_query("drop table t_message");
-  EXPECT_EQ(store().set_sendtime(1, 200, "u1", 0), 1);
-  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
-}
-
-TEST_F(MessageState, AnswerWhoseStepFailsReturnsTheCode) {
-  save(NewMessage().own(5).status(1).at(100));
-  plant(refuse("update on t_message"));
-  EXPECT_EQ(store().set_sendtime(1, 200, "u1", 0), 19);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|1||100"});
-  EXPECT_EQ(log.take(), run_refused());
-}
-
 // ---- The server's answer: the conversation ------------------------------------------------------
 
 TEST_F(MessageState, AnswerMovesMessageAndConversation) {
@@ -608,56 +519,6 @@ TEST_F(MessageState, ContentWhoseStepFailsIsFalse) {
   EXPECT_EQ(log.take(), run_refused());
 }
 
-// ---- One-column updates -------------------------------------------------------------------------
-
-TEST_F(MessageState, IntUpdateBindsTheValueFirstAndTheIdSecond) {
-  plant(message_with(0, 1));
-  EXPECT_TRUE(store().common_message_int(1, -2147483647, kSetReadStatus));
-  EXPECT_EQ(rows(kReadState), Rows{"-2147483647|0"});
-  EXPECT_EQ(rows(kCounters), Rows{"5|3"});
-}
-
-TEST_F(MessageState, TextUpdateBindsTheValueFirstAndTheIdSecond) {
-  save(NewMessage());
-  save(NewMessage());
-  EXPECT_TRUE(store().common_message_text(2, "o'x", "update t_message set sender=? where id=?"));
-  EXPECT_EQ(rows("select sender from t_message order by id"), (Rows{"bob", "o'x"}));
-}
-
-TEST_F(MessageState, OneColumnUpdatesTakeTheIdIn64Bits) {
-  plant("insert into t_message(id) values(5),(4294967301)");
-  store().common_message_int(4294967301, 7, "update t_message set direction=? where id=?");
-  store().common_message_text(4294967301, "x", "update t_message set sender=? where id=?");
-  EXPECT_EQ(rows("select id,direction,sender from t_message order by id"),
-            (Rows{"5|0|", "4294967301|7|x"}));
-}
-
-TEST_F(MessageState, OneColumnUpdatesOfUnknownMessagesSucceed) {
-  EXPECT_TRUE(store().common_message_int(9, 1, kSetReadStatus));
-  EXPECT_TRUE(store().common_message_text(9, "x", "update t_message set sender=? where id=?"));
-}
-
-TEST_F(MessageState, OneColumnUpdatesThatGiveARowAreFalse) {
-  save(NewMessage());
-  EXPECT_FALSE(store().common_message_int(1, 1, "select ? from t_message where id=?"));
-  EXPECT_FALSE(store().common_message_text(1, "x", "select ? from t_message where id=?"));
-}
-
-TEST_F(MessageState, OneColumnUpdatesThatCannotBePreparedFail) {
-  EXPECT_FALSE(store().common_message_int(1, 1, "update t_none set a=? where id=?"));
-  EXPECT_FALSE(store().common_message_text(1, "x", "update t_none set a=? where id=?"));
-  EXPECT_EQ(log.take(), (Rows{no_table("t_none"), no_table("t_none")}));
-}
-
-TEST_F(MessageState, OneColumnUpdatesWhoseStepFailsAreFalse) {
-  save(NewMessage());
-  plant(refuse("update on t_message"));
-  EXPECT_FALSE(store().common_message_int(1, 1, kSetReadStatus));
-  EXPECT_EQ(log.take(), run_refused());
-  EXPECT_FALSE(store().common_message_text(1, "x", "update t_message set sender=? where id=?"));
-  EXPECT_EQ(log.take(), run_refused());
-}
-
 // ---- Client uid ---------------------------------------------------------------------------------
 
 TEST_F(MessageState, ClientUidOfConversationIsThatOfItsNewestSentMessage) {
@@ -718,6 +579,145 @@ TEST_F(MessageState, ClientUidsThatCannotBePreparedKeepTheCallersValue) {
   store().get_client_uid(1, uid);
   EXPECT_EQ(uid, 77);
   EXPECT_EQ(log.take(), (Rows{no_table("t_message"), no_table("t_message")}));
+}
+
+// ---- The server's answer: the message -----------------------------------------------------------
+
+TEST_F(MessageState, AnswerWithUidAndTimeMakesTheMessageSent) {
+  save(NewMessage().own(5).status(1).at(100));
+  save(NewMessage().own(6).status(1).at(100));
+  EXPECT_EQ(store().set_sendtime(1, 4000000000000, "u1", 0), 101);
+  EXPECT_EQ(rows(kDelivery), (Rows{"1|0|u1|4000000000000", "2|1||100"}));
+}
+
+TEST_F(MessageState, FailureReportWithUidAndTimeMakesTheMessageFailed) {
+  save(NewMessage().own(5).status(1).at(100));
+  EXPECT_EQ(store().set_sendtime(1, 200, "u1", 7), 101);
+  EXPECT_EQ(rows(kDelivery), Rows{"1|2|u1|200"});
+}
+
+TEST_F(MessageState, NegativeFailureReasonIsAFailure) {
+  save(NewMessage().own(5).status(1).at(100));
+  store().set_sendtime(1, 0, "", -1);
+  EXPECT_EQ(rows(kDelivery), Rows{"1|2||100"});
+}
+
+TEST_F(MessageState, FailureReportWithoutUidAndTimeChangesOnlyTheStatus) {
+  save(NewMessage().own(5).status(1).named("u1").at(100));
+  take_ledger();
+  EXPECT_EQ(store().set_sendtime(1, 0, "", 7), 101);
+  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=2 where id=?"});
+  EXPECT_EQ(rows(kDelivery), Rows{"1|2|u1|100"});
+}
+
+TEST_F(MessageState, SuccessWithoutUidAndTimeChangesOnlyTheStatus) {
+  save(NewMessage().own(5).status(1).named("u1").at(100));
+  take_ledger();
+  EXPECT_EQ(store().set_sendtime(1, 0, "", 0), 101);
+  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=0 where id=?"});
+  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
+}
+
+TEST_F(MessageState, AnswerWithoutTimeKeepsTheStoredOne) {
+  save(NewMessage().own(5).status(1).at(100));
+  take_ledger();
+  EXPECT_EQ(store().set_sendtime(1, 0, "u1", 0), 101);
+  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=0,server_uid=? where id=?"});
+  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
+}
+
+TEST_F(MessageState, AnswerWithoutUidKeepsTheStoredOne) {
+  save(NewMessage().own(5).status(1).named("u1").at(100));
+  take_ledger();
+  EXPECT_EQ(store().set_sendtime(1, 200, "", 0), 101);
+  EXPECT_EQ(take_ledger(), Rows{"update t_message set sent_status=0,sent_time=? where id=?"});
+  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|200"});
+}
+
+TEST_F(MessageState, AnswerWithNegativeTimeKeepsTheStoredOne) {
+  save(NewMessage().own(5).status(1).at(100));
+  store().set_sendtime(1, -5, "", 0);
+  EXPECT_EQ(rows(kDelivery), Rows{"1|0||100"});
+}
+
+TEST_F(MessageState, AnswerWithTheSmallestTimeStoresIt) {
+  save(NewMessage().own(5).at(100));
+  store().set_sendtime(1, 1, "", 0);
+  EXPECT_EQ(rows(kDelivery), Rows{"1|0||1"});
+}
+
+TEST_F(MessageState, AnswerForUnknownMessageRunsToCompletion) {
+  EXPECT_EQ(store().set_sendtime(9, 200, "u1", 0), 101);
+}
+
+TEST_F(MessageState, AnswerTakesTheIdIn64Bits) {
+  plant("insert into t_message(id) values(5),(4294967301)");
+  store().set_sendtime(4294967301, 200, "u1", 0);
+  EXPECT_EQ(rows(kDelivery), (Rows{"5|0||0", "4294967301|0|u1|200"}));
+}
+
+TEST_F(MessageState, AnswerThatCannotBePreparedReturnsTheCode) {
+  store().execute_none_query("drop table t_message");
+  EXPECT_EQ(store().set_sendtime(1, 200, "u1", 0), 1);
+  EXPECT_EQ(log.take(), Rows{no_table("t_message")});
+}
+
+TEST_F(MessageState, AnswerWhoseStepFailsReturnsTheCode) {
+  save(NewMessage().own(5).status(1).at(100));
+  plant(refuse("update on t_message"));
+  EXPECT_EQ(store().set_sendtime(1, 200, "u1", 0), 19);
+  EXPECT_EQ(rows(kDelivery), Rows{"1|1||100"});
+  EXPECT_EQ(log.take(), run_refused());
+}
+
+// ---- One-column updates -------------------------------------------------------------------------
+
+TEST_F(MessageState, IntUpdateBindsTheValueFirstAndTheIdSecond) {
+  plant(message_with(0, 1));
+  EXPECT_TRUE(store().common_message_int(1, -2147483647, kSetReadStatus));
+  EXPECT_EQ(rows(kReadState), Rows{"-2147483647|0"});
+  EXPECT_EQ(rows(kCounters), Rows{"5|3"});
+}
+
+TEST_F(MessageState, TextUpdateBindsTheValueFirstAndTheIdSecond) {
+  save(NewMessage());
+  save(NewMessage());
+  EXPECT_TRUE(store().common_message_text(2, "o'x", "update t_message set sender=? where id=?"));
+  EXPECT_EQ(rows("select sender from t_message order by id"), (Rows{"u01", "o'x"}));
+}
+
+TEST_F(MessageState, OneColumnUpdatesTakeTheIdIn64Bits) {
+  plant("insert into t_message(id) values(5),(4294967301)");
+  store().common_message_int(4294967301, 7, "update t_message set direction=? where id=?");
+  store().common_message_text(4294967301, "x", "update t_message set sender=? where id=?");
+  EXPECT_EQ(rows("select id,direction,sender from t_message order by id"),
+            (Rows{"5|0|", "4294967301|7|x"}));
+}
+
+TEST_F(MessageState, OneColumnUpdatesOfUnknownMessagesSucceed) {
+  EXPECT_TRUE(store().common_message_int(9, 1, kSetReadStatus));
+  EXPECT_TRUE(store().common_message_text(9, "x", "update t_message set sender=? where id=?"));
+}
+
+TEST_F(MessageState, OneColumnUpdatesThatGiveARowAreFalse) {
+  save(NewMessage());
+  EXPECT_FALSE(store().common_message_int(1, 1, "select ? from t_message where id=?"));
+  EXPECT_FALSE(store().common_message_text(1, "x", "select ? from t_message where id=?"));
+}
+
+TEST_F(MessageState, OneColumnUpdatesThatCannotBePreparedFail) {
+  EXPECT_FALSE(store().common_message_int(1, 1, "update t_none set a=? where id=?"));
+  EXPECT_FALSE(store().common_message_text(1, "x", "update t_none set a=? where id=?"));
+  EXPECT_EQ(log.take(), (Rows{no_table("t_none"), no_table("t_none")}));
+}
+
+TEST_F(MessageState, OneColumnUpdatesWhoseStepFailsAreFalse) {
+  save(NewMessage());
+  plant(refuse("update on t_message"));
+  EXPECT_FALSE(store().common_message_int(1, 1, kSetReadStatus));
+  EXPECT_EQ(log.take(), run_refused());
+  EXPECT_FALSE(store().common_message_text(1, "x", "update t_message set sender=? where id=?"));
+  EXPECT_EQ(log.take(), run_refused());
 }
 
 }  // namespace

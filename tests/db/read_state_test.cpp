@@ -54,32 +54,6 @@ TEST_F(ReadState, SendTimeIsZeroWhenTheQueryCannotBePrepared) {
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
-// ---- Read time ----------------------------------------------------------------------------------
-
-TEST_F(ReadState, ReadTimeOfConversation) {
-  plant(read_up_to(4000000000000));
-  int64_t time = 77;
-  store().get_readtime("room", CV_GROUP, time);
-  EXPECT_EQ(time, 4000000000000);
-}
-
-TEST_F(ReadState, ReadTimeKeepsTheCallersValueWithoutARow) {
-  plant(read_up_to(200));
-  int64_t time = 77;
-  store().get_readtime("other", CV_GROUP, time);
-  EXPECT_EQ(time, 77);
-  store().get_readtime("room", CV_PRIVATE, time);
-  EXPECT_EQ(time, 77);
-}
-
-TEST_F(ReadState, ReadTimeKeepsTheCallersValueWhenTheQueryCannotBePrepared) {
-  store().execute_none_query("drop table t_session");
-  int64_t time = 77;
-  store().get_readtime("room", CV_GROUP, time);
-  EXPECT_EQ(time, 77);
-  EXPECT_EQ(log.take(), Rows{no_table("t_session")});
-}
-
 // ---- Marking a conversation read ----------------------------------------------------------------
 
 TEST_F(ReadState, MarksReceivedMessagesReadAndNoLongerMentions) {
@@ -169,6 +143,32 @@ TEST_F(ReadState, MarkingGoesOnFromTimeZeroWhenTheReadTimeCannotBeRead) {
   store().execute_none_query("drop table t_session");
   EXPECT_TRUE(store().update_message_status("room", CV_GROUP));
   EXPECT_EQ(rows(kReadStates), Rows{"1|1|0"});
+  EXPECT_EQ(log.take(), Rows{no_table("t_session")});
+}
+
+// ---- Read time ----------------------------------------------------------------------------------
+
+TEST_F(ReadState, ReadTimeOfConversation) {
+  plant(read_up_to(4000000000000));
+  int64_t time = 77;
+  store().get_readtime("room", CV_GROUP, time);
+  EXPECT_EQ(time, 4000000000000);
+}
+
+TEST_F(ReadState, ReadTimeKeepsTheCallersValueWithoutARow) {
+  plant(read_up_to(200));
+  int64_t time = 77;
+  store().get_readtime("other", CV_GROUP, time);
+  EXPECT_EQ(time, 77);
+  store().get_readtime("room", CV_PRIVATE, time);
+  EXPECT_EQ(time, 77);
+}
+
+TEST_F(ReadState, ReadTimeKeepsTheCallersValueWhenTheQueryCannotBePrepared) {
+  store().execute_none_query("drop table t_session");
+  int64_t time = 77;
+  store().get_readtime("room", CV_GROUP, time);
+  EXPECT_EQ(time, 77);
   EXPECT_EQ(log.take(), Rows{no_table("t_session")});
 }
 

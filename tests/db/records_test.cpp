@@ -58,7 +58,7 @@ bool in_declared_order(const std::tuple<const Fields&...>& fields) {
 MessageResponse full_message() {
   MessageResponse m;
   m.session_id_ = "room";
-  m.sender_ = "bob";
+  m.sender_ = "u01";
   m.object_name_ = "CV:TxtMsg";
   m.content_ = "hello";
   m.server_uid_ = "S-1";
@@ -85,7 +85,7 @@ Session full_session() {
   s.draft_ = "draft";
   s.content_ = "hello";
   s.object_name_ = "CV:TxtMsg";
-  s.sender_ = "bob";
+  s.sender_ = "u01";
   s.server_uid_ = "S-1";
   s.session_type_ = 2;
   s.is_top_ = 1;

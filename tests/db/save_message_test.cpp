@@ -131,10 +131,10 @@ TEST_F(SaveMessage, TextsEndAtTheirFirstZeroByte) {
            .in("room" + zero + "x", CV_GROUP)
            .kind("kind" + zero + "x")
            .text("body" + zero + "x")
-           .from("bob" + zero + "x")
+           .from("u01" + zero + "x")
            .named("uid" + zero + "x"));
   EXPECT_EQ(rows("select session_id,object_name,content,sender,server_uid from t_message"),
-            Rows{"room|kind|body|bob|uid"});
+            Rows{"room|kind|body|u01|uid"});
   EXPECT_EQ(rows("select session_id from t_session"), Rows{"room"});
 }
 
@@ -193,7 +193,7 @@ TEST_F(SaveMessage, KnownServerUidIsRefusedWithInsertOnlyToo) {
 
 TEST_F(SaveMessage, KnownServerUidIsRefusedInAnotherConversationToo) {
   save(NewMessage().named("u1"));
-  EXPECT_EQ(save(NewMessage().named("u1").in("alice", CV_PRIVATE)), -1);
+  EXPECT_EQ(save(NewMessage().named("u1").in("user2", CV_PRIVATE)), -1);
   EXPECT_EQ(rows("select session_id from t_session"), Rows{"room"});
 }
 
@@ -286,9 +286,9 @@ TEST_F(SaveMessage, NegativeClientUidIsNeverRefused) {
 }
 
 TEST_F(SaveMessage, ReceivedMessageIsLookedUpUnderItsSender) {
-  save(NewMessage().from("bob").client(5));
-  EXPECT_EQ(save(NewMessage().from("carol").client(5)), 2);
-  EXPECT_EQ(save(NewMessage().from("bob").client(5).named("u1")), 1);
+  save(NewMessage().from("u01").client(5));
+  EXPECT_EQ(save(NewMessage().from("user3").client(5)), 2);
+  EXPECT_EQ(save(NewMessage().from("u01").client(5).named("u1")), 1);
 }
 
 TEST_F(SaveMessage, OwnMessageIsLookedUpUnderTheSignedInUser) {
@@ -766,7 +766,7 @@ TEST_F(SaveMessage, TimeTestComparesIn64Bits) {
 
 TEST_F(SaveMessage, ListTestAppendsTheStoredServerUids) {
   save(NewMessage().named("u1"));
-  save(NewMessage().named("u2").in("alice", CV_PRIVATE));
+  save(NewMessage().named("u2").in("user2", CV_PRIVATE));
   save(NewMessage().named("u3"));
   std::vector<std::string> found = {"before"};
   EXPECT_TRUE(store().is_message_exist("'u1','u2','u9'", found));

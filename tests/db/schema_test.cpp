@@ -117,7 +117,7 @@ TEST_F(Schema, RefusesASecondSyncRowOfOneUser) {
 TEST_F(Schema, RefusesNoDuplicateMessage) {
   const std::string insert =
       "insert into t_message(session_id,session_type,sender,client_uid,server_uid,sent_time) "
-      "values('room',2,'bob',7,'S-1',100)";
+      "values('room',2,'u01',7,'S-1',100)";
   plant(insert);
   plant(insert);
   EXPECT_EQ(rows("select count(*) from t_message"), Rows{"2"});
@@ -191,7 +191,7 @@ TEST_F(Schema, VersionTextIsNotEmpty) {
 TEST_F(Schema, SingleSaveFillsEveryColumn) {
   const int64_t id = save(NewMessage().at(400).mention().client(6).named("S-1").status(2));
   EXPECT_EQ(rows("select * from t_message"),
-            Rows{std::to_string(id) + "|room|2|CV:TxtMsg|hello|bob|1|2|0|1|400|6|S-1"});
+            Rows{std::to_string(id) + "|room|2|CV:TxtMsg|hello|u01|1|2|0|1|400|6|S-1"});
 }
 
 TEST_F(Schema, BatchSaveLeavesNoMention) {
@@ -215,7 +215,7 @@ TEST_F(Schema, PinnedNewSessionHasEmptyTextsAndNoTimesOfReading) {
 
 TEST_F(Schema, ReadersSeeZeroAndEmptyForLeftOutColumns) {
   plant("insert into t_session(session_id,session_type) values('room',2)");
-  plant("insert into t_message(sender) values('bob')");
+  plant("insert into t_message(sender) values('u01')");
   Corvan::Session session;
   ASSERT_TRUE(store().load_session(session, "room", 2));
   EXPECT_EQ(session.title_ + session.draft_, "");

@@ -223,12 +223,12 @@ TEST_F(SessionList, PageIsAppended) {
 TEST_F(SessionList, EntryHoldsConversationAndLatestMessage) {
   plant(
       "insert into t_session values('room',2,'title','',1,100,3,1,4,7,50,60);"
-      "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','bob',1,3,5,0,4294967296,6,"
+      "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','u01',1,3,5,0,4294967296,6,"
       "'S-1')");
   const auto list = page(0);
   ASSERT_EQ(list.size(), 1U);
   EXPECT_EQ(conversation(list[0]), "room|2|title||1|4|3|1|4294967296");
-  EXPECT_EQ(message(list[0]), "room|2|7|CV:TxtMsg|hello|bob|S-1|1|5|3|0");
+  EXPECT_EQ(message(list[0]), "room|2|7|CV:TxtMsg|hello|u01|S-1|1|5|3|0");
 }
 
 TEST_F(SessionList, EntryLeavesTheTimeOfItsMessage) {
@@ -534,12 +534,12 @@ TEST_F(SessionList, NegativeCursorAfterUnpinnedStartsOver) {
 TEST_F(SessionList, ConversationIsFoundByIdAndKindWithItsMessage) {
   plant(
       "insert into t_session values('room',2,'title','to do',1,100,3,1,4,7,50,60);"
-      "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','bob',2,3,5,0,4294967296,6,"
+      "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','u01',2,3,5,0,4294967296,6,"
       "'S-1')");
   SessionInfo session = named("room", CV_GROUP);
   EXPECT_TRUE(store().get_session(session));
   EXPECT_EQ(conversation(session), "room|2|title|to do|1|4|3|1|4294967296");
-  EXPECT_EQ(message(session), "room|2|7|CV:TxtMsg|hello|bob|S-1|1|5|3|4294967296");
+  EXPECT_EQ(message(session), "room|2|7|CV:TxtMsg|hello|u01|S-1|1|5|3|4294967296");
 }
 
 TEST_F(SessionList, ConversationWithoutAMessageHasItsOwnTime) {
@@ -677,14 +677,14 @@ TEST_F(SessionList, MissingRowLeavesTheRecord) {
 
 TEST_F(SessionList, MessagesAreLoadedUnderTheirConversations) {
   plant(
-      "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','bob',2,3,5,1,4294967296,6,"
+      "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','u01',2,3,5,1,4294967296,6,"
       "'S-1'),(8,'other',1,'','','',0,0,0,0,0,0,'')");
   std::vector<Session> list(1);
   EXPECT_TRUE(store().load_message(list, "7,8,9"));
   ASSERT_EQ(list.size(), 3U);
   EXPECT_EQ(list[1].session_id_, "room");
   EXPECT_EQ(list[1].session_type_, 2);
-  EXPECT_EQ(message(list[1]), "hello|CV:TxtMsg|bob|2|5|3|4294967296|S-1");
+  EXPECT_EQ(message(list[1]), "hello|CV:TxtMsg|u01|2|5|3|4294967296|S-1");
   EXPECT_EQ(list[1].latest_id_, 0);
   EXPECT_EQ(list[2].session_id_, "other");
   EXPECT_EQ(list[2].session_type_, 1);
@@ -704,13 +704,13 @@ TEST_F(SessionList, MessagesThatCannotBePreparedFail) {
 
 TEST_F(SessionList, MessageIsLoadedByItsWholeId) {
   plant(
-      "insert into t_message values(4294967303,'room',2,'CV:TxtMsg','hello','bob',2,3,5,1,"
+      "insert into t_message values(4294967303,'room',2,'CV:TxtMsg','hello','u01',2,3,5,1,"
       "4294967296,6,'S-1')");
   Session session;
   session.latest_id_ = kWide + 7;
   session.session_id_ = "kept";
   EXPECT_TRUE(store().load_message(session));
-  EXPECT_EQ(message(session), "hello|CV:TxtMsg|bob|2|5|3|4294967296|S-1");
+  EXPECT_EQ(message(session), "hello|CV:TxtMsg|u01|2|5|3|4294967296|S-1");
   EXPECT_EQ(session.session_id_, "kept");
 }
 

@@ -56,6 +56,279 @@ class SessionRows : public StoreTest {
   }
 };
 
+// ---- Pinning ------------------------------------------------------------------------------------
+
+TEST_F(SessionRows, PinningAMissingConversationCreatesItOnlyWhenTold) {
+  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, false));
+  EXPECT_EQ(rows(kSessions), Rows{});
+  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, true));
+  EXPECT_EQ(rows(kSessions), Rows{"room|2|||1|1000000|0|0|0|-1|0|0"});
+}
+
+TEST_F(SessionRows, UnpinningAMissingConversationCreatesNone) {
+  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, false, true));
+  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, false, false));
+  EXPECT_EQ(rows(kSessions), Rows{});
+}
+
+TEST_F(SessionRows, PinningChangesTheSettingAlone) {
+  plant_room(7);
+  for (const bool create : {false, true}) {
+    EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, create));
+    EXPECT_EQ(rows(kSessions), Rows{"room|2|||1|100|3|1|0|7|0|0"});
+    EXPECT_TRUE(store().set_is_top("room", CV_GROUP, false, create));
+    EXPECT_EQ(rows(kSessions), Rows{"room|2|||0|100|3|1|0|7|0|0"});
+  }
+}
+
+TEST_F(SessionRows, PinningConcernsOneKind) {
+  plant_room(7);
+  EXPECT_TRUE(store().set_is_top("room", CV_PRIVATE, true, true));
+  EXPECT_EQ(rows("select session_type,is_top from t_session order by rowid"), (Rows{"2|0", "1|1"}));
+}
+
+TEST_F(SessionRows, FailedPinningIsReported) {
+  plant_room(7);
+  refuse_to("update");
+  EXPECT_FALSE(store().set_is_top("room", CV_GROUP, true, false));
+  plant("drop trigger \"refuse update on t_session\"");
+  refuse_to("insert");
+  EXPECT_FALSE(store().set_is_top("room", CV_PRIVATE, true, true));
+  EXPECT_EQ(rows("select session_type,is_top from t_session"), Rows{"2|0"});
+}
+
+TEST_F(SessionRows, PinningThatCannotBePreparedIsReported) {
+  drop_sessions();
+  EXPECT_FALSE(store().set_is_top("room", CV_GROUP, true, true));
+  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, false));
+}
+
+// ---- Drafts -------------------------------------------------------------------------------------
+
+TEST_F(SessionRows, DraftMovesTheConversationToNow) {
+  plant_room(7);
+  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, "to do"));
+  EXPECT_EQ(rows(kSessions), Rows{"room|2||to do|0|1000000|3|1|0|7|0|0"});
+}
+
+TEST_F(SessionRows, EmptyDraftClearsAndKeepsTheTime) {
+  plant_room(7);
+  plant("update t_session set draft='to do'");
+  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, ""));
+  EXPECT_EQ(rows(kSessions), Rows{"room|2|||0|100|3|1|0|7|0|0"});
+}
+
+TEST_F(SessionRows, DraftThatStartsWithAZeroByteIsNotEmpty) {
+  plant_room(7);
+  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, std::string("\0x", 2)));
+  EXPECT_EQ(rows("select draft,session_time from t_session"), Rows{"|1000000"});
+}
+
+TEST_F(SessionRows, EmptyDraftOfAMissingConversationSucceedsWithoutAWrite) {
+  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, ""));
+  EXPECT_EQ(rows(kSessions), Rows{});
+  EXPECT_EQ(take_ledger().size(), 1U);
+}
+
+TEST_F(SessionRows, DraftOfAMissingConversationIsRefused) {
+  plant_session("room", CV_PRIVATE, 100, 7);
+  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, "to do"));
+  EXPECT_EQ(rows(kState), Rows{"100|7|0|0"});
+  EXPECT_EQ(take_ledger().back(),
+            "insert into t_session(draft,session_id,session_type,session_time,silence,"
+            "unread_count,mention_count,latest_id) values(?,?,?,?,?,?,?,?,?)");
+  EXPECT_EQ(log.take(), Rows{prepare_failed("9 values for 8 columns")});
+}
+
+TEST_F(SessionRows, FailedDraftIsReported) {
+  plant_room(7);
+  refuse_to("update");
+  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, "to do"));
+  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, ""));
+  EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
+}
+
+TEST_F(SessionRows, DraftGetterFailsAlways) {
+  plant_room(7);
+  ASSERT_TRUE(store().set_message_draft("room", CV_GROUP, "to do"));
+  std::string draft = "kept";
+  EXPECT_FALSE(store().get_message_draft("room", CV_GROUP, draft));
+  EXPECT_EQ(draft, "kept");
+  EXPECT_EQ(log.take(), Rows{prepare_failed("no such column: draft_message")});
+}
+
+TEST_F(SessionRows, DraftGetterReadsTheColumnWhereThereIsOne) {
+  plant_room(7);
+  ASSERT_EQ(store().execute_none_query("alter table t_session add draft_message text"), kDone);
+  plant("update t_session set draft_message='to do'");
+  std::string draft = "kept";
+  EXPECT_FALSE(store().get_message_draft("room", CV_PRIVATE, draft));
+  EXPECT_EQ(draft, "kept");
+  EXPECT_TRUE(store().get_message_draft("room", CV_GROUP, draft));
+  EXPECT_EQ(draft, "to do");
+}
+
+// ---- Do not disturb -----------------------------------------------------------------------------
+
+TEST_F(SessionRows, SilenceIsStoredAsGiven) {
+  plant_room(7);
+  plant_session("room", CV_PRIVATE, 100, 7);
+  for (const int32_t status : {1, 2, -5, kMaxInt, 0}) {
+    EXPECT_TRUE(store().set_silence("room", CV_GROUP, status));
+    EXPECT_EQ(rows("select silence from t_session order by rowid"),
+              (Rows{std::to_string(status), "0"}));
+  }
+}
+
+TEST_F(SessionRows, SilenceOfAMissingConversationSucceedsAndCreatesNone) {
+  EXPECT_TRUE(store().set_silence("room", CV_GROUP, 1));
+  EXPECT_EQ(rows(kSessions), Rows{});
+}
+
+TEST_F(SessionRows, FailedSilenceIsReported) {
+  plant_room(7);
+  refuse_to("update");
+  EXPECT_FALSE(store().set_silence("room", CV_GROUP, 2));
+  drop_sessions();
+  EXPECT_FALSE(store().set_silence("room", CV_GROUP, 2));
+}
+
+TEST_F(SessionRows, StoredSilenceOfOneReadsAsZero) {
+  plant_room(7);
+  plant("update t_session set silence=1");
+  int32_t status = 7;
+  EXPECT_TRUE(store().get_silence("room", CV_GROUP, status));
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(SessionRows, AnyOtherSilenceReadsAsStored) {
+  plant_room(7);
+  for (const int32_t stored : {0, 2, -1}) {
+    plant("update t_session set silence=" + std::to_string(stored));
+    int32_t status = 7;
+    EXPECT_TRUE(store().get_silence("room", CV_GROUP, status));
+    EXPECT_EQ(status, stored);
+  }
+}
+
+TEST_F(SessionRows, SilenceThatIsNotFoundKeepsTheCallersValue) {
+  plant_room(7);
+  int32_t status = 1;
+  EXPECT_FALSE(store().get_silence("room", CV_PRIVATE, status));
+  EXPECT_EQ(status, 1);
+  make_sessions_unreadable();
+  EXPECT_FALSE(store().get_silence("room", CV_GROUP, status));
+  EXPECT_EQ(status, 1);
+}
+
+// ---- Removal ------------------------------------------------------------------------------------
+
+TEST_F(SessionRows, RemovingMarksTheMessagesRead) {
+  save(NewMessage().mention());
+  save(NewMessage().in("other", CV_GROUP));
+  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
+  EXPECT_EQ(rows("select session_id from t_session"), Rows{"other"});
+  EXPECT_EQ(rows("select session_id,read_status,is_mention from t_message order by id"),
+            (Rows{"room|1|0", "other|0|0"}));
+}
+
+TEST_F(SessionRows, RemovingMarksMessagesUpToTheReadTimeOfTheRowTooAsItIsGone) {
+  plant(
+      "insert into t_session(session_id,session_type,read_time) values('room',2,1000);"
+      "insert into t_message(session_id,session_type,direction,sent_time) values('room',2,1,500)");
+  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
+  EXPECT_EQ(rows("select read_status from t_message"), Rows{"1"});
+}
+
+TEST_F(SessionRows, RemovingAMissingConversationSucceeds) {
+  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
+}
+
+TEST_F(SessionRows, RemovingThatCannotDeleteLeavesTheMessages) {
+  save(NewMessage());
+  refuse_to("delete");
+  EXPECT_FALSE(store().remove_session("room", CV_GROUP));
+  EXPECT_EQ(rows("select read_status from t_message"), Rows{"0"});
+}
+
+TEST_F(SessionRows, RemovingSucceedsWhenTheMessagesCannotBeMarked) {
+  save(NewMessage());
+  refuse_to("update", "t_message");
+  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
+  EXPECT_EQ(rows(kSessions), Rows{});
+  EXPECT_EQ(rows("select read_status from t_message"), Rows{"0"});
+}
+
+// ---- Clearing kinds -----------------------------------------------------------------------------
+
+TEST_F(SessionRows, ClearingTakesConversationsAndMessagesOfTheKinds) {
+  save(NewMessage().in("a", CV_PRIVATE));
+  save(NewMessage().in("b", CV_GROUP));
+  save(NewMessage().in("c", CV_CHATROOM));
+  plant("insert into t_message(session_id,session_type) values('alone',1)");
+  EXPECT_TRUE(store().clear_session({CV_PRIVATE, CV_CHATROOM}));
+  EXPECT_EQ(rows("select session_id from t_session"), Rows{"b"});
+  EXPECT_EQ(rows("select session_id from t_message"), Rows{"b"});
+}
+
+TEST_F(SessionRows, ClearingNoKindDeletesNothingAndSucceeds) {
+  save(NewMessage());
+  EXPECT_TRUE(store().clear_session({}));
+  EXPECT_TRUE(store().clear_session({static_cast<SessionType>(0), static_cast<SessionType>(6)}));
+  EXPECT_EQ(rows("select count(*) from t_session"), Rows{"1"});
+  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
+}
+
+TEST_F(SessionRows, ClearingIsOneTransaction) {
+  EXPECT_TRUE(store().clear_session({CV_PRIVATE, CV_GROUP}));
+  EXPECT_EQ(take_ledger(),
+            (Rows{"begin transaction", "delete from t_session where session_type in(1,2)",
+                  "delete from t_message where session_type in(1,2)", "commit transaction"}));
+}
+
+TEST_F(SessionRows, ClearingThatCannotDeleteConversationsLeavesMessagesAndCommits) {
+  save(NewMessage());
+  refuse_to("delete");
+  take_ledger();
+  EXPECT_FALSE(store().clear_session({CV_GROUP}));
+  EXPECT_EQ(take_ledger(),
+            (Rows{"begin transaction", "delete from t_session where session_type in(2)",
+                  "commit transaction"}));
+  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
+}
+
+TEST_F(SessionRows, ClearingThatCannotDeleteMessagesKeepsTheConversationsDeleted) {
+  save(NewMessage());
+  refuse_to("delete", "t_message");
+  EXPECT_FALSE(store().clear_session({CV_GROUP}));
+  EXPECT_EQ(rows("select count(*) from t_session"), Rows{"0"});
+  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
+}
+
+// ---- A caller's own statement -------------------------------------------------------------------
+
+TEST_F(SessionRows, CallersStatementTakesIdAndKind) {
+  plant_room(7);
+  plant_session("room", CV_PRIVATE, 100, 7);
+  EXPECT_TRUE(store().common_session_operation(
+      "room", CV_GROUP, "update t_session set title='x' where session_id=? and session_type=?"));
+  EXPECT_EQ(rows("select session_type,title from t_session order by rowid"), (Rows{"2|x", "1|"}));
+}
+
+TEST_F(SessionRows, CallersStatementThatFailsIsReported) {
+  plant_room(7);
+  EXPECT_FALSE(store().common_session_operation("room", CV_GROUP, "no statement"));
+  EXPECT_FALSE(store().common_session_operation(
+      "room", CV_GROUP, "insert into t_session(session_id,session_type) values(?,?)"));
+}
+
+TEST_F(SessionRows, CallersQueryWithARowIsNoSuccess) {
+  plant_room(7);
+  const std::string query = "select 1 from t_session where session_id=? and session_type=?";
+  EXPECT_FALSE(store().common_session_operation("room", CV_GROUP, query));
+  EXPECT_TRUE(store().common_session_operation("none", CV_GROUP, query));
+}
+
 // ---- Existence ----------------------------------------------------------------------------------
 
 TEST_F(SessionRows, ExistsByIdAndKind) {
@@ -100,49 +373,6 @@ TEST_F(SessionRows, AddedTwiceIsRefused) {
 TEST_F(SessionRows, AddedRowThatCannotBePreparedIsRefused) {
   drop_sessions();
   EXPECT_FALSE(store().add_session("room", CV_GROUP, 400, 8, "", 1, 0));
-}
-
-// ---- Reading time and counters ------------------------------------------------------------------
-
-TEST_F(SessionRows, TimeAndCountersAreRead) {
-  plant_session("room", CV_GROUP, kWide, 7, 3, 1);
-  int64_t time = 0;
-  int64_t latest = -1;
-  int32_t unread = 0;
-  int32_t mention = 0;
-  store().get_sessiontime("room", CV_GROUP, time, latest, unread, mention);
-  EXPECT_EQ(time, kWide);
-  EXPECT_EQ(latest, 7);
-  EXPECT_EQ(unread, 3);
-  EXPECT_EQ(mention, 1);
-}
-
-TEST_F(SessionRows, LatestIdIsTruncatedWithTheTime) {
-  plant_session("a", CV_GROUP, 1, kWide + 7);
-  plant_session("b", CV_GROUP, 1, int64_t{kMaxInt} + 1);
-  int64_t time = 0;
-  int64_t latest = 0;
-  int32_t unread = 0;
-  int32_t mention = 0;
-  store().get_sessiontime("a", CV_GROUP, time, latest, unread, mention);
-  EXPECT_EQ(latest, 7);
-  store().get_sessiontime("b", CV_GROUP, time, latest, unread, mention);
-  EXPECT_EQ(latest, kMinInt);
-}
-
-TEST_F(SessionRows, MissingRowKeepsTimeAndCounters) {
-  plant_room(7);
-  int64_t time = 11;
-  int64_t latest = 12;
-  int32_t unread = 13;
-  int32_t mention = 14;
-  store().get_sessiontime("room", CV_PRIVATE, time, latest, unread, mention);
-  drop_sessions();
-  store().get_sessiontime("room", CV_GROUP, time, latest, unread, mention);
-  EXPECT_EQ(time, 11);
-  EXPECT_EQ(latest, 12);
-  EXPECT_EQ(unread, 13);
-  EXPECT_EQ(mention, 14);
 }
 
 // ---- A saved message moves its conversation -----------------------------------------------------
@@ -327,172 +557,50 @@ TEST_F(SessionRows, FailedCorrectionIsLoggedOnly) {
   EXPECT_EQ(log.take().size(), 2U);
 }
 
-// ---- Pinning ------------------------------------------------------------------------------------
+// ---- Reading time and counters ------------------------------------------------------------------
 
-TEST_F(SessionRows, PinningAMissingConversationCreatesItOnlyWhenTold) {
-  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, false));
-  EXPECT_EQ(rows(kSessions), Rows{});
-  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, true));
-  EXPECT_EQ(rows(kSessions), Rows{"room|2|||1|1000000|0|0|0|-1|0|0"});
+TEST_F(SessionRows, TimeAndCountersAreRead) {
+  plant_session("room", CV_GROUP, kWide, 7, 3, 1);
+  int64_t time = 0;
+  int64_t latest = -1;
+  int32_t unread = 0;
+  int32_t mention = 0;
+  store().get_sessiontime("room", CV_GROUP, time, latest, unread, mention);
+  EXPECT_EQ(time, kWide);
+  EXPECT_EQ(latest, 7);
+  EXPECT_EQ(unread, 3);
+  EXPECT_EQ(mention, 1);
 }
 
-TEST_F(SessionRows, UnpinningAMissingConversationCreatesNone) {
-  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, false, true));
-  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, false, false));
-  EXPECT_EQ(rows(kSessions), Rows{});
+TEST_F(SessionRows, LatestIdIsTruncatedWithTheTime) {
+  plant_session("a", CV_GROUP, 1, kWide + 7);
+  plant_session("b", CV_GROUP, 1, int64_t{kMaxInt} + 1);
+  int64_t time = 0;
+  int64_t latest = 0;
+  int32_t unread = 0;
+  int32_t mention = 0;
+  store().get_sessiontime("a", CV_GROUP, time, latest, unread, mention);
+  EXPECT_EQ(latest, 7);
+  store().get_sessiontime("b", CV_GROUP, time, latest, unread, mention);
+  EXPECT_EQ(latest, kMinInt);
 }
 
-TEST_F(SessionRows, PinningChangesTheSettingAlone) {
+TEST_F(SessionRows, MissingRowKeepsTimeAndCounters) {
   plant_room(7);
-  for (const bool create : {false, true}) {
-    EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, create));
-    EXPECT_EQ(rows(kSessions), Rows{"room|2|||1|100|3|1|0|7|0|0"});
-    EXPECT_TRUE(store().set_is_top("room", CV_GROUP, false, create));
-    EXPECT_EQ(rows(kSessions), Rows{"room|2|||0|100|3|1|0|7|0|0"});
-  }
-}
-
-TEST_F(SessionRows, PinningConcernsOneKind) {
-  plant_room(7);
-  EXPECT_TRUE(store().set_is_top("room", CV_PRIVATE, true, true));
-  EXPECT_EQ(rows("select session_type,is_top from t_session order by rowid"), (Rows{"2|0", "1|1"}));
-}
-
-TEST_F(SessionRows, FailedPinningIsReported) {
-  plant_room(7);
-  refuse_to("update");
-  EXPECT_FALSE(store().set_is_top("room", CV_GROUP, true, false));
-  plant("drop trigger \"refuse update on t_session\"");
-  refuse_to("insert");
-  EXPECT_FALSE(store().set_is_top("room", CV_PRIVATE, true, true));
-  EXPECT_EQ(rows("select session_type,is_top from t_session"), Rows{"2|0"});
-}
-
-TEST_F(SessionRows, PinningThatCannotBePreparedIsReported) {
+  int64_t time = 11;
+  int64_t latest = 12;
+  int32_t unread = 13;
+  int32_t mention = 14;
+  store().get_sessiontime("room", CV_PRIVATE, time, latest, unread, mention);
   drop_sessions();
-  EXPECT_FALSE(store().set_is_top("room", CV_GROUP, true, true));
-  EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, false));
+  store().get_sessiontime("room", CV_GROUP, time, latest, unread, mention);
+  EXPECT_EQ(time, 11);
+  EXPECT_EQ(latest, 12);
+  EXPECT_EQ(unread, 13);
+  EXPECT_EQ(mention, 14);
 }
 
-// ---- Drafts -------------------------------------------------------------------------------------
-
-TEST_F(SessionRows, DraftMovesTheConversationToNow) {
-  plant_room(7);
-  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, "to do"));
-  EXPECT_EQ(rows(kSessions), Rows{"room|2||to do|0|1000000|3|1|0|7|0|0"});
-}
-
-TEST_F(SessionRows, EmptyDraftClearsAndKeepsTheTime) {
-  plant_room(7);
-  plant("update t_session set draft='to do'");
-  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, ""));
-  EXPECT_EQ(rows(kSessions), Rows{"room|2|||0|100|3|1|0|7|0|0"});
-}
-
-TEST_F(SessionRows, DraftThatStartsWithAZeroByteIsNotEmpty) {
-  plant_room(7);
-  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, std::string("\0x", 2)));
-  EXPECT_EQ(rows("select draft,session_time from t_session"), Rows{"|1000000"});
-}
-
-TEST_F(SessionRows, EmptyDraftOfAMissingConversationSucceedsWithoutAWrite) {
-  EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, ""));
-  EXPECT_EQ(rows(kSessions), Rows{});
-  EXPECT_EQ(take_ledger().size(), 1U);
-}
-
-TEST_F(SessionRows, DraftOfAMissingConversationIsRefused) {
-  plant_session("room", CV_PRIVATE, 100, 7);
-  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, "to do"));
-  EXPECT_EQ(rows(kState), Rows{"100|7|0|0"});
-  EXPECT_EQ(take_ledger().back(),
-            "insert into t_session(draft,session_id,session_type,session_time,silence,"
-            "unread_count,mention_count,latest_id) values(?,?,?,?,?,?,?,?,?)");
-  EXPECT_EQ(log.take(), Rows{prepare_failed("9 values for 8 columns")});
-}
-
-TEST_F(SessionRows, FailedDraftIsReported) {
-  plant_room(7);
-  refuse_to("update");
-  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, "to do"));
-  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, ""));
-  EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
-}
-
-TEST_F(SessionRows, DraftGetterFailsAlways) {
-  plant_room(7);
-  ASSERT_TRUE(store().set_message_draft("room", CV_GROUP, "to do"));
-  std::string draft = "kept";
-  EXPECT_FALSE(store().get_message_draft("room", CV_GROUP, draft));
-  EXPECT_EQ(draft, "kept");
-  EXPECT_EQ(log.take(), Rows{prepare_failed("no such column: draft_message")});
-}
-
-TEST_F(SessionRows, DraftGetterReadsTheColumnWhereThereIsOne) {
-  plant_room(7);
-  ASSERT_EQ(store().execute_none_query("alter table t_session add draft_message text"), kDone);
-  plant("update t_session set draft_message='to do'");
-  std::string draft = "kept";
-  EXPECT_FALSE(store().get_message_draft("room", CV_PRIVATE, draft));
-  EXPECT_EQ(draft, "kept");
-  EXPECT_TRUE(store().get_message_draft("room", CV_GROUP, draft));
-  EXPECT_EQ(draft, "to do");
-}
-
-// ---- Do not disturb -----------------------------------------------------------------------------
-
-TEST_F(SessionRows, SilenceIsStoredAsGiven) {
-  plant_room(7);
-  plant_session("room", CV_PRIVATE, 100, 7);
-  for (const int32_t status : {1, 2, -5, kMaxInt, 0}) {
-    EXPECT_TRUE(store().set_silence("room", CV_GROUP, status));
-    EXPECT_EQ(rows("select silence from t_session order by rowid"),
-              (Rows{std::to_string(status), "0"}));
-  }
-}
-
-TEST_F(SessionRows, SilenceOfAMissingConversationSucceedsAndCreatesNone) {
-  EXPECT_TRUE(store().set_silence("room", CV_GROUP, 1));
-  EXPECT_EQ(rows(kSessions), Rows{});
-}
-
-TEST_F(SessionRows, FailedSilenceIsReported) {
-  plant_room(7);
-  refuse_to("update");
-  EXPECT_FALSE(store().set_silence("room", CV_GROUP, 2));
-  drop_sessions();
-  EXPECT_FALSE(store().set_silence("room", CV_GROUP, 2));
-}
-
-TEST_F(SessionRows, StoredSilenceOfOneReadsAsZero) {
-  plant_room(7);
-  plant("update t_session set silence=1");
-  int32_t status = 7;
-  EXPECT_TRUE(store().get_silence("room", CV_GROUP, status));
-  EXPECT_EQ(status, 0);
-}
-
-TEST_F(SessionRows, AnyOtherSilenceReadsAsStored) {
-  plant_room(7);
-  for (const int32_t stored : {0, 2, -1}) {
-    plant("update t_session set silence=" + std::to_string(stored));
-    int32_t status = 7;
-    EXPECT_TRUE(store().get_silence("room", CV_GROUP, status));
-    EXPECT_EQ(status, stored);
-  }
-}
-
-TEST_F(SessionRows, SilenceThatIsNotFoundKeepsTheCallersValue) {
-  plant_room(7);
-  int32_t status = 1;
-  EXPECT_FALSE(store().get_silence("room", CV_PRIVATE, status));
-  EXPECT_EQ(status, 1);
-  make_sessions_unreadable();
-  EXPECT_FALSE(store().get_silence("room", CV_GROUP, status));
-  EXPECT_EQ(status, 1);
-}
-
-// ---- Removal ------------------------------------------------------------------------------------
+// ---- Deleting a row -----------------------------------------------------------------------------
 
 TEST_F(SessionRows, DeletingTakesTheRowAndLeavesItsMessages) {
   save(NewMessage());
@@ -511,112 +619,6 @@ TEST_F(SessionRows, FailedDeletingIsReported) {
   refuse_to("delete");
   EXPECT_FALSE(store().delete_session("room", CV_GROUP));
   EXPECT_EQ(rows("select count(*) from t_session"), Rows{"1"});
-}
-
-TEST_F(SessionRows, RemovingMarksTheMessagesRead) {
-  save(NewMessage().mention());
-  save(NewMessage().in("other", CV_GROUP));
-  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
-  EXPECT_EQ(rows("select session_id from t_session"), Rows{"other"});
-  EXPECT_EQ(rows("select session_id,read_status,is_mention from t_message order by id"),
-            (Rows{"room|1|0", "other|0|0"}));
-}
-
-TEST_F(SessionRows, RemovingMarksMessagesUpToTheReadTimeOfTheRowTooAsItIsGone) {
-  plant(
-      "insert into t_session(session_id,session_type,read_time) values('room',2,1000);"
-      "insert into t_message(session_id,session_type,direction,sent_time) values('room',2,1,500)");
-  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
-  EXPECT_EQ(rows("select read_status from t_message"), Rows{"1"});
-}
-
-TEST_F(SessionRows, RemovingAMissingConversationSucceeds) {
-  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
-}
-
-TEST_F(SessionRows, RemovingThatCannotDeleteLeavesTheMessages) {
-  save(NewMessage());
-  refuse_to("delete");
-  EXPECT_FALSE(store().remove_session("room", CV_GROUP));
-  EXPECT_EQ(rows("select read_status from t_message"), Rows{"0"});
-}
-
-TEST_F(SessionRows, RemovingSucceedsWhenTheMessagesCannotBeMarked) {
-  save(NewMessage());
-  refuse_to("update", "t_message");
-  EXPECT_TRUE(store().remove_session("room", CV_GROUP));
-  EXPECT_EQ(rows(kSessions), Rows{});
-  EXPECT_EQ(rows("select read_status from t_message"), Rows{"0"});
-}
-
-// ---- Clearing kinds -----------------------------------------------------------------------------
-
-TEST_F(SessionRows, ClearingTakesConversationsAndMessagesOfTheKinds) {
-  save(NewMessage().in("a", CV_PRIVATE));
-  save(NewMessage().in("b", CV_GROUP));
-  save(NewMessage().in("c", CV_CHATROOM));
-  plant("insert into t_message(session_id,session_type) values('alone',1)");
-  EXPECT_TRUE(store().clear_session({CV_PRIVATE, CV_CHATROOM}));
-  EXPECT_EQ(rows("select session_id from t_session"), Rows{"b"});
-  EXPECT_EQ(rows("select session_id from t_message"), Rows{"b"});
-}
-
-TEST_F(SessionRows, ClearingNoKindDeletesNothingAndSucceeds) {
-  save(NewMessage());
-  EXPECT_TRUE(store().clear_session({}));
-  EXPECT_TRUE(store().clear_session({static_cast<SessionType>(0), static_cast<SessionType>(6)}));
-  EXPECT_EQ(rows("select count(*) from t_session"), Rows{"1"});
-  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
-}
-
-TEST_F(SessionRows, ClearingIsOneTransaction) {
-  EXPECT_TRUE(store().clear_session({CV_PRIVATE, CV_GROUP}));
-  EXPECT_EQ(take_ledger(),
-            (Rows{"begin transaction", "delete from t_session where session_type in(1,2)",
-                  "delete from t_message where session_type in(1,2)", "commit transaction"}));
-}
-
-TEST_F(SessionRows, ClearingThatCannotDeleteConversationsLeavesMessagesAndCommits) {
-  save(NewMessage());
-  refuse_to("delete");
-  take_ledger();
-  EXPECT_FALSE(store().clear_session({CV_GROUP}));
-  EXPECT_EQ(take_ledger(),
-            (Rows{"begin transaction", "delete from t_session where session_type in(2)",
-                  "commit transaction"}));
-  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
-}
-
-TEST_F(SessionRows, ClearingThatCannotDeleteMessagesKeepsTheConversationsDeleted) {
-  save(NewMessage());
-  refuse_to("delete", "t_message");
-  EXPECT_FALSE(store().clear_session({CV_GROUP}));
-  EXPECT_EQ(rows("select count(*) from t_session"), Rows{"0"});
-  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
-}
-
-// ---- A caller's own statement -------------------------------------------------------------------
-
-TEST_F(SessionRows, CallersStatementTakesIdAndKind) {
-  plant_room(7);
-  plant_session("room", CV_PRIVATE, 100, 7);
-  EXPECT_TRUE(store().common_session_operation(
-      "room", CV_GROUP, "update t_session set title='x' where session_id=? and session_type=?"));
-  EXPECT_EQ(rows("select session_type,title from t_session order by rowid"), (Rows{"2|x", "1|"}));
-}
-
-TEST_F(SessionRows, CallersStatementThatFailsIsReported) {
-  plant_room(7);
-  EXPECT_FALSE(store().common_session_operation("room", CV_GROUP, "no statement"));
-  EXPECT_FALSE(store().common_session_operation(
-      "room", CV_GROUP, "insert into t_session(session_id,session_type) values(?,?)"));
-}
-
-TEST_F(SessionRows, CallersQueryWithARowIsNoSuccess) {
-  plant_room(7);
-  const std::string query = "select 1 from t_session where session_id=? and session_type=?";
-  EXPECT_FALSE(store().common_session_operation("room", CV_GROUP, query));
-  EXPECT_TRUE(store().common_session_operation("none", CV_GROUP, query));
 }
 
 }  // namespace

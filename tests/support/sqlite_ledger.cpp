@@ -12,6 +12,8 @@ namespace {
 
 std::mutex mutex;  // guards what follows
 std::vector<std::string> ledger;
+corvan_test::FetchedTexts fetched;
+int last_open_flags = 0;
 sqlite3* connection = nullptr;
 
 void note(const char* sql) {
@@ -30,6 +32,8 @@ int __real_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_st
                               const char** tail);
 int __real_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
                         char** error);
+const char* __real_sqlite3_errmsg(sqlite3* db);
+char* __real_sqlite3_expanded_sql(sqlite3_stmt* stmt);
 
 int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs);
 int __wrap_sqlite3_close(sqlite3* db);
@@ -37,11 +41,14 @@ int __wrap_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_st
                               const char** tail);
 int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
                         char** error);
+const char* __wrap_sqlite3_errmsg(sqlite3* db);
+char* __wrap_sqlite3_expanded_sql(sqlite3_stmt* stmt);
 
 int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs) {
   const int rc = __real_sqlite3_open_v2(file, db, flags, vfs);
   const std::lock_guard<std::mutex> lock(mutex);
   connection = *db;
+  last_open_flags = flags;
   return rc;
 }
 
@@ -63,6 +70,18 @@ int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback,
   note(sql);
   return __real_sqlite3_exec(db, sql, callback, context, error);
 }
+
+const char* __wrap_sqlite3_errmsg(sqlite3* db) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ++fetched.errors;
+  return __real_sqlite3_errmsg(db);
+}
+
+char* __wrap_sqlite3_expanded_sql(sqlite3_stmt* stmt) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ++fetched.expanded;
+  return __real_sqlite3_expanded_sql(stmt);
+}
 // NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"
@@ -72,6 +91,16 @@ namespace corvan_test {
 std::vector<std::string> take_ledger() {
   const std::lock_guard<std::mutex> lock(mutex);
   return std::exchange(ledger, {});
+}
+
+FetchedTexts take_fetched_texts() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return std::exchange(fetched, {});
+}
+
+int open_flags() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return last_open_flags;
 }
 
 int open_statements() {

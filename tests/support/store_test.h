@@ -21,12 +21,12 @@ namespace corvan_test {
 using Rows = std::vector<std::string>;
 
 // The arguments of the single save: a live received message, unless changed. Used as
-// save(NewMessage().in("alice", Corvan::CV_PRIVATE).at(500).own(7)).
+// save(NewMessage().in("user2", Corvan::CV_PRIVATE).at(500).own(7)).
 struct NewMessage {
   std::string session_id = "room";
   Corvan::SessionType session_type = Corvan::CV_GROUP;
   std::string object_name = "CV:TxtMsg";
-  std::string sender = "bob";
+  std::string sender = "u01";
   std::string content = "hello";
   bool is_receive = true;
   int32_t sent_status = 0;

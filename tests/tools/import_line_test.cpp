@@ -14,7 +14,7 @@ using corvan_tool::ImportMessage;
 using corvan_tool::LineParser;
 
 constexpr const char* kRequired =
-    R"("session_id":"room","session_type":2,"object_name":"CV:TxtMsg","sender":"bob",)"
+    R"("session_id":"room","session_type":2,"object_name":"CV:TxtMsg","sender":"u01",)"
     R"("content":"hi","is_receive":true,"sent_time":5)";
 
 std::string with(const std::string& members) {
@@ -25,7 +25,7 @@ std::string with(const std::string& members) {
 std::string replaced(const std::string& key, const std::string& value) {
   static const std::vector<std::vector<std::string>> members = {
       {"session_id", "\"room\""}, {"session_type", "2"}, {"object_name", "\"CV:TxtMsg\""},
-      {"sender", "\"bob\""},      {"content", "\"hi\""}, {"is_receive", "true"},
+      {"sender", "\"u01\""},      {"content", "\"hi\""}, {"is_receive", "true"},
       {"sent_time", "5"},
   };
   std::string text;
@@ -51,13 +51,13 @@ class ImportLineTest : public testing::Test {
 TEST_F(ImportLineTest, EveryKeyIsRead) {
   EXPECT_EQ(error(R"({"server_uid":"s-9","client_uid":77,"sent_time":1700000000123,)"
                   R"("sent_status":3,"is_mention":true,"is_receive":true,"content":"c",)"
-                  R"("sender":"bob","object_name":"CV:ImgMsg","session_type":4,)"
+                  R"("sender":"u01","object_name":"CV:ImgMsg","session_type":4,)"
                   R"("session_id":"desk"})"),
             "");
   EXPECT_EQ(message.session_id, "desk");
   EXPECT_EQ(message.session_type, Corvan::CV_RECEPTION);
   EXPECT_EQ(message.object_name, "CV:ImgMsg");
-  EXPECT_EQ(message.sender, "bob");
+  EXPECT_EQ(message.sender, "u01");
   EXPECT_EQ(message.content, "c");
   EXPECT_TRUE(message.is_receive);
   EXPECT_TRUE(message.is_mention);

@@ -58,7 +58,7 @@ std::string numbered(int count, int first = 1) {
 TEST_F(ImportTest, StoresEachLineAsItIs) {
   const Outcome outcome = import_text(
       line({{"content", "中文 😀 'quoted'\n"}, {"is_mention", true}, {"server_uid", "s1"}}) +
-      line({{"session_id", "bob"},
+      line({{"session_id", "u01"},
             {"session_type", 1},
             {"sender", "me"},
             {"is_receive", false},
@@ -72,12 +72,12 @@ TEST_F(ImportTest, StoresEachLineAsItIs) {
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(counts(outcome), "4 stored, 0 completed, 0 refused, 0 bad");
   EXPECT_EQ(rows(kMessages),
-            (Rows{"1|room|2|CV:TxtMsg|中文 😀 'quoted'\n|bob|1|0|0|1|1700000000000|0|s1",
-                  "2|bob|1|CV:ImgMsg|hi|me|0|3|1|0|1700000001000|12|",
-                  "3|hall|3|CV:TxtMsg|hi|bob|1|0|1|0|5|0|",
-                  "4|room|2|CV:TxtMsg|hi|bob|1|0|0|0|1700000002000|0|"}));
+            (Rows{"1|room|2|CV:TxtMsg|中文 😀 'quoted'\n|u01|1|0|0|1|1700000000000|0|s1",
+                  "2|u01|1|CV:ImgMsg|hi|me|0|3|1|0|1700000001000|12|",
+                  "3|hall|3|CV:TxtMsg|hi|u01|1|0|1|0|5|0|",
+                  "4|room|2|CV:TxtMsg|hi|u01|1|0|0|0|1700000002000|0|"}));
   EXPECT_EQ(rows(kSessions),
-            (Rows{"bob|1|1700000001000|0|0|2", "hall|3|5|1|0|3", "room|2|1700000002000|2|1|4"}))
+            (Rows{"hall|3|5|1|0|3", "room|2|1700000002000|2|1|4", "u01|1|1700000001000|0|0|2"}))
       << "received messages are counted, own ones are not";
 }
 
@@ -203,7 +203,7 @@ TEST_F(ImportTest, ABadLineLeavesNothingToTheNextOne) {
                          {"client_uid", 5},   {"server_uid", "bad"}, {"sent_time", -1}};
   const Outcome outcome = import_text(line(with_all) + line({}), {"--skip-bad"});
   EXPECT_EQ(counts(outcome), "1 stored, 0 completed, 0 refused, 1 bad");
-  EXPECT_EQ(rows(kMessages), Rows{"1|room|2|CV:TxtMsg|hi|bob|1|0|0|0|1700000000000|0|"});
+  EXPECT_EQ(rows(kMessages), Rows{"1|room|2|CV:TxtMsg|hi|u01|1|0|0|0|1700000000000|0|"});
 }
 
 TEST_F(ImportTest, SeveralFilesAreReadInTheOrderGiven) {

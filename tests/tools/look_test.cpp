@@ -46,12 +46,12 @@ class LookTest : public ToolTest {
                  {"sent_time", kTime + 2000},
                  { "server_uid",
                    "s3" }}) +
-           line({{"session_id", "bob"},
+           line({{"session_id", "u01"},
                  {"session_type", 1},
                  {"sent_time", kTime + 3000},
                  { "server_uid",
                    "s4" }}) +
-           line({{"session_id", "bob"},
+           line({{"session_id", "u01"},
                  {"session_type", 1},
                  {"sender", "me"},
                  {"is_receive", false},
@@ -117,15 +117,15 @@ TEST_F(LookTest, ListShowsATable) {
   import_sample();
   plant(
       "update t_session set is_top=1 where session_id='hall';"
-      "update t_session set silence=1,draft='later' where session_id='bob'");
+      "update t_session set silence=1,draft='later' where session_id='u01'");
   EXPECT_EQ(output({"list", store()}),
             "KIND      SESSION  FLAGS        UNREAD  MENTIONS  TIME (UTC)           LATEST  SENDER"
             "  CONTENT\n"
-            "chatroom  hall     pinned            1         0  2023-11-14 22:13:19       6  bob   "
+            "chatroom  hall     pinned            1         0  2023-11-14 22:13:19       6  u01   "
             "  welcome\n"
-            "private   bob      muted draft       1         0  2023-11-14 22:13:24       5  me    "
+            "private   u01      muted draft       1         0  2023-11-14 22:13:24       5  me    "
             "  on its way\n"
-            "group     room                       3         1  2023-11-14 22:13:22       3  bob   "
+            "group     room                       3         1  2023-11-14 22:13:22       3  u01   "
             "  pic\n");
 }
 
@@ -134,7 +134,7 @@ TEST_F(LookTest, ListKeepsColumnsAlignedUnderWideCharacters) {
   plant("update t_message set sender='李明😀' where id=3");
   std::istringstream text(output({"list", store()}));
   const std::vector<std::pair<std::string, std::string>> last = {
-      {"SENDER", "CONTENT"}, {"me", "on its way"}, {"李明😀", "pic"}, {"bob", "welcome"}};
+      {"SENDER", "CONTENT"}, {"me", "on its way"}, {"李明😀", "pic"}, {"u01", "welcome"}};
   int column = -1;
   for (const auto& [sender, content] : last) {
     std::string row;
@@ -148,12 +148,12 @@ TEST_F(LookTest, ListKeepsColumnsAlignedUnderWideCharacters) {
 
 TEST_F(LookTest, ListHasTheDocumentedKeys) {
   import_sample();
-  plant("update t_session set title='Bob',draft='d',is_top=1,silence=2 where session_id='bob'");
+  plant("update t_session set title='U 01',draft='d',is_top=1,silence=2 where session_id='u01'");
   const Json list = json({"list", store(), "--json"});
   ASSERT_EQ(list.size(), 3U);
-  EXPECT_EQ(list[0], Json::parse(R"({"session_id":"bob","session_type":1,"title":"Bob",
+  EXPECT_EQ(list[0], Json::parse(R"({"session_id":"u01","session_type":1,"title":"U 01",
     "draft":"d","is_top":1,"silence":2,"unread_count":1,"mention_count":0,
-    "session_time":1700000004000,"message":{"msg_id":5,"session_id":"bob","session_type":1,
+    "session_time":1700000004000,"message":{"msg_id":5,"session_id":"u01","session_type":1,
     "object_name":"CV:TxtMsg","sender":"me","content":"on its way","is_receive":false,
     "read_status":1,"sent_status":1,"server_uid":""}})"));
   EXPECT_EQ(list[1]["message"]["msg_id"], 3);
@@ -179,12 +179,12 @@ TEST_F(LookTest, ListTakesKindsAndALimit) {
     for (const Json& entry : json(more)) names.push_back(entry["session_id"]);
     return names;
   };
-  EXPECT_EQ(sessions({}), (Rows{"bob", "room", "hall"}));
+  EXPECT_EQ(sessions({}), (Rows{"u01", "room", "hall"}));
   EXPECT_EQ(sessions({"--type", "group"}), Rows{"room"});
   EXPECT_EQ(sessions({"--type", "GROUP"}), Rows{"room"});
   EXPECT_EQ(sessions({"--type", "2", "--type", "chatroom"}), (Rows{"room", "hall"}));
   EXPECT_EQ(sessions({"--type", "reception"}), Rows{});
-  EXPECT_EQ(sessions({"--limit", "1"}), Rows{"bob"});
+  EXPECT_EQ(sessions({"--limit", "1"}), Rows{"u01"});
   EXPECT_EQ(sessions({"--limit", "2", "--type", "group", "--type", "chatroom"}),
             (Rows{"room", "hall"}));
   EXPECT_EQ(sessions({"--limit", "2147483647"}).size(), 3U);
@@ -202,24 +202,24 @@ TEST_F(LookTest, HistoryShowsATable) {
   plant("update t_message set read_status=1 where id=1");
   EXPECT_EQ(output({"history", store(), "room", "--type", "group"}),
             "ID  TIME (UTC)           SENDER  STATE   KIND       CONTENT\n"
-            " 1  2023-11-14 22:13:20  bob     read    CV:TxtMsg  first\n"
+            " 1  2023-11-14 22:13:20  u01     read    CV:TxtMsg  first\n"
             " 2  2023-11-14 22:13:21  李明    unread  CV:TxtMsg  你好\n"
-            " 3  2023-11-14 22:13:22  bob     unread  it's       pic\n");
+            " 3  2023-11-14 22:13:22  u01     unread  it's       pic\n");
 }
 
 TEST_F(LookTest, HistoryHasTheDocumentedKeys) {
   import_sample();
-  const Json list = json({"history", store(), "bob", "--type", "private", "--json"});
+  const Json list = json({"history", store(), "u01", "--type", "private", "--json"});
   ASSERT_EQ(list.size(), 2U);
-  EXPECT_EQ(list[0], Json::parse(R"({"msg_id":4,"session_id":"bob","session_type":1,
-    "object_name":"CV:TxtMsg","sender":"bob","content":"hi","is_receive":true,"read_status":0,
+  EXPECT_EQ(list[0], Json::parse(R"({"msg_id":4,"session_id":"u01","session_type":1,
+    "object_name":"CV:TxtMsg","sender":"u01","content":"hi","is_receive":true,"read_status":0,
     "sent_status":0,"server_uid":"s4","sent_time":1700000003000})"));
   EXPECT_EQ(list[1]["sent_status"], 1);
 }
 
 TEST_F(LookTest, AMessageBeingSentIsShownAsSuch) {
   import_sample();
-  EXPECT_NE(output({"history", store(), "bob", "--type", "private"}).find("  sending  "),
+  EXPECT_NE(output({"history", store(), "u01", "--type", "private"}).find("  sending  "),
             std::string::npos);
   EXPECT_NE(output({"show", store(), "5"}).find("sent        sending\n"), std::string::npos);
   EXPECT_EQ(json({"show", store(), "5", "--json"})["sent_status"], 1);
@@ -271,14 +271,14 @@ TEST_F(LookTest, HistoryTakesKinds) {
 
 TEST_F(LookTest, ConversationsAreToldApartByKindAndId) {
   import_sample();
-  import(line({{"session_id", "bob"},
+  import(line({{"session_id", "u01"},
                {"content", "in the group"},
                { "sent_time",
                  kTime }}) +
          line({{"session_id", "it's \"odd\" 会"},
                { "content",
                  "odd" }}));
-  const Json list = json({"history", store(), "bob", "--type", "2", "--json"});
+  const Json list = json({"history", store(), "u01", "--type", "2", "--json"});
   ASSERT_EQ(list.size(), 1U);
   EXPECT_EQ(list[0]["content"], "in the group");
   EXPECT_EQ(json({"history", store(), "it's \"odd\" 会", "--type", "2", "--json"}).size(), 1U);
@@ -354,7 +354,7 @@ TEST_F(LookTest, ShowTellsAllOfAMessage) {
             "kind        CV:TxtMsg\n"
             "content     你好\n");
   EXPECT_EQ(json({"show", store(), "5", "--json"}), Json::parse(R"({"msg_id":5,
-    "session_id":"bob","session_type":1,"object_name":"CV:TxtMsg","sender":"me",
+    "session_id":"u01","session_type":1,"object_name":"CV:TxtMsg","sender":"me",
     "content":"on its way","is_receive":false,"read_status":1,"sent_status":1,"server_uid":"",
     "sent_time":1700000004000,"is_mention":false,"client_uid":42})"));
 }
@@ -540,7 +540,7 @@ TEST_F(LookTest, MessagesOfAnOpenWriterAreShown) {
   const WriteAhead writer(
       file(),
       "insert into t_message(session_id,session_type,content,sender,direction,sent_time) "
-      "values('room',2,'in the log','bob',1,1700000009000);"
+      "values('room',2,'in the log','u01',1,1700000009000);"
       "update t_session set latest_id=7,unread_count=9 where session_id='room'");
   const Listing before = listing(store());
   ASSERT_EQ(before.size(), 3U) << "a file, its log and the log's index";
@@ -830,7 +830,7 @@ TEST_F(LookTest, ACopyIsOfOneMomentWhileAnotherWrites) {
     while (!stop) {
       open->start_transaction();
       for (int i = 0; i < 2; ++i) {
-        open->save_message("room", Corvan::CV_GROUP, "CV:TxtMsg", "bob", std::string(300, 'x'),
+        open->save_message("room", Corvan::CV_GROUP, "CV:TxtMsg", "u01", std::string(300, 'x'),
                            true, 0, 0, false, kTime + saved, 0, "", false, false, true);
       }
       open->commit_transaction();

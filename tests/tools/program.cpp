@@ -55,7 +55,7 @@ WriteAhead::~WriteAhead() {
 
 std::string line(const Json& changes) {
   Json message = {{"session_id", "room"},      {"session_type", 2}, {"object_name", "CV:TxtMsg"},
-                  {"sender", "bob"},           {"content", "hi"},   {"is_receive", true},
+                  {"sender", "u01"},           {"content", "hi"},   {"is_receive", true},
                   {"sent_time", 1700000000000}};
   for (const auto& [key, value] : changes.items()) {
     if (value.is_null()) {

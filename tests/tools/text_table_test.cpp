@@ -139,11 +139,11 @@ std::string printed(const TextTable& table, int line_width) {
 
 TEST(TextTableTest, ColumnsAreAsWideAsTheirWidestCell) {
   TextTable table({{"ID", TextTable::kRight}, {"NAME"}, {"N", TextTable::kRight}, {"TEXT"}});
-  table.add({"7", "bob", "1", "hello"});
+  table.add({"7", "u01", "1", "hello"});
   table.add({"1234", "elizabeth", "22", ""});
   EXPECT_EQ(printed(table, 0),
             "  ID  NAME        N  TEXT\n"
-            "   7  bob         1  hello\n"
+            "   7  u01         1  hello\n"
             "1234  elizabeth  22\n");
 }
 
