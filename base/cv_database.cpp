@@ -41,7 +41,8 @@ std::map<std::string, std::string> CvDatabase::table_index() {
        "create index if not exists t_message_server_uid on t_message(server_uid)"},
 
       // Everything within one conversation by time: the history pager, get_mention_message,
-      // get_maxtime, get_client_uid, get_message_latestid, is_message_exist by time,
+      // get_maxtime, get_max_message_id, get_client_uid, get_message_latestid, is_message_exist by
+      // time,
       // update_message_status, update_message_receipt_status, get_unred_mention, get_message_count,
       // delete_message of one conversation. Rows of equal time come by id: upwards in ascending
       // queries, downwards in descending ones.

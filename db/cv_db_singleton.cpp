@@ -9,6 +9,7 @@
 #include <iterator>
 #include <map>
 #include <new>
+#include <ostream>
 #include <string_view>
 #include <type_traits>
 #include <utility>

@@ -34,12 +34,13 @@ namespace Corvan {
 // Errors: returned, not thrown. `bool` operations return false; the others say below what they
 // return. With no open connection whatever needs the file fails at once and without an error line:
 // false, -1, 0 or an empty result; a call that has nothing to write may still succeed. An SQLite
-// failure is logged and returned. Unless an operation says otherwise, an out-parameter keeps the
+// failure is logged and returned; only one that ends a read in the middle is logged alone, and what
+// was read until then is the result. Unless an operation says otherwise, an out-parameter keeps the
 // caller's value when nothing was found or the operation failed. Only std::bad_alloc may leave an
 // operation, which then has finalised its statements and ended its transaction.
 // A missing statement or connection where one is required is a programming error and aborts the
 // process. When SQLite calls the open file damaged (11) or not a database (26) while a statement is
-// being prepared, the connection is closed and the file of the last init_open_db() deleted: the
+// being prepared, the connection is closed and the file that open_db() opened last is deleted: the
 // next init_open_db() starts an empty one.
 //
 // Lists: results are appended to the caller's vector, which is never cleared, and an operation that
@@ -51,7 +52,7 @@ namespace Corvan {
 // object, explicit transactions and paging the conversation list are driven from one thread or
 // under the caller's own serialisation. A statement issued between start_transaction() and
 // commit_transaction() joins the transaction, whichever thread issues it. Closing while an
-// operation runs on another thread ends in a fatal check there.
+// operation runs on another thread is undefined.
 //
 // Transactions: operations marked "one transaction" begin and commit one of their own. Called
 // inside a caller's transaction they commit that one.
@@ -84,6 +85,9 @@ class CvDbSingleton {
   // the file was found damaged and deleted just now: the store is closed as well, and a second call
   // starts a new file.
   //
+  // A connection that is open for another user, or whose files are gone, is neither used further
+  // nor closed: close the store before.
+  //
   // `db_path` is a folder when its text ends with the delimiter; of any other text the last
   // component is replaced by the file's name.
   bool init_open_db(const cvrtc::Pathname& db_path, const std::string& app_key,
@@ -101,8 +105,8 @@ class CvDbSingleton {
   bool is_table_exist(const std::string& name);
 
   // SQLite's integrity check. `result` is appended to: pass an empty text and true means that the
-  // file is sound and `result` reads "ok"; otherwise `result` holds the findings joined by "_", or
-  // "not a database file".
+  // file is sound and `result` reads "ok"; otherwise `result` holds the findings joined by "_".
+  // When the check cannot be prepared, "not a database file" replaces it.
   bool check_integrity(std::string& result);
 
   // Reads the file's schema table: the SQLite result code, 0 when the file can be read, 26 when it
@@ -110,8 +114,9 @@ class CvDbSingleton {
   int32_t is_db_unlocked(const std::string& password);
 
   // Copies schema and rows of an older store, which the caller has attached as "odb", into this
-  // one; rows of equal keys are replaced, ids are kept. One transaction. Attaching and detaching
-  // are the caller's; failures are logged only.
+  // one; rows of equal keys are replaced, ids are kept, and its user_version is taken over when it
+  // is above 0. One transaction. Attaching and detaching are the caller's; failures are logged
+  // only.
   void createdb_copydata();
 
   // -- Building blocks --
@@ -121,8 +126,8 @@ class CvDbSingleton {
   int32_t open_db();
 
   // Opens `file_name`, whatever was open before: the SQLite result code. The connection is set even
-  // after a failure; closing it is the caller's duty. When this file is found damaged, it is still
-  // the file of the last init_open_db() that is deleted.
+  // after a failure; closing it is the caller's duty. When this file is found damaged, it is the
+  // one that open_db() without a name opened last that is deleted.
   int32_t open_db(const std::string& file_name);
 
   // Whether a regular file exists there.
@@ -140,7 +145,8 @@ class CvDbSingleton {
   bool commit_transaction();
 
   // Moves the user's mark of received (`is_receive`) or sent messages forward to `sync_time`.
-  // False, with nothing written, when the mark is not earlier than that.
+  // False, with nothing written, when the mark is not earlier than that. When the marks cannot be
+  // read, a warning is logged, both count as 0, and the other mark is written as 0.
   bool set_sync_time(int64_t sync_time, bool is_receive);
 
   // The user's marks. True also when none are stored yet. `recv_time` must not be null, `sent_time`
@@ -253,9 +259,9 @@ class CvDbSingleton {
 
   // ---- Deleting and clearing messages -----------------------------------------------------------
 
-  // Deletes messages by id, lowers their conversations' counters by the unread among them, and
-  // points each conversation whose newest message went at the newest that is left. Ids below 1 are
-  // skipped. One transaction.
+  // Deletes messages by id, lowers their conversations' counters by the unread among them and,
+  // where any are, by the mentions among them, and points each conversation whose newest message
+  // went at the newest that is left. Ids below 1 are skipped. One transaction.
   bool delete_message(const std::vector<int64_t>& msg_id_v);
 
   // Deletes messages by server uid, in whatever conversation they lie, and points the named
@@ -457,8 +463,9 @@ class CvDbSingleton {
   bool load_message(Session& conv);
 
   // Counts, by conversation, the unread and the mentions among the messages of these ids. A message
-  // is added to every element of its conversation, and appended as an element of its own unless the
-  // last one took it; so a conversation can come up again. Returns non-empty.
+  // is added to every element of its conversation; one that is unread or a mention is appended as
+  // an element of its own unless the last one took it, so a conversation can come up again. Returns
+  // non-empty.
   bool load_distinct_session_with_unread(std::vector<Session>& session, const std::string& msg_id);
 
   // Appends id and kind of the conversations whose newest message is one of these. Returns
@@ -487,10 +494,11 @@ class CvDbSingleton {
   // The time up to which the peer has read.
   void get_receipt_time(const std::string& session_id, int32_t session_type, int64_t& receipt_time);
 
-  // Unread messages of all conversations.
+  // Unread messages of all conversations. This and the next four return false only when their
+  // statement cannot be prepared.
   bool get_total_unread_count(int32_t& unread);
 
-  // Unread messages of one conversation. True also when there is none.
+  // Unread messages of one conversation.
   bool get_unread_count(const std::string& session_id, SessionType session_type, int32_t& unread);
 
   // `unread` receives the number of all messages of the conversation, read or not.
@@ -592,7 +600,7 @@ class CvDbSingleton {
 
   sqlite3* db_ = nullptr;        // the open connection; null when closed
   cvrtc::Pathname local_path_;   // the file of the last init_open_db()
-  cvrtc::Pathname local_path8_;  // the file last opened by open_db(): deleted when found damaged
+  cvrtc::Pathname local_path8_;  // the file open_db() opened last: deleted when found damaged
   std::string user_id_;          // whose database is open
   [[maybe_unused]] bool corrupt_ = false;  // never set
 };

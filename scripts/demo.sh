@@ -17,6 +17,10 @@ for file in "$@"; do
 done
 cd "$(dirname "$0")/.."
 
+if [ -e build ] && [ ! -w build ]; then
+  echo "demo.sh: $PWD/build: belongs to somebody else; remove it or make it writable" >&2
+  exit 2
+fi
 bash scripts/install.sh build tools
 cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_BUILD_TESTS=OFF
 cmake --build build/demo --target corvan
@@ -39,7 +43,8 @@ show "$corvan" list "$store" --limit 12
 newest=$("$corvan" list "$store" --limit 1 --json)
 session=$(sed -n 's/^    "session_id": "\(.*\)",$/\1/p' <<<"$newest" | head -n 1)
 kind=$(sed -n 's/^    "session_type": \(.*\),$/\1/p' <<<"$newest" | head -n 1)
-if [ -n "$session" ]; then
+# An id with a quote or a backslash in it is left out: it reads otherwise in JSON.
+if [ -n "$session" ] && [[ "$session" != *\\* ]]; then
   show "$corvan" history "$store" "$session" --type "$kind" --limit 8
 fi
 show "$corvan" unread "$store"

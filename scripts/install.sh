@@ -10,7 +10,7 @@ for purpose in "$@"; do
     tools) packages+=(pkg-config libcli11-dev nlohmann-json3-dev libutf8proc-dev) ;;
     tests) packages+=(libgtest-dev) ;;
     bench) packages+=(libbenchmark-dev) ;;
-    lint) packages+=(clang clang-format clang-tidy) ;;
+    lint) packages+=(git clang clang-format clang-tidy) ;;
     *)
       echo "install.sh: unknown purpose: $purpose" >&2
       exit 2
@@ -28,7 +28,13 @@ done
 [ ${#missing[@]} -gt 0 ] || exit 0
 
 as_root=()
-[ "$(id -u)" = 0 ] || as_root=(sudo)
+if [ "$(id -u)" != 0 ]; then
+  if ! command -v sudo >/dev/null; then
+    echo "install.sh: neither root nor sudo; please install: ${missing[*]}" >&2
+    exit 1
+  fi
+  as_root=(sudo)
+fi
 echo "Installing: ${missing[*]}"
 "${as_root[@]}" apt-get update -q
 "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \

@@ -4,6 +4,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+if [ -e build ] && [ ! -w build ]; then
+  echo "test.sh: $PWD/build: belongs to somebody else; remove it or make it writable" >&2
+  exit 2
+fi
 bash scripts/install.sh build tools tests
 for preset in debug asan; do
   cmake --preset "$preset"

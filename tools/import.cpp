@@ -15,6 +15,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "tools/import_line.h"

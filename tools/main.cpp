@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -144,6 +145,7 @@ int run(int argc, char** argv) {
       ->required();
   command->add_option("--user", import.user, "the signed-in user's id (required)")
       ->required()
+      ->check(not_empty())
       ->option_text("ID");
   command
       ->add_option("--batch", import.batch_size,

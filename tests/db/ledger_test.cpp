@@ -1,7 +1,6 @@
 // The ledger: every text that each operation hands to SQLite, in its order, word for word.
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <ostream>
 

@@ -1,7 +1,6 @@
 // Real conversations, replayed through the single save and read back page by page. They lie beside
 // the project, not in it; without them the tests are skipped.
 
-#include <algorithm>
 #include <fstream>
 #include <map>
 #include <optional>
