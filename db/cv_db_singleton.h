@@ -168,8 +168,8 @@ class CvDbSingleton {
   // `is_count` counts one more unread message, `is_mention` one more unread mention;
   // set_session_time() says when they do not.
   //
-  // Not one transaction: the tests, the message and its conversation are statements of their own, so
-  // two threads that save one message at the same time can both store it.
+  // Not one transaction: the tests, the message and its conversation are statements of their own,
+  // so two threads that save one message at the same time can both store it.
   int64_t save_message(const std::string& session_id, SessionType session_type,
                        const std::string& object_name, const std::string& sender,
                        const std::string& content, bool is_receive, int32_t sent_status,
