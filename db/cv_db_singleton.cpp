@@ -182,14 +182,15 @@ class Statement {
   int32_t bound_ = 0;
 };
 
-// The statements around a transaction, made before it begins: ending it takes no memory.
+// The statements around a transaction, made before it begins: ending it takes no memory. They are
+// never destroyed, so that static objects may still use the store while they go.
 struct TransactionTexts {
   const std::string begin = "begin transaction";
   const std::string commit = "commit transaction";
   const std::string rollback = "rollback transaction";
 };
 const TransactionTexts& transaction_texts() {
-  static const TransactionTexts texts;
+  static const TransactionTexts& texts = *new TransactionTexts;
   return texts;
 }
 
