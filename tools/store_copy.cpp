@@ -35,7 +35,7 @@ constexpr std::array<const char*, 4> kSuffixes = {"", kLogSuffix, kJournalSuffix
 
 constexpr int kAttempts = 20;
 constexpr std::chrono::milliseconds kPause{50};
-constexpr std::size_t kBlock = std::size_t{1} << 20;
+constexpr std::size_t kBlock = std::size_t{64} << 10;
 
 // The folder that an interrupt must remove; an empty text for none. Fixed storage: a signal handler
 // reads it.
