@@ -2,9 +2,15 @@
 
 namespace Corvan {
 
-// The statements stay within what every SQLite 3 can parse: an older library that meets newer
-// syntax in a schema reports the file as damaged. Inserts leave columns out, so every column but
-// the row id has a default.
+// The statements stay within what SQLite 3.14 can parse, the oldest release that the store runs on:
+// an older library that meets newer syntax in a schema reports the file as damaged. Inserts leave
+// columns out, so every column but the row id has a default.
+//
+// The planner sees no statistics: it takes any equality on an index's first column to leave ten
+// rows, and believes a condition of a partial index only when the statement repeats it. Where an
+// index looks odd, it is so that no statement is led astray whatever a store holds, in whatever
+// order its indexes were created. Each one costs every save: docs/performance.md has what it costs
+// and what it buys.
 std::map<std::string, std::string> CvDatabase::table_index() {
   return {
       // Autoincrement: an id never comes back after its message is deleted, so nothing that still
@@ -35,20 +41,42 @@ std::map<std::string, std::string> CvDatabase::table_index() {
       {"t_message_sent_time",
        "create index if not exists t_message_sent_time on t_message(sent_time)"},
 
+      // Opening: the messages that are being sent, which are few.
+      {"t_message_sending",
+       "create index if not exists t_message_sending "
+       "on t_message(sent_status) where sent_status=1"},
+
       // Duplicate tests and look-ups by server uid: save_message, is_message_exist,
       // get_message_by_uid, delete_message by server uids.
       {"t_message_server_uid",
        "create index if not exists t_message_server_uid on t_message(server_uid)"},
 
-      // Everything within one conversation by time: the history pager, get_mention_message,
-      // get_maxtime, get_max_message_id, get_client_uid, get_message_latestid, is_message_exist by
-      // time,
-      // update_message_status, update_message_receipt_status, get_unred_mention, get_message_count,
-      // delete_message of one conversation. Rows of equal time come by id: upwards in ascending
-      // queries, downwards in descending ones.
+      // Everything within one conversation by time. Rows of equal time come by id: upwards in
+      // ascending queries, downwards in descending ones. The columns after the id let a walk pass
+      // over a message that a query does not want without reading its row: history by kind of
+      // message, the newest received or sent one, what follows a time.
       {"t_message_session",
        "create index if not exists t_message_session "
-       "on t_message(session_id,session_type,sent_time)"},
+       "on t_message(session_id,session_type,sent_time,id,direction,sent_status,object_name)"},
+
+      // One conversation by id: get_max_message_id. Its number of messages, and, since the kind is
+      // in front, clear_session by kinds.
+      {"t_message_session_type",
+       "create index if not exists t_message_session_type on t_message(session_type,session_id)"},
+
+      // update_message_receipt_status: own messages that no receipt covers. Here and in
+      // t_message_unread the columns of the condition are columns of the index, too: a statement
+      // takes the index that meets more columns, and would else take t_message_session.
+      {"t_message_uncovered",
+       "create index if not exists t_message_uncovered "
+       "on t_message(session_id,session_type,direction,sent_status,sent_time) "
+       "where direction=0 and sent_status=0"},
+
+      // get_mention_message and get_unred_mention, which look at rows of direction 2 alone.
+      {"t_message_unread",
+       "create index if not exists t_message_unread "
+       "on t_message(session_id,session_type,direction,sent_time) "
+       "where direction=2 and (is_mention=1 or read_status=0)"},
 
       // Its key serves every statement on one conversation.
       {"t_session",
@@ -67,13 +95,20 @@ std::map<std::string, std::string> CvDatabase::table_index() {
        "receipt_time integer default 0,"
        "unique(session_id,session_type))"},
 
-      // load_session_with_latestid, which delete_message by ids calls.
+      // load_session_with_latestid, which delete_message by ids calls. What the sums of counters
+      // look at is in it as well; they read it from end to end.
       {"t_session_latest_id",
-       "create index if not exists t_session_latest_id on t_session(latest_id)"},
+       "create index if not exists t_session_latest_id "
+       "on t_session(latest_id,session_type,silence,unread_count,mention_count)"},
 
-      // The conversation list, and the sums and clear_session by kind.
+      // The conversation list, walked in its order, from the end: of equal pins and times the
+      // smaller kind comes first, and of one kind the younger row. No index begins with the kind: a
+      // list of several kinds would take it, and sort all their conversations. The condition always
+      // holds. It hides the index from a part of a page's condition, "or is_top=0", which would
+      // else fetch and sort all unpinned conversations.
       {"t_session_list",
-       "create index if not exists t_session_list on t_session(session_type,is_top,session_time)"},
+       "create index if not exists t_session_list "
+       "on t_session(is_top,session_time,session_type desc) where session_type is not null"},
 
       // Its key serves get_sync_time and set_sync_time.
       {"t_sync",

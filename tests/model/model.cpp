@@ -978,18 +978,6 @@ bool Model::delete_session(const std::string& session_id, int32_t session_type) 
 
 // ---- Conversation list --------------------------------------------------------------------------
 
-bool Model::list_order_is_known(const std::vector<SessionType>& entry) const {
-  const std::string list = kind_list(entry);
-  if (list.find(',') == std::string::npos) return true;
-  std::set<std::pair<int64_t, int64_t>> places;
-  for (const SessionRow& row : tables_.sessions) {
-    if (among(entry, row.session_type) && !places.insert({row.is_top, row.session_time}).second) {
-      return false;
-    }
-  }
-  return true;
-}
-
 bool Model::get_session_list_by_page(const std::vector<SessionType>& entry, int64_t sent_time,
                                      int32_t limit, std::vector<SessionInfo>& session) {
   if (sent_time == 0) page_ended_top_ = false;
@@ -1059,9 +1047,11 @@ bool Model::load_session(std::vector<Session>& session, std::string& session_typ
                                : timestamp <= 0 || (older && row.is_top == 0);
     if (wanted && kinds->count(row.session_type) > 0) rows.push_back(row);
   }
-  std::reverse(rows.begin(), rows.end());
+  std::reverse(rows.begin(), rows.end());  // of one place and kind the younger row comes first
   std::stable_sort(rows.begin(), rows.end(), [](const SessionRow& a, const SessionRow& b) {
-    return a.is_top != b.is_top ? a.is_top > b.is_top : a.session_time > b.session_time;
+    if (a.is_top != b.is_top) return a.is_top > b.is_top;
+    if (a.session_time != b.session_time) return a.session_time > b.session_time;
+    return a.session_type < b.session_type;
   });
   if (limit >= 0 && full(rows.size(), limit)) rows.resize(static_cast<std::size_t>(limit));
 

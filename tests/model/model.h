@@ -204,9 +204,6 @@ class Model {
 
   // ---- Conversation list ------------------------------------------------------------------------
 
-  // The order of rows of equal pin and time is known for one kind only.
-  bool list_order_is_known(const std::vector<Corvan::SessionType>& entry) const;
-
   bool get_session_list_by_page(const std::vector<Corvan::SessionType>& entry, int64_t sent_time,
                                 int32_t limit, std::vector<Corvan::SessionInfo>& session);
   bool get_session(Corvan::SessionInfo& session);
