@@ -189,10 +189,9 @@ class Import {
     std::error_code error;
     std::filesystem::create_directories(options_.folder, error);
     if (error) throw ToolError(options_.folder + ": " + error.message());
-    const std::string file = store_file(options_.folder);
-    if (!std::filesystem::exists(file, error) || holds_store_tables(file)) return;
-    const StoreCopy copy(options_.folder);  // what is no store stays as it is, its log included
-    require_store(store_file(copy.folder()), file, true);
+    if (std::filesystem::exists(store_file(options_.folder), error)) {
+      require_store_in(options_.folder, true);
+    }
   }
 
   static int64_t read_newest_id(OpenStore& store) {

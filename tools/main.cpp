@@ -1,4 +1,5 @@
-// corvan, the command-line tool: imports conversation logs into a store and looks into stores.
+// corvan, the command-line tool: imports conversation logs into a store, looks into stores and
+// keeps their indexes up to date.
 
 #include <sqlite3.h>
 
@@ -16,6 +17,7 @@
 #include "tools/commands.h"
 #include "tools/import.h"
 #include "tools/import_line.h"
+#include "tools/index.h"
 #include "tools/names.h"
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
@@ -25,8 +27,8 @@ namespace {
 using namespace corvan_tool;
 
 constexpr const char* kFooter =
-    "FOLDER is the folder that holds the store's file, \"corvan\". Looking commands work on a\n"
-    "temporary copy and change nothing. Times are in UTC. Exit status: 0 for success, 1 for a\n"
+    "FOLDER is the folder that holds the store's file, \"corvan\". Only import and index change a\n"
+    "store; the others look at a temporary copy. Times are in UTC. Exit status: 0 for success, 1 for a\n"
     "negative answer, 2 for bad usage, bad input or a store that cannot be read or written.\n";
 
 constexpr const char* kImportResult =
@@ -63,6 +65,18 @@ constexpr const char* kCheckKeys =
     "Prints \"ok\", or what SQLite's integrity check found.\n"
     "With --json: an object with ok (true or false) and result (the text).\n"
     "Exit status 1 when the store is damaged.\n";
+
+constexpr const char* kIndexResult =
+    "A store keeps the indexes that it was made with. Those that a new store has are created where\n"
+    "they are missing and replaced where their statement differs. Of the others on the store's\n"
+    "tables, those named like the store's own, TABLE_..., are from an older set and are dropped;\n"
+    "any other name is somebody's own index: it is named and left unless --drop-others is given.\n"
+    "Tables and messages stay as they are. All is done in one transaction, or nothing. A client\n"
+    "may have the store open, but what it saves meanwhile fails. A store that is locked for two\n"
+    "seconds is an error.\n"
+    "With --json: an object with dry_run; created, replaced, dropped, left: arrays of objects with\n"
+    "name, table, sql, of created and replaced ones also seconds and bytes (null when unknown), of\n"
+    "replaced ones also old_sql; kept (a number) and seconds.\n";
 
 CLI::Validator not_empty() {
   const auto check = [](const std::string& text) -> std::string {
@@ -123,7 +137,10 @@ CLI::Option* add_kind(CLI::App* command, Target& target, const std::string& text
 }
 
 int run(int argc, char** argv) {
-  CLI::App app("Imports conversation logs into a message store and looks into stores.", "corvan");
+  CLI::App app(
+      "Imports conversation logs into a message store, looks into stores and keeps their indexes up "
+      "to date.",
+      "corvan");
   app.footer(kFooter);
   app.set_version_flag(
       "--version", "corvan " CORVAN_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
@@ -209,6 +226,15 @@ int run(int argc, char** argv) {
   add_command(
       app, "check", "Check that the store's file is sound", kCheckKeys, check.json, check.folder,
       [&check] { return run_check(check); }, status);
+
+  IndexOptions index;
+  command = add_command(
+      app, "index", "Bring the store's indexes up to those of a new store", kIndexResult,
+      index.json, index.folder, [&index] { return run_index(index); }, status);
+  command->add_flag("--drop-others", index.drop_others,
+                    "drop also indexes that are not named like the store's own");
+  command->add_flag("--dry-run", index.dry_run,
+                    "only tell what would be done, tried on a temporary copy");
 
   try {
     app.parse(argc, argv);

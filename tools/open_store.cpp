@@ -1,6 +1,5 @@
 #include "tools/open_store.h"
 
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <utility>
@@ -8,41 +7,13 @@
 #include "base/cv_utils.h"
 #include "base/log_message.h"
 #include "base/pathname.h"
+#include "tools/connection.h"
+#include "tools/store_copy.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
 
 namespace {
-
-// A connection beside the store's, for what must be known before the store is opened.
-class Connection {
- public:
-  explicit Connection(const std::string& file, int flags = SQLITE_OPEN_READWRITE)
-      : opened_(sqlite3_open_v2(file.c_str(), &db_, flags, nullptr)) {
-    sqlite3_busy_timeout(db_, 5000);
-  }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  ~Connection() { sqlite3_close_v2(db_); }
-
-  // Calls `read` with each row: SQLITE_DONE after the last one, else the code of the failure.
-  template <typename Read>
-  int each_row(const char* sql, const Read& read) const {
-    if (opened_ != SQLITE_OK) return opened_;
-    sqlite3_stmt* stmt = nullptr;
-    int rc = sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr);
-    if (rc != SQLITE_OK) return rc;
-    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) read(stmt);
-    sqlite3_finalize(stmt);
-    return rc;
-  }
-
-  std::string error() const { return sqlite3_errmsg(db_); }
-
- private:
-  sqlite3* db_ = nullptr;
-  const int opened_;
-};
 
 // How many of a store's tables a file has, and how many tables in all: SQLITE_DONE, or the code of
 // the failure.
@@ -58,8 +29,8 @@ int count_tables(const Connection& connection, int32_t& ours, int32_t& all) {
 
 constexpr int32_t kTables = 4;
 
-}  // namespace
-
+// Whether the file, without its write-ahead log, holds the tables of a store. Nothing is locked or
+// written, not even beside it. False says nothing: the log may hold them.
 bool holds_store_tables(const std::string& file) {
   std::string uri = "file:" + file;
   for (const auto& [character, code] : {std::pair("%", "%25"), {"?", "%3f"}, {"#", "%23"}}) {
@@ -70,6 +41,8 @@ bool holds_store_tables(const std::string& file) {
   int32_t all = 0;
   return count_tables(connection, ours, all) == SQLITE_DONE && ours == kTables;
 }
+
+}  // namespace
 
 StoreState look_at_store(const std::string& file, const std::string& name, std::string& detail) {
   struct stat status = {};
@@ -114,6 +87,13 @@ void require_store(const std::string& file, const std::string& name, bool may_be
       throw ToolError(name + ": damaged (" + detail +
                       "); keep a copy: opening it with the library deletes it");
   }
+}
+
+void require_store_in(const std::string& folder, bool may_be_empty) {
+  const std::string file = store_file(folder);
+  if (holds_store_tables(file)) return;
+  const StoreCopy copy(folder);
+  require_store(store_file(copy.folder()), file, may_be_empty);
 }
 
 OpenStore::OpenStore(const std::string& folder, const std::string& user) {

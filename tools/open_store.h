@@ -19,10 +19,6 @@ enum class StoreState {
   kDamaged,  // not a database, or a damaged one
 };
 
-// Whether the file, without its write-ahead log, holds the tables of a store. Nothing is locked or
-// written, not even beside it. False says nothing: the log may hold them.
-bool holds_store_tables(const std::string& file);
-
 // Here and below, `name` is the file's name in the text of a ToolError: `file` may be a copy.
 
 // `detail` receives SQLite's text for kDamaged. Throws ToolError when the file cannot be read.
@@ -30,6 +26,10 @@ StoreState look_at_store(const std::string& file, const std::string& name, std::
 
 // Throws ToolError unless a store may be opened there; an empty one may when `may_be_empty`.
 void require_store(const std::string& file, const std::string& name, bool may_be_empty);
+
+// The same for the file in `folder`, which must exist and is looked at without changing it: what is
+// no store stays as it is, its log included.
+void require_store_in(const std::string& folder, bool may_be_empty);
 
 // The messages that the store in this file holds as being sent. Throws ToolError when they cannot
 // be read.

@@ -407,7 +407,10 @@ TEST_F(ImportTest, AStoreWithADamagedPageIsNotDeleted) {
   write_file(file(), bytes);
   const Outcome outcome = import_text(numbered(1));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + file() + ": database disk image is malformed\n");
+  // What follows depends on whether the opening or the first save reads the page.
+  EXPECT_EQ(outcome.err.find("corvan: " + file() + ": database disk image is malformed"), 0U)
+      << outcome.err;
+  EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
   EXPECT_EQ(read_file(file()).size(), bytes.size());
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
@@ -96,6 +97,13 @@ pid_t ToolTest::start(const Arguments& arguments, int out) {
     redirect(err, O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
     if (dup2(out, STDOUT_FILENO) < 0) _exit(127);
     close(out);
+    if (largest_file > 0) {
+      const rlimit limit = {largest_file, largest_file};
+      // The write then fails instead of ending the program.
+      if (setrlimit(RLIMIT_FSIZE, &limit) != 0 || std::signal(SIGXFSZ, SIG_IGN) == SIG_ERR) {
+        _exit(127);
+      }
+    }
     if (unprivileged && setuid(kNobody) != 0) _exit(127);
     execve(argv[0], argv.data(), environment.data());
     _exit(127);

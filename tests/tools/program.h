@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <map>
@@ -86,6 +87,9 @@ class ToolTest : public testing::Test {
 
   // Set by a test that runs as root: the program is then run as a user who may not write.
   bool unprivileged = false;
+
+  // Above 0: the program cannot write a file beyond so many bytes, as on a full disk.
+  rlim_t largest_file = 0;
 
  private:
   TemporaryFolder files_;   // standard input, output and error
