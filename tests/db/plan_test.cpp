@@ -77,7 +77,7 @@ const std::vector<Rule>& rules() {
        "SEARCH t_message USING INDEX t_message_unread "
        "(session_id=? AND session_type=? AND direction=?)"},
       {"and read_status=0 and direction=2",
-       "SEARCH t_message USING INDEX t_message_unread "
+       "SEARCH t_message USING COVERING INDEX t_message_unread "
        "(session_id=? AND session_type=? AND direction=? AND sent_time>?)"},
       {"and sent_time>? and sent_time<=? and direction=0 and sent_status=0",
        "SEARCH t_message USING INDEX t_message_uncovered "

@@ -129,7 +129,7 @@ TEST_F(Schema, MessageIndexes) {
             (Rows{"sent_status|partial", "sent_time|", "server_uid|",
                   "session_id,session_type,client_uid,sender|",
                   "session_id,session_type,direction,sent_status,sent_time|partial",
-                  "session_id,session_type,direction,sent_time|partial",
+                  "session_id,session_type,direction,sent_time,id,read_status,is_mention|partial",
                   "session_id,session_type,sent_time,id,direction,sent_status,object_name|",
                   "session_type,session_id|"}));
 }
