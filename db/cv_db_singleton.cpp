@@ -4,10 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
-#include <map>
 #include <new>
 #include <ostream>
 #include <string_view>
@@ -117,6 +118,13 @@ int64_t wrapping_sum(int64_t a, int64_t b) {
 void append_item(std::string& list, const std::string& item) {
   if (!list.empty()) list += ",";
   list += item;
+}
+
+void append_item(std::string& list, int64_t number) {
+  std::array<char, 20> digits;
+  char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+  if (!list.empty()) list += ',';
+  list.append(digits.data(), end);
 }
 
 std::string decimal(int64_t number) {
@@ -244,15 +252,24 @@ bool read(CvDbSingleton& store, Integer& value, const std::string& sql, const Va
   return true;
 }
 
-// Copies what a row of the conversation list shows of its latest message, but its time.
-void attach_message(Session& row, const Session& message) {
-  row.content_ = message.content_;
-  row.object_name_ = message.object_name_;
-  row.sender_ = message.sender_;
-  row.is_recieve_ = message.is_recieve_;
-  row.read_status_ = message.read_status_;
-  row.sent_status_ = message.sent_status_;
-  row.server_uid_ = message.server_uid_;
+// Makes room for a page in an empty vector; a page without a limit, or with a large one, grows.
+template <typename Record>
+void reserve_page(std::vector<Record>& records, int32_t limit) {
+  constexpr int32_t kLargest = 64;
+  if (!records.empty() || limit <= 0) return;
+  records.reserve(static_cast<std::size_t>(std::min(limit, kLargest)));
+}
+
+// Fills what a conversation's row shows of its latest message, but its time, from columns in this
+// order, of which the time is the one before the last: content is at `first`.
+void fill_message(Session& row, const Statement& query, int32_t first) {
+  row.content_ = query.text(first);
+  row.object_name_ = query.text(first + 1);
+  row.sender_ = query.text(first + 2);
+  row.is_recieve_ = query.get_int(first + 3);
+  row.read_status_ = query.get_int(first + 4);
+  row.sent_status_ = query.get_int(first + 5);
+  row.server_uid_ = query.text(first + 7);
 }
 
 // Fills a list entry from a row, but its id and kind, which the entry has, and the message's time.
@@ -276,6 +293,51 @@ void fill_entry(SessionInfo& entry, Session&& row) {
   entry.message_.sent_status_ = row.sent_status_;
 }
 
+// Calls `take` with the query at each of the messages of these ids. Columns are the conversation,
+// the kind and, from 2, what fill_message() takes. False when the statement cannot be prepared.
+template <typename Take>
+bool for_each_message(CvDbSingleton& store, const std::string& msg_id, const Take& take) {
+  Statement query(store,
+                  "select session_id,session_type,content,object_name,sender,direction,read_status,"
+                  "sent_status,sent_time,server_uid from t_message where id in(" +
+                      msg_id + ")");
+  if (!query.prepared()) return false;
+  while (query.row()) take(query);
+  return true;
+}
+
+// Finds rows by their conversation. Kept in the order of the ids' hashes, which compare quicker
+// than the ids.
+class RowIndex {
+ public:
+  explicit RowIndex(std::vector<Session>& rows) {
+    entries_.reserve(rows.size());
+    for (Session& row : rows) entries_.push_back({hash_of(row.session_id_), &row});
+    std::sort(entries_.begin(), entries_.end(), before);
+  }
+
+  // Calls `take` with each row of the conversation.
+  template <typename Take>
+  void for_each(std::string_view session_id, int32_t session_type, const Take& take) const {
+    const Entry wanted{hash_of(session_id), nullptr};
+    auto entry = std::lower_bound(entries_.begin(), entries_.end(), wanted, before);
+    for (; entry != entries_.end() && entry->hash == wanted.hash; ++entry) {
+      Session& row = *entry->row;
+      if (row.session_type_ == session_type && row.session_id_ == session_id) take(row);
+    }
+  }
+
+ private:
+  struct Entry {
+    std::size_t hash;
+    Session* row;
+  };
+  static std::size_t hash_of(std::string_view id) { return std::hash<std::string_view>()(id); }
+  static bool before(const Entry& a, const Entry& b) { return a.hash < b.hash; }
+
+  std::vector<Entry> entries_;
+};
+
 // Sorts a page whose rows come in runs of equal is_top_. Only within a run does the records' order
 // order strictly, so each run is sorted on its own and stays in its place.
 void sort_page(std::vector<Session>& rows) {
@@ -284,7 +346,7 @@ void sort_page(std::vector<Session>& rows) {
     const int32_t is_top = run_begin->is_top_;
     const auto run_end = std::find_if(
         run_begin, rows.end(), [is_top](const Session& row) { return row.is_top_ != is_top; });
-    std::stable_sort(run_begin, run_end);
+    if (!std::is_sorted(run_begin, run_end)) std::stable_sort(run_begin, run_end);
     run_begin = run_end;
   }
 }
@@ -753,7 +815,7 @@ bool CvDbSingleton::common_message_text(int64_t msg_id, const std::string& value
 bool CvDbSingleton::delete_message(const std::vector<int64_t>& msg_id_v) {
   std::string msg_id;
   for (const int64_t id : msg_id_v) {
-    if (id >= 1) append_item(msg_id, decimal(id));
+    if (id >= 1) append_item(msg_id, id);
   }
 
   const Transaction transaction(*this);
@@ -865,8 +927,9 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
   query.bind(id, session_type, search_time, count);
   log(cvrtc::LS_INFO, kSignature, "session_id: ", id, "session_type: ", session_type,
       "search_time: ", search_time, "sqlStr: ", [&query] { return expanded_sql(query.handle()); });
+  reserve_page(msg, count);
   while (query.row()) {
-    MessageResponse p;
+    MessageResponse& p = msg.emplace_back();
     p.msg_id_ = query.get_int(0);
     p.content_ = query.text(1);
     p.is_receive_ = query.get_int(2) != 0;
@@ -880,7 +943,6 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
     p.session_type_ = session_type;
     log(cvrtc::LS_INFO, kSignature, "step(stmt): SQLITE_ROW msg_id_=", p.msg_id_, "p.is_receive_",
         p.is_receive_);
-    msg.push_back(std::move(p));
   }
   return !msg.empty();
 }
@@ -1234,30 +1296,25 @@ bool CvDbSingleton::get_session_list_by_page(const std::vector<SessionType>& ent
   if (!load_session(rows, session_type, sent_time, limit, is_top)) return false;
 
   std::string msg_id;
-  for (const Session& row : rows) append_item(msg_id, decimal(row.latest_id_));
-  std::vector<Session> messages;
-  load_message(messages, msg_id);
+  for (const Session& row : rows) append_item(msg_id, row.latest_id_);
 
   // A message belongs to the row of its conversation, whichever row named its id; of several the
   // last one counts.
-  std::map<std::pair<std::string_view, int32_t>, const Session*> message_of;
-  for (const Session& message : messages) {
-    message_of[{message.session_id_, message.session_type_}] = &message;
-  }
-  for (Session& row : rows) {
-    const auto found = message_of.find({row.session_id_, row.session_type_});
-    if (found == message_of.end()) continue;
-    attach_message(row, *found->second);
-    if (row.draft_.empty()) row.session_time_ = found->second->session_time_;
-  }
+  const RowIndex index(rows);
+  for_each_message(*this, msg_id, [&index](const Statement& query) {
+    index.for_each(query.text(0), query.get_int(1), [&query](Session& row) {
+      fill_message(row, query, 2);
+      if (row.draft_.empty()) row.session_time_ = query.get_int64(8);
+    });
+  });
 
   sort_page(rows);
+  reserve_page(session, limit);
   for (Session& row : rows) {
-    SessionInfo info;
+    SessionInfo& info = session.emplace_back();
     info.session_id_ = std::move(row.session_id_);
     info.session_type_ = row.session_type_;
     fill_entry(info, std::move(row));
-    session.push_back(std::move(info));
   }
   is_top = rows.back().is_top_ != 0;
   return true;
@@ -1288,8 +1345,9 @@ bool CvDbSingleton::load_session(std::vector<Session>& session, std::string& ses
   if (!query.prepared()) return false;
   if (timestamp > 0) query.bind(timestamp);
   query.bind(limit);
+  reserve_page(session, limit);
   while (query.row()) {
-    Session row;
+    Session& row = session.emplace_back();
     row.session_id_ = query.text(0);
     row.session_type_ = query.get_int(1);
     row.title_ = query.text(2);
@@ -1300,7 +1358,6 @@ bool CvDbSingleton::load_session(std::vector<Session>& session, std::string& ses
     row.mention_count_ = query.get_int(7);
     row.silence_ = query.get_int(8);
     row.latest_id_ = query.get_int(9);
-    session.push_back(std::move(row));
   }
   return !session.empty();
 }
@@ -1325,26 +1382,14 @@ bool CvDbSingleton::load_session(Session& conv, const std::string& session_id,
 }
 
 bool CvDbSingleton::load_message(std::vector<Session>& session, const std::string& msg_id) {
-  Statement query(*this,
-                  "select session_id,session_type,content,object_name,sender,direction,read_status,"
-                  "sent_status,sent_time,server_uid from t_message where id in(" +
-                      msg_id + ")");
-  if (!query.prepared()) return false;
-  while (query.row()) {
+  return for_each_message(*this, msg_id, [&session](const Statement& query) {
     Session message;
     message.session_id_ = query.text(0);
     message.session_type_ = query.get_int(1);
-    message.content_ = query.text(2);
-    message.object_name_ = query.text(3);
-    message.sender_ = query.text(4);
-    message.is_recieve_ = query.get_int(5);
-    message.read_status_ = query.get_int(6);
-    message.sent_status_ = query.get_int(7);
+    fill_message(message, query, 2);
     message.session_time_ = query.get_int64(8);
-    message.server_uid_ = query.text(9);
     session.push_back(std::move(message));
-  }
-  return true;
+  });
 }
 
 bool CvDbSingleton::load_message(Session& conv) {
@@ -1354,14 +1399,8 @@ bool CvDbSingleton::load_message(Session& conv) {
   if (!query.prepared()) return false;
   query.bind(conv.latest_id_);
   if (!query.row()) return false;
-  conv.content_ = query.text(0);
-  conv.object_name_ = query.text(1);
-  conv.sender_ = query.text(2);
-  conv.is_recieve_ = query.get_int(3);
-  conv.read_status_ = query.get_int(4);
-  conv.sent_status_ = query.get_int(5);
+  fill_message(conv, query, 0);
   conv.session_time_ = query.get_int64(6);
-  conv.server_uid_ = query.text(7);
   return true;
 }
 
@@ -1680,7 +1719,7 @@ std::string CvDbSingleton::escape_char(const std::string& keyword, bool& flag) {
 
 void CvDbSingleton::join_type(const std::vector<SessionType>& entry, std::string& type) {
   for (const SessionType kind : entry) {
-    if (kind >= CV_PRIVATE && kind <= CV_SYSTEM) append_item(type, decimal(kind));
+    if (kind >= CV_PRIVATE && kind <= CV_SYSTEM) append_item(type, kind);
   }
 }
 
