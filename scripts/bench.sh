@@ -1,11 +1,91 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the benchmarks and runs them; arguments are those of Google
-# Benchmark, such as --benchmark_filter=save. Stores lie in the folder that TMPDIR names.
+# Installs what is missing, builds the benchmarks and runs them, in about six minutes; prints where
+# they run and their tables, and leaves build/bench/results.json and pictures (SVG) beside it. Fails
+# when a result is wrong or a bound is not kept.
+#
+# Usage: bench.sh [--quick|--full] [NAME...]
+#   --quick  the smallest sizes, without bounds on times: shows in seconds that all of it works
+#   --full   the largest sizes, too: ten million messages, an import of 400,000
+#   NAME     only these: environment calls index_cost growth floor instructions peers import
+# Stores lie in the folder that TMPDIR names, else in build/bench/stores.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/install.sh build bench
+size=()
+names=()
+for argument in "$@"; do
+  case "$argument" in
+    --quick | --full) size=("$argument") ;;
+    -*)
+      echo "bench.sh: unknown option: $argument; usage: bench.sh [--quick|--full] [NAME...]" >&2
+      exit 2
+      ;;
+    *) names+=("$argument") ;;
+  esac
+done
+all=(environment calls index_cost growth floor instructions peers import)
+for name in "${names[@]}"; do
+  if [[ " ${all[*]} " != *" $name "* ]]; then
+    echo "bench.sh: no benchmark is called $name; there are: ${all[*]}" >&2
+    exit 2
+  fi
+done
+[ ${#names[@]} -gt 0 ] || names=("${all[@]}")
+
+bash scripts/install.sh build tools bench
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
-  -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=OFF
+  -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=ON
 cmake --build build/bench
-build/bench/bench/store_bench "$@"
+
+programs=build/bench/bench
+results=build/bench/results
+rm -rf "$results"
+mkdir -p "$results"
+
+# On a disk: a file system in memory would leave out what a sync costs.
+stores=${TMPDIR:-$PWD/build/bench/stores}
+mkdir -p "$stores"
+
+# A program's results in a file of its own; 1 is a bound that is not kept.
+run() {
+  local name=$1
+  shift
+  echo
+  echo "== $name"
+  local status=0
+  TMPDIR=$stores "$@" "${size[@]}" --json "$results/$name.json" || status=$?
+  [ "$status" -le 1 ] || exit "$status"
+  [ "$status" = 0 ] || failed+=("$name")
+}
+
+failed=()
+for name in "${names[@]}"; do
+  case "$name" in
+    environment) run environment $programs/environment ;;
+    calls)
+      echo
+      echo "== calls"
+      time=()
+      [ "${size[*]}" != --quick ] || time=(--benchmark_min_time=0.01)
+      TMPDIR=$stores $programs/store_bench "${time[@]}" --benchmark_out_format=json \
+        --benchmark_out="$results/calls.json"
+      ;;
+    index_cost) run index_cost $programs/index_cost ;;
+    growth) run growth $programs/growth ;;
+    # In memory, where there is such a file system: a disk's syncs would hide what is compared.
+    floor) stores=/dev/shm run floor $programs/floor/floor_bench ;;
+    instructions) run instructions $programs/floor/instruction_bench ;;
+    peers) run peers $programs/peers/peers_bench ;;
+    import) run import $programs/import_bench ;;
+  esac
+done
+
+jq -n 'reduce inputs as $part ({}; .[input_filename | split("/")[-1] | rtrimstr(".json")] = $part)' \
+  "$results"/*.json >build/bench/results.json
+bash bench/plots/plot.sh build/bench/results.json build/bench
+echo
+echo "Results: build/bench/results.json; pictures: build/bench/*.svg"
+if [ ${#failed[@]} -gt 0 ]; then
+  echo "bench.sh: bounds are not kept by: ${failed[*]}" >&2
+  exit 1
+fi

@@ -9,7 +9,10 @@ for purpose in "$@"; do
     build) packages+=(g++ cmake ninja-build libsqlite3-dev) ;;
     tools) packages+=(pkg-config libcli11-dev nlohmann-json3-dev libutf8proc-dev) ;;
     tests) packages+=(libgtest-dev) ;;
-    bench) packages+=(libbenchmark-dev) ;;
+    bench)
+      packages+=(libbenchmark-dev nlohmann-json3-dev valgrind gnuplot-nox jq)
+      packages+=(libsqlitecpp-dev libsoci-dev libsoci-sqlite3-4.0 liblmdb-dev libleveldb-dev)
+      ;;
     lint) packages+=(git clang clang-format clang-tidy) ;;
     *)
       echo "install.sh: unknown purpose: $purpose" >&2

@@ -1,0 +1,17 @@
+#ifndef BENCH_FLOOR_ALLOCATIONS_H_
+#define BENCH_FLOOR_ALLOCATIONS_H_
+
+#include <cstdint>
+
+namespace corvan_bench {
+
+// What operator new has handed out in this process. SQLite's memory is not among it.
+struct Allocations {
+  int64_t count = 0;
+  int64_t bytes = 0;
+};
+Allocations allocations();
+
+}  // namespace corvan_bench
+
+#endif  // BENCH_FLOOR_ALLOCATIONS_H_

@@ -1,0 +1,49 @@
+// What is compared: the store and the two floors, each on a file of its own, behind one interface,
+// so that a call costs the same to reach.
+
+#ifndef BENCH_FLOOR_CONTENDERS_H_
+#define BENCH_FLOOR_CONTENDERS_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "db/cv_db_records.h"
+
+namespace corvan_bench {
+
+class Contender {
+ public:
+  using Messages = std::vector<std::unique_ptr<Corvan::MessageResponse>>;
+
+  Contender() = default;
+  Contender(const Contender&) = delete;
+  Contender& operator=(const Contender&) = delete;
+  virtual ~Contender() = default;
+
+  virtual void run(const std::string& sql) = 0;
+
+  // Saves a received message, counted as unread.
+  virtual int64_t save(const Corvan::MessageResponse& message) = 0;
+  virtual bool save_batch(const Messages& messages) = 0;
+  virtual bool history_page(const std::string& session_id, int32_t count,
+                            std::vector<Corvan::MessageResponse>& page) = 0;
+  virtual bool list_page(const std::vector<Corvan::SessionType>& kinds, int32_t limit,
+                         std::vector<Corvan::SessionInfo>& page) = 0;
+  virtual bool unread_count(const std::string& session_id, int32_t& unread) = 0;
+  virtual bool set_read_status(int64_t msg_id, int32_t read_status) = 0;
+  virtual bool delete_messages(const std::vector<int64_t>& ids) = 0;
+};
+
+enum class Kind { kStore, kFloor, kCachedFloor };
+
+// The contender's name in the tables.
+const char* name_of(Kind kind);
+
+// Opens the fixture in `folder`. There is one store a process: one contender of its kind at a time.
+std::unique_ptr<Contender> make_contender(Kind kind, const std::string& folder);
+
+}  // namespace corvan_bench
+
+#endif  // BENCH_FLOOR_CONTENDERS_H_

@@ -1,0 +1,15 @@
+#ifndef BENCH_FLOOR_VERIFICATION_H_
+#define BENCH_FLOOR_VERIFICATION_H_
+
+#include <string>
+
+namespace corvan_bench {
+
+// Lets each contender run each operation on a copy of the fixture in `fixture_folder`, and throws
+// std::runtime_error unless all run the same statements in the same order, give the same results
+// and leave the same rows.
+void verify_contenders(const std::string& fixture_folder);
+
+}  // namespace corvan_bench
+
+#endif  // BENCH_FLOOR_VERIFICATION_H_

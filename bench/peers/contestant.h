@@ -1,0 +1,58 @@
+// One contender at work, and what it writes.
+
+#ifndef BENCH_PEERS_CONTESTANT_H_
+#define BENCH_PEERS_CONTESTANT_H_
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "bench/peers/contenders.h"
+#include "bench/peers/io_counts.h"
+#include "tests/support/temporary_folder.h"
+
+namespace corvan_bench {
+
+// A contender's store, in a folder of its own.
+struct Contestant {
+  explicit Contestant(Contender what) : contender(std::move(what)), store(contender.make()) {
+    store->open(folder.path());
+  }
+
+  const Contender contender;
+  const corvan_test::TemporaryFolder folder;
+  const std::unique_ptr<Store> store;  // ends before its folder
+};
+
+using Contestants = std::vector<std::unique_ptr<Contestant>>;
+
+// What each contestant writes during one piece of work: its calls run within a CountInto(of(i)),
+// and the main thread has a CountInto for everything else.
+class Traffic {
+ public:
+  explicit Traffic(std::size_t contestants)
+      : counts_(contestants),
+        thread_syncs_(thread_counts().syncs),
+        thread_bytes_(thread_counts().bytes) {}
+
+  IoCounts& of(std::size_t contestant) { return counts_[contestant]; }
+
+  // At the end of the work: what threads of their own wrote in the meantime is the one contestant's
+  // that has such threads.
+  void add_threads(const Contestants& all) {
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      if (!all[i]->contender.has_thread) continue;
+      counts_[i].syncs += thread_counts().syncs - thread_syncs_;
+      counts_[i].bytes += thread_counts().bytes - thread_bytes_;
+    }
+  }
+
+ private:
+  std::vector<IoCounts> counts_;
+  const int64_t thread_syncs_;
+  const int64_t thread_bytes_;
+};
+
+}  // namespace corvan_bench
+
+#endif  // BENCH_PEERS_CONTESTANT_H_

@@ -1,0 +1,40 @@
+#ifndef BENCH_SUPPORT_BENCH_STORE_H_
+#define BENCH_SUPPORT_BENCH_STORE_H_
+
+#include <map>
+#include <string>
+
+#include "db/cv_db_singleton.h"
+#include "tests/support/rows.h"
+#include "tests/support/temporary_folder.h"
+
+namespace corvan_bench {
+
+// A store in a temporary folder. Only one can be open at a time; none is at first.
+class BenchStore {
+ public:
+  BenchStore() = default;
+  BenchStore(const BenchStore&) = delete;
+  BenchStore& operator=(const BenchStore&) = delete;
+  ~BenchStore() { close(); }
+
+  // Throws std::runtime_error when it cannot be opened.
+  void open();
+  void close();
+
+  // Gives the new, closed store other indexes than the schema's: `replaced` maps an index's name
+  // to its statement; an empty one leaves the index out.
+  void replace_indexes(const std::map<std::string, std::string>& replaced) const;
+
+  Corvan::CvDbSingleton* operator->() const { return Corvan::CvDbSingleton::get_instance(); }
+  std::string file() const { return folder_.file("corvan"); }
+  // The first column of a query's only row, through a connection of its own.
+  double number(const std::string& sql) const;
+
+ private:
+  corvan_test::TemporaryFolder folder_;
+};
+
+}  // namespace corvan_bench
+
+#endif  // BENCH_SUPPORT_BENCH_STORE_H_

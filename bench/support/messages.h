@@ -1,0 +1,52 @@
+#ifndef BENCH_SUPPORT_MESSAGES_H_
+#define BENCH_SUPPORT_MESSAGES_H_
+
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "db/cv_db_records.h"
+
+namespace corvan_bench {
+
+// Messages as a client meets them: in time order, in bursts of one conversation; a tenth in the
+// largest conversation, a quarter in a twentieth of the others. Seven of ten are received. Of the
+// own ones in private conversations most are covered by a receipt. Equal seeds give equal messages.
+class MessageStream {
+ public:
+  // `burst` is the mean number of messages that follow each other in one conversation.
+  MessageStream(std::uint64_t seed, int conversations, int burst);
+
+  Corvan::MessageResponse next();
+  // The next `count` messages, ready for the batch save.
+  std::vector<std::unique_ptr<Corvan::MessageResponse>> batch(int count);
+
+  // The largest conversation.
+  static std::string largest_id();
+  static constexpr Corvan::SessionType kLargestType = Corvan::CV_GROUP;
+
+  int64_t newest_time() const { return time_; }
+
+ private:
+  std::uint64_t below(std::uint64_t count) { return random_() % count; }
+  void choose_conversation();
+
+  std::mt19937_64 random_;
+  std::uint64_t conversations_;
+  std::uint64_t burst_;
+  std::uint64_t conversation_ = 0;
+  int64_t time_ = 1700000000000;
+};
+
+// Id and kind of the conversation with this number; 0 is the largest.
+std::string conversation_id(std::uint64_t number);
+Corvan::SessionType conversation_type(std::uint64_t number);
+
+// Saves a message with the single save, as one that has just come in or been sent.
+int64_t save_live(const Corvan::MessageResponse& message);
+
+}  // namespace corvan_bench
+
+#endif  // BENCH_SUPPORT_MESSAGES_H_
