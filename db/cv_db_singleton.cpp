@@ -44,9 +44,27 @@
 
 namespace Corvan {
 
+// The way from the helpers below to prepare().
+struct CvDbPreparing {
+  static sqlite3_stmt* prepare(CvDbSingleton& store, const char* sql, int32_t& success) {
+    return store.prepare(sql, success);
+  }
+};
+
 namespace {
 
 using cvrtc::LogMessage;
+
+// A statement's text, most often a literal, which is not copied.
+class Sql {
+ public:
+  Sql(const char* text) : text_(text) {}
+  Sql(const std::string& text) : text_(text.c_str()) {}
+  const char* c_str() const { return text_; }
+
+ private:
+  const char* text_;
+};
 
 constexpr int32_t kNoConnection = -1;
 
@@ -144,8 +162,8 @@ const char* choice_clause(int32_t type) {
 // copied: they outlive it, and nothing changes them meanwhile.
 class Statement {
  public:
-  Statement(CvDbSingleton& store, const std::string& sql)
-      : store_(store), stmt_(store.prepare_sql(sql, prepare_code_)) {}
+  Statement(CvDbSingleton& store, Sql sql)
+      : store_(store), stmt_(CvDbPreparing::prepare(store, sql.c_str(), prepare_code_)) {}
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
   ~Statement() { finalize(); }
@@ -222,7 +240,7 @@ class Transaction {
 
 // Runs one statement with these values: the code of the step, or of the prepare when that failed.
 template <typename... Values>
-int32_t run(CvDbSingleton& store, const std::string& sql, const Values&... values) {
+int32_t run(CvDbSingleton& store, Sql sql, const Values&... values) {
   Statement statement(store, sql);
   if (!statement.prepared()) return statement.prepare_code();
   statement.bind(values...);
@@ -231,20 +249,20 @@ int32_t run(CvDbSingleton& store, const std::string& sql, const Values&... value
 
 // Runs a write; true when it ran to completion, also when it changed no row.
 template <typename... Values>
-bool write(CvDbSingleton& store, const std::string& sql, const Values&... values) {
+bool write(CvDbSingleton& store, Sql sql, const Values&... values) {
   return run(store, sql, values...) == SQLITE_DONE;
 }
 
 // Whether a query has a row.
 template <typename... Values>
-bool exists(CvDbSingleton& store, const std::string& sql, const Values&... values) {
+bool exists(CvDbSingleton& store, Sql sql, const Values&... values) {
   return run(store, sql, values...) == SQLITE_ROW;
 }
 
 // Reads the first column of a query's first row; without a row `value` is kept. False only when the
 // statement cannot be prepared.
 template <typename Integer, typename... Values>
-bool read(CvDbSingleton& store, Integer& value, const std::string& sql, const Values&... values) {
+bool read(CvDbSingleton& store, Integer& value, Sql sql, const Values&... values) {
   Statement query(store, sql);
   if (!query.prepared()) return false;
   query.bind(values...);
@@ -1510,7 +1528,7 @@ bool CvDbSingleton::get_total_unread_count(int32_t& unread) {
 
 bool CvDbSingleton::get_unread_count(const std::string& session_id, SessionType session_type,
                                      int32_t& unread) {
-  const std::string sql =
+  static constexpr const char* sql =
       "select unread_count from t_session where session_id=? and session_type=?";
   if (!read(*this, unread, sql, session_id, session_type)) return false;
   log(cvrtc::LS_INFO,
@@ -1603,12 +1621,16 @@ void CvDbSingleton::get_receipttime(const std::string& session_id, int32_t sessi
 // ---- Statement layer ----------------------------------------------------------------------------
 
 sqlite3_stmt* CvDbSingleton::prepare_sql(const std::string& query, int32_t& success) {
+  return prepare(query.c_str(), success);
+}
+
+sqlite3_stmt* CvDbSingleton::prepare(const char* query, int32_t& success) {
   if (db_ == nullptr) {
     success = kNoConnection;
     return nullptr;
   }
   sqlite3_stmt* stmt = nullptr;
-  success = sqlite3_prepare_v2(db_, query.c_str(), -1, &stmt, nullptr);
+  success = sqlite3_prepare_v2(db_, query, -1, &stmt, nullptr);
   if (success == SQLITE_OK) return stmt;
 
   try {

@@ -594,8 +594,13 @@ class CvDbSingleton {
   void join_type(const std::vector<SessionType>& entry, std::string& type);
 
  private:
+  friend struct CvDbPreparing;  // lets the unit's own statements use prepare()
+
   CvDbSingleton() = default;
   ~CvDbSingleton();
+
+  // What prepare_sql() does, without copying a literal for it.
+  sqlite3_stmt* prepare(const char* query, int32_t& success);
 
   static CvDbSingleton* instance_;
 
