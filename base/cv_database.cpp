@@ -7,7 +7,8 @@ namespace Corvan {
 // columns out, so every column but the row id has a default.
 //
 // The planner sees no statistics: it takes any equality on an index's first column to leave ten
-// rows, and believes a condition of a partial index only when the statement repeats it. Where an
+// rows, and believes a condition of a partial index only when the statement repeats it, or, of "is
+// not null", compares the column. Where an
 // index looks odd, it is so that no statement is led astray whatever a store holds, in whatever
 // order its indexes were created. Each one costs every save: docs/performance.md has what it costs
 // and what it buys.
@@ -64,18 +65,16 @@ std::map<std::string, std::string> CvDatabase::table_index() {
       {"t_message_session_type",
        "create index if not exists t_message_session_type on t_message(session_type,session_id)"},
 
-      // update_message_receipt_status: own messages that no receipt covers. What its condition
-      // names
-      // is among its columns, too: a statement takes the index that meets more columns, and would
-      // else take t_message_session.
+      // update_message_receipt_status: own messages that no receipt covers. The columns that its
+      // condition names are its own, too: a statement takes the index that meets more columns, and
+      // would else take t_message_session.
       {"t_message_uncovered",
        "create index if not exists t_message_uncovered "
        "on t_message(session_id,session_type,direction,sent_status,sent_time) "
        "where direction=0 and sent_status=0"},
 
-      // get_mention_message and get_unred_mention, which look at rows of direction 2 alone. A
-      // condition that held fewer of these rows would cost every save more: the store never writes
-      // one.
+      // get_mention_message and get_unred_mention, which look at rows of direction 2 alone. The
+      // store never writes one: the index is empty but in copies of older stores.
       {"t_message_unread",
        "create index if not exists t_message_unread "
        "on t_message(session_id,session_type,direction,sent_time,id,read_status,is_mention) "
@@ -99,19 +98,21 @@ std::map<std::string, std::string> CvDatabase::table_index() {
        "unique(session_id,session_type))"},
 
       // load_session_with_latestid, which delete_message by ids calls. What the sums of counters
-      // look at is in it as well; they read it from end to end.
+      // look at is in it as well; they read it from end to end, but for the sum over a single kind,
+      // which looks up the conversations of that kind.
       {"t_session_latest_id",
        "create index if not exists t_session_latest_id "
        "on t_session(latest_id,session_type,silence,unread_count,mention_count)"},
 
       // The conversation list, walked in its order, from the end: of equal pins and times the
-      // smaller kind comes first, and of one kind the younger row. No index begins with the kind: a
-      // list of several kinds would take it, and sort all their conversations. The condition always
-      // holds. It hides the index from a part of a page's condition, "or is_top=0", which would
-      // else fetch and sort all unpinned conversations.
+      // larger
+      // kind comes first, and of one kind the younger row. No index begins with the kind: a page of
+      // several kinds past the pinned ones would take it, and sort all their conversations. The
+      // condition always holds. It hides the index from a part of a page's condition, "or
+      // is_top=0", which would else fetch and sort all unpinned conversations.
       {"t_session_list",
        "create index if not exists t_session_list "
-       "on t_session(is_top,session_time,session_type desc) where session_type is not null"},
+       "on t_session(is_top,session_time,session_type) where session_type is not null"},
 
       // Its key serves get_sync_time and set_sync_time.
       {"t_sync",

@@ -2,9 +2,13 @@
 // side.
 
 #include <algorithm>
+#include <exception>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "bench/support/bench_store.h"
 #include "bench/support/messages.h"
@@ -201,10 +205,12 @@ int measure(const Options& options) {
     without.push_back(std::make_unique<Filled>(
         std::map<std::string, std::string>{*kPlainSet.find(variant.index)}, sizes));
   }
+  std::vector<Filled*> all = {&plain, &whole};
+  for (const auto& each : without) all.push_back(each.get());
   for (int round = 0; round < sizes.rounds; ++round) {
-    plain.round();
-    whole.round();
-    for (const auto& each : without) each->round();
+    // Each round begins with another store, so that none always follows the same one.
+    std::rotate(all.begin(), all.begin() + 1, all.end());
+    for (Filled* each : all) each->round();
   }
 
   Report report("index_cost", options);
@@ -212,16 +218,20 @@ int measure(const Options& options) {
   const double packets = median_ratio(plain.packets(), whole.packets());
   const double large_packets = median_ratio(plain.large_packets(), whole.large_packets());
   report.table(
-      "Saves under the plain set of indexes and under the schema's, us a message",
+      "Saves under the plain set of indexes and under the schema's, us or bytes a message",
       {"saves", "plain", "schema", "rate, schema to plain"},
       {{"batches of 1,000", median(plain.batches()), median(whole.batches()), batches},
        {"single, 10 a transaction", median(plain.packets()), median(whole.packets()), packets},
        {"single, 1,000 a transaction", median(plain.large_packets()), median(whole.large_packets()),
         large_packets},
-       {"bytes a message in the file", plain.bytes(), whole.bytes(), nullptr}});
+       {"size of the file", plain.bytes(), whole.bytes(), nullptr}});
+  // Before any operation changes a store.
+  const double whole_bytes = whole.bytes();
+  std::vector<double> saved_bytes;
+  for (const auto& each : without) saved_bytes.push_back(whole_bytes - each->bytes());
   if (!options.quick) {
     report.bound_below("rate of batches, schema to plain", batches, 0.75);
-    report.bound_below("rate of single saves in a transaction, schema to plain", packets, 0.85);
+    report.bound_below("rate of single saves, 10 a transaction, schema to plain", packets, 0.85);
     report.bound("file size, schema to plain", whole.bytes() / plain.bytes(), 1.35);
   }
 
@@ -229,7 +239,7 @@ int measure(const Options& options) {
   for (std::size_t i = 0; i < without.size(); ++i) {
     const Variant variant = variants()[i];
     Filled& other = *without[i];
-    rows.push_back({variant.index, whole.bytes() - other.bytes(),
+    rows.push_back({variant.index, saved_bytes[i],
                     100 * (median_ratio(whole.batches(), other.batches()) - 1),
                     100 * (median_ratio(whole.large_packets(), other.large_packets()) - 1),
                     variant.operation, time_of_operation(other.store(), variant.run),

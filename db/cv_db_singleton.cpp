@@ -208,18 +208,6 @@ class Statement {
   int32_t bound_ = 0;
 };
 
-// The statements around a transaction, made before it begins: ending it takes no memory. They are
-// never destroyed, so that static objects may still use the store while they go.
-struct TransactionTexts {
-  const std::string begin = "begin transaction";
-  const std::string commit = "commit transaction";
-  const std::string rollback = "rollback transaction";
-};
-const TransactionTexts& transaction_texts() {
-  static const TransactionTexts& texts = *new TransactionTexts;
-  return texts;
-}
-
 // A transaction from here to the end of the scope, committed on every path.
 class Transaction {
  public:
@@ -278,8 +266,8 @@ void reserve_page(std::vector<Record>& records, int32_t limit) {
   records.reserve(static_cast<std::size_t>(std::min(limit, kLargest)));
 }
 
-// Fills what a conversation's row shows of its latest message, but its time, from columns in this
-// order, of which the time is the one before the last: content is at `first`.
+// Fills what a conversation's row shows of its latest message, but its time. From column `first` on
+// stand content, object_name, sender, direction, read_status, sent_status, sent_time, server_uid.
 void fill_message(Session& row, const Statement& query, int32_t first) {
   row.content_ = query.text(first);
   row.object_name_ = query.text(first + 1);
@@ -509,12 +497,12 @@ void CvDbSingleton::clear_sendstatus(bool /*exist_tmp_table*/) {
 // ---- Transactions and sync times ----------------------------------------------------------------
 
 bool CvDbSingleton::start_transaction() {
-  return execute_none_query(transaction_texts().begin) == SQLITE_DONE;
+  return run(*this, "begin transaction") == SQLITE_DONE;
 }
 
 bool CvDbSingleton::commit_transaction() {
-  const int32_t rc = execute_none_query(transaction_texts().commit);
-  if (rc != SQLITE_DONE) execute_none_query(transaction_texts().rollback);
+  const int32_t rc = run(*this, "commit transaction");
+  if (rc != SQLITE_DONE) run(*this, "rollback transaction");
   return rc == SQLITE_DONE;
 }
 

@@ -45,6 +45,8 @@ mkdir -p "$results"
 # On a disk: a file system in memory would leave out what a sync costs.
 stores=${TMPDIR:-$PWD/build/bench/stores}
 mkdir -p "$stores"
+memory=$stores
+[ ! -w /dev/shm ] || memory=/dev/shm
 
 # A program's results in a file of its own; 1 is a bound that is not kept.
 run() {
@@ -72,8 +74,8 @@ for name in "${names[@]}"; do
       ;;
     index_cost) run index_cost $programs/index_cost ;;
     growth) run growth $programs/growth ;;
-    # In memory, where there is such a file system: a disk's syncs would hide what is compared.
-    floor) stores=/dev/shm run floor $programs/floor/floor_bench ;;
+    # In memory: a disk's syncs would hide what is compared.
+    floor) stores=$memory run floor $programs/floor/floor_bench ;;
     instructions) run instructions $programs/floor/instruction_bench ;;
     peers) run peers $programs/peers/peers_bench ;;
     import) run import $programs/import_bench ;;

@@ -6,14 +6,20 @@ namespace corvan_bench {
 
 using Corvan::CvDbSingleton;
 
+BenchStore* BenchStore::open_store_ = nullptr;
+
 void BenchStore::open() {
+  if (open_store_ != nullptr) throw std::logic_error("another store is open");
   const cvrtc::Pathname folder(folder_.path());
   if (!CvDbSingleton::get_instance()->init_open_db(folder, "", "me")) {
     throw std::runtime_error("the store cannot be opened");
   }
+  open_store_ = this;
 }
 
 void BenchStore::close() {
+  if (open_store_ != this) return;
+  open_store_ = nullptr;
   CvDbSingleton::get_instance()->close_db();
 }
 

@@ -18,7 +18,7 @@ class BenchStore {
   BenchStore& operator=(const BenchStore&) = delete;
   ~BenchStore() { close(); }
 
-  // Throws std::runtime_error when it cannot be opened.
+  // Throws std::runtime_error when it cannot be opened, std::logic_error when another one is open.
   void open();
   void close();
 
@@ -32,6 +32,8 @@ class BenchStore {
   double number(const std::string& sql) const;
 
  private:
+  static BenchStore* open_store_;
+
   corvan_test::TemporaryFolder folder_;
 };
 

@@ -15,8 +15,7 @@ constexpr std::array<const char*, 10> kWords = {"meeting", "tomorrow", "yes",   
                                                 "好的",    "明天见",   "lunch", "see you there",
                                                 "thanks",  "😀"};
 
-}  // namespace
-
+// The conversation with this number; 0 is the largest.
 std::string conversation_id(std::uint64_t number) {
   return "conversation-" + std::to_string(100000 + number);
 }
@@ -25,6 +24,8 @@ Corvan::SessionType conversation_type(std::uint64_t number) {
   if (number % 50 == 49) return Corvan::CV_SYSTEM;
   return number % 3 == 0 ? Corvan::CV_GROUP : Corvan::CV_PRIVATE;
 }
+
+}  // namespace
 
 MessageStream::MessageStream(std::uint64_t seed, int conversations, int burst)
     : random_(seed),

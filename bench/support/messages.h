@@ -27,8 +27,6 @@ class MessageStream {
   static std::string largest_id();
   static constexpr Corvan::SessionType kLargestType = Corvan::CV_GROUP;
 
-  int64_t newest_time() const { return time_; }
-
  private:
   std::uint64_t below(std::uint64_t count) { return random_() % count; }
   void choose_conversation();
@@ -39,10 +37,6 @@ class MessageStream {
   std::uint64_t conversation_ = 0;
   int64_t time_ = 1700000000000;
 };
-
-// Id and kind of the conversation with this number; 0 is the largest.
-std::string conversation_id(std::uint64_t number);
-Corvan::SessionType conversation_type(std::uint64_t number);
 
 // Saves a message with the single save, as one that has just come in or been sent.
 int64_t save_live(const Corvan::MessageResponse& message);

@@ -1,7 +1,8 @@
 // How SQLite runs each statement of the ledger: which index it takes, and that it neither reads a
-// whole table nor sorts but where the list here says why. The planner has no statistics, so a plan
-// depends on the schema; that it does not depend on what a store holds, nor on the order in which
-// its indexes were made, is checked on stores of several shapes.
+// whole table nor sorts but where the list here says why. Without statistics a plan depends on the
+// schema alone, and, between equals, on the order in which its indexes were made: so plans are
+// looked at with other orders, too. That nothing depends on what a store holds is checked on
+// several shapes.
 
 #include <algorithm>
 #include <set>

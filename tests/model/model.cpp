@@ -1051,7 +1051,7 @@ bool Model::load_session(std::vector<Session>& session, std::string& session_typ
   std::stable_sort(rows.begin(), rows.end(), [](const SessionRow& a, const SessionRow& b) {
     if (a.is_top != b.is_top) return a.is_top > b.is_top;
     if (a.session_time != b.session_time) return a.session_time > b.session_time;
-    return a.session_type < b.session_type;
+    return a.session_type > b.session_type;
   });
   if (limit >= 0 && full(rows.size(), limit)) rows.resize(static_cast<std::size_t>(limit));
 
