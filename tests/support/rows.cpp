@@ -1,4 +1,4 @@
-// The calls here are not those that sqlite_ledger.cpp wraps: the ledger holds the store's alone.
+// Prepared by a call that sqlite_ledger.cpp does not wrap: the ledger holds the store's texts only.
 
 #include "tests/support/rows.h"
 

@@ -13,6 +13,7 @@ namespace {
 std::mutex mutex;  // guards what follows
 std::vector<std::string> ledger;
 corvan_test::FetchedTexts fetched;
+corvan_test::StepCounts steps;
 int last_open_flags = 0;
 sqlite3* connection = nullptr;
 
@@ -34,6 +35,7 @@ int __real_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback,
                         char** error);
 const char* __real_sqlite3_errmsg(sqlite3* db);
 char* __real_sqlite3_expanded_sql(sqlite3_stmt* stmt);
+int __real_sqlite3_finalize(sqlite3_stmt* stmt);
 
 int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs);
 int __wrap_sqlite3_close(sqlite3* db);
@@ -43,6 +45,7 @@ int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback,
                         char** error);
 const char* __wrap_sqlite3_errmsg(sqlite3* db);
 char* __wrap_sqlite3_expanded_sql(sqlite3_stmt* stmt);
+int __wrap_sqlite3_finalize(sqlite3_stmt* stmt);
 
 int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs) {
   const int rc = __real_sqlite3_open_v2(file, db, flags, vfs);
@@ -82,6 +85,19 @@ char* __wrap_sqlite3_expanded_sql(sqlite3_stmt* stmt) {
   ++fetched.expanded;
   return __real_sqlite3_expanded_sql(stmt);
 }
+
+int __wrap_sqlite3_finalize(sqlite3_stmt* stmt) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    // Tests finalise statements, too, on connections of their own.
+    if (stmt != nullptr && sqlite3_db_handle(stmt) == connection) {
+      steps.vm_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_VM_STEP, 0);
+      steps.full_scan_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_FULLSCAN_STEP, 0);
+      steps.sorts += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_SORT, 0);
+    }
+  }
+  return __real_sqlite3_finalize(stmt);
+}
 // NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"
@@ -96,6 +112,11 @@ std::vector<std::string> take_ledger() {
 FetchedTexts take_fetched_texts() {
   const std::lock_guard<std::mutex> lock(mutex);
   return std::exchange(fetched, {});
+}
+
+StepCounts take_steps() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return std::exchange(steps, {});
 }
 
 int open_flags() {

@@ -17,6 +17,16 @@ struct FetchedTexts {
 };
 FetchedTexts take_fetched_texts();
 
+// What SQLite's virtual machine has done for the statements that the store has finalised since the
+// last call. A step is one instruction, however deep the tables and indexes are that it walks. Not
+// counted: what a statement does through others of SQLite's own, as sqlite3_exec() and VACUUM do.
+struct StepCounts {
+  int vm_steps = 0;
+  int full_scan_steps = 0;  // from row to row of a table or an index that is read from an end
+  int sorts = 0;
+};
+StepCounts take_steps();
+
 // The flags with which the store last opened a file.
 int open_flags();
 
