@@ -67,16 +67,17 @@ std::vector<Variant> variants() {
          std::vector<Corvan::MessageResponse> list;
          Report::verify(!s.get_mention_message(id, type, list), "no mentions");
        }},
-      {"t_session_latest_id", "get_total_unread_count",
+      {"t_session_latest_id", "get_cate_unread_count of two kinds",
        [](CvDbSingleton& s) {
          int32_t unread = 0;
-         s.get_total_unread_count(unread);
+         s.get_cate_unread_count({Corvan::CV_PRIVATE, Corvan::CV_GROUP}, unread, true);
          Report::verify(unread > 0, "unread messages");
        }},
-      {"t_session_list", "first page of the list, two kinds",
+      {"t_session_list", "load_session of two kinds, past the pinned ones",
        [](CvDbSingleton& s) {
-         std::vector<Corvan::SessionInfo> page;
-         s.get_session_list_by_page({Corvan::CV_PRIVATE, Corvan::CV_GROUP}, 0, 20, page);
+         std::vector<Corvan::Session> page;
+         std::string kinds = "1,2";
+         s.load_session(page, kinds, int64_t{1} << 60, 20, false);
          Report::verify(page.size() == 20, "a full page");
        }},
   };
