@@ -15,7 +15,7 @@ namespace {
 
 using Corvan::MessageResponse;
 
-// A bulk loader: one transaction, with a cache that a client would not give to the store.
+// A bulk loader: large transactions, with a cache that a client would not give to the store.
 class Loader {
  public:
   explicit Loader(const std::string& file) {
@@ -23,7 +23,7 @@ class Loader {
     const int rc = sqlite3_open(file.c_str(), &db);
     db_.reset(db);
     if (rc != SQLITE_OK) throw std::runtime_error("cannot open " + file);
-    run("pragma cache_size=-1000000");
+    run("pragma cache_size=-4000000");
     run("pragma wal_autocheckpoint=0");
     run("begin");
     sqlite3_stmt* insert = nullptr;
@@ -55,6 +55,11 @@ class Loader {
     text(m.server_uid_);
     Report::verify(sqlite3_step(insert_.get()) == SQLITE_DONE, "a message is loaded");
     sqlite3_reset(insert_.get());
+    if (++loaded_ % 1000000 == 0) {
+      run("commit");
+      run("pragma wal_checkpoint(truncate)");
+      run("begin");
+    }
   }
 
   void finish() {
@@ -83,6 +88,7 @@ class Loader {
 
   std::unique_ptr<sqlite3, Close> db_;
   std::unique_ptr<sqlite3_stmt, Finalize> insert_;
+  int64_t loaded_ = 0;
 };
 
 struct Special {
