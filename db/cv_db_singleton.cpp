@@ -266,6 +266,18 @@ void reserve_page(std::vector<Record>& records, int32_t limit) {
   records.reserve(static_cast<std::size_t>(std::min(limit, kLargest)));
 }
 
+// Appends a record that `fill` fills in its place, or, when memory ends meanwhile, nothing.
+template <typename Record, typename Fill>
+void append_record(std::vector<Record>& records, const Fill& fill) {
+  Record& record = records.emplace_back();
+  try {
+    fill(record);
+  } catch (const std::bad_alloc&) {
+    records.pop_back();
+    throw;
+  }
+}
+
 // Fills what a conversation's row shows of its latest message, but its time. From column `first` on
 // stand content, object_name, sender, direction, read_status, sent_status, sent_time, server_uid.
 void fill_message(Session& row, const Statement& query, int32_t first) {
@@ -935,20 +947,21 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
       "search_time: ", search_time, "sqlStr: ", [&query] { return expanded_sql(query.handle()); });
   reserve_page(msg, count);
   while (query.row()) {
-    MessageResponse& p = msg.emplace_back();
-    p.msg_id_ = query.get_int(0);
-    p.content_ = query.text(1);
-    p.is_receive_ = query.get_int(2) != 0;
-    p.read_status_ = query.get_int(3);
-    p.sent_time_ = query.get_int64(4);
-    p.object_name_ = query.text(5);
-    p.sent_status_ = query.get_int(6);
-    p.sender_ = query.text(7);
-    p.server_uid_ = query.text(8);
-    p.session_id_ = id;
-    p.session_type_ = session_type;
-    log(cvrtc::LS_INFO, kSignature, "step(stmt): SQLITE_ROW msg_id_=", p.msg_id_, "p.is_receive_",
-        p.is_receive_);
+    append_record(msg, [&](MessageResponse& p) {
+      p.msg_id_ = query.get_int(0);
+      p.content_ = query.text(1);
+      p.is_receive_ = query.get_int(2) != 0;
+      p.read_status_ = query.get_int(3);
+      p.sent_time_ = query.get_int64(4);
+      p.object_name_ = query.text(5);
+      p.sent_status_ = query.get_int(6);
+      p.sender_ = query.text(7);
+      p.server_uid_ = query.text(8);
+      p.session_id_ = id;
+      p.session_type_ = session_type;
+      log(cvrtc::LS_INFO, kSignature, "step(stmt): SQLITE_ROW msg_id_=", p.msg_id_, "p.is_receive_",
+          p.is_receive_);
+    });
   }
   return !msg.empty();
 }
@@ -1317,10 +1330,11 @@ bool CvDbSingleton::get_session_list_by_page(const std::vector<SessionType>& ent
   sort_page(rows);
   reserve_page(session, limit);
   for (Session& row : rows) {
-    SessionInfo& info = session.emplace_back();
-    info.session_id_ = std::move(row.session_id_);
-    info.session_type_ = row.session_type_;
-    fill_entry(info, std::move(row));
+    append_record(session, [&row](SessionInfo& info) {
+      info.session_id_ = std::move(row.session_id_);
+      info.session_type_ = row.session_type_;
+      fill_entry(info, std::move(row));
+    });
   }
   is_top = rows.back().is_top_ != 0;
   return true;
@@ -1353,17 +1367,18 @@ bool CvDbSingleton::load_session(std::vector<Session>& session, std::string& ses
   query.bind(limit);
   reserve_page(session, limit);
   while (query.row()) {
-    Session& row = session.emplace_back();
-    row.session_id_ = query.text(0);
-    row.session_type_ = query.get_int(1);
-    row.title_ = query.text(2);
-    row.draft_ = query.text(3);
-    row.is_top_ = query.get_int(4);
-    row.session_time_ = query.get_int64(5);
-    row.unread_count_ = query.get_int(6);
-    row.mention_count_ = query.get_int(7);
-    row.silence_ = query.get_int(8);
-    row.latest_id_ = query.get_int(9);
+    append_record(session, [&query](Session& row) {
+      row.session_id_ = query.text(0);
+      row.session_type_ = query.get_int(1);
+      row.title_ = query.text(2);
+      row.draft_ = query.text(3);
+      row.is_top_ = query.get_int(4);
+      row.session_time_ = query.get_int64(5);
+      row.unread_count_ = query.get_int(6);
+      row.mention_count_ = query.get_int(7);
+      row.silence_ = query.get_int(8);
+      row.latest_id_ = query.get_int(9);
+    });
   }
   return !session.empty();
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the benchmarks and runs them, in about six minutes; prints where
+# Installs what is missing, builds the benchmarks and runs them, in about five minutes; prints where
 # they run and their tables, and leaves build/bench/results.json and pictures (SVG) beside it. Fails
 # when a result is wrong or a bound is not kept.
 #

@@ -21,8 +21,12 @@ std::vector<Operation> reads(const Target& target);
 std::vector<Operation> store_reads(FilledStore& filled);
 // Those that write a fixed number of rows.
 std::vector<Operation> writes(FilledStore& filled, const Target& target);
-// The sums over all conversations.
-std::vector<Operation> sums();
+// The sums over all conversations, with the nanoseconds that each may take for one.
+struct Sum {
+  Operation operation;
+  double at_most;
+};
+std::vector<Sum> sums();
 
 // What grows with its input, and with what: named with its reason, measured at the largest size.
 struct Exception {
@@ -30,6 +34,7 @@ struct Exception {
   std::string reason;
   std::string unit;  // what the time is divided by
   int64_t count;     // of these
+  double at_most;    // nanoseconds for each
   std::function<void()> run;
 };
 std::vector<Exception> exceptions(FilledStore& filled);
