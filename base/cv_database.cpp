@@ -2,6 +2,21 @@
 
 namespace Corvan {
 
+namespace {
+
+// Written only when everything else is there: a file without a version receives the schema again at
+// its next opening, and so what a full disk or a failed call kept it from having at this one. Under
+// a fixed row id, so that a second run replaces the row.
+std::string version_row(const std::map<std::string, std::string>& schema) {
+  std::string names;
+  for (const auto& entry : schema) names += (names.empty() ? "'" : ",'") + entry.first + "'";
+  return "insert or replace into t_version(rowid,database_version) select 1,'1' "
+         "where (select count(*) from sqlite_master where name in(" +
+         names + "))=" + std::to_string(schema.size());
+}
+
+}  // namespace
+
 // The statements stay within what SQLite 3.14 can parse, the oldest release that the store runs on:
 // an older library that meets newer syntax in a schema reports the file as damaged. Inserts leave
 // columns out, so every column but the row id has a default.
@@ -13,7 +28,7 @@ namespace Corvan {
 // order its indexes were created. Each one costs every save: docs/performance.md has what it costs
 // and what it buys.
 std::map<std::string, std::string> CvDatabase::table_index() {
-  return {
+  std::map<std::string, std::string> schema = {
       // Autoincrement: an id never comes back after its message is deleted, so nothing that still
       // names the deleted message, such as an acknowledgement or a latest_id, can reach another
       // one.
@@ -122,10 +137,9 @@ std::map<std::string, std::string> CvDatabase::table_index() {
        "sent_time integer default 0)"},
 
       {"t_version", "create table if not exists t_version(database_version text default '')"},
-
-      // Under a fixed row id, so that a second run replaces the row.
-      {"t_version_row", "insert or replace into t_version(rowid,database_version) values(1,'1')"},
   };
+  schema.emplace("t_version_row", version_row(schema));
+  return schema;
 }
 
 }  // namespace Corvan

@@ -242,6 +242,20 @@ TEST_F(Lifecycle, FailedSchemaStatementIsLoggedAndOpeningSucceeds) {
             1);
 }
 
+TEST_F(Lifecycle, SchemaThatIsNotWholeIsCompletedByALaterOpening) {
+  const TemporaryFolder older;
+  corvan_test::plant(older.file("corvan"), "create table t_message(id integer primary key)");
+  store().close_db();
+  ASSERT_TRUE(store().init_open_db(Pathname(older.path()), "", "me"));
+  EXPECT_EQ(store().get_database_version(), "");  // its indexes lack their columns
+  store().close_db();
+  corvan_test::plant(older.file("corvan"), "drop table t_message");
+  ASSERT_TRUE(store().init_open_db(Pathname(older.path()), "", "me"));
+  EXPECT_EQ(store().get_database_version(), "1");
+  const std::string schema = "select name,sql from sqlite_master order by name";
+  EXPECT_EQ(corvan_test::rows(older.file("corvan"), schema), rows(schema));
+}
+
 TEST_F(Lifecycle, OpeningMarksMessagesBeingSentAsFailed) {
   plant("insert into t_message(direction,sent_status) values(0,0),(0,1),(1,1),(0,3)");
   store().close_db();
