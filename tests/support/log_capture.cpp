@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "tests/support/uncounted.h"
+
 namespace corvan_test {
 
 using cvrtc::LogMessage;
@@ -9,6 +11,7 @@ using cvrtc::LogMessage;
 LogCapture::LogCapture(cvrtc::LoggingSeverity min_severity) {
   LogMessage::SetMinSeverity(min_severity);
   LogMessage::SetSink([this](cvrtc::LoggingSeverity severity, const std::string& text) {
+    const Uncounted uncounted;
     const std::lock_guard<std::mutex> lock(mutex_);
     lines_.push_back(std::to_string(severity) + " " + text);
   });

@@ -5,8 +5,11 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <mutex>
 #include <utility>
+
+#include "tests/support/uncounted.h"
 
 namespace {
 
@@ -16,8 +19,10 @@ corvan_test::FetchedTexts fetched;
 corvan_test::StepCounts steps;
 int last_open_flags = 0;
 sqlite3* connection = nullptr;
+std::atomic<corvan_test::PrepareWatcher> prepare_watcher{nullptr};
 
 void note(const char* sql) {
+  const corvan_test::Uncounted uncounted;
   const std::lock_guard<std::mutex> lock(mutex);
   ledger.emplace_back(sql);
 }
@@ -49,6 +54,7 @@ int __wrap_sqlite3_finalize(sqlite3_stmt* stmt);
 
 int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char* vfs) {
   const int rc = __real_sqlite3_open_v2(file, db, flags, vfs);
+  if (const auto watcher = prepare_watcher.load()) watcher(file, rc, nullptr);
   const std::lock_guard<std::mutex> lock(mutex);
   connection = *db;
   last_open_flags = flags;
@@ -65,13 +71,17 @@ int __wrap_sqlite3_close(sqlite3* db) {
 int __wrap_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** stmt,
                               const char** tail) {
   note(sql);
-  return __real_sqlite3_prepare_v2(db, sql, size, stmt, tail);
+  const int rc = __real_sqlite3_prepare_v2(db, sql, size, stmt, tail);
+  if (const auto watcher = prepare_watcher.load()) watcher(sql, rc, *stmt);
+  return rc;
 }
 
 int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
                         char** error) {
   note(sql);
-  return __real_sqlite3_exec(db, sql, callback, context, error);
+  const int rc = __real_sqlite3_exec(db, sql, callback, context, error);
+  if (const auto watcher = prepare_watcher.load()) watcher(sql, rc, nullptr);
+  return rc;
 }
 
 const char* __wrap_sqlite3_errmsg(sqlite3* db) {
@@ -104,6 +114,10 @@ int __wrap_sqlite3_finalize(sqlite3_stmt* stmt) {
 
 namespace corvan_test {
 
+void watch_prepares(PrepareWatcher watcher) {
+  prepare_watcher = watcher;
+}
+
 std::vector<std::string> take_ledger() {
   const std::lock_guard<std::mutex> lock(mutex);
   return std::exchange(ledger, {});
@@ -122,6 +136,11 @@ StepCounts take_steps() {
 int open_flags() {
   const std::lock_guard<std::mutex> lock(mutex);
   return last_open_flags;
+}
+
+sqlite3* store_connection() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return connection;
 }
 
 int open_statements() {

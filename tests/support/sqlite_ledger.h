@@ -4,11 +4,20 @@
 #include <string>
 #include <vector>
 
+struct sqlite3;
+struct sqlite3_stmt;
+
 namespace corvan_test {
 
 // Every text that the store has handed to SQLite since the last call, in order, those that failed
 // to prepare too.
 std::vector<std::string> take_ledger();
+
+// Calls `watcher` after each text handed to SQLite, with the code that came of it and the
+// statement, null for one of sqlite3_exec(); after each opening with the file's name in place of a
+// text. Null ends it.
+using PrepareWatcher = void (*)(const char* sql, int code, sqlite3_stmt* stmt);
+void watch_prepares(PrepareWatcher watcher);
 
 // How often the store has fetched a costly text since the last call.
 struct FetchedTexts {
@@ -29,6 +38,9 @@ StepCounts take_steps();
 
 // The flags with which the store last opened a file.
 int open_flags();
+
+// The store's connection; null when it is closed.
+sqlite3* store_connection();
 
 // The number of statements that are prepared and not finalised on the store's connection; 0 when it
 // is closed.

@@ -1,5 +1,7 @@
 #include "tests/support/temporary_folder.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +19,10 @@ TemporaryFolder::TemporaryFolder() {
 TemporaryFolder::~TemporaryFolder() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+void prefer_memory() {
+  if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
 }
 
 bool file_exists(const std::string& path) {

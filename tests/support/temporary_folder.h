@@ -21,6 +21,10 @@ class TemporaryFolder {
   std::string path_;
 };
 
+// Lets the folders made from now on lie in memory where there is room for that, for suites that
+// write files by the thousand. TMPDIR, where it is set, wins.
+void prefer_memory();
+
 bool file_exists(const std::string& path);
 std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);

@@ -1,0 +1,23 @@
+#ifndef TESTS_SUPPORT_UNCOUNTED_H_
+#define TESTS_SUPPORT_UNCOUNTED_H_
+
+namespace corvan_test {
+
+// While one lives, what this thread allocates is the test's own: suites that let allocations fail
+// neither count it nor let it fail.
+class Uncounted {
+ public:
+  Uncounted() { ++depth; }
+  Uncounted(const Uncounted&) = delete;
+  Uncounted& operator=(const Uncounted&) = delete;
+  ~Uncounted() { --depth; }
+
+  static bool now() { return depth > 0; }
+
+ private:
+  static inline thread_local int depth = 0;
+};
+
+}  // namespace corvan_test
+
+#endif  // TESTS_SUPPORT_UNCOUNTED_H_
