@@ -51,8 +51,11 @@ namespace Corvan {
 // and single writes may come from several threads; creating, opening, closing and deleting the
 // object, explicit transactions and paging the conversation list are driven from one thread or
 // under the caller's own serialisation. A statement issued between start_transaction() and
-// commit_transaction() joins the transaction, whichever thread issues it. Closing while an
-// operation runs on another thread is undefined.
+// commit_transaction() joins the transaction, whichever thread issues it. An operation of several
+// statements is no unit to other threads, and the last row id and the error text are the
+// connection's: while others insert, the id that a save returns and makes its conversation's newest
+// can be one of theirs. Closing while an operation runs on another thread is undefined, and so is
+// meeting a damaged file then.
 //
 // Transactions: operations marked "one transaction" begin and commit one of their own. Called
 // inside a caller's transaction they commit that one.
@@ -100,8 +103,8 @@ class CvDbSingleton {
   // The schema's version text; empty when the file has none.
   std::string get_database_version();
 
-  // Whether a table of this name exists. `name` is pasted into the statement unescaped: quoting it
-  // is the caller's duty.
+  // Whether a table of this name exists. `name` is SQL text, the caller's duty: pasted into a
+  // literal unescaped.
   bool is_table_exist(const std::string& name);
 
   // SQLite's integrity check. `result` is appended to: pass an empty text and true means that the
@@ -116,7 +119,8 @@ class CvDbSingleton {
   // Copies schema and rows of an older store, which the caller has attached as "odb", into this
   // one; rows of equal keys are replaced, ids are kept, and its user_version is taken over when it
   // is above 0. One transaction. Attaching and detaching are the caller's; failures are logged
-  // only.
+  // only. What creates the tables and indexes of "odb" is SQL text, the caller's duty: it runs here
+  // as it stands in that file. Damage of that file, too, deletes the store's own.
   void createdb_copydata();
 
   // -- Building blocks --
@@ -187,9 +191,8 @@ class CvDbSingleton {
   // peer's receipt covers.
   bool is_message_exist(const std::string& session_id, SessionType session_type, int64_t timestamp);
 
-  // Appends to `exist_uid` those of the given server uids that are stored. `msg_uid` is a list of
-  // quoted texts with commas between, pasted into the statement: quoting and escaping are the
-  // caller's duty. True when the query ran.
+  // Appends to `exist_uid` those of the given server uids that are stored. `msg_uid`, a list of
+  // quoted texts with commas between, is SQL text, the caller's duty. True when the query ran.
   bool is_message_exist(const std::string& msg_uid, std::vector<std::string>& exist_uid);
 
   // Looks each element up by conversation, client uid (0 and below too) and sender, and fills
@@ -254,7 +257,7 @@ class CvDbSingleton {
                        int32_t fail_reason);
 
   // Runs `sql`, which takes a value and a message id as its only parameters, in this order. `sql`
-  // is the caller's duty. True also when no such message exists.
+  // is SQL text, the caller's duty: one statement. True also when no such message exists.
   bool common_message_int(int64_t msg_id, int32_t value, const std::string& sql);
   bool common_message_text(int64_t msg_id, const std::string& value, const std::string& sql);
 
@@ -266,8 +269,8 @@ class CvDbSingleton {
   bool delete_message(const std::vector<int64_t>& msg_id_v);
 
   // Deletes messages by server uid, in whatever conversation they lie, and points the named
-  // conversation at its newest message. The counters stay. `msg` is pasted into the statement
-  // unescaped: a uid that holds a quote is the caller's to escape.
+  // conversation at its newest message. The counters stay. Pasted into literals unescaped, the uids
+  // are SQL text, the caller's duty.
   void delete_message(const std::string& session_id, SessionType session_type,
                       const std::vector<std::string>& msg);
 
@@ -297,15 +300,15 @@ class CvDbSingleton {
   // after (else, oldest first) the time of message `messageId`. 0 starts behind the newest message;
   // an id that is not stored stands for time 0. Messages of the anchor's own time are in neither
   // page. `object_name` restricts the kinds; empty names in it do not count, and none restricts
-  // nothing. Its names are pasted into the statement unescaped: a name that holds a quote is the
-  // caller's to escape. Returns non-empty (32-bit ids).
+  // nothing. Its names are SQL text, the caller's duty: pasted into literals unescaped. Returns
+  // non-empty (32-bit ids).
   bool get_history_message_by_object_name(const std::string& session_id, SessionType session_type,
                                           const std::vector<std::string>& object_name,
                                           int64_t messageId, int32_t count,
                                           std::vector<MessageResponse>& msg, bool desc);
 
-  // The same for one kind, or for all when `object_name` is empty. In spite of its name,
-  // `search_time` is a message id, or 0.
+  // The same for one kind, or for all when `object_name` is empty. This name, too,
+  // is SQL text, the caller's duty. In spite of its name, `search_time` is a message id, or 0.
   bool get_history_message_by_time(const std::string& session_id, SessionType session_type,
                                    const std::string& object_name, int64_t search_time,
                                    int32_t count, std::vector<MessageResponse>& msg, bool desc);
@@ -392,7 +395,7 @@ class CvDbSingleton {
   bool clear_session(const std::vector<SessionType>& entry);
 
   // Runs `sql`, which takes a conversation's id and kind as its only parameters, in this order.
-  // `sql` is the caller's duty.
+  // `sql` is SQL text, the caller's duty: one statement.
   bool common_session_operation(const std::string& session_id, int32_t session_type,
                                 const std::string& sql);
 
@@ -444,8 +447,8 @@ class CvDbSingleton {
 
   // -- Building blocks --
 
-  // Lists of kinds and of message ids are texts with commas between, pasted into
-  // the statement as they are.
+  // A `session_type` or `msg_id` that is a text is SQL text, the caller's duty: numbers with commas
+  // between.
 
   // Appends one page of rows without their messages; `is_top` tells that the page before ended
   // among the pinned. Returns non-empty (32-bit ids).
@@ -542,6 +545,7 @@ class CvDbSingleton {
 
   // Prepares one statement: the handle, which the caller passes to finalize(), or null after a
   // failure or for a text without a statement. `success` receives 0 or the code of the failure.
+  // `query` is SQL text, the caller's duty; what follows its first statement is dropped.
   sqlite3_stmt* prepare_sql(const std::string& query, int32_t& success);
 
   // Binds a value. A text is not copied: it must live, unchanged, until the statement is finalised
@@ -569,10 +573,11 @@ class CvDbSingleton {
   const std::string get_error();
 
   // Runs one statement and drops its rows: 101 when it ended, 100 when it gave a row, else the code
-  // of the failure.
+  // of the failure. `sql` is SQL text, the caller's duty; without a statement it aborts.
   int32_t execute_none_query(const std::string& sql);
 
-  // The first column of the first row as an integer; -1 for no row or a failure.
+  // The first column of the first row as an integer; -1 for no row or a failure. `pragma` is
+  // SQL text, the caller's duty; without a statement it aborts.
   int32_t get_pragma(const std::string& pragma);
 
   // Replaces `str` by the number in plain decimal, whatever the global locale is.
