@@ -1,6 +1,8 @@
 #include "base/log_message.h"
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <iostream>
 #include <locale>
 #include <memory>
@@ -18,9 +20,11 @@ struct Logger {
   std::shared_ptr<const LogMessage::Sink> sink;  // null: standard error
 };
 
-// Never destroyed: lines may still be written while the process's static objects go.
+// Never destroyed: lines may still be written while the process's static objects go. Not on the
+// heap: its first line may be about memory that is gone.
 Logger& logger() {
-  static auto* const instance = new Logger;
+  alignas(Logger) static std::array<std::byte, sizeof(Logger)> place;
+  static auto* const instance = new (place.data()) Logger;
   return *instance;
 }
 

@@ -23,7 +23,8 @@ enum LoggingSeverity : int32_t {
   LS_NONE = 5,  // as a minimum: nothing is written; no message has it
 };
 
-// One log line: what is streamed into it is handed over whole when the object ends.
+// One log line: what is streamed into it is handed over when the object ends, whole unless there is
+// no memory for it: then it is cut short or lost.
 //
 // All static members may be called from any thread.
 class LogMessage {

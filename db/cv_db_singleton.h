@@ -89,7 +89,8 @@ class CvDbSingleton {
   // starts a new file.
   //
   // A connection that is open for another user, or whose files are gone, is neither used further
-  // nor closed: close the store before.
+  // nor closed: close the store before. So, too, after std::bad_alloc: an opening that it left may
+  // have opened a file without tables.
   //
   // `db_path` is a folder when its text ends with the delimiter; of any other text the last
   // component is replaced by the file's name.
@@ -145,7 +146,9 @@ class CvDbSingleton {
   // Begins a transaction; false when one is open already, which stays open.
   bool start_transaction();
 
-  // Commits. When that fails the transaction is rolled back and the answer is false.
+  // Commits. When that fails the transaction is rolled back and the answer is false. One that SQLite
+  // can do neither with, as when its memory ends, stays open: what follows joins it until the next
+  // commit or until the store is closed.
   bool commit_transaction();
 
   // Moves the user's mark of received (`is_receive`) or sent messages forward to `sync_time`.
