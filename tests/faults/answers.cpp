@@ -1,0 +1,151 @@
+#include "tests/faults/answers.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <map>
+
+#include "tests/support/sqlite_ledger.h"
+#include "tests/support/uncounted.h"
+
+namespace {
+
+bool watching = false;
+std::vector<corvan_test::Answer> answers;
+std::map<sqlite3_stmt*, std::size_t> open_answers;  // the answer of each statement that is prepared
+
+void note_prepare(const char* sql, int code, sqlite3_stmt* stmt) {
+  const corvan_test::Uncounted uncounted;
+  if (stmt != nullptr) open_answers[stmt] = answers.size();
+  answers.emplace_back();
+  answers.back().sql = sql;
+  answers.back().prepared = code;
+}
+
+void note_step(sqlite3_stmt* stmt, int code) {
+  const corvan_test::Uncounted uncounted;
+  const auto found = open_answers.find(stmt);
+  if (found == open_answers.end()) return;
+  corvan_test::Answer& answer = answers[found->second];
+  answer.steps.push_back(code);
+  sqlite3* const db = sqlite3_db_handle(stmt);
+  answer.last_row_id = sqlite3_last_insert_rowid(db);
+  answer.in_transaction = sqlite3_get_autocommit(db) == 0;
+}
+
+// Its values, before a step may take the memory that they lie in.
+void note_values(sqlite3_stmt* stmt) {
+  const corvan_test::Uncounted uncounted;
+  const auto found = open_answers.find(stmt);
+  if (found == open_answers.end()) return;
+  char* text = sqlite3_expanded_sql(stmt);
+  if (text != nullptr) answers[found->second].expanded = text;
+  sqlite3_free(text);
+}
+
+void note_reset(sqlite3_stmt* stmt) {
+  const corvan_test::Uncounted uncounted;
+  const auto found = open_answers.find(stmt);
+  if (found == open_answers.end() || answers[found->second].steps.empty()) return;
+  corvan_test::Answer again;
+  again.sql = answers[found->second].sql;
+  found->second = answers.size();
+  answers.push_back(again);
+}
+
+}  // namespace
+
+extern "C" {
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
+int __real_sqlite3_step(sqlite3_stmt* stmt);
+int __real_sqlite3_reset(sqlite3_stmt* stmt);
+int __wrap_sqlite3_step(sqlite3_stmt* stmt);
+int __wrap_sqlite3_reset(sqlite3_stmt* stmt);
+
+int __wrap_sqlite3_step(sqlite3_stmt* stmt) {
+  if (watching) note_values(stmt);
+  const int rc = __real_sqlite3_step(stmt);
+  if (watching) note_step(stmt, rc);
+  return rc;
+}
+
+int __wrap_sqlite3_reset(sqlite3_stmt* stmt) {
+  if (watching) note_reset(stmt);
+  return __real_sqlite3_reset(stmt);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+}  // extern "C"
+
+namespace corvan_test {
+
+int Answer::code() const {
+  return steps.empty() ? prepared : steps.back();
+}
+
+std::size_t Answer::rows() const {
+  return static_cast<std::size_t>(std::count(steps.begin(), steps.end(), SQLITE_ROW));
+}
+
+void start_answers() {
+  answers.clear();
+  open_answers.clear();
+  watching = true;
+  watch_prepares(note_prepare);
+}
+
+std::vector<Answer> take_answers() {
+  watch_prepares(nullptr);
+  watching = false;
+  return std::exchange(answers, {});
+}
+
+const Answer* Answers::take(const std::string& text) {
+  if (closed_) return nullptr;
+  if (at_ == all_.size()) {
+    if (complaint_.empty()) complaint_ = "not run: " + text;
+    return nullptr;
+  }
+  const Answer& answer = all_[at_++];
+  if (answer.sql.compare(0, text.size(), text) != 0 && complaint_.empty()) {
+    complaint_ = "run: " + answer.sql + ", in place of: " + text;
+  }
+  if (!answer.steps.empty()) last_row_id_ = answer.last_row_id;
+  closed_ = answer.prepared == SQLITE_CORRUPT || answer.prepared == SQLITE_NOTADB;
+  return &answer;
+}
+
+int Answers::run(const std::string& text) {
+  const Answer* answer = take(text);
+  return answer == nullptr ? -1 : answer->code();
+}
+
+bool Answers::row_or_done(const std::string& text) {
+  const int code = run(text);
+  return code == SQLITE_ROW || code == SQLITE_DONE;
+}
+
+int Answers::rows(const std::string& text) {
+  const Answer* answer = take(text);
+  if (answer == nullptr || answer->prepared != SQLITE_OK) return -1;
+  return static_cast<int>(answer->rows());
+}
+
+bool Answers::prepared(const std::string& text) const {
+  if (closed_ || at_ == all_.size()) return false;
+  return all_[at_].sql.compare(0, text.size(), text) == 0 && all_[at_].prepared == SQLITE_OK;
+}
+
+bool Answers::commit() {
+  if (done("commit transaction")) return true;
+  run("rollback transaction");
+  return false;
+}
+
+std::string Answers::complaint() const {
+  if (complaint_.empty() && at_ < all_.size()) return "run: " + all_[at_].sql;
+  return complaint_;
+}
+
+}  // namespace corvan_test

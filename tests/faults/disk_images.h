@@ -1,0 +1,89 @@
+// What the disk may hold after a loss of power.
+//
+// Durable is what was synced: of a file's content all that was done to it before its last sync, of
+// the folder's entries (a file that was created, one that was deleted) all before the folder's last
+// sync. The rest is pending: each write and truncation may have reached the disk or not, whatever
+// became of the others, and of a write any sectors of it. The pending changes of one entry reach
+// the disk in their order; the entries are independent of each other.
+
+#ifndef TESTS_FAULTS_DISK_IMAGES_H_
+#define TESTS_FAULTS_DISK_IMAGES_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/faults/disk_record.h"
+
+namespace corvan_test {
+
+// The part of one pending write that reached the disk: its bytes from `begin` to before `end`. A
+// truncation is kept when there is any.
+struct KeptPart {
+  std::size_t begin;
+  std::size_t end;
+};
+
+// What became of all that was pending.
+struct Fate {
+  std::string name;
+  std::vector<KeptPart> changes;               // one for each of Disk::changes(), in their order
+  std::map<std::string, std::size_t> entries;  // how many of an entry's changes were kept
+};
+
+// How many fates are tried at one crash point.
+struct FateBounds {
+  uint64_t subsets;  // random subsets
+  uint64_t tears;    // places at which the last pending write is torn
+};
+
+// The disk after so many events of a record.
+class Disk {
+ public:
+  explicit Disk(const DiskRecord& record);
+
+  // Takes the next event.
+  void advance();
+  std::size_t events() const { return event_; }
+  bool at_end() const { return event_ == record_->events.size(); }
+
+  bool anything_pending() const;
+  // The pending writes and truncations, oldest first.
+  const std::vector<const DiskEvent*>& changes() const { return changes_; }
+
+  // All dropped, all kept, all but the first and but the last, the last one torn, content without
+  // entries and entries without content, random subsets.
+  std::vector<Fate> fates(const FateBounds& bounds, std::mt19937_64& random) const;
+
+  Fate all_kept() const { return fate("all pending kept", true, true); }
+
+  DiskImage image(const Fate& fate) const;
+
+ private:
+  using File = std::size_t;  // an index into contents_
+  struct Entry {
+    std::optional<File> durable;               // the file of this name on the disk
+    std::vector<std::optional<File>> pending;  // that of this name after each pending change
+  };
+
+  std::optional<File>& live(const std::string& name);
+  void sync_content(File file);
+  void sync_folder();
+  Fate fate(const char* name, bool keep_changes, bool keep_entries) const;
+  Fate random_fate(std::mt19937_64& random) const;
+
+  const DiskRecord* record_;
+  std::size_t event_ = 0;
+  std::vector<std::string> contents_;  // the durable ones
+  std::map<std::string, Entry> entries_;
+  std::vector<const DiskEvent*> changes_;
+  std::vector<File> changed_;  // the file of each change
+};
+
+}  // namespace corvan_test
+
+#endif  // TESTS_FAULTS_DISK_IMAGES_H_

@@ -1,0 +1,275 @@
+// Every call that SQLite makes of the file system fails in turn, in every operation; then any two.
+// Environment: CORVAN_FAULT_SHARE tries one call of so many, CORVAN_FAULT_PAIRS so many pairs,
+// CORVAN_FAULT_SEED others.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <ostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/faults/scene.h"
+#include "tests/faults/vfs_shim.h"
+#include "tests/support/bounds.h"
+#include "tests/support/clock.h"
+
+namespace corvan_test {
+namespace {
+
+enum class Call {
+  kOpen,
+  kRemove,
+  kAccess,
+  kRead,
+  kWrite,
+  kTruncate,
+  kSync,
+  kFileSize,
+  kLock,
+  kUnlock,
+  kCheckReservedLock,
+  kFileControl,
+  kShmMap,
+  kShmLock,
+};
+
+// A way in which a kind of call fails.
+struct Failure {
+  const char* name;
+  Call call;
+  int code;
+};
+
+const Failure kFailures[] = {
+    {"OpenFails", Call::kOpen, SQLITE_CANTOPEN},
+    {"RemoveFails", Call::kRemove, SQLITE_IOERR_DELETE},
+    {"AccessFails", Call::kAccess, SQLITE_IOERR_ACCESS},
+    {"ReadFails", Call::kRead, SQLITE_IOERR_READ},
+    // SQLite takes what is missing as zeros: it expects that behind a file's end.
+    {"ReadIsShort", Call::kRead, SQLITE_IOERR_SHORT_READ},
+    {"WriteFails", Call::kWrite, SQLITE_IOERR_WRITE},
+    {"DiskIsFull", Call::kWrite, SQLITE_FULL},  // after half of what is to be written
+    {"TruncateFails", Call::kTruncate, SQLITE_IOERR_TRUNCATE},
+    {"SyncFails", Call::kSync, SQLITE_IOERR_FSYNC},
+    {"FileSizeFails", Call::kFileSize, SQLITE_IOERR_FSTAT},
+    {"LockIsBusy", Call::kLock, SQLITE_BUSY},
+    {"LockFails", Call::kLock, SQLITE_IOERR_LOCK},
+    {"UnlockFails", Call::kUnlock, SQLITE_IOERR_UNLOCK},
+    {"CheckReservedLockFails", Call::kCheckReservedLock, SQLITE_IOERR_CHECKRESERVEDLOCK},
+    {"FileControlFails", Call::kFileControl, SQLITE_IOERR},
+    {"ShmMapFails", Call::kShmMap, SQLITE_IOERR_SHMMAP},
+    {"ShmLockIsBusy", Call::kShmLock, SQLITE_BUSY},
+    {"ShmLockFails", Call::kShmLock, SQLITE_IOERR_SHMLOCK},
+};
+
+// A call that is to fail: the nth of its kind, and all that follow too unless it is only once.
+struct Fault {
+  Failure failure;
+  uint64_t nth;
+  bool once;
+};
+
+class FaultyDisk : public VfsShim {
+ public:
+  void arm(const std::vector<Fault>& faults) {
+    faults_ = faults;
+    calls_ = 0;
+    fired_ = 0;
+  }
+  void disarm() { faults_.clear(); }
+
+  // Since the arming: the calls of the kinds that are to fail, and those of them that failed.
+  uint64_t calls() const { return calls_; }
+  uint64_t fired() const { return fired_; }
+
+  int open(const char* path, ShimFile& file, int flags, int* out) override {
+    if (const int code = failing(Call::kOpen)) return code;
+    return VfsShim::open(path, file, flags, out);
+  }
+  int remove(const char* path, int sync_folder) override {
+    if (const int code = failing(Call::kRemove)) return code;
+    return VfsShim::remove(path, sync_folder);
+  }
+  int access(const char* path, int flags, int* result) override {
+    if (const int code = failing(Call::kAccess)) return code;
+    return VfsShim::access(path, flags, result);
+  }
+  // SQLite waits for locks of the shared memory, up to ten seconds: not here.
+  int sleep(int microseconds) override { return microseconds; }
+  int read(ShimFile& file, void* data, int size, int64_t offset) override {
+    const int code = failing(Call::kRead);
+    if (code == SQLITE_OK) return VfsShim::read(file, data, size, offset);
+    if (code == SQLITE_IOERR_SHORT_READ) {
+      VfsShim::read(file, data, size, offset);
+      const int half = size / 2;
+      std::memset(static_cast<char*>(data) + half, 0, static_cast<std::size_t>(size - half));
+    }
+    return code;
+  }
+  int write(ShimFile& file, const void* data, int size, int64_t offset) override {
+    const int code = failing(Call::kWrite);
+    if (code == SQLITE_OK) return VfsShim::write(file, data, size, offset);
+    if (code == SQLITE_FULL) VfsShim::write(file, data, size / 2, offset);
+    return code;
+  }
+  int truncate(ShimFile& file, int64_t size) override {
+    if (const int code = failing(Call::kTruncate)) return code;
+    return VfsShim::truncate(file, size);
+  }
+  int sync(ShimFile& file, int flags) override {
+    if (const int code = failing(Call::kSync)) return code;
+    return VfsShim::sync(file, flags);
+  }
+  int file_size(ShimFile& file, int64_t* size) override {
+    if (const int code = failing(Call::kFileSize)) return code;
+    return VfsShim::file_size(file, size);
+  }
+  int lock(ShimFile& file, int level) override {
+    if (const int code = failing(Call::kLock)) return code;
+    return VfsShim::lock(file, level);
+  }
+  int unlock(ShimFile& file, int level) override {
+    const int rc = VfsShim::unlock(file, level);
+    const int code = failing(Call::kUnlock);
+    return code == SQLITE_OK ? rc : code;
+  }
+  int check_reserved_lock(ShimFile& file, int* result) override {
+    if (const int code = failing(Call::kCheckReservedLock)) return code;
+    return VfsShim::check_reserved_lock(file, result);
+  }
+  int file_control(ShimFile& file, int op, void* argument) override {
+    if (const int code = failing(Call::kFileControl)) return code;
+    return VfsShim::file_control(file, op, argument);
+  }
+  int shm_map(ShimFile& file, int page, int size, int extend, void volatile** memory) override {
+    if (const int code = failing(Call::kShmMap)) return code;
+    return VfsShim::shm_map(file, page, size, extend, memory);
+  }
+  // Letting go of a lock never fails.
+  int shm_lock(ShimFile& file, int offset, int count, int flags) override {
+    const bool takes = (flags & SQLITE_SHM_LOCK) != 0;
+    if (const int code = takes ? failing(Call::kShmLock) : SQLITE_OK) return code;
+    return VfsShim::shm_lock(file, offset, count, flags);
+  }
+
+ private:
+  // The code with which this call has to fail, or 0.
+  int failing(Call call) {
+    for (Fault& fault : faults_) {
+      if (fault.failure.call != call) continue;
+      ++calls_;
+      if (fault.nth == 0 || --fault.nth > 0) continue;
+      if (!fault.once) fault.nth = 1;  // the next one, too
+      ++fired_;
+      return fault.failure.code;
+    }
+    return SQLITE_OK;
+  }
+
+  std::vector<Fault> faults_;  // an `nth` of 0 is one that is over
+  uint64_t calls_ = 0;
+  uint64_t fired_ = 0;
+};
+
+void PrintTo(const Failure& failure, std::ostream* out) {
+  *out << failure.name;
+}
+
+bool lies(const Failure& failure) {
+  return failure.code == SQLITE_IOERR_SHORT_READ;
+}
+
+class FaultTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { prefer_memory(); }
+  static void TearDownTestSuite() {
+    print("faults", tally_);
+    tally_ = Tally();
+  }
+
+  FaultTest() { set_clock(1000000); }
+
+  // Runs the operation with these faults; the number of calls that failed.
+  uint64_t run(const Operation& operation, const std::vector<Fault>& faults) {
+    const bool false_data = std::any_of(faults.begin(), faults.end(),
+                                        [](const Fault& fault) { return lies(fault.failure); });
+    const Outcome outcome = scene_.run(
+        operation, [&] { disk_.arm(faults); }, [&] { disk_.disarm(); },
+        false_data ? Certain::kNoRows : Certain::kEverything);
+    ++tally_.points;
+    if (disk_.fired() > 0) ++tally_.faults;
+    if (!outcome.complaint.empty()) {
+      ++tally_.lost;
+      std::string all;
+      for (const Fault& fault : faults) {
+        all += std::string(", ") + fault.failure.name + " at call " + std::to_string(fault.nth) +
+               (fault.once ? " once" : " and from then on");
+      }
+      ADD_FAILURE() << operation.name << all << ": " << outcome.complaint;
+    }
+    return disk_.fired();
+  }
+
+  // How many calls of this kind the operation makes when none fails.
+  uint64_t calls_of(const Operation& operation, const Failure& failure) {
+    run(operation, {{failure, 0, true}});
+    return disk_.calls();
+  }
+
+  FaultyDisk disk_;
+  Scene scene_;
+  static inline Tally tally_;
+};
+
+// Every call of one kind, one after the other, in every operation.
+class EveryFault : public FaultTest, public testing::WithParamInterface<Failure> {};
+
+TEST_P(EveryFault, LosesNothingAcknowledged) {
+  const uint64_t share = bound("CORVAN_FAULT_SHARE", 5, 1);
+  std::mt19937_64 random(setting("CORVAN_FAULT_SEED", 1));
+  for (const Operation& operation : scene_.operations()) {
+    const uint64_t calls = calls_of(operation, GetParam());
+    for (const bool once : {true, false}) {
+      // Up to the call that is not made any more: every one has failed then.
+      for (uint64_t nth = 1, fired = 1; fired > 0; ++nth) {
+        if (nth <= calls && random() % share != 0) continue;
+        fired = run(operation, {{GetParam(), nth, once}});
+        ASSERT_LT(tally_.lost, 20U) << "more of the same is left out";
+      }
+    }
+  }
+}
+
+std::string failure_name(const testing::TestParamInfo<Failure>& info) {
+  return info.param.name;
+}
+INSTANTIATE_TEST_SUITE_P(Disk, EveryFault, testing::ValuesIn(kFailures), failure_name);
+
+// Two calls, of any kinds, in any operation.
+class TwoFaults : public FaultTest {};
+
+TEST_F(TwoFaults, LoseNothingAcknowledged) {
+  const uint64_t count = bound("CORVAN_FAULT_PAIRS", 500, 10000);
+  const uint64_t seed = setting("CORVAN_FAULT_SEED", 1);
+  const TimeLimit limit;
+  std::mt19937_64 random(seed);
+  const auto below = [&random](std::size_t end) {
+    return static_cast<std::size_t>(random() % end);
+  };
+  const auto fault = [&] {
+    return Fault{kFailures[below(std::size(kFailures))], 1 + below(1 + below(40)), below(3) > 0};
+  };
+  for (uint64_t i = 0; limit.given() ? !limit.passed() : i < count; ++i) {
+    const Operation& operation = scene_.operations()[below(scene_.operations().size())];
+    run(operation, {fault(), fault()});
+    ASSERT_FALSE(HasFailure()) << "CORVAN_FAULT_SEED=" << seed << ", pair " << i;
+  }
+}
+
+}  // namespace
+}  // namespace corvan_test

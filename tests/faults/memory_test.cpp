@@ -1,0 +1,283 @@
+// Memory ends: every allocation of SQLite, and every one of the store and the platform facilities,
+// fails in turn, in every operation, in processes that are forked for it. CORVAN_MEMORY_SHARE tries
+// one point of so many, CORVAN_MEMORY_SEED says which.
+//
+// Where SQLite's memory ends, operations return what they have to for what SQLite answered. Where
+// their own ends, they do that as well, or std::bad_alloc leaves them. Either way nothing is left
+// open, the store goes on, and the rows are those of the statements that ran.
+
+#include <gtest/gtest.h>
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/pathname.h"
+#include "tests/faults/memory_child.h"
+#include "tests/faults/memory_faults.h"
+#include "tests/faults/scene.h"
+#include "tests/support/bounds.h"
+#include "tests/support/store_test.h"
+#include "tests/support/uncounted.h"
+
+namespace corvan_test {
+namespace {
+
+using Corvan::CvDbSingleton;
+using Corvan::MessageResponse;
+
+int64_t save(CvDbSingleton& store, const NewMessage& m) {
+  return store.save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
+                            m.is_receive, m.sent_status, m.read_status, m.is_mention, m.sent_time,
+                            m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
+}
+
+// ---- Every operation ----------------------------------------------------------------------------
+
+// What SQLite refuses meanwhile.
+enum class Trouble {
+  kNone,
+  kMessagesRefused,       // the steps that write messages fail
+  kConversationsRefused,  // those that write conversations and sync times
+  kReadsDenied,           // queries cannot be prepared
+  kWritesDenied,          // nor can writes
+  kEndsDenied,            // nor what ends a transaction
+  kDamaged,               // the file is no database
+};
+
+// A way in which memory ends.
+struct End {
+  std::string name;
+  Memory memory;
+  std::vector<bool> once;  // whether it comes back after one allocation
+  Trouble trouble = Trouble::kNone;
+};
+
+void PrintTo(const End& end, std::ostream* out) {
+  *out << end.name;
+}
+
+const End kEnds[] = {
+    {"SqliteOnce", Memory::kSqlite, {true}},
+    {"SqliteFromThenOn", Memory::kSqlite, {false}},
+    {"OwnOnce", Memory::kOwn, {true}},
+    {"OwnFromThenOn", Memory::kOwn, {false}},
+    {"BothFromThenOn", Memory::kBoth, {false}},
+    {"OwnWhileMessagesAreRefused", Memory::kOwn, {true, false}, Trouble::kMessagesRefused},
+    {"OwnWhileConversationsAreRefused",
+     Memory::kOwn,
+     {true, false},
+     Trouble::kConversationsRefused},
+    {"OwnWhileReadsAreDenied", Memory::kOwn, {true, false}, Trouble::kReadsDenied},
+    {"OwnWhileWritesAreDenied", Memory::kOwn, {true, false}, Trouble::kWritesDenied},
+    {"OwnWhileEndsAreDenied", Memory::kOwn, {true, false}, Trouble::kEndsDenied},
+    {"OwnWhileTheFileIsDamaged", Memory::kOwn, {true, false}, Trouble::kDamaged},
+};
+
+// Triggers of the connection, which refuse all writes of the table.
+void refuse_writes(CvDbSingleton& store, const std::string& table) {
+  for (const char* event : {"insert", "update", "delete"}) {
+    store.execute_none_query("create temp trigger refuse_" + table + event + " before " + event +
+                             " on " + table + " begin select raise(abort,'refused'); end");
+  }
+}
+
+void stop_refusing(CvDbSingleton& store, const std::string& table) {
+  for (const char* event : {"insert", "update", "delete"}) {
+    store.execute_none_query("drop trigger if exists refuse_" + table + event);
+  }
+}
+
+constexpr std::array<const char*, 3> kTables = {"t_message", "t_session", "t_sync"};
+
+bool denied(Trouble trouble, int action, const char* detail) {
+  switch (trouble) {
+    case Trouble::kReadsDenied:
+      return action == SQLITE_SELECT;
+    case Trouble::kWritesDenied:
+      return action == SQLITE_INSERT || action == SQLITE_UPDATE || action == SQLITE_DELETE;
+    case Trouble::kEndsDenied:
+      return action == SQLITE_TRANSACTION && std::string(detail) != "BEGIN";
+    default:
+      return false;
+  }
+}
+
+extern "C" int authorize(void* trouble, int action, const char* detail, const char*, const char*,
+                         const char*) {
+  const Uncounted uncounted;
+  return denied(*static_cast<Trouble*>(trouble), action, detail) ? SQLITE_DENY : SQLITE_OK;
+}
+
+// A cheap mix of numbers into one that chooses points.
+uint64_t mixed(uint64_t a, uint64_t b) {
+  return (a * 0x9E3779B97F4A7C15ULL ^ b) * 0xD1B54A32D192ED03ULL >> 33;
+}
+
+class MemoryEnds : public testing::TestWithParam<End> {
+ protected:
+  static void SetUpTestSuite() { prefer_memory(); }
+  static void TearDownTestSuite() { print("memory", tally_); }
+
+  MemoryEnds() { set_clock(1000000); }
+
+  // Whether the trouble can be made for the operation.
+  bool applies(const Operation& operation) const {
+    const bool closed = operation.start != Operation::kOpen;
+    switch (GetParam().trouble) {
+      case Trouble::kNone:
+        return true;
+      case Trouble::kDamaged:
+        return operation.start != Operation::kNoFile;
+      default:
+        return !closed;
+    }
+  }
+
+  // The operation, with a preparing that makes those troubles that it can.
+  Operation in_trouble(Operation operation) {
+    const auto prepare = operation.prepare;
+    operation.prepare = [this, prepare](CvDbSingleton& store) {
+      if (prepare) prepare(store);
+      const Trouble trouble = GetParam().trouble;
+      if (trouble == Trouble::kMessagesRefused) refuse_writes(store, kTables[0]);
+      if (trouble == Trouble::kConversationsRefused) {
+        refuse_writes(store, kTables[1]);
+        refuse_writes(store, kTables[2]);
+      }
+      if (trouble != Trouble::kDamaged) return;
+      store.close_db();
+      damage();
+      store.open_db();
+    };
+    return operation;
+  }
+
+  void damage() const { write_file(scene_.folder() + "corvan", std::string(8192, 'x')); }
+
+  // Right before the operation, and right after it.
+  void arm(const Operation& operation, uint64_t nth, bool once) {
+    const End& end = GetParam();
+    if (end.trouble == Trouble::kDamaged && operation.start == Operation::kClosed) damage();
+    if (store_connection() != nullptr) {
+      sqlite3_set_authorizer(store_connection(), authorize, &trouble_);
+    }
+    arm_memory(end.memory, nth, once);
+  }
+  void disarm() {
+    disarm_memory();
+    if (store_connection() != nullptr) {
+      sqlite3_set_authorizer(store_connection(), nullptr, nullptr);
+    }
+  }
+
+  // The store goes on: it saves and reads. A caller who was told that it is not open, or whose
+  // opening may not have done all, opens it again.
+  std::string go_on(const Operation& operation, CvDbSingleton& store) const {
+    if (operation.start != Operation::kOpen || GetParam().trouble == Trouble::kDamaged) {
+      store.close_db();
+    }
+    const cvrtc::Pathname folder(scene_.folder());
+    // The first opening may find the file damaged, and delete it.
+    for (int i = 0; i < 2 && store_connection() == nullptr; ++i) {
+      if (!store.init_open_db(folder, "", "me")) return "does not open";
+    }
+    for (const char* table : kTables) stop_refusing(store, table);
+    const int64_t id = save(store, NewMessage().in("next", Corvan::CV_GROUP).named("next1"));
+    MessageResponse read;
+    read.server_uid_ = "next1";
+    if (id <= 0 || !store.get_message_by_uid(read) || read.msg_id_ != id ||
+        read.session_id_ != "next" || read.content_ != "hello") {
+      return "does not go on";
+    }
+    if (in_transaction() && !store.commit_transaction()) return "does not commit";
+    return "";
+  }
+
+  // One run, with the nth allocation failing.
+  ChildReport run(const Operation& operation, uint64_t nth, bool once) {
+    ChildReport report;
+    report.complaint =
+        scene_
+            .run(
+                in_trouble(operation), [&] { arm(operation, nth, once); }, [&] { disarm(); },
+                GetParam().memory == Memory::kSqlite ? Certain::kEverything
+                                                     : Certain::kAllButTheResult,
+                [&](CvDbSingleton& store) { return go_on(operation, store); })
+            .complaint;
+    report.failed = failed_allocations() > 0;
+    return report;
+  }
+
+  // One point of so many is tried. Our own allocations are few: more of them.
+  uint64_t one_of() const { return GetParam().memory == Memory::kOwn ? (share_ + 9) / 10 : share_; }
+
+  // Those of the allocations up to the last that the seed chooses.
+  std::vector<uint64_t> chosen(uint64_t seed, uint64_t last, bool once) const {
+    std::vector<uint64_t> points;
+    for (uint64_t nth = 1; nth <= last; ++nth) {
+      if (mixed(seed, nth * 2 + (once ? 1 : 0)) % one_of() == 0) points.push_back(nth);
+    }
+    return points;
+  }
+
+  void try_each(uint64_t seed) {
+    uint64_t index = 0;
+    for (const Operation& operation : scene_.operations()) {
+      ++index;
+      if (!applies(operation)) continue;
+      // In this process, so that those to come find in the scene what it has worked out.
+      EXPECT_EQ(run(operation, 0, true).complaint, "") << operation.name << " without a failure";
+      // Up to the allocation that fails, a run takes what the whole one has taken.
+      const uint64_t last = allocations();
+      for (const bool once : GetParam().once) {
+        const std::vector<uint64_t> points = chosen(seed + index, last, once);
+        const std::vector<ChildReport> reports =
+            in_children(points, [&](uint64_t nth) { return run(operation, nth, once); });
+        for (std::size_t i = 0; i < points.size(); ++i) {
+          note(reports[i]);
+          if (reports[i].complaint.empty()) continue;
+          ADD_FAILURE() << "CORVAN_MEMORY_SEED=" << seed << " CORVAN_MEMORY_SHARE=" << share_ << " "
+                        << operation.name << ", " << GetParam().name << ", allocation " << points[i]
+                        << (once ? " once" : " and from then on") << ": " << reports[i].complaint;
+          if (tally_.lost + tally_.aborted > 20) return;
+        }
+      }
+    }
+  }
+
+  void note(const ChildReport& report) {
+    ++tally_.points;
+    if (report.failed) ++tally_.faults;
+    if (report.aborted) {
+      ++tally_.aborted;
+    } else if (!report.complaint.empty()) {
+      ++tally_.lost;
+    }
+  }
+
+  Scene scene_;
+  Trouble trouble_ = GetParam().trouble;
+  const uint64_t share_ = bound("CORVAN_MEMORY_SHARE", 200, 1);
+  static inline Tally tally_;
+};
+
+TEST_P(MemoryEnds, OperationsReturnOrThrowAndTheStoreGoesOn) {
+  const TimeLimit limit;
+  uint64_t seed = setting("CORVAN_MEMORY_SEED", 1);
+  try_each(seed);
+  while (one_of() > 1 && limit.given() && !limit.passed() && !HasFailure()) try_each(++seed);
+}
+
+std::string end_name(const testing::TestParamInfo<End>& info) {
+  return info.param.name;
+}
+INSTANTIATE_TEST_SUITE_P(Memory, MemoryEnds, testing::ValuesIn(kEnds), end_name);
+
+}  // namespace
+}  // namespace corvan_test

@@ -1,0 +1,73 @@
+// One operation on the prepared store while something fails, and what is checked afterwards.
+
+#ifndef TESTS_FAULTS_SCENE_H_
+#define TESTS_FAULTS_SCENE_H_
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/faults/operations.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temporary_folder.h"
+
+namespace corvan_test {
+
+// What one run came to.
+struct Outcome {
+  std::string complaint;  // empty when all was as it has to be
+  bool deleted = false;   // SQLite called the file damaged while a statement was being prepared
+};
+
+// How much of what follows a failure is certain.
+enum class Certain {
+  kEverything,
+  kAllButTheResult,  // std::bad_alloc may leave the operation
+  kNoRows,           // SQLite was handed false data and cannot know: only what is left open counts
+};
+
+class Scene {
+ public:
+  Scene();
+  ~Scene();
+
+  const std::vector<Operation>& operations() const { return operations_; }
+  // The folder of the store that they run on.
+  const std::string& folder() const { return folder_.path(); }
+
+  // What a caller does next; its complaint, or empty.
+  using Next = std::function<std::string(Corvan::CvDbSingleton&)>;
+
+  // Runs the operation on a fresh copy of the store, with `arm` called right before and `disarm`
+  // right after. Then checks
+  //  - that it returned what it has to for what SQLite answered, or threw std::bad_alloc where it
+  //    may;
+  //  - that no statement is open, and no transaction, unless SQLite refused to end it;
+  //  - that after closing and opening again the file is sound, has the whole schema, and has those
+  //    rows that it had before with each committed statement's change, and no others; of a
+  //    statement or a commit that failed, all or nothing.
+  // `next` runs before that closing, on the store as the operation left it.
+  Outcome run(const Operation& operation, const std::function<void()>& arm,
+              const std::function<void()>& disarm, Certain certain = Certain::kEverything,
+              const Next& next = {});
+
+ private:
+  // What the preparing of the operation did.
+  std::vector<Answer> reset(const Operation& operation);
+  std::string check_rows(const Operation& operation, const std::vector<Answer>& answers);
+  // The rows after the statements, run on a copy of the store by a connection of its own.
+  const std::vector<std::string>& rows_after(const std::vector<std::string>& statements);
+
+  TemporaryFolder image_;
+  TemporaryFolder folder_;
+  TemporaryFolder replay_;
+  std::vector<Operation> operations_;
+  std::map<std::vector<std::string>, std::vector<std::string>> rows_after_;
+  std::vector<std::string> fresh_schema_;
+  LogCapture log_{cvrtc::LS_SENSITIVE};
+};
+
+}  // namespace corvan_test
+
+#endif  // TESTS_FAULTS_SCENE_H_
