@@ -110,7 +110,8 @@ class CvDbSingleton {
 
   // SQLite's integrity check. `result` is appended to: pass an empty text and true means that the
   // file is sound and `result` reads "ok"; otherwise `result` holds the findings joined by "_".
-  // When the check cannot be prepared, "not a database file" replaces it.
+  // When the check cannot be prepared, "not a database file" replaces it; a damaged file is deleted
+  // then, as with any statement.
   bool check_integrity(std::string& result);
 
   // Reads the file's schema table: the SQLite result code, 0 when the file can be read, 26 when it

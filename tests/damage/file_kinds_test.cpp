@@ -1,0 +1,430 @@
+// Files that are no store of ours, in whole or in part, each with what becomes of it.
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "db/cv_db_singleton.h"
+#include "tests/damage/child.h"
+#include "tests/damage/examination.h"
+#include "tests/damage/files.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/rows.h"
+#include "tests/support/temporary_folder.h"
+
+namespace corvan_test {
+namespace {
+
+namespace fs = std::filesystem;
+using Rows = std::vector<std::string>;
+
+// What became of a file, in words.
+std::string fate(const Ended& ended) {
+  const Outcome& outcome = ended.outcome;
+  const std::string breach = ended.otherwise + outcome.complaint.data();
+  if (!breach.empty()) return breach;
+  if (!outcome.opened) return "not opened";
+  if (outcome.deleted) return std::string("deleted by ") + outcome.deleted_by.data();
+  std::string text = outcome.changed ? "kept and written" : "kept as it was";
+  if (outcome.wrong) text += ", other rows read";
+  if (outcome.failed) text += ", failing";
+  return text;
+}
+
+const std::string kDeleted = "deleted by init_open_db";
+const std::string kWorks = "kept and written";
+const std::string kWorksInPart = "kept and written, failing";
+
+class FileKinds : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { prefer_memory(); }
+  FileKinds() { other_store(); }
+
+  // Examines what lies in the folder.
+  const Ended& examined(const Expected& expected = {}) {
+    last_ = in_child([&](Outcome& outcome) { examine(folder.path(), expected, outcome); });
+    return last_;
+  }
+  std::string fate_here(const Expected& expected = {}) { return fate(examined(expected)); }
+
+  // The same in a folder of its own.
+  std::string fate_of(const Files& files, const Expected& expected = {}) {
+    const TemporaryFolder own;
+    write_files(own.path(), files);
+    last_ = in_child([&](Outcome& outcome) { examine(own.path(), expected, outcome); });
+    return fate(last_);
+  }
+  std::string fate_of(const std::string& content) { return fate_of(Files{{"", content}}); }
+
+  // The failure that was logged first.
+  std::string failure() const { return last_.outcome.failure.data(); }
+
+  std::string file() const { return folder.file("corvan"); }
+  void plant_file(const std::string& sql) const { plant(file(), sql); }
+
+  static Expected closed_answers() { return {answers_of(closed_store()), true}; }
+  static Expected crashed_answers() { return {answers_of(crashed_store()), true}; }
+
+  TemporaryFolder folder;
+
+ private:
+  Ended last_;
+};
+
+// The closed store with `bytes` in its file header.
+std::string with_header(std::size_t at, const std::string& bytes) {
+  return overwritten(closed_store().at(""), at, bytes);
+}
+
+// ---- Other formats ------------------------------------------------------------------------------
+
+TEST_F(FileKinds, FileOfAnotherFormatIsDeletedAtPrepare) {
+  Random random(1);
+  const std::map<std::string, std::string> formats{
+      {"PNG", "\x89PNG\r\n\x1a\n" + random.bytes(6000)},
+      {"ZIP", "PK\x03\x04" + random.bytes(6000)},
+      {"gzip", "\x1f\x8b\x08" + random.bytes(6000)},
+      {"text", std::string(5000, 't')},
+      {"a short text", "no database\n"},
+      {"encrypted", random.bytes(10 * kPage)},
+      {"an older format of SQLite", with_header(0, "SQLite format 2")},
+  };
+  for (const auto& [name, content] : formats) {
+    EXPECT_EQ(fate_of(content), kDeleted) << name;
+    EXPECT_NE(failure().find(";;;26;;;file is not a database"), std::string::npos) << failure();
+  }
+}
+
+TEST_F(FileKinds, EmptyFileBecomesAStore) {
+  EXPECT_EQ(fate_of(""), kWorks);
+}
+
+// SQLite takes it for an empty one.
+TEST_F(FileKinds, FileOfOneByteBecomesAStore) {
+  EXPECT_EQ(fate_of("x"), kWorks);
+}
+
+TEST_F(FileKinds, HeaderWithAnImpossiblePageSizeIsDeleted) {
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x00\x00", 2))), kDeleted);
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x03\xe8", 2))), kDeleted);
+}
+
+TEST_F(FileKinds, HeaderWithThePageSizeOfAnotherFileIsDeleted) {
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x02\x00", 2))), kDeleted);
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x20\x00", 2))), kDeleted);
+}
+
+TEST_F(FileKinds, HeaderWithAnotherTextEncodingIsDeleted) {
+  for (const char encoding : {'\2', '\3'}) {
+    EXPECT_EQ(fate_of(with_header(59, std::string(1, encoding))), kDeleted);
+    EXPECT_NE(failure().find(";;;11;;;malformed database schema"), std::string::npos) << failure();
+  }
+}
+
+// A file that a later SQLite has written is deleted as well.
+TEST_F(FileKinds, HeaderWithALaterReadVersionIsDeleted) {
+  EXPECT_EQ(fate_of(with_header(19, "\x63")), kDeleted);
+  EXPECT_NE(failure().find(";;;26;;;"), std::string::npos) << failure();
+}
+
+TEST_F(FileKinds, HeaderWithALaterWriteVersionIsReadOnly) {
+  EXPECT_EQ(fate_of({{"", with_header(18, "\x63")}}, closed_answers()), "kept as it was, failing");
+  EXPECT_NE(failure().find("step;;;8;;;attempt to write a readonly database"), std::string::npos)
+      << failure();
+}
+
+// No code of damage: nothing works, and nothing is deleted.
+TEST_F(FileKinds, HeaderWithALaterSchemaFormatFailsAndIsKept) {
+  write_file(file(), with_header(47, "\x05"));
+  EXPECT_EQ(fate_here(), kWorksInPart);
+  EXPECT_NE(failure().find(";;;1;;;unsupported file format"), std::string::npos) << failure();
+  EXPECT_EQ(read_file(file()).size(), closed_store().at("").size());
+}
+
+// ---- Files cut short ----------------------------------------------------------------------------
+
+TEST_F(FileKinds, FileCutAtAPageIsDeleted) {
+  const std::string& whole = closed_store().at("");
+  for (const std::size_t pages :
+       {std::size_t{1}, std::size_t{2}, whole.size() / kPage / 2, whole.size() / kPage - 1}) {
+    EXPECT_EQ(fate_of(whole.substr(0, pages * kPage)), kDeleted) << pages;
+    EXPECT_NE(failure().find(";;;11;;;"), std::string::npos) << failure();
+  }
+}
+
+TEST_F(FileKinds, FileCutWithinTheFirstPageIsDeleted) {
+  for (const std::size_t size :
+       std::vector<std::size_t>{2, 15, 16, 50, 99, 100, 101, 511, 512, 513, 4095}) {
+    EXPECT_EQ(fate_of(closed_store().at("").substr(0, size)), kDeleted) << size;
+  }
+}
+
+TEST_F(FileKinds, FileCutToNothingIsAnEmptyStoreWithoutAWord) {
+  EXPECT_EQ(fate_of({{"", ""}}, closed_answers()), "kept and written, other rows read");
+}
+
+// ---- Sound databases of others ------------------------------------------------------------------
+
+TEST_F(FileKinds, DatabaseOfOtherTablesReceivesTheSchemaAndKeepsItsRows) {
+  plant_file("create table t_theirs(a); insert into t_theirs values('x')");
+  EXPECT_EQ(fate_here(), kWorks);
+  EXPECT_EQ(rows(file(), "select * from t_theirs"), Rows{"x"});
+  EXPECT_EQ(rows(file(), "select database_version from t_version"), Rows{"1"});
+}
+
+// But for the copy of an older store, which is in UTF-8.
+TEST_F(FileKinds, DatabaseInUtf16Works) {
+  plant_file("pragma encoding='UTF-16le'; create table t_theirs(a)");
+  EXPECT_EQ(fate_here(), kWorksInPart);
+  EXPECT_NE(failure().find("attached databases must use the same text encoding as main"),
+            std::string::npos)
+      << failure();
+  EXPECT_EQ(rows(file(), "pragma encoding"), Rows{"UTF-16le"});
+}
+
+TEST_F(FileKinds, DatabaseOfAnotherPageSizeWorks) {
+  plant_file("pragma page_size=1024; create table t_theirs(a)");
+  EXPECT_EQ(fate_here(), kWorks);
+  EXPECT_EQ(rows(file(), "pragma page_size"), Rows{"1024"});
+}
+
+TEST_F(FileKinds, MessagesOfOtherColumnsFailAndAreKept) {
+  plant_file("create table t_message(a,b); insert into t_message values(1,2)");
+  EXPECT_EQ(fate_here(), kWorksInPart);
+  EXPECT_NE(failure().find(";;;1;;;"), std::string::npos) << failure();
+  EXPECT_EQ(rows(file(), "select * from t_message"), Rows{"1|2"});
+}
+
+// Taken for a store: nothing is created, whatever is missing.
+TEST_F(FileKinds, VersionWithoutTheOtherTablesFailsAndIsKept) {
+  plant_file("create table t_version(database_version); insert into t_version values('9')");
+  EXPECT_EQ(fate_here(), kWorksInPart);
+  EXPECT_NE(failure().find(";;;1;;;no such table: t_message"), std::string::npos) << failure();
+  EXPECT_EQ(rows(file(), "select * from t_version"), Rows{"9"});
+}
+
+TEST_F(FileKinds, TriggersAndViewsOnOurTablesStayAndRun) {
+  write_files(folder.path(), closed_store());
+  plant_file(
+      "create table t_seen(id); create view t_view as select id from t_message;"
+      "create trigger t_trigger after insert on t_message begin "
+      "insert into t_seen values(new.id); end");
+  EXPECT_EQ(fate_here(closed_answers()), kWorks);
+  EXPECT_NE(rows(file(), "select count(*) from t_seen"), Rows{"0"});
+  EXPECT_EQ(rows(file(), "select count(*) from sqlite_master where name in('t_view','t_trigger')"),
+            Rows{"2"});
+}
+
+TEST_F(FileKinds, ViewInPlaceOfATableFailsAndIsKept) {
+  plant_file("create view t_session as select 1 as session_id");
+  EXPECT_EQ(fate_here(), kWorksInPart);
+  EXPECT_NE(failure().find(";;;1;;;"), std::string::npos) << failure();
+}
+
+// ---- What is no regular file --------------------------------------------------------------------
+
+TEST_F(FileKinds, DirectoryFailsToOpen) {
+  fs::create_directory(file());
+  EXPECT_EQ(fate_here(), "not opened");
+  EXPECT_TRUE(fs::is_directory(file()));
+}
+
+TEST_F(FileKinds, LinkToASoundFileIsFollowed) {
+  write_file(folder.file("target"), closed_store().at(""));
+  fs::create_symlink("target", file());
+  EXPECT_EQ(fate_here(closed_answers()), kWorks);
+  EXPECT_TRUE(fs::is_symlink(file()));
+  EXPECT_EQ(rows(folder.file("target"), "select count(*) from t_session where session_id='pinned'"),
+            Rows{"1"});
+}
+
+// The link is deleted, what it leads to stays as it was.
+TEST_F(FileKinds, LinkToADamagedFileIsDeletedAlone) {
+  const std::string noise(2 * kPage, 'x');
+  write_file(folder.file("target"), noise);
+  fs::create_symlink("target", file());
+  EXPECT_EQ(fate_here(), kDeleted);
+  EXPECT_FALSE(fs::is_symlink(file()));
+  EXPECT_EQ(read_file(folder.file("target")), noise);
+}
+
+TEST_F(FileKinds, LinkToNothingCreatesItsTarget) {
+  fs::create_symlink("target", file());
+  EXPECT_EQ(fate_here(), kWorks);
+  EXPECT_TRUE(fs::is_regular_file(folder.file("target")));
+}
+
+TEST_F(FileKinds, LinkToItselfFailsToOpen) {
+  fs::create_symlink("corvan", file());
+  EXPECT_EQ(fate_here(), "not opened");
+}
+
+// ---- "-wal", "-shm" and "-journal" --------------------------------------------------------------
+
+TEST_F(FileKinds, LogOfACrashedStoreIsReplayed) {
+  EXPECT_EQ(fate_of(crashed_store(), crashed_answers()), kWorks);
+}
+
+TEST_F(FileKinds, LogOfNoiseIsIgnored) {
+  Random random(1);
+  for (const std::size_t size : std::vector<std::size_t>{1, 31, 32, 5000, 50000}) {
+    EXPECT_EQ(
+        fate_of({{"", closed_store().at("")}, {"-wal", random.bytes(size)}}, closed_answers()),
+        kWorks)
+        << size;
+  }
+}
+
+TEST_F(FileKinds, LogOfAnotherStoreBesideANewFileIsForgotten) {
+  const std::string& log = other_store().at("-wal");
+  const Expected empty{answers_of({}), true};
+  EXPECT_EQ(fate_of({{"-wal", log}}, empty), kWorks);
+  EXPECT_EQ(fate_of({{"", ""}, {"-wal", log}}, empty), kWorks);
+}
+
+// SQLite replays it: its pages replace those of the same numbers. Nothing tells of it at first.
+TEST_F(FileKinds, LogOfAnotherStoreBesideASoundFileReplacesItsPages) {
+  const std::string log = other_store().at("-wal");
+  const std::string text = fate_of({{"", closed_store().at("")}, {"-wal", log}}, closed_answers());
+  EXPECT_EQ(text.rfind("kept and written, other rows read", 0), 0U) << text;
+}
+
+// It holds the first page, which makes a database of any file.
+TEST_F(FileKinds, LogWithTheFirstPageKeepsAFileThatIsNoDatabase) {
+  const std::string log = crashed_store().at("-wal");
+  const std::string text = fate_of({{"", std::string(2 * kPage, 'x')}, {"-wal", log}});
+  EXPECT_EQ(text.rfind("kept and written", 0), 0U) << text;
+}
+
+TEST_F(FileKinds, IndexOfNoiseIsMadeAnew) {
+  Random random(1);
+  for (const std::size_t size : std::vector<std::size_t>{1, 136, 32768, 40000}) {
+    Files files = crashed_store();
+    files["-shm"] = random.bytes(size);
+    EXPECT_EQ(fate_of(files, crashed_answers()), kWorks) << size;
+  }
+}
+
+TEST_F(FileKinds, IndexWithoutItsLogIsMadeAnew) {
+  EXPECT_EQ(fate_of({{"", closed_store().at("")}, {"-shm", crashed_store().at("-shm")}},
+                    closed_answers()),
+            kWorks);
+}
+
+// Without a log nothing can be read; without its index nothing can be written.
+TEST_F(FileKinds, DirectoryInPlaceOfTheLogFailsAndKeepsTheFile) {
+  write_files(folder.path(), closed_store());
+  fs::create_directory(folder.file("corvan-wal"));
+  EXPECT_EQ(fate_here(), "kept as it was, failing");
+  EXPECT_NE(failure().find(";;;14;;;unable to open database file"), std::string::npos) << failure();
+  EXPECT_TRUE(fs::is_directory(folder.file("corvan-wal")));
+}
+
+TEST_F(FileKinds, DirectoryInPlaceOfTheIndexMakesTheFileReadOnly) {
+  write_files(folder.path(), closed_store());
+  fs::create_directory(folder.file("corvan-shm"));
+  EXPECT_EQ(fate_here(closed_answers()), "kept as it was, failing");
+  EXPECT_NE(failure().find(";;;8;;;attempt to write a readonly database"), std::string::npos)
+      << failure();
+  EXPECT_TRUE(fs::is_directory(folder.file("corvan-shm")));
+}
+
+// The store with a transaction half written into its file, and what undoes it in "-journal".
+Files store_with_hot_journal() {
+  const TemporaryFolder folder;
+  write_files(folder.path(), closed_store());
+  plant(folder.file("corvan"), "pragma journal_mode=delete");
+  sqlite3* db = nullptr;
+  sqlite3_open(folder.file("corvan").c_str(), &db);
+  // So few pages of memory that the others are written before the end of the transaction.
+  sqlite3_exec(db, "pragma cache_size=5; begin; update t_message set content='torn'", nullptr,
+               nullptr, nullptr);
+  Files files = read_files(folder.path());
+  sqlite3_close_v2(db);
+  if (files[""].find("torn") == std::string::npos) throw std::runtime_error("nothing was written");
+  return files;
+}
+
+TEST_F(FileKinds, HotJournalOfAnotherModeIsRolledBack) {
+  write_files(folder.path(), store_with_hot_journal());
+  EXPECT_EQ(fate_here(closed_answers()), kWorks);
+  EXPECT_FALSE(file_exists(folder.file("corvan-journal")));
+}
+
+TEST_F(FileKinds, JournalOfNoiseIsIgnored) {
+  Random random(1);
+  EXPECT_EQ(
+      fate_of({{"", closed_store().at("")}, {"-journal", random.bytes(20000)}}, closed_answers()),
+      kWorks);
+  EXPECT_EQ(fate_of({{"-journal", random.bytes(20000)}}, {answers_of({}), true}), kWorks);
+}
+
+// ---- Without the rights to write ----------------------------------------------------------------
+
+// Files that only others may write, or may not write or delete.
+class WithoutRights : public FileKinds {
+ protected:
+  void SetUp() override {
+    const Ended ended = in_child([](Outcome& outcome) {
+      if (!become_nobody()) complain(outcome, "root");
+    });
+    if (*ended.outcome.complaint.data() != '\0') GTEST_SKIP() << "root can be no other user here";
+  }
+  void TearDown() override { fs::permissions(folder.path(), fs::perms::owner_all); }
+
+  void lay(const Files& files, fs::perms folder_rights) const {
+    write_files(folder.path(), files);
+    write_file(folder.file("old"), other_store().at(""));
+    for (const auto& entry : fs::directory_iterator(folder.path())) {
+      fs::permissions(entry.path(), fs::perms(0444));
+    }
+    fs::permissions(folder.path(), folder_rights);
+  }
+  static constexpr auto kFolderOfAll = fs::perms(0777);
+  static constexpr auto kFolderToRead = fs::perms(0555);
+
+  Ended examined_by_nobody(const Expected& expected) const {
+    return in_child([&](Outcome& outcome) {
+      if (!become_nobody()) return complain(outcome, "root");
+      examine(folder.path(), expected, outcome);
+    });
+  }
+};
+
+TEST_F(WithoutRights, FileToReadIsReadAndKept) {
+  Expected expected = closed_answers();
+  lay(closed_store(), kFolderOfAll);
+  EXPECT_EQ(fate(examined_by_nobody(expected)), "kept as it was, failing");
+}
+
+TEST_F(WithoutRights, FileInAFolderToReadIsKept) {
+  Expected expected = closed_answers();
+  lay(closed_store(), kFolderToRead);
+  EXPECT_EQ(fate(examined_by_nobody(expected)), "kept as it was, failing");
+}
+
+TEST_F(WithoutRights, NoFileInAFolderToReadFailsToOpen) {
+  lay({}, kFolderToRead);
+  EXPECT_EQ(fate(examined_by_nobody({})), "not opened");
+}
+
+// The folder's rights decide, not the file's.
+TEST_F(WithoutRights, DamagedFileToReadIsDeleted) {
+  lay({{"", std::string(2 * kPage, 'x')}}, kFolderOfAll);
+  EXPECT_EQ(fate(examined_by_nobody({})), kDeleted);
+}
+
+TEST_F(WithoutRights, DamagedFileInAFolderToReadIsKept) {
+  lay({{"", std::string(2 * kPage, 'x')}}, kFolderToRead);
+  Expected expected;
+  expected.can_unlink = false;
+  EXPECT_EQ(fate(examined_by_nobody(expected)), "kept as it was, failing");
+}
+
+}  // namespace
+}  // namespace corvan_test

@@ -1,0 +1,22 @@
+// The kinds of damage that strike at random.
+
+#ifndef TESTS_DAMAGE_KINDS_H_
+#define TESTS_DAMAGE_KINDS_H_
+
+#include <vector>
+
+#include "tests/damage/files.h"
+
+namespace corvan_test {
+
+struct DamageKind {
+  const char* name;
+  bool crashed;  // strikes crashed_store(), else closed_store()
+  void (*strike)(Files& files, Random& random);
+};
+
+const std::vector<DamageKind>& damage_kinds();
+
+}  // namespace corvan_test
+
+#endif  // TESTS_DAMAGE_KINDS_H_

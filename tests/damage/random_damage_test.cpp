@@ -1,0 +1,200 @@
+// Damage that strikes at random. The number of the seed chooses the kind, too, so that one point is
+// replayed with CORVAN_DAMAGE_SEED and CORVAN_DAMAGE_POINTS=1; "-wal" alone has numbers of SQLite's
+// own choice in it, which differ from run to run.
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/damage/child.h"
+#include "tests/damage/examination.h"
+#include "tests/damage/files.h"
+#include "tests/damage/kinds.h"
+#include "tests/support/bounds.h"
+#include "tests/support/sqlite_ledger.h"
+#include "tests/support/temporary_folder.h"
+
+namespace corvan_test {
+namespace {
+
+// What became of the files of one kind of damage. Each is in one column, but for `found`.
+struct Counts {
+  uint64_t tried = 0;
+  uint64_t deleted = 0;
+  uint64_t wrong = 0;   // other rows were read than stored before any failure was logged
+  uint64_t failed = 0;  // the file was kept, operations failed
+  uint64_t found = 0;   // of those, files that check_integrity() calls damaged
+  uint64_t unharmed = 0;
+  uint64_t aborted = 0;
+};
+
+void count(Counts& counts, const Ended& ended) {
+  const Outcome& outcome = ended.outcome;
+  ++counts.tried;
+  if (!ended.otherwise.empty()) {
+    ++counts.aborted;
+  } else if (outcome.deleted) {
+    ++counts.deleted;
+  } else if (outcome.wrong) {
+    ++counts.wrong;
+    counts.found += outcome.found ? 1 : 0;
+  } else if (outcome.failed) {
+    ++counts.failed;
+  } else {
+    ++counts.unharmed;
+  }
+}
+
+void print_row(const std::string& name, const Counts& counts) {
+  std::cout << "| " << name << " | " << counts.tried << " | " << counts.deleted << " | "
+            << counts.failed << " | " << counts.wrong << " | " << counts.found << " | "
+            << counts.unharmed << " | " << counts.aborted << " |\n";
+}
+
+void print_table(const std::vector<Counts>& counts) {
+  std::cout << "| Damage | tried | deleted | failed | wrong rows possible | of these found by "
+               "check_integrity | unharmed | aborted |\n|---|---|---|---|---|---|---|---|\n";
+  for (std::size_t i = 0; i < counts.size(); ++i) print_row(damage_kinds()[i].name, counts[i]);
+}
+
+class RandomDamage : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { prefer_memory(); }
+
+  RandomDamage()
+      : closed_{answers_of(closed_store()), true}, crashed_{answers_of(crashed_store()), true} {
+    other_store();
+  }
+
+  void try_point(uint64_t seed) {
+    const std::size_t kind = seed % damage_kinds().size();
+    const Ended ended = strike(damage_kinds()[kind], seed);
+    count(counts_[kind], ended);
+    ++tally_.points;
+    if (!ended.otherwise.empty()) ++tally_.aborted;
+    const std::string complaint = ended.outcome.complaint.data();
+    if (complaint.find("without damage met") != std::string::npos) ++tally_.lost;
+    EXPECT_EQ(ended.otherwise + complaint, "")
+        << "CORVAN_DAMAGE_SEED=" << seed << " CORVAN_DAMAGE_POINTS=1, "
+        << damage_kinds()[kind].name;
+  }
+
+  Tally tally_;
+  std::vector<Counts> counts_{damage_kinds().size()};
+
+ private:
+  Ended strike(const DamageKind& kind, uint64_t seed) {
+    const TemporaryFolder folder;
+    Random random(seed);
+    const Files& sound = kind.crashed ? crashed_store() : closed_store();
+    Files files = sound;
+    kind.strike(files, random);
+    if (files != sound) ++tally_.faults;
+    write_files(folder.path(), files);
+    const Expected& expected = kind.crashed ? crashed_ : closed_;
+    return in_child([&](Outcome& outcome) { examine(folder.path(), expected, outcome); });
+  }
+
+  Expected closed_;
+  Expected crashed_;
+};
+
+TEST_F(RandomDamage, DeletesOnlyWhatIsFoundDamagedAtAPrepare) {
+  const uint64_t first = setting("CORVAN_DAMAGE_SEED", 1);
+  const uint64_t points = bound("CORVAN_DAMAGE_POINTS", 88, 1100);
+  const TimeLimit limit;
+  uint64_t seed = first;
+  while (seed < first + points || (limit.given() && !limit.passed())) try_point(seed++);
+  print_table(counts_);
+  print("damage", tally_);
+}
+
+// What the table counts as harm is none of the sweep's own doing.
+TEST_F(RandomDamage, SoundFilesAreUnharmed) {
+  for (const Files* files : {&closed_store(), &crashed_store()}) {
+    const TemporaryFolder folder;
+    write_files(folder.path(), *files);
+    const Expected expected{answers_of(*files), true};
+    const Ended ended =
+        in_child([&](Outcome& outcome) { examine(folder.path(), expected, outcome); });
+    EXPECT_EQ(ended.otherwise + ended.outcome.complaint.data(), "");
+    EXPECT_TRUE(ended.outcome.opened);
+    EXPECT_TRUE(ended.outcome.changed);
+    EXPECT_FALSE(ended.outcome.deleted);
+    EXPECT_STREQ(ended.outcome.failure.data(), "");
+    EXPECT_FALSE(ended.outcome.wrong);
+    EXPECT_FALSE(ended.outcome.found);
+  }
+}
+
+// ---- That the checks see what they look for -----------------------------------------------------
+
+class DamageChecks : public RandomDamage {
+ protected:
+  // The complaint about a sound file when `watcher` sees each statement.
+  static std::string complaint(PrepareWatcher watcher) {
+    const TemporaryFolder folder;
+    write_files(folder.path(), closed_store());
+    watched_file = folder.file("corvan");
+    const Ended ended = in_child([&](Outcome& outcome) {
+      watch_prepares(watcher);
+      examine(folder.path(), {}, outcome);
+    });
+    return ended.otherwise + ended.outcome.complaint.data();
+  }
+
+  // A statement that the sweep has once.
+  static bool is_check(const char* sql) { return std::strcmp(sql, "pragma integrity_check;") == 0; }
+
+  static inline std::string watched_file;
+};
+
+TEST_F(DamageChecks, ProcessThatDiesIsSeen) {
+  EXPECT_EQ(complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
+              if (is_check(sql)) std::raise(SIGKILL);
+            }),
+            "killed by signal 9 in check_integrity");
+}
+
+TEST_F(DamageChecks, ProcessThatExitsWithACodeIsSeen) {
+  EXPECT_EQ(complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
+              if (is_check(sql)) _exit(23);
+            }),
+            "exit code 23 in check_integrity");
+}
+
+TEST_F(DamageChecks, DeletionWithoutAReasonIsSeen) {
+  const std::string text = complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
+    if (is_check(sql)) unlink(watched_file.c_str());
+  });
+  EXPECT_EQ(text.rfind("check_integrity: deleted the file without damage met at a prepare\n", 0),
+            0U)
+      << text;
+}
+
+TEST_F(DamageChecks, TransactionLeftOpenIsSeen) {
+  const std::string text = complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
+    if (is_check(sql)) sqlite3_exec(store_connection(), "begin", nullptr, nullptr, nullptr);
+  });
+  EXPECT_EQ(text.rfind("check_integrity: left a transaction open\n", 0), 0U) << text;
+}
+
+TEST_F(DamageChecks, StatementLeftOpenIsSeen) {
+  static sqlite3_stmt* left = nullptr;  // until the next one is prepared
+  const std::string text = complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
+    sqlite3_finalize(std::exchange(left, nullptr));
+    if (is_check(sql)) sqlite3_prepare_v3(store_connection(), "select 1", -1, 0, &left, nullptr);
+  });
+  EXPECT_EQ(text, "check_integrity: left a statement open\n");
+}
+
+}  // namespace
+}  // namespace corvan_test
