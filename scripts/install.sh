@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the named purposes need and this machine lacks; says which.
-# Never removes a package. Usage: install.sh build|tools|tests|bench|lint...
+# Never removes a package. Usage: install.sh build|tools|tests|bench|fuzz|coverage|lint...
 set -euo pipefail
 
 packages=()
@@ -13,6 +13,8 @@ for purpose in "$@"; do
       packages+=(libbenchmark-dev nlohmann-json3-dev valgrind gnuplot-nox jq)
       packages+=(libsqlitecpp-dev libsoci-dev libsoci-sqlite3-4.0 liblmdb-dev libleveldb-dev)
       ;;
+    fuzz) packages+=(clang libclang-rt-dev) ;;
+    coverage) packages+=(clang libclang-rt-dev llvm jq) ;;
     lint) packages+=(git clang clang-format clang-tidy) ;;
     *)
       echo "install.sh: unknown purpose: $purpose" >&2

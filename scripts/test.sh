@@ -1,8 +1,23 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds with warnings as errors and runs all tests, plainly and under the
-# address, undefined-behaviour and leak checkers.
+# Installs what is missing, builds with warnings as errors and runs all tests plainly, and all but the
+# longest under the address, undefined-behaviour and leak checkers.
+#
+# Usage: test.sh [--thorough]
+#   --thorough  all tests in both; the suites that try the store at random or point by point go
+#               further, the one against the model under the checkers, the others plainly; the threads
+#               also run under the checker of data races
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+thorough=
+case "${1:-}" in
+  "") ;;
+  --thorough) thorough=yes ;;
+  *)
+    echo "test.sh: unknown option: $1; usage: test.sh [--thorough]" >&2
+    exit 2
+    ;;
+esac
 
 if [ -e build ] && [ ! -w build ]; then
   echo "test.sh: $PWD/build: belongs to somebody else; remove it or make it writable" >&2
@@ -11,9 +26,21 @@ fi
 bash scripts/install.sh build tools tests
 for preset in debug asan; do
   cmake --preset "$preset"
-  cmake --build --preset "$preset"
+  cmake --build --preset "$preset" --target all ${thorough:+long_tests}
 done
-for preset in debug asan; do
-  echo "== tests, $preset =="
-  ctest --preset "$preset"
-done
+if [ -z "$thorough" ]; then
+  echo "== tests, debug =="
+  ctest --preset debug
+  echo "== tests, asan, but for the longest =="
+  ctest --preset asan -LE long
+  exit
+fi
+
+echo "== tests, debug, every point =="
+CORVAN_BOUNDS=thorough CORVAN_MODEL_SEQUENCES=300 ctest --preset debug
+echo "== tests, asan, 5,000 sequences of operations =="
+CORVAN_MODEL_SEQUENCES=5000 ctest --preset asan
+echo "== threads, tsan =="
+cmake --preset tsan
+cmake --build --preset tsan --target threads_test
+CORVAN_BOUNDS=thorough ctest --preset tsan -R threads_test

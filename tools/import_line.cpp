@@ -264,6 +264,8 @@ std::optional<std::string> LineParser::parse(std::string_view line, ImportMessag
   message.server_uid.clear();
   LineReader reader(message, unknown_keys_, met_);
   if (!Json::sax_parse(line.begin(), line.end(), &reader)) return reader.error();
+  const std::size_t zero = line.find('\0');  // behind the object: the lexer stops at it
+  if (zero != std::string_view::npos) return "not valid JSON at byte " + std::to_string(zero + 1);
   const Field missing = reader.missing();
   if (missing == kNoField) return std::nullopt;
   return std::string("field \"") + kFields.at(missing).name + "\": missing";

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iostream>
 #include <mutex>
+#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -125,6 +126,18 @@ TEST_F(LogMessage, EmptySinkBringsStandardErrorBack) {
   cvrtc::LogMessage(cvrtc::LS_WARNING).stream() << "to standard error";
   EXPECT_EQ(lines_, Lines{"3 to the sink"});
   EXPECT_EQ(error.text(), "to standard error\n");
+}
+
+TEST_F(LogMessage, LineThatItsSinkHasNoMemoryForIsLostAlone) {
+  bool memory = false;
+  cvrtc::LogMessage::SetSink([&](cvrtc::LoggingSeverity, const std::string& text) {
+    if (!memory) throw std::bad_alloc();
+    lines_.push_back(text);
+  });
+  cvrtc::LogMessage(cvrtc::LS_WARNING).stream() << "lost";
+  memory = true;
+  cvrtc::LogMessage(cvrtc::LS_WARNING).stream() << "kept";
+  EXPECT_EQ(lines_, Lines{"kept"});
 }
 
 TEST_F(LogMessage, NumbersAreNotGroupedWhateverTheGlobalLocale) {

@@ -82,6 +82,12 @@ TEST_F(DeleteMessage, IdsAbove32BitsAreDeletedWhole) {
   EXPECT_EQ(rows(kIds), Rows{"5"});
 }
 
+TEST_F(DeleteMessage, LargestIdThereIsIsDeleted) {
+  plant("insert into t_message(id) values(5),(9223372036854775807)");
+  EXPECT_TRUE(store().delete_message(Ids{9223372036854775807}));
+  EXPECT_EQ(rows(kIds), Rows{"5"});
+}
+
 TEST_F(DeleteMessage, TwoUnreadMessagesAreTakenOffInOneStatement) {
   for (const int64_t time : {100, 200, 300}) save(NewMessage().at(time));
   take_ledger();
@@ -134,6 +140,14 @@ TEST_F(DeleteMessage, EachConversationLosesItsOwnUnreadMessages) {
   save(NewMessage().in("c", CV_GROUP).at(100));
   EXPECT_TRUE(store().delete_message(Ids{1, 3, 4}));
   EXPECT_EQ(rows(kSessions), (Rows{"a|200|2|1|0", "b|200|-1|0|0", "c|100|5|1|0"}));
+}
+
+TEST_F(DeleteMessage, ReadMentionsOfAConversationDoNotKeepTheUnreadOfTheNext) {
+  save(NewMessage().in("a", CV_GROUP).at(100).mention());
+  plant("update t_message set read_status=1");
+  save(NewMessage().in("b", CV_GROUP).at(100));
+  EXPECT_TRUE(store().delete_message(Ids{1, 2}));
+  EXPECT_EQ(rows(kSessions), (Rows{"a|100|-1|1|1", "b|100|-1|0|0"}));
 }
 
 TEST_F(DeleteMessage, ConversationThatComesUpTwiceIsLoweredByEachShare) {
@@ -259,6 +273,19 @@ TEST_F(DeleteMessage, DeletionIsKeptWhenTheBookkeepingFails) {
   EXPECT_EQ(log.take().size(), 4U);  // the counters and the newest message, two lines each
 }
 
+TEST_F(DeleteMessage, DeletionIsKeptWhenTheNewestLeftCannotBeRead) {
+  save(NewMessage().at(100));
+  plant("update t_session set session_time=900");
+  plant(
+      "drop table t_message; create table t_message(id integer); insert into t_message values(1)");
+  ASSERT_FALSE(store().is_table_exist("t_missing"));  // reads the schema anew
+  EXPECT_TRUE(store().delete_message(Ids{1}));
+  EXPECT_EQ(rows(kIds), Rows{});
+  EXPECT_EQ(rows(kSessions), Rows{"room|900|1|1|0"});
+  EXPECT_EQ(log.take(), (Rows{prepare_failed("no such column: session_id"),
+                              prepare_failed("no such column: sent_time")}));
+}
+
 TEST_F(DeleteMessage, DeletionIsKeptWhenTheConversationsAreGone) {
   save(NewMessage());
   store().execute_none_query("drop table t_session");
@@ -357,6 +384,18 @@ TEST_F(DeleteMessage, RefusedDeletionByUidDoesNotRefresh) {
   store().delete_message("room", CV_GROUP, Uids{"u1"});
   EXPECT_EQ(rows(kSessions), Rows{"room|900|77|1|0"});
   EXPECT_EQ(log.take(), run_refused());
+}
+
+TEST_F(DeleteMessage, DeletionByUidDoesNotRefreshWhenTheNewestLeftCannotBeRead) {
+  save(NewMessage().at(100));
+  plant("update t_session set session_time=900,latest_id=77");
+  plant(
+      "drop table t_message; create table t_message(server_uid text);"
+      "insert into t_message values('u1'),('u2')");
+  store().delete_message("room", CV_GROUP, Uids{"u1"});
+  EXPECT_EQ(rows("select server_uid from t_message"), Rows{"u2"});
+  EXPECT_EQ(rows(kSessions), Rows{"room|900|77|1|0"});
+  EXPECT_EQ(log.take(), Rows{prepare_failed("no such column: id")});
 }
 
 // ---- Clearing a conversation --------------------------------------------------------------------

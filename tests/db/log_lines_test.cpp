@@ -1,6 +1,8 @@
 // The log lines of the operations: exact text, severity and order, and silence when the logger does
 // not accept the severity.
 
+#include <sqlite3.h>
+
 #include "tests/support/failures.h"
 #include "tests/support/grouping_locale.h"
 #include "tests/support/store_test.h"
@@ -125,6 +127,16 @@ TEST_F(LogLines, HistoryPage) {
                                   "'room' and session_type=2 and sent_time<201" + tail + "5",
                               "2 " + kHistory + "step(stmt): SQLITE_ROW msg_id_=2p.is_receive_0",
                               "2 " + kHistory + "step(stmt): SQLITE_ROW msg_id_=1p.is_receive_1"}));
+}
+
+TEST_F(LogLines, HistoryPageWhoseValuesMakeItsTextTooLong) {
+  const std::string id(300, 'x');
+  sqlite3_limit(store_connection(), SQLITE_LIMIT_LENGTH, 400);
+  std::vector<MessageResponse> page;
+  EXPECT_FALSE(
+      store().get_history_message_by_object_name(id, Corvan::CV_GROUP, {}, 0, 5, page, true));
+  EXPECT_EQ(log.take().back(),
+            "2 " + kHistory + "session_id: " + id + "session_type: 2search_time: 1sqlStr: ");
 }
 
 TEST_F(LogLines, UnreadCountOfConversation) {

@@ -856,6 +856,14 @@ TEST_F(SaveMessage, BatchTestLeavesElementsWithoutAMatch) {
   EXPECT_EQ(values[1].server_uid_old_, "kept");
 }
 
+TEST_F(SaveMessage, BatchTestGoesOnAfterAnElementWithoutAMatch) {
+  save(NewMessage().own(5));
+  std::vector<UpdateValue> values = {key_of(9), key_of(5)};
+  EXPECT_TRUE(store().is_message_exist(values));
+  EXPECT_EQ(values[0].msg_id_, -1);
+  EXPECT_EQ(values[1].msg_id_, 1);
+}
+
 TEST_F(SaveMessage, BatchTestWithoutAnyMatchIsFalse) {
   save(NewMessage().own(5));
   std::vector<UpdateValue> values = {key_of(6)};

@@ -148,6 +148,15 @@ TEST_F(SessionRows, FailedDraftIsReported) {
   EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
 }
 
+TEST_F(SessionRows, DraftThatCannotBePreparedFails) {
+  plant(
+      "drop table t_session; create table t_session(session_id text,session_type integer);"
+      "insert into t_session values('room',2)");
+  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, "to do"));
+  EXPECT_FALSE(store().set_message_draft("room", CV_GROUP, ""));
+  EXPECT_EQ(log.take(), Rows(2, prepare_failed("no such column: draft")));
+}
+
 TEST_F(SessionRows, DraftGetterFailsAlways) {
   plant_room(7);
   ASSERT_TRUE(store().set_message_draft("room", CV_GROUP, "to do"));

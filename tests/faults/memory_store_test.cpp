@@ -127,6 +127,23 @@ TEST_F(MemoryEndsInStore, NothingOpensWithoutMemoryToStartTheLibrary) {
   log.take();
 }
 
+// The line of the failed prepare is lost; all else is done.
+TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLine) {
+  store().close_db();
+  write_file(file(), std::string(8192, 'x'));
+  ASSERT_EQ(store().open_db(), SQLITE_OK);
+  const std::string query = "select 1 from t_sync";
+  int32_t code = 0;
+  arm_memory(Memory::kOwn, 1, true);
+  EXPECT_NO_THROW(EXPECT_EQ(store().prepare_sql(query, code), nullptr));
+  disarm_memory();
+  EXPECT_EQ(failed_allocations(), 1U);
+  EXPECT_EQ(code, SQLITE_NOTADB);
+  EXPECT_EQ(store_connection(), nullptr);
+  EXPECT_FALSE(file_exists(file()));
+  EXPECT_EQ(log.take(), Rows{});
+}
+
 class MemoryEndsInOpening : public StoreTest {
  protected:
   // A new file, whose opening std::bad_alloc left when it came to the schema.

@@ -216,6 +216,11 @@ TEST_F(ImportLineTest, BrokenJsonIsRefused) {
     EXPECT_NE(found.find("not valid JSON at byte "), std::string::npos) << text;
   }
   EXPECT_EQ(error(good + " x").find("not valid JSON at byte "), 0U) << "in no field";
+  // A zero byte does not end a line: what follows it is not dropped.
+  const std::string zero(1, '\0');
+  const std::string place = "not valid JSON at byte " + std::to_string(good.size() + 1);
+  EXPECT_EQ(error(good + zero), place);
+  EXPECT_EQ(error(good + zero + good), place);
   // Every beginning of a line is refused.
   for (std::size_t size = 0; size < good.size(); ++size) {
     EXPECT_NE(error(good.substr(0, size)), "") << size;

@@ -1,0 +1,84 @@
+#!/usr/bin/env bash
+# Runs the suites that try the store at random or point by point in their long forms, for SECONDS in
+# all, each suite its share, with a seed of its own for every run (CORVAN_SOAK_SEED sets it). Prints
+# one line a suite: points tried, faults injected, lost, aborted. Fails when a suite does, or when
+# anything was lost or aborted; what it said is in build/soak/SUITE.log, which names seeds.
+#
+# Usage: soak.sh SECONDS [SUITE...]
+#   SUITE  only these: model faults power memory kill damage threads fuzz
+# The time is for running; what is not built yet is built first. A suite that tries every point ends
+# when it has, be it sooner or later.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+usage="usage: soak.sh SECONDS [SUITE...]"
+seconds=${1:-}
+if ! [[ $seconds =~ ^[1-9][0-9]{0,6}$ ]]; then
+  echo "soak.sh: not a number of seconds: '$seconds'; $usage" >&2
+  exit 2
+fi
+shift
+all=(model faults power memory kill damage threads fuzz)
+for name in "$@"; do
+  if [[ " ${all[*]} " != *" $name "* ]]; then
+    echo "soak.sh: no suite is called $name; there are: ${all[*]}" >&2
+    exit 2
+  fi
+done
+suites=("$@")
+[ ${#suites[@]} -gt 0 ] || suites=("${all[@]}")
+share=$(((seconds + ${#suites[@]} - 1) / ${#suites[@]}))
+
+# The threads run under the checker of data races, the rest as quick as can be.
+preset_of() {
+  if [ "$1" = threads ]; then echo tsan; else echo release; fi
+}
+program_of() {
+  case "$1" in
+    faults) echo tests/faults/fault_test ;;
+    power | memory) echo "tests/faults/$1_test" ;;
+    *) echo "tests/$1/$1_test" ;;
+  esac
+}
+
+bash scripts/install.sh build tools tests
+out=build/soak
+mkdir -p "$out"
+for suite in "${suites[@]}"; do
+  [ "$suite" != fuzz ] || continue
+  preset=$(preset_of "$suite")
+  {
+    cmake --preset "$preset"
+    cmake --build --preset "$preset" --target "${suite/faults/fault}_test"
+  } >"$out/build.log" 2>&1 || { cat "$out/build.log" >&2; exit 1; }
+done
+
+seed=${CORVAN_SOAK_SEED:-$(date +%s)}
+echo "seed $seed, $share s for each of ${#suites[@]} suites"
+export CORVAN_BOUNDS=thorough CORVAN_SECONDS=$share
+for variable in MODEL FAULT POWER MEMORY KILL DAMAGE THREADS; do
+  export "CORVAN_${variable}_SEED=$seed"
+done
+
+failed=
+for suite in "${suites[@]}"; do
+  log=$out/$suite.log
+  status=0
+  if [ "$suite" = fuzz ]; then
+    bash scripts/fuzz.sh $(((share + 1) / 2)) >"$log" 2>&1 || status=$?
+    sed -n 's/^\(operations\|import\): \([0-9]*\) runs.* \([0-9]*\) crashes$/fuzz of \1: points tried \2, faults injected 0, lost 0, aborted \3/p' "$log"
+  else
+    "build/$(preset_of "$suite")/$(program_of "$suite")" >"$log" 2>&1 || status=$?
+    # A suite of several tests prints a line for each of them.
+    sum=$(sed -n 's/^\[ tally \] .*: points tried \([0-9]*\), faults injected \([0-9]*\), lost \([0-9]*\), aborted \([0-9]*\)$/\1 \2 \3 \4/p' "$log" |
+      awk '{ p += $1; f += $2; l += $3; a += $4 }
+           END { printf "points tried %d, faults injected %d, lost %d, aborted %d", p, f, l, a }')
+    echo "$suite: $sum"
+    [[ $sum == *"lost 0, aborted 0" ]] || status=1
+  fi
+  if [ "$status" != 0 ]; then
+    failed=yes
+    echo "soak.sh: $suite failed: see $log" >&2
+  fi
+done
+[ -z "$failed" ]
