@@ -230,7 +230,7 @@ class FaultTest : public testing::Test {
 class EveryFault : public FaultTest, public testing::WithParamInterface<Failure> {};
 
 TEST_P(EveryFault, LosesNothingAcknowledged) {
-  const uint64_t share = bound("CORVAN_FAULT_SHARE", 5, 1);
+  const uint64_t share = bound("CORVAN_FAULT_SHARE", 8, 1);
   std::mt19937_64 random(setting("CORVAN_FAULT_SEED", 1));
   for (const Operation& operation : scene_.operations()) {
     const uint64_t calls = calls_of(operation, GetParam());
