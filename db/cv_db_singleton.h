@@ -147,9 +147,9 @@ class CvDbSingleton {
   // Begins a transaction; false when one is open already, which stays open.
   bool start_transaction();
 
-  // Commits. When that fails the transaction is rolled back and the answer is false. One that SQLite
-  // can do neither with, as when its memory ends, stays open: what follows joins it until the next
-  // commit or until the store is closed.
+  // Commits. When that fails the transaction is rolled back and the answer is false. One that
+  // SQLite can do neither with, as when its memory ends, stays open: what follows joins it until
+  // the next commit or until the store is closed.
   bool commit_transaction();
 
   // Moves the user's mark of received (`is_receive`) or sent messages forward to `sync_time`.
