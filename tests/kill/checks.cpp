@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "tests/model/row_text.h"
 #include "tests/support/clock.h"
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
@@ -34,40 +35,16 @@ constexpr const char* kEverything =
     "select user_id,receive_time,sent_time from t_sync order by user_id;"
     "select name,seq from sqlite_sequence where seq>0";
 
-void add_column(std::string& row, const std::string& value) {
-  row += "|" + value;
-}
-void add_column(std::string& row, int64_t value) {
-  row += "|" + std::to_string(value);
-}
-
-template <typename... Columns>
-std::string row_of(const std::string& first, const Columns&... columns) {
-  std::string row = first;
-  (add_column(row, columns), ...);
-  return row;
-}
-
 // What kEverything must give.
 Rows everything(const Tables& tables) {
   Rows rows{"versions|1", "1"};
-  for (const auto& [id, m] : tables.messages) {
-    rows.push_back(row_of(std::to_string(id), m.session_id, m.session_type, m.object_name,
-                          m.content, m.sender, m.direction, m.sent_status, m.read_status,
-                          m.is_mention, m.sent_time, m.client_uid, m.server_uid));
-  }
+  for (const auto& each : tables.messages) rows.push_back(row_text(each.second));
   std::vector<SessionRow> sessions = tables.sessions;
   std::sort(sessions.begin(), sessions.end(), [](const SessionRow& a, const SessionRow& b) {
     return std::tie(a.session_id, a.session_type) < std::tie(b.session_id, b.session_type);
   });
-  for (const SessionRow& s : sessions) {
-    rows.push_back(row_of(s.session_id, s.session_type, s.title, s.draft, s.is_top, s.session_time,
-                          s.unread_count, s.mention_count, s.silence, s.latest_id, s.read_time,
-                          s.receipt_time));
-  }
-  for (const auto& [user, s] : tables.syncs) {
-    rows.push_back(row_of(user, s.receive_time, s.sent_time));
-  }
+  for (const SessionRow& s : sessions) rows.push_back(row_text(s));
+  for (const auto& [user, s] : tables.syncs) rows.push_back(row_text(user, s));
   if (tables.largest_id > 0) rows.push_back(row_of("t_message", tables.largest_id));
   return rows;
 }

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "tests/model/operations.h"
+#include "tests/model/row_text.h"
 #include "tests/model/step.h"
 #include "tests/support/clock.h"
 #include "tests/support/sqlite_ledger.h"
@@ -19,35 +20,11 @@ namespace {
 
 using Rows = std::vector<std::string>;
 
-void add_column(std::string& row, const std::string& value) {
-  row += "|" + value;
-}
-void add_column(std::string& row, int64_t value) {
-  row += "|" + std::to_string(value);
-}
-
-template <typename... Columns>
-std::string row_of(const std::string& first, const Columns&... columns) {
-  std::string row = first;
-  (add_column(row, columns), ...);
-  return row;
-}
-
 Rows rows_of(const Tables& tables) {
   Rows rows;
-  for (const auto& [id, m] : tables.messages) {
-    rows.push_back(row_of(std::to_string(id), m.session_id, m.session_type, m.object_name,
-                          m.content, m.sender, m.direction, m.sent_status, m.read_status,
-                          m.is_mention, m.sent_time, m.client_uid, m.server_uid));
-  }
-  for (const SessionRow& s : tables.sessions) {
-    rows.push_back(row_of(s.session_id, s.session_type, s.title, s.draft, s.is_top, s.session_time,
-                          s.unread_count, s.mention_count, s.silence, s.latest_id, s.read_time,
-                          s.receipt_time));
-  }
-  for (const auto& [user, s] : tables.syncs) {
-    rows.push_back(row_of(user, s.receive_time, s.sent_time));
-  }
+  for (const auto& each : tables.messages) rows.push_back(row_text(each.second));
+  for (const SessionRow& s : tables.sessions) rows.push_back(row_text(s));
+  for (const auto& [user, s] : tables.syncs) rows.push_back(row_text(user, s));
   return rows;
 }
 
