@@ -271,7 +271,7 @@ TEST_F(KillTest, KeepsWhatWasAcknowledged) {
   const TimeLimit limit;
   const Tally& tally = statistics.tally;
   kill_while(setting("CORVAN_KILL_SEED", 1),
-             [&] { return tally.points < cycles || (limit.given() && !limit.passed()); });
+             [&] { return limit.given() ? !limit.passed() : tally.points < cycles; });
   if (HasFailure()) return;
 
   // Few cycles may miss something; enough of them go on until nothing is missing.
