@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <iostream>
-#include <nlohmann/json.hpp>
+#include <limits>
 #include <optional>
 #include <sstream>
 #include <utility>
 
 #include "base/cv_utils.h"
+#include "tools/command_line.h"
+#include "tools/json_output.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
 #include "tools/store_copy.h"
@@ -21,7 +23,6 @@ namespace {
 using Corvan::MessageResponse;
 using Corvan::SessionInfo;
 using Corvan::SessionType;
-using Json = nlohmann::ordered_json;
 
 // A store's copy, open, and as the store itself is: messages that are being sent stay so although
 // opening a store marks them as failed.
@@ -52,10 +53,6 @@ class Look {
   std::optional<OpenStore> store_;
 };
 
-void print_json(const Json& value) {
-  std::cout << value.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
-}
-
 // What list, history and show have in common; a message of the list has no time of its own.
 Json message_json(const MessageResponse& m, bool with_time) {
   Json json = {
@@ -82,6 +79,35 @@ std::string state_text(const MessageResponse& m) {
 std::vector<SessionType> kinds_or_all(const std::vector<SessionType>& kinds) {
   return kinds.empty() ? all_kinds() : kinds;
 }
+
+constexpr const char* kListKeys =
+    "With --json: an array of objects with session_id, session_type (1 private, 2 group,\n"
+    "3 chat room, 4 reception, 5 system), title, draft, is_top, silence, unread_count,\n"
+    "mention_count, session_time, and message: null, or the latest message as in 'history'\n"
+    "without its sent_time.\n";
+
+constexpr const char* kHistoryKeys =
+    "The messages come oldest first. STATE is, of a received message, unread or read; of an own\n"
+    "one, sent, sending, failed or seen. Messages of the very time of the one given with --before\n"
+    "or --after are not shown.\n"
+    "With --json: an array of objects with msg_id, session_id, session_type, object_name, sender,\n"
+    "content, is_receive, read_status (0 unread, else read), sent_status (0 sent, 1 being sent,\n"
+    "2 failed, 3 seen), server_uid, sent_time (milliseconds since the Unix epoch).\n"
+    "Exit status 1 when there are no such messages.\n";
+
+constexpr const char* kUnreadKeys =
+    "NOT MUTED leaves out the conversations whose notifications are off.\n"
+    "With --json: an object with one member a kind, and \"all\"; each holds unread_count,\n"
+    "unmuted_unread_count and mention_count.\n";
+
+constexpr const char* kShowKeys =
+    "With --json: an object with the keys of 'history' and is_mention and client_uid, or null.\n"
+    "Exit status 1 when there is no such message.\n";
+
+constexpr const char* kCheckKeys =
+    "Prints \"ok\", or what SQLite's integrity check found.\n"
+    "With --json: an object with ok (true or false) and result (the text).\n"
+    "Exit status 1 when the store is damaged.\n";
 
 }  // namespace
 
@@ -299,6 +325,52 @@ int run_check(const CheckOptions& options) {
     for (std::string line; std::getline(findings, line);) std::cout << printable(line) << '\n';
   }
   return sound ? kOk : kNegative;
+}
+
+void add_look(CommandLine& line) {
+  const CLI::Validator any_limit = number_up_to(std::numeric_limits<int32_t>::max());
+  const CLI::Validator any_id = number_up_to(std::numeric_limits<int64_t>::max());
+
+  const auto [list, list_options] = line.add<ListOptions>(
+      "list", "Show the conversations, pinned first, then newest first", kListKeys, run_list);
+  add_kind(list, list_options.kinds, "only conversations of this kind, may be given again: ");
+  list->add_option("--limit", list_options.limit, "at most so many (default: all)")
+      ->check(any_limit)
+      ->option_text("N");
+
+  const auto [history, options] = line.add<HistoryOptions>(
+      "history", "Show messages of one conversation", kHistoryKeys, run_history);
+  history->add_option("SESSION", options.session_id, "the conversation's id")->required();
+  add_kind(history, options.kind, "its kind (required): ")->required();
+  CLI::Option* const before =
+      history->add_option("--before", options.before, "those before this message (default: newest)")
+          ->check(any_id)
+          ->option_text("ID");
+  history->add_option("--after", options.after, "those after this message")
+      ->check(any_id)
+      ->option_text("ID")
+      ->excludes(before);
+  history->add_option("--limit", options.limit, "at most so many (default 20)")
+      ->check(any_limit)
+      ->option_text("N");
+  history
+      ->add_option("--kind", options.object_names,
+                   "only messages of this kind, as CV:TxtMsg; may be given again")
+      ->check(not_empty())
+      ->allow_extra_args(false)
+      ->option_text("NAME");
+
+  const auto [unread, unread_options] = line.add<UnreadOptions>(
+      "unread", "Show the unread and mention counters", kUnreadKeys, run_unread);
+  add_kind(unread, unread_options.kinds, "only this kind, may be given again: ");
+
+  const auto [show, show_options] =
+      line.add<ShowOptions>("show", "Show one message", kShowKeys, run_show);
+  show->add_option("ID", show_options.id, "the message's id")->required()->check(any_id);
+}
+
+void add_check(CommandLine& line) {
+  line.add<CheckOptions>("check", "Check that the store's file is sound", kCheckKeys, run_check);
 }
 
 }  // namespace corvan_tool

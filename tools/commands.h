@@ -11,6 +11,8 @@
 
 namespace corvan_tool {
 
+class CommandLine;
+
 struct ListOptions {
   std::string folder;
   std::vector<Corvan::SessionType> kinds;  // none: all
@@ -52,6 +54,10 @@ int run_history(const HistoryOptions& options);
 int run_unread(const UnreadOptions& options);
 int run_show(const ShowOptions& options);
 int run_check(const CheckOptions& options);
+
+// Puts list, history, unread and show on the command line, and check.
+void add_look(CommandLine& line);
+void add_check(CommandLine& line);
 
 }  // namespace corvan_tool
 

@@ -5,7 +5,10 @@
 
 #include <sqlite3.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace corvan_tool {
 
@@ -22,35 +25,54 @@ class Connection {
   // Takes back a transaction that was not committed.
   ~Connection() { sqlite3_close_v2(db_); }
 
-  // Calls `read` with each row: SQLITE_DONE after the last one, else the code of the failure.
-  template <typename Read>
-  int each_row(const std::string& sql, const Read& read) const {
+  // Binds the arguments, integers and texts, from the first place on, and calls `read` with each
+  // row: SQLITE_DONE after the last one, else the code of the failure.
+  template <typename Read, typename... Arguments>
+  int each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
     if (opened_ != SQLITE_OK) return opened_;
     sqlite3_stmt* stmt = nullptr;
     int rc = sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr);
     if (rc != SQLITE_OK) return rc;
+    [[maybe_unused]] int place = 0;
+    (bind(stmt, ++place, arguments), ...);
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) read(stmt);
     sqlite3_finalize(stmt);
     return rc;
   }
 
   // SQLITE_DONE, or the code of the failure.
-  int run(const std::string& sql) const {
-    return each_row(sql, [](sqlite3_stmt* /*row*/) {});
+  template <typename... Arguments>
+  int run(const std::string& sql, const Arguments&... arguments) const {
+    return each_row(
+        sql, [](sqlite3_stmt* /*row*/) {}, arguments...);
   }
 
   // What went wrong last, in SQLite's words.
   std::string error() const { return sqlite3_errmsg(db_); }
 
+  // For what SQLite offers beyond statements. The connection stays this object's.
+  sqlite3* handle() const { return db_; }
+
  private:
+  static void bind(sqlite3_stmt* stmt, int place, int64_t value) {
+    sqlite3_bind_int64(stmt, place, value);
+  }
+  static void bind(sqlite3_stmt* stmt, int place, std::string_view text) {
+    // A null pointer would bind SQL NULL. The text outlives the statement: it is an argument.
+    sqlite3_bind_text64(stmt, place, text.data() == nullptr ? "" : text.data(), text.size(),
+                        SQLITE_STATIC, SQLITE_UTF8);
+  }
+
   sqlite3* db_ = nullptr;
   const int opened_;
 };
 
-// A column of a row; empty for SQL NULL.
+// A column of a row, whole even where it holds zero bytes; empty for SQL NULL.
 inline std::string text_at(sqlite3_stmt* row, int column) {
   const unsigned char* const text = sqlite3_column_text(row, column);
-  return text == nullptr ? "" : reinterpret_cast<const char*>(text);
+  if (text == nullptr) return "";
+  return {reinterpret_cast<const char*>(text),
+          static_cast<std::size_t>(sqlite3_column_bytes(row, column))};
 }
 
 }  // namespace corvan_tool

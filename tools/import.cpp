@@ -1,7 +1,5 @@
 #include "tools/import.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -13,13 +11,16 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <system_error>
 #include <utility>
 
+#include "tools/command_line.h"
 #include "tools/import_line.h"
+#include "tools/json_output.h"
+#include "tools/names.h"
 #include "tools/open_store.h"
+#include "tools/progress.h"
 #include "tools/store_copy.h"
 #include "tools/tool_error.h"
 
@@ -122,23 +123,23 @@ class Import {
     newest_id_ = read_newest_id(store);
     while (filled_ > 0) {
       save_batch(store);
-      show_progress(false);
+      progress_.show(counts_.lines());
       read_batch();
     }
   }
 
   // Writes what has been done so far, also after a failure.
   void report() {
-    show_progress(true);
+    progress_.clear();
     const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
     const double rate = seconds > 0 ? static_cast<double>(counts_.lines()) / seconds : 0;
     if (options_.json) {
-      const nlohmann::ordered_json result = {
+      const Json result = {
           {"stored", counts_.stored},   {"completed", counts_.completed},
           {"refused", counts_.refused}, {"bad", counts_.bad},
           {"seconds", seconds},         {"lines_per_second", rate},
       };
-      std::cout << result.dump(2) << '\n';
+      print_json(result);
       return;
     }
     std::array<char, 128> time = {};
@@ -169,7 +170,7 @@ class Import {
         continue;
       }
       if (!options_.skip_bad) throw ToolError(source_.place() + ": " + *error);
-      clear_progress();
+      progress_.clear();
       std::cerr << "corvan: " << source_.place() << ": " << *error << " (skipped)\n";
       ++counts_.bad;
     }
@@ -177,10 +178,10 @@ class Import {
 
   void name_unknown_keys() {
     for (; named_keys_ < parser_.unknown_keys().size(); ++named_keys_) {
-      clear_progress();
+      progress_.clear();
       std::cerr << "corvan: " << source_.place() << ": unknown key "
-                << nlohmann::json(parser_.unknown_keys()[named_keys_])
-                       .dump(-1, ' ', true, nlohmann::json::error_handler_t::replace)
+                << Json(parser_.unknown_keys()[named_keys_])
+                       .dump(-1, ' ', true, Json::error_handler_t::replace)
                 << " is passed over, here and further on\n";
     }
   }
@@ -235,21 +236,6 @@ class Import {
                     batch_[0].place + " on (at " + place + ")");
   }
 
-  void show_progress(bool last) {
-    if (!terminal_) return;
-    const Clock::time_point now = Clock::now();
-    if (last) {
-      clear_progress();
-    } else if (now - shown_ >= std::chrono::milliseconds(100)) {
-      shown_ = now;
-      std::cerr << "\r" << counts_.lines() << " lines" << std::flush;
-    }
-  }
-
-  void clear_progress() const {
-    if (terminal_) std::cerr << "\r\x1b[K" << std::flush;
-  }
-
   const ImportOptions& options_;
   LineSource source_;
   LineParser parser_;
@@ -259,10 +245,15 @@ class Import {
   std::size_t named_keys_ = 0;
   Counts counts_;
   int64_t newest_id_ = 0;
-  const bool terminal_ = isatty(STDERR_FILENO) != 0;
+  Progress progress_{"lines"};
   const Clock::time_point start_ = Clock::now();
-  Clock::time_point shown_ = start_;
 };
+
+constexpr const char* kImportResult =
+    "At the end it tells how many lines were stored as new messages, completed a message that was\n"
+    "there without a server_uid (found by client_uid and sender), were refused because their\n"
+    "message was there, and were bad.\n"
+    "With --json: an object with stored, completed, refused, bad, seconds and lines_per_second.\n";
 
 }  // namespace
 
@@ -276,6 +267,31 @@ int run_import(const ImportOptions& options) {
   }
   import.report();
   return kOk;
+}
+
+void add_import(CommandLine& line) {
+  const auto [command, options] =
+      line.add<ImportOptions>("import", "Save the messages of conversation logs (JSON Lines)",
+                              std::string(kImportKeys) + kImportResult, run_import);
+  command->get_option("FOLDER")->description("the store's folder, created when it is missing");
+  command->add_option("FILE", options.files, "the logs, in time order; - for standard input")
+      ->required();
+  command->add_option("--user", options.user, "the signed-in user's id (required)")
+      ->required()
+      ->check(not_empty())
+      ->option_text("ID");
+  command
+      ->add_option("--batch", options.batch_size,
+                   "lines checked and saved together, in one transaction (default 1000)")
+      ->check(number_up_to(1000000))
+      ->option_text("N");
+  command->add_flag("--history", options.history,
+                    "save as fetched history: a message not newer than its conversation leaves it");
+  command->add_flag("--insert-only", options.insert_only,
+                    "save without moving the conversations forward");
+  command->add_flag("--skip-bad", options.skip_bad,
+                    "name and count bad lines and go on; otherwise the first one ends the import, "
+                    "and nothing of its batch is saved");
 }
 
 }  // namespace corvan_tool

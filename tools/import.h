@@ -9,6 +9,8 @@
 
 namespace corvan_tool {
 
+class CommandLine;
+
 struct ImportOptions {
   std::string folder;
   std::string user;
@@ -23,6 +25,9 @@ struct ImportOptions {
 // Returns the exit status. Throws ToolError when a line is bad (unless bad lines are skipped) or
 // the store fails; whole batches saved before that stay, of the batch in hand nothing does.
 int run_import(const ImportOptions& options);
+
+// Puts the command on the command line.
+void add_import(CommandLine& line);
 
 }  // namespace corvan_tool
 

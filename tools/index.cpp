@@ -4,15 +4,16 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "base/cv_database.h"
+#include "tools/command_line.h"
 #include "tools/connection.h"
+#include "tools/json_output.h"
+#include "tools/names.h"
 #include "tools/open_store.h"
 #include "tools/store_copy.h"
 #include "tools/text_table.h"
@@ -23,7 +24,6 @@ namespace corvan_tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Json = nlohmann::ordered_json;
 
 struct Index {
   std::string name;
@@ -228,23 +228,6 @@ class Update {
   const std::string name_;
 };
 
-std::string size_text(int64_t bytes) {
-  std::array<char, 32> text = {};
-  const double kib = static_cast<double>(bytes) / 1024;
-  if (kib < 1024) {
-    std::snprintf(text.data(), text.size(), "%.0f KiB", kib);
-  } else {
-    std::snprintf(text.data(), text.size(), "%.1f MiB", kib / 1024);
-  }
-  return text.data();
-}
-
-std::string seconds_text(double seconds) {
-  std::array<char, 32> text = {};
-  std::snprintf(text.data(), text.size(), "%.2f", seconds);
-  return text.data();
-}
-
 void print_text(const Result& result, bool dry_run) {
   if (!result.changes.empty()) {
     TextTable table({{dry_run ? "WOULD BE" : "DONE"},
@@ -276,7 +259,7 @@ void print_text(const Result& result, bool dry_run) {
   std::cout << "; " << seconds_text(result.seconds) << " s\n";
 }
 
-void print_json(const Result& result, bool dry_run) {
+void print_result_json(const Result& result, bool dry_run) {
   Json json = {{"dry_run", dry_run}};
   for (const char* name : kActionNames) json[name] = Json::array();
   for (const Change& change : result.changes) {
@@ -291,8 +274,20 @@ void print_json(const Result& result, bool dry_run) {
   }
   json["kept"] = result.kept;
   json["seconds"] = result.seconds;
-  std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+  print_json(json);
 }
+
+constexpr const char* kIndexResult =
+    "A store keeps the indexes that it was made with. Those that a new store has are created where\n"
+    "they are missing and replaced where their statement differs. Of the others on the store's\n"
+    "tables, those named like the store's own, TABLE_..., are from an older set and are dropped;\n"
+    "any other name is somebody's own index: it is named and left unless --drop-others is given.\n"
+    "Tables and messages stay as they are. All is done in one transaction, or nothing. A client\n"
+    "may have the store open, but what it saves meanwhile fails. A store that is locked for two\n"
+    "seconds is an error.\n"
+    "With --json: an object with dry_run; created, replaced, dropped, left: arrays of objects with\n"
+    "name, table, sql, of created and replaced ones also seconds and bytes (null when unknown), of\n"
+    "replaced ones also old_sql; kept (a number) and seconds.\n";
 
 }  // namespace
 
@@ -314,11 +309,20 @@ int run_index(const IndexOptions& options) {
     result = Update(name, name).run(schema, options);
   }
   if (options.json) {
-    print_json(result, options.dry_run);
+    print_result_json(result, options.dry_run);
   } else {
     print_text(result, options.dry_run);
   }
   return kOk;
+}
+
+void add_index(CommandLine& line) {
+  const auto [command, options] = line.add<IndexOptions>(
+      "index", "Bring the store's indexes up to those of a new store", kIndexResult, run_index);
+  command->add_flag("--drop-others", options.drop_others,
+                    "drop also indexes that are not named like the store's own");
+  command->add_flag("--dry-run", options.dry_run,
+                    "only tell what would be done, tried on a temporary copy");
 }
 
 }  // namespace corvan_tool

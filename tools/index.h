@@ -7,6 +7,8 @@
 
 namespace corvan_tool {
 
+class CommandLine;
+
 struct IndexOptions {
   std::string folder;
   bool drop_others = false;
@@ -21,6 +23,9 @@ bool is_same_index(const std::string& one, const std::string& other);
 // Returns the exit status. Throws ToolError when the store cannot be read or written, is locked, or
 // lacks a column that an index needs; it then stays as it was.
 int run_index(const IndexOptions& options);
+
+// Puts the command on the command line.
+void add_index(CommandLine& line);
 
 }  // namespace corvan_tool
 

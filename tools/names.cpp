@@ -1,6 +1,7 @@
 #include "tools/names.h"
 
 #include <array>
+#include <cstdio>
 #include <ctime>
 
 namespace corvan_tool {
@@ -47,6 +48,23 @@ std::string time_text(int64_t time) {
       std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &utc) == 0) {
     return std::to_string(time);
   }
+  return text.data();
+}
+
+std::string size_text(int64_t bytes) {
+  std::array<char, 32> text = {};
+  const double kib = static_cast<double>(bytes) / 1024;
+  if (kib < 1024) {
+    std::snprintf(text.data(), text.size(), "%.0f KiB", kib);
+  } else {
+    std::snprintf(text.data(), text.size(), "%.1f MiB", kib / 1024);
+  }
+  return text.data();
+}
+
+std::string seconds_text(double seconds) {
+  std::array<char, 32> text = {};
+  std::snprintf(text.data(), text.size(), "%.2f", seconds);
   return text.data();
 }
 

@@ -31,6 +31,12 @@ std::string read_status_name(int32_t status);
 // time that no calendar reaches.
 std::string time_text(int64_t time);
 
+// As "12 KiB" or "3.4 MiB".
+std::string size_text(int64_t bytes);
+
+// As "1.25".
+std::string seconds_text(double seconds);
+
 }  // namespace corvan_tool
 
 #endif  // TOOLS_NAMES_H_

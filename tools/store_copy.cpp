@@ -4,18 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -30,33 +26,10 @@ constexpr const char* kStoreName = "corvan";
 // makes it anew.
 constexpr const char* kLogSuffix = "-wal";
 constexpr const char* kJournalSuffix = "-journal";
-// All that can be in a copy's folder.
-constexpr std::array<const char*, 4> kSuffixes = {"", kLogSuffix, kJournalSuffix, "-shm"};
 
 constexpr int kAttempts = 20;
 constexpr std::chrono::milliseconds kPause{50};
 constexpr std::size_t kBlock = std::size_t{64} << 10;
-
-// The folder that an interrupt must remove; an empty text for none. Fixed storage: a signal handler
-// reads it.
-std::array<char, 512> copy_in_use = {};
-
-void remove_copy(const char* folder) {
-  std::array<char, 600> path = {};
-  for (const char* suffix : kSuffixes) {
-    std::strncpy(path.data(), folder, path.size() - 32);
-    std::strncat(path.data(), kStoreName, 16);
-    std::strncat(path.data(), suffix, 15);
-    unlink(path.data());
-  }
-  rmdir(folder);
-}
-
-extern "C" void remove_copy_and_die(int signal_number) {
-  if (copy_in_use[0] != '\0') remove_copy(copy_in_use.data());
-  std::signal(signal_number, SIG_DFL);
-  std::raise(signal_number);
-}
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -140,7 +113,7 @@ std::string store_file(const std::string& folder) {
   return (std::filesystem::path(folder) / kStoreName).string();
 }
 
-StoreCopy::StoreCopy(const std::string& folder) {
+void copy_store(const std::string& folder, const std::string& to) {
   const std::string from = store_file(folder);
   struct stat status = {};
   if (stat(from.c_str(), &status) != 0) {
@@ -150,37 +123,16 @@ StoreCopy::StoreCopy(const std::string& folder) {
   if (!S_ISREG(status.st_mode)) throw ToolError(from + ": not a file");
   // The log lies beside the file itself, not beside a link to it.
   const std::string real = std::filesystem::canonical(from).string();
-
-  std::error_code error;
-  const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
-  if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
-  std::string name = (temporary / "corvan-look-XXXXXX").string();
-  if (name.size() + 2 > copy_in_use.size()) throw ToolError(name + ": the name is too long");
-  if (mkdtemp(name.data()) == nullptr) fail(name);
-  folder_ = name + "/";
-  copy_in_use[folder_.copy(copy_in_use.data(), copy_in_use.size() - 1)] = '\0';
-  for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) {
-    if (std::signal(signal_number, remove_copy_and_die) == SIG_IGN) {
-      std::signal(signal_number, SIG_IGN);  // as under nohup
+  for (int attempt = 0; !copy_files(real, to); ++attempt) {
+    if (attempt == kAttempts) {
+      throw ToolError(from + ": written to all the time; try again when its writer rests");
     }
-  }
-
-  try {
-    for (int attempt = 0; !copy_files(real, folder_ + kStoreName); ++attempt) {
-      if (attempt == kAttempts) {
-        throw ToolError(from + ": written to all the time; try again when its writer rests");
-      }
-      std::this_thread::sleep_for(kPause);
-    }
-  } catch (...) {
-    remove_copy(folder_.c_str());
-    throw;
+    std::this_thread::sleep_for(kPause);
   }
 }
 
-StoreCopy::~StoreCopy() {
-  remove_copy(folder_.c_str());
-  copy_in_use[0] = '\0';
+StoreCopy::StoreCopy(const std::string& folder) {
+  copy_store(folder, folder_.path() + kStoreName);
 }
 
 }  // namespace corvan_tool

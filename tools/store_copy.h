@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "tools/unfinished.h"
+
 namespace corvan_tool {
 
 // The store file in `folder`; it need not exist.
@@ -17,16 +19,17 @@ class StoreCopy {
  public:
   // Throws ToolError when there is no store in `folder`, or its files cannot be copied.
   explicit StoreCopy(const std::string& folder);
-  StoreCopy(const StoreCopy&) = delete;
-  StoreCopy& operator=(const StoreCopy&) = delete;
-  // Removes the copy. An interrupt from the terminal removes it as well.
-  ~StoreCopy();
 
-  const std::string& folder() const { return folder_; }
+  // Where the copy is; it goes with the object, and when the program is interrupted.
+  const std::string& folder() const { return folder_.path(); }
 
  private:
-  std::string folder_;
+  TemporaryFolder folder_;
 };
+
+// Copies the files of the store in `folder` to `to`, which names the main file, as StoreCopy does.
+// Throws ToolError when there is no store, or its files cannot be copied.
+void copy_store(const std::string& folder, const std::string& to);
 
 }  // namespace corvan_tool
 

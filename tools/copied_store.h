@@ -1,0 +1,49 @@
+// A store's copy for commands that look with statements of their own.
+
+#ifndef TOOLS_COPIED_STORE_H_
+#define TOOLS_COPIED_STORE_H_
+
+#include <sqlite3.h>
+
+#include <string>
+
+#include "tools/connection.h"
+#include "tools/open_store.h"
+#include "tools/store_copy.h"
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+// Nothing that opening with the library does is done to the copy: nothing is marked, nothing
+// deleted.
+class CopiedStore {
+ public:
+  // Throws ToolError when there is no readable store in `folder`.
+  explicit CopiedStore(const std::string& folder)
+      : name_(store_file(folder)),
+        copy_(folder),
+        connection_((require_store(file(), name_, false), file())) {}
+
+  // The store's own file, for texts.
+  const std::string& name() const { return name_; }
+  // The copy's.
+  std::string file() const { return store_file(copy_.folder()); }
+  const Connection& connection() const { return connection_; }
+
+  // As Connection::each_row. Throws ToolError when a row cannot be read.
+  template <typename Read, typename... Arguments>
+  void each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
+    const int rc = connection_.each_row(sql, read, arguments...);
+    if (rc == SQLITE_DONE) return;
+    throw ToolError(name_ + ": " + connection_.error() + "; see 'corvan check'");
+  }
+
+ private:
+  const std::string name_;
+  const StoreCopy copy_;
+  const Connection connection_;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_COPIED_STORE_H_

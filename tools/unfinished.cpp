@@ -1,0 +1,161 @@
+#include "tools/unfinished.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// What an interrupt removes. Never destroyed: the thread that waits for signals outlives main().
+struct Registry {
+  std::mutex mutex;
+  std::vector<std::string> paths;
+};
+
+Registry& registry() {
+  static Registry& instance = *new Registry;
+  return instance;
+}
+
+void add_path(const std::string& path) {
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  registry().paths.push_back(path);
+}
+
+// With the registry's lock held.
+void forget_path(const std::string& path) {
+  std::vector<std::string>& paths = registry().paths;
+  paths.erase(std::remove(paths.begin(), paths.end(), path), paths.end());
+}
+
+void remove_path(const std::string& path) {
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  std::error_code ignored;  // it may never have come to be
+  fs::remove_all(path, ignored);
+  forget_path(path);
+}
+
+[[noreturn]] void end_by(int signal_number) {
+  std::signal(signal_number, SIG_DFL);
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signal_number);
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  std::raise(signal_number);
+  _exit(128 + signal_number);
+}
+
+void wait_for_interrupt(sigset_t signals) {
+  int signal_number = 0;
+  if (sigwait(&signals, &signal_number) != 0) return;
+  // Held to the end, so that nothing more is kept or begun.
+  registry().mutex.lock();
+  for (const std::string& path : registry().paths) {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+  }
+  end_by(signal_number);
+}
+
+// Makes the entries of a folder durable.
+void sync_folder(const std::string& folder) {
+  const int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return;
+  fsync(fd);  // a file system that cannot do it has nothing better to offer
+  close(fd);
+}
+
+}  // namespace
+
+void remove_unfinished_when_interrupted() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  bool any = false;
+  for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) {
+    struct sigaction action = {};
+    // As under nohup.
+    if (sigaction(signal_number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+    sigaddset(&signals, signal_number);
+    any = true;
+  }
+  if (!any) return;
+  registry();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::thread(wait_for_interrupt, signals).detach();
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::error_code error;
+  const fs::path parent = fs::temp_directory_path(error);
+  if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
+  std::string name = (parent / "corvan-look-XXXXXX").string();
+  // Between its making and its entry no interrupt may come.
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  if (mkdtemp(name.data()) == nullptr) {
+    throw ToolError(name + ": " + std::strerror(errno) +
+                    "; name a folder with room for a copy in TMPDIR");
+  }
+  path_ = name + "/";
+  registry().paths.push_back(path_);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  remove_path(path_);
+}
+
+Unfinished::Unfinished(const std::string& place, bool is_folder) : place_(place) {
+  while (place_.size() > 1 && place_.back() == '/') place_.pop_back();
+  std::error_code error;
+  if (fs::symlink_status(place_, error).type() != fs::file_type::not_found) {
+    throw ToolError(place_ + ": is there already; name a place where nothing is");
+  }
+  const fs::path parent = fs::path(place_).parent_path();
+  if (!parent.empty() && !fs::is_directory(parent, error)) {
+    throw ToolError(parent.string() + ": no such folder; make it first");
+  }
+  path_ = place_ + ".unfinished-" + std::to_string(getpid());
+  add_path(path_);
+  if (is_folder && !fs::create_directory(path_, error)) {
+    const std::string why = error ? error.message() : "is there already";
+    if (error) remove_path(path_);
+    throw ToolError(path_ + ": " + why);
+  }
+}
+
+Unfinished::~Unfinished() {
+  remove_path(path_);
+}
+
+void Unfinished::keep() {
+  sync_folder(path_);
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  std::error_code error;
+  if (fs::symlink_status(place_, error).type() != fs::file_type::not_found) {
+    throw ToolError(place_ + ": has come to be there meanwhile; nothing was kept");
+  }
+  if (std::rename(path_.c_str(), place_.c_str()) != 0) {
+    throw ToolError(place_ + ": " + std::strerror(errno) + "; nothing was kept");
+  }
+  sync_folder(fs::path(place_).parent_path().string());
+  forget_path(path_);
+}
+
+}  // namespace corvan_tool

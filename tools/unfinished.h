@@ -1,0 +1,59 @@
+// What must not stay behind when a command fails or is interrupted.
+
+#ifndef TOOLS_UNFINISHED_H_
+#define TOOLS_UNFINISHED_H_
+
+#include <string>
+
+namespace corvan_tool {
+
+// From now on SIGHUP, SIGINT and SIGTERM, unless the program was started with them ignored, first
+// remove every Unfinished and Temporary there is, then end the program as they do by default. To be
+// called once, before another thread starts.
+void remove_unfinished_when_interrupted();
+
+// A new folder for temporary files, which is removed with all it holds when the object goes.
+class TemporaryFolder {
+ public:
+  // Throws ToolError when it cannot be made.
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+
+  // With a slash at its end.
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// A file or a folder in the making, at a temporary name beside its place. It is removed with all it
+// holds when the object goes, unless it was kept.
+class Unfinished {
+ public:
+  // Throws ToolError when something is at `place` already, or its parent folder is missing. The
+  // folder is made, the file is left to the caller.
+  static Unfinished file(const std::string& place) { return {place, false}; }
+  static Unfinished folder(const std::string& place) { return {place, true}; }
+  Unfinished(const Unfinished&) = delete;
+  Unfinished& operator=(const Unfinished&) = delete;
+  ~Unfinished();
+
+  // Where it is made.
+  const std::string& path() const { return path_; }
+
+  // Gives it its name, durably. Throws ToolError when that fails, or something has come to be
+  // there.
+  void keep();
+
+ private:
+  Unfinished(const std::string& place, bool is_folder);
+
+  std::string place_;
+  std::string path_;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_UNFINISHED_H_
