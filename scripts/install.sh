@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the named purposes need and this machine lacks; says which.
-# Never removes a package. Usage: install.sh build|tools|tests|bench|fuzz|coverage|lint...
+# Never removes a package.
+# Usage: install.sh build|tools|tests|bench|fuzz|coverage|docs|html|packages|size|lint|
+#                   tests-source|libc++|cross-arm64|cross-armhf...
 set -euo pipefail
 
 packages=()
@@ -9,13 +11,21 @@ for purpose in "$@"; do
     build) packages+=(g++ cmake ninja-build libsqlite3-dev) ;;
     tools) packages+=(pkg-config libcli11-dev nlohmann-json3-dev libutf8proc-dev) ;;
     tests) packages+=(libgtest-dev) ;;
+    tests-source) packages+=(googletest) ;;
+    libc++) packages+=(clang libc++-dev libc++abi-dev) ;;
+    cross-arm64) packages+=(pkg-config googletest g++-aarch64-linux-gnu qemu-user-static) ;;
+    cross-armhf) packages+=(pkg-config googletest g++-arm-linux-gnueabihf qemu-user-static) ;;
     bench)
       packages+=(libbenchmark-dev nlohmann-json3-dev valgrind gnuplot-nox jq)
       packages+=(libsqlitecpp-dev libsoci-dev libsoci-sqlite3-4.0 liblmdb-dev libleveldb-dev)
       ;;
     fuzz) packages+=(clang libclang-rt-dev) ;;
     coverage) packages+=(clang libclang-rt-dev llvm jq) ;;
-    lint) packages+=(git clang clang-format clang-tidy) ;;
+    packages) packages+=(binutils dpkg-dev file make pkg-config) ;;
+    size) packages+=(clang) ;;
+    docs) packages+=(doxygen) ;;
+    html) packages+=(chromium fonts-noto-color-emoji fonts-wqy-microhei) ;;
+    lint) packages+=(git clang clang-format clang-tidy cppcheck shellcheck) ;;
     *)
       echo "install.sh: unknown purpose: $purpose" >&2
       exit 2

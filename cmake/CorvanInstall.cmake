@@ -1,0 +1,57 @@
+# What an installation holds besides the libraries and the tool: headers, the CMake package, and the
+# pkg-config files.
+
+include(CMakePackageConfigHelpers)
+
+foreach(folder base db)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/${folder}" DESTINATION "${CORVAN_INCLUDEDIR}"
+          COMPONENT dev FILES_MATCHING PATTERN "*.h")
+endforeach()
+install(DIRECTORY "${PROJECT_BINARY_DIR}/include/corvan" DESTINATION "${CORVAN_INCLUDEDIR}"
+        COMPONENT dev)
+
+set(sets)
+if(NOT CORVAN_LIBRARY STREQUAL "shared")
+  list(APPEND sets CorvanStatic)
+endif()
+if(NOT CORVAN_LIBRARY STREQUAL "static")
+  list(APPEND sets CorvanShared)
+endif()
+foreach(set IN LISTS sets)
+  install(EXPORT ${set} NAMESPACE Corvan:: DESTINATION "${CORVAN_CMAKEDIR}"
+          FILE ${set}Targets.cmake COMPONENT dev)
+endforeach()
+
+configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/CorvanConfig.cmake.in"
+  "${PROJECT_BINARY_DIR}/CorvanConfig.cmake"
+  INSTALL_DESTINATION "${CORVAN_CMAKEDIR}" NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/CorvanConfigVersion.cmake"
+  COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/CorvanConfig.cmake"
+              "${PROJECT_BINARY_DIR}/CorvanConfigVersion.cmake"
+        DESTINATION "${CORVAN_CMAKEDIR}" COMPONENT dev)
+
+# The prefix is found from the file itself, so that an installation can be moved.
+set(pkgconfigdir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  set(prefix "${CMAKE_INSTALL_PREFIX}")
+  set(libdir "${CMAKE_INSTALL_FULL_LIBDIR}")
+  set(includedir "${CMAKE_INSTALL_FULL_INCLUDEDIR}/corvan")
+else()
+  file(RELATIVE_PATH up "/${pkgconfigdir}" "/")
+  string(REGEX REPLACE "/$" "" up "${up}")
+  set(prefix "\${pcfiledir}/${up}")
+  set(libdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+  set(includedir "\${prefix}/${CORVAN_INCLUDEDIR}")
+endif()
+# Where there is no shared library, every program needs SQLite itself.
+set(requires Requires.private)
+if(CORVAN_LIBRARY STREQUAL "static")
+  set(requires Requires)
+endif()
+function(corvan_pkgconfig file name libs)
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/corvan.pc.in" "${PROJECT_BINARY_DIR}/${file}" @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/${file}" DESTINATION "${pkgconfigdir}" COMPONENT dev)
+endfunction()
+corvan_pkgconfig(corvan.pc "Corvan store" "-lcorvan_db -lcorvan_base")
+corvan_pkgconfig(corvan-own-base.pc "Corvan store, for hosts with a base of their own" "-lcorvan_db")

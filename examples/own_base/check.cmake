@@ -1,0 +1,23 @@
+# Checks in the linker's MAP of PROGRAM that the library STORE went into it, and nothing of the library
+# BASE; then runs it with FOLDER and checks what it says.
+
+file(READ "${MAP}" map)
+string(FIND "${map}" "${STORE}" store)
+if(store EQUAL -1)
+  message(FATAL_ERROR "${MAP}: does not name the store, so it shows nothing about base either")
+endif()
+string(FIND "${map}" "${BASE}" base)
+if(NOT base EQUAL -1)
+  message(FATAL_ERROR "${MAP}: the program links ${BASE}")
+endif()
+
+execute_process(COMMAND "${PROGRAM}" "${FOLDER}" OUTPUT_VARIABLE output RESULT_VARIABLE result)
+set(expected
+  "schema host-1 with host_note\n"
+  "message 1 at 1700000000000: Hello!\n"
+  "host log 4: [^\n]*no such table: absent")
+foreach(line IN LISTS expected)
+  if(NOT result EQUAL 0 OR NOT output MATCHES "${line}")
+    message(FATAL_ERROR "${PROGRAM}: status ${result}, wanted 0 and \"${line}\" in:\n${output}")
+  endif()
+endforeach()

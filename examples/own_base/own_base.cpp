@@ -1,0 +1,148 @@
+// A host's own platform facilities, defined for the declarations of base/. Corvan::base is not
+// linked: what the store calls and this file lacks is an undefined symbol at link time.
+//
+// A real host forwards to what it has. These are as small as they can be.
+
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <string>
+#include <system_error>
+
+#include "base/cv_database.h"
+#include "base/cv_utils.h"
+#include "base/fatal_message.h"
+#include "base/filesystem.h"
+#include "base/log_message.h"
+#include "base/pathname.h"
+#include "base/timestamp.h"
+
+namespace cvrtc {
+
+// ---- Logger: everything, to standard output -----------------------------------------------------
+
+LogMessage::LogMessage(LoggingSeverity severity) : severity_(severity) {}
+
+LogMessage::~LogMessage() {
+  std::cout << "host log " << severity_ << ": " << stream_.str() << '\n';
+}
+
+bool LogMessage::Loggable(LoggingSeverity severity) {
+  return severity >= LS_WARNING && severity < LS_NONE;
+}
+
+// ---- Fatal check: an exit status of its own -----------------------------------------------------
+
+FatalMessage::FatalMessage(const char* file, int line) {
+  stream_ << file << ":" << line << ": ";
+}
+
+FatalMessage::~FatalMessage() {
+  std::cout << "host fatal: " << stream_.str() << std::endl;
+  std::_Exit(70);
+}
+
+// ---- Paths: on those of the standard library ----------------------------------------------------
+
+void Pathname::SetPathname(const std::string& pathname) {
+  const std::filesystem::path path(pathname);
+  SetFolder(path.parent_path().string());
+  SetFilename(path.filename().string());
+}
+
+void Pathname::SetFolder(const std::string& folder) {
+  folder_ = folder.empty() ? folder : (std::filesystem::path(folder) / "").string();
+}
+
+bool Pathname::SetFilename(const std::string& filename) {
+  const std::filesystem::path path(filename);
+  if (path.has_parent_path()) return false;
+  basename_ = path.stem().string();
+  extension_ = path.extension().string();
+  return true;
+}
+
+bool Pathname::SetExtension(const std::string& extension) {
+  std::filesystem::path path(basename_);
+  extension_ = path.replace_extension(extension).extension().string();
+  return true;
+}
+
+bool Filesystem::IsFile(const Pathname& path) {
+  std::error_code ignored;
+  return std::filesystem::is_regular_file(path.pathname(), ignored);
+}
+
+}  // namespace cvrtc
+
+namespace Corvan {
+
+// ---- Clock: one that stands ---------------------------------------------------------------------
+
+int64_t Timestamp() {
+  return 1'700'000'000'000;
+}
+
+// ---- Text ---------------------------------------------------------------------------------------
+
+void CvUtils::string_replace(std::string& text, const std::string& from, const std::string& to) {
+  if (from.empty()) return;
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+// ---- Schema: the store's tables, fewer indexes, and a table of the host -------------------------
+
+// The columns are those of docs/schema.md; so are their defaults, which the store's inserts rely
+// on.
+std::map<std::string, std::string> CvDatabase::table_index() {
+  return {
+      {"host_note", "create table if not exists host_note(text text)"},
+      {"t_message",
+       "create table if not exists t_message("
+       "id integer primary key autoincrement,"
+       "session_id text default '',"
+       "session_type integer default 0,"
+       "object_name text default '',"
+       "content text default '',"
+       "sender text default '',"
+       "direction integer default 0,"
+       "sent_status integer default 0,"
+       "read_status integer default 0,"
+       "is_mention integer default 0,"
+       "sent_time integer default 0,"
+       "client_uid integer default 0,"
+       "server_uid text default '')"},
+      {"t_message_session",
+       "create index if not exists t_message_session "
+       "on t_message(session_id,session_type,sent_time)"},
+      {"t_session",
+       "create table if not exists t_session("
+       "session_id text default '',"
+       "session_type integer default 0,"
+       "title text default '',"
+       "draft text default '',"
+       "is_top integer default 0,"
+       "session_time integer default 0,"
+       "unread_count integer default 0,"
+       "mention_count integer default 0,"
+       "silence integer default 0,"
+       "latest_id integer default 0,"
+       "read_time integer default 0,"
+       "receipt_time integer default 0,"
+       "unique(session_id,session_type))"},
+      {"t_sync",
+       "create table if not exists t_sync("
+       "user_id text primary key default '',"
+       "receive_time integer default 0,"
+       "sent_time integer default 0)"},
+      {"t_version", "create table if not exists t_version(database_version text default '')"},
+      {"t_version_row",
+       "insert or replace into t_version(rowid,database_version) values(1,'host-1')"},
+  };
+}
+
+}  // namespace Corvan

@@ -1,0 +1,333 @@
+#!/usr/bin/env bash
+# Builds and installs the libraries as their users have them, and builds, links and runs programs
+# against them from a folder outside the source: static and shared, through the CMake package,
+# through pkg-config, and as a part of another project; with the default base and with a host's own;
+# from the Debian packages, too. One line a check; fails at the first that does not hold.
+#
+# Usage: consumers.sh [--build FOLDER] [--tool] [--dpkg]
+#   --build  builds the libraries there, not in build/consumers
+#   --tool   builds the tool and its package as well, which takes two minutes more
+#   --dpkg   as root: also installs the Debian packages on this machine, and purges them again
+# CXX names the compiler.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+build=build/consumers
+tool=OFF
+dpkg=
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --build)
+      [ $# -ge 2 ] || { echo "consumers.sh: --build needs a folder" >&2; exit 2; }
+      build=$2
+      shift
+      ;;
+    --tool) tool=ON ;;
+    --dpkg) dpkg=yes ;;
+    *)
+      echo "consumers.sh: not understood: $1;" \
+        "usage: consumers.sh [--build FOLDER] [--tool] [--dpkg]" >&2
+      exit 2
+      ;;
+  esac
+  shift
+done
+if [ -n "$dpkg" ] && [ "$(id -u)" != 0 ]; then
+  echo "consumers.sh: --dpkg needs root" >&2
+  exit 2
+fi
+
+purposes=(build packages)
+[ "$tool" = OFF ] || purposes+=(tools)
+bash scripts/install.sh "${purposes[@]}"
+export CXX=${CXX:-g++}
+unset CCACHE_BASEDIR  # writes other paths into the compiler's command line, and so into the files
+source=$PWD
+version=$(sed -n 's/^project(corvan_store VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
+minor=${version%.*}
+mkdir -p "$build"
+build=$(realpath "$build")
+work=$(mktemp -d "${TMPDIR:-/tmp}/corvan-consumers-XXXXXX")
+trap 'rm -rf "$work"' EXIT
+cp -r tests/consumers "$work/consumers"
+cp -r examples/own_base "$work/own_base"
+cd "$work"
+
+fail() {
+  echo "consumers.sh: $check: $*" >&2
+  if [ -s "$work/log" ]; then tail -n 40 "$work/log" >&2; fi
+  exit 1
+}
+# quietly COMMAND...: what it writes is shown when the check fails.
+quietly() {
+  "$@" >"$work/log" 2>&1 || fail "failed: $*"
+}
+# refused TEXT COMMAND...: fails, and says TEXT.
+refused() {
+  local text=$1
+  shift
+  if "$@" >"$work/log" 2>&1; then fail "did not fail: $*"; fi
+  [[ "$(tr -s '\n ' ' ' <"$work/log")" == *"$text"* ]] || fail "does not say \"$text\": $*"
+}
+passed() {
+  echo "passed: $check"
+}
+
+# run PROGRAM: one of the consumers, in an empty folder.
+run() {
+  local printed
+  rm -rf run
+  mkdir run
+  printed=$(cd run && "$1" 2>&1) || fail "failed: $1: $printed"
+  [ "$printed" = "peer: Hello!"$'\n'"headers $version, $version; schema 1" ] ||
+    fail "printed: $printed"
+}
+# loads PROGRAM yes|no: whether the libraries that it loads are there and are ours.
+loads() {
+  local found=no
+  [[ "$(ldd "$1")" != *"libcorvan_db.so.$minor => /"* ]] || found=yes
+  [ "$found" = "$2" ] || fail "loads the shared library: $found, wanted: $2"
+}
+
+# consumer_cmake FLAVOUR|"" PREFIX OPTION...: configures and builds it in the folder "program".
+consumer_cmake() {
+  rm -rf program
+  quietly cmake -S consumers/cmake_package -B program -G Ninja -DCORVAN_FLAVOUR="$1" \
+    -DCMAKE_PREFIX_PATH="$2" "${@:3}"
+  quietly cmake --build program
+}
+# with_pkg_config PREFIX COMMAND...
+with_pkg_config() {
+  local folder
+  folder=$(find "$(realpath "$1")" -name corvan.pc -printf '%h')
+  PKG_CONFIG_PATH=$folder "${@:2}"
+}
+consumer_pkg_config() {
+  rm -f consumers/pkg_config/consumer
+  quietly with_pkg_config "$1" make -C consumers/pkg_config "${@:2}"
+}
+# Where the shared libraries of PREFIX are.
+library_folder() {
+  find "$1" -name "libcorvan_db.so.$minor" -printf '%h'
+}
+
+# tree NAME OPTION...: builds the project, installs it below the prefix that it was configured for,
+# and moves it to tree-NAME, where nothing but the files themselves can tell what is where. With
+# little optimisation, which takes half the time and changes nothing that is checked here.
+tree() {
+  quietly cmake -S "$source" -B "$build/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_CXX_FLAGS_RELEASE=-O1 -DCMAKE_CXX_COMPILER="$CXX" -DCORVAN_WERROR=ON -DCORVAN_BUILD_TESTS=OFF \
+    -DCORVAN_BUILD_EXAMPLES=OFF -DCMAKE_INSTALL_PREFIX=/usr -DCORVAN_LIBRARY="$1" "${@:2}"
+  quietly cmake --build "$build/$1"
+  quietly env DESTDIR="$work/staged-$1" cmake --install "$build/$1"
+  mv "staged-$1/usr" "tree-$1"
+}
+
+# ---- What is installed -----------------------------------------------------------------------------
+
+for library in static shared both; do
+  check="build and install: $library"
+  tree "$library" -DCORVAN_BUILD_TOOLS="$([ "$library" = both ] && echo "$tool" || echo OFF)"
+  [ -z "$(find "staged-$library" -type f)" ] || fail "files outside of the prefix"
+  # What was built where is nobody's business.
+  if grep -rlF -e "$build" -e "$source" -e "$work" "tree-$library" >log; then
+    fail "files name a folder of the build"
+  fi
+  passed
+done
+
+check="install under another prefix"
+quietly cmake --install "$build/static" --prefix "$work/elsewhere"
+diff -r elsewhere tree-static >log || fail "differs from what DESTDIR installs"
+passed
+
+# Every function of the archives is exported but for private members, and nothing else is but for
+# inline members of the same classes.
+check="exported symbols"
+folder=$(library_folder tree-both)
+for name in base db; do
+  nm -C --defined-only --extern-only "$folder/libcorvan_$name.a" |
+    sed -n 's/^[0-9a-f]* [TBD] //p' | grep -vxF -e 'Corvan::CvDbSingleton::~CvDbSingleton()' \
+      -e 'Corvan::CvDbSingleton::prepare(char const*, int&)' \
+      -e 'Corvan::CvDbSingleton::instance_' | sort -u >functions
+  nm -DC --defined-only "$folder/libcorvan_$name.so" |
+    grep -v -e " A CORVAN_$minor\$" -e ' W \(Corvan\|cvrtc\)::' |
+    sed "s/^[0-9a-f]* . //; s/@@CORVAN_$minor\$//" | sort -u >exported
+  [ -s functions ] || fail "$name: the archive has no functions"
+  diff functions exported >log || fail "libcorvan_$name.so: differs from the archive (<)"
+done
+passed
+
+check="names of the shared libraries"
+for name in base db; do
+  [[ "$(readelf -d "$folder/libcorvan_$name.so")" == *"soname: [libcorvan_$name.so.$minor]"* ]] ||
+    fail "libcorvan_$name.so: not libcorvan_$name.so.$minor"
+done
+[[ "$(readelf -d "$folder/libcorvan_db.so")" != *corvan_base* ]] ||
+  fail "libcorvan_db.so: brings the default base"
+passed
+
+if [ "$tool" = ON ]; then
+  check="the tool"
+  [[ "$(tree-both/bin/corvan --version 2>&1)" == "corvan $version"* ]] ||
+    fail "does not name its version"
+  passed
+fi
+
+# ---- The CMake package -----------------------------------------------------------------------------
+
+for flavour in static shared; do
+  for library in "$flavour" both; do
+    check="CMake package: $flavour, where $library is installed"
+    consumer_cmake "$flavour" "$work/tree-$library" -DCORVAN_WANTED="$minor"
+    loads program/consumer "$([ "$flavour" = shared ] && echo yes || echo no)"
+    run "$work/program/consumer"
+    passed
+  done
+done
+
+check="CMake package: without a component, static"
+consumer_cmake "" "$work/tree-both"
+loads program/consumer no
+passed
+
+check="CMake package: without a component, shared for BUILD_SHARED_LIBS"
+consumer_cmake "" "$work/tree-both" -DBUILD_SHARED_LIBS=ON
+loads program/consumer yes
+passed
+
+check="CMake package: shared, on a machine without SQLite's headers"
+consumer_cmake shared "$work/tree-shared" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON
+run "$work/program/consumer"
+passed
+
+check="CMake package: refuses what is not there"
+rm -rf program
+refused "not installed here: shared" cmake -S consumers/cmake_package -B program -G Ninja \
+  -DCMAKE_PREFIX_PATH="$work/tree-static" -DCORVAN_FLAVOUR=shared
+next=${minor%.*}.$((${minor#*.} + 1))
+refused "version \"$next\"" cmake -S consumers/cmake_package -B program -G Ninja \
+  -DCMAKE_PREFIX_PATH="$work/tree-static" -DCORVAN_WANTED="$next"
+passed
+
+# ---- pkg-config ------------------------------------------------------------------------------------
+
+check="pkg-config: static alone"
+consumer_pkg_config tree-static
+loads consumers/pkg_config/consumer no
+run "$work/consumers/pkg_config/consumer"
+passed
+
+for library in shared both; do
+  check="pkg-config: shared, where $library is installed"
+  consumer_pkg_config "tree-$library"
+  LD_LIBRARY_PATH=$(library_folder "$work/tree-$library")
+  export LD_LIBRARY_PATH
+  loads consumers/pkg_config/consumer yes
+  run "$work/consumers/pkg_config/consumer"
+  unset LD_LIBRARY_PATH
+  passed
+done
+
+# What else SQLite names for a static program need not be installed with it: no link here.
+check="pkg-config --static: names SQLite, after the store"
+named=$(with_pkg_config tree-both pkg-config --static --libs corvan)
+[[ "$named " == *"-lcorvan_db -lcorvan_base -lsqlite3 "* ]] || fail "names: $named"
+passed
+
+# ---- A part of another project ---------------------------------------------------------------------
+
+for shared in OFF ON; do
+  check="add_subdirectory: BUILD_SHARED_LIBS=$shared"
+  rm -rf program installed
+  quietly cmake -S consumers/subdirectory -B program -G Ninja -DCORVAN_SOURCE="$source" \
+    -DCMAKE_BUILD_TYPE=Debug -DBUILD_SHARED_LIBS="$shared"
+  quietly cmake --build program
+  loads program/consumer "$([ "$shared" = ON ] && echo yes || echo no)"
+  run "$work/program/consumer"
+  quietly cmake --install program --prefix "$work/installed"
+  [ "$(cd installed && find . -type f)" = ./bin/consumer ] || fail "installs files of the store"
+  passed
+done
+
+# ---- A base of the host's own ----------------------------------------------------------------------
+
+# own_base PROGRAM MAP: it runs on its own base, and nothing of ours went into it.
+own_base() {
+  quietly cmake -DPROGRAM="$1" -DFOLDER="$work/own_store" -DMAP="$2" -DSTORE=libcorvan_db \
+    -DBASE=libcorvan_base -P own_base/check.cmake
+}
+for library in static shared; do
+  check="a host's own base: $library, CMake package"
+  consumer_cmake "$library" "$work/tree-$library" -DOWN_BASE="$work/own_base"
+  own_base "$work/program/own_base" program/own_base.map
+  passed
+
+  check="a host's own base: $library, pkg-config"
+  libraries=$(with_pkg_config "tree-$library" pkg-config --libs corvan-own-base)
+  flags=$(with_pkg_config "tree-$library" pkg-config --cflags corvan-own-base)
+  LD_LIBRARY_PATH=$(library_folder "$work/tree-$library")
+  export LD_LIBRARY_PATH
+  # shellcheck disable=SC2086  # several words on purpose
+  {
+    refused "Corvan::Timestamp()" "$CXX" -std=c++17 $flags own_base/main.cpp $libraries
+    quietly "$CXX" -std=c++17 $flags own_base/*.cpp $libraries -Wl,-Map=own_base.map -o own
+  }
+  own_base "$work/own" own_base.map
+  unset LD_LIBRARY_PATH
+  passed
+done
+
+# ---- Debian packages -------------------------------------------------------------------------------
+
+check="Debian packages: build"
+rm -f "$build"/both/*.deb
+(cd "$build/both" && quietly cpack -G DEB)
+mapfile -t packages < <(find "$build/both" -maxdepth 1 -name '*.deb' | sort)
+names=$(for package in "${packages[@]}"; do dpkg-deb -f "$package" Package; done | tr '\n' ' ')
+wanted="libcorvan-dev libcorvan$minor "
+[ "$tool" = OFF ] || wanted="corvan-tools $wanted"
+[ "$names" = "$wanted" ] || fail "are: $names"
+for package in "${packages[@]}"; do
+  case "$(dpkg-deb -f "$package" Package): $(dpkg-deb -f "$package" Depends)" in
+    libcorvan-dev:*"libcorvan$minor (= $version)"*"libsqlite3-dev"*) ;;
+    libcorvan-dev:*) fail "libcorvan-dev: depends on $(dpkg-deb -f "$package" Depends)" ;;
+    *libc6*libsqlite3-0*libstdc++6*) ;;
+    *) fail "$package: depends on $(dpkg-deb -f "$package" Depends)" ;;
+  esac
+done
+passed
+
+# consumers_of PREFIX: that the libraries there serve programs.
+consumers_of() {
+  consumer_cmake static "$1"
+  run "$work/program/consumer"
+  consumer_cmake shared "$1"
+  loads program/consumer yes
+  run "$work/program/consumer"
+  consumer_pkg_config "$1"
+  LD_LIBRARY_PATH=$(library_folder "$1")
+  export LD_LIBRARY_PATH
+  run "$work/consumers/pkg_config/consumer"
+  unset LD_LIBRARY_PATH
+}
+
+check="Debian packages: unpacked, they serve programs"
+for package in "${packages[@]}"; do dpkg-deb -x "$package" unpacked; done
+[ "$tool" = OFF ] || quietly unpacked/usr/bin/corvan --version
+consumers_of "$work/unpacked/usr"
+passed
+
+if [ -n "$dpkg" ]; then
+  check="Debian packages: installed, they serve programs"
+  # shellcheck disable=SC2086  # several names on purpose
+  trap 'dpkg --purge $names >/dev/null; rm -rf "$work"' EXIT
+  quietly dpkg -i "${packages[@]}"
+  [ "$tool" = OFF ] || quietly corvan --version
+  consumer_cmake shared ""
+  run "$work/program/consumer"
+  rm -f consumers/pkg_config/consumer
+  quietly make -C consumers/pkg_config
+  run "$work/consumers/pkg_config/consumer"
+  passed
+fi

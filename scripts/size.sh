@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# Measures the bytes that the store adds to a program: the stripped executable of a small host with
+# the static library, less the same host without it, compiled for size, with what is not called left
+# out. SQLite and the standard library are linked dynamically and not counted. Prints a table; fails
+# when a row is above its bound, which is what the row measured when it was set and a tenth.
+#
+# Usage: size.sh [--build FOLDER] [FLAG...]
+#   --build  builds there, not in build/size
+#   FLAG     for the compiler, after those of the preset "size", such as -O3 or -flto: without bounds.
+#            With -flto "every operation" means no more than is called.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+build=build/size
+if [ "${1:-}" = --build ]; then
+  [ $# -ge 2 ] || { echo "size.sh: --build needs a folder" >&2; exit 2; }
+  build=$2
+  shift 2
+fi
+for flag in "$@"; do
+  [[ $flag == -* ]] || { echo "size.sh: not a flag of the compiler: $flag" >&2; exit 2; }
+done
+
+bash scripts/install.sh build size
+declare -A bounds=(
+  [g++ four]=59200 [g++ all]=95400
+  [clang++ four]=81700 [clang++ all]=122400
+)
+flags=(-Os -DNDEBUG -ffunction-sections -fdata-sections "$@")
+
+# host NAME OPTION...: the bytes of the stripped program.
+host() {
+  "$cxx" -std=c++17 "${flags[@]}" tests/consumers/size/host.cpp -o "$folder/$1" -s \
+    -Wl,--gc-sections "${@:2}"
+  stat -c %s "$folder/$1"
+}
+
+failed=
+# row OPERATIONS TEXT BYTES
+row() {
+  local bound=${bounds[$cxx $1]} verdict=
+  if [ $# -gt 3 ]; then
+    bound=-
+  elif [ "$3" -gt "$bound" ]; then
+    verdict="above its bound"
+    failed=yes
+  fi
+  printf '%-8s  %-44s %8d %8s  %s\n' "$cxx" "$2" "$3" "$bound" "$verdict"
+}
+
+printf '%-8s  %-44s %8s %8s\n' compiler "the host calls" bytes bound
+for cxx in g++ clang++; do
+  folder=$build/$cxx
+  cmake --preset size -B "$folder" -DCMAKE_CXX_COMPILER="$cxx" -DCORVAN_BUILD_EXAMPLES=OFF \
+    -DCMAKE_CXX_FLAGS_MINSIZEREL="${flags[*]}" >/dev/null
+  cmake --build "$folder" >/dev/null
+  store=(-DWITH_STORE -I.)
+  libraries=("$folder/base/libcorvan_base.a" -lsqlite3)
+
+  alone=$(host alone)
+  bytes=$(host four "${store[@]}" "$folder/db/libcorvan_db.a" "${libraries[@]}")
+  row four "opening, a save, a page of list and history" $((bytes - alone)) "$@"
+
+  alone=$(host alone -Wl,--no-gc-sections)
+  bytes=$(host all "${store[@]}" -Wl,--no-gc-sections -Wl,--whole-archive \
+    "$folder/db/libcorvan_db.a" -Wl,--no-whole-archive "${libraries[@]}")
+  row all "every operation" $((bytes - alone)) "$@"
+done
+[ -z "$failed" ]
