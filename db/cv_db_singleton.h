@@ -239,7 +239,7 @@ class CvDbSingleton {
   // The peer has read everything up to `sent_time`: own messages that the server accepted, sent
   // after the stored receipt time and up to `sent_time`, become covered (3), and the receipt time
   // moves forward. A time not later than the stored one covers every such message up to it and
-  // moves nothing.
+  // moves nothing. True also when there is no such message.
   bool update_message_receipt_status(const std::string& session_id, SessionType session_type,
                                      int64_t sent_time);
 
@@ -269,7 +269,8 @@ class CvDbSingleton {
 
   // Deletes messages by id, lowers their conversations' counters by the unread among them and,
   // where any are, by the mentions among them, and points each conversation whose newest message
-  // went at the newest that is left. Ids below 1 are skipped. One transaction.
+  // went at the newest that is left. Ids below 1 are skipped. One transaction. The answer is that
+  // of the deletion: true also when no such message exists.
   bool delete_message(const std::vector<int64_t>& msg_id_v);
 
   // Deletes messages by server uid, in whatever conversation they lie, and points the named
@@ -288,7 +289,7 @@ class CvDbSingleton {
 
   // -- Building blocks --
 
-  // Deletes all messages of a conversation and nothing else.
+  // Deletes all messages of a conversation and nothing else. True also when there is none.
   bool delete_message(const std::string& session_id, int32_t session_type);
 
   // ---- Message queries --------------------------------------------------------------------------
@@ -359,7 +360,8 @@ class CvDbSingleton {
   int64_t get_send_time(int64_t msg_id);
 
   // Marks the received messages sent after the conversation's read time as read, and no longer as
-  // mentions; read states other than 0 stay. Counters and read time stay too.
+  // mentions; read states other than 0 stay. Counters and read time stay too. True also when there
+  // is no such message.
   bool update_message_status(const std::string& session_id, int32_t session_type);
 
   // -- Building blocks --
@@ -391,11 +393,12 @@ class CvDbSingleton {
   // exists.
   bool get_silence(const std::string& session_id, SessionType session_type, int32_t& status);
 
-  // Deletes the conversation's row and marks its received messages read, which stay.
+  // Deletes the conversation's row and marks its received messages read, which stay. The answer is
+  // that of the deletion: true also when there is no row.
   bool remove_session(const std::string& session_id, SessionType session_type);
 
   // Deletes every conversation of these kinds, then their messages. One transaction, committed with
-  // what succeeded.
+  // what succeeded. False when either failed.
   bool clear_session(const std::vector<SessionType>& entry);
 
   // Runs `sql`, which takes a conversation's id and kind as its only parameters, in this order.
@@ -405,6 +408,7 @@ class CvDbSingleton {
 
   // -- Building blocks --
 
+  // Whether the conversation has a row. False, too, when that cannot be looked up.
   bool is_session_exist(const std::string& session_id, int32_t session_type);
 
   // Creates a conversation's row with `name` as its title and these counters; a `create_time` of 0
@@ -485,25 +489,28 @@ class CvDbSingleton {
                             int64_t& sent_time);
 
   // Points a conversation at a message; the conversation's time is set too when `msg_id` is above
-  // 0.
+  // 0. True also when no such conversation exists.
   bool set_message_latestid(const std::string& session_id, int32_t session_type, int64_t msg_id,
                             int64_t sent_time);
 
   // ---- Counters, read and receipt times ---------------------------------------------------------
 
   // Replaces both counters by a recount over the unread messages of direction 2 sent after
-  // `sendTime`, which becomes the read time. The store itself never writes that direction.
+  // `sendTime`, which becomes the read time. The store itself never writes that direction. True
+  // also when no such conversation exists.
   bool sync_unread(const std::string& session_id, int32_t session_type, int64_t sendTime);
 
   // The user has read the conversation: received messages after the read time are marked read, the
-  // counters become 0, the read time that of the newest received message. One transaction.
+  // counters become 0, the read time that of the newest received message. One transaction. The
+  // answer is that of the marking; when it failed the counters stay.
   bool clear_unread(const std::string& session_id, SessionType session_type);
 
   // The time up to which the peer has read.
   void get_receipt_time(const std::string& session_id, int32_t session_type, int64_t& receipt_time);
 
   // Unread messages of all conversations. This and the next four return false only when their
-  // statement cannot be prepared.
+  // statement cannot be prepared. The sums and the number of messages are 0 where there is nothing
+  // to count; get_unread_count() keeps `unread` when no such conversation exists.
   bool get_total_unread_count(int32_t& unread);
 
   // Unread messages of one conversation.
@@ -524,17 +531,19 @@ class CvDbSingleton {
   // -- Building blocks --
 
   // Lowers the counters. An `unread` of 0 changes nothing, a negative one of any size raises the
-  // unread count by one; a `mention` below 1 leaves the mentions. Nothing stops at 0.
+  // unread count by one; a `mention` below 1 leaves the mentions. Nothing stops at 0. True also
+  // when no such conversation exists.
   bool set_unread_by_value(const std::string& session_id, int32_t session_type, int32_t unread,
                            int32_t mention);
 
-  // The recount of sync_unread().
+  // The recount of sync_unread(); both 0 when there is no such message.
   bool get_unred_mention(const std::string& session_id, int32_t session_type, int64_t sendTime,
                          int32_t& unread, int32_t& mention);
 
   // Sets both counters to 0 and the read time.
   void set_unread_readtime(const std::string& session_id, int32_t session_type, int64_t read_time);
 
+  // Writes the time up to which the peer has read, also an earlier one. Failures are logged only.
   void set_receipttime(const std::string& session_id, int32_t session_type, int64_t receipt_time);
 
   // What get_receipt_time() does.
