@@ -1,0 +1,279 @@
+#include "examples/client/device.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+#include <utility>
+
+namespace example {
+
+namespace {
+
+constexpr auto kKind = Corvan::CV_PRIVATE;
+constexpr const char* kText = "CV:TxtMsg";
+
+// The states of an own message.
+constexpr int32_t kSent = 0;
+constexpr int32_t kBeingSent = 1;
+constexpr int32_t kFailed = 2;
+constexpr int32_t kSeen = 3;
+
+}  // namespace
+
+Device::Device(std::string folder, std::string user, std::string peer, Server* server,
+               Network* network)
+    : store_(Corvan::CvDbSingleton::get_instance()),
+      folder_(std::move(folder)),
+      user_(std::move(user)),
+      peer_(std::move(peer)),
+      server_(server),
+      network_(network) {}
+
+bool Device::start() {
+  turn_ = {};
+  std::filesystem::create_directories(folder_);
+  const cvrtc::Pathname folder(folder_ + "/");
+  if (!store_->init_open_db(folder, "", user_)) return false;
+  if (store_->get_pragma("select 1") == 1) return true;
+  // The file was damaged and has been deleted. A new one is filled from the server's history.
+  return store_->init_open_db(folder, "", user_);
+}
+
+void Device::stop() {
+  store_->close_db();
+}
+
+void Device::reconnect() {
+  constexpr size_t kPage = 5;
+  int64_t mark = 0;
+  if (!store_->get_sync_time(&mark, nullptr)) return;
+  while (!network_->loses()) {
+    const auto page = server_->letters_after(mark, kPage);
+    // Messages and marks are stored together or not at all: a page that fails is fetched again.
+    if (page.empty() || !save_fetched(page)) break;
+    mark = page.back().time;
+  }
+  apply_receipt(server_->receipt_of(peer_));
+
+  // Opening the store has marked what was being sent as failed. What the history has not completed
+  // since is sent again under its own number, by which the server knows it.
+  for (const auto& message : all_messages()) {
+    const bool ended = message.is_receive_ || message.sent_status_ != kFailed;
+    if (ended || refused_.count(message.msg_id_) > 0) continue;
+    int64_t client_uid = 0;
+    store_->get_client_uid(message.msg_id_, client_uid);
+    store_->update_sent_status(message.msg_id_, kBeingSent);
+    ++turn_.sent_again;
+    post(message.msg_id_, client_uid, message.content_);
+  }
+}
+
+// Nothing in here may be an operation that is one transaction: it would commit this one.
+bool Device::save_fetched(const std::vector<Letter>& page) {
+  if (!store_->start_transaction()) return false;
+  complete_own(page);
+  for (const auto& letter : page) {
+    ++turn_.fetched;
+    if (letter.sender == user_) continue;
+    // Insert-only: what is older than the conversation neither moves it nor becomes its newest
+    // message, and is counted as unread all the same. What came live already is refused.
+    const int64_t id =
+        store_->save_message(peer_, kKind, kText, letter.sender, letter.text, true, kSent, 0, false,
+                             letter.time, letter.client_uid, letter.uid, false, true, true);
+    ++(id > 0 ? turn_.stored : turn_.repeated);
+  }
+  // Received and own messages come in one stream here, so both marks move.
+  store_->set_sync_time(page.back().time, true);
+  store_->set_sync_time(page.back().time, false);
+  return store_->commit_transaction();
+}
+
+// Gives own messages whose answer was lost the server's id and time.
+void Device::complete_own(const std::vector<Letter>& page) {
+  std::vector<Corvan::UpdateValue> own;
+  for (const auto& letter : page) {
+    if (letter.sender != user_) continue;
+    Corvan::UpdateValue value;
+    value.session_id_ = peer_;
+    value.session_type_ = kKind;
+    value.sender_ = user_;
+    value.client_uid_ = letter.client_uid;
+    value.server_uid_new_ = letter.uid;
+    value.sent_time_ = letter.time;
+    own.push_back(value);
+  }
+  store_->is_message_exist(own);           // finds them
+  store_->set_send_time_for_dup_msg(own);  // and completes those that the server had not named
+  for (const auto& value : own) {
+    if (value.msg_id_ > 0 && value.server_uid_old_.empty()) {
+      store_->set_sessiontime(value.sent_time_, value.msg_id_, peer_, kKind);
+    }
+  }
+}
+
+void Device::hear() {
+  for (const auto& event : network_->carry(server_->take_events(user_))) {
+    switch (event.kind) {
+      case Event::kLetter:
+        hear_letter(event.letter);
+        break;
+      case Event::kAnswer:
+        hear_answer(own_message(event.answer.client_uid), event.answer);
+        break;
+      case Event::kReceipt:
+        apply_receipt(event.receipt);
+        break;
+    }
+  }
+}
+
+void Device::hear_letter(const Letter& letter) {
+  // A plain save makes its message the conversation's newest whatever its time. So one that comes
+  // late is saved insert-only. Sync marks stay: what was dropped before it is still to be fetched.
+  int64_t newest = 0;
+  store_->get_max_time(newest, kKind, peer_, 2);
+  const bool late = letter.time <= newest;
+  const int64_t id =
+      store_->save_message(peer_, kKind, kText, letter.sender, letter.text, true, kSent, 0, false,
+                           letter.time, letter.client_uid, letter.uid, false, late, true);
+  ++(id > 0 ? turn_.stored : turn_.repeated);
+  if (id > 0 && late) ++turn_.late;
+}
+
+void Device::hear_answer(int64_t msg_id, const Answer& answer) {
+  Corvan::MessageResponse message;
+  message.msg_id_ = msg_id;
+  // An answer that comes again would turn "seen" back into "sent".
+  if (!store_->get_message_by_id(message) || !message.server_uid_.empty()) return;
+  if (answer.fail_reason != 0) refused_.insert(msg_id);
+  store_->set_send_time(msg_id, answer.time, answer.uid, peer_, kKind, answer.fail_reason);
+  apply_receipt(0);
+}
+
+void Device::apply_receipt(int64_t time) {
+  // A later receipt covers what was sent after the stored one. What was acknowledged only after the
+  // stored one came is covered by applying that one again.
+  int64_t known = 0;
+  store_->get_receipt_time(peer_, kKind, known);
+  if (known > 0) store_->update_message_receipt_status(peer_, kKind, known);
+  if (time > known) store_->update_message_receipt_status(peer_, kKind, time);
+}
+
+void Device::send(const std::string& text) {
+  ++turn_.sent;
+  const int64_t client_uid = ++last_client_uid_;
+  const int64_t id =
+      store_->save_message(peer_, kKind, kText, user_, text, false, kBeingSent, 1, false,
+                           server_->now(), client_uid, "", false, false, false);
+  if (id > 0) post(id, client_uid, text);
+}
+
+void Device::post(int64_t msg_id, int64_t client_uid, const std::string& text) {
+  if (network_->loses()) {  // the message
+    ++turn_.unanswered;
+    return;
+  }
+  const Answer answer = server_->post(user_, peer_, client_uid, text);
+  if (network_->loses()) {  // its answer
+    ++turn_.unanswered;
+    return;
+  }
+  hear_answer(msg_id, answer);
+}
+
+void Device::read() {
+  // clear_unread() marks what was sent after the last reading; a message that came late may lie
+  // before it. Marked one by one, with their counters, nothing is left out.
+  for (const auto& message : all_messages()) {
+    if (message.is_receive_ && message.read_status_ == 0) {
+      store_->set_read_status(message.msg_id_, 1);
+    }
+  }
+  store_->clear_unread(peer_, kKind);
+  int64_t newest = 0;
+  store_->get_max_time(newest, kKind, peer_, 1);
+  if (newest > 0 && !network_->loses()) server_->take_receipt(user_, peer_, newest);
+}
+
+int64_t Device::own_message(int64_t client_uid) {
+  Corvan::UpdateValue value;
+  value.session_id_ = peer_;
+  value.session_type_ = kKind;
+  value.sender_ = user_;
+  value.client_uid_ = client_uid;
+  std::vector<Corvan::UpdateValue> values = {value};
+  store_->is_message_exist(values);
+  return values.front().msg_id_;
+}
+
+Device::Messages Device::all_messages() {
+  Messages all;
+  int64_t before = 0;
+  Messages page;
+  while (store_->get_history_message_by_time(peer_, kKind, "", before, 20, page, true)) {
+    before = page.back().msg_id_;
+    all.insert(all.end(), page.begin(), page.end());
+    page.clear();  // results are appended
+  }
+  return all;
+}
+
+std::vector<std::string> Device::differences() {
+  std::vector<std::string> found;
+  const auto stored = all_messages();  // newest first
+  auto letters = server_->letters();
+  std::reverse(letters.begin(), letters.end());
+
+  auto letter = letters.begin();
+  for (const auto& message : stored) {
+    const std::string name = "message " + std::to_string(message.msg_id_);
+    if (refused_.count(message.msg_id_) > 0) {
+      if (message.sent_status_ != kFailed) found.push_back(name + " was refused and is not failed");
+      continue;
+    }
+    if (letter == letters.end() || letter->uid != message.server_uid_ ||
+        letter->time != message.sent_time_ || letter->sender != message.sender_ ||
+        letter->text != message.content_) {
+      found.push_back(name + " is not the server's next one");
+      return found;
+    }
+    const bool seen = letter->time <= server_->receipt_of(peer_);
+    if (!message.is_receive_ && message.sent_status_ != (seen ? kSeen : kSent)) {
+      found.push_back(name + " has another state than the peer's receipt gives it");
+    }
+    ++letter;
+  }
+  if (letter != letters.end()) found.push_back(letter->uid + " is not stored");
+
+  return found;
+}
+
+std::vector<std::string> Device::contradictions() {
+  std::vector<std::string> found;
+  const auto stored = all_messages();
+  if (stored.empty()) return found;
+  Corvan::SessionInfo conversation;
+  conversation.session_id_ = peer_;
+  conversation.session_type_ = kKind;
+  if (!store_->get_session(conversation)) return {"the conversation is missing"};
+  if (conversation.message_.msg_id_ != stored.front().msg_id_) {
+    found.emplace_back("the conversation's newest message is another one");
+  }
+  const auto unread = std::count_if(stored.begin(), stored.end(), [](const auto& message) {
+    return message.is_receive_ && message.read_status_ == 0;
+  });
+  if (conversation.unread_count_ != unread) {
+    found.emplace_back("the conversation counts other messages than those that are unread");
+  }
+  return found;
+}
+
+std::string Device::summary() const {
+  std::ostringstream text;
+  text << "fetched " << turn_.fetched << ", stored " << turn_.stored << " received (" << turn_.late
+       << " late), refused " << turn_.repeated << " repeated, sent " << turn_.sent << ", again "
+       << turn_.sent_again << ", without an answer " << turn_.unanswered;
+  return text.str();
+}
+
+}  // namespace example

@@ -1,0 +1,89 @@
+// Runs every C++ snippet of docs/guide.md in an empty folder and compares what it prints with what
+// the guide says that it prints.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "base/log_message.h"
+#include "db/cv_db_singleton.h"
+#include "tests/docs/snippets.h"
+#include "tests/support/temporary_folder.h"
+
+namespace corvan_test {
+
+namespace {
+
+using Corvan::CvDbSingleton;
+
+// The lines that a snippet says it prints.
+std::string promised(const std::string& snippet) {
+  const std::string mark = "// prints: ";
+  std::istringstream lines(snippet);
+  std::string promise;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t at = line.find(mark);
+    if (at != std::string::npos) promise += line.substr(at + mark.size()) + "\n";
+  }
+  return promise;
+}
+
+// What is written to standard output while the object lives.
+class Output {
+ public:
+  Output() : before_(std::cout.rdbuf(text_.rdbuf())) {}
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  ~Output() { std::cout.rdbuf(before_); }
+  std::string text() const { return text_.str(); }
+
+ private:
+  std::ostringstream text_;
+  std::streambuf* before_;
+};
+
+class Guide : public testing::TestWithParam<Snippet> {
+ protected:
+  static void SetUpTestSuite() { prefer_memory(); }
+
+  // A snippet that opens a user's first store finds it closed, every other one finds one open.
+  void SetUp() override {
+    std::filesystem::current_path(folder_.path());
+    if (GetParam().text.find("create_directories(\"users/") != std::string::npos) return;
+    std::filesystem::create_directories("store");
+    ASSERT_TRUE(store()->init_open_db(cvrtc::Pathname("store/"), "", "me"));
+  }
+
+  void TearDown() override {
+    CvDbSingleton::delete_instance();
+    cvrtc::LogMessage::SetSink({});
+    cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_WARNING);
+    std::filesystem::current_path("/");
+  }
+
+  static CvDbSingleton* store() { return CvDbSingleton::get_instance(); }
+
+ private:
+  TemporaryFolder folder_;
+};
+
+TEST_P(Guide, PrintsWhatItSays) {
+  const std::string promise = promised(GetParam().text);
+  ASSERT_NE(promise, "") << "docs/guide.md:" << GetParam().line
+                         << ": a snippet that prints nothing";
+  const Output output;
+  GetParam().run(store());
+  EXPECT_EQ(output.text(), promise) << "docs/guide.md:" << GetParam().line;
+}
+
+INSTANTIATE_TEST_SUITE_P(Snippets, Guide, testing::ValuesIn(guide_snippets()),
+                         [](const auto& snippet) {
+                           return "Line" + std::to_string(snippet.param.line);
+                         });
+
+}  // namespace
+
+}  // namespace corvan_test
