@@ -47,12 +47,20 @@ class CommandLine {
   template <typename Options>
   Command<Options> add(const std::string& name, const std::string& text, const std::string& footer,
                        int (*action)(const Options&)) {
+    const Command<Options> command = add_without_folder(name, text, footer, action);
+    command.app->add_option("FOLDER", command.options.folder, "the store's folder")
+        ->required()
+        ->check(not_empty());
+    return command;
+  }
+
+  // The same for a command whose first argument is another one.
+  template <typename Options>
+  Command<Options> add_without_folder(const std::string& name, const std::string& text,
+                                      const std::string& footer, int (*action)(const Options&)) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app_.add_subcommand(name, text);
     command->footer(footer);
-    command->add_option("FOLDER", options->folder, "the store's folder")
-        ->required()
-        ->check(not_empty());
     command->add_flag("--json", options->json, "write JSON for programs");
     command->callback([this, action, options] { status_ = action(*options); });
     return {command, *options};

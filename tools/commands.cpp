@@ -10,6 +10,7 @@
 #include "base/cv_utils.h"
 #include "tools/command_line.h"
 #include "tools/json_output.h"
+#include "tools/message_output.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
 #include "tools/store_copy.h"
@@ -52,29 +53,6 @@ class Look {
   StoreCopy copy_;
   std::optional<OpenStore> store_;
 };
-
-// What list, history and show have in common; a message of the list has no time of its own.
-Json message_json(const MessageResponse& m, bool with_time) {
-  Json json = {
-      {"msg_id", m.msg_id_},
-      {"session_id", m.session_id_},
-      {"session_type", static_cast<int32_t>(m.session_type_)},
-      {"object_name", m.object_name_},
-      {"sender", m.sender_},
-      {"content", m.content_},
-      {"is_receive", m.is_receive_},
-      {"read_status", m.read_status_},
-      {"sent_status", m.sent_status_},
-      {"server_uid", m.server_uid_},
-  };
-  if (with_time) json["sent_time"] = m.sent_time_;
-  return json;
-}
-
-// How far a message has come: read or not when received, otherwise the way of its sending.
-std::string state_text(const MessageResponse& m) {
-  return m.is_receive_ ? read_status_name(m.read_status_) : sent_status_name(m.sent_status_);
-}
 
 std::vector<SessionType> kinds_or_all(const std::vector<SessionType>& kinds) {
   return kinds.empty() ? all_kinds() : kinds;

@@ -75,6 +75,13 @@ inline std::string text_at(sqlite3_stmt* row, int column) {
           static_cast<std::size_t>(sqlite3_column_bytes(row, column))};
 }
 
+// A name as SQL takes it, whatever is in it.
+inline std::string quoted_name(const std::string& name) {
+  std::string result = "\"";
+  for (const char c : name) result.append(c == '"' ? 2 : 1, c);
+  return result + '"';
+}
+
 }  // namespace corvan_tool
 
 #endif  // TOOLS_CONNECTION_H_

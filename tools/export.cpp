@@ -1,9 +1,130 @@
 #include "tools/export.h"
 
+#include <chrono>
+#include <cstdint>
+#include <iostream>
+#include <string>
+#include <vector>
+
 #include "tools/command_line.h"
+#include "tools/export_html.h"
+#include "tools/export_lines.h"
+#include "tools/export_output.h"
+#include "tools/export_source.h"
+#include "tools/json_output.h"
+#include "tools/names.h"
+#include "tools/text_table.h"
+#include "tools/tool_error.h"
+#include "tools/unfinished.h"
 
 namespace corvan_tool {
 
-void add_export(CommandLine& /*line*/) {}
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct ExportOptions {
+  std::string folder;
+  std::vector<std::string> session_ids;  // none: all
+  std::vector<int32_t> kinds;            // none: all
+  std::string format;
+  std::string output;  // empty: standard output
+  bool json = false;
+};
+
+void export_one_file(const ExportSource& source, const std::string& format, const std::string& path,
+                     ExportCounts& counts) {
+  ExportOutput output(path, counts);
+  if (format == "csv") {
+    export_csv(source, output, counts);
+  } else {
+    export_jsonl(source, output, counts);
+  }
+}
+
+// Tells what was written to a place of the user's choice.
+void report(const ExportOptions& options, bool is_partial, const ExportCounts& counts,
+            double seconds) {
+  if (options.json) {
+    print_json({{"format", options.format},
+                {"output", options.output},
+                {"partial", is_partial},
+                {"sessions", counts.sessions},
+                {"messages", counts.messages},
+                {"files", counts.files},
+                {"bytes", counts.bytes},
+                {"seconds", seconds}});
+    return;
+  }
+  std::cout << printable(options.output) << ": " << counts.sessions << " conversations, "
+            << counts.messages << " messages, " << size_text(counts.bytes);
+  if (options.format == "html") std::cout << " in " << counts.files << " pages; open index.html";
+  std::cout << "; " << seconds_text(seconds) << " s\n";
+}
+
+int run_export(const ExportOptions& options) {
+  const Clock::time_point start = Clock::now();
+  const bool is_html = options.format == "html";
+  if (options.output.empty() && is_html) {
+    throw ToolError("--format html makes a folder of pages: name it with --output");
+  }
+  if (options.output.empty() && options.json) {
+    throw ToolError(
+        "--json tells what was exported, and standard output takes the export: name a "
+        "file for that with --output");
+  }
+
+  ExportCounts counts;
+  if (options.output.empty()) {
+    const ExportSource source(options.folder, options.session_ids, options.kinds);
+    export_one_file(source, options.format, "", counts);
+    return kOk;
+  }
+  Unfinished place =
+      is_html ? Unfinished::folder(options.output) : Unfinished::file(options.output);
+  const ExportSource source(options.folder, options.session_ids, options.kinds);
+  if (is_html) {
+    export_html(source, place.path(), counts);
+  } else {
+    export_one_file(source, options.format, place.path(), counts);
+  }
+  place.keep();
+  report(options, source.is_partial(), counts,
+         std::chrono::duration<double>(Clock::now() - start).count());
+  return kOk;
+}
+
+constexpr const char* kExportResult =
+    "  jsonl  every column of every row, for 'corvan restore' and for programs: text that is not\n"
+    "         UTF-8, numbers of 64 bits and whatever else a row holds come back as they were\n"
+    "  csv    the messages with their conversation's title, for spreadsheets; a text that a\n"
+    "         spreadsheet would take for a formula gets an apostrophe in front\n"
+    "  html   pages to read in a browser, without network and scripts; --output names the folder\n"
+    "Without SESSION and --type everything is exported, messages without a conversation included.\n"
+    "An export of chosen conversations holds no sync times. What is at PLACE already is left alone\n"
+    "and is an error; PLACE comes to be when the export is complete. Without --output the export\n"
+    "goes to standard output.\n"
+    "With --json and --output: an object with format, output, partial, sessions, messages, files,\n"
+    "bytes and seconds.\n";
+
+}  // namespace
+
+void add_export(CommandLine& line) {
+  const auto [command, options] = line.add<ExportOptions>(
+      "export", "Write a store's content as JSON Lines, CSV or pages to read", kExportResult,
+      run_export);
+  command->add_option("SESSION", options.session_ids,
+                      "only the conversations of these ids, of all kinds unless --type is given");
+  command->add_option("--format", options.format, "jsonl, csv or html (required)")
+      ->required()
+      ->check(CLI::IsMember({"jsonl", "csv", "html"}))
+      ->option_text("F");
+  add_kind(command, options.kinds, "only conversations of this kind, may be given again: ");
+  command
+      ->add_option("--output", options.output,
+                   "the file, or for html the folder, to make; nothing may be there")
+      ->check(not_empty())
+      ->option_text("PLACE");
+}
 
 }  // namespace corvan_tool

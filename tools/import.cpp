@@ -2,15 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <memory>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -18,6 +14,7 @@
 #include "tools/command_line.h"
 #include "tools/import_line.h"
 #include "tools/json_output.h"
+#include "tools/line_source.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
 #include "tools/progress.h"
@@ -30,73 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kLongestLine = std::size_t{64} << 20;
-constexpr std::size_t kPiece = std::size_t{64} << 10;
-
-// The lines of several files, one after the other.
-class LineSource {
- public:
-  // Opens all files, so that a wrong name is found before anything is stored.
-  explicit LineSource(const std::vector<std::string>& names) {
-    for (const std::string& name : names) {
-      Input input;
-      input.name = name == "-" ? "standard input" : name;
-      if (name != "-") {
-        if (std::filesystem::is_directory(name)) throw ToolError(name + ": is a folder");
-        input.file = std::make_unique<std::ifstream>(name, std::ios::binary);
-        if (!*input.file) throw ToolError(name + ": " + std::strerror(errno));
-      }
-      inputs_.push_back(std::move(input));
-    }
-  }
-
-  // The next line without its end; false after the last one.
-  bool next(std::string& line) {
-    while (current_ < inputs_.size()) {
-      std::istream& stream = inputs_[current_].file ? *inputs_[current_].file : std::cin;
-      if (read_line(stream, line)) {
-        ++line_number_;
-        return true;
-      }
-      if (stream.bad()) throw ToolError(place() + ": cannot be read further");
-      ++current_;
-      line_number_ = 0;
-    }
-    return false;
-  }
-
-  // Where the last line stood, as "file:line".
-  std::string place() const { return inputs_[current_].name + ":" + std::to_string(line_number_); }
-
- private:
-  struct Input {
-    std::string name;
-    std::unique_ptr<std::ifstream> file;  // null for standard input
-  };
-
-  // As std::getline, but a file without line ends does not fill the memory.
-  bool read_line(std::istream& stream, std::string& line) {
-    line.clear();
-    while (true) {
-      stream.getline(piece_.data(), static_cast<std::streamsize>(piece_.size()));
-      const auto taken = static_cast<std::size_t>(stream.gcount());
-      const bool ended = stream.good();  // the line end was taken, too
-      line.append(piece_.data(), ended ? taken - 1 : taken);
-      if (ended) return true;
-      if (stream.bad() || stream.eof()) return !stream.bad() && !line.empty();
-      if (line.size() > kLongestLine) {
-        throw ToolError(inputs_[current_].name + ":" + std::to_string(line_number_ + 1) +
-                        ": longer than 64 MiB");
-      }
-      stream.clear();
-    }
-  }
-
-  std::vector<Input> inputs_;
-  std::vector<char> piece_ = std::vector<char>(kPiece);
-  std::size_t current_ = 0;
-  std::size_t line_number_ = 0;
-};
+constexpr std::size_t kLongestLine = 64;  // MiB
 
 struct Counts {
   std::uint64_t stored = 0;     // as new messages
@@ -110,7 +41,7 @@ class Import {
  public:
   explicit Import(const ImportOptions& options)
       : options_(options),
-        source_(options.files),
+        source_(options.files, kLongestLine),
         batch_size_(std::max<std::size_t>(options.batch_size, 1)) {}
 
   void run() {

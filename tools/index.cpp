@@ -9,13 +9,14 @@
 #include <utility>
 #include <vector>
 
-#include "base/cv_database.h"
 #include "tools/command_line.h"
 #include "tools/connection.h"
 #include "tools/json_output.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
+#include "tools/schema.h"
 #include "tools/store_copy.h"
+#include "tools/store_transaction.h"
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
 
@@ -24,12 +25,6 @@ namespace corvan_tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-struct Index {
-  std::string name;
-  std::string table;
-  std::string sql;  // the statement that makes it
-};
 
 enum Action { kCreated, kReplaced, kDropped, kLeft, kActions };
 constexpr std::array<const char*, kActions> kActionNames = {"created", "replaced", "dropped",
@@ -56,176 +51,77 @@ struct Result {
   bool nothing_done() const { return count(kLeft) == changes.size(); }
 };
 
-char lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char c) { return lower(c); });
-  return text;
-}
-
-// The statement in lower case, without the white space that does not separate words.
-std::string normal_form(const std::string& sql) {
-  if (sql.find("--") != std::string::npos || sql.find("/*") != std::string::npos) return sql;
-  const auto is_bracket = [](char c) { return c == '(' || c == ')' || c == ','; };
-  std::string result;
-  char quote = '\0';
-  bool gap = false;
-  for (const char c : sql) {
-    if (quote == '\0' && (c == ' ' || (c >= '\t' && c <= '\r'))) {
-      gap = true;
-      continue;
-    }
-    if (gap && !result.empty() && !is_bracket(result.back()) && !is_bracket(c)) result += ' ';
-    gap = false;
-    result += quote == '\0' ? lower(c) : c;
-    if (quote != '\0') {
-      if (c == quote) quote = '\0';
-    } else if (c == '\'' || c == '"' || c == '`') {
-      quote = c;
-    } else if (c == '[') {
-      quote = ']';
-    }
+Action action_of(const IndexDifference& difference, bool drop_others) {
+  switch (difference.kind) {
+    case IndexDifference::kMissing:
+      return kCreated;
+    case IndexDifference::kDiffers:
+      return kReplaced;
+    case IndexDifference::kOlder:
+      return kDropped;
+    case IndexDifference::kOther:
+      break;
   }
-  return result;
+  return drop_others ? kDropped : kLeft;
 }
 
-// Every name in the provider's set begins with its table's name. An index of such a name that is
-// not in the set comes from an older one; of any other name, from somebody else.
-bool has_store_name(const Index& index) {
-  return index.name.rfind(index.table + "_", 0) == 0;
-}
-
-std::string quoted_name(const std::string& name) {
-  std::string result = "\"";
-  for (const char c : name) result.append(c == '"' ? 2 : 1, c);
-  return result + '"';
-}
-
-// A file's indexes by name, without those that are part of a table: SQLITE_DONE, or the code of the
-// failure.
-int read_indexes(const Connection& connection, std::vector<Index>& indexes) {
-  return connection.each_row(
-      "select name,tbl_name,sql from sqlite_master where type='index' and sql is not null "
-      "order by name",
-      [&indexes](sqlite3_stmt* row) {
-        indexes.push_back({text_at(row, 0), text_at(row, 1), text_at(row, 2)});
-      });
-}
-
-// What a new store has.
-struct Schema {
-  std::vector<std::string> tables;
-  std::vector<Index> indexes;
-
-  bool has_table(const std::string& name) const {
-    return std::any_of(tables.begin(), tables.end(),
-                       [&name](const std::string& table) { return lower(table) == lower(name); });
-  }
-  bool has_index(const std::string& name) const {
-    return std::any_of(indexes.begin(), indexes.end(),
-                       [&name](const Index& index) { return lower(index.name) == lower(name); });
-  }
-};
-
-Schema new_schema() {
-  const Connection scratch(":memory:");
-  const auto require = [&scratch](int rc) {
-    if (rc != SQLITE_DONE) throw ToolError("a new store's schema: " + scratch.error());
-  };
-  for (const auto& [name, sql] : Corvan::CvDatabase::table_index()) require(scratch.run(sql));
-  Schema schema;
-  require(
-      scratch.each_row("select name from sqlite_master where type='table'",
-                       [&schema](sqlite3_stmt* row) { schema.tables.push_back(text_at(row, 0)); }));
-  require(read_indexes(scratch, schema.indexes));
-  return schema;
-}
-
-// One transaction that brings a file's indexes up to the schema. Throws ToolError when a step
-// fails; what is not committed by then is taken back.
+// One transaction that brings a file's indexes up to those of a new store. Throws ToolError when a
+// step fails; what is not committed by then is taken back.
 class Update {
  public:
-  // `name` is the file's name in errors.
-  Update(const std::string& file, std::string name) : connection_(file), name_(std::move(name)) {
-    // As the library does: no rests of messages where an index was.
-    require(connection_.run("pragma secure_delete=on"));
-    // Without a log it would otherwise be only the commit that meets a reader's lock.
-    require(connection_.run("begin exclusive"));
-  }
+  // `name` is the file's name in errors. Without a log it would, in a transaction that does not
+  // exclude readers, be only the commit that meets a reader's lock.
+  Update(const std::string& file, const std::string& name)
+      : transaction_(file, name, "begin exclusive") {}
 
   // Commits unless there is nothing to do, or it is only tried.
   Result run(const Schema& schema, const IndexOptions& options) {
     Result result;
-    std::vector<Index> present;
-    require(read_indexes(connection_, present));
-
-    std::vector<Change> others;
-    for (const Index& index : present) {
-      if (!schema.has_table(index.table) || schema.has_index(index.name)) continue;
+    Schema present;
+    transaction_.require(read_schema(connection(), present));
+    for (const IndexDifference& difference : index_differences(schema, present, result.kept)) {
       Change change;
-      change.action = options.drop_others || has_store_name(index) ? kDropped : kLeft;
-      change.index = index;
-      if (change.action == kDropped) drop(index);
-      others.push_back(std::move(change));
-    }
-    for (const Index& wanted : schema.indexes) {
-      const auto found = std::find_if(
-          present.begin(), present.end(),
-          [&wanted](const Index& index) { return lower(index.name) == lower(wanted.name); });
-      if (found != present.end() && is_same_index(found->sql, wanted.sql)) {
-        ++result.kept;
-        continue;
-      }
-      Change change;
-      change.index = wanted;
-      if (found != present.end()) {
-        change.action = kReplaced;
-        change.old_sql = found->sql;
-        drop(*found);
-      }
-      create(change);
+      change.action = action_of(difference, options.drop_others);
+      change.index = difference.index;
+      change.old_sql = difference.old_sql;
       result.changes.push_back(std::move(change));
     }
-    result.changes.insert(result.changes.end(), others.begin(), others.end());
-    if (!result.nothing_done() && !options.dry_run) require(connection_.run("commit"));
+    // What is dropped makes room first.
+    for (const Change& change : result.changes) {
+      if (change.action == kDropped || change.action == kReplaced) drop(change.index);
+    }
+    for (Change& change : result.changes) {
+      if (change.action == kCreated || change.action == kReplaced) create(change);
+    }
+    if (!result.nothing_done() && !options.dry_run) transaction_.commit();
     result.seconds = seconds_since(start_);
     return result;
   }
 
  private:
+  const Connection& connection() const { return transaction_.connection(); }
+
   static double seconds_since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
   }
 
-  void drop(const Index& index) {
-    require(connection_.run("drop index " + quoted_name(index.name)), index.name);
+  void drop(const Index& index) const {
+    transaction_.require(connection().run("drop index " + quoted_name(index.name)),
+                         "index " + index.name);
   }
 
-  void create(Change& change) {
+  void create(Change& change) const {
     const Clock::time_point start = Clock::now();
-    require(connection_.run(change.index.sql), change.index.name);
+    transaction_.require(connection().run(change.index.sql), "index " + change.index.name);
     change.seconds = seconds_since(start);
     // SQLite may have been built without this table: the size then stays unknown.
-    connection_.each_row(
+    connection().each_row(
         "select sum(pgsize) from dbstat where name='" + change.index.name + "'",
         [&change](sqlite3_stmt* row) { change.bytes = sqlite3_column_int64(row, 0); });
   }
 
-  void require(int rc, const std::string& index = "") const {
-    if (rc == SQLITE_DONE) return;
-    std::string why = connection_.error();
-    if (rc == SQLITE_BUSY) why = "in use by another process (" + why + ")";
-    if (!index.empty()) why = "index " + index + ": " + why;
-    why += "; nothing was changed";
-    if (rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB) why += "; see 'corvan check'";
-    throw ToolError(name_ + ": " + why);
-  }
-
   const Clock::time_point start_ = Clock::now();
-  const Connection connection_;
-  const std::string name_;
+  const StoreTransaction transaction_;
 };
 
 void print_text(const Result& result, bool dry_run) {
@@ -290,10 +186,6 @@ constexpr const char* kIndexResult =
     "replaced ones also old_sql; kept (a number) and seconds.\n";
 
 }  // namespace
-
-bool is_same_index(const std::string& one, const std::string& other) {
-  return normal_form(one) == normal_form(other);
-}
 
 int run_index(const IndexOptions& options) {
   const std::string name = store_file(options.folder);

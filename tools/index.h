@@ -16,10 +16,6 @@ struct IndexOptions {
   bool json = false;
 };
 
-// Whether two statements make the same index: they then differ at most in the case of letters and
-// in white space, and only outside of quotes. In doubt, as with comments, they must be equal.
-bool is_same_index(const std::string& one, const std::string& other);
-
 // Returns the exit status. Throws ToolError when the store cannot be read or written, is locked, or
 // lacks a column that an index needs; it then stays as it was.
 int run_index(const IndexOptions& options);

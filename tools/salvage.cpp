@@ -1,9 +1,291 @@
 #include "tools/salvage.h"
 
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "tools/command_line.h"
+#include "tools/json_output.h"
+#include "tools/names.h"
+#include "tools/salvage_file.h"
+#include "tools/salvage_store.h"
+#include "tools/salvage_tables.h"
+#include "tools/salvage_walk.h"
+#include "tools/store_copy.h"
+#include "tools/text_table.h"
+#include "tools/tool_error.h"
+#include "tools/unfinished.h"
 
 namespace corvan_tool {
 
-void add_salvage(CommandLine& /*line*/) {}
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kShownBadPages = 20;
+
+struct SalvageOptions {
+  std::string damaged;
+  std::string folder;
+  bool doubtful = false;
+  bool json = false;
+};
+
+struct Report {
+  std::string file;
+  std::size_t page_size = 0;
+  PageNumber pages = 0;
+  PageNumber declared_pages = 0;
+  bool header_is_sound = false;
+  DamagedFile::Log log;
+  std::vector<BadPages> bad_pages;
+  std::uint64_t zero_pages = 0;
+  std::vector<std::string> names;  // of the tables; one a result
+  std::vector<TableResult> results;
+  std::optional<std::int64_t> sequence;
+  bool is_kept = false;
+  double seconds = 0;
+
+  template <typename Count>
+  std::int64_t sum(const Count& count) const {
+    std::int64_t total = 0;
+    for (const TableResult& result : results) total += count(result);
+    return total;
+  }
+  std::int64_t recovered() const {
+    return sum([](const TableResult& result) { return result.recovered + result.taken; });
+  }
+  std::int64_t doubtful() const {
+    return sum([](const TableResult& result) { return result.all_doubtful(); });
+  }
+  bool is_lossless() const {
+    return !log.damaged && doubtful() == 0 &&
+           std::all_of(results.begin(), results.end(), [](const TableResult& result) {
+             return result.lost == 0 && result.lost_at_most == 0;
+           });
+  }
+};
+
+// The file that is meant: itself, or the one in its folder. Its log lies beside the file itself,
+// not beside a link to it.
+std::string damaged_file(const std::string& damaged) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const std::string file = fs::is_directory(damaged, error) ? store_file(damaged) : damaged;
+  const fs::path real = fs::canonical(file, error);
+  if (error) throw ToolError(file + ": " + error.message() + "; name the store's folder or file");
+  return real.string();
+}
+
+Report salvage(const SalvageOptions& options) {
+  const Clock::time_point start = Clock::now();
+  Report report;
+  report.file = damaged_file(options.damaged);
+  const DamagedFile file(report.file);
+  const SalvageSchema schema = salvage_schema();
+  Unfinished made = Unfinished::folder(options.folder);
+  SalvageStore store(schema, made.path(), options.folder);
+  SalvageWalk walk(file, schema, store);
+  walk.run();
+  if (file.has_changed()) {
+    throw ToolError(report.file + ": written to meanwhile; end its client and try again");
+  }
+  report.results = store.finish(walk.states(), options.doubtful, !file.log().damaged);
+  report.results.resize(schema.sequences);
+  for (std::size_t i = 0; i < schema.sequences; ++i) report.names.push_back(schema.tables[i].name);
+  report.page_size = file.page_size();
+  report.pages = file.page_count();
+  report.declared_pages = file.declared_pages();
+  report.header_is_sound = file.header_is_sound();
+  report.log = file.log();
+  report.bad_pages = walk.bad_pages();
+  report.zero_pages = walk.zero_pages();
+  report.sequence = store.sequence();
+  report.is_kept = report.recovered() > 0;
+  if (report.is_kept) made.keep();
+  report.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  return report;
+}
+
+std::string lost_text(const TableResult& result) {
+  const std::string least = std::to_string(result.lost);
+  if (!result.lost_at_most) return result.lost == 0 ? "unknown" : least + " or more";
+  if (*result.lost_at_most == result.lost) return least;
+  return least + " to " + std::to_string(*result.lost_at_most);
+}
+
+void print_tables(const Report& report) {
+  TextTable table({{"TABLE"},
+                   {"RECOVERED", TextTable::kRight},
+                   {"FROM LOG", TextTable::kRight},
+                   {"LOST", TextTable::kRight},
+                   {"DOUBTFUL", TextTable::kRight},
+                   {"TAKEN", TextTable::kRight},
+                   {"MADE", TextTable::kRight}});
+  for (std::size_t i = 0; i < report.results.size(); ++i) {
+    const TableResult& result = report.results[i];
+    table.add({report.names[i], std::to_string(result.recovered), std::to_string(result.from_log),
+               lost_text(result), std::to_string(result.all_doubtful()),
+               std::to_string(result.taken), std::to_string(result.made)});
+  }
+  table.print(std::cout, 0);
+}
+
+void print_pages(const Report& report) {
+  if (!report.header_is_sound) std::cout << "the file's header is damaged\n";
+  if (report.declared_pages > report.pages) {
+    std::cout << "the file is cut off: " << report.pages << " of " << report.declared_pages
+              << " pages are there\n";
+  }
+  std::uint64_t count = 0;
+  for (const BadPages& pages : report.bad_pages) count += pages.last - pages.first + 1;
+  if (count > 0) std::cout << count << " bad pages of " << report.page_size << " bytes:\n";
+  for (std::size_t i = 0; i < report.bad_pages.size() && i < kShownBadPages; ++i) {
+    const BadPages& pages = report.bad_pages[i];
+    std::cout << "  " << pages.first;
+    if (pages.last > pages.first) std::cout << " to " << pages.last;
+    std::cout << ": " << printable(pages.what) << '\n';
+  }
+  if (report.bad_pages.size() > kShownBadPages) {
+    std::cout << "  ... and " << report.bad_pages.size() - kShownBadPages
+              << " more lines, all of them with --json\n";
+  }
+  if (report.zero_pages > 0) {
+    std::cout << report.zero_pages
+              << " pages of zeros that nothing leads to: free ones, or lost ones\n";
+  }
+  if (report.log.damaged) {
+    std::cout << "the log is damaged: of " << report.log.frames << " pages in it "
+              << report.log.used << " could be used, " << report.log.unusable
+              << " belong to later commits, which are lost\n";
+  } else if (report.log.used > 0) {
+    std::cout << report.log.used << " pages of the log were used\n";
+  }
+}
+
+void print_doubtful(const Report& report, bool are_taken) {
+  if (report.doubtful() == 0) return;
+  std::cout << report.doubtful() << " doubtful rows"
+            << (are_taken ? "" : ", left out (--doubtful takes them)") << ":\n";
+  for (std::size_t i = 0; i < report.results.size(); ++i) {
+    for (std::size_t doubt = 1; doubt < kDoubts; ++doubt) {
+      const std::int64_t count = report.results[i].doubtful.at(doubt);
+      if (count == 0) continue;
+      std::cout << "  " << count << " of " << report.names[i] << ' '
+                << doubt_text(static_cast<Doubt>(doubt)) << '\n';
+    }
+  }
+}
+
+void print_text(const Report& report, const SalvageOptions& options) {
+  std::cout << "from " << printable(report.file) << '\n';
+  if (!report.is_kept) {
+    print_pages(report);
+    print_doubtful(report, options.doubtful);
+    std::cout << "nothing could be recovered; " << printable(options.folder) << " was not made\n";
+    return;
+  }
+  print_tables(report);
+  print_pages(report);
+  print_doubtful(report, options.doubtful);
+  std::cout << "made " << printable(options.folder) << "; " << seconds_text(report.seconds)
+            << " s\nnext: corvan verify " << printable(options.folder)
+            << " --repair counters,latest\n";
+}
+
+Json table_json(const TableResult& result) {
+  Json doubtful_by = Json::object();
+  for (std::size_t doubt = 1; doubt < kDoubts; ++doubt) {
+    const std::int64_t count = result.doubtful.at(doubt);
+    if (count > 0) doubtful_by[doubt_word(static_cast<Doubt>(doubt))] = count;
+  }
+  return {{"recovered", result.recovered},
+          {"from_log", result.from_log},
+          {"lost_at_least", result.lost},
+          {"lost_at_most", result.lost_at_most ? Json(*result.lost_at_most) : Json(nullptr)},
+          {"doubtful", result.all_doubtful()},
+          {"doubtful_by", std::move(doubtful_by)},
+          {"taken", result.taken},
+          {"made", result.made}};
+}
+
+void print_report_json(const Report& report, const SalvageOptions& options) {
+  Json bad_pages = Json::array();
+  for (const BadPages& pages : report.bad_pages) {
+    bad_pages.push_back({{"first", pages.first}, {"last", pages.last}, {"what", pages.what}});
+  }
+  Json tables = Json::object();
+  for (std::size_t i = 0; i < report.results.size(); ++i) {
+    tables[report.names[i]] = table_json(report.results[i]);
+  }
+  print_json({{"file", report.file},
+              {"folder", report.is_kept ? Json(options.folder) : Json(nullptr)},
+              {"tables", std::move(tables)},
+              {"largest_id", report.sequence ? Json(*report.sequence) : Json(nullptr)},
+              {"page_size", report.page_size},
+              {"pages", report.pages},
+              {"declared_pages", report.declared_pages},
+              {"header_ok", report.header_is_sound},
+              {"bad_pages", std::move(bad_pages)},
+              {"zero_pages", report.zero_pages},
+              {"log",
+               {{"pages", report.log.frames},
+                {"used", report.log.used},
+                {"unusable", report.log.unusable},
+                {"damaged", report.log.damaged}}},
+              {"seconds", report.seconds}});
+}
+
+int run_salvage(const SalvageOptions& options) {
+  const Report report = salvage(options);
+  if (options.json) {
+    print_report_json(report, options);
+  } else {
+    print_text(report, options);
+  }
+  return report.is_kept && report.is_lossless() ? kOk : kNegative;
+}
+
+constexpr const char* kSalvageResult =
+    "DAMAGED is a store's folder, or its file under any name; its write-ahead log is read as well.\n"
+    "Nothing is written to or beside it. NEWFOLDER receives a store with every row that can be read,\n"
+    "under its own id: what the trees of the tables lead to, and what lies on pages that a damaged\n"
+    "one no longer leads to. Conversations whose rows are lost are made from index entries and\n"
+    "messages, and are counted as lost and as made. Doubtful rows are left out unless --doubtful is\n"
+    "given: those that seem to have been deleted, of which there are different versions, or whose\n"
+    "values cannot be theirs.\n"
+    "LOST counts rows that indexes or broken pages still name; a second number is the most that\n"
+    "may be lost, where that can be told.\n"
+    "Exit status: 0 when all was recovered; 1 when rows are or may be lost, or are doubtful, or\n"
+    "nothing could be recovered, and then NEWFOLDER is not made; 2 on failure.\n"
+    "With --json: an object with file; folder (null when it was not made); tables, an object by\n"
+    "name of objects with recovered, from_log, lost_at_least, lost_at_most (null when unknown),\n"
+    "doubtful, doubtful_by (an object: deleted, unreached, log, versions, place, text, value), taken,\n"
+    "made; largest_id (the largest message id given so far, or null); page_size, pages,\n"
+    "declared_pages, header_ok; bad_pages, an array of objects with first, last, what; zero_pages;\n"
+    "log, an object with pages, used, unusable, damaged; seconds.\n";
+
+}  // namespace
+
+void add_salvage(CommandLine& line) {
+  const auto [command, options] = line.add_without_folder<SalvageOptions>(
+      "salvage", "Bring what can still be read in a damaged store into a new one", kSalvageResult,
+      run_salvage);
+  command->add_option("DAMAGED", options.damaged, "the store's folder, or its file")
+      ->required()
+      ->check(not_empty());
+  command
+      ->add_option("NEWFOLDER", options.folder,
+                   "the folder to make for the new store; nothing may be there")
+      ->required()
+      ->check(not_empty());
+  command->add_flag("--doubtful", options.doubtful, "take doubtful rows as well");
+}
 
 }  // namespace corvan_tool

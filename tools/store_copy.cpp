@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -38,6 +39,10 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
 
 [[noreturn]] void fail(const std::string& path) {
   throw ToolError(path + ": " + std::strerror(errno));
+}
+
+[[noreturn]] void fail_without_store(const std::string& file) {
+  throw ToolError(file + ": no store here; name the folder that holds the file \"corvan\"");
 }
 
 // Null when there is no such file.
@@ -99,7 +104,7 @@ bool still_holds(const std::string& from, const std::string& to,
 // only after the log holds its new content, so the two agree as soon as neither copy was overtaken.
 bool copy_files(const std::string& from, const std::string& to) {
   const auto main_size = copy_file(from, to);
-  if (!main_size) throw ToolError(from + ": no store here");
+  if (!main_size) fail_without_store(from);
   const auto log_size = copy_file(from + kLogSuffix, to + kLogSuffix);
   const auto journal_size = copy_file(from + kJournalSuffix, to + kJournalSuffix);
   return still_holds(from, to, main_size, kWhole) &&
@@ -113,11 +118,20 @@ std::string store_file(const std::string& folder) {
   return (std::filesystem::path(folder) / kStoreName).string();
 }
 
+StoreSizes store_sizes(const std::string& file) {
+  const auto size_of = [](const std::string& path) -> int64_t {
+    std::error_code missing;
+    const auto size = std::filesystem::file_size(path, missing);
+    return missing ? 0 : static_cast<int64_t>(size);
+  };
+  return {size_of(file), size_of(file + kLogSuffix)};
+}
+
 void copy_store(const std::string& folder, const std::string& to) {
   const std::string from = store_file(folder);
   struct stat status = {};
   if (stat(from.c_str(), &status) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) throw ToolError(from + ": no store here");
+    if (errno == ENOENT || errno == ENOTDIR) fail_without_store(from);
     fail(from);
   }
   if (!S_ISREG(status.st_mode)) throw ToolError(from + ": not a file");

@@ -3,6 +3,7 @@
 #ifndef TOOLS_STORE_COPY_H_
 #define TOOLS_STORE_COPY_H_
 
+#include <cstdint>
 #include <string>
 
 #include "tools/unfinished.h"
@@ -11,6 +12,13 @@ namespace corvan_tool {
 
 // The store file in `folder`; it need not exist.
 std::string store_file(const std::string& folder);
+
+// The bytes that a store's file and its write-ahead log take; 0 for one that is not there.
+struct StoreSizes {
+  int64_t file = 0;
+  int64_t log = 0;
+};
+StoreSizes store_sizes(const std::string& file);
 
 // Opening a store changes it, and a damaged one is deleted by it, so looking is done in a copy. The
 // copy, write-ahead log included, is of one moment even while another process writes to the store:

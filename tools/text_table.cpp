@@ -9,23 +9,14 @@
 #include <cstdio>
 #include <utility>
 
+#include "tools/utf8.h"
+
 namespace corvan_tool {
 
 namespace {
 
-constexpr utf8proc_int32_t kReplacement = 0xFFFD;
 constexpr utf8proc_int32_t kEmojiPresentation = 0xFE0F;
 constexpr int kGap = 2;
-
-// Takes the first code point off `text`; kReplacement for a byte that starts none.
-utf8proc_int32_t take_code_point(std::string_view& text) {
-  utf8proc_int32_t code_point = kReplacement;
-  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-  const utf8proc_ssize_t size =
-      utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size()), &code_point);
-  text.remove_prefix(size > 0 ? static_cast<std::size_t>(size) : 1);
-  return size > 0 ? code_point : kReplacement;
-}
 
 bool is_regional_indicator(utf8proc_int32_t c) {
   return c >= 0x1F1E6 && c <= 0x1F1FF;
@@ -89,7 +80,7 @@ std::string printable(std::string_view text) {
     const utf8proc_int32_t c = take_code_point(text);
     const std::string_view bytes = before.substr(0, before.size() - text.size());
     if (c == kReplacement) {
-      result += "\xEF\xBF\xBD";
+      result += kReplacementText;
     } else if (drives_terminal(c)) {
       result += escaped(c);
     } else {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -75,12 +76,42 @@ void wait_for_interrupt(sigset_t signals) {
   end_by(signal_number);
 }
 
-// Makes the entries of a folder durable.
-void sync_folder(const std::string& folder) {
-  const int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  fsync(fd);  // a file system that cannot do it has nothing better to offer
-  close(fd);
+// Makes a file's content, or a folder's entries, durable. False when they cannot be written.
+bool sync(const std::string& path) {
+  const int fd = open(path.empty() ? "." : path.c_str(), O_RDONLY | O_CLOEXEC);
+  const bool done =
+      fd >= 0 && (fsync(fd) == 0 || errno == EINVAL);  // or it cannot be synced at all
+  if (fd >= 0) close(fd);
+  return done;
+}
+
+void require_sync(const std::string& path) {
+  if (!sync(path)) throw ToolError(path + ": " + std::strerror(errno) + "; nothing was kept");
+}
+
+// Syncs the whole file system of a folder: thousands of files would wait for the disk one by one.
+// False where that cannot be done.
+bool sync_file_system([[maybe_unused]] const std::string& folder) {
+  bool done = false;
+#ifdef __linux__
+  const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  done = fd >= 0 && syncfs(fd) == 0;
+  if (fd >= 0) close(fd);
+#endif
+  return done;
+}
+
+// Makes a file, or a folder with all it holds, durable.
+void require_sync_of_all(const std::string& path) {
+  constexpr auto kFew = 16;
+  if (fs::is_directory(path)) {
+    const fs::recursive_directory_iterator all(path);
+    if (std::distance(begin(all), end(all)) > kFew && sync_file_system(path)) return;
+    for (const auto& entry : fs::recursive_directory_iterator(path)) {
+      require_sync(entry.path().string());
+    }
+  }
+  require_sync(path);
 }
 
 }  // namespace
@@ -145,7 +176,7 @@ Unfinished::~Unfinished() {
 }
 
 void Unfinished::keep() {
-  sync_folder(path_);
+  require_sync_of_all(path_);
   const std::lock_guard<std::mutex> lock(registry().mutex);
   std::error_code error;
   if (fs::symlink_status(place_, error).type() != fs::file_type::not_found) {
@@ -154,8 +185,8 @@ void Unfinished::keep() {
   if (std::rename(path_.c_str(), place_.c_str()) != 0) {
     throw ToolError(place_ + ": " + std::strerror(errno) + "; nothing was kept");
   }
-  sync_folder(fs::path(place_).parent_path().string());
   forget_path(path_);
+  sync(fs::path(place_).parent_path().string());
 }
 
 }  // namespace corvan_tool

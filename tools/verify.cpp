@@ -1,9 +1,90 @@
 #include "tools/verify.h"
 
+#include <string>
+
 #include "tools/command_line.h"
+#include "tools/connection.h"
+#include "tools/open_store.h"
+#include "tools/store_copy.h"
+#include "tools/tool_error.h"
+#include "tools/verify_repair.h"
+#include "tools/verify_report.h"
 
 namespace corvan_tool {
 
-void add_verify(CommandLine& /*line*/) {}
+namespace {
+
+Report look(const std::string& folder) {
+  const std::string name = store_file(folder);
+  const StoreCopy copy(folder);
+  const std::string copied = store_file(copy.folder());
+  std::string detail;
+  if (look_at_store(copied, name, detail) == StoreState::kDamaged) return damaged_file(detail);
+  require_store(copied, name, false);
+  return look_at_all(Connection(copied), name);
+}
+
+int run_verify(const RepairOptions& options) {
+  if (!options.what.empty()) return run_repair(options);
+  const Report report = look(options.folder);
+  if (options.json) {
+    print_report_json(report);
+  } else {
+    print_report(report);
+  }
+  return report.found_any() ? kNegative : kOk;
+}
+
+constexpr const char* kVerifyResult =
+    "First the file: SQLite's integrity check, tables, indexes, version and settings against those\n"
+    "of a new store. Then each row: codes and types, counters against the unread messages after\n"
+    "read_time, latest_id and session_time against the messages, duplicates, times, sync marks.\n"
+    "A finding is impossible, when no sequence of the store's operations leaves it; or allowed,\n"
+    "when they can leave it though it disagrees with what it stands for. Notes are what ordinary\n"
+    "use passes through, as failed sends. Each tells the operations that can leave it, and the word\n"
+    "of --repair that mends it.\n"
+    "--repair counters sets unread_count and mention_count to the recount, but not unread_count of\n"
+    "chat rooms; latest sets latest_id and session_time to the newest message; times sets\n"
+    "session_time to the time of the message that latest_id names; indexes does what 'corvan index'\n"
+    "does; sequence keeps ids from being given again. Only wrong values change. The store as it was\n"
+    "is copied first, to FOLDER.before-repair-TIME unless --backup names a folder. All is done in\n"
+    "one transaction, or nothing. A client may have the store open, but what it saves meanwhile\n"
+    "fails. A store that is damaged, or locked for two seconds, is an error.\n"
+    "With --json: an object with ok, damaged, complete (all rows could be read), sessions, messages,\n"
+    "impossible, allowed, note (numbers), and findings: an array of objects with code, class, text,\n"
+    "operations, explanation and rows: an array of objects with session_id, session_type (both null\n"
+    "outside a conversation), name, messages (ids), stored, derived (null when unknown) and repair\n"
+    "(null, or the word). With --repair: an object with dry_run, backup (null, or the folder) and\n"
+    "changes: an array of objects with repair, session_id, session_type, name, old and new.\n"
+    "Exit status 1 when something is impossible or allowed; notes alone are 0.\n";
+
+}  // namespace
+
+void add_verify(CommandLine& line) {
+  const auto [command, options] = line.add<RepairOptions>(
+      "verify", "Look for what is wrong in a store, and mend what can be derived", kVerifyResult,
+      run_verify);
+  CLI::Option* const repair =
+      command
+          ->add_option("--repair", options.what,
+                       "mend these instead: counters, latest, times, indexes, sequence, "
+                       "separated by commas")
+          ->delimiter(',')
+          ->check(CLI::IsMember({kCounters, kLatest, kTimes, kIndexes, kSequence}))
+          ->allow_extra_args(false)
+          ->option_text("WHAT");
+  CLI::Option* const backup =
+      command
+          ->add_option("--backup", options.backup,
+                       "the folder to make for the store as it was (default: beside the store's)")
+          ->needs(repair)
+          ->check(not_empty())
+          ->option_text("NEWFOLDER");
+  command
+      ->add_flag("--dry-run", options.dry_run,
+                 "only tell what would be changed, tried on a temporary copy")
+      ->needs(repair)
+      ->excludes(backup);
+}
 
 }  // namespace corvan_tool

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "tests/tools/program.h"
-#include "tools/index.h"
 #include "tools/open_store.h"
+#include "tools/schema.h"
 
 namespace corvan_test {
 namespace {
@@ -169,7 +169,7 @@ TEST(SameIndexTest, OnlyTheWayOfWritingMayDiffer) {
            "create index i on t(a,lower(b)) where c<>'A  b' and d>0",
            " Create\n Index\ti  ON t ( a , LOWER( b ) )where  C<>'A  b'\r\nAND d>0 ",
        }) {
-    EXPECT_TRUE(corvan_tool::is_same_index(sql, same)) << same;
+    EXPECT_TRUE(corvan_tool::is_same_statement(sql, same)) << same;
   }
   for (const char* other : {
            "CREATE UNIQUE INDEX i on t(a,lower(b)) where c<>'A  b' and d>0",
@@ -181,7 +181,7 @@ TEST(SameIndexTest, OnlyTheWayOfWritingMayDiffer) {
            "CREATE INDEX i on t(a,lower(b)) where c<>'A b' and d>0",
            "CREATE INDEX i on t(a,lower(b)) where c<>'A  b'and d>00",
        }) {
-    EXPECT_FALSE(corvan_tool::is_same_index(sql, other)) << other;
+    EXPECT_FALSE(corvan_tool::is_same_statement(sql, other)) << other;
   }
 }
 
@@ -195,18 +195,19 @@ TEST(SameIndexTest, QuotesAreHonoured) {
       {"on t(a) where b='\"' and c='A'", "on t(a) where b='\"' and c='a'"},
   };
   for (const auto& [one, other] : others) {
-    EXPECT_FALSE(corvan_tool::is_same_index(one, other)) << one;
-    EXPECT_TRUE(corvan_tool::is_same_index("CREATE  INDEX i " + one, "create index i " + one));
+    EXPECT_FALSE(corvan_tool::is_same_statement(one, other)) << one;
+    EXPECT_TRUE(corvan_tool::is_same_statement("CREATE  INDEX i " + one, "create index i " + one));
   }
-  EXPECT_TRUE(corvan_tool::is_same_index("t(a) where b='x' and C>0", "t(a) WHERE b='x' and c>0"));
+  EXPECT_TRUE(
+      corvan_tool::is_same_statement("t(a) where b='x' and C>0", "t(a) WHERE b='x' and c>0"));
 }
 
 TEST(SameIndexTest, StatementsWithCommentsAreTheSameOnlyWhenEqual) {
   for (const char* sql : {"on t(a) -- of b\n where c>0", "on t(a) /* of B */"}) {
-    EXPECT_TRUE(corvan_tool::is_same_index(sql, sql));
+    EXPECT_TRUE(corvan_tool::is_same_statement(sql, sql));
   }
-  EXPECT_FALSE(corvan_tool::is_same_index("t(a) -- b\n where c>0", "t(a) -- b where c>0"));
-  EXPECT_FALSE(corvan_tool::is_same_index("t(a) /* b */", "t(a) /* B */"));
+  EXPECT_FALSE(corvan_tool::is_same_statement("t(a) -- b\n where c>0", "t(a) -- b where c>0"));
+  EXPECT_FALSE(corvan_tool::is_same_statement("t(a) /* b */", "t(a) /* B */"));
 }
 
 TEST_F(IndexTest, NothingIsToDoInANewStore) {
@@ -611,11 +612,12 @@ TEST_F(IndexWithoutStoreTest, WhatIsNoFileIsRefused) {
 
 TEST_F(IndexWithoutStoreTest, AMissingStoreIsAnErrorAndIsNotMade) {
   std::filesystem::create_directory(store());
-  expect_refused("no store here");
+  expect_refused("no store here; name the folder that holds the file \"corvan\"");
   std::filesystem::remove(store());
   const Outcome outcome = run({"index", store()});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + file() + ": no store here\n");
+  EXPECT_EQ(outcome.err, "corvan: " + file() +
+                             ": no store here; name the folder that holds the file \"corvan\"\n");
   EXPECT_FALSE(file_exists(store()));
 }
 

@@ -514,15 +514,18 @@ TEST_F(LookTest, WhatIsNoFileIsRefused) {
 TEST_F(LookTest, AMissingStoreIsAnErrorAndIsNotMade) {
   write("bystander", "x");
   const Listing before = listing(folder.path());
-  expect_refused("no store here", commands(store()));
+  expect_refused("no store here; name the folder that holds the file \"corvan\"",
+                 commands(store()));
   EXPECT_EQ(listing(folder.path()), before);
   std::filesystem::create_directory(store());
-  expect_refused("no store here", commands(store()));
+  expect_refused("no store here; name the folder that holds the file \"corvan\"",
+                 commands(store()));
   EXPECT_EQ(listing(store()), Listing{});
   // A file in the folder's place is none either.
   const Outcome outcome = run({"list", folder.file("bystander")});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + folder.file("bystander/corvan") + ": no store here\n");
+  EXPECT_EQ(outcome.err, "corvan: " + folder.file("bystander/corvan") +
+                             ": no store here; name the folder that holds the file \"corvan\"\n");
 }
 
 TEST_F(LookTest, LookingChangesNothing) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
@@ -22,6 +23,15 @@ void redirect(const std::string& path, int flags, int descriptor) {
   const int fd = open(path.c_str(), flags, 0600);
   if (fd < 0 || dup2(fd, descriptor) < 0) _exit(127);
   close(fd);
+}
+
+// The program's path, after that of the emulator where the machine cannot run it by itself.
+std::vector<std::string> program() {
+  std::vector<std::string> words;
+  std::istringstream emulator(CORVAN_EMULATOR);
+  for (std::string word; std::getline(emulator, word, ' ');) words.push_back(word);
+  words.emplace_back(CORVAN_PROGRAM);
+  return words;
 }
 
 }  // namespace
@@ -75,7 +85,7 @@ void ToolTest::TearDown() {
 }
 
 pid_t ToolTest::start(const Arguments& arguments, int out) {
-  std::vector<std::string> texts = {CORVAN_PROGRAM};
+  std::vector<std::string> texts = program();
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
   for (std::string& text : texts) argv.push_back(text.data());

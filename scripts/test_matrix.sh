@@ -1,0 +1,96 @@
+#!/usr/bin/env bash
+# Builds everything and runs all tests with the compilers, standard libraries and architectures that the
+# library is meant for, one leg after the other. Installs what is missing.
+#
+# Usage: test_matrix.sh [LEG...]
+#   g++        g++ with libstdc++
+#   clang++    clang++ with libc++
+#   arm64      cross-built with g++, run under QEMU's user emulation
+#   armhf      likewise, 32 bits
+# Without a LEG: all of them. The last two take long: programs run about ten times slower there.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+legs=("$@")
+[ ${#legs[@]} -gt 0 ] || legs=(g++ clang++ arm64 armhf)
+for leg in "${legs[@]}"; do
+  case "$leg" in
+    g++ | clang++ | arm64 | armhf) ;;
+    *)
+      echo "test_matrix.sh: unknown leg: $leg; legs: g++ clang++ arm64 armhf" >&2
+      exit 2
+      ;;
+  esac
+done
+
+# build LEG CMAKE_ARGUMENT...
+build() {
+  local leg=$1
+  shift
+  cmake -S . -B "build/matrix/$leg" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCORVAN_WERROR=ON \
+    -DCORVAN_GTEST_SOURCE=/usr/src/googletest "$@"
+  cmake --build "build/matrix/$leg"
+}
+
+# test_leg LEG SECONDS [CTEST_ARGUMENT...]
+test_leg() {
+  local leg=$1 seconds=$2
+  shift 2
+  (cd "build/matrix/$leg" && ctest --output-on-failure --no-tests=error -j 2 --timeout "$seconds" "$@")
+}
+
+# Unpacks the libraries of another architecture under build/, without root, and without this machine's
+# package system hearing of it. sysroot ARCHITECTURE FOLDER
+sysroot() {
+  local architecture=$1 folder=$2
+  [ ! -e "$folder/complete" ] || return 0
+  rm -rf "$folder"
+  mkdir -p "$folder"/apt/{lists,cache}/partial
+  local apt=(apt-get -q -o "APT::Architecture=$architecture" -o "APT::Architectures=$architecture"
+    -o "Dir::State::Lists=$PWD/$folder/apt/lists" -o "Dir::Cache=$PWD/$folder/apt/cache"
+    -o Dir::State::status=/dev/null -o APT::Sandbox::User=root -o Debug::NoLocking=true)
+  echo "Unpacking libraries for $architecture into $folder"
+  "${apt[@]}" update
+  (cd "$folder/apt" && "${apt[@]}" download libsqlite3-0 libsqlite3-dev libutf8proc2 libutf8proc-dev \
+    libcli11-dev nlohmann-json3-dev)
+  local package
+  for package in "$folder"/apt/*.deb; do dpkg-deb -x "$package" "$folder"; done
+  touch "$folder/complete"
+}
+
+# cross ARCHITECTURE TRIPLET PROCESSOR EMULATOR
+cross() {
+  local architecture=$1
+  if [ "$(dpkg --print-architecture)" = "$architecture" ]; then
+    echo "== $architecture: this machine's own architecture; the leg g++ is it =="
+    return 0
+  fi
+  bash scripts/install.sh "cross-$architecture"
+  local folder="build/matrix/sysroot-$architecture"
+  sysroot "$architecture" "$folder"
+  export CORVAN_CROSS_TRIPLET=$2 CORVAN_CROSS_PROCESSOR=$3 CORVAN_CROSS_EMULATOR=$4
+  export CORVAN_CROSS_SYSROOT="$PWD/$folder"
+  build "$architecture" -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/debian-cross.cmake"
+  test_leg "$architecture" 1800
+}
+
+for leg in "${legs[@]}"; do
+  echo "== $leg =="
+  start=$SECONDS
+  case "$leg" in
+    g++)
+      bash scripts/install.sh build tools tests-source
+      build "$leg" -DCMAKE_CXX_COMPILER=g++
+      test_leg "$leg" 120
+      ;;
+    clang++)
+      bash scripts/install.sh build tools tests-source libc++
+      build "$leg" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+        -DCMAKE_CXX_FLAGS=-stdlib=libc++
+      test_leg "$leg" 120
+      ;;
+    arm64) cross arm64 aarch64-linux-gnu aarch64 qemu-aarch64-static ;;
+    armhf) cross armhf arm-linux-gnueabihf arm qemu-arm-static ;;
+  esac
+  echo "== $leg: passed, $((SECONDS - start)) s =="
+done

@@ -1,0 +1,327 @@
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/tools/export_sample.h"
+#include "tests/tools/program.h"
+
+namespace corvan_test {
+namespace {
+
+class ExportTest : public ExportSample {};
+
+constexpr const char* kHeadings =
+    "\xEF\xBB\xBF"
+    "id,kind,session_id,title,time_utc,sender,direction,object_name,content,sent_status,"
+    "read_status,is_mention,sent_time,client_uid,server_uid\r\n";
+
+TEST_F(ExportTest, CsvIsOneRecordAMessageInOrder) {
+  import(line({{"content", "second"},
+               {"sent_time", 1700000002000},
+               { "server_uid",
+                 "s2" }}) +
+         line({{"content", "first, \"quoted\"\nline"},
+               { "is_mention",
+                 true }}) +
+         line({{"session_id", "u02"},
+               {"session_type", 1},
+               {"sender", "me"},
+               {"is_receive", false},
+               {"sent_status", 2},
+               {"client_uid", 7},
+               { "content",
+                 "下午开会吗？" }}));
+  plant("update t_session set title='Tea, daily' where session_id='room'");
+  EXPECT_EQ(output({"export", store(), "--format", "csv"}),
+            std::string(kHeadings) +
+                "2,group,room,\"Tea, daily\",2023-11-14 22:13:20,u01,received,CV:TxtMsg,"
+                "\"first, \"\"quoted\"\"\nline\",sent,unread,1,1700000000000,0,\r\n"
+                "1,group,room,\"Tea, daily\",2023-11-14 22:13:22,u01,received,CV:TxtMsg,second,"
+                "sent,unread,0,1700000002000,0,s2\r\n"
+                "3,private,u02,,2023-11-14 22:13:20,me,own,CV:TxtMsg,下午开会吗？,failed,read,0,"
+                "1700000000000,7,\r\n");
+}
+
+TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"'=1+1'", "'=1+1"},
+      {"'+1'", "'+1"},
+      {"'-1'", "'-1"},
+      {"'@a'", "'@a"},
+      {"char(9)||'=1'", "'\t=1"},
+      {"char(13)||'=1'", "\"'\r=1\""},
+      {"'1=1'", "1=1"},
+      {"cast(x'610062' as text)",
+       "a\xEF\xBF\xBD"
+       "b"},
+      {"cast(x'61ff62' as text)",
+       "a\xEF\xBF\xBD"
+       "b"},
+      {"null", ""},
+  };
+  import(line({}));
+  for (const auto& [sql, field] : cases) {
+    plant("update t_message set content=" + sql);
+    EXPECT_EQ(output({"export", store(), "--format", "csv"}),
+              std::string(kHeadings) + "1,group,room,,2023-11-14 22:13:20,u01,received,CV:TxtMsg," +
+                  field + ",sent,unread,0,1700000000000,0,\r\n")
+        << sql;
+  }
+}
+
+TEST_F(ExportTest, JsonlHoldsEveryColumnBetweenHeaderAndEnd) {
+  import(line({{ "content", "a \"b\"\\\n😀" }}));
+  plant("update t_message set client_uid=9223372036854775807,read_status=-7");
+  plant("insert into t_sync values('me',-9223372036854775808,5)");
+  std::vector<Json> records = lines(output({"export", store(), "--format", "jsonl"}));
+  ASSERT_EQ(records.size(), 7U);
+  EXPECT_GT(records[0]["export_time"].get<int64_t>(), 1700000000000);
+  records[0].erase("export_time");
+  records[0].erase("corvan");
+  const Json counts = {
+      {"versions", 1}, {"syncs", 1}, {"sessions", 1}, {"messages", 1}, {"sequences", 1}};
+  Json header = {{"type", "corvan-export"},
+                 {"format", 1},
+                 {"schema_version", "1"},
+                 {"user_version", 1},
+                 {"partial", false}};
+  header.update(counts);
+  Json end = {{"type", "end"}};
+  end.update(counts);
+  EXPECT_EQ(records[0], header);
+  EXPECT_EQ(records[1], Json({{"type", "version"}, {"rowid", 1}, {"database_version", "1"}}));
+  EXPECT_EQ(records[2], Json({{"type", "sync"},
+                              {"rowid", 1},
+                              {"user_id", "me"},
+                              {"receive_time", INT64_MIN},
+                              {"sent_time", 5}}));
+  EXPECT_EQ(records[3], Json({{"type", "session"},
+                              {"rowid", 1},
+                              {"session_id", "room"},
+                              {"session_type", 2},
+                              {"title", ""},
+                              {"draft", ""},
+                              {"is_top", 0},
+                              {"session_time", 1700000000000},
+                              {"unread_count", 1},
+                              {"mention_count", 0},
+                              {"silence", 0},
+                              {"latest_id", 1},
+                              {"read_time", 0},
+                              {"receipt_time", 0}}));
+  EXPECT_EQ(records[4], Json({{"type", "message"},
+                              {"id", 1},
+                              {"session_id", "room"},
+                              {"session_type", 2},
+                              {"object_name", "CV:TxtMsg"},
+                              {"content", "a \"b\"\\\n😀"},
+                              {"sender", "u01"},
+                              {"direction", 1},
+                              {"sent_status", 0},
+                              {"read_status", -7},
+                              {"is_mention", 0},
+                              {"sent_time", 1700000000000},
+                              {"client_uid", INT64_MAX},
+                              {"server_uid", ""}}));
+  EXPECT_EQ(records[5],
+            Json({{"type", "sequence"}, {"rowid", 1}, {"name", "t_message"}, {"seq", 1}}));
+  EXPECT_EQ(records[6], end);
+}
+
+TEST_F(ExportTest, AnExportToAFileTellsWhatItHolds) {
+  import_sample();
+  const std::string place = folder.file("out");
+  for (const std::string format : {"jsonl", "csv", "html"}) {
+    const std::string to = place + "." + format;
+    const Json told = json({"export", store(), "--format", format, "--output", to, "--json"});
+    EXPECT_EQ(told["format"], format);
+    EXPECT_EQ(told["output"], to);
+    EXPECT_EQ(told["partial"], false);
+    EXPECT_EQ(told["sessions"], 3);
+    EXPECT_EQ(told["messages"], 6);
+    EXPECT_EQ(told["files"], format == "html" ? 4 : 1);
+    if (format != "html") {
+      EXPECT_EQ(told["bytes"], std::filesystem::file_size(to));
+    }
+    EXPECT_GE(told["seconds"], 0);
+  }
+  EXPECT_EQ(read_file(place + ".csv"), output({"export", store(), "--format", "csv"}));
+  const std::string told = output({"export", store(), "--format", "csv", "--output", place});
+  EXPECT_EQ(told.find(place + ": 3 conversations, 6 messages, 1 KiB; "), 0U) << told;
+}
+
+TEST_F(ExportTest, ConversationsAreChosenByIdAndKind) {
+  import_sample();
+  plant("insert into t_sync values('me',1,1)");
+  const auto ids = [this](const Arguments& more) {
+    Arguments arguments = {"export", store(), "--format", "jsonl"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    std::string text;
+    for (const Json& record : lines(output(arguments))) {
+      if (record["type"] == "message") text += record["id"].dump() + " ";
+      if (record["type"] == "session") text += record["session_id"].get<std::string>() + " ";
+      if (record["type"] == "sync") text += "sync ";
+      if (record["type"] == "corvan-export") {
+        EXPECT_EQ(record["partial"], !more.empty());
+        EXPECT_EQ(record["syncs"], more.empty() ? 1 : 0);
+      }
+    }
+    return text;
+  };
+  EXPECT_EQ(ids({}), "sync room room u02 1 2 3 4 5 6 ");
+  EXPECT_EQ(ids({"room"}), "room room 1 2 3 4 ");
+  EXPECT_EQ(ids({"room", "--type", "group"}), "room 1 2 ");
+  EXPECT_EQ(ids({"--type", "private", "--type", "3"}), "room u02 3 4 5 6 ");
+  EXPECT_EQ(ids({"u02", "room", "u02", "--type", "chatroom", "--type", "private"}),
+            "room u02 3 4 5 6 ");
+}
+
+TEST_F(ExportTest, AnIdWithoutAConversationIsAnError) {
+  import_sample();
+  const std::string why = "; 'corvan list' shows the conversations that there are\n";
+  expect_refused({"no'one", "--format", "csv"}, file() + ": no conversation \"no'one\"" + why);
+  expect_refused({"u02", "--type", "group", "--format", "html", "--output", folder.file("out")},
+                 file() + ": no conversation \"u02\" of the kinds named" + why);
+}
+
+TEST_F(ExportTest, MessagesWithoutAConversationAreExported) {
+  import_sample();
+  plant("delete from t_session where session_id='u02'");
+  EXPECT_EQ(lines(output({"export", store(), "--format", "jsonl"})).size(), 12U);
+  const std::string csv = output({"export", store(), "--format", "csv"});
+  EXPECT_NE(csv.find("\r\n5,private,u02,,"), std::string::npos) << csv;
+  EXPECT_EQ(
+      output({"export", store(), "u02", "--format", "csv"}).find(std::string(kHeadings) + "5,"),
+      0U);
+}
+
+TEST_F(ExportTest, TheStoreStaysAsItIs) {
+  import_sample();
+  plant("update t_message set sent_status=1");
+  const Listing before = listing(store());
+  output({"export", store(), "--format", "jsonl"});
+  output({"export", store(), "--format", "html", "--output", folder.file("out")});
+  EXPECT_EQ(listing(store()), before);
+}
+
+TEST_F(ExportTest, WhatIsThereIsNeverReplaced) {
+  import_sample();
+  const std::string place = write("out", "mine");
+  expect_refused({"--format", "csv", "--output", place},
+                 place + ": is there already; name a place where nothing is\n");
+  EXPECT_EQ(read_file(place), "mine");
+}
+
+TEST_F(ExportTest, BadUsageIsOneLine) {
+  import_sample();
+  expect_refused({"--format", "html"},
+                 "--format html makes a folder of pages: name it with --output\n");
+  expect_refused({"--format", "csv", "--json"},
+                 "--json tells what was exported, and standard output takes the export: name a "
+                 "file for that with --output\n");
+  for (const Arguments& more : std::vector<Arguments>{{}, {"--format", "xml"}}) {
+    Arguments arguments = {"export", store()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(outcome.err.find("--format"), std::string::npos) << outcome.err;
+  }
+}
+
+TEST_F(ExportTest, AMissingColumnIsNamed) {
+  import_sample();
+  plant("alter table t_session rename column draft to draft_message");
+  expect_refused({"--format", "jsonl"},
+                 file() +
+                     ": table t_session has no column \"draft\"; only a store with the "
+                     "columns of this release can be exported\n");
+}
+
+TEST_F(ExportTest, WhatIsNoPartOfAStoreIsNamed) {
+  import_sample();
+  plant(
+      "create table notes(a);create index by_sender on t_message(sender);"
+      "alter table t_session add column colour text");
+  const Outcome outcome = run({"export", store(), "--format", "jsonl"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.err, "corvan: " + file() +
+                             ": left out, since it is no part of a message store: table notes, "
+                             "index by_sender, column t_session.colour\n");
+  EXPECT_EQ(outcome.out.find("colour"), std::string::npos);
+}
+
+TEST_F(ExportTest, AFullDiskLeavesNothing) {
+  import_many(2000);
+  // Escaped, a text takes more room than in the store: the store's copy still finds room.
+  plant("update t_message set content=replace(hex(zeroblob(100)),'0','\"<')");
+  largest_file = static_cast<rlim_t>(std::filesystem::file_size(file()));
+  for (const std::string format : {"jsonl", "csv", "html"}) {
+    const Outcome outcome =
+        run({"export", store(), "--format", format, "--output", folder.file("out")});
+    EXPECT_EQ(outcome.status, 2) << format;
+    EXPECT_EQ(outcome.out, "") << format;
+    EXPECT_EQ(names_like("out"), Rows{}) << format;
+  }
+}
+
+TEST_F(ExportTest, AnInterruptLeavesNothing) {
+  import_many(4000);
+  for (const std::string format : {"jsonl", "csv", "html"}) {
+    int status = 0;
+    // It may be done before the signal comes.
+    for (int attempt = 0; attempt < 50 && status == 0; ++attempt) {
+      std::filesystem::remove_all(folder.file("out"));
+      const pid_t pid =
+          start({"export", store(), "--format", format, "--output", folder.file("out")}, null());
+      EXPECT_TRUE(wait_for_unfinished("out")) << format;
+      kill(pid, SIGTERM);
+      status = wait(pid);
+    }
+    EXPECT_EQ(status, -SIGTERM) << format;
+    EXPECT_EQ(names_like("out"), Rows{}) << format;
+    EXPECT_EQ(listing(copies()), Listing{}) << format;
+  }
+}
+
+TEST_F(ExportTest, AFullStandardOutputIsAnError) {
+  import_sample();
+  for (const std::string format : {"jsonl", "csv"}) {
+    EXPECT_EQ(wait(start({"export", store(), "--format", format}, full())), 2);
+    EXPECT_EQ(read_err(), "corvan: standard output: cannot be written\n");
+  }
+}
+
+// Over ten times the messages take hardly more memory.
+TEST_F(ExportTest, MemoryDoesNotGrowWithTheStore) {
+  // Under the address checker, what was freed would otherwise be kept for a while.
+  setenv("ASAN_OPTIONS", "quarantine_size_mb=1:thread_local_quarantine_size_kb=64", 1);
+  const std::string jsonl = folder.file("out.jsonl");
+  const auto run_all = [&] {
+    output({"export", store(), "--format", "jsonl", "--output", jsonl});
+    output({"restore", jsonl, folder.file("restored")});
+    output({"export", store(), "--format", "csv", "--output", folder.file("out.csv")});
+    output({"export", store(), "--format", "html", "--output", folder.file("out.html")});
+    for (const char* name : {"out.jsonl", "out.csv", "out.html", "restored"}) {
+      std::filesystem::remove_all(folder.file(name));
+    }
+    rusage usage = {};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return usage.ru_maxrss / 1024;  // MiB
+  };
+  import_many(80);
+  plant("update t_message set content=hex(zeroblob(4000))");
+  const long small = run_all();
+  plant(
+      "with n(i) as (select 1 union all select i+1 from n where i<1000) "
+      "insert into t_message(session_id,session_type,content,sent_time) "
+      "select 'room',2,hex(zeroblob(4000)),1700000000000+i from n");
+  EXPECT_GT(std::filesystem::file_size(file()), 7U << 20);
+  EXPECT_LT(run_all(), small + 5);
+}
+
+}  // namespace
+}  // namespace corvan_test

@@ -1,0 +1,198 @@
+// Damages copies of a store in fixed ways and salvages each: a table of what came back against what
+// the sound pages hold. Usage: salvage_trials PROGRAM STORE. Status 1 when a row is missed that
+// lies on sound pages alone, or one came back altered.
+
+#include <sys/wait.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/rows.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/tools/store_pages.h"
+
+namespace {
+
+using namespace corvan_test;
+using Random = std::mt19937_64;
+using BadPages = std::set<std::size_t>;
+
+struct Trial {
+  std::string name;
+  // Damages the content, and returns the pages that are no longer as they were.
+  std::function<BadPages(std::string& content, Random& random)> damage;
+};
+
+BadPages overwrite_share(std::string& content, Random& random, bool with_noise) {
+  BadPages bad = random_pages(random, content, content.size() / kPageSize / 100);
+  for (const std::size_t page : bad) {
+    const std::string noise = random_bytes(random, kPageSize);
+    overwrite(content, page, 0, with_noise ? noise : std::string(kPageSize, '\0'));
+  }
+  return bad;
+}
+
+BadPages cut(std::string& content, std::size_t percent) {
+  const std::size_t pages = content.size() / kPageSize;
+  content.resize(content.size() * percent / 100);
+  BadPages bad;
+  for (std::size_t page = content.size() / kPageSize + 1; page <= pages; ++page) bad.insert(page);
+  return bad;
+}
+
+std::vector<Trial> trials(const StorePages& messages) {
+  std::vector<Trial> all;
+  for (int i = 1; i <= 3; ++i) {
+    all.push_back(
+        {"1 % of pages noise, " + std::to_string(i), [](std::string& content, Random& random) {
+           return overwrite_share(content, random, true);
+         }});
+  }
+  for (int i = 1; i <= 3; ++i) {
+    all.push_back(
+        {"1 % of pages zeros, " + std::to_string(i), [](std::string& content, Random& random) {
+           return overwrite_share(content, random, false);
+         }});
+  }
+  for (const std::size_t percent : {90U, 50U, 10U}) {
+    all.push_back(
+        {"cut to " + std::to_string(percent) + " %",
+         [percent](std::string& content, Random& /*random*/) { return cut(content, percent); }});
+  }
+  for (const std::size_t count : {std::size_t{16}, std::size_t{100}, kPageSize}) {
+    all.push_back({"first " + std::to_string(count) + " bytes noise",
+                   [count](std::string& content, Random& random) {
+                     overwrite(content, 1, 0, random_bytes(random, count));
+                     return BadPages{1};
+                   }});
+  }
+  for (const int bits : {1, 8, 64}) {
+    all.push_back({std::to_string(bits) + (bits == 1 ? " bit" : " bits") + " of each inner page",
+                   [&messages, bits](std::string& content, Random& random) {
+                     for (const std::size_t page : messages.inner) {
+                       for (int i = 0; i < bits; ++i) {
+                         flip_bit(content, page, random() % (8 * kPageSize));
+                       }
+                     }
+                     return BadPages(messages.inner.begin(), messages.inner.end());
+                   }});
+  }
+  all.push_back({"each inner page noise", [&messages](std::string& content, Random& random) {
+                   for (const std::size_t page : messages.inner) {
+                     overwrite(content, page, 0, random_bytes(random, kPageSize));
+                   }
+                   return BadPages(messages.inner.begin(), messages.inner.end());
+                 }});
+  return all;
+}
+
+// The program's report. Throws when it fails.
+nlohmann::json salvage(const std::string& program, const std::string& damaged,
+                       const std::string& made, const std::string& report) {
+  const std::string command =
+      "'" + program + "' salvage '" + damaged + "' '" + made + "' --json >'" + report + "'";
+  const int status = std::system(command.c_str());  // NOLINT(cert-env33-c): of its own names
+  if (!WIFEXITED(status) || WEXITSTATUS(status) > 1) throw std::runtime_error(command + ": failed");
+  return nlohmann::json::parse(read_file(report));
+}
+
+std::int64_t number(const std::string& file, const std::string& sql) {
+  return std::stoll(rows(file, sql).at(0));
+}
+
+// How many messages of `made` are as in `sound`.
+std::int64_t count_equal(const std::string& made, const std::string& sound) {
+  std::set<std::string> known;
+  for (const std::string& row : rows(sound, "select * from t_message")) known.insert(row);
+  std::int64_t equal = 0;
+  for (const std::string& row : rows(made, "select * from t_message")) {
+    equal += static_cast<std::int64_t>(known.count(row));
+  }
+  return equal;
+}
+
+std::string text_of(const nlohmann::json& counts) {
+  const std::string least = counts["lost_at_least"].dump();
+  if (counts["lost_at_most"].is_null()) return least + "+";
+  const std::string most = counts["lost_at_most"].dump();
+  return least == most ? least : least + "-" + most;
+}
+
+// Whether nothing was missed.
+bool run_trial(const Trial& trial, const std::string& program, const std::string& sound,
+               const StorePages& messages, unsigned seed) {
+  const TemporaryFolder folder;
+  std::string content = read_file(sound);
+  Random random(seed);
+  const BadPages bad = trial.damage(content, random);
+  write_file(folder.file("damaged"), content);
+  const nlohmann::json report =
+      salvage(program, folder.file("damaged"), folder.file("made"), folder.file("report"));
+  const std::set<std::int64_t> best = rows_beside(messages, bad);
+  const auto all = number(sound, "select count(*) from t_message");
+  const bool is_made = !report["folder"].is_null();
+  const std::string made = folder.file("made/corvan");
+  std::int64_t missed = 0;
+  std::int64_t altered = 0;
+  std::int64_t recovered = 0;
+  if (is_made) {
+    std::set<std::int64_t> found;
+    for (const std::string& id : rows(made, "select id from t_message")) {
+      found.insert(std::stoll(id));
+    }
+    recovered = static_cast<std::int64_t>(found.size());
+    for (const std::int64_t id : best) missed += found.count(id) == 0 ? 1 : 0;
+    altered = recovered - count_equal(made, sound);
+  } else {
+    missed = static_cast<std::int64_t>(best.size());
+  }
+  const auto share = [all](std::size_t count) {
+    return 100.0 * static_cast<double>(count) / static_cast<double>(all);
+  };
+  const nlohmann::json& counts = report["tables"]["t_message"];
+  std::printf("| %s | %zu | %.2f %% | %.2f %% | %s | %lld | %s | %lld | %lld | %.1f |\n",
+              trial.name.c_str(), bad.size(), share(best.size()),
+              share(static_cast<std::size_t>(recovered)), text_of(counts).c_str(),
+              static_cast<long long>(all - recovered), counts["doubtful"].dump().c_str(),
+              static_cast<long long>(missed), static_cast<long long>(altered),
+              report["seconds"].get<double>());
+  std::fflush(stdout);
+  return missed == 0 && altered == 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "usage: salvage_trials PROGRAM STORE\n";
+    return 2;
+  }
+  try {
+    const std::string sound = std::string(argv[2]) + "/corvan";
+    const StorePages messages = store_pages(sound, "t_message");
+    std::printf(
+        "| Damage | Pages | Best possible | Recovered | Said lost | Lost | Doubtful | Missed | "
+        "Altered | Seconds |\n|---|---|---|---|---|---|---|---|---|---|\n");
+    bool is_best = true;
+    unsigned seed = 0;
+    for (const Trial& trial : trials(messages)) {
+      is_best = run_trial(trial, argv[1], sound, messages, ++seed) && is_best;
+    }
+    return is_best ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::cerr << "salvage_trials: " << error.what() << '\n';
+    return 2;
+  }
+}

@@ -1,0 +1,130 @@
+#include "tools/unfinished.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <thread>
+
+#include "tests/tools/program.h"
+#include "tools/tool_error.h"
+
+namespace {
+
+using namespace corvan_test;
+using corvan_tool::ToolError;
+using corvan_tool::Unfinished;
+namespace fs = std::filesystem;
+
+class UnfinishedTest : public testing::Test {
+ protected:
+  std::string place(const std::string& name) const { return folder.file(name); }
+  Rows content() const {
+    Rows names;
+    for (const auto& [name, state] : listing(folder.path())) names.push_back(name);
+    return names;
+  }
+  const TemporaryFolder folder;
+};
+
+TEST_F(UnfinishedTest, GetsItsNameWhenKept) {
+  {
+    Unfinished made = Unfinished::folder(place("made") + "/");
+    write_file(made.path() + "/inside", "x");
+    EXPECT_FALSE(fs::exists(place("made")));
+    made.keep();
+  }
+  EXPECT_EQ(content(), Rows({"made"}));
+  EXPECT_EQ(read_file(place("made/inside")), "x");
+}
+
+TEST_F(UnfinishedTest, DisappearsUnlessKept) {
+  {
+    const Unfinished one = Unfinished::folder(place("one"));
+    write_file(one.path() + "/inside", "x");
+    const Unfinished two = Unfinished::file(place("two"));
+    write_file(two.path(), "x");
+    EXPECT_EQ(content().size(), 2U);
+  }
+  EXPECT_EQ(content(), Rows());
+}
+
+TEST_F(UnfinishedTest, TakesNoPlaceThatIsTaken) {
+  write_file(place("there"), "mine");
+  fs::create_symlink(place("nowhere"), place("link"));
+  EXPECT_THROW(Unfinished::file(place("there")), ToolError);
+  EXPECT_THROW(Unfinished::folder(place("there")), ToolError);
+  EXPECT_THROW(Unfinished::file(place("link")), ToolError);
+  Unfinished late = Unfinished::file(place("late"));
+  write_file(late.path(), "x");
+  write_file(place("late"), "mine");
+  EXPECT_THROW(late.keep(), ToolError);
+  EXPECT_EQ(read_file(place("late")), "mine");
+  EXPECT_EQ(read_file(place("there")), "mine");
+}
+
+// The command waits for a log that nobody writes, with its new folder made.
+class InterruptTest : public ToolTest {};
+
+TEST_F(InterruptTest, ASignalLeavesNothingUnfinished) {
+  import(line({}));
+  ASSERT_EQ(mkfifo((file() + "-wal").c_str(), 0600), 0);
+  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
+    const pid_t pid = start({"backup", store(), folder.file("new")}, open("/dev/null", O_WRONLY));
+    bool begun = false;
+    for (int i = 0; i < 5000 && !begun; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      begun = listing(folder.path()).size() == 2;
+    }
+    EXPECT_TRUE(begun);
+    kill(pid, signal_number);
+    EXPECT_EQ(wait(pid), -signal_number);
+    EXPECT_EQ(listing(folder.path()).size(), 1U) << signal_number;
+  }
+}
+
+TEST_F(InterruptTest, WhatTakesLongTellsATerminalHowFarItIs) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal < 0) GTEST_SKIP() << "no pseudo-terminals on this machine";
+  ASSERT_EQ(grantpt(terminal), 0);
+  ASSERT_EQ(unlockpt(terminal), 0);
+  const std::string input = folder.file("input");
+  ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
+  const std::string name = ptsname(terminal);
+  const pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    const int screen = open(name.c_str(), O_RDWR | O_NOCTTY);
+    if (dup2(screen, STDERR_FILENO) < 0) _exit(127);
+    execl(CORVAN_PROGRAM, CORVAN_PROGRAM, "import", store().c_str(), "--user", "me", "--batch", "1",
+          input.c_str(), nullptr);
+    _exit(127);
+  }
+  const int keep = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);  // else its text is lost
+  const int pipe = open(input.c_str(), O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(pipe, 0);
+  for (int i = 0; i < 4; ++i) {
+    const std::string text = line({});
+    ASSERT_EQ(::write(pipe, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  }
+  close(pipe);
+  EXPECT_EQ(wait(pid), 0);
+  std::string text(10000, '\0');
+  const ssize_t taken = read(terminal, text.data(), text.size());
+  close(keep);
+  close(terminal);
+  ASSERT_GT(taken, 0);
+  text.resize(static_cast<std::size_t>(taken));
+  EXPECT_TRUE(std::regex_search(text, std::regex("\r[34] lines\x1b\\[K"))) << text;
+  EXPECT_EQ(text.substr(text.size() - 4), "\r\x1b[K") << "the line is taken away at the end";
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "tools/export_lines.h"
+#include "tools/names.h"
+#include "tools/progress.h"
+#include "tools/utf8.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// Without it some spreadsheet programs take the file for another encoding.
+constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
+
+// A message as a spreadsheet gets it, in the order of the columns below.
+constexpr const char* kQuery =
+    "select m.id,m.session_type,m.session_id,"
+    "(select title from t_session s"
+    " where s.session_id is m.session_id and s.session_type is m.session_type),"
+    "m.sent_time,m.sender,m.direction,m.object_name,m.content,m.sent_status,m.read_status,"
+    "m.is_mention,m.client_uid,m.server_uid "
+    "from t_message m";
+
+enum Meaning { kNumber, kText, kKind, kTime, kDirection, kSentStatus, kReadStatus };
+
+struct CsvColumn {
+  const char* heading;
+  int place;  // in the query
+  Meaning meaning;
+};
+
+constexpr std::array<CsvColumn, 15> kColumns = {{
+    {"id", 0, kNumber},
+    {"kind", 1, kKind},
+    {"session_id", 2, kText},
+    {"title", 3, kText},
+    {"time_utc", 4, kTime},
+    {"sender", 5, kText},
+    {"direction", 6, kDirection},
+    {"object_name", 7, kText},
+    {"content", 8, kText},
+    {"sent_status", 9, kSentStatus},
+    {"read_status", 10, kReadStatus},
+    {"is_mention", 11, kNumber},
+    {"sent_time", 4, kNumber},
+    {"client_uid", 12, kNumber},
+    {"server_uid", 13, kText},
+}};
+
+// The text as UTF-8 without zero bytes, which readers of CSV cannot take.
+std::string clean(const std::string& text) {
+  std::string result;
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find('\0', begin), text.size());
+    if (begin > 0) result += kReplacementText;
+    result += valid_utf8(std::string_view(text).substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return result;
+}
+
+// A spreadsheet program takes a text that begins so for a formula, and carries it out.
+bool looks_like_formula(const std::string& text) {
+  return !text.empty() && std::string_view("=+-@\t\r").find(text[0]) != std::string_view::npos;
+}
+
+std::string field(std::string text, bool is_text) {
+  if (is_text && looks_like_formula(text)) text.insert(0, 1, '\'');
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string result = "\"";
+  for (const char c : text) result.append(c == '"' ? 2 : 1, c);
+  return result + '"';
+}
+
+std::string direction_name(int32_t direction) {
+  if (direction == 0) return "own";
+  return direction == 1 ? "received" : std::to_string(direction);
+}
+
+std::string field_of(sqlite3_stmt* row, const CsvColumn& column) {
+  const int32_t code = sqlite3_column_int(row, column.place);
+  switch (column.meaning) {
+    case kKind:
+      return kind_name(code);
+    case kTime:
+      return time_text(sqlite3_column_int64(row, column.place));
+    case kDirection:
+      return direction_name(code);
+    case kSentStatus:
+      return sent_status_name(code);
+    case kReadStatus:
+      return read_status_name(code);
+    case kNumber:
+      // As it stands, were it a text in a file of somebody else's.
+      return field(clean(text_at(row, column.place)),
+                   sqlite3_column_type(row, column.place) != SQLITE_INTEGER);
+    case kText:
+      break;
+  }
+  return field(clean(text_at(row, column.place)), true);
+}
+
+}  // namespace
+
+void export_csv(const ExportSource& source, ExportOutput& output, ExportCounts& counts) {
+  const std::string where = source.is_partial() ? " where " + source.condition() : "";
+  const int64_t all = source.number("select count(*) from t_message" + where);
+  counts.sessions = source.number(
+      "select count(*) from (select distinct session_type,session_id from t_message" + where + ")");
+  Progress progress("messages", static_cast<std::uint64_t>(all));
+
+  std::string line = kByteOrderMark;
+  for (const CsvColumn& column : kColumns) {
+    line += std::string(column.place == 0 ? "" : ",") + column.heading;
+  }
+  output.write(line + "\r\n");
+  source.store().each_row(kQuery + where + " order by m.session_id,m.session_type,m.sent_time,m.id",
+                          [&](sqlite3_stmt* row) {
+                            line.clear();
+                            for (const CsvColumn& column : kColumns) {
+                              if (column.place != 0) line += ',';
+                              line += field_of(row, column);
+                            }
+                            output.write(line + "\r\n");
+                            ++counts.messages;
+                            progress.advance();
+                          });
+  output.close();
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,78 @@
+#include "tools/export_source.h"
+
+#include <algorithm>
+
+#include "tools/export_records.h"
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// The elements with commas between them.
+template <typename Elements, typename Text>
+std::string joined(const Elements& elements, const Text& text) {
+  std::string result;
+  for (const auto& element : elements) result += (result.empty() ? "" : ",") + text(element);
+  return result;
+}
+
+}  // namespace
+
+std::string quoted_text(const std::string& text) {
+  std::string result = "'";
+  for (const char c : text) result.append(c == '\'' ? 2 : 1, c);
+  return result + "'";
+}
+
+ExportSource::ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
+                           const std::vector<int32_t>& kinds)
+    : store_(folder), is_partial_(!session_ids.empty() || !kinds.empty()) {
+  require_columns();
+  kind_condition_ = "1";
+  if (!kinds.empty()) {
+    kind_condition_ =
+        "session_type in(" + joined(kinds, [](int32_t kind) { return std::to_string(kind); }) + ")";
+  }
+  condition_ = kind_condition_;
+  if (!session_ids.empty()) {
+    condition_ += " and session_id in(" + joined(session_ids, quoted_text) + ")";
+  }
+  require_conversations(session_ids);
+}
+
+int64_t ExportSource::number(const std::string& sql) const {
+  int64_t value = 0;
+  store_.each_row(sql, [&value](sqlite3_stmt* row) { value = sqlite3_column_int64(row, 0); });
+  return value;
+}
+
+void ExportSource::require_columns() const {
+  for (const ExportTable& table : export_tables()) {
+    std::vector<std::string> present = {"rowid"};
+    store_.each_row("select name from pragma_table_info(" + quoted_text(table.name) + ")",
+                    [&present](sqlite3_stmt* row) { present.push_back(text_at(row, 0)); });
+    if (present.size() == 1) continue;  // only sqlite_sequence may be missing
+    for (const ExportColumn& column : table.columns) {
+      if (std::find(present.begin(), present.end(), column.name) != present.end()) continue;
+      throw ToolError(store_.name() + ": table " + table.name + " has no column \"" + column.name +
+                      "\"; only a store with the columns of this release can be exported");
+    }
+  }
+}
+
+void ExportSource::require_conversations(const std::vector<std::string>& session_ids) const {
+  for (const std::string& id : session_ids) {
+    const std::string where = " where session_id=" + quoted_text(id) + " and " + kind_condition_;
+    if (number("select exists(select 1 from t_session" + where +
+               ") or exists(select 1 from t_message" + where + ")") != 0) {
+      continue;
+    }
+    const bool any_kind = kind_condition_ == "1";
+    throw ToolError(store_.name() + ": no conversation \"" + id + "\"" +
+                    (any_kind ? "" : " of the kinds named") +
+                    "; 'corvan list' shows the conversations that there are");
+  }
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,48 @@
+// What an export takes from a store.
+
+#ifndef TOOLS_EXPORT_SOURCE_H_
+#define TOOLS_EXPORT_SOURCE_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/copied_store.h"
+
+namespace corvan_tool {
+
+// A copy of a store, and which of its conversations are wanted.
+class ExportSource {
+ public:
+  // Without ids and kinds everything is wanted. Throws ToolError when the store cannot be read, one
+  // of its tables lacks a column, or an id names no conversation of these kinds.
+  ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
+               const std::vector<int32_t>& kinds);
+
+  const CopiedStore& store() const { return store_; }
+
+  // Whether something is left out.
+  bool is_partial() const { return is_partial_; }
+
+  // An SQL condition on the columns session_id and session_type of either table.
+  const std::string& condition() const { return condition_; }
+
+  // The only number that a query gives.
+  int64_t number(const std::string& sql) const;
+
+ private:
+  void require_columns() const;
+  void require_conversations(const std::vector<std::string>& session_ids) const;
+
+  const CopiedStore store_;
+  const bool is_partial_;
+  std::string kind_condition_;
+  std::string condition_;
+};
+
+// A text as SQL takes it.
+std::string quoted_text(const std::string& text);
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_EXPORT_SOURCE_H_

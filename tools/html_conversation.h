@@ -1,0 +1,50 @@
+// The pages of one conversation.
+
+#ifndef TOOLS_HTML_CONVERSATION_H_
+#define TOOLS_HTML_CONVERSATION_H_
+
+#include <cstdint>
+#include <string>
+
+#include "tools/export_output.h"
+#include "tools/export_source.h"
+#include "tools/progress.h"
+
+namespace corvan_tool {
+
+struct HtmlConversation {
+  std::string messages;  // "from t_message where ...", which finds its messages
+  std::string id;
+  std::string title;
+  std::string draft;
+  int32_t kind = 0;
+  int32_t is_top = 0;
+  int32_t silence = 0;
+  int32_t unread = 0;
+  int32_t mentions = 0;
+  int64_t time = 0;
+  bool has_row = true;  // false: its messages are all there is
+
+  // What it is called: its title, its id, or a word that it has neither.
+  std::string name() const;
+};
+
+// What the list of conversations says of the newest message.
+struct HtmlNewest {
+  int64_t messages = 0;  // of the conversation
+  int64_t time = 0;
+  std::string sender;
+  std::string text;  // the beginning
+};
+
+// The file of a conversation's page, both counted from 1.
+std::string html_file(std::size_t conversation, std::size_t page);
+
+// Writes the pages of the conversation of that number to `folder`.
+HtmlNewest write_conversation(const ExportSource& source, const HtmlConversation& conversation,
+                              const std::string& folder, std::size_t number, ExportCounts& counts,
+                              Progress& progress);
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_HTML_CONVERSATION_H_

@@ -1,0 +1,89 @@
+#include "tools/html_text.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "tools/text_table.h"
+#include "tools/utf8.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// Most of what there is: visible ASCII and what is kept as it is.
+constexpr const char* kPlain =
+    "\t\n !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`"
+    "abcdefghijklmnopqrstuvwxyz{|}~";
+
+void append_escaped(std::string& html, std::string_view text) {
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        html += "&amp;";
+        break;
+      case '<':
+        html += "&lt;";
+        break;
+      case '>':
+        html += "&gt;";
+        break;
+      case '"':
+        html += "&quot;";
+        break;
+      case '\'':
+        html += "&#39;";
+        break;
+      default:
+        html += c;
+    }
+  }
+}
+
+// Without an effect on what stands around: scripts that are written from the right need them.
+bool is_direction_mark(int32_t c) {
+  return c == 0x200E || c == 0x200F || c == 0x061C;
+}
+
+}  // namespace
+
+std::string html_line(std::string_view text) {
+  std::string html;
+  append_escaped(html, printable(text));
+  return html;
+}
+
+std::string html_body(std::string_view text) {
+  std::string html;
+  html.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t plain = std::min(text.find_first_not_of(kPlain), text.size());
+    append_escaped(html, text.substr(0, plain));
+    text.remove_prefix(plain);
+    if (text.empty()) break;
+
+    const std::string_view before = text;
+    const int32_t c = take_code_point(text);
+    const std::string_view bytes = before.substr(0, before.size() - text.size());
+    if (c == '\r' && !text.empty() && text[0] == '\n') continue;
+    const std::string shown = printable(bytes);
+    if (is_direction_mark(c)) {
+      html += bytes;
+    } else if (shown == bytes || c == kReplacement) {
+      append_escaped(html, shown);
+    } else {
+      html += "<span class=\"mark\">" + shown + "</span>";
+    }
+  }
+  return html;
+}
+
+std::string html_initial(std::string_view text) {
+  if (text.empty()) return "#";
+  const std::string_view before = text;
+  take_code_point(text);
+  const std::string_view bytes = before.substr(0, before.size() - text.size());
+  if (printable(bytes) != bytes || bytes == " " || display_width(bytes) < 1) return "#";
+  return html_line(bytes);
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,24 @@
+// Texts of a store on HTML pages. Whatever they hold, they are shown as text.
+
+#ifndef TOOLS_HTML_TEXT_H_
+#define TOOLS_HTML_TEXT_H_
+
+#include <string>
+#include <string_view>
+
+namespace corvan_tool {
+
+// A text on one line, for an element or an attribute in quotes: printable(), escaped.
+std::string html_line(std::string_view text);
+
+// A text with its line ends, for an element that keeps white space. Control characters, and those
+// that open or close a writing direction, become visible marks that do nothing; what is no UTF-8
+// becomes U+FFFD.
+std::string html_body(std::string_view text);
+
+// The first character as the sign of a person or a conversation; "#" when it cannot be shown.
+std::string html_initial(std::string_view text);
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_HTML_TEXT_H_

@@ -1,0 +1,116 @@
+// The pages of a damaged file as its last commit left them.
+
+#ifndef TOOLS_SALVAGE_FILE_H_
+#define TOOLS_SALVAGE_FILE_H_
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "tools/salvage_page.h"
+
+namespace corvan_tool {
+
+// Reads a file without ever writing to it or to anything beside it; keeps no page in memory.
+class ReadOnlyFile {
+ public:
+  // Throws ToolError when it cannot be opened or is no regular file; with `may_be_missing` a file
+  // that is not there is an empty one.
+  ReadOnlyFile(const std::string& path, bool may_be_missing);
+  ReadOnlyFile(const ReadOnlyFile&) = delete;
+  ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
+  ~ReadOnlyFile();
+
+  std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
+
+  // False when not all of it could be read, as on a failing disk.
+  bool read(std::uint64_t at, std::size_t size, std::string& bytes) const;
+
+  // Whether something was written to it since it was opened.
+  bool has_changed() const;
+
+ private:
+  const std::string path_;
+  int fd_ = -1;  // below 0: not there
+  struct stat status_ = {};
+};
+
+// The file with the committed pages of its write-ahead log laid over it, as SQLite would see it
+// if it could.
+class DamagedFile {
+ public:
+  // What the log had.
+  struct Log {
+    std::uint64_t frames = 0;    // pages in it, of whatever age
+    std::uint64_t used = 0;      // up to the last commit that SQLite would see
+    std::uint64_t unusable = 0;  // whole ones of commits beyond a damaged one
+    bool damaged = false;        // there are such, or the log's header is gone
+  };
+
+  // Throws ToolError when the file cannot be opened.
+  explicit DamagedFile(const std::string& path);
+
+  std::size_t page_size() const { return page_size_; }
+  std::size_t usable() const { return usable_; }
+  PageNumber page_count() const { return page_count_; }
+  // The pages that the file says it has; 0 when it does not say.
+  PageNumber declared_pages() const { return declared_pages_; }
+  // Whether the first 100 bytes are those of a database.
+  bool header_is_sound() const { return header_is_sound_; }
+  // The first page of the list of free pages, 0 for none.
+  PageNumber first_free() const { return first_free_; }
+  const Log& log() const { return log_; }
+
+  // False when the page is beyond the end or cannot be read.
+  bool read(PageNumber page, std::string& bytes) const;
+  bool is_in_log(PageNumber page) const { return in_log_.count(page) != 0; }
+
+  // The log's unusable pages, the newest first. What they held once may have been changed or
+  // deleted by a commit that is lost.
+  void each_unusable(const std::function<void(std::string_view bytes)>& read) const;
+
+  // Whether file or log were written to since they were opened.
+  bool has_changed() const { return main_.has_changed() || wal_.has_changed(); }
+
+ private:
+  struct Frame;
+  struct Checksum {
+    std::uint32_t first = 0;
+    std::uint32_t second = 0;
+  };
+
+  void find_page_size(std::string_view header);
+  void read_log_header();
+  void read_log();
+  void find_unusable(std::uint64_t from, std::uint64_t broken);
+  bool read_frame(std::uint64_t number, Frame& frame) const;
+  void read_header();
+  Checksum sum(Checksum start, std::string_view bytes) const;
+
+  const ReadOnlyFile main_;
+  const ReadOnlyFile wal_;
+  std::size_t page_size_ = 0;
+  std::size_t usable_ = 0;
+  PageNumber page_count_ = 0;
+  PageNumber declared_pages_ = 0;
+  PageNumber first_free_ = 0;
+  bool header_is_sound_ = false;
+
+  Log log_;
+  bool log_header_is_sound_ = false;
+  bool log_is_big_endian_ = false;
+  std::size_t log_page_size_ = 0;
+  std::string log_salt_;
+  Checksum log_start_;
+  std::unordered_map<PageNumber, std::uint64_t> in_log_;  // where in the log its newest content is
+  std::vector<std::uint64_t> unusable_;                   // frames, in order
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_SALVAGE_FILE_H_

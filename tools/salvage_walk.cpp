@@ -1,0 +1,504 @@
+#include "tools/salvage_walk.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "tools/schema.h"
+
+namespace corvan_tool {
+
+namespace {
+
+constexpr IdRange kAll = {std::numeric_limits<std::int64_t>::min(),
+                          std::numeric_limits<std::int64_t>::max()};
+
+bool is_within(std::int64_t key, const IdRange& range) {
+  return key > range.first && key <= range.second;
+}
+
+// What of a cell's record lies on its page.
+std::string_view held_part(std::string_view page, const Cell& cell) {
+  return page.substr(cell.at, cell.held);
+}
+
+// The record's values as far as its page holds them.
+bool parse_start(std::string_view page, const Cell& cell, std::vector<Value>& values) {
+  return parse_record(held_part(page, cell), cell.size, values);
+}
+
+bool starts_with_shape(std::string_view page, const Cell& cell, const std::string& shape,
+                       bool exactly) {
+  std::vector<Value> values;
+  return parse_start(page, cell, values) && has_shape(values, shape, exactly);
+}
+
+bool is_zero(std::string_view bytes) {
+  return bytes.find_first_not_of('\0') == std::string_view::npos;
+}
+
+}  // namespace
+
+SalvageWalk::SalvageWalk(const DamagedFile& file, const SalvageSchema& schema, SalvageStore& store)
+    : file_(file),
+      schema_(schema),
+      store_(store),
+      uses_(file.page_count(), Use::kUnknown),
+      states_(schema.tables.size()),
+      index_is_whole_(schema.indexes.size(), false),
+      progress_("pages", file.page_count()) {}
+
+void SalvageWalk::run() {
+  find_free_pages();
+  read_schema();
+  walk_tables();
+  walk_indexes();
+  look_at_other_pages();
+  look_at_lost_commits();
+}
+
+void SalvageWalk::note(PageNumber page, PageNumber parent, const std::string& what) {
+  if (page > 0 && page <= std::max(file_.page_count(), file_.declared_pages())) {
+    bad_.push_back({page, page, (is_page(page) ? "" : "beyond the end: ") + what});
+  } else if (parent > 0) {
+    bad_.push_back({parent, parent, what + ", damaged in part"});
+  }
+}
+
+std::vector<BadPages> SalvageWalk::bad_pages() const {
+  std::vector<BadPages> pages = bad_;
+  std::stable_sort(pages.begin(), pages.end(),
+                   [](const BadPages& a, const BadPages& b) { return a.first < b.first; });
+  std::vector<BadPages> result;
+  for (const BadPages& page : pages) {
+    if (!result.empty() && page.first == result.back().last) continue;
+    if (!result.empty() && page.first == result.back().last + 1 &&
+        page.what == result.back().what) {
+      ++result.back().last;
+    } else {
+      result.push_back(page);
+    }
+  }
+  return result;
+}
+
+std::uint64_t SalvageWalk::zero_pages() const {
+  return static_cast<std::uint64_t>(std::count(uses_.begin(), uses_.end(), Use::kZero));
+}
+
+void SalvageWalk::find_free_pages() {
+  const std::string what = "the list of free pages";
+  std::string bytes;
+  PageNumber before = 0;
+  for (PageNumber trunk = file_.first_free(); trunk != 0;) {
+    if (!is_page(trunk) || use(trunk) == Use::kFree || !file_.read(trunk, bytes)) {
+      note(trunk, before, what);
+      return;
+    }
+    const std::uint64_t count = number_at(bytes, 4, 4);
+    if (count > file_.usable() / 4 - 2) {
+      note(trunk, before, what);
+      return;
+    }
+    set_use(trunk, Use::kFree);
+    for (std::uint64_t i = 0; i < count; ++i) {
+      const auto page = static_cast<PageNumber>(number_at(bytes, 8 + 4 * i, 4));
+      if (is_page(page)) set_use(page, Use::kFree);
+    }
+    before = trunk;
+    trunk = static_cast<PageNumber>(number_at(bytes, 0, 4));
+  }
+}
+
+std::optional<Page> SalvageWalk::enter(PageNumber number, PageNumber parent, bool is_table_tree,
+                                       const std::string& name, std::string& bytes) {
+  std::optional<Page> page;
+  const bool is_new = is_page(number) && use(number) != Use::kTree;
+  if (is_new && file_.read(number, bytes)) page = parse_page(bytes, file_.usable(), number == 1);
+  if (page && is_table(page->type) == is_table_tree) {
+    if (!page->sound) note(number, parent, name + ", damaged in part");
+    return page;
+  }
+  // A page that something else leads to is not bad itself.
+  note(is_page(number) && !is_new ? parent : number, parent, name);
+  return std::nullopt;
+}
+
+// The children of an inner page. A key that does not rise is not believed.
+std::vector<SalvageWalk::Step> SalvageWalk::steps_from(const Page& page, const Step& from,
+                                                       bool& in_order) const {
+  const std::size_t count = page.cells.size();
+  std::vector<bool> is_good(count, true);
+  std::vector<std::int64_t> keys;
+  for (const Cell& cell : page.cells) keys.push_back(cell.key);
+  for (const std::size_t place : out_of_order(keys)) is_good[place] = false;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!is_within(keys[i], from.keys)) is_good[i] = false;
+  }
+  in_order = std::find(is_good.begin(), is_good.end(), false) == is_good.end();
+
+  std::vector<Step> steps(count + 1);
+  Step bounds = from;
+  for (std::size_t i = 0; i <= count; ++i) {
+    steps[i].page = i < count ? page.cells[i].child : page.last_child;
+    steps[i].parent = from.page;
+    steps[i].keys.first = bounds.keys.first;
+    steps[i].around.first = bounds.around.first;
+    if (i == count || !is_good[i]) continue;
+    bounds.around.first = bounds.keys.first;
+    bounds.keys.first = keys[i];
+  }
+  for (std::size_t i = count + 1; i-- > 0;) {
+    if (i < count && is_good[i]) {
+      bounds.around.second = bounds.keys.second;
+      bounds.keys.second = keys[i];
+    }
+    steps[i].keys.second = bounds.keys.second;
+    steps[i].around.second = bounds.around.second;
+  }
+  return steps;
+}
+
+void SalvageWalk::walk_table(const Tree& tree, TableState& state, const ReadLeaf& read) {
+  const std::string what = "a page of " + tree.name;
+  state.is_whole = true;
+  const auto miss = [&state](const IdRange& range) {
+    state.is_whole = false;
+    state.missing.push_back(range);
+  };
+  std::vector<Step> steps = {{tree.root, 0, kAll, kAll}};
+  std::string bytes;
+  while (!steps.empty()) {
+    const Step step = steps.back();
+    steps.pop_back();
+    const auto page = enter(step.page, step.parent, true, what, bytes);
+    if (!page) {
+      miss(step.around);
+      continue;
+    }
+    if (!is_inner(page->type)) {
+      if (read({*page, bytes, step.page, step.keys})) {
+        set_use(step.page, Use::kTree);
+        progress_.advance();
+        if (!page->sound) miss(step.around);
+      } else {
+        note(step.page, step.parent, what + ", or what leads to it");
+        miss(step.around);
+      }
+      continue;
+    }
+    set_use(step.page, Use::kTree);
+    progress_.advance();
+    bool in_order = true;
+    std::vector<Step> children = steps_from(*page, step, in_order);
+    if (!in_order) note(step.page, step.parent, what + ", damaged in part");
+    if (!in_order || !page->sound) miss(step.around);
+    steps.insert(steps.end(), children.rbegin(), children.rend());
+  }
+}
+
+bool SalvageWalk::walk_index(const Tree& tree, const SalvageIndex* index) {
+  const std::string what = "a page of index " + tree.name;
+  bool is_whole = true;
+  std::vector<std::pair<PageNumber, PageNumber>> pages = {{tree.root, 0}};
+  std::string bytes;
+  while (!pages.empty()) {
+    const auto [number, parent] = pages.back();
+    pages.pop_back();
+    const auto page = enter(number, parent, false, what, bytes);
+    is_whole = is_whole && page && page->sound;
+    if (!page) continue;
+    set_use(number, Use::kTree);
+    progress_.advance();
+    if (!read_entries(*page, bytes, index)) is_whole = false;
+    if (!is_inner(page->type)) continue;
+    for (const Cell& cell : page->cells) pages.emplace_back(cell.child, number);
+    pages.emplace_back(page->last_child, number);
+  }
+  return is_whole;
+}
+
+// Whether all of them could be read.
+bool SalvageWalk::read_entries(const Page& page, std::string_view bytes,
+                               const SalvageIndex* index) {
+  bool all = true;
+  std::string record;
+  std::vector<Value> values;
+  for (const Cell& cell : page.cells) {
+    const bool is_read =
+        read_record(bytes, cell, true, record) && parse_record(record, record.size(), values);
+    if (index == nullptr) continue;
+    if (!is_read || values.size() != index->shape.size() || values.back().kind != Value::kInteger) {
+      all = false;
+    } else if (has_shape(values, index->shape, true)) {
+      store_.name(*index, values);
+    } else {
+      store_.name(index->table, values.back().integer);
+    }
+  }
+  return all;
+}
+
+bool SalvageWalk::read_record(std::string_view page, const Cell& cell, bool is_reached,
+                              std::string& record) {
+  record.assign(held_part(page, cell));
+  if (cell.continuation == 0 && cell.held == cell.size) return true;
+  const std::uint64_t most = std::uint64_t{file_.page_count()} * file_.page_size();
+  if (cell.size > most) return false;
+  std::vector<PageNumber> chain;
+  std::string bytes;
+  PageNumber next = cell.continuation;
+  while (record.size() < cell.size) {
+    const bool is_taken =
+        !is_page(next) || use(next) == Use::kTree || (is_reached && use(next) == Use::kOverflow);
+    if (is_taken || !file_.read(next, bytes)) {
+      note(is_page(next) && is_taken ? 0 : next, 0, "the continuation of a row");
+      return false;
+    }
+    chain.push_back(next);
+    const std::size_t part = static_cast<std::size_t>(
+        std::min<std::uint64_t>(file_.usable() - 4, cell.size - record.size()));
+    record.append(bytes, 4, part);
+    next = static_cast<PageNumber>(number_at(bytes, 0, 4));
+  }
+  if (next != 0) {
+    note(chain.back(), 0, "the continuation of a row");
+    return false;
+  }
+  for (const PageNumber page_number : chain) set_use(page_number, Use::kOverflow);
+  progress_.advance(chain.size());
+  return true;
+}
+
+void SalvageWalk::read_schema() {
+  static const std::string kSchemaShape = "tttit";
+  const auto read = [this](const Leaf& leaf) {
+    std::string record;
+    std::vector<Value> values;
+    for (const Cell& cell : leaf.page.cells) {
+      const bool is_read = read_record(leaf.bytes, cell, true, record) &&
+                           parse_record(record, record.size(), values) &&
+                           has_shape(values, kSchemaShape, false) &&
+                           values[3].kind == Value::kInteger;
+      if (!is_read) {
+        states_[schema_.sequences].missing.push_back(kAll);
+        continue;
+      }
+      const bool is_index = values[0].bytes == "index";
+      if (!is_index && values[0].bytes != "table") continue;
+      const std::int64_t root = values[3].integer;
+      trees_.push_back({root > 0 && root <= file_.page_count() ? static_cast<PageNumber>(root) : 0,
+                        is_index, std::string(values[1].bytes), std::string(values[4].bytes)});
+    }
+    return true;
+  };
+  if (file_.page_count() == 0) return;
+  TableState& state = states_[schema_.sequences];
+  walk_table({1, false, "the schema", ""}, state, read);
+  schema_is_whole_ = state.is_whole && state.missing.empty();
+}
+
+void SalvageWalk::walk_tables() {
+  std::vector<bool> is_found(schema_.tables.size(), false);
+  for (const Tree& tree : trees_) {
+    if (tree.is_index) continue;
+    const auto found =
+        std::find_if(schema_.tables.begin(), schema_.tables.end(),
+                     [&tree](const SalvageTable& table) { return table.name == tree.name; });
+    if (found == schema_.tables.end()) {
+      TableState ignored;
+      if (tree.root > 1) walk_table(tree, ignored, [](const Leaf& /*leaf*/) { return true; });
+      continue;
+    }
+    const auto table = static_cast<std::size_t>(found - schema_.tables.begin());
+    walk_table(tree, states_[table],
+               [this, table](const Leaf& leaf) { return read_rows(table, leaf); });
+    is_found[table] = true;
+  }
+  for (std::size_t table = 0; table < schema_.tables.size(); ++table) {
+    if (is_found[table]) continue;
+    states_[table] = {};
+    states_[table].is_whole = schema_is_whole_;
+    if (!schema_is_whole_) states_[table].missing.push_back(kAll);
+  }
+}
+
+void SalvageWalk::walk_indexes() {
+  for (const Tree& tree : trees_) {
+    if (!tree.is_index || tree.root < 2) continue;
+    const auto found = std::find_if(
+        schema_.indexes.begin(), schema_.indexes.end(), [&tree](const SalvageIndex& index) {
+          return index.name == tree.name && is_same_statement(index.sql, tree.sql);
+        });
+    // Where the rows were read whole nobody asks an index.
+    const bool is_asked = found != schema_.indexes.end() && !states_[found->table].is_whole;
+    const bool is_whole = walk_index(tree, is_asked ? &*found : nullptr);
+    if (!is_asked || !is_whole) continue;
+    index_is_whole_[static_cast<std::size_t>(found - schema_.indexes.begin())] = true;
+    if (found->has_all_rows) states_[found->table].has_all_names = true;
+  }
+}
+
+void SalvageWalk::read_sequence(std::string_view record) {
+  std::vector<Value> values;
+  if (!parse_record(record, record.size(), values) ||
+      !has_shape(values, schema_.tables[schema_.sequences].shape, true)) {
+    return;
+  }
+  if (values[0].bytes == schema_.tables[schema_.messages].name && values[1].integer >= 0) {
+    store_.set_sequence(values[1].integer);
+  }
+}
+
+// False when the page is none of this table's, or of another place in its tree.
+bool SalvageWalk::read_rows(std::size_t table, const Leaf& leaf) {
+  const auto belongs = [&](const Cell& cell) {
+    return is_within(cell.key, leaf.keys) &&
+           starts_with_shape(leaf.bytes, cell, schema_.tables[table].shape, false);
+  };
+  const std::vector<Cell>& cells = leaf.page.cells;
+  if (!cells.empty() && std::none_of(cells.begin(), cells.end(), belongs)) return false;
+  add_rows(table, leaf, true, Doubt::kNone);
+  return true;
+}
+
+void SalvageWalk::add_rows(std::size_t table, const Leaf& leaf, bool is_reached, Doubt doubt) {
+  const std::vector<Cell>& cells = leaf.page.cells;
+  if (table == schema_.sequences) {
+    for (const Cell& cell : cells) read_sequence(held_part(leaf.bytes, cell));
+    return;
+  }
+  std::vector<std::int64_t> keys;
+  keys.reserve(cells.size());
+  for (const Cell& cell : cells) keys.push_back(cell.key);
+  std::vector<Doubt> doubts(cells.size(), doubt);
+  if (doubt == Doubt::kNone) {
+    for (const std::size_t place : out_of_order(keys)) doubts[place] = Doubt::kPlace;
+  }
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    add_row(table, leaf, cells[i], is_reached, doubts[i]);
+  }
+}
+
+void SalvageWalk::add_row(std::size_t table, const Leaf& leaf, const Cell& cell, bool is_reached,
+                          Doubt doubt) {
+  FoundRow row;
+  row.id = cell.key;
+  row.is_reached = is_reached;
+  row.is_in_log = leaf.number != 0 && file_.is_in_log(leaf.number);
+  row.doubt = doubt;
+  if (doubt == Doubt::kNone && !is_reached && !is_missing(table, cell.key)) {
+    row.doubt = Doubt::kUnreached;
+  }
+  std::string record;
+  std::vector<Value> values;
+  const bool is_on_page = cell.continuation == 0;
+  const bool is_read = (leaf.number != 0 || is_on_page) &&
+                       starts_with_shape(leaf.bytes, cell, schema_.tables[table].shape, false) &&
+                       read_record(leaf.bytes, cell, is_reached, record) &&
+                       parse_record(record, record.size(), values);
+  if (!is_read) {
+    if (row.doubt == Doubt::kNone || is_reached) lose_row(table, cell);
+    return;
+  }
+  row.values = &values;
+  if (row.doubt == Doubt::kNone) row.doubt = doubt_about(schema_.tables[table], row.id, values);
+  store_.add(table, row);
+}
+
+void SalvageWalk::lose_row(std::size_t table, const Cell& cell) {
+  store_.name(table, cell.key);
+  states_[table].is_whole = false;
+  if (cell.key > kAll.first) states_[table].missing.emplace_back(cell.key - 1, cell.key);
+}
+
+bool SalvageWalk::is_missing(std::size_t table, std::int64_t row_id) const {
+  const std::vector<IdRange>& missing = states_[table].missing;
+  return std::any_of(missing.begin(), missing.end(),
+                     [row_id](const IdRange& range) { return is_within(row_id, range); });
+}
+
+// The table that most of the page's records are of the shape of. The version's single text is no
+// shape to tell anything by.
+std::optional<std::size_t> SalvageWalk::table_by_shape(const Page& page,
+                                                       std::string_view bytes) const {
+  std::optional<std::size_t> best;
+  std::ptrdiff_t most = 0;
+  for (std::size_t table = 0; table < schema_.tables.size(); ++table) {
+    if (table == schema_.versions) continue;
+    const std::ptrdiff_t count =
+        std::count_if(page.cells.begin(), page.cells.end(), [&](const Cell& cell) {
+          return starts_with_shape(bytes, cell, schema_.tables[table].shape, true);
+        });
+    if (count <= most) continue;
+    most = count;
+    best = table;
+  }
+  return best;
+}
+
+const SalvageIndex* SalvageWalk::index_by_shape(const Page& page, std::string_view bytes) const {
+  for (const SalvageIndex& index : schema_.indexes) {
+    const auto place = static_cast<std::size_t>(&index - schema_.indexes.data());
+    const bool is_wanted =
+        index.is_told_by_shape && !index_is_whole_[place] && !states_[index.table].is_whole;
+    if (is_wanted && !page.cells.empty() &&
+        starts_with_shape(bytes, page.cells.front(), index.shape, true)) {
+      return &index;
+    }
+  }
+  return nullptr;
+}
+
+void SalvageWalk::look_at_other_page(PageNumber number, std::string_view bytes) {
+  const bool is_free = use(number) == Use::kFree;
+  if (is_zero(bytes)) {
+    if (!is_free) set_use(number, Use::kZero);
+    return;
+  }
+  const auto page = parse_page(bytes, file_.usable(), number == 1);
+  if (!page) return;
+  if (!is_free && page->sound) set_use(number, Use::kRecognised);
+  if (page->type == PageType::kTableLeaf) {
+    look_at_other_leaf({*page, bytes, number, kAll}, is_free);
+  } else if (!is_table(page->type) && !is_free) {
+    const SalvageIndex* const index = index_by_shape(*page, bytes);
+    if (index != nullptr) read_entries(*page, bytes, index);
+  }
+}
+
+void SalvageWalk::look_at_other_leaf(const Leaf& leaf, bool is_free) {
+  const auto table = table_by_shape(leaf.page, leaf.bytes);
+  if (!table) return;
+  if (*table == schema_.sequences && (is_free || states_[*table].is_whole)) return;
+  add_rows(*table, leaf, false, is_free ? Doubt::kFree : Doubt::kNone);
+  if (is_free || leaf.page.sound) return;
+  note(leaf.number, 0, "a page of " + schema_.tables[*table].name + ", damaged in part");
+  set_use(leaf.number, Use::kRecognised);
+}
+
+void SalvageWalk::look_at_other_pages() {
+  std::string bytes;
+  for (PageNumber number = 1; number <= file_.page_count(); ++number) {
+    if (use(number) != Use::kUnknown && use(number) != Use::kFree) continue;
+    progress_.advance();
+    if (file_.read(number, bytes)) look_at_other_page(number, bytes);
+  }
+  // Only now: the continuation of a row may lie before its page.
+  for (PageNumber number = 1; number <= file_.page_count(); ++number) {
+    if (use(number) == Use::kUnknown) note(number, 0, "not recognised");
+  }
+}
+
+// Nothing is read there that continues on another page, which may be of another moment.
+void SalvageWalk::look_at_lost_commits() {
+  file_.each_unusable([this](std::string_view bytes) {
+    const auto page = parse_page(bytes, file_.usable(), false);
+    if (!page || page->type != PageType::kTableLeaf) return;
+    const auto table = table_by_shape(*page, bytes);
+    if (!table || *table == schema_.sequences) return;
+    add_rows(*table, {*page, bytes, 0, kAll}, false, Doubt::kLog);
+  });
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,119 @@
+// The way through a damaged file: along its trees as far as they lead, then page by page.
+
+#ifndef TOOLS_SALVAGE_WALK_H_
+#define TOOLS_SALVAGE_WALK_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/progress.h"
+#include "tools/salvage_file.h"
+#include "tools/salvage_store.h"
+#include "tools/salvage_tables.h"
+
+namespace corvan_tool {
+
+// Pages one after the other that are bad for the same reason.
+struct BadPages {
+  PageNumber first = 0;
+  PageNumber last = 0;
+  std::string what;
+};
+
+class SalvageWalk {
+ public:
+  // All of them outlive this object.
+  SalvageWalk(const DamagedFile& file, const SalvageSchema& schema, SalvageStore& store);
+
+  // Gives every row and every entry of an index that can be read to the store.
+  void run();
+
+  const std::vector<TableState>& states() const { return states_; }
+  // In order.
+  std::vector<BadPages> bad_pages() const;
+  // Pages of zeros that nothing leads to: free ones, or lost ones.
+  std::uint64_t zero_pages() const;
+
+ private:
+  enum class Use : std::uint8_t { kUnknown, kFree, kTree, kOverflow, kRecognised, kZero };
+
+  // A tree of the file, by its row in the file's schema.
+  struct Tree {
+    PageNumber root = 0;
+    bool is_index = false;
+    std::string name;
+    std::string sql;
+  };
+
+  // A page to go to, and the keys that its parents have for it.
+  struct Step {
+    PageNumber page = 0;
+    PageNumber parent = 0;
+    IdRange keys;
+    IdRange around;  // with those of its neighbours, should a key be wrong
+  };
+
+  // A page of rows that was read.
+  struct Leaf {
+    const Page& page;
+    std::string_view bytes;
+    PageNumber number = 0;  // 0: of no place in the file
+    IdRange keys;
+  };
+  using ReadLeaf = std::function<bool(const Leaf&)>;
+
+  void find_free_pages();
+  void read_schema();
+  void walk_tables();
+  void walk_indexes();
+  void look_at_other_pages();
+  void look_at_lost_commits();
+
+  // Reads a page of a tree that leads there; nothing, and the page is noted, when it is none.
+  std::optional<Page> enter(PageNumber number, PageNumber parent, bool is_table,
+                            const std::string& name, std::string& bytes);
+  void walk_table(const Tree& tree, TableState& state, const ReadLeaf& read);
+  std::vector<Step> steps_from(const Page& page, const Step& from, bool& in_order) const;
+  // Whether the whole tree was read. Without an index its pages are only marked.
+  bool walk_index(const Tree& tree, const SalvageIndex* index);
+  bool read_entries(const Page& page, std::string_view bytes, const SalvageIndex* index);
+
+  bool read_rows(std::size_t table, const Leaf& leaf);
+  void add_row(std::size_t table, const Leaf& leaf, const Cell& cell, bool is_reached, Doubt doubt);
+  void add_rows(std::size_t table, const Leaf& leaf, bool is_reached, Doubt doubt);
+  void lose_row(std::size_t table, const Cell& cell);
+  void read_sequence(std::string_view record);
+  std::optional<std::size_t> table_by_shape(const Page& page, std::string_view bytes) const;
+  const SalvageIndex* index_by_shape(const Page& page, std::string_view bytes) const;
+  bool is_missing(std::size_t table, std::int64_t row_id) const;
+  void look_at_other_page(PageNumber number, std::string_view bytes);
+  void look_at_other_leaf(const Leaf& leaf, bool is_free);
+
+  // A record with what lies on further pages. False when these cannot be it.
+  bool read_record(std::string_view page, const Cell& cell, bool is_reached, std::string& record);
+
+  Use use(PageNumber page) const { return uses_[page - 1]; }
+  void set_use(PageNumber page, Use use) { uses_[page - 1] = use; }
+  bool is_page(PageNumber page) const { return page > 0 && page <= file_.page_count(); }
+  void note(PageNumber page, PageNumber parent, const std::string& what);
+
+  const DamagedFile& file_;
+  const SalvageSchema& schema_;
+  SalvageStore& store_;
+  std::vector<Use> uses_;  // by page
+  std::vector<Tree> trees_;
+  bool schema_is_whole_ = false;
+  std::vector<TableState> states_;
+  std::vector<bool> index_is_whole_;
+  std::vector<BadPages> bad_;  // of one page each
+  Progress progress_;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_SALVAGE_WALK_H_

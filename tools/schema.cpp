@@ -1,0 +1,154 @@
+#include "tools/schema.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+
+#include "base/cv_database.h"
+#include "tools/connection.h"
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+char lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](char c) { return lower(c); });
+  return text;
+}
+
+// The statement in lower case, without the white space that does not separate words.
+std::string normal_form(const std::string& sql) {
+  if (sql.find("--") != std::string::npos || sql.find("/*") != std::string::npos) return sql;
+  const auto is_bracket = [](char c) { return c == '(' || c == ')' || c == ','; };
+  std::string result;
+  char quote = '\0';
+  bool gap = false;
+  for (const char c : sql) {
+    if (quote == '\0' && (c == ' ' || (c >= '\t' && c <= '\r'))) {
+      gap = true;
+      continue;
+    }
+    if (gap && !result.empty() && !is_bracket(result.back()) && !is_bracket(c)) result += ' ';
+    gap = false;
+    result += quote == '\0' ? lower(c) : c;
+    if (quote != '\0') {
+      if (c == quote) quote = '\0';
+    } else if (c == '\'' || c == '"' || c == '`') {
+      quote = c;
+    } else if (c == '[') {
+      quote = ']';
+    }
+  }
+  return result;
+}
+
+// Every name in the provider's set begins with its table's name. An index of such a name that is
+// not in the set comes from an older one; of any other name, from somebody else.
+bool has_store_name(const Index& index) {
+  return index.name.rfind(index.table + "_", 0) == 0;
+}
+
+template <typename Named>
+const Named* find_named(const std::vector<Named>& all, const std::string& name) {
+  const auto found = std::find_if(
+      all.begin(), all.end(), [&name](const Named& one) { return lower(one.name) == lower(name); });
+  return found == all.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+const Table* Schema::table(const std::string& name) const {
+  return find_named(tables, name);
+}
+
+const Index* Schema::index(const std::string& name) const {
+  return find_named(indexes, name);
+}
+
+int read_schema(const Connection& connection, Schema& schema) {
+  return connection.each_row(
+      "select type,name,tbl_name,sql from sqlite_master where type in('table','index') "
+      "and sql is not null and name not like 'sqlite\\_%' escape '\\' order by name",
+      [&schema](sqlite3_stmt* row) {
+        if (text_at(row, 0) == "table") {
+          schema.tables.push_back({text_at(row, 1), text_at(row, 3), {}});
+        } else {
+          schema.indexes.push_back({text_at(row, 1), text_at(row, 2), text_at(row, 3)});
+        }
+      });
+}
+
+int read_parts(const Connection& connection, Table& table) {
+  int rc = connection.each_row(
+      "pragma table_info(" + quoted_name(table.name) + ")", [&table](sqlite3_stmt* row) {
+        std::string part = "column " + lower(text_at(row, 1) + " " + text_at(row, 2));
+        if (sqlite3_column_int(row, 3) != 0) part += " not null";
+        if (sqlite3_column_type(row, 4) != SQLITE_NULL) part += " default " + text_at(row, 4);
+        if (sqlite3_column_int(row, 5) != 0) part += " primary key";
+        table.parts.push_back(part);
+      });
+  std::vector<std::string> keys;
+  if (rc == SQLITE_DONE) {
+    rc = connection.each_row("pragma index_list(" + quoted_name(table.name) + ")",
+                             [&keys](sqlite3_stmt* row) {
+                               if (text_at(row, 3) != "c") keys.push_back(text_at(row, 1));
+                             });
+  }
+  for (const std::string& key : keys) {
+    std::string columns;
+    if (rc == SQLITE_DONE) {
+      rc = connection.each_row("pragma index_info(" + quoted_name(key) + ")",
+                               [&columns](sqlite3_stmt* row) {
+                                 columns += (columns.empty() ? "" : ",") + lower(text_at(row, 2));
+                               });
+    }
+    table.parts.push_back("key " + columns);
+  }
+  std::sort(table.parts.begin(), table.parts.end());
+  return rc;
+}
+
+Schema new_schema() {
+  const Connection scratch(":memory:");
+  const auto require = [&scratch](int rc) {
+    if (rc != SQLITE_DONE) throw ToolError("a new store's schema: " + scratch.error());
+  };
+  for (const auto& [name, sql] : Corvan::CvDatabase::table_index()) require(scratch.run(sql));
+  Schema schema;
+  require(read_schema(scratch, schema));
+  for (Table& table : schema.tables) require(read_parts(scratch, table));
+  return schema;
+}
+
+bool is_same_statement(const std::string& one, const std::string& other) {
+  return normal_form(one) == normal_form(other);
+}
+
+std::vector<IndexDifference> index_differences(const Schema& wanted, const Schema& present,
+                                               std::size_t& kept) {
+  kept = 0;
+  std::vector<IndexDifference> result;
+  for (const Index& index : wanted.indexes) {
+    const Index* const found = present.index(index.name);
+    if (found == nullptr) {
+      result.push_back({IndexDifference::kMissing, index, ""});
+    } else if (!is_same_statement(found->sql, index.sql)) {
+      result.push_back({IndexDifference::kDiffers, index, found->sql});
+    } else {
+      ++kept;
+    }
+  }
+  for (const Index& index : present.indexes) {
+    if (wanted.table(index.table) == nullptr || wanted.index(index.name) != nullptr) continue;
+    result.push_back(
+        {has_store_name(index) ? IndexDifference::kOlder : IndexDifference::kOther, index, ""});
+  }
+  return result;
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,27 @@
+// UTF-8, which need not be well-formed.
+
+#ifndef TOOLS_UTF8_H_
+#define TOOLS_UTF8_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace corvan_tool {
+
+// What stands for bytes that are no UTF-8: U+FFFD, and the same in UTF-8.
+constexpr int32_t kReplacement = 0xFFFD;
+constexpr const char* kReplacementText = "\xEF\xBF\xBD";
+
+// Takes the first code point off `text`, which must not be empty; kReplacement and one byte where
+// none starts.
+int32_t take_code_point(std::string_view& text);
+
+bool is_utf8(std::string_view text);
+
+// `text` with kReplacementText for each byte that belongs to no code point.
+std::string valid_utf8(std::string_view text);
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_UTF8_H_

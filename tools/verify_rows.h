@@ -1,0 +1,30 @@
+// What the rows of a store say against one another.
+
+#ifndef TOOLS_VERIFY_ROWS_H_
+#define TOOLS_VERIFY_ROWS_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "tools/verify_finding.h"
+#include "tools/verify_session.h"
+
+namespace corvan_tool {
+
+class Connection;
+
+struct RowFindings {
+  std::vector<Finding> findings;
+  std::vector<SessionRow> sessions;
+  int64_t messages = 0;
+  int64_t largest_id = 0;  // of a message
+  bool complete = true;    // every row could be read
+};
+
+// Reads each row once. Throws ToolError, which begins with `name`, when reading fails for another
+// reason than damage.
+RowFindings look_at_rows(const Connection& connection, const std::string& name);
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_VERIFY_ROWS_H_
