@@ -10,6 +10,7 @@
 #include "tools/json_output.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
+#include "tools/progress.h"
 #include "tools/store_copy.h"
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
@@ -42,6 +43,7 @@ bool settle(const std::string& file, Backup& backup) {
       into = sqlite3_column_int64(row, 0);
     }) == SQLITE_DONE;
   };
+  const StatementProgress progress(connection.handle(), "million steps of the check");
   std::string findings;
   const int checked = connection.each_row(
       "pragma integrity_check(1)", [&findings](sqlite3_stmt* row) { findings = text_at(row, 0); });
@@ -118,11 +120,9 @@ constexpr const char* kBackupResult =
 }  // namespace
 
 void add_backup(CommandLine& line) {
-  const auto [command, options] = line.add<BackupOptions>(
+  auto [command, options] = line.add<BackupOptions>(
       "backup", "Copy a store whole, its write-ahead log included", kBackupResult, run_backup);
-  command->add_option("NEWFOLDER", options.to, "the folder to make, which holds the copy")
-      ->required()
-      ->check(not_empty());
+  command.argument("NEWFOLDER", options.to, "the folder to make, which holds the copy");
 }
 
 }  // namespace corvan_tool

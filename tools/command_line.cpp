@@ -2,7 +2,9 @@
 
 #include <sqlite3.h>
 
+#include <CLI/CLI.hpp>
 #include <charconv>
+#include <limits>
 #include <system_error>
 
 #include "tools/names.h"
@@ -19,7 +21,7 @@ constexpr const char* kFooter =
     "Exit status: 0 for success, 1 for a negative answer, 2 for bad usage, bad input or a store\n"
     "that cannot be read or written.\n";
 
-}  // namespace
+constexpr const char* kKinds = "private, group, chatroom, reception, system, or 1 to 5";
 
 CLI::Validator not_empty() {
   const auto check = [](const std::string& text) -> std::string {
@@ -28,6 +30,7 @@ CLI::Validator not_empty() {
   return {check, "", ""};
 }
 
+// A whole number from 1 on in plain decimal.
 CLI::Validator number_up_to(int64_t largest) {
   const auto check = [largest](const std::string& text) -> std::string {
     int64_t value = 0;
@@ -40,6 +43,7 @@ CLI::Validator number_up_to(int64_t largest) {
   return {check, "", ""};
 }
 
+// A kind's name, in whatever case, or its number; the text becomes the number.
 CLI::Validator kind_of_conversation() {
   const auto to_number = [](std::string& text) -> std::string {
     const std::string name = CLI::detail::to_lower(text);
@@ -54,25 +58,134 @@ CLI::Validator kind_of_conversation() {
   return {to_number, ""};
 }
 
+template <typename Target>
+CLI::Option* add_option(CLI::App& app, const std::string& name, const std::string& value,
+                        Target& target, const std::string& text) {
+  return app.add_option(name, target, text)->allow_extra_args(false)->option_text(value);
+}
+
+template <typename Target>
+CLI::Option* add_number(CLI::App& app, const std::string& name, const std::string& value,
+                        Target& target, const std::string& text,
+                        int64_t largest = std::numeric_limits<Target>::max()) {
+  return add_option(app, name, value, target, text)->check(number_up_to(largest));
+}
+
+}  // namespace
+
+void Command::argument(const std::string& name, std::string& target, const std::string& text,
+                       Emptiness emptiness) {
+  CLI::Option* const argument = app_->add_option(name, target, text)->required();
+  if (emptiness == Emptiness::kRefused) argument->check(not_empty());
+}
+
+void Command::argument(const std::string& name, int64_t& target, const std::string& text) {
+  app_->add_option(name, target, text)
+      ->required()
+      ->check(number_up_to(std::numeric_limits<int64_t>::max()));
+}
+
+void Command::arguments(const std::string& name, std::vector<std::string>& target,
+                        const std::string& text, Presence presence) {
+  app_->add_option(name, target, text)->required(presence == Presence::kRequired);
+}
+
+CLI::Option* Command::flag(const std::string& name, bool& target, const std::string& text) {
+  return app_->add_flag(name, target, text);
+}
+
+CLI::Option* Command::option(const std::string& name, const std::string& value, std::string& target,
+                             const std::string& text, Presence presence) {
+  return add_option(*app_, name, value, target, text)
+      ->required(presence == Presence::kRequired)
+      ->check(not_empty());
+}
+
+CLI::Option* Command::option(const std::string& name, const std::string& value,
+                             std::optional<std::string>& target, const std::string& text) {
+  return add_option(*app_, name, value, target, text);
+}
+
+CLI::Option* Command::option(const std::string& name, const std::string& value,
+                             std::vector<std::string>& target, const std::string& text) {
+  return add_option(*app_, name, value, target, text)->check(not_empty());
+}
+
+CLI::Option* Command::number(const std::string& name, const std::string& value, int32_t& target,
+                             const std::string& text) {
+  return add_number(*app_, name, value, target, text);
+}
+
+CLI::Option* Command::number(const std::string& name, const std::string& value, int64_t& target,
+                             const std::string& text) {
+  return add_number(*app_, name, value, target, text);
+}
+
+CLI::Option* Command::number(const std::string& name, const std::string& value, std::size_t& target,
+                             const std::string& text, int64_t largest) {
+  return add_number(*app_, name, value, target, text, largest);
+}
+
+CLI::Option* Command::choice(const std::string& name, const std::string& value, std::string& target,
+                             const std::vector<std::string>& choices, const std::string& text) {
+  return add_option(*app_, name, value, target, text)->required()->check(CLI::IsMember(choices));
+}
+
+CLI::Option* Command::choices(const std::string& name, const std::string& value,
+                              std::vector<std::string>& target,
+                              const std::vector<std::string>& choices, const std::string& text) {
+  return add_option(*app_, name, value, target, text)
+      ->delimiter(',')
+      ->check(CLI::IsMember(choices));
+}
+
+CLI::Option* Command::kind(Corvan::SessionType& target, const std::string& text) {
+  return add_option(*app_, "--type", "T", target, text + kKinds)
+      ->required()
+      ->transform(kind_of_conversation());
+}
+
+CLI::Option* Command::kinds(std::vector<Corvan::SessionType>& target, const std::string& text) {
+  return add_option(*app_, "--type", "T", target, text + kKinds)->transform(kind_of_conversation());
+}
+
+void Command::exclude(Option option, Option other) {
+  option->excludes(other);
+}
+
+void Command::need(Option option, Option other) {
+  option->needs(other);
+}
+
 CommandLine::CommandLine()
-    : app_(
+    : app_(std::make_unique<CLI::App>(
           "Imports conversation logs into a message store, looks into stores, checks, repairs and "
           "rescues them, and brings their content out.",
-          "corvan") {
-  app_.footer(kFooter);
-  app_.set_version_flag(
+          "corvan")) {
+  app_->footer(kFooter);
+  app_->set_version_flag(
       "--version", "corvan " CORVAN_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
-  app_.require_subcommand(1);
-  app_.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+  app_->require_subcommand(1);
+  app_->failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
     return "corvan: " + printable(error.what()) + "; see 'corvan --help'\n";
   });
 }
 
+CommandLine::~CommandLine() = default;
+
+Command CommandLine::add_command(const std::string& name, const std::string& text,
+                                 const std::string& footer, const std::function<int()>& action) {
+  CLI::App* const command = app_->add_subcommand(name, text);
+  command->footer(footer);
+  command->callback([this, action] { status_ = action(); });
+  return Command(*command);
+}
+
 int CommandLine::run(int argc, char** argv) {
   try {
-    app_.parse(argc, argv);
+    app_->parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    if (app_.exit(error) != 0) return kFailure;
+    if (app_->exit(error) != 0) return kFailure;
   }
   return status_;
 }

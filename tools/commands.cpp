@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <limits>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -45,7 +44,7 @@ class Look {
   // Throws ToolError when anything could not be read.
   void require_success() {
     if (store_->failure().empty()) return;
-    throw ToolError(name_ + ": " + store_->failure() + "; see 'corvan check'");
+    throw ToolError(name_ + ": " + store_->failure() + "; see 'corvan check' and 'corvan salvage'");
   }
 
  private:
@@ -306,45 +305,31 @@ int run_check(const CheckOptions& options) {
 }
 
 void add_look(CommandLine& line) {
-  const CLI::Validator any_limit = number_up_to(std::numeric_limits<int32_t>::max());
-  const CLI::Validator any_id = number_up_to(std::numeric_limits<int64_t>::max());
-
-  const auto [list, list_options] = line.add<ListOptions>(
+  auto [list, list_options] = line.add<ListOptions>(
       "list", "Show the conversations, pinned first, then newest first", kListKeys, run_list);
-  add_kind(list, list_options.kinds, "only conversations of this kind, may be given again: ");
-  list->add_option("--limit", list_options.limit, "at most so many (default: all)")
-      ->check(any_limit)
-      ->option_text("N");
+  list.kinds(list_options.kinds, "only conversations of this kind, may be given again: ");
+  list.number("--limit", "N", list_options.limit, "at most so many (default: all)");
 
-  const auto [history, options] = line.add<HistoryOptions>(
-      "history", "Show messages of one conversation", kHistoryKeys, run_history);
-  history->add_option("SESSION", options.session_id, "the conversation's id")->required();
-  add_kind(history, options.kind, "its kind (required): ")->required();
-  CLI::Option* const before =
-      history->add_option("--before", options.before, "those before this message (default: newest)")
-          ->check(any_id)
-          ->option_text("ID");
-  history->add_option("--after", options.after, "those after this message")
-      ->check(any_id)
-      ->option_text("ID")
-      ->excludes(before);
-  history->add_option("--limit", options.limit, "at most so many (default 20)")
-      ->check(any_limit)
-      ->option_text("N");
-  history
-      ->add_option("--kind", options.object_names,
-                   "only messages of this kind, as CV:TxtMsg; may be given again")
-      ->check(not_empty())
-      ->allow_extra_args(false)
-      ->option_text("NAME");
+  auto [history, options] = line.add<HistoryOptions>("history", "Show messages of one conversation",
+                                                     kHistoryKeys, run_history);
+  history.argument("SESSION", options.session_id, "the conversation's id", Emptiness::kAllowed);
+  history.kind(options.kind, "its kind (required): ");
+  const Command::Option before = history.number("--before", "ID", options.before,
+                                                "those before this message (default: newest)");
+  const Command::Option after =
+      history.number("--after", "ID", options.after, "those after this message");
+  Command::exclude(after, before);
+  history.number("--limit", "N", options.limit, "at most so many (default 20)");
+  history.option("--kind", "NAME", options.object_names,
+                 "only messages of this kind, as CV:TxtMsg; may be given again");
 
-  const auto [unread, unread_options] = line.add<UnreadOptions>(
+  auto [unread, unread_options] = line.add<UnreadOptions>(
       "unread", "Show the unread and mention counters", kUnreadKeys, run_unread);
-  add_kind(unread, unread_options.kinds, "only this kind, may be given again: ");
+  unread.kinds(unread_options.kinds, "only this kind, may be given again: ");
 
-  const auto [show, show_options] =
+  auto [show, show_options] =
       line.add<ShowOptions>("show", "Show one message", kShowKeys, run_show);
-  show->add_option("ID", show_options.id, "the message's id")->required()->check(any_id);
+  show.argument("ID", show_options.id, "the message's id");
 }
 
 void add_check(CommandLine& line) {

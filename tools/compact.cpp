@@ -11,6 +11,7 @@
 #include "tools/json_output.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
+#include "tools/progress.h"
 #include "tools/store_copy.h"
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
@@ -31,6 +32,8 @@ class Compaction {
   explicit Compaction(std::string file) : file_(std::move(file)), connection_(file_) {}
 
   void run() const {
+    const StatementProgress progress(connection_.handle(),
+                                     "million steps of checking and rewriting");
     // What is damaged would lose rows on the way without a word.
     std::string findings;
     require(connection_.each_row("pragma integrity_check(1)",

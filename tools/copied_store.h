@@ -35,7 +35,8 @@ class CopiedStore {
   void each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
     const int rc = connection_.each_row(sql, read, arguments...);
     if (rc == SQLITE_DONE) return;
-    throw ToolError(name_ + ": " + connection_.error() + "; see 'corvan check'");
+    throw ToolError(name_ + ": " + connection_.error() +
+                    "; see 'corvan check' and 'corvan salvage'");
   }
 
  private:

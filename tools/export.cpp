@@ -25,8 +25,8 @@ using Clock = std::chrono::steady_clock;
 
 struct ExportOptions {
   std::string folder;
-  std::vector<std::string> session_ids;  // none: all
-  std::vector<int32_t> kinds;            // none: all
+  std::vector<std::string> session_ids;    // none: all
+  std::vector<Corvan::SessionType> kinds;  // none: all
   std::string format;
   std::string output;  // empty: standard output
   bool json = false;
@@ -110,21 +110,17 @@ constexpr const char* kExportResult =
 }  // namespace
 
 void add_export(CommandLine& line) {
-  const auto [command, options] = line.add<ExportOptions>(
+  auto [command, options] = line.add<ExportOptions>(
       "export", "Write a store's content as JSON Lines, CSV or pages to read", kExportResult,
       run_export);
-  command->add_option("SESSION", options.session_ids,
-                      "only the conversations of these ids, of all kinds unless --type is given");
-  command->add_option("--format", options.format, "jsonl, csv or html (required)")
-      ->required()
-      ->check(CLI::IsMember({"jsonl", "csv", "html"}))
-      ->option_text("F");
-  add_kind(command, options.kinds, "only conversations of this kind, may be given again: ");
-  command
-      ->add_option("--output", options.output,
-                   "the file, or for html the folder, to make; nothing may be there")
-      ->check(not_empty())
-      ->option_text("PLACE");
+  command.arguments("SESSION", options.session_ids,
+                    "only the conversations of these ids, of all kinds unless --type is given",
+                    Presence::kOptional);
+  command.choice("--format", "F", options.format, {"jsonl", "csv", "html"},
+                 "jsonl, csv or html (required)");
+  command.kinds(options.kinds, "only conversations of this kind, may be given again: ");
+  command.option("--output", "PLACE", options.output,
+                 "the file, or for html the folder, to make; nothing may be there");
 }
 
 }  // namespace corvan_tool

@@ -119,10 +119,10 @@ class Index {
         ExportCounts& counts)
       : folder_(std::move(folder)),
         pages_((conversations + kConversationsOnAPage - 1) / kConversationsOnAPage),
+        facts_(counted(static_cast<int64_t>(conversations), "conversation") + " · " +
+               counted(source.number("select count(*) from t_message where " + source.condition()),
+                       "message")),
         counts_(counts) {
-    facts_ = counted(static_cast<int64_t>(conversations), "conversation") + " · " +
-             counted(source.number("select count(*) from t_message where " + source.condition()),
-                     "message");
     const std::string of_sessions = " from t_session where " + source.condition();
     const int64_t unread = source.number("select sum(unread_count)" + of_sessions);
     const int64_t mentions = source.number("select sum(mention_count)" + of_sessions);
@@ -165,8 +165,8 @@ class Index {
 
   const std::string folder_;
   const std::size_t pages_;
-  ExportCounts& counts_;
   std::string facts_;
+  ExportCounts& counts_;
   std::unique_ptr<ExportOutput> output_;
   std::size_t page_ = 1;
   std::size_t on_page_ = 0;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tools/tool_error.h"
+#include "tools/unfinished.h"
 
 namespace corvan_tool {
 
@@ -32,7 +33,8 @@ void ExportOutput::close() {
 void ExportOutput::require_good() const {
   if (stream_) return;
   if (path_.empty()) throw ToolError("standard output: cannot be written");
-  throw ToolError(path_ + ": " + std::strerror(errno) + "; nothing was kept");
+  throw ToolError(kept_name(path_) + ": " + std::strerror(errno) +
+                  "; nothing was kept; name a place with room in --output");
 }
 
 }  // namespace corvan_tool

@@ -26,7 +26,7 @@ std::string quoted_text(const std::string& text) {
 }
 
 ExportSource::ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
-                           const std::vector<int32_t>& kinds)
+                           const std::vector<Corvan::SessionType>& kinds)
     : store_(folder), is_partial_(!session_ids.empty() || !kinds.empty()) {
   require_columns();
   kind_condition_ = "1";
@@ -63,11 +63,11 @@ void ExportSource::require_columns() const {
 
 void ExportSource::require_conversations(const std::vector<std::string>& session_ids) const {
   for (const std::string& id : session_ids) {
-    const std::string where = " where session_id=" + quoted_text(id) + " and " + kind_condition_;
-    if (number("select exists(select 1 from t_session" + where +
-               ") or exists(select 1 from t_message" + where + ")") != 0) {
-      continue;
-    }
+    std::string where = " where session_id=";
+    where.append(quoted_text(id)).append(" and ").append(kind_condition_).append(")");
+    std::string sql = "select exists(select 1 from t_session";
+    sql.append(where).append(" or exists(select 1 from t_message").append(where);
+    if (number(sql) != 0) continue;
     const bool any_kind = kind_condition_ == "1";
     throw ToolError(store_.name() + ": no conversation \"" + id + "\"" +
                     (any_kind ? "" : " of the kinds named") +

@@ -17,7 +17,7 @@ class ExportSource {
   // Without ids and kinds everything is wanted. Throws ToolError when the store cannot be read, one
   // of its tables lacks a column, or an id names no conversation of these kinds.
   ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
-               const std::vector<int32_t>& kinds);
+               const std::vector<Corvan::SessionType>& kinds);
 
   const CopiedStore& store() const { return store_; }
 

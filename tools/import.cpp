@@ -201,28 +201,23 @@ int run_import(const ImportOptions& options) {
 }
 
 void add_import(CommandLine& line) {
-  const auto [command, options] =
+  auto [command, options] =
       line.add<ImportOptions>("import", "Save the messages of conversation logs (JSON Lines)",
-                              std::string(kImportKeys) + kImportResult, run_import);
-  command->get_option("FOLDER")->description("the store's folder, created when it is missing");
-  command->add_option("FILE", options.files, "the logs, in time order; - for standard input")
-      ->required();
-  command->add_option("--user", options.user, "the signed-in user's id (required)")
-      ->required()
-      ->check(not_empty())
-      ->option_text("ID");
-  command
-      ->add_option("--batch", options.batch_size,
-                   "lines checked and saved together, in one transaction (default 1000)")
-      ->check(number_up_to(1000000))
-      ->option_text("N");
-  command->add_flag("--history", options.history,
-                    "save as fetched history: a message not newer than its conversation leaves it");
-  command->add_flag("--insert-only", options.insert_only,
-                    "save without moving the conversations forward");
-  command->add_flag("--skip-bad", options.skip_bad,
-                    "name and count bad lines and go on; otherwise the first one ends the import, "
-                    "and nothing of its batch is saved");
+                              std::string(kImportKeys) + kImportResult, run_import,
+                              "the store's folder, created when it is missing");
+  command.arguments("FILE", options.files, "the logs, in time order; - for standard input",
+                    Presence::kRequired);
+  command.option("--user", "ID", options.user, "the signed-in user's id (required)",
+                 Presence::kRequired);
+  command.number("--batch", "N", options.batch_size,
+                 "lines checked and saved together, in one transaction (default 1000)", 1000000);
+  command.flag("--history", options.history,
+               "save as fetched history: a message not newer than its conversation leaves it");
+  command.flag("--insert-only", options.insert_only,
+               "save without moving the conversations forward");
+  command.flag("--skip-bad", options.skip_bad,
+               "name and count bad lines and go on; otherwise the first one ends the import, "
+               "and nothing of its batch is saved");
 }
 
 }  // namespace corvan_tool

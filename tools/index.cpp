@@ -14,6 +14,7 @@
 #include "tools/json_output.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
+#include "tools/progress.h"
 #include "tools/schema.h"
 #include "tools/store_copy.h"
 #include "tools/store_transaction.h"
@@ -78,6 +79,7 @@ class Update {
   Result run(const Schema& schema, const IndexOptions& options) {
     Result result;
     Schema present;
+    const StatementProgress progress(connection().handle(), "million steps of making indexes");
     transaction_.require(read_schema(connection(), present));
     for (const IndexDifference& difference : index_differences(schema, present, result.kept)) {
       Change change;
@@ -209,12 +211,12 @@ int run_index(const IndexOptions& options) {
 }
 
 void add_index(CommandLine& line) {
-  const auto [command, options] = line.add<IndexOptions>(
+  auto [command, options] = line.add<IndexOptions>(
       "index", "Bring the store's indexes up to those of a new store", kIndexResult, run_index);
-  command->add_flag("--drop-others", options.drop_others,
-                    "drop also indexes that are not named like the store's own");
-  command->add_flag("--dry-run", options.dry_run,
-                    "only tell what would be done, tried on a temporary copy");
+  command.flag("--drop-others", options.drop_others,
+               "drop also indexes that are not named like the store's own");
+  command.flag("--dry-run", options.dry_run,
+               "only tell what would be done, tried on a temporary copy");
 }
 
 }  // namespace corvan_tool

@@ -23,7 +23,7 @@ LineSource::LineSource(const std::vector<std::string>& names, std::size_t longes
     Input input;
     input.name = name == "-" ? "standard input" : name;
     if (name != "-") {
-      if (std::filesystem::is_directory(name)) throw ToolError(name + ": is a folder");
+      if (std::filesystem::is_directory(name)) throw ToolError(name + ": is a folder; name a file");
       input.file = std::make_unique<std::ifstream>(name, std::ios::binary);
       if (!*input.file) throw ToolError(name + ": " + std::strerror(errno));
     }

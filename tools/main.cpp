@@ -1,6 +1,8 @@
 // corvan, the command-line tool: imports conversation logs into a store, looks into stores, checks,
 // repairs and rescues them, and brings their content out.
 
+#include <sys/stat.h>
+
 #include <csignal>
 #include <exception>
 #include <iostream>
@@ -49,7 +51,8 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   // A reader that leaves early must not keep what is unfinished from being removed.
   std::signal(SIGPIPE, SIG_IGN);
-  std::ios::sync_with_stdio(false);  // reads standard input in blocks
+  umask(umask(0) | S_IRWXG | S_IRWXO);  // what is made holds messages: it is its owner's alone
+  std::ios::sync_with_stdio(false);     // reads standard input in blocks
   remove_unfinished_when_interrupted();
   try {
     return run(argc, argv);

@@ -1,5 +1,6 @@
 #include "tools/names.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -49,6 +50,15 @@ std::string time_text(int64_t time) {
     return std::to_string(time);
   }
   return text.data();
+}
+
+char lower_case(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string lower_case(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](char c) { return lower_case(c); });
+  return text;
 }
 
 std::string size_text(int64_t bytes) {

@@ -31,6 +31,10 @@ std::string read_status_name(int32_t status);
 // time that no calendar reaches.
 std::string time_text(int64_t time);
 
+// A to Z in lower case, all else as it is.
+char lower_case(char c);
+std::string lower_case(std::string text);
+
 // As "12 KiB" or "3.4 MiB".
 std::string size_text(int64_t bytes);
 

@@ -68,7 +68,7 @@ std::vector<int64_t> messages_being_sent(const std::string& file, const std::str
       "select id from t_message where sent_status=1",
       [&ids](sqlite3_stmt* row) { ids.push_back(sqlite3_column_int64(row, 0)); });
   if (rc != SQLITE_DONE) {
-    throw ToolError(name + ": " + connection.error() + "; see 'corvan check'");
+    throw ToolError(name + ": " + connection.error() + "; see 'corvan check' and 'corvan salvage'");
   }
   return ids;
 }
@@ -85,7 +85,8 @@ void require_store(const std::string& file, const std::string& name, bool may_be
       throw ToolError(name + ": a database, but not a message store");
     case StoreState::kDamaged:
       throw ToolError(name + ": damaged (" + detail +
-                      "); keep a copy: opening it with the library deletes it");
+                      "); keep a copy: opening it with the library deletes it; 'corvan salvage' "
+                      "brings out what can be read");
   }
 }
 

@@ -1,5 +1,6 @@
 #include "tools/progress.h"
 
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -36,6 +37,22 @@ void Progress::clear() {
   if (!shown_) return;
   shown_ = false;
   std::cerr << "\r\x1b[K" << std::flush;
+}
+
+StatementProgress::StatementProgress(sqlite3* db, const std::string& what)
+    : db_(db), progress_(what) {
+  constexpr int kMillion = 1000000;
+  sqlite3_progress_handler(
+      db_, kMillion,
+      [](void* progress) {
+        static_cast<Progress*>(progress)->advance();
+        return 0;
+      },
+      &progress_);
+}
+
+StatementProgress::~StatementProgress() {
+  sqlite3_progress_handler(db_, 0, nullptr, nullptr);
 }
 
 }  // namespace corvan_tool

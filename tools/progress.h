@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+struct sqlite3;
+
 namespace corvan_tool {
 
 // One line on standard error, rewritten in place from the second second on; nothing at all when
@@ -37,6 +39,21 @@ class Progress {
   std::uint64_t done_ = 0;
   Clock::time_point next_;
   bool shown_ = false;
+};
+
+// Shows the steps of a connection's statements, for those of which nothing else is known, while the
+// object lives. The connection must live longer.
+class StatementProgress {
+ public:
+  // `what` names them, as in "million steps of the integrity check".
+  StatementProgress(sqlite3* db, const std::string& what);
+  StatementProgress(const StatementProgress&) = delete;
+  StatementProgress& operator=(const StatementProgress&) = delete;
+  ~StatementProgress();
+
+ private:
+  sqlite3* const db_;
+  Progress progress_;
 };
 
 }  // namespace corvan_tool

@@ -77,7 +77,8 @@ Json parse_record(const std::string& line) {
     if (!record.is_object()) throw LineError("not a JSON object");
     return record;
   } catch (const Json::parse_error& error) {
-    throw LineError("not valid JSON at byte " + std::to_string(error.byte));
+    throw LineError("not valid JSON at byte " + std::to_string(error.byte) +
+                    (error.byte > line.size() ? ", where it ends: cut off; export again" : ""));
   } catch (const Json::out_of_range&) {
     throw LineError("a number is out of range");
   }
@@ -136,9 +137,10 @@ struct Header {
 };
 
 Header read_header(const Json& record) {
-  if (type_of(record) != kHeaderType) {
+  if (record.value("type", Json()) != kHeaderType) {
     throw LineError("not an export: the first line must be of the type \"" +
-                    std::string(kHeaderType) + "\", as 'corvan export --format jsonl' writes it");
+                    std::string(kHeaderType) + "\", as 'corvan export --format jsonl' writes it; " +
+                    "a log of messages is read by 'corvan import'");
   }
   if (number_in(record, "format", 1, INT64_MAX) > kExportFormat) {
     fail_field("format", "made by a newer corvan; update");
@@ -160,8 +162,9 @@ Header read_header(const Json& record) {
 // A store in the making, whose indexes are made last. Nothing of it is durable before finish().
 class NewStore {
  public:
-  NewStore(const std::string& file, int64_t user_version)
-      : connection_(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
+  // `name` is the folder's in errors.
+  NewStore(const std::string& file, std::string name, int64_t user_version)
+      : connection_(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE), name_(std::move(name)) {
     // What fails is thrown away, so no journal is needed.
     require(connection_.run("pragma page_size=4096"));
     require(connection_.run("pragma journal_mode=off"));
@@ -245,10 +248,13 @@ class NewStore {
   }
 
   void require(int rc) const {
-    if (rc != SQLITE_DONE) throw ToolError("the new store: " + connection_.error());
+    if (rc == SQLITE_DONE) return;
+    throw ToolError(name_ + ": " + connection_.error() +
+                    "; nothing was kept; there must be room for the store");
   }
 
   const Connection connection_;
+  const std::string name_;
   std::unique_ptr<sqlite3_stmt, Finalize> insert_;
   std::size_t current_ = static_cast<std::size_t>(-1);  // the table that it is for
 };
@@ -290,7 +296,7 @@ class Restore {
     int64_t all = 0;
     for (const int64_t count : header_.counts) all += count;
     Progress progress("records", static_cast<std::uint64_t>(all));
-    NewStore store(file, header_.user_version);
+    NewStore store(file, options_.folder, header_.user_version);
     while (!ended_) {
       if (!source_.next(line_)) fail_at_end();
       at_line([&] { take_record(store); });
@@ -394,16 +400,11 @@ constexpr const char* kRestoreResult =
 }  // namespace
 
 void add_restore(CommandLine& line) {
-  const auto [command, options] = line.add_without_folder<RestoreOptions>(
+  auto [command, options] = line.add_without_folder<RestoreOptions>(
       "restore", "Make a store from an export in JSON Lines", kRestoreResult, run_restore);
-  command->add_option("FILE", options.file, "the export; - for standard input")
-      ->required()
-      ->check(not_empty());
-  command
-      ->add_option("NEWFOLDER", options.folder,
-                   "the folder to make for the store; nothing may be there")
-      ->required()
-      ->check(not_empty());
+  command.argument("FILE", options.file, "the export; - for standard input");
+  command.argument("NEWFOLDER", options.folder,
+                   "the folder to make for the store; nothing may be there");
 }
 
 }  // namespace corvan_tool

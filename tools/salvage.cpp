@@ -274,18 +274,13 @@ constexpr const char* kSalvageResult =
 }  // namespace
 
 void add_salvage(CommandLine& line) {
-  const auto [command, options] = line.add_without_folder<SalvageOptions>(
+  auto [command, options] = line.add_without_folder<SalvageOptions>(
       "salvage", "Bring what can still be read in a damaged store into a new one", kSalvageResult,
       run_salvage);
-  command->add_option("DAMAGED", options.damaged, "the store's folder, or its file")
-      ->required()
-      ->check(not_empty());
-  command
-      ->add_option("NEWFOLDER", options.folder,
-                   "the folder to make for the new store; nothing may be there")
-      ->required()
-      ->check(not_empty());
-  command->add_flag("--doubtful", options.doubtful, "take doubtful rows as well");
+  command.argument("DAMAGED", options.damaged, "the store's folder, or its file");
+  command.argument("NEWFOLDER", options.folder,
+                   "the folder to make for the new store; nothing may be there");
+  command.flag("--doubtful", options.doubtful, "take doubtful rows as well");
 }
 
 }  // namespace corvan_tool

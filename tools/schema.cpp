@@ -6,20 +6,12 @@
 
 #include "base/cv_database.h"
 #include "tools/connection.h"
+#include "tools/names.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
 
 namespace {
-
-char lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char c) { return lower(c); });
-  return text;
-}
 
 // The statement in lower case, without the white space that does not separate words.
 std::string normal_form(const std::string& sql) {
@@ -35,7 +27,7 @@ std::string normal_form(const std::string& sql) {
     }
     if (gap && !result.empty() && !is_bracket(result.back()) && !is_bracket(c)) result += ' ';
     gap = false;
-    result += quote == '\0' ? lower(c) : c;
+    result += quote == '\0' ? lower_case(c) : c;
     if (quote != '\0') {
       if (c == quote) quote = '\0';
     } else if (c == '\'' || c == '"' || c == '`') {
@@ -55,8 +47,9 @@ bool has_store_name(const Index& index) {
 
 template <typename Named>
 const Named* find_named(const std::vector<Named>& all, const std::string& name) {
-  const auto found = std::find_if(
-      all.begin(), all.end(), [&name](const Named& one) { return lower(one.name) == lower(name); });
+  const auto found = std::find_if(all.begin(), all.end(), [&name](const Named& one) {
+    return lower_case(one.name) == lower_case(name);
+  });
   return found == all.end() ? nullptr : &*found;
 }
 
@@ -86,7 +79,7 @@ int read_schema(const Connection& connection, Schema& schema) {
 int read_parts(const Connection& connection, Table& table) {
   int rc = connection.each_row(
       "pragma table_info(" + quoted_name(table.name) + ")", [&table](sqlite3_stmt* row) {
-        std::string part = "column " + lower(text_at(row, 1) + " " + text_at(row, 2));
+        std::string part = "column " + lower_case(text_at(row, 1) + " " + text_at(row, 2));
         if (sqlite3_column_int(row, 3) != 0) part += " not null";
         if (sqlite3_column_type(row, 4) != SQLITE_NULL) part += " default " + text_at(row, 4);
         if (sqlite3_column_int(row, 5) != 0) part += " primary key";
@@ -102,10 +95,10 @@ int read_parts(const Connection& connection, Table& table) {
   for (const std::string& key : keys) {
     std::string columns;
     if (rc == SQLITE_DONE) {
-      rc = connection.each_row("pragma index_info(" + quoted_name(key) + ")",
-                               [&columns](sqlite3_stmt* row) {
-                                 columns += (columns.empty() ? "" : ",") + lower(text_at(row, 2));
-                               });
+      rc = connection.each_row(
+          "pragma index_info(" + quoted_name(key) + ")", [&columns](sqlite3_stmt* row) {
+            columns += (columns.empty() ? "" : ",") + lower_case(text_at(row, 2));
+          });
     }
     table.parts.push_back("key " + columns);
   }

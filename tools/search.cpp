@@ -18,6 +18,7 @@
 #include "tools/json_output.h"
 #include "tools/message_output.h"
 #include "tools/names.h"
+#include "tools/progress.h"
 #include "tools/text_table.h"
 
 namespace corvan_tool {
@@ -30,7 +31,7 @@ struct SearchOptions {
   std::string folder;
   std::string text;
   std::optional<std::string> session_id;
-  std::vector<int32_t> kinds;  // none: all
+  std::vector<Corvan::SessionType> kinds;  // none: all
   bool ignore_case = false;
   int64_t before = 0;  // a message's id; 0 for none
   int32_t limit = 20;
@@ -46,7 +47,7 @@ std::string folded(std::string_view text) {
       static_cast<utf8proc_ssize_t>(text.size()), &result,
       static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
   const std::unique_ptr<utf8proc_uint8_t, void (*)(void*)> owner(result, std::free);
-  if (size < 0) return CLI::detail::to_lower(std::string(text));
+  if (size < 0) return lower_case(std::string(text));
   return {reinterpret_cast<const char*>(result), static_cast<std::size_t>(size)};
 }
 
@@ -137,6 +138,7 @@ class Search {
 
   const SearchOptions& options_;
   const CopiedStore store_;
+  const StatementProgress progress_{store_.connection().handle(), "million steps of the search"};
 };
 
 // The content from shortly before the first hit on, for a table that cuts what is too long.
@@ -190,21 +192,15 @@ constexpr const char* kSearchResult =
 }  // namespace
 
 void add_search(CommandLine& line) {
-  const auto [command, options] = line.add<SearchOptions>(
+  auto [command, options] = line.add<SearchOptions>(
       "search", "Find messages by a part of their text", kSearchResult, run_search);
-  command->add_option("TEXT", options.text, "what to look for")->required()->check(not_empty());
-  command->add_option("--session", options.session_id, "only in the conversation of this id")
-      ->option_text("SESSION");
-  add_kind(command, options.kinds, "only in conversations of this kind, may be given again: ");
-  command->add_flag("--ignore-case", options.ignore_case, "let upper and lower case be the same");
-  command
-      ->add_option("--before", options.before,
-                   "the page that follows this message (default: from the newest on)")
-      ->check(number_up_to(std::numeric_limits<int64_t>::max()))
-      ->option_text("ID");
-  command->add_option("--limit", options.limit, "at most so many (default 20)")
-      ->check(number_up_to(std::numeric_limits<int32_t>::max()))
-      ->option_text("N");
+  command.argument("TEXT", options.text, "what to look for");
+  command.option("--session", "SESSION", options.session_id, "only in the conversation of this id");
+  command.kinds(options.kinds, "only in conversations of this kind, may be given again: ");
+  command.flag("--ignore-case", options.ignore_case, "let upper and lower case be the same");
+  command.number("--before", "ID", options.before,
+                 "the page that follows this message (default: from the newest on)");
+  command.number("--limit", "N", options.limit, "at most so many (default 20)");
 }
 
 }  // namespace corvan_tool

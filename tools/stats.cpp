@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <iostream>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "tools/copied_store.h"
 #include "tools/json_output.h"
 #include "tools/names.h"
+#include "tools/progress.h"
 #include "tools/text_table.h"
 
 namespace corvan_tool {
@@ -40,7 +40,7 @@ struct Conversation {
 };
 
 struct Month {
-  std::string name;  // as "2026-05"; empty for times that no calendar has, and for 0
+  std::string name;  // as "2026-05"; empty for times of 0, before 1970 and after 9999
   int64_t messages = 0;
   int64_t received = 0;
 };
@@ -114,7 +114,7 @@ class Reader {
 
   void read_months() {
     store_.each_row(
-        "select case when sent_time<>0 then strftime('%Y-%m',sent_time/1000,'unixepoch') end,"
+        "select case when sent_time>0 and sent_time<253402300800000 then strftime('%Y-%m',sent_time/1000,'unixepoch') end,"
         "count(*),sum(direction<>0) from t_message group by 1 order by 1",
         [this](sqlite3_stmt* row) {
           stats_.months.push_back(
@@ -123,6 +123,7 @@ class Reader {
   }
 
   const CopiedStore store_;
+  const StatementProgress progress_{store_.connection().handle(), "million steps of counting"};
   Stats stats_;
 };
 
@@ -206,7 +207,7 @@ int run_stats(const StatsOptions& options) {
 
 constexpr const char* kStatsResult =
     "Sizes of tables and indexes are unknown where SQLite was built without its table of them.\n"
-    "A message whose time is 0, or reaches beyond the calendar, is counted under \"no date\".\n"
+    "A message of the time 0, or of one before 1970 or after 9999, is counted under \"no date\".\n"
     "With --json: an object with file_bytes, log_bytes, page_size, free_pages; tables, an array of\n"
     "objects with name, rows, bytes; indexes, with name, table, bytes (null when unknown);\n"
     "conversations, the number of those that have messages; largest, an array of objects with\n"
@@ -216,12 +217,10 @@ constexpr const char* kStatsResult =
 }  // namespace
 
 void add_stats(CommandLine& line) {
-  const auto [command, options] = line.add<StatsOptions>(
+  auto [command, options] = line.add<StatsOptions>(
       "stats", "Tell what a store holds and where its bytes are", kStatsResult, run_stats);
-  command
-      ->add_option("--limit", options.limit, "how many of the largest conversations (default 10)")
-      ->check(number_up_to(std::numeric_limits<int32_t>::max()))
-      ->option_text("N");
+  command.number("--limit", "N", options.limit,
+                 "how many of the largest conversations (default 10)");
 }
 
 }  // namespace corvan_tool

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/progress.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -45,6 +46,15 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
   throw ToolError(file + ": no store here; name the folder that holds the file \"corvan\"");
 }
 
+// `to` lies in a folder that goes with the copy; the one around it is what lacks room.
+[[noreturn]] void fail_to_copy(const std::string& from, const std::string& to) {
+  const std::string why = std::strerror(errno);
+  const std::filesystem::path folder = std::filesystem::path(to).parent_path().parent_path();
+  throw ToolError(from + ": cannot be copied to " + (folder.empty() ? "." : folder.string()) +
+                  ": " + why +
+                  "; make room there, or for temporary copies name another folder in TMPDIR");
+}
+
 // Null when there is no such file.
 File open_for_reading(const std::string& path) {
   File file(std::fopen(path.c_str(), "rb"));
@@ -59,21 +69,23 @@ std::size_t read_block(std::FILE* file, std::vector<char>& block, const std::str
 }
 
 // Copies a file as it is now: the bytes copied, or nothing when there is no such file.
-std::optional<std::uint64_t> copy_file(const std::string& from, const std::string& to) {
+std::optional<std::uint64_t> copy_file(const std::string& from, const std::string& to,
+                                       Progress& progress) {
   const File in = open_for_reading(from);
   if (in == nullptr) {
     unlink(to.c_str());
     return std::nullopt;
   }
   const File out(std::fopen(to.c_str(), "wb"));
-  if (out == nullptr) fail(to);
+  if (out == nullptr) fail_to_copy(from, to);
   std::vector<char> block(kBlock);
   std::uint64_t copied = 0;
   while (const std::size_t size = read_block(in.get(), block, from)) {
-    if (std::fwrite(block.data(), 1, size, out.get()) != size) fail(to);
+    if (std::fwrite(block.data(), 1, size, out.get()) != size) fail_to_copy(from, to);
     copied += size;
+    progress.show(copied >> 20);
   }
-  if (std::fflush(out.get()) != 0) fail(to);
+  if (std::fflush(out.get()) != 0) fail_to_copy(from, to);
   return copied;
 }
 
@@ -103,10 +115,11 @@ bool still_holds(const std::string& from, const std::string& to,
 // after its copy does not matter: the copy then is of the moment before. The main file is rewritten
 // only after the log holds its new content, so the two agree as soon as neither copy was overtaken.
 bool copy_files(const std::string& from, const std::string& to) {
-  const auto main_size = copy_file(from, to);
+  Progress progress("MiB copied");
+  const auto main_size = copy_file(from, to, progress);
   if (!main_size) fail_without_store(from);
-  const auto log_size = copy_file(from + kLogSuffix, to + kLogSuffix);
-  const auto journal_size = copy_file(from + kJournalSuffix, to + kJournalSuffix);
+  const auto log_size = copy_file(from + kLogSuffix, to + kLogSuffix, progress);
+  const auto journal_size = copy_file(from + kJournalSuffix, to + kJournalSuffix, progress);
   return still_holds(from, to, main_size, kWhole) &&
          still_holds(from + kLogSuffix, to + kLogSuffix, log_size, kBeginning) &&
          still_holds(from + kJournalSuffix, to + kJournalSuffix, journal_size, kWhole);

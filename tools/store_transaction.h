@@ -35,7 +35,9 @@ class StoreTransaction {
     if (rc == SQLITE_BUSY) why = "in use by another process (" + why + ")";
     if (!what.empty()) why = what + ": " + why;
     why += "; nothing was changed";
-    if (rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB) why += "; see 'corvan check'";
+    if (rc == SQLITE_BUSY) why += "; try again while the client rests";
+    if (rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB)
+      why += "; see 'corvan check' and 'corvan salvage'";
     throw ToolError(name_ + ": " + why);
   }
 

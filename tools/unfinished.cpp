@@ -15,6 +15,7 @@
 #include <mutex>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tools/tool_error.h"
@@ -36,11 +37,6 @@ Registry& registry() {
   return instance;
 }
 
-void add_path(const std::string& path) {
-  const std::lock_guard<std::mutex> lock(registry().mutex);
-  registry().paths.push_back(path);
-}
-
 // With the registry's lock held.
 void forget_path(const std::string& path) {
   std::vector<std::string>& paths = registry().paths;
@@ -54,6 +50,11 @@ void remove_path(const std::string& path) {
   forget_path(path);
 }
 
+// What stands behind a name until it is kept.
+std::string mark() {
+  return ".unfinished-" + std::to_string(getpid());
+}
+
 [[noreturn]] void end_by(int signal_number) {
   std::signal(signal_number, SIG_DFL);
   sigset_t set;
@@ -64,15 +65,23 @@ void remove_path(const std::string& path) {
   _exit(128 + signal_number);
 }
 
+// What another thread makes in a folder while it is being removed keeps it from going; once the
+// folder is gone nothing can be made there.
+void remove_for_good(const std::string& path) {
+  constexpr int kAttempts = 1000;
+  std::error_code error;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    fs::remove_all(path, error);
+    if (!error && fs::symlink_status(path, error).type() == fs::file_type::not_found) return;
+  }
+}
+
 void wait_for_interrupt(sigset_t signals) {
   int signal_number = 0;
   if (sigwait(&signals, &signal_number) != 0) return;
   // Held to the end, so that nothing more is kept or begun.
   registry().mutex.lock();
-  for (const std::string& path : registry().paths) {
-    std::error_code ignored;
-    fs::remove_all(path, ignored);
-  }
+  for (const std::string& path : registry().paths) remove_for_good(path);
   end_by(signal_number);
 }
 
@@ -86,7 +95,8 @@ bool sync(const std::string& path) {
 }
 
 void require_sync(const std::string& path) {
-  if (!sync(path)) throw ToolError(path + ": " + std::strerror(errno) + "; nothing was kept");
+  if (!sync(path))
+    throw ToolError(kept_name(path) + ": " + std::strerror(errno) + "; nothing was kept");
 }
 
 // Syncs the whole file system of a folder: thousands of files would wait for the disk one by one.
@@ -152,7 +162,7 @@ TemporaryFolder::~TemporaryFolder() {
   remove_path(path_);
 }
 
-Unfinished::Unfinished(const std::string& place, bool is_folder) : place_(place) {
+Unfinished::Unfinished(std::string place, bool is_folder) : place_(std::move(place)) {
   while (place_.size() > 1 && place_.back() == '/') place_.pop_back();
   std::error_code error;
   if (fs::symlink_status(place_, error).type() != fs::file_type::not_found) {
@@ -162,13 +172,19 @@ Unfinished::Unfinished(const std::string& place, bool is_folder) : place_(place)
   if (!parent.empty() && !fs::is_directory(parent, error)) {
     throw ToolError(parent.string() + ": no such folder; make it first");
   }
-  path_ = place_ + ".unfinished-" + std::to_string(getpid());
-  add_path(path_);
+  path_ = place_ + mark();
+  // Between its making and its entry no interrupt may come.
+  const std::lock_guard<std::mutex> lock(registry().mutex);
   if (is_folder && !fs::create_directory(path_, error)) {
-    const std::string why = error ? error.message() : "is there already";
-    if (error) remove_path(path_);
-    throw ToolError(path_ + ": " + why);
+    throw ToolError((error ? place_ + ": cannot be made: " + error.message()
+                           : path_ + ": is there already; remove it"));
   }
+  registry().paths.push_back(path_);
+}
+
+std::string kept_name(const std::string& path) {
+  const std::size_t at = path.rfind(mark());
+  return at == std::string::npos ? path : std::string(path).erase(at, mark().size());
 }
 
 Unfinished::~Unfinished() {

@@ -4,6 +4,7 @@
 #define TOOLS_UNFINISHED_H_
 
 #include <string>
+#include <utility>
 
 namespace corvan_tool {
 
@@ -34,8 +35,8 @@ class Unfinished {
  public:
   // Throws ToolError when something is at `place` already, or its parent folder is missing. The
   // folder is made, the file is left to the caller.
-  static Unfinished file(const std::string& place) { return {place, false}; }
-  static Unfinished folder(const std::string& place) { return {place, true}; }
+  static Unfinished file(std::string place) { return {std::move(place), false}; }
+  static Unfinished folder(std::string place) { return {std::move(place), true}; }
   Unfinished(const Unfinished&) = delete;
   Unfinished& operator=(const Unfinished&) = delete;
   ~Unfinished();
@@ -48,11 +49,15 @@ class Unfinished {
   void keep();
 
  private:
-  Unfinished(const std::string& place, bool is_folder);
+  Unfinished(std::string place, bool is_folder);
 
   std::string place_;
   std::string path_;
 };
+
+// What a path at or below an Unfinished will be called once that is kept, for texts; any other path
+// as it is.
+std::string kept_name(const std::string& path);
 
 }  // namespace corvan_tool
 

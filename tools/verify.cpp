@@ -61,30 +61,20 @@ constexpr const char* kVerifyResult =
 }  // namespace
 
 void add_verify(CommandLine& line) {
-  const auto [command, options] = line.add<RepairOptions>(
+  auto [command, options] = line.add<RepairOptions>(
       "verify", "Look for what is wrong in a store, and mend what can be derived", kVerifyResult,
       run_verify);
-  CLI::Option* const repair =
-      command
-          ->add_option("--repair", options.what,
-                       "mend these instead: counters, latest, times, indexes, sequence, "
-                       "separated by commas")
-          ->delimiter(',')
-          ->check(CLI::IsMember({kCounters, kLatest, kTimes, kIndexes, kSequence}))
-          ->allow_extra_args(false)
-          ->option_text("WHAT");
-  CLI::Option* const backup =
-      command
-          ->add_option("--backup", options.backup,
-                       "the folder to make for the store as it was (default: beside the store's)")
-          ->needs(repair)
-          ->check(not_empty())
-          ->option_text("NEWFOLDER");
-  command
-      ->add_flag("--dry-run", options.dry_run,
-                 "only tell what would be changed, tried on a temporary copy")
-      ->needs(repair)
-      ->excludes(backup);
+  const Command::Option repair = command.choices(
+      "--repair", "WHAT", options.what, {kCounters, kLatest, kTimes, kIndexes, kSequence},
+      "mend these instead: counters, latest, times, indexes, sequence, separated by commas");
+  const Command::Option backup =
+      command.option("--backup", "NEWFOLDER", options.backup,
+                     "the folder to make for the store as it was (default: beside the store's)");
+  const Command::Option dry_run = command.flag(
+      "--dry-run", options.dry_run, "only tell what would be changed, tried on a temporary copy");
+  Command::need(backup, repair);
+  Command::need(dry_run, repair);
+  Command::exclude(dry_run, backup);
 }
 
 }  // namespace corvan_tool

@@ -24,8 +24,6 @@ constexpr std::array<Setting, 3> kSettings = {
     {{"page_size", "4096"}, {"encoding", "UTF-8"}, {"journal_mode", "wal"}}};
 constexpr int64_t kUserVersion = 1;
 
-constexpr int kStepsBetween = 1'000'000;
-
 class FileChecks {
  public:
   FileChecks(const Connection& connection, std::string name)
@@ -62,21 +60,14 @@ class FileChecks {
     return false;
   }
 
-  static int show_step(void* progress) {
-    static_cast<Progress*>(progress)->advance();
-    return 0;
-  }
-
   void check_integrity() {
-    Progress progress("million steps of the integrity check");
-    sqlite3_progress_handler(connection_.handle(), kStepsBetween, &show_step, &progress);
+    const StatementProgress progress(connection_.handle(), "million steps of the integrity check");
     const int rc = connection_.each_row("pragma integrity_check", [this](sqlite3_stmt* row) {
       const std::string text = text_at(row, 0);
       if (text == "ok") return;
       result_.damaged = true;
       add(kind::kFileDamaged, "").stored = text;
     });
-    sqlite3_progress_handler(connection_.handle(), 0, nullptr, nullptr);
     read(rc);
   }
 

@@ -84,6 +84,15 @@ TEST_F(BackupTest, WhatIsThereIsNotOverwritten) {
   EXPECT_EQ(listing(backup), Listing{});
 }
 
+TEST_F(BackupTest, IsItsOwnersAlone) {
+  output({"backup", store(), backup});
+  const auto others = std::filesystem::perms::group_all | std::filesystem::perms::others_all;
+  for (const std::string& path : {backup, backup + "/corvan"}) {
+    EXPECT_EQ(std::filesystem::status(path).permissions() & others, std::filesystem::perms::none)
+        << path;
+  }
+}
+
 TEST_F(BackupTest, AMissingParentIsNamed) {
   const Outcome outcome = run({"backup", store(), folder.file("none/backup")});
   EXPECT_EQ(outcome.status, 2);

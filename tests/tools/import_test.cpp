@@ -248,7 +248,7 @@ TEST_F(ImportTest, AMissingFileIsFoundBeforeAnythingIsStored) {
 TEST_F(ImportTest, AFolderIsNoFile) {
   const Outcome outcome = import_files({folder.path()});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + folder.path() + ": is a folder\n");
+  EXPECT_EQ(outcome.err, "corvan: " + folder.path() + ": is a folder; name a file\n");
   EXPECT_FALSE(store_exists());
 }
 
@@ -393,9 +393,10 @@ TEST_F(ImportTest, ADamagedFileStaysAsItIs) {
   const Listing before = listing(store());
   const Outcome outcome = import_text(numbered(1));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + file() +
-                             ": damaged (file is not a database); keep a copy: opening it with "
-                             "the library deletes it\n");
+  EXPECT_EQ(outcome.err,
+            "corvan: " + file() +
+                ": damaged (file is not a database); keep a copy: opening it with "
+                "the library deletes it; 'corvan salvage' brings out what can be read\n");
   EXPECT_EQ(listing(store()), before);
 }
 
@@ -484,6 +485,7 @@ TEST_F(ImportTest, AReadOnlyStoreIsAClearError) {
     for (const std::string& path : {folder.path(), store(), copies()}) {
       ASSERT_EQ(chmod(path.c_str(), path == copies() ? 0777 : 0755), 0);
     }
+    ASSERT_EQ(chmod(file().c_str(), 0644), 0);
   } else {
     ASSERT_EQ(chmod(file().c_str(), 0444), 0);
     ASSERT_EQ(chmod(store().c_str(), 0555), 0);

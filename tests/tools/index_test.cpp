@@ -26,7 +26,8 @@ constexpr const char* kContent =
     "select * from t_version;select * from sqlite_sequence;pragma user_version";
 
 constexpr const char* kInUse =
-    ": in use by another process (database is locked); nothing was changed\n";
+    ": in use by another process (database is locked); nothing was changed; try again while the "
+    "client rests\n";
 
 struct Index {
   std::string name;
@@ -578,7 +579,8 @@ TEST_F(IndexTest, ADamagedPageIsAClearError) {
   write_file(file(), bytes);
   readable_at_end = false;
   expect_refused("index " + index->name +
-                 ": database disk image is malformed; nothing was changed; see 'corvan check'");
+                 ": database disk image is malformed; nothing was changed; see 'corvan check' and "
+                 "'corvan salvage'");
 }
 
 class IndexWithoutStoreTest : public IndexTest {
@@ -590,7 +592,8 @@ TEST_F(IndexWithoutStoreTest, AFileThatIsNoDatabaseIsNotDeleted) {
   std::filesystem::create_directory(store());
   write_file(file(), std::string(10000, 'x'));
   expect_refused(
-      "damaged (file is not a database); keep a copy: opening it with the library deletes it");
+      "damaged (file is not a database); keep a copy: opening it with the library deletes it; "
+      "'corvan salvage' brings out what can be read");
 }
 
 TEST_F(IndexWithoutStoreTest, AForeignDatabaseIsRefused) {

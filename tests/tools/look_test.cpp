@@ -440,7 +440,10 @@ TEST_F(LookTest, ADamagedPageThatIsNeededIsAnErrorThatNamesTheStore) {
   const Listing before = listing(store());
   std::vector<Arguments> all = commands(store());
   all.resize(8);  // all but check
-  expect_refused("database disk image is malformed; see 'corvan check'", all);
+  expect_refused(
+      "database disk image is malformed; see 'corvan check' and "
+      "'corvan salvage'",
+      all);
   EXPECT_EQ(listing(store()), before);
 }
 
@@ -451,7 +454,9 @@ TEST_F(LookTest, AFileThatIsNoDatabaseIsNotDeleted) {
   std::vector<Arguments> all = commands(store());
   all.resize(8);  // all but check
   expect_refused(
-      "damaged (file is not a database); keep a copy: opening it with the library deletes it", all);
+      "damaged (file is not a database); keep a copy: opening it with the library deletes it; "
+      "'corvan salvage' brings out what can be read",
+      all);
   const Outcome check = run({"check", store()});
   EXPECT_EQ(check.status, 1);
   EXPECT_EQ(check.out, "file is not a database\n");

@@ -157,7 +157,8 @@ TEST_F(RestoreTest, AFileThatWasCutOffIsRefused) {
     expect_bad(text.substr(0, end), why);
   }
   EXPECT_EQ(line_number, 6);
-  expect_bad(text.substr(0, text.size() - 2), ":7: not valid JSON at byte 77");
+  expect_bad(text.substr(0, text.size() - 2),
+             ":7: not valid JSON at byte 77, where it ends: cut off; export again");
 }
 
 TEST_F(RestoreTest, EachLineIsChecked) {
@@ -176,8 +177,10 @@ TEST_F(RestoreTest, EachLineIsChecked) {
   const std::vector<Case> cases = {
       {0, "", R"({"type":"message"})",
        "not an export: the first line must be of the type \"corvan-export\", as 'corvan export "
-       "--format jsonl' writes it"},
-      {0, "", R"({"session_id":"room"})", "field \"type\": missing"},
+       "--format jsonl' writes it; a log of messages is read by 'corvan import'"},
+      {0, "", R"({"session_id":"room"})",
+       "not an export: the first line must be of the type \"corvan-export\", as 'corvan export "
+       "--format jsonl' writes it; a log of messages is read by 'corvan import'"},
       {0, "", "[1]", "not a JSON object"},
       {0, "\"format\":1", "\"format\":2,\"new\":1",
        "field \"format\": made by a newer corvan; update"},
@@ -221,8 +224,9 @@ TEST_F(RestoreTest, EachLineIsChecked) {
       {4, "", good[2], "a record \"session\" after one of the type \"message\""},
       {3, "", good[2],
        "an earlier line has the same key (UNIQUE constraint failed: t_session.rowid)"},
-      {3, "", "", "not valid JSON at byte 1"},
-      {3, "", "{\"type\":\"message\"", "not valid JSON at byte 18"},
+      {3, "", "", "not valid JSON at byte 1, where it ends: cut off; export again"},
+      {3, "", "{\"type\":\"message\"",
+       "not valid JSON at byte 18, where it ends: cut off; export again"},
       {3, "\"content\":\"hi\"", std::string("\"content\":\"\0\"", 13),
        "not valid JSON at byte 100"},
       {3, "\"content\":\"hi\"", "\"content\":\"\xff\"", "not valid JSON at byte 100"},
@@ -257,7 +261,7 @@ TEST_F(RestoreTest, WhatCannotBeReadOrMadeIsAnError) {
   const std::string good = write("out.jsonl", exported());
   const std::vector<std::pair<Arguments, std::string>> cases = {
       {{folder.file("none"), restored()}, folder.file("none") + ": No such file or directory\n"},
-      {{folder.path(), restored()}, folder.path() + ": is a folder\n"},
+      {{folder.path(), restored()}, folder.path() + ": is a folder; name a file\n"},
       {{good, store()}, store() + ": is there already; name a place where nothing is\n"},
       {{good, folder.file("a/b")}, folder.file("a") + ": no such folder; make it first\n"},
   };
@@ -277,7 +281,7 @@ TEST_F(RestoreTest, AFullDiskLeavesNothing) {
   largest_file = 100 << 10;
   const Outcome outcome = run({"restore", good, restored()});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err.find("corvan: the new store: "), 0U) << outcome.err;
+  EXPECT_EQ(outcome.err.find("corvan: " + restored() + ": "), 0U) << outcome.err;
   EXPECT_EQ(names_like("restored"), Rows{});
 }
 

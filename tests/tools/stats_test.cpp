@@ -78,8 +78,9 @@ TEST_F(StatsTest, CountsTheLogAndWhatItHolds) {
 TEST_F(StatsTest, TimesWithoutADateAreCountedApart) {
   plant(
       "update t_message set sent_time=0 where id=1;"
-      "update t_message set sent_time=9223372036854775807 where id=2");
-  EXPECT_EQ(stats()["months"][0], Json({{"month", nullptr}, {"messages", 2}, {"received", 1}}));
+      "update t_message set sent_time=-62167219200000 where id=2;"
+      "update t_message set sent_time=9223372036854775807 where id=3");
+  EXPECT_EQ(stats()["months"][0], Json({{"month", nullptr}, {"messages", 3}, {"received", 2}}));
   EXPECT_NE(output({"stats", store()}).find("no date"), std::string::npos);
 }
 

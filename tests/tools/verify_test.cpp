@@ -883,7 +883,7 @@ TEST_F(VerifyTest, RepairThatCannotBeDoneChangesNothing) {
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.err, "corvan: " + file() +
                                ": in use by another process (database is locked); nothing was "
-                               "changed\n");
+                               "changed; try again while the client rests\n");
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(codes(verify(1)), Rows{"counter-unread"});
   }
