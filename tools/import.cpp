@@ -120,6 +120,10 @@ class Import {
   void prepare_folder() const {
     std::error_code error;
     std::filesystem::create_directories(options_.folder, error);
+    if (std::filesystem::exists(options_.folder) &&
+        !std::filesystem::is_directory(options_.folder)) {
+      throw ToolError(options_.folder + ": is no folder; name the store's");
+    }
     if (error) throw ToolError(options_.folder + ": " + error.message());
     if (std::filesystem::exists(store_file(options_.folder), error)) {
       require_store_in(options_.folder, true);

@@ -1,10 +1,11 @@
 #include "tools/line_source.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
-#include <utility>
 
 #include "tools/tool_error.h"
 
@@ -13,32 +14,36 @@ namespace corvan_tool {
 namespace {
 
 constexpr std::size_t kMebibyte = std::size_t{1} << 20;
-constexpr std::size_t kPiece = std::size_t{64} << 10;
+constexpr std::size_t kBlock = std::size_t{64} << 10;
 
 }  // namespace
 
 LineSource::LineSource(const std::vector<std::string>& names, std::size_t longest)
-    : longest_(longest), piece_(kPiece) {
+    : longest_(longest), block_(kBlock) {
   for (const std::string& name : names) {
-    Input input;
-    input.name = name == "-" ? "standard input" : name;
-    if (name != "-") {
-      if (std::filesystem::is_directory(name)) throw ToolError(name + ": is a folder; name a file");
-      input.file = std::make_unique<std::ifstream>(name, std::ios::binary);
-      if (!*input.file) throw ToolError(name + ": " + std::strerror(errno));
+    if (name == "-") {
+      inputs_.push_back({"standard input", STDIN_FILENO});
+      continue;
     }
-    inputs_.push_back(std::move(input));
+    if (std::filesystem::is_directory(name)) throw ToolError(name + ": is a folder; name a file");
+    const int fd = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) throw ToolError(name + ": " + std::strerror(errno));
+    inputs_.push_back({name, fd});
+  }
+}
+
+LineSource::~LineSource() {
+  for (const Input& input : inputs_) {
+    if (input.fd != STDIN_FILENO) close(input.fd);
   }
 }
 
 bool LineSource::next(std::string& line) {
   while (current_ < inputs_.size()) {
-    std::istream& stream = inputs_[current_].file ? *inputs_[current_].file : std::cin;
-    if (read_line(stream, line)) {
+    if (read_line(line)) {
       ++line_number_;
       return true;
     }
-    if (stream.bad()) throw ToolError(place() + ": cannot be read further");
     ++current_;
     line_number_ = 0;
   }
@@ -49,22 +54,41 @@ std::string LineSource::place() const {
   return inputs_[current_].name + ":" + std::to_string(line_number_);
 }
 
-// As std::getline, but a file without line ends does not fill the memory.
-bool LineSource::read_line(std::istream& stream, std::string& line) {
+// False at the end of the current file.
+bool LineSource::read_line(std::string& line) {
   line.clear();
-  while (true) {
-    stream.getline(piece_.data(), static_cast<std::streamsize>(piece_.size()));
-    const auto taken = static_cast<std::size_t>(stream.gcount());
-    const bool ended = stream.good();  // the line end was taken, too
-    line.append(piece_.data(), ended ? taken - 1 : taken);
-    if (ended) return true;
-    if (stream.bad() || stream.eof()) return !stream.bad() && !line.empty();
+  while (begin_ < end_ || fill()) {
+    const char* const from = block_.data() + begin_;
+    const auto* const line_end = static_cast<const char*>(std::memchr(from, '\n', end_ - begin_));
+    const std::size_t size =
+        line_end == nullptr ? end_ - begin_ : static_cast<std::size_t>(line_end - from);
+    line.append(from, size);
+    begin_ += size;
+    if (line_end != nullptr) {
+      ++begin_;
+      return true;
+    }
+    // A file without line ends must not fill the memory.
     if (line.size() > longest_ * kMebibyte) {
       throw ToolError(inputs_[current_].name + ":" + std::to_string(line_number_ + 1) +
                       ": longer than " + std::to_string(longest_) + " MiB");
     }
-    stream.clear();
   }
+  return !line.empty();
+}
+
+// Reads the next block of the current file; false at its end.
+bool LineSource::fill() {
+  ssize_t size = 0;
+  do {
+    size = read(inputs_[current_].fd, block_.data(), block_.size());
+  } while (size < 0 && errno == EINTR);
+  if (size < 0) {
+    throw ToolError(place() + ": cannot be read further: " + std::strerror(errno));
+  }
+  begin_ = 0;
+  end_ = static_cast<std::size_t>(size);
+  return size > 0;
 }
 
 }  // namespace corvan_tool

@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
   // A reader that leaves early must not keep what is unfinished from being removed.
   std::signal(SIGPIPE, SIG_IGN);
   umask(umask(0) | S_IRWXG | S_IRWXO);  // what is made holds messages: it is its owner's alone
-  std::ios::sync_with_stdio(false);     // reads standard input in blocks
+  std::ios::sync_with_stdio(false);     // writes standard output in blocks
   remove_unfinished_when_interrupted();
   try {
     return run(argc, argv);

@@ -376,7 +376,7 @@ TEST_F(ImportTest, AFileIsNoFolder) {
   const std::string path = write("file", "text");
   const Outcome outcome = run({"import", path, "--user", "me", "-"}, numbered(1));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + path + ": Not a directory\n");
+  EXPECT_EQ(outcome.err, "corvan: " + path + ": is no folder; name the store's\n");
   EXPECT_EQ(read_file(path), "text");
 }
 
