@@ -49,3 +49,8 @@ if [ -n "$session" ] && [[ "$session" != *\\* ]]; then
 fi
 show "$corvan" unread "$store"
 show "$corvan" check "$store"
+show "$corvan" verify "$store"
+show "$corvan" stats "$store" --limit 3
+rm -rf build/demo/pages
+show "$corvan" export "$store" --format html --output build/demo/pages
+printf '\nTo read the conversations, open %s/build/demo/pages/index.html in a browser.\n' "$PWD"
