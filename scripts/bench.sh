@@ -34,7 +34,8 @@ done
 
 bash scripts/install.sh build tools bench
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
-  -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=ON
+  -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=ON \
+  -DCORVAN_BUILD_EXAMPLES=OFF
 cmake --build build/bench
 
 programs=build/bench/bench
