@@ -65,12 +65,12 @@ cross() {
     echo "== $architecture: this machine's own architecture; the leg g++ is it =="
     return 0
   fi
-  bash scripts/install.sh "cross-$architecture"
+  bash scripts/install.sh build "cross-$architecture"
   local folder="build/matrix/sysroot-$architecture"
   sysroot "$architecture" "$folder"
-  export CORVAN_CROSS_TRIPLET=$2 CORVAN_CROSS_PROCESSOR=$3 CORVAN_CROSS_EMULATOR=$4
-  export CORVAN_CROSS_SYSROOT="$PWD/$folder"
-  build "$architecture" -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/debian-cross.cmake"
+  build "$architecture" -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/debian-cross.cmake" \
+    -DCORVAN_CROSS_TRIPLET="$2" -DCORVAN_CROSS_PROCESSOR="$3" -DCORVAN_CROSS_EMULATOR="$4" \
+    -DCORVAN_CROSS_SYSROOT="$PWD/$folder"
   test_leg "$architecture" 1800
 }
 

@@ -1,12 +1,14 @@
 # Builds for another architecture with Debian's cross compilers, and runs what was built under QEMU.
-# The environment says for which, as scripts/test_matrix.sh sets it: CORVAN_CROSS_TRIPLET
+# Variables say for which, as scripts/test_matrix.sh sets them: CORVAN_CROSS_TRIPLET
 # (aarch64-linux-gnu), CORVAN_CROSS_PROCESSOR (aarch64), CORVAN_CROSS_SYSROOT, the folder into which
 # the packages of that architecture were unpacked, and CORVAN_CROSS_EMULATOR (qemu-aarch64-static).
-set(triplet "$ENV{CORVAN_CROSS_TRIPLET}")
-set(sysroot "$ENV{CORVAN_CROSS_SYSROOT}")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES
+  CORVAN_CROSS_TRIPLET CORVAN_CROSS_PROCESSOR CORVAN_CROSS_SYSROOT CORVAN_CROSS_EMULATOR)
+set(triplet "${CORVAN_CROSS_TRIPLET}")
+set(sysroot "${CORVAN_CROSS_SYSROOT}")
 
 set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_SYSTEM_PROCESSOR "$ENV{CORVAN_CROSS_PROCESSOR}")
+set(CMAKE_SYSTEM_PROCESSOR "${CORVAN_CROSS_PROCESSOR}")
 set(CMAKE_C_COMPILER "${triplet}-gcc")
 set(CMAKE_CXX_COMPILER "${triplet}-g++")
 # 32-bit ARM passes some values otherwise than before g++ 7; nothing here is so old.
@@ -21,4 +23,4 @@ set(ENV{PKG_CONFIG_LIBDIR} "${sysroot}/usr/lib/${triplet}/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${sysroot}")
 
 set(CMAKE_CROSSCOMPILING_EMULATOR
-  "$ENV{CORVAN_CROSS_EMULATOR};-L;/usr/${triplet};-E;LD_LIBRARY_PATH=${sysroot}/usr/lib/${triplet}")
+  "${CORVAN_CROSS_EMULATOR};-L;/usr/${triplet};-E;LD_LIBRARY_PATH=${sysroot}/usr/lib/${triplet}")
