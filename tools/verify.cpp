@@ -37,26 +37,30 @@ int run_verify(const RepairOptions& options) {
 
 constexpr const char* kVerifyResult =
     "First the file: SQLite's integrity check, tables, indexes, version and settings against those\n"
-    "of a new store. Then each row: codes and types, counters against the unread messages after\n"
-    "read_time, latest_id and session_time against the messages, duplicates, times, sync marks.\n"
+    "of a new store. Then each row: codes and types, counters against what the messages since the\n"
+    "last clearing can come to, latest_id and session_time against the messages, duplicates, times,\n"
+    "sync marks.\n"
     "A finding is impossible, when no sequence of the store's operations leaves it; or allowed,\n"
     "when they can leave it though it disagrees with what it stands for. Notes are what ordinary\n"
     "use passes through, as failed sends. Each tells the operations that can leave it, and the word\n"
     "of --repair that mends it.\n"
-    "--repair counters sets unread_count and mention_count to the recount, but not unread_count of\n"
-    "chat rooms; latest sets latest_id and session_time to the newest message; times sets\n"
-    "session_time to the time of the message that latest_id names; indexes does what 'corvan index'\n"
-    "does; sequence keeps ids from being given again. Only wrong values change. The store as it was\n"
-    "is copied first, to FOLDER.before-repair-TIME unless --backup names a folder. All is done in\n"
-    "one transaction, or nothing. A client may have the store open, but what it saves meanwhile\n"
-    "fails. A store that is damaged, or locked for two seconds, is an error.\n"
+    "--repair counters sets unread_count and mention_count that cannot be right: too low a one to\n"
+    "the least that it can be, too high a one to what came since the last clearing; latest sets\n"
+    "latest_id and session_time to the newest message; times sets session_time to the time of the\n"
+    "message that latest_id names; indexes does what 'corvan index' does; sequence keeps ids from\n"
+    "being given again. Only what verify tells changes. The store as it was is copied first, to\n"
+    "FOLDER.before-repair-TIME unless --backup names a folder. All is done in one transaction, or\n"
+    "nothing. A client may have the store open, but what it saves meanwhile fails. A store that is\n"
+    "damaged, or locked for two seconds, is an error.\n"
     "With --json: an object with ok, damaged, complete (all rows could be read), sessions, messages,\n"
     "impossible, allowed, note (numbers), and findings: an array of objects with code, class, text,\n"
     "operations, explanation and rows: an array of objects with session_id, session_type (both null\n"
     "outside a conversation), name, messages (ids), stored, derived (null when unknown) and repair\n"
-    "(null, or the word). With --repair: an object with dry_run, backup (null, or the folder) and\n"
-    "changes: an array of objects with repair, session_id, session_type, name, old and new.\n"
-    "Exit status 1 when something is impossible or allowed; notes alone are 0.\n";
+    "(null, or the word). With --repair: an object with dry_run, backup (null, or the folder),\n"
+    "changes: an array of objects with repair, session_id, session_type, name, old and new; and\n"
+    "left: an array of objects with repair, session_id, session_type, name and reason.\n"
+    "Exit status 1 when something is impossible or allowed; notes alone are 0. With --repair: 1 when\n"
+    "something was left that the words stand for, because it cannot be judged; otherwise 0.\n";
 
 }  // namespace
 

@@ -53,13 +53,6 @@ const Kind kIndexDiffers = {"index-differs",
                             "",
                             "an older library that made it so, or another program",
                             kIndexes};
-const Kind kVersionMissing = {"version-missing",
-                              kImpossible,
-                              "t_version has no row",
-                              "init_open_db",
-                              "only where a statement of its schema failed, as on a full disk; the "
-                              "next opening completes it",
-                              nullptr};
 const Kind kVersionTwice = {"version-twice", kImpossible, "t_version has several rows", "",
                             kByAnother,      nullptr};
 const Kind kVersionOther = {"version-other",
@@ -74,12 +67,13 @@ const Kind kSetting = {"setting-other",
                        "",
                        "a file that another program made; opening it sets the journal mode",
                        nullptr};
-const Kind kSequenceBehind = {"sequence-behind",
-                              kImpossible,
-                              "ids that were given would be given again",
-                              "",
-                              "another program that wrote t_message or sqlite_sequence",
-                              kSequence};
+const Kind kSequenceBehind = {
+    "sequence-behind",
+    kImpossible,
+    "ids that were given could be given again once the newest messages are deleted",
+    "",
+    "another program that wrote t_message or sqlite_sequence",
+    kSequence};
 const Kind kRowTwice = {"row-twice",
                         kImpossible,
                         "several rows for one conversation or user",
@@ -109,6 +103,13 @@ const Kind kSyncNegative = {"sync-negative",
                             "another program: marks start at 0 and only grow",
                             nullptr};
 
+const Kind kVersionMissing = {
+    "version-missing",
+    kAllowed,
+    "t_version has no row",
+    "init_open_db",
+    "an opening in which a statement of the schema failed, as on a full disk, leaves it; the next opening completes it",
+    nullptr};
 const Kind kUserVersion = {"user-version",
                            kAllowed,
                            "user_version is not 1",
@@ -125,7 +126,7 @@ const Kind kTextNull = {
     "text-null",
     kAllowed,
     "SQL NULL in a text column",
-    "save_message, set_message_content, set_sendtime, set_message_draft",
+    "save_message, add_session, set_message_content, set_sendtime, set_send_time, set_message_draft",
     "a text beyond SQLite's limit, 1,000,000,000 bytes, is not bound, and the save goes on",
     nullptr};
 const Kind kSessionType = {
@@ -139,26 +140,21 @@ const Kind kSentStatus = {"status-unknown",
                           kAllowed,
                           "sent_status outside 0 to 3",
                           "save_message, update_sent_status",
-                          "they store the number that the caller passes",
+                          "any integer is written, as the caller passes it",
                           nullptr};
 const Kind kCounterUnread = {
     "counter-unread",
     kAllowed,
-    "unread_count is not the number of unread received messages after read_time",
-    "save_message, set_read_status, delete_message, clear_message, clear_message_by_timestamp, "
-    "set_unread_by_value, sync_unread, delete_session",
-    "history that is not newer than its conversation, is_count that does not fit, and a batch "
-    "leave the counter apart; so do deleting by server uid, clearing, and sync_unread, which "
-    "counts direction 2 alone",
+    "unread_count is more or less than the messages since the last clearing can come to",
+    "save_message, update_message_status, set_read_status, delete_message, clear_message, clear_message_by_timestamp, set_unread_by_value, sync_unread, set_unread_readtime, delete_session, createdb_copydata",
+    "update_message_status, deleting by server uid and clearing messages leave the counter as it is; is_count that does not fit, a batch, and history that is not newer than its conversation are not counted; sync_unread counts direction 2 alone, set_unread_readtime nothing; a copy brings counters and messages of two stores together",
     kCounters};
 const Kind kCounterMention = {
     "counter-mention",
     kAllowed,
-    "mention_count is not the number of mentions after read_time",
-    "save_message, set_read_status, set_message_content, delete_message, clear_message, "
-    "clear_message_by_timestamp, set_unread_by_value, sync_unread, delete_session",
-    "mentions that are read already lower no counter when they are deleted or marked, a new "
-    "object name takes the mark alone, and what leaves unread_count apart does so here",
+    "mention_count is more or less than the mentions since the last clearing can come to",
+    "save_message, update_message_status, set_read_status, set_message_content, delete_message, clear_message, clear_message_by_timestamp, set_unread_by_value, sync_unread, set_unread_readtime, delete_session, createdb_copydata",
+    "mentions that are read already lower no counter when they are deleted or marked, a new object name takes the mark alone, and what leaves unread_count apart does so here",
     kCounters};
 const Kind kCounterNegative = {
     "counter-negative",
@@ -171,37 +167,36 @@ const Kind kLatestMissing = {
     "latest-missing",
     kAllowed,
     "latest_id names a message that is not there",
-    "delete_message, clear_message_by_timestamp, set_send_time, set_message_latestid",
-    "deleting by server uid in another conversation's name or by time leaves it; a confirmation "
-    "for a message that is gone names it again",
+    "delete_message, clear_message_by_timestamp, set_send_time, set_message_latestid, createdb_copydata",
+    "deleting by server uid in another conversation's name or by time leaves it; a confirmation for a message that is gone names it again; a copy may bring the row of a store without its messages",
     kLatest};
-const Kind kLatestForeign = {"latest-foreign",
-                             kAllowed,
-                             "latest_id names a message of another conversation",
-                             "set_send_time, set_sessiontime, set_message_latestid, add_session",
-                             "the caller named a conversation that the message is not in",
-                             kLatest};
+const Kind kLatestForeign = {
+    "latest-foreign",
+    kAllowed,
+    "latest_id names a message of another conversation",
+    "set_send_time, set_sessiontime, set_message_latestid, add_session, createdb_copydata",
+    "the caller named a conversation that the message is not in, or a copy put messages of an older store under the ids of these",
+    kLatest};
 const Kind kLatestOlder = {
     "latest-older",
     kAllowed,
     "latest_id names a message that is not the newest",
-    "save_message, set_send_time, set_send_time_for_dup_msg",
-    "an older message saved live becomes the latest one; a batch and insert_only leave the latest "
-    "one, and a confirmation can move times without the conversation",
+    "save_message, set_send_time, set_send_time_for_dup_msg, set_message_latestid, createdb_copydata",
+    "an older message saved live becomes the latest one; a batch and insert_only leave the latest one, a confirmation can move times without the conversation, and a copy brings messages and the older store's row",
     kLatest};
-const Kind kLatestNone = {"latest-none",
-                          kAllowed,
-                          "latest_id names none though the conversation has messages",
-                          "set_is_top, save_message, clear_message, set_message_latestid",
-                          "a conversation that was pinned or cleared, then a batch",
-                          kLatest};
+const Kind kLatestNone = {
+    "latest-none",
+    kAllowed,
+    "latest_id names none though the conversation has messages",
+    "set_is_top, save_message, clear_message, set_message_latestid, set_send_time, createdb_copydata",
+    "a conversation that was pinned or cleared, then a batch; a confirmation for message 0; or a copy that brings messages to such a row",
+    kLatest};
 const Kind kSessionTime = {
     "session-time",
     kAllowed,
-    "session_time is not the time of the message that latest_id names, and there is no draft",
-    "save_message, set_send_time_for_dup_msg, set_sendtime, set_message_draft, set_is_top",
-    "completing an own message moves its time alone, a draft that was taken back leaves its time, "
-    "and an old CV:QbNtf moves the time alone",
+    "session_time is before the time of the message that latest_id names",
+    "save_message, set_send_time_for_dup_msg, set_sendtime, set_send_time, set_sessiontime, set_message_latestid, createdb_copydata",
+    "an old CV:QbNtf moves the time alone, a confirmation the message's alone, and set_sessiontime and set_message_latestid store the time that the caller passes",
     kTimes};
 const Kind kServerUidTwice = {
     "server-uid-twice",
@@ -218,21 +213,42 @@ const Kind kClientKeyTwice = {
     "history, insert_only and a batch make no test, and an own message is looked for under the "
     "signed-in user's id whatever sender it is stored with",
     nullptr};
-const Kind kTimeFuture = {"time-future",
-                          kAllowed,
-                          "a time more than a day ahead of this computer's clock",
-                          "save_message, set_send_time, sync_unread, set_sync_time",
-                          "they store the time that the caller passes; a mark ahead keeps the "
-                          "client from fetching what comes before it",
-                          nullptr};
+const Kind kTimeFuture = {
+    "time-future",
+    kAllowed,
+    "a time more than a day ahead of this computer's clock",
+    "save_message, set_send_time, add_session, set_message_draft, set_is_top, sync_unread, clear_unread, update_message_receipt_status, set_receipttime, set_sync_time",
+    "they store the time that the caller passes, or this computer's when its clock was ahead; clear_unread the newest message's; a mark ahead keeps the client from fetching what comes before it",
+    nullptr};
 const Kind kTimeUnit = {
     "time-unit",
     kAllowed,
     "a time that is no plausible number of milliseconds",
-    "save_message, set_send_time, sync_unread, set_sync_time",
-    "they store what the caller passes: 0 or less from a batch, seconds, or microseconds",
+    "save_message, set_send_time, add_session, set_message_draft, set_is_top, sync_unread, clear_unread, update_message_receipt_status, set_receipttime, set_sync_time",
+    "they store what the caller passes: 0 or less from a batch, seconds, or microseconds; or this computer's time when its clock was wrong, and clear_unread the newest message's",
     nullptr};
 
+const Kind kNotJudged = {
+    "not-judged",
+    kNote,
+    "columns that are not judged",
+    "",
+    "what they follow from is of another type than its column's, or the conversation has several rows: see column-type, text-null and row-twice",
+    nullptr};
+const Kind kCounterUntold = {
+    "counter-untold",
+    kNote,
+    "a counter that may be right, with the least and the most that it can be",
+    "save_message, set_read_status, sync_unread, set_unread_readtime",
+    "no row tells whether a message that is not newer than those before it came live or as history, whether one from before read_time was marked unread since, and which messages a chat room counted",
+    nullptr};
+const Kind kSessionTimeApart = {
+    "session-time-apart",
+    kNote,
+    "session_time is not the latest message's time, as drafts and own messages leave it",
+    "set_message_draft, save_message, set_send_time, set_sendtime, set_send_time_for_dup_msg",
+    "storing a draft moves the conversation, and taking it back leaves the time; completing an own message moves the message's time alone, and a confirmation moves the conversation only forward",
+    kTimes};
 const Kind kSending = {"sending",
                        kNote,
                        "messages being sent",
@@ -252,6 +268,13 @@ const Kind kDirectionCopied = {"direction-copied",
                                "they come from an older store; mention list and recount look at "
                                "them alone",
                                nullptr};
+const Kind kOwnUnread = {
+    "own-unread",
+    kNote,
+    "own messages that are unread",
+    "set_read_status, save_message",
+    "one was marked so, or a batch gave the number; clear_unread marks received messages alone",
+    nullptr};
 const Kind kSessionEmpty = {"session-empty",
                             kNote,
                             "a conversation without messages",
@@ -291,17 +314,15 @@ const Kind kIndexExtra = {"index-extra",
 const std::vector<const Kind*>& all_kinds_of_finding() {
   using namespace kind;
   static const std::vector<const Kind*> all = {
-      &kFileDamaged,   &kRowsUnread,     &kTableDiffers,   &kSchemaExtra,
-      &kIndexMissing,  &kIndexDiffers,   &kVersionMissing, &kVersionTwice,
-      &kVersionOther,  &kSetting,        &kSequenceBehind, &kRowTwice,
-      &kColumnType,    &kCode,           &kMessageId,      &kSyncNegative,
-      &kUserVersion,   &kIndexOlder,     &kTextNull,       &kSessionType,
-      &kSentStatus,    &kCounterUnread,  &kCounterMention, &kCounterNegative,
-      &kLatestMissing, &kLatestForeign,  &kLatestOlder,    &kLatestNone,
-      &kSessionTime,   &kServerUidTwice, &kClientKeyTwice, &kTimeFuture,
-      &kTimeUnit,      &kSending,        &kFailed,         &kDirectionCopied,
-      &kSessionEmpty,  &kSessionMissing, &kSyncBehind,     &kTableExtra,
-      &kIndexExtra};
+      &kFileDamaged,      &kRowsUnread,     &kTableDiffers,   &kSchemaExtra,     &kIndexMissing,
+      &kIndexDiffers,     &kVersionTwice,   &kVersionOther,   &kSetting,         &kSequenceBehind,
+      &kRowTwice,         &kColumnType,     &kCode,           &kMessageId,       &kSyncNegative,
+      &kVersionMissing,   &kUserVersion,    &kIndexOlder,     &kTextNull,        &kSessionType,
+      &kSentStatus,       &kCounterUnread,  &kCounterMention, &kCounterNegative, &kLatestMissing,
+      &kLatestForeign,    &kLatestOlder,    &kLatestNone,     &kSessionTime,     &kServerUidTwice,
+      &kClientKeyTwice,   &kTimeFuture,     &kTimeUnit,       &kNotJudged,       &kCounterUntold,
+      &kSessionTimeApart, &kSending,        &kFailed,         &kDirectionCopied, &kOwnUnread,
+      &kSessionEmpty,     &kSessionMissing, &kSyncBehind,     &kTableExtra,      &kIndexExtra};
   return all;
 }
 

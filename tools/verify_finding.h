@@ -15,7 +15,7 @@ namespace corvan_tool {
 enum class Rank {
   kImpossible,  // no sequence of the store's operations leaves it
   kAllowed,     // they can leave it, and it disagrees with what it stands for
-  kNote,        // ordinary use passes through it
+  kNote,        // ordinary use passes through it, or nothing tells
 };
 const char* rank_name(Rank rank);
 
@@ -38,13 +38,14 @@ struct Kind {
 
 namespace kind {
 extern const Kind kFileDamaged, kRowsUnread, kTableDiffers, kSchemaExtra, kIndexMissing,
-    kIndexDiffers, kVersionMissing, kVersionTwice, kVersionOther, kSetting, kSequenceBehind,
-    kRowTwice, kColumnType, kCode, kMessageId, kSyncNegative;
-extern const Kind kUserVersion, kIndexOlder, kTextNull, kSessionType, kSentStatus, kCounterUnread,
-    kCounterMention, kCounterNegative, kLatestMissing, kLatestForeign, kLatestOlder, kLatestNone,
-    kSessionTime, kServerUidTwice, kClientKeyTwice, kTimeFuture, kTimeUnit;
-extern const Kind kSending, kFailed, kDirectionCopied, kSessionEmpty, kSessionMissing, kSyncBehind,
-    kTableExtra, kIndexExtra;
+    kIndexDiffers, kVersionTwice, kVersionOther, kSetting, kSequenceBehind, kRowTwice, kColumnType,
+    kCode, kMessageId, kSyncNegative;
+extern const Kind kVersionMissing, kUserVersion, kIndexOlder, kTextNull, kSessionType, kSentStatus,
+    kCounterUnread, kCounterMention, kCounterNegative, kLatestMissing, kLatestForeign, kLatestOlder,
+    kLatestNone, kSessionTime, kServerUidTwice, kClientKeyTwice, kTimeFuture, kTimeUnit;
+extern const Kind kNotJudged, kCounterUntold, kSessionTimeApart, kSending, kFailed,
+    kDirectionCopied, kOwnUnread, kSessionEmpty, kSessionMissing, kSyncBehind, kTableExtra,
+    kIndexExtra;
 }  // namespace kind
 
 // Every kind, in the order in which findings are told.

@@ -6,8 +6,10 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <filesystem>
 #include <iostream>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "tools/connection.h"
@@ -31,13 +33,30 @@ struct Change {
   Json new_value;    // null for an index that is dropped
 };
 
+// What a word stands for and cannot mend.
+struct Left {
+  const char* repair = nullptr;
+  ConversationKey conversation;
+  std::string name;  // the column
+};
+
+struct Outcome {
+  std::vector<Change> changes;
+  std::vector<Left> left;
+};
+
+// Why a column is left.
+constexpr const char* kNotJudgedText =
+    "what it follows from is of another type than its column's, or the conversation has several "
+    "rows; see 'corvan verify'";
+
 // The changes that some words of --repair stand for, made on a file one by one.
 class Repair {
  public:
   Repair(const StoreTransaction& transaction, const std::vector<std::string>& what)
       : transaction_(transaction), what_(what) {}
 
-  std::vector<Change> run() {
+  Outcome run() {
     const Report report = look_at_all(transaction_.connection(), transaction_.name());
     if (report.damaged) {
       throw ToolError(transaction_.name() +
@@ -53,7 +72,7 @@ class Repair {
     }
     for (const SessionRow& session : report.sessions) mend_session(session);
     if (wants(kSequence)) mend_sequence(report.findings);
-    return std::move(changes_);
+    return std::move(outcome_);
   }
 
  private:
@@ -82,7 +101,7 @@ class Repair {
         require(transaction_.connection().run(difference.index.sql), "index " + name);
         change.new_value = difference.index.sql;
       }
-      changes_.push_back(std::move(change));
+      outcome_.changes.push_back(std::move(change));
     }
   }
 
@@ -91,27 +110,43 @@ class Repair {
     if (old_value == new_value) return;
     require(transaction_.connection().run("update t_session set " + column + "=? where rowid=?",
                                           new_value, session.rowid));
-    changes_.push_back({word, session.key, column, old_value, new_value});
+    outcome_.changes.push_back({word, session.key, column, old_value, new_value});
   }
 
   void mend_session(const SessionRow& session) {
-    if (wants(kCounters)) {
-      if (session.has_wrong_unread() && session.counts_unread()) {
-        set(kCounters, session, "unread_count", session.unread_count, session.unread.derived);
-      }
-      if (session.has_wrong_mention()) {
-        set(kCounters, session, "mention_count", session.mention_count, session.mention.derived);
-      }
-    }
+    if (wants(kCounters)) mend_counters(session);
     if (wants(kLatest) && session.has_wrong_latest()) {
-      // As delete_message does it: the time moves with a message, and stays without one.
-      set(kLatest, session, "latest_id", session.latest_id, session.newest_id);
-      if (session.newest_id > 0) {
-        set(kLatest, session, "session_time", session.session_time, session.newest_time);
-      }
-    } else if (wants(kTimes) && session.has_wrong_time()) {
-      set(kTimes, session, "session_time", session.session_time, session.latest_time);
+      mend_latest(session);
+    } else if (wants(kTimes) && session.time_state() != TimeState::kRight) {
+      set(kTimes, session, "session_time", session.session_time, session.right_time());
     }
+    if (wants(kLatest) && !session.judges_latest) leave(kLatest, session, "latest_id");
+    if (wants(kTimes) && !session.judges_time) leave(kTimes, session, "session_time");
+  }
+
+  void mend_counters(const SessionRow& session) {
+    if (session.has_wrong_unread()) {
+      set(kCounters, session, "unread_count", session.unread_count,
+          session.unread.mended(session.unread_count));
+    }
+    if (session.has_wrong_mention()) {
+      set(kCounters, session, "mention_count", session.mention_count,
+          session.mention.mended(session.mention_count));
+    }
+    if (!session.judges_unread) leave(kCounters, session, "unread_count");
+    if (!session.judges_mention) leave(kCounters, session, "mention_count");
+  }
+
+  void mend_latest(const SessionRow& session) {
+    set(kLatest, session, "latest_id", session.latest_id, session.newest_id);
+    // As delete_message does it: the time moves with a message, and stays without one.
+    if (session.newest_id <= 0 || !session.is_number("session_time")) return;
+    if (session.is_moved_by_draft(session.newest_time)) return;
+    set(kLatest, session, "session_time", session.session_time, session.newest_time);
+  }
+
+  void leave(const char* word, const SessionRow& session, const std::string& column) {
+    outcome_.left.push_back({word, session.key, column});
   }
 
   void mend_sequence(const std::vector<Finding>& findings) {
@@ -123,16 +158,16 @@ class Repair {
     require(transaction_.connection().run("delete from sqlite_sequence where name='t_message'"));
     require(transaction_.connection().run(
         "insert into sqlite_sequence(name,seq) values('t_message',?)", largest));
-    changes_.push_back({kSequence, std::nullopt, "seq", found->stored, largest});
+    outcome_.changes.push_back({kSequence, std::nullopt, "seq", found->stored, largest});
   }
 
   const StoreTransaction& transaction_;
   const std::vector<std::string>& what_;
-  std::vector<Change> changes_;
+  Outcome outcome_;
 };
 
-std::string place_beside(std::string folder) {
-  while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+// A folder beside the store's that is not there yet.
+std::string place_beside(const std::string& folder) {
   const std::time_t now = std::time(nullptr);
   std::tm utc = {};
   std::array<char, 32> text = {};
@@ -140,7 +175,16 @@ std::string place_beside(std::string folder) {
       std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &utc) == 0) {
     throw ToolError(folder + ": the clock has no time; name a folder with --backup");
   }
-  return folder + ".before-repair-" + text.data();
+  // The folder may be named as "." or "..".
+  std::error_code error;
+  const std::filesystem::path whole = std::filesystem::canonical(folder, error);
+  if (error) throw ToolError(folder + ": " + error.message() + "; nothing was changed");
+  const std::string place = whole.string() + ".before-repair-" + text.data();
+  std::string free_place = place;
+  for (int i = 2; std::filesystem::exists(free_place, error); ++i) {
+    free_place = place + "-" + std::to_string(i);
+  }
+  return free_place;
 }
 
 // Copies what is committed in `file` to `to`. Through SQLite: to open and close the file past it
@@ -155,32 +199,36 @@ void copy_committed(const std::string& file, const std::string& to) {
   }
 }
 
-void print_changes(const std::vector<Change>& changes, const std::string& backup, bool dry_run) {
+void print_outcome(const Outcome& outcome, const std::string& backup, bool dry_run) {
   const auto text_of = [](const Json& value) {
     return value.is_string() ? value.get<std::string>() : (value.is_null() ? "none" : value.dump());
   };
-  if (changes.empty()) {
-    std::cout << "nothing to mend\n";
-    return;
-  }
   TextTable table({{"REPAIR"}, {"CONVERSATION"}, {"WHAT"}, {"CHANGE"}});
-  for (const Change& change : changes) {
+  for (const Change& change : outcome.changes) {
     table.add({change.repair, change.conversation ? conversation_text(*change.conversation) : "",
                change.name, text_of(change.old_value) + " -> " + text_of(change.new_value)});
   }
-  // Never cut to the terminal: it tells what was there.
-  table.print(std::cout, 0);
-  std::cout << (dry_run ? "would be changed: " : "changed: ") << changes.size();
-  if (!dry_run) std::cout << "; the store as it was is in " << printable(backup);
-  std::cout << '\n';
+  if (outcome.changes.empty()) {
+    std::cout << (outcome.left.empty() ? "nothing to mend\n" : "nothing could be mended\n");
+  } else {
+    // Never cut to the terminal: it tells what was there.
+    table.print(std::cout, 0);
+    std::cout << (dry_run ? "would be changed: " : "changed: ") << outcome.changes.size();
+    if (!dry_run) std::cout << "; the store as it was is in " << printable(backup);
+    std::cout << '\n';
+  }
+  for (const Left& left : outcome.left) {
+    std::cout << "left: " << left.repair << ' ' << printable(conversation_text(left.conversation))
+              << ' ' << left.name << ": " << kNotJudgedText << '\n';
+  }
 }
 
-void print_changes_json(const std::vector<Change>& changes, const std::string& backup,
-                        bool dry_run) {
+void print_outcome_json(const Outcome& outcome, const std::string& backup, bool dry_run) {
   Json json = {{"dry_run", dry_run},
                {"backup", backup.empty() ? Json(nullptr) : Json(backup)},
-               {"changes", Json::array()}};
-  for (const Change& change : changes) {
+               {"changes", Json::array()},
+               {"left", Json::array()}};
+  for (const Change& change : outcome.changes) {
     const auto& key = change.conversation;
     json["changes"].push_back({{"repair", change.repair},
                                {"session_id", key ? Json(key->id) : Json(nullptr)},
@@ -189,26 +237,33 @@ void print_changes_json(const std::vector<Change>& changes, const std::string& b
                                {"old", change.old_value},
                                {"new", change.new_value}});
   }
+  for (const Left& left : outcome.left) {
+    json["left"].push_back({{"repair", left.repair},
+                            {"session_id", left.conversation.id},
+                            {"session_type", left.conversation.type},
+                            {"name", left.name},
+                            {"reason", kNotJudgedText}});
+  }
   print_json(json);
 }
 
 // Nothing stays behind on failure but, when it is the commit that fails, the backup.
-std::vector<Change> repair_store(const RepairOptions& options, std::string& backup) {
+Outcome repair_store(const RepairOptions& options, std::string& backup) {
   const std::string file = store_file(options.folder);
   require_store_in(options.folder, false);
   const StoreTransaction transaction(file, file, "begin immediate");
-  std::vector<Change> changes = Repair(transaction, options.what).run();
-  if (changes.empty()) return changes;
+  Outcome outcome = Repair(transaction, options.what).run();
+  if (outcome.changes.empty()) return outcome;
 
   backup = options.backup.empty() ? place_beside(options.folder) : options.backup;
   Unfinished folder = Unfinished::folder(backup);
   copy_committed(file, store_file(folder.path()));
   folder.keep();
   transaction.commit();
-  return changes;
+  return outcome;
 }
 
-std::vector<Change> try_repair(const RepairOptions& options) {
+Outcome try_repair(const RepairOptions& options) {
   const std::string name = store_file(options.folder);
   const StoreCopy copy(options.folder);
   const std::string copied = store_file(copy.folder());
@@ -221,14 +276,13 @@ std::vector<Change> try_repair(const RepairOptions& options) {
 
 int run_repair(const RepairOptions& options) {
   std::string backup;
-  const std::vector<Change> changes =
-      options.dry_run ? try_repair(options) : repair_store(options, backup);
+  const Outcome outcome = options.dry_run ? try_repair(options) : repair_store(options, backup);
   if (options.json) {
-    print_changes_json(changes, backup, options.dry_run);
+    print_outcome_json(outcome, backup, options.dry_run);
   } else {
-    print_changes(changes, backup, options.dry_run);
+    print_outcome(outcome, backup, options.dry_run);
   }
-  return kOk;
+  return outcome.left.empty() ? kOk : kNegative;
 }
 
 }  // namespace corvan_tool

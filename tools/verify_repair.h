@@ -16,9 +16,10 @@ struct RepairOptions {
   bool json = false;
 };
 
-// Tells each change. All of it is made, in one transaction, or nothing, and the store as it was is
-// copied first. Returns the exit status. Throws ToolError when the store is damaged, locked, or
-// cannot be written.
+// Tells each change, and what is left. All of it is made, in one transaction, or nothing, and the
+// store as it was is copied first. Returns the exit status: kNegative when something that a word
+// stands for could not be judged, and so was left. Throws ToolError when the store is damaged,
+// locked, or cannot be written.
 int run_repair(const RepairOptions& options);
 
 }  // namespace corvan_tool

@@ -49,9 +49,12 @@ class RowChecks {
       find_in_sessions();
       find_orphans();
     }
-    find_twice(kind::kServerUidTwice,
-               "select '',0,server_uid,group_concat(id) from t_message where server_uid<>'' "
-               "group by server_uid having count(*)>1");
+    // A row for each conversation that has one of them.
+    find_twice(
+        kind::kServerUidTwice,
+        "select session_id,session_type,server_uid,group_concat(id) from t_message "
+        "where server_uid in(select server_uid from t_message where server_uid<>'' "
+        "group by server_uid having count(*)>1) group by server_uid,session_id,session_type");
     find_twice(kind::kClientKeyTwice,
                "select session_id,session_type,client_uid||' of '||sender,group_concat(id) "
                "from t_message where client_uid>0 "
@@ -140,15 +143,18 @@ class RowChecks {
     return of_text_column == "null" ? kind::kTextNull : kind::kColumnType;
   }
 
+  static bool is_integer(sqlite3_stmt* row, int column) {
+    return sqlite3_column_type(row, column) == SQLITE_INTEGER;
+  }
+
   // Whether the columns from `first` on hold integers. `report` receives the name and the type of
   // each other one.
   template <typename Report>
   static bool are_integers(sqlite3_stmt* row, int first, int end, const Report& report) {
     bool good = true;
     for (int i = first; i < end; ++i) {
-      const int type = sqlite3_column_type(row, i);
-      if (type == SQLITE_INTEGER) continue;
-      report(sqlite3_column_name(row, i), type_name(type));
+      if (is_integer(row, i)) continue;
+      report(sqlite3_column_name(row, i), type_name(sqlite3_column_type(row, i)));
       good = false;
     }
     return good;
@@ -174,40 +180,43 @@ class RowChecks {
     session.receipt_time = sqlite3_column_int64(row, 10);
     session.has_draft = sqlite3_column_int(row, 11) != 0;
 
-    session.usable = are_integers(row, 2, 11, [&](const char* column, const char* type) {
+    are_integers(row, 2, 11, [&](const char* column, const char* type) {
       add(kind::kColumnType, session.key, column).stored = type;
+      session.no_numbers.insert(column);
     });
     static constexpr std::array<const char*, 3> kTexts = {"session_id", "title", "draft"};
-    bool has_key = sqlite3_column_type(row, 2) == SQLITE_INTEGER;
+    session.has_key = session.is_number("session_type");
     for (int i = 0; i < 3; ++i) {
       const std::string type = text_at(row, 12 + i);
       if (type == "text") continue;
       const char* const column = kTexts.at(static_cast<std::size_t>(i));
       add(kind_of_type(type), session.key, column).stored = type;
-      if (i == 0) has_key = false;
+      if (i == 0) session.has_key = false;
     }
-    session.usable = session.usable && has_key;
-    if (session.usable) check_codes(session, sqlite3_column_int64(row, 3), row);
-    if (has_key) {
+    check_codes(session, sqlite3_column_int64(row, 3), sqlite3_column_int64(row, 7));
+    if (session.has_key) {
       Conversation& conversation = conversations_[session.key];
       conversation.rows.push_back(result_.sessions.size());
       conversation.read_time = session.read_time;
     }
-    if (session.usable && session.latest_id > 0) {
+    if (session.latest_id > 0 && session.is_number("latest_id")) {
       named_[session.latest_id].push_back(result_.sessions.size());
     }
     result_.sessions.push_back(std::move(session));
   }
 
-  void check_codes(const SessionRow& session, int64_t is_top, sqlite3_stmt* row) {
-    if (!is_kind(session.key.type)) {
+  void check_codes(const SessionRow& session, int64_t is_top, int64_t silence) {
+    if (session.is_number("session_type") && !is_kind(session.key.type)) {
       const bool can_be = is_code(session.key.type);
       add(can_be ? kind::kSessionType : kind::kCode, session.key, "session_type").stored =
           session.key.type;
     }
-    if (is_top != 0 && is_top != 1) add(kind::kCode, session.key, "is_top").stored = is_top;
-    const int64_t silence = sqlite3_column_int64(row, 7);
-    if (!is_code(silence)) add(kind::kCode, session.key, "silence").stored = silence;
+    if (session.is_number("is_top") && is_top != 0 && is_top != 1) {
+      add(kind::kCode, session.key, "is_top").stored = is_top;
+    }
+    if (session.is_number("silence") && !is_code(silence)) {
+      add(kind::kCode, session.key, "silence").stored = silence;
+    }
   }
 
   void read_messages() {
@@ -243,33 +252,49 @@ class RowChecks {
     m.sent_time = sqlite3_column_int64(row, 7);
     result_.largest_id = std::max(result_.largest_id, m.id);
 
-    const bool usable = are_integers(row, 2, 9, [&](const char* column, const char* bad) {
+    are_integers(row, 2, 9, [&](const char* column, const char* bad) {
       gather(kind::kColumnType, key, m.id, column, bad);
     });
     static constexpr std::array<const char*, 5> kTexts = {"session_id", "object_name", "content",
                                                           "sender", "server_uid"};
-    bool has_key = true;
+    bool has_key = is_integer(row, 2);
     for (int i = 0; i < 5; ++i) {
       const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(row, 9 + i));
       if (std::string_view(text) == "text") continue;
       gather(kind_of_type(text), key, m.id, kTexts.at(static_cast<std::size_t>(i)), text);
       if (i == 0) has_key = false;
     }
-    if (!has_key) return;
-    if (!usable) {
-      current_->second.usable = false;
-      return;
-    }
-    check_codes(m, key);
-    count_message(current_->second, m, type == Corvan::CV_CHATROOM);
+    check_codes(m, key, row);
+    settle_named(m, key, has_key);
+    if (has_key) take_values(m, row);
+  }
+
+  // Tells the rows of t_session that name the message as their latest one.
+  void settle_named(const Message& m, const ConversationKey& key, bool has_key) {
     const auto named = named_.find(m.id);
-    if (named != named_.end()) {
-      for (const std::size_t place : named->second) {
-        SessionRow& session = result_.sessions[place];
-        session.latest = session.key == key ? LatestState::kGood : LatestState::kForeign;
-        session.latest_time = m.sent_time;
-      }
+    if (named == named_.end()) return;
+    for (const std::size_t place : named->second) {
+      SessionRow& session = result_.sessions[place];
+      const bool is_its_own = has_key && session.has_key && session.key == key;
+      session.latest = is_its_own ? LatestState::kGood : LatestState::kForeign;
+      session.latest_time = m.sent_time;
+      session.latest_is_own = m.direction == 0;
     }
+  }
+
+  // Adds the message to its conversation as far as its values are of their columns' types.
+  void take_values(const Message& m, sqlite3_stmt* row) {
+    Conversation& conversation = current_->second;
+    const bool has_time = is_integer(row, 7);
+    const bool has_direction = is_integer(row, 3);
+    if (has_time && has_direction && is_integer(row, 5) && is_integer(row, 6)) {
+      count_message(conversation, m, current_->first.type == Corvan::CV_CHATROOM);
+    } else {
+      conversation.has_counted = false;
+      conversation.has_times = conversation.has_times && has_time;
+      pass_message(conversation, m.id, m.sent_time);
+    }
+    if (!has_time || !has_direction) return;
     if (m.direction == 0) {
       newest_own_ = std::max(newest_own_, m.sent_time);
     } else {
@@ -277,17 +302,36 @@ class RowChecks {
     }
   }
 
-  void check_codes(const Message& m, const ConversationKey& key) {
+  // `row` tells which of the values are of their columns' types.
+  void check_codes(const Message& m, const ConversationKey& key, sqlite3_stmt* row) {
     if (m.id < 1) gather(kind::kMessageId, key, m.id, "id", m.id);
-    if (!is_kind(key.type)) {
+    if (is_integer(row, 2) && !is_kind(key.type)) {
       gather(is_code(key.type) ? kind::kSessionType : kind::kCode, key, m.id, "session_type",
              key.type);
     }
+    if (is_integer(row, 3)) check_direction(m, key, is_integer(row, 5));
+    if (is_integer(row, 4)) check_sent_status(m, key);
+    if (is_integer(row, 5) && !is_code(m.read_status)) {
+      gather(kind::kCode, key, m.id, "read_status", m.read_status);
+    }
+    if (is_integer(row, 6) && m.is_mention != 0 && m.is_mention != 1) {
+      gather(kind::kCode, key, m.id, "is_mention", m.is_mention);
+    }
+    const Kind* const wrong = is_integer(row, 7) ? wrong_time(m.sent_time, now_) : nullptr;
+    if (wrong != nullptr) gather_time(*wrong, key, m.id, m.sent_time);
+  }
+
+  void check_direction(const Message& m, const ConversationKey& key, bool has_read_status) {
     if (m.direction == 2) {
       gather(kind::kDirectionCopied, key, m.id, "direction", 2);
     } else if (m.direction != 0 && m.direction != 1) {
       gather(kind::kCode, key, m.id, "direction", m.direction);
+    } else if (m.direction == 0 && has_read_status && m.read_status == 0) {
+      gather(kind::kOwnUnread, key, m.id, "read_status", 0);
     }
+  }
+
+  void check_sent_status(const Message& m, const ConversationKey& key) {
     if (m.sent_status < 0 || m.sent_status > 3) {
       gather(is_code(m.sent_status) ? kind::kSentStatus : kind::kCode, key, m.id, "sent_status",
              m.sent_status);
@@ -295,33 +339,26 @@ class RowChecks {
       gather(m.sent_status == 1 ? kind::kSending : kind::kFailed, key, m.id, "sent_status",
              m.sent_status);
     }
-    if (!is_code(m.read_status)) {
-      gather(kind::kCode, key, m.id, "read_status", m.read_status);
-    }
-    if (m.is_mention != 0 && m.is_mention != 1) {
-      gather(kind::kCode, key, m.id, "is_mention", m.is_mention);
-    }
-    const Kind* const wrong = wrong_time(m.sent_time, now_);
-    if (wrong != nullptr) gather_time(*wrong, key, m.id, m.sent_time);
   }
 
   void find_in_sessions() {
+    static const Conversation none;
     for (std::size_t place = 0; place < result_.sessions.size(); ++place) {
       SessionRow& session = result_.sessions[place];
       const auto found = conversations_.find(session.key);
-      if (found == conversations_.end()) continue;  // its key is none
-      const Conversation& conversation = found->second;
+      // Without a key it is no conversation's row.
+      const bool has_one = session.has_key && found != conversations_.end();
+      const Conversation& conversation = has_one ? found->second : none;
       if (conversation.rows.size() > 1) {
         if (conversation.rows.front() == place) {
           add(kind::kRowTwice, session.key, "t_session").stored = conversation.rows.size();
         }
-        session.usable = false;
+        session.has_key = false;
       }
-      if (!session.usable) continue;
-      session.usable = conversation.usable;
-      if (!session.usable) continue;
       judge(session, conversation, result_.findings);
-      if (conversation.messages == 0) add(kind::kSessionEmpty, session.key, "t_session");
+      if (session.has_key && conversation.messages == 0) {
+        add(kind::kSessionEmpty, session.key, "t_session");
+      }
     }
   }
 
@@ -338,13 +375,12 @@ class RowChecks {
     }
   }
 
-  // The statement gives a conversation, or two blanks, a value and the ids of its messages.
+  // The statement gives a conversation, a value and the ids of its messages.
   void find_twice(const Kind& kind, const std::string& sql) {
     each_row("t_message", sql, [&](sqlite3_stmt* row) {
       Finding finding;
       finding.kind = &kind;
-      const ConversationKey key = {text_at(row, 0), sqlite3_column_int64(row, 1)};
-      if (!key.id.empty()) finding.conversation = key;
+      finding.conversation = {text_at(row, 0), sqlite3_column_int64(row, 1)};
       finding.name = &kind == &kind::kServerUidTwice ? "server_uid" : "client_uid";
       finding.stored = text_at(row, 2);
       finding.messages = ids_of(text_at(row, 3));
@@ -391,8 +427,9 @@ class RowChecks {
   }
 
   void check_mark(const std::string& user, const char* column, int64_t mark, int64_t newest) {
-    if (mark == 0) return;  // was never set
-    const Kind* const wrong = mark < 0 ? &kind::kSyncNegative : wrong_time(mark, now_);
+    const Kind* wrong = nullptr;
+    if (mark < 0) wrong = &kind::kSyncNegative;
+    if (mark > 0) wrong = wrong_time(mark, now_);  // 0: was never set
     if (wrong != nullptr) {
       add_sync(*wrong, user, column).stored = mark;
     } else if (result_.complete && mark < newest) {

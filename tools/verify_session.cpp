@@ -6,8 +6,6 @@
 #include <tuple>
 #include <utility>
 
-#include "db/cv_db_records.h"
-
 namespace corvan_tool {
 
 namespace {
@@ -40,6 +38,7 @@ class Judgement {
     find_counters();
     find_latest();
     find_times();
+    find_not_judged();
   }
 
  private:
@@ -53,19 +52,25 @@ class Judgement {
   }
 
   void find_counters() {
-    const auto find = [&](const Kind& kind, const char* column, int64_t stored,
-                          const Recount& recount, bool derivable) {
+    if (session_.judges_unread) {
+      find_counter(kind::kCounterUnread, "unread_count", session_.unread_count, session_.unread);
+    }
+    if (session_.judges_mention) {
+      find_counter(kind::kCounterMention, "mention_count", session_.mention_count,
+                   session_.mention);
+    }
+  }
+
+  void find_counter(const Kind& kind, const char* column, int64_t stored, const Recount& recount) {
+    if (!recount.allows(stored)) {
       Finding& finding = add(stored < 0 ? kind::kCounterNegative : kind, column);
       finding.stored = stored;
-      if (derivable) finding.derived = recount.derived;
-      finding.mended = derivable;
-    };
-    if (session_.has_wrong_unread()) {
-      find(kind::kCounterUnread, "unread_count", session_.unread_count, session_.unread,
-           session_.counts_unread());
-    }
-    if (session_.has_wrong_mention()) {
-      find(kind::kCounterMention, "mention_count", session_.mention_count, session_.mention, true);
+      finding.derived = recount.mended(stored);
+      finding.mended = true;
+    } else if (!recount.explains(stored)) {
+      Finding& finding = add(kind::kCounterUntold, column);
+      finding.stored = stored;
+      finding.derived = {{"least", recount.sure}, {"most", recount.most()}};
     }
   }
 
@@ -83,10 +88,13 @@ class Judgement {
   }
 
   void find_times() {
-    if (session_.has_wrong_time()) {
-      Finding& finding = add(kind::kSessionTime, "session_time");
+    const TimeState state = session_.time_state();
+    if (state != TimeState::kRight) {
+      Finding& finding =
+          add(state == TimeState::kApart ? kind::kSessionTimeApart : kind::kSessionTime,
+              "session_time");
       finding.stored = session_.session_time;
-      finding.derived = session_.latest_time;
+      finding.derived = session_.right_time();
       finding.mended = true;
     }
     check_time("session_time", session_.session_time);
@@ -96,8 +104,16 @@ class Judgement {
   }
 
   void check_time(const char* column, int64_t time) {
-    const Kind* const wrong = wrong_time(time, now_);
+    const Kind* const wrong = session_.is_number(column) ? wrong_time(time, now_) : nullptr;
     if (wrong != nullptr) add(*wrong, column).stored = time;
+  }
+
+  void find_not_judged() {
+    std::string columns;
+    for (const std::string& column : session_.not_judged()) {
+      columns += columns.empty() ? column : ", " + column;
+    }
+    if (!columns.empty()) add(kind::kNotJudged, columns);
   }
 
   const SessionRow& session_;
@@ -107,43 +123,61 @@ class Judgement {
 
 }  // namespace
 
-bool SessionRow::counts_unread() const {
-  return key.type != Corvan::CV_CHATROOM;
+TimeState SessionRow::time_state() const {
+  const bool names_own = latest == LatestState::kGood || latest == LatestState::kOlder;
+  if (!judges_time || !names_own) return TimeState::kRight;
+  if (session_time == latest_time || session_time == right_time()) return TimeState::kRight;
+  if (is_moved_by_draft(latest_time)) return TimeState::kRight;
+  return session_time > right_time() || latest_is_own ? TimeState::kApart : TimeState::kWrong;
 }
 
-bool SessionRow::has_wrong_time() const {
-  const bool names_own = latest == LatestState::kGood || latest == LatestState::kOlder;
-  // A draft moves the conversation to the time at which it was stored.
-  return usable && names_own && session_time != latest_time &&
-         !(has_draft && session_time > latest_time);
+std::vector<std::string> SessionRow::not_judged() const {
+  std::vector<std::string> columns;
+  if (!judges_unread) columns.emplace_back("unread_count");
+  if (!judges_mention) columns.emplace_back("mention_count");
+  if (!judges_latest) columns.emplace_back("latest_id");
+  if (!judges_time) columns.emplace_back("session_time");
+  return columns;
 }
 
 void count_message(Conversation& conversation, const Message& m, bool is_chat_room) {
-  const bool is_after = m.sent_time > conversation.read_time;
-  const bool is_unread = m.read_status == 0;
-  const bool is_copied = m.direction == 2 && is_unread && is_after;
-  if (is_unread) {
-    const bool is_sure = m.direction == 1 && is_after;
-    ++(is_sure ? conversation.unread.sure : conversation.unread.could);
-    if (is_sure || is_copied) ++conversation.unread.derived;
-  } else if (is_chat_room && m.direction != 0) {
-    ++conversation.unread.could;
+  const bool is_later = m.sent_time > conversation.read_time;
+  const bool is_since = is_later || conversation.has_cleared;
+  // Were it saved as history, an older message would not be counted.
+  const bool is_newer = conversation.messages == 0 || m.sent_time > conversation.newest_time;
+  const auto add = [&](Recount& recount) {
+    const bool is_sure = m.direction == 1 && is_later && is_newer;
+    ++(is_sure ? recount.sure : is_since ? recount.since : recount.before);
+  };
+  if (m.read_status == 0) add(conversation.unread);
+  if (is_chat_room && m.direction != 0) {
+    ++(is_since ? conversation.unread.since : conversation.chat_before);
   }
-  if (m.is_mention == 1) {
-    const bool is_sure = m.direction == 1 && is_after;
-    ++(is_sure ? conversation.mention.sure : conversation.mention.could);
-    if (is_sure || is_copied) ++conversation.mention.derived;
-  }
+  if (m.is_mention == 1) add(conversation.mention);
+  if (m.direction == 1 && m.sent_time == conversation.read_time) conversation.has_cleared = true;
+  pass_message(conversation, m.id, m.sent_time);
+}
+
+void pass_message(Conversation& conversation, int64_t id, int64_t sent_time) {
   ++conversation.messages;
   if (conversation.newest_id < 0 ||
-      std::tie(m.sent_time, m.id) > std::tie(conversation.newest_time, conversation.newest_id)) {
-    conversation.newest_id = m.id;
-    conversation.newest_time = m.sent_time;
+      std::tie(sent_time, id) > std::tie(conversation.newest_time, conversation.newest_id)) {
+    conversation.newest_id = id;
+    conversation.newest_time = sent_time;
   }
 }
 
 void judge(SessionRow& session, const Conversation& conversation, std::vector<Finding>& findings) {
+  const bool can_count =
+      session.has_key && conversation.has_counted && session.is_number("read_time");
+  session.judges_unread = can_count && session.is_number("unread_count");
+  session.judges_mention = can_count && session.is_number("mention_count");
+  session.judges_latest =
+      session.has_key && conversation.has_times && session.is_number("latest_id");
+  session.judges_time = session.judges_latest && session.is_number("session_time");
   session.unread = conversation.unread;
+  // Nothing tells what came before the clearing.
+  if (!conversation.has_cleared) session.unread.before += conversation.chat_before;
   session.mention = conversation.mention;
   session.newest_id = conversation.newest_id;
   session.newest_time = conversation.newest_time;

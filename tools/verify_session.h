@@ -5,38 +5,52 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "tools/verify_finding.h"
 
 namespace corvan_tool {
 
-// What a counter can be by a conversation's messages. The rules of the store:
-// - A live save counts a received message when its caller says so, and a mention in any case. What
-//   is unread then counts until it is marked read or deleted by id.
-// - clear_unread sets the counters to 0, read_time to the time of the newest received message, and
-//   marks the received messages after the read_time before. So a received message after read_time
-//   that is unread is one that came since, and counts for sure.
-// - It leaves unread what came late, with a time up to the read_time before, and what is not of
-//   direction 1. Such a message counts when it came, or was marked unread, after the clearing, and
-//   no row tells when that was.
-// - In a chat room every message is stored as read, so that its counter cannot be told from them.
+// What a counter can be by a conversation's messages:
+// - A live save counts a received message when its caller says so, and a mention in any case; one
+//   that is saved as history counts only when it is newer than its conversation. What is unread
+//   then counts until it is marked read or deleted by id. So what is unread, received, later than
+//   read_time and newer than all that came before it counts for sure.
+// - clear_unread sets the counters to 0, and read_time to the time of the newest received message.
+//   Later messages, and those that came after the first received one of that time, may have been
+//   counted since; of the others, only what was marked unread again.
+// - In a chat room every message is stored as read, and whether it counts is the client's choice:
+//   all that were received since the clearing may count there, and none for sure.
 struct Recount {
-  int64_t sure = 0;     // count in any case
-  int64_t could = 0;    // count or not
-  int64_t derived = 0;  // unread and received (as direction 1 or 2) after read_time: the store's
-                        // own recount, were it to look at direction 1 as well
+  int64_t sure = 0;    // count in any case
+  int64_t since = 0;   // came since the last clearing, as far as the rows tell, and may count
+  int64_t before = 0;  // count only if they were marked unread after it
 
-  bool allows(int64_t stored) const { return stored >= sure && stored <= sure + could; }
+  int64_t most() const { return sure + since + before; }
+  bool allows(int64_t stored) const { return stored >= sure && stored <= most(); }
+  // Whether all that came since the clearing count, or only what does for sure.
+  bool explains(int64_t stored) const { return stored == sure || stored == sure + since; }
+  // For a value that is not allowed: a counter too low is raised no further than is sure.
+  int64_t mended(int64_t stored) const { return stored < sure ? sure : sure + since; }
 };
 
 enum class LatestState { kGood, kNoMessages, kNone, kMissing, kForeign, kOlder };
+
+// How session_time stands to the time of the message that latest_id names.
+enum class TimeState {
+  kRight,  // or nothing tells
+  kApart,  // not its time, as ordinary use leaves it
+  kWrong
+};
 
 // A row of t_session with what the messages say of it.
 struct SessionRow {
   int64_t rowid = 0;
   ConversationKey key;
-  bool usable = true;  // all its values, and its messages', are of their columns' types
+  bool has_key = true;               // its key is one, and no other row has the same
+  std::set<std::string> no_numbers;  // the columns that hold another type than their own
   bool has_draft = false;
   int64_t session_time = 0;
   int64_t unread_count = 0;
@@ -45,20 +59,34 @@ struct SessionRow {
   int64_t read_time = 0;
   int64_t receipt_time = 0;
 
+  // Whether the columns, and those of the messages that they follow from, hold what they should.
+  bool judges_unread = false;
+  bool judges_mention = false;
+  bool judges_latest = false;
+  bool judges_time = false;
+
   Recount unread;
   Recount mention;
   LatestState latest = LatestState::kNoMessages;
-  int64_t latest_time = 0;  // of the message that latest_id names, when it is this conversation's
-  int64_t newest_id = -1;   // as get_message_latestid has it
+  int64_t latest_time = 0;     // of the message that latest_id names
+  bool latest_is_own = false;  // that message is of direction 0
+  int64_t newest_id = -1;      // as get_message_latestid has it
   int64_t newest_time = 0;
 
-  bool counts_unread() const;  // false in a chat room: derived then says nothing
-  bool has_wrong_unread() const { return usable && !unread.allows(unread_count); }
-  bool has_wrong_mention() const { return usable && !mention.allows(mention_count); }
+  bool is_number(const std::string& column) const { return no_numbers.count(column) == 0; }
+  bool has_wrong_unread() const { return judges_unread && !unread.allows(unread_count); }
+  bool has_wrong_mention() const { return judges_mention && !mention.allows(mention_count); }
   bool has_wrong_latest() const {
-    return usable && latest != LatestState::kGood && latest != LatestState::kNoMessages;
+    return judges_latest && latest != LatestState::kGood && latest != LatestState::kNoMessages;
   }
-  bool has_wrong_time() const;
+  TimeState time_state() const;
+  // What session_time should be, where time_state() tells: of an older latest message the newest
+  // one's time.
+  int64_t right_time() const { return latest == LatestState::kOlder ? newest_time : latest_time; }
+  // Whether a draft explains that session_time is later than `time`: storing it moved it.
+  bool is_moved_by_draft(int64_t time) const { return has_draft && session_time > time; }
+  // The columns that are not judged.
+  std::vector<std::string> not_judged() const;
 };
 
 // What the messages of one conversation come to.
@@ -66,9 +94,12 @@ struct Conversation {
   std::vector<std::size_t> rows;  // of t_session, by their places; one, unless something is wrong
   int64_t read_time = 0;
   int64_t messages = 0;
-  bool usable = true;
+  bool has_counted = true;   // every message could be counted
+  bool has_times = true;     // every message's time is a number
+  bool has_cleared = false;  // a received message of the time read_time has been met
   Recount unread;
   Recount mention;
+  int64_t chat_before = 0;  // received in a chat room until read_time, before such a message
   int64_t newest_id = -1;
   int64_t newest_time = 0;
 };
@@ -82,12 +113,15 @@ struct Message {
   int64_t sent_time = 0;
 };
 
-// Adds a message to what its conversation comes to.
+// Adds a message to what its conversation comes to. They come in the order of their ids, which is
+// the order in which they were saved.
 void count_message(Conversation& conversation, const Message& message, bool is_chat_room);
 
-// Completes a usable row with what its messages come to, and appends what is wrong with it. That
-// the row's `latest` is kGood or kForeign, with `latest_time`, has been settled by the message that
-// it names.
+// Adds only its time, when what counts it is not known.
+void pass_message(Conversation& conversation, int64_t id, int64_t sent_time);
+
+// Completes a row with what its messages come to, and appends what is wrong with it. That the row's
+// `latest` is kGood or kForeign, with `latest_time`, has been settled by the message that it names.
 void judge(SessionRow& session, const Conversation& conversation, std::vector<Finding>& findings);
 
 // The kind of finding that a time is; null for a plausible one. `now` is in milliseconds.

@@ -183,7 +183,7 @@ const std::vector<Planted>& all_planted() {
        Json::array({"column more text"}),
        Json::array(),
        {}},
-      {"delete from t_version", "version-missing", "impossible", "t_version", none, "1", {}},
+      {"delete from t_version", "version-missing", "allowed", "t_version", none, "1", {}},
       {"insert into t_version values('1')",
        "version-twice",
        "impossible",
@@ -229,7 +229,7 @@ const std::vector<Planted>& all_planted() {
        6,
        {},
        "sequence"},
-      {"insert into t_sync(user_id) values(null)",
+      {"insert into t_sync values(null,1700000005000,1700000004000)",
        "column-type",
        "impossible",
        "t_sync.user_id of ",
@@ -286,7 +286,7 @@ const std::vector<Planted>& all_planted() {
        -4,
        none,
        {-4}},
-      {"insert into t_sync values('me',-1,0)",
+      {"insert into t_sync values('me',-1,1700000004000)",
        "sync-negative",
        "impossible",
        "t_sync.receive_time of me",
@@ -336,8 +336,17 @@ const std::vector<Planted>& all_planted() {
        "allowed",
        "unread_count",
        9,
-       none,
-       {}},
+       1,
+       {},
+       "counters"},
+      {"update t_session set unread_count=-3 where session_id='hall'",
+       "counter-negative",
+       "allowed",
+       "unread_count",
+       -3,
+       0,
+       {},
+       "counters"},
       {"update t_session set mention_count=2 where session_id='room'",
        "counter-mention",
        "allowed",
@@ -394,13 +403,13 @@ const std::vector<Planted>& all_planted() {
        kTime + 2000,
        {},
        "times"},
-      {"update t_message set server_uid='s1' where id in(3,5)",
+      {"update t_message set server_uid='s1' where id=3",
        "server-uid-twice",
        "allowed",
        "server_uid",
        "s1",
        none,
-       {1, 3, 5}},
+       {1, 3}},
       {"update t_message set client_uid=42,sender='me' where id=4",
        "client-key-twice",
        "allowed",
@@ -408,14 +417,14 @@ const std::vector<Planted>& all_planted() {
        "42 of me",
        none,
        {4, 5}},
-      {"update t_session set read_time=9000000000000 where session_id='hall'",
+      {"update t_session set read_time=9000000000000,unread_count=0 where session_id='hall'",
        "time-future",
        "allowed",
        "read_time",
        9000000000000,
        none,
        {}},
-      {"insert into t_sync values('me',1700009999,0)",
+      {"insert into t_sync values('me',1700009999,1700000004000)",
        "time-unit",
        "allowed",
        "t_sync.receive_time of me",
@@ -430,6 +439,37 @@ const std::vector<Planted>& all_planted() {
        Json{{"least", 1700000000}, {"most", 1700000001}},
        none,
        {1, 2}},
+      {"update t_session set unread_count=1,mention_count=0,read_time=1700000002000 "
+       "where session_id='room'",
+       "counter-untold",
+       "note",
+       "unread_count",
+       1,
+       Json{{"least", 0}, {"most", 3}},
+       {}},
+      {"update t_session set session_time=session_time+1 where session_id='room'",
+       "session-time-apart",
+       "note",
+       "session_time",
+       kTime + 2001,
+       kTime + 2000,
+       {},
+       "times"},
+      {"update t_session set session_time=session_time-1 where session_id='u01'",
+       "session-time-apart",
+       "note",
+       "session_time",
+       kTime + 3999,
+       kTime + 4000,
+       {},
+       "times"},
+      {"update t_message set read_status=0 where id=5",
+       "own-unread",
+       "note",
+       "read_status",
+       0,
+       none,
+       {5}},
       {"update t_message set sent_status=1 where id=5",
        "sending",
        "note",
@@ -466,7 +506,14 @@ const std::vector<Planted>& all_planted() {
        none,
        none,
        {4, 5}},
-      {"insert into t_sync values('me',0,1700000003999)",
+      {"insert into t_sync values('me',0,1700000004000)",
+       "sync-behind",
+       "note",
+       "t_sync.receive_time of me",
+       0,
+       kTime + 5000,
+       {}},
+      {"insert into t_sync values('me',1700000005000,1700000003999)",
        "sync-behind",
        "note",
        "t_sync.sent_time of me",
@@ -533,7 +580,22 @@ TEST_F(VerifyTest, FindingsWithOthersBeside) {
       {"create table copy as select * from t_session;drop table t_session;"
        "alter table copy rename to t_session;insert into t_session select * from t_session "
        "where session_id='room'",
-       {"table-differs", "index-missing", "row-twice"}},
+       {"table-differs", "index-missing", "row-twice", "not-judged"}},
+      // A value of another type hides no finding that does not follow from it.
+      {"update t_session set silence=null,unread_count=-9 where session_id='room'",
+       {"column-type", "counter-negative"}},
+      {"update t_session set is_top='x',latest_id=0 where session_id='room'",
+       {"column-type", "latest-none"}},
+      {"update t_message set sent_status='x',direction=5 where id=1;"
+       "update t_session set unread_count=8,latest_id=0 where session_id='room'",
+       {"column-type", "code-impossible", "counter-unread", "latest-none"}},
+      {"update t_session set latest_id='x',unread_count=8 where session_id='room'",
+       {"column-type", "counter-unread", "not-judged"}},
+      {"update t_session set read_time='x',unread_count=8,latest_id=0 where session_id='room'",
+       {"column-type", "latest-none", "not-judged"}},
+      {"update t_message set read_status='x' where id=1;"
+       "update t_session set unread_count=8,latest_id=0 where session_id='room'",
+       {"column-type", "latest-none", "not-judged"}},
       {"create table copy as select * from t_message;drop table t_message;"
        "create table t_message as select id,session_id from copy;drop table copy",
        {"rows-unread", "table-differs", "index-missing"}},
@@ -562,7 +624,8 @@ TEST_F(VerifyTest, TextTellsWhereWhatAndWhy) {
   EXPECT_EQ(outcome.out.substr(0, outcome.out.find('\n')),
             "1 finding: 0 impossible, 1 allowed; 1 note");
   for (const char* part :
-       {"\n\ncounter-unread (allowed, 1): unread_count is not ", "\n  by: save_message, ",
+       {"\n\ncounter-unread (allowed, 1): unread_count is more or less than ",
+        "\n  by: save_message, ",
         "\n  mended by: --repair counters\n    room (group) unread_count 5, derived: 3\n",
         "\n\nfailed (note, 1): ",
         "\n    u01 (private) sent_status 2: messages 7, 8, 9, 10, 11, 12, 13, 14, 15, 16 and 2 "
@@ -595,9 +658,7 @@ TEST_F(VerifyTest, OperationsThatExplainAFinding) {
     std::function<void(OpenStore&)> call;
   };
   const std::vector<Case> cases = {
-      {"save_message",
-       {"counter-unread"},
-       [&](OpenStore& s) { save(s, "room", kTime + 500, false, true); }},
+      {"save_message", {}, [&](OpenStore& s) { save(s, "room", kTime + 500, false, true); }},
       {"save_message", {"latest-older"}, [&](OpenStore& s) { save(s, "room", kTime + 500); }},
       {"save_message",
        {"counter-unread", "latest-older"},
@@ -643,10 +704,10 @@ TEST_F(VerifyTest, OperationsThatExplainAFinding) {
        {"latest-missing"},
        [](OpenStore& s) { s->set_send_time(99, kTime + 9000, "", "room", CV_GROUP, 0); }},
       {"set_send_time_for_dup_msg",
-       {"session-time"},
+       {"session-time-apart"},
        [](OpenStore& s) { s->set_send_time_for_dup_msg(5, kTime + 9000, "s5"); }},
       {"set_message_draft",
-       {"session-time"},
+       {"session-time-apart"},
        [](OpenStore& s) {
          s->set_message_draft("room", CV_GROUP, "a");
          s->set_message_draft("room", CV_GROUP, "");
@@ -670,6 +731,28 @@ TEST_F(VerifyTest, OperationsThatExplainAFinding) {
        [](OpenStore& s) {
          s->update_sent_status(5, 1);
          s->clear_sendstatus(true);
+       }},
+      {"update_message_status",
+       {"counter-mention", "counter-unread"},
+       [](OpenStore& s) { s->update_message_status("room", CV_GROUP); }},
+      {"set_unread_readtime",
+       {"counter-mention", "counter-unread"},
+       [](OpenStore& s) { s->set_unread_readtime("room", CV_GROUP, kTime); }},
+      {"set_message_latestid",
+       {"latest-older"},
+       [](OpenStore& s) { s->set_message_latestid("room", CV_GROUP, 1, kTime); }},
+      {"set_send_time",
+       {"latest-none"},
+       [](OpenStore& s) { s->set_send_time(0, kTime + 9000, "", "room", CV_GROUP, 0); }},
+      {"set_receipttime",
+       {"time-future"},
+       [](OpenStore& s) { s->set_receipttime("u01", CV_PRIVATE, 9000000000000); }},
+      {"set_read_status", {"own-unread"}, [](OpenStore& s) { s->set_read_status(5, 0); }},
+      {"sync_unread",
+       {"counter-untold"},
+       [](OpenStore& s) {
+         s->sync_unread("room", CV_GROUP, kTime + 2000);
+         s->set_unread_by_value("room", CV_GROUP, -1, 0);
        }},
       {"set_sync_time", {"sync-behind"}, [](OpenStore& s) { s->set_sync_time(kTime, true); }},
       {"set_read_status", {}, [](OpenStore& s) { s->set_read_status(2, 1); }},
@@ -790,6 +873,197 @@ TEST_F(VerifyTest, RecountIsWhatTheOperationsLeaveAndRepairBringsItBack) {
     repair("counters,latest,times", {"--backup", folder.file("was" + std::to_string(seed))});
     EXPECT_EQ(rows(kContent), before);
   }
+}
+
+// Counters of stores that operations have left, and what becomes of one that is 5 more or far less.
+TEST_F(VerifyTest, CounterIsPutBackAsFarAsTheRowsTell) {
+  struct Case {
+    const char* what;
+    std::function<void(OpenStore&)> call;
+    int64_t stored;  // unread_count, as the operations leave it
+    int64_t more;    // what is made of one that is 5 more; -1 when it may be so and stays
+    int64_t less;    // what is made of one below 0
+  };
+  const auto save_some = [this](OpenStore& s, int64_t time, int count, bool history = false) {
+    for (int i = 0; i < count; ++i) EXPECT_GT(save(s, "room", time + i, false, history), 0);
+  };
+  const std::vector<Case> cases = {
+      {"live", [&](OpenStore& s) { save_some(s, kTime, 4); }, 4, 4, 4},
+      {"older history is not counted",
+       [&](OpenStore& s) {
+         save_some(s, kTime + 100, 3);
+         save_some(s, kTime, 9, true);
+       },
+       3, -1, 3},
+      {"history alone, newest first",
+       [&](OpenStore& s) {
+         for (int i = 3; i > 0; --i) save_some(s, kTime + i, 1, true);
+       },
+       1, 3, 1},
+      {"late ones after a clearing count",
+       [&](OpenStore& s) {
+         save_some(s, kTime + 100, 3);
+         s->clear_unread("room", CV_GROUP);
+         save_some(s, kTime, 4);
+       },
+       4, 4, 0},
+      {"late ones before a clearing do not",
+       [&](OpenStore& s) {
+         save_some(s, kTime + 100, 1);
+         s->clear_unread("room", CV_GROUP);
+         save_some(s, kTime, 3);
+         save_some(s, kTime + 200, 1);
+         s->clear_unread("room", CV_GROUP);
+       },
+       0, 0, 0},
+      {"an unread one that was cleared by its time",
+       [&](OpenStore& s) {
+         save_some(s, kTime, 9);
+         s->sync_unread("room", CV_GROUP, kTime + 8);
+       },
+       0, -1, 0},
+  };
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.what);
+    std::filesystem::remove_all(store());
+    std::filesystem::create_directory(store());
+    {
+      OpenStore open(store(), "me");
+      one.call(open);
+      EXPECT_EQ(open.failure(), "");
+    }
+    const Rows counter = {std::to_string(one.stored)};
+    EXPECT_EQ(rows("select unread_count from t_session"), counter);
+    const Rows found = codes(Json::parse(run({"verify", store(), "--json"}).out));
+    for (const char* code : {"counter-unread", "counter-untold"}) {
+      EXPECT_EQ(std::count(found.begin(), found.end(), code), 0) << code;
+    }
+    plant("update t_session set unread_count=unread_count+5");
+    const int64_t more = one.more < 0 ? one.stored + 5 : one.more;
+    repair("counters", {"--backup", folder.file("more")});
+    EXPECT_EQ(rows("select unread_count from t_session"), Rows{std::to_string(more)});
+    if (one.more < 0) {
+      finding(Json::parse(run({"verify", store(), "--json"}).out), "counter-untold");
+    }
+    plant("update t_session set unread_count=-7");
+    repair("counters", {"--backup", folder.file("less")});
+    EXPECT_EQ(rows("select unread_count from t_session"), Rows{std::to_string(one.less)});
+    std::filesystem::remove_all(folder.file("more"));
+    std::filesystem::remove_all(folder.file("less"));
+  }
+}
+
+TEST_F(VerifyTest, ChatRoomCountsWhatCameSinceItsClearing) {
+  std::string lines;
+  for (int i = 0; i < 8; ++i) {
+    lines += line({{"session_id", "hall"}, {"session_type", 3}, {"sent_time", kTime + i}});
+  }
+  import(lines);
+  const Rows in_range = {"counter-untold"};
+  const std::vector<std::pair<int, Rows>> fresh = {
+      {-1, {"counter-negative"}}, {0, {}}, {3, in_range}, {8, {}}, {9, {"counter-unread"}}};
+  for (const auto& [count, expected] : fresh) {
+    SCOPED_TRACE(count);
+    plant("update t_session set unread_count=" + std::to_string(count));
+    const bool is_wrong = count < 0 || count > 8;
+    EXPECT_EQ(codes(verify(is_wrong ? 1 : 0)), expected);
+  }
+  repair("counters", {"--backup", folder.file("was")});
+  EXPECT_EQ(rows("select unread_count from t_session"), Rows{"8"});
+  {
+    OpenStore open(store(), "me");
+    open->clear_unread("hall", CV_CHATROOM);
+    EXPECT_EQ(open.failure(), "");
+  }
+  EXPECT_EQ(codes(verify(0)), Rows{});
+  plant("update t_session set unread_count=5");
+  EXPECT_EQ(finding(verify(1), "counter-unread")["rows"][0]["derived"], 0);
+}
+
+TEST_F(VerifyTest, OwnMentionCounts) {
+  import(line({{"sender", "me"}, {"is_receive", false}, { "is_mention", true }}));
+  EXPECT_EQ(codes(verify(0)), Rows{});
+  plant("update t_session set mention_count=6");
+  EXPECT_EQ(changes(repair("counters")), Rows{"counters room mention_count 6 -> 1"});
+}
+
+TEST_F(VerifyTest, OlderLatestMessageLeavesARightTime) {
+  import_sample();
+  plant("update t_session set latest_id=1 where session_id='room'");
+  EXPECT_EQ(codes(verify(1)), Rows{"latest-older"});
+  EXPECT_EQ(changes(repair("times")), Rows{});
+  plant("update t_session set session_time=session_time-500 where session_id='room'");
+  EXPECT_EQ(finding(verify(1), "session-time")["rows"][0]["derived"], kTime + 2000);
+  const Rows expected = {"latest room latest_id 1 -> 3",
+                         "latest room session_time 1700000001500 -> 1700000002000"};
+  EXPECT_EQ(changes(repair("times,latest")), expected);
+}
+
+TEST_F(VerifyTest, DraftKeepsItsTime) {
+  import_sample();
+  plant(
+      "update t_session set draft='x',session_time=1700000009000,latest_id=0 "
+      "where session_id='room'");
+  EXPECT_EQ(changes(repair(kAll)), Rows{"latest room latest_id 0 -> 3"});
+  EXPECT_EQ(codes(verify(0)), Rows{});
+}
+
+TEST_F(VerifyTest, ServerUidTwiceNamesEachConversation) {
+  import_sample();
+  plant("update t_message set server_uid='s1' where id in(3,5)");
+  const Json rows = finding(verify(1), "server-uid-twice")["rows"];
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_EQ(rows[0]["session_id"], "room");
+  EXPECT_EQ(rows[0]["messages"], Json({1, 3}));
+  EXPECT_EQ(rows[1]["session_id"], "u01");
+  EXPECT_EQ(rows[1]["messages"], Json({5}));
+}
+
+TEST_F(VerifyTest, WhatIsLeftIsSaidWithTheReason) {
+  import_sample();
+  plant(
+      "update t_session set unread_count='x',mention_count=4 where session_id='room';"
+      "update t_session set session_time=null where session_id='u01'");
+  const std::string reason =
+      "what it follows from is of another type than its column's, or the conversation has several "
+      "rows; see 'corvan verify'";
+  const Outcome tried = run({"verify", store(), "--repair", "counters,times", "--dry-run"});
+  EXPECT_EQ(tried.status, 1);
+  EXPECT_EQ(tried.out,
+            "REPAIR    CONVERSATION  WHAT           CHANGE\n"
+            "counters  room (group)  mention_count  4 -> 1\n"
+            "would be changed: 1\n"
+            "left: counters room (group) unread_count: " +
+                reason + "\nleft: times u01 (private) session_time: " + reason + "\n");
+
+  const Outcome done = run({"verify", store(), "--repair", "counters", "--json"});
+  EXPECT_EQ(done.status, 1);
+  EXPECT_EQ(Json::parse(done.out)["left"], Json::array({{{"repair", "counters"},
+                                                         {"session_id", "room"},
+                                                         {"session_type", 2},
+                                                         {"name", "unread_count"},
+                                                         {"reason", reason}}}));
+  EXPECT_EQ(rows("select mention_count from t_session where session_id='room'"), Rows{"1"});
+  const Outcome none = run({"verify", store(), "--repair", "times"});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.out.rfind("nothing could be mended\nleft: times u01 ", 0), 0U) << none.out;
+  EXPECT_EQ(output({"verify", store(), "--repair", "latest"}), "nothing to mend\n");
+}
+
+TEST_F(VerifyTest, BackupsOfOneSecondLieBesideTheStore) {
+  import_sample();
+  // Quick enough that some of them fall into one second.
+  for (int i = 0; i < 4; ++i) {
+    plant("update t_session set unread_count=8 where session_id='room'");
+    EXPECT_EQ(changes(repair("counters")).size(), 1U);
+  }
+  EXPECT_EQ(backups().size(), 4U);
+
+  plant("update t_session set unread_count=8 where session_id='room'");
+  const Outcome outcome = run({"verify", store() + "/.", "--repair", "counters"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(backups().size(), 5U);
+  for (const auto& [name, content] : listing(store())) EXPECT_EQ(name.rfind("corvan", 0), 0U);
 }
 
 TEST_F(VerifyTest, RepairChangesWhatIsNamedAndTellsIt) {
