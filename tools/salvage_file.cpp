@@ -15,11 +15,14 @@ namespace corvan_tool {
 namespace {
 
 constexpr std::string_view kMagic("SQLite format 3\0", 16);
+constexpr std::string_view kLogMagic("\x37\x7f\x06\x82", 4);
+constexpr std::string_view kBigEndianLogMagic("\x37\x7f\x06\x83", 4);
 constexpr std::size_t kLogHeader = 32;
 constexpr std::size_t kFrameHeader = 24;
 constexpr std::size_t kStorePage = 4096;
 constexpr std::size_t kSmallestPage = 512;
 constexpr std::size_t kLargestPage = 65536;
+constexpr std::size_t kLeastUsable = 480;  // of a page
 
 bool is_page_size(std::size_t size) {
   return size >= kSmallestPage && size <= kLargestPage && (size & (size - 1)) == 0;
@@ -33,26 +36,36 @@ std::size_t page_size_in(std::string_view header) {
   return is_page_size(page) ? page : 0;
 }
 
-// The share of the file's pages that are sound when they are taken to be of that size. Cells and
-// free space fill a page to its last byte, so hardly one is when they are of another.
-double sound_share(const ReadOnlyFile& file, std::size_t page_size) {
-  constexpr std::uint64_t kSamples = 256;
-  const std::uint64_t pages = file.size() / page_size;
-  const std::uint64_t step = std::max<std::uint64_t>(1, pages / kSamples);
+using ReadPage = std::function<bool(PageNumber page, std::string& bytes)>;
+
+// The share of the pages that are sound when so much of each is usable. Cells and free space fill
+// a page to its last byte, so hardly one is when the size is another.
+double sound_share(PageNumber pages, std::size_t usable, const ReadPage& read) {
+  constexpr PageNumber kSamples = 256;
+  const PageNumber step = std::max<PageNumber>(1, pages / kSamples);
   std::uint64_t tried = 0;
   std::uint64_t sound = 0;
   std::string bytes;
-  for (std::uint64_t number = 1; number < pages; number += step) {
+  for (std::uint64_t number = 2; number <= pages; number += step) {
     ++tried;
-    if (!file.read(number * page_size, page_size, bytes)) continue;
-    const auto page = parse_page(bytes, page_size, false);
+    if (!read(static_cast<PageNumber>(number), bytes)) continue;
+    const auto page = parse_page(bytes, usable, false);
     if (page && page->sound && !page->cells.empty()) ++sound;
   }
   return tried == 0 ? 0 : static_cast<double>(sound) / static_cast<double>(tried);
 }
 
-std::size_t guessed_page_size(const ReadOnlyFile& file) {
-  std::size_t best = kStorePage;
+double sound_share(const ReadOnlyFile& file, std::size_t page_size) {
+  const auto pages =
+      static_cast<PageNumber>(std::min<std::uint64_t>(file.size() / page_size, UINT32_MAX - 1));
+  return sound_share(pages, page_size, [&](PageNumber page, std::string& bytes) {
+    return file.read((page - std::uint64_t{1}) * page_size, page_size, bytes);
+  });
+}
+
+// The size by which most pages are sound; `stated` unless another is better.
+std::size_t guessed_page_size(const ReadOnlyFile& file, std::size_t stated) {
+  std::size_t best = stated;
   double best_share = sound_share(file, best);
   for (std::size_t size = kSmallestPage; size <= kLargestPage; size *= 2) {
     const double share = sound_share(file, size);
@@ -62,6 +75,17 @@ std::size_t guessed_page_size(const ReadOnlyFile& file) {
     }
   }
   return best;
+}
+
+// Whether a file of `in_file` pages and the first commit of its log can have so many pages: the
+// commit itself adds those that the file does not have. Of a file without a page nothing is known.
+bool reaches(PageNumber in_file, PageNumber committed,
+             const std::unordered_map<PageNumber, std::uint64_t>& in_commit) {
+  if (in_file == 0 || committed <= in_file) return true;
+  const auto added = std::count_if(
+      in_commit.begin(), in_commit.end(),
+      [in_file](const auto& page_and_frame) { return page_and_frame.first > in_file; });
+  return static_cast<PageNumber>(added) >= (committed - in_file) / 2;
 }
 
 }  // namespace
@@ -112,7 +136,10 @@ struct DamagedFile::Frame {
   std::string summed;  // what the checksum is of
 };
 
-DamagedFile::DamagedFile(const std::string& path) : main_(path, false), wal_(path + "-wal", true) {
+// A log of no name is one that is not there.
+DamagedFile::DamagedFile(const std::string& path, bool with_log)
+    : main_(path, with_log), wal_(with_log ? path + "-wal" : "", true) {
+  refuse_log(path);
   std::string header;
   if (!main_.read(0, kFileHeader, header)) header.clear();
   read_log_header();
@@ -123,10 +150,19 @@ DamagedFile::DamagedFile(const std::string& path) : main_(path, false), wal_(pat
   read_header();
 }
 
+void DamagedFile::refuse_log(const std::string& path) const {
+  std::string magic;
+  if (!main_.read(0, 4, magic) || (magic != kLogMagic && magic != kBigEndianLogMagic)) return;
+  throw ToolError(path +
+                  ": a write-ahead log; name the file beside it, without -wal at its end, even "
+                  "where that file is gone");
+}
+
+// A log's header has a checksum, so it is believed before the file's.
 void DamagedFile::find_page_size(std::string_view header) {
-  page_size_ = page_size_in(header);
-  if (page_size_ == 0) page_size_ = log_page_size_;
-  if (page_size_ == 0) page_size_ = guessed_page_size(main_);
+  const std::size_t stated = page_size_in(header);
+  page_size_ = log_page_size_;
+  if (page_size_ == 0) page_size_ = guessed_page_size(main_, stated == 0 ? kStorePage : stated);
   usable_ = page_size_;
 }
 
@@ -145,11 +181,11 @@ DamagedFile::Checksum DamagedFile::sum(Checksum start, std::string_view bytes) c
 void DamagedFile::read_log_header() {
   std::string header;
   if (!wal_.read(0, kLogHeader, header)) return;
-  const std::uint64_t magic = number_at(header, 0, 4);
-  log_is_big_endian_ = magic == 0x377f0683;
+  const std::string_view magic = std::string_view(header).substr(0, 4);
+  log_is_big_endian_ = magic == kBigEndianLogMagic;
   const Checksum found = sum({}, std::string_view(header).substr(0, 24));
   const auto size = static_cast<std::size_t>(number_at(header, 8, 4));
-  log_header_is_sound_ = (magic == 0x377f0682 || log_is_big_endian_) && is_page_size(size) &&
+  log_header_is_sound_ = (magic == kLogMagic || log_is_big_endian_) && is_page_size(size) &&
                          found.first == number_at(header, 24, 4) &&
                          found.second == number_at(header, 28, 4);
   if (!log_header_is_sound_) return;
@@ -172,27 +208,44 @@ bool DamagedFile::read_frame(std::uint64_t number, Frame& frame) const {
 }
 
 void DamagedFile::read_log() {
-  if (wal_.size() <= kLogHeader) return;
-  log_.frames = (wal_.size() - kLogHeader) / (kFrameHeader + page_size_);
-  std::uint64_t number = 0;
-  if (log_header_is_sound_ && log_page_size_ == page_size_) {
-    std::unordered_map<PageNumber, std::uint64_t> uncommitted;
-    PageNumber largest = page_count_;
-    Checksum expected = log_start_;
-    Frame frame;
-    for (; number < log_.frames && read_frame(number, frame) && frame.salt == log_salt_; ++number) {
-      expected = sum(expected, frame.summed);
-      if (expected.first != frame.checksum.first || expected.second != frame.checksum.second) break;
-      uncommitted[frame.page] = number;
-      largest = std::max(largest, frame.page);
-      if (frame.committed == 0) continue;
-      for (const auto& [page, at] : uncommitted) in_log_[page] = at;
-      uncommitted.clear();
-      log_.used = number + 1;
-      page_count_ = std::min(frame.committed, largest);
-    }
+  if (wal_.size() <= kLogHeader) {
+    log_.cut = wal_.size() % kLogHeader != 0;
+    return;
   }
-  find_unusable(log_.used, number);
+  const std::uint64_t frame_size = kFrameHeader + page_size_;
+  log_.frames = (wal_.size() - kLogHeader) / frame_size;
+  log_.cut = (wal_.size() - kLogHeader) % frame_size != 0;
+  const std::uint64_t broken = log_header_is_sound_ ? read_commits() : 0;
+  find_unusable(log_.used, broken);
+}
+
+// Returns the first frame that does not continue the log.
+std::uint64_t DamagedFile::read_commits() {
+  std::unordered_map<PageNumber, std::uint64_t> uncommitted;
+  const PageNumber in_file = page_count_;
+  PageNumber largest = in_file;
+  PageNumber most_pages = 0;
+  bool is_rewritten = false;
+  Checksum expected = log_start_;
+  Frame frame;
+  std::uint64_t number = 0;
+  for (; number < log_.frames && read_frame(number, frame) && frame.salt == log_salt_; ++number) {
+    expected = sum(expected, frame.summed);
+    if (expected.first != frame.checksum.first || expected.second != frame.checksum.second) break;
+    uncommitted[frame.page] = number;
+    largest = std::max(largest, frame.page);
+    if (frame.committed == 0) continue;
+    if (log_.used == 0 && !reaches(in_file, frame.committed, uncommitted)) log_.fits = false;
+    most_pages = std::max(most_pages, frame.committed);
+    is_rewritten = is_rewritten || uncommitted.size() >= frame.committed;
+    for (const auto& [page, at] : uncommitted) in_log_[page] = at;
+    uncommitted.clear();
+    log_.used = number + 1;
+    page_count_ = std::min(frame.committed, largest);
+  }
+  // Only a commit that writes every page anew makes a file smaller.
+  if (log_.used > 0 && in_file > most_pages && !is_rewritten) log_.fits = false;
+  return number;
 }
 
 // A frame's checksum continues that of the frame before, as it stands in the log. So a frame behind
@@ -203,7 +256,7 @@ void DamagedFile::find_unusable(std::uint64_t from, std::uint64_t broken) {
   bool committed = false;
   if (!log_header_is_sound_) {
     std::string header;
-    if (wal_.read(0, 4, header)) log_is_big_endian_ = header == "\x37\x7f\x06\x83";
+    if (wal_.read(0, 4, header)) log_is_big_endian_ = header == kBigEndianLogMagic;
   }
   for (std::uint64_t number = from; number < log_.frames; ++number) {
     before.checksum = log_start_;
@@ -228,15 +281,27 @@ void DamagedFile::read_header() {
   std::string first;
   if (!read(1, first)) return;
   const std::size_t size = page_size_in(first);
-  if (size != page_size_) return;
-  header_is_sound_ = std::string_view(first).substr(0, kMagic.size()) == kMagic;
-  const auto reserved = static_cast<unsigned char>(first[20]);
-  if (page_size_ - reserved >= 480) usable_ = page_size_ - reserved;
+  if (size == 0) return;
+  const auto reserved = static_cast<std::size_t>(static_cast<unsigned char>(first[20]));
+  find_usable(reserved);
+  header_is_sound_ = std::string_view(first).substr(0, kMagic.size()) == kMagic &&
+                     size == page_size_ && usable_ == page_size_ - reserved;
   first_free_ = static_cast<PageNumber>(number_at(first, 32, 4));
   // Valid when the same change wrote it.
   if (number_at(first, 24, 4) == number_at(first, 92, 4)) {
     declared_pages_ = static_cast<PageNumber>(number_at(first, 28, 4));
   }
+}
+
+// What the file says to be reserved at each page's end is believed unless more pages are sound
+// when nothing is.
+void DamagedFile::find_usable(std::size_t reserved) {
+  if (reserved == 0 || page_size_ - reserved < kLeastUsable) return;
+  const auto share = [this](std::size_t usable) {
+    return sound_share(page_count_, usable,
+                       [this](PageNumber page, std::string& bytes) { return read(page, bytes); });
+  };
+  if (share(page_size_ - reserved) >= share(page_size_)) usable_ = page_size_ - reserved;
 }
 
 bool DamagedFile::read(PageNumber page, std::string& bytes) const {
@@ -246,7 +311,17 @@ bool DamagedFile::read(PageNumber page, std::string& bytes) const {
     const std::uint64_t frame = in_log->second * (kFrameHeader + page_size_);
     return wal_.read(kLogHeader + frame + kFrameHeader, page_size_, bytes);
   }
-  return main_.read((page - std::uint64_t{1}) * page_size_, page_size_, bytes);
+  const std::size_t there = held(page);
+  if (there == 0 || !main_.read((page - std::uint64_t{1}) * page_size_, there, bytes)) return false;
+  bytes.resize(page_size_);
+  return true;
+}
+
+std::size_t DamagedFile::held(PageNumber page) const {
+  if (is_in_log(page)) return page_size_;
+  const std::uint64_t begin = (page - std::uint64_t{1}) * page_size_;
+  if (begin >= main_.size()) return 0;
+  return static_cast<std::size_t>(std::min<std::uint64_t>(page_size_, main_.size() - begin));
 }
 
 void DamagedFile::each_unusable(const std::function<void(std::string_view bytes)>& read) const {

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "tools/salvage_page.h"
 
@@ -50,10 +51,13 @@ class DamagedFile {
     std::uint64_t used = 0;      // up to the last commit that SQLite would see
     std::uint64_t unusable = 0;  // whole ones of commits beyond a damaged one
     bool damaged = false;        // there are such, or the log's header is gone
+    bool cut = false;            // it ends within its header or within a page
+    bool fits = true;            // its sizes can be those of this file
   };
 
-  // Throws ToolError when the file cannot be opened.
-  explicit DamagedFile(const std::string& path);
+  // The file may be missing when its log is there. Without the log the file is taken as it stands.
+  // Throws ToolError when the file cannot be opened, or is a log itself.
+  DamagedFile(const std::string& path, bool with_log);
 
   std::size_t page_size() const { return page_size_; }
   std::size_t usable() const { return usable_; }
@@ -66,8 +70,11 @@ class DamagedFile {
   PageNumber first_free() const { return first_free_; }
   const Log& log() const { return log_; }
 
-  // False when the page is beyond the end or cannot be read.
+  // False when the page is beyond the end or cannot be read. What is cut off the last page is
+  // zeros.
   bool read(PageNumber page, std::string& bytes) const;
+  // The bytes of the page that are there: less than its size where the file is cut off within it.
+  std::size_t held(PageNumber page) const;
   bool is_in_log(PageNumber page) const { return in_log_.count(page) != 0; }
 
   // The log's unusable pages, the newest first. What they held once may have been changed or
@@ -84,9 +91,12 @@ class DamagedFile {
     std::uint32_t second = 0;
   };
 
+  void refuse_log(const std::string& path) const;
   void find_page_size(std::string_view header);
+  void find_usable(std::size_t reserved);
   void read_log_header();
   void read_log();
+  std::uint64_t read_commits();
   void find_unusable(std::uint64_t from, std::uint64_t broken);
   bool read_frame(std::uint64_t number, Frame& frame) const;
   void read_header();

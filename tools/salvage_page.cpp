@@ -36,12 +36,12 @@ std::size_t held_on_page(std::uint64_t size, std::size_t usable, PageType type) 
   return wanted <= most ? wanted : least;
 }
 
-// Nothing when the cell is not within the page. `end` receives where it ends.
+// Nothing when the cell is not within `bytes`. `end` receives where it ends.
 std::optional<Cell> parse_cell(std::string_view bytes, std::size_t at, PageType type,
                                std::size_t usable, std::size_t& end) {
   Cell cell;
   if (is_inner(type)) {
-    if (at + 4 > usable) return std::nullopt;
+    if (at + 4 > bytes.size()) return std::nullopt;
     cell.child = static_cast<PageNumber>(number_at(bytes, at, 4));
     at += 4;
   }
@@ -62,11 +62,11 @@ std::optional<Cell> parse_cell(std::string_view bytes, std::size_t at, PageType 
   cell.held = held_on_page(cell.size, usable, type);
   end += cell.held;
   if (cell.held < cell.size) {
-    if (end + 4 > usable) return std::nullopt;
+    if (end + 4 > bytes.size()) return std::nullopt;
     cell.continuation = static_cast<PageNumber>(number_at(bytes, end, 4));
     end += 4;
   }
-  if (end > usable) return std::nullopt;
+  if (end > bytes.size()) return std::nullopt;
   return cell;
 }
 
@@ -142,7 +142,7 @@ std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool 
   bytes = bytes.substr(0, usable);
   Header header;
   header.begin = is_first ? kFileHeader : 0;
-  if (bytes.size() < usable || usable < header.begin + 12) return std::nullopt;
+  if (bytes.size() < header.begin + 12) return std::nullopt;
   const auto type = type_of(static_cast<unsigned char>(bytes[header.begin]));
   if (!type) return std::nullopt;
 
@@ -153,7 +153,7 @@ std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool 
   header.places_end = header.end + 2 * header.cells;
   header.content = static_cast<std::size_t>(number_at(bytes, header.begin + 5, 2));
   if (header.content == 0) header.content = 65536;
-  if (header.places_end > usable) return std::nullopt;
+  if (header.places_end > bytes.size()) return std::nullopt;
   if (is_inner(*type)) {
     page.last_child = static_cast<PageNumber>(number_at(bytes, header.begin + 8, 4));
   }
@@ -162,13 +162,14 @@ std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool 
   for (std::size_t place = header.end; place < header.places_end; place += 2) {
     const auto at = static_cast<std::size_t>(number_at(bytes, place, 2));
     std::size_t end = 0;
-    if (at < header.places_end || at >= usable) continue;
+    if (at < header.places_end || at >= bytes.size()) continue;
     const auto cell = parse_cell(bytes, at, *type, usable, end);
     if (!cell) continue;
     page.cells.push_back(*cell);
     of_cells += std::max(end - at, kSmallestCell);
   }
-  page.sound = page.cells.size() == header.cells && is_filled(bytes, usable, header, of_cells);
+  page.sound = bytes.size() == usable && page.cells.size() == header.cells &&
+               is_filled(bytes, usable, header, of_cells);
   return page;
 }
 

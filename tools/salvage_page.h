@@ -55,7 +55,8 @@ struct Page {
 };
 
 // Nothing when `bytes` is no page of a tree. `usable` is the page's size without what is reserved
-// at its end.
+// at its end. Of a page that was cut off, `bytes` is what is there: cells beyond are left out, and
+// the page is not sound.
 std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool is_first);
 
 // A value of a record.

@@ -14,6 +14,9 @@ namespace corvan_tool {
 
 namespace {
 
+// Larger ids may be read, but not only from an index or a doubtful row: none could follow them.
+constexpr std::int64_t kLargestBelieved = std::numeric_limits<std::int64_t>::max() / 2;
+
 // What is kept beside the rows while they come in lies in a temporary database, "scratch": doubtful
 // ones, ids that are known to be there or to have been, and ids of rows from pages that no tree
 // leads to.
@@ -35,6 +38,17 @@ std::string listed(const std::vector<std::string>& columns, const std::string& b
   for (const std::string& column : columns) {
     if (!list.empty()) list += between;
     list.append(before).append(column).append(after);
+  }
+  return list;
+}
+
+// Each column twice: behind `before` and behind `middle`.
+std::string equal_columns(const std::vector<std::string>& columns, const std::string& before,
+                          const std::string& middle, const std::string& between = ",") {
+  std::string list;
+  for (const std::string& column : columns) {
+    if (!list.empty()) list += between;
+    list.append(before).append(column).append(middle).append(column);
   }
   return list;
 }
@@ -205,14 +219,8 @@ SalvageStore::SalvageStore(const SalvageSchema& schema, const std::string& folde
     tables_->name_by_index.back() = std::make_unique<Statement>(
         *this, "insert into " + named_table(schema_.tables[index.table]) + "(" + listed(columns) +
                    ",row_id) values(" + places(index.columns.size()) +
-                   ") on conflict(row_id) do update set " + [&columns] {
-                     std::string list;
-                     for (const std::string& column : columns) {
-                       if (!list.empty()) list += ',';
-                       list.append(column).append("=excluded.").append(column);
-                     }
-                     return list;
-                   }());
+                   ") on conflict(row_id) do update set " +
+                   equal_columns(columns, "", "=excluded."));
   }
 }
 
@@ -337,15 +345,40 @@ void SalvageStore::settle_doubtful(std::size_t table, const TableState& state) {
   if (shape.unique.empty()) return;
   run("delete from " + doubtful_table(shape) + " where exists(select 1 from " + shape.name +
       " as kept where " +
-      [&shape] {
-        std::string list;
-        for (const std::string& column : shape.unique) {
-          list += (list.empty() ? "kept." : " and kept.") + column + " is " +
-                  doubtful_table(shape).substr(8) + "." + column;
-        }
-        return list;
-      }() +
-      ")");
+      equal_columns(shape.unique, "kept.", " is doubtful_" + shape.name + ".", " and ") + ")");
+}
+
+// Where the tree was read whole, a name without a row is a damaged entry of an index.
+void SalvageStore::forget_false_names(std::size_t table, const TableState& state) const {
+  const std::string from = "delete from " + named_table(schema_.tables[table]) + " where row_id";
+  std::vector<IdRange> ranges = state.missing;
+  std::sort(ranges.begin(), ranges.end());
+  run(from + "<=0");
+  std::int64_t looked_at = 0;  // up to this id
+  for (const auto& [first, last] : ranges) {
+    if (first > looked_at) {
+      run(from + ">" + std::to_string(looked_at) + " and row_id<=" + std::to_string(first));
+    }
+    looked_at = std::max(looked_at, last);
+  }
+  run(from + ">" + std::to_string(looked_at));
+}
+
+// The largest message id that a name is believed: none was given beyond the largest one, unless
+// that is contradicted by a row, or commits behind it are lost.
+std::int64_t SalvageStore::largest_named() const {
+  const bool is_known =
+      is_bounded_ && sequence_ && number("select max(id) from t_message") <= *sequence_;
+  return is_known ? *sequence_ : kLargestBelieved;
+}
+
+// The rows that are named and not there.
+std::int64_t SalvageStore::count_lost(std::size_t table) const {
+  const SalvageTable& shape = schema_.tables[table];
+  std::string condition = " where row_id not in(select rowid from " + shape.name +
+                          ") and row_id not in(select row_id from " + doubtful_table(shape) + ")";
+  if (table == schema_.messages) condition += " and row_id<=" + std::to_string(largest_named());
+  return number("select count(*) from " + named_table(shape) + condition);
 }
 
 std::optional<std::int64_t> SalvageStore::lost_at_most(std::size_t table,
@@ -355,22 +388,22 @@ std::optional<std::int64_t> SalvageStore::lost_at_most(std::size_t table,
   std::sort(ranges.begin(), ranges.end());
   std::int64_t lost = 0;
   std::int64_t counted = 0;  // up to this id
-  const std::string& name = schema_.tables[table].name;
+  const SalvageTable& shape = schema_.tables[table];
+  const std::string count_rows = "select count(*) from " + shape.name + " where rowid between ";
+  const std::string count_doubtful =
+      "select count(distinct row_id) from " + doubtful_table(shape) + " where row_id between ";
   for (const auto& [first, last] : ranges) {
     const std::int64_t from = std::max(first, counted);
     const std::int64_t to = std::min(last, *sequence_);
     if (from >= to) continue;
-    const std::string range = "rowid>" + std::to_string(from) + " and rowid<=" + std::to_string(to);
-    lost += to - from - number("select count(*) from " + name + " where " + range) -
-            number("select count(distinct row_id) from " + doubtful_table(schema_.tables[table]) +
-                   " where row_id>" + std::to_string(from) + " and row_id<=" + std::to_string(to));
+    const std::string range = std::to_string(from + 1) + " and " + std::to_string(to);
+    lost += to - from - number(count_rows + range) - number(count_doubtful + range);
     counted = to;
   }
   return lost;
 }
 
-void SalvageStore::count(std::size_t table, const TableState& state, bool is_bounded,
-                         TableResult& result) {
+void SalvageStore::count(std::size_t table, const TableState& state, TableResult& result) {
   const SalvageTable& shape = schema_.tables[table];
   result.recovered = number("select count(*) from " + shape.name);
   for (std::size_t doubt = 1; doubt < kDoubts; ++doubt) {
@@ -378,10 +411,8 @@ void SalvageStore::count(std::size_t table, const TableState& state, bool is_bou
         number("select count(*) from (select min(reason) as reason from " + doubtful_table(shape) +
                " group by row_id) where reason=" + std::to_string(doubt));
   }
-  result.lost = number("select count(*) from " + named_table(shape) +
-                       " where row_id not in(select rowid from " + shape.name +
-                       ") and row_id not in(select row_id from " + doubtful_table(shape) + ")");
-  if (!is_bounded) return;
+  result.lost = count_lost(table);
+  if (!is_bounded_) return;
   result.lost_at_most =
       state.is_whole || state.has_all_names ? result.lost : lost_at_most(table, state);
   if (result.lost_at_most) result.lost_at_most = std::max(*result.lost_at_most, result.lost);
@@ -419,6 +450,11 @@ std::int64_t SalvageStore::make_sessions(const TableState& state, std::int64_t& 
       "scratch.doubtful_t_session)");
   const std::int64_t from_names = sqlite3_changes64(connection_->handle());
   if (state.has_all_names) return from_names;
+  const std::int64_t named_only = number(
+      "select count(*) from scratch.named_t_session where "
+      "(typeof(session_id)<>'text' or typeof(session_type)<>'integer') and row_id not in"
+      "(select rowid from t_session) and row_id not in"
+      "(select row_id from scratch.doubtful_t_session)");
   run("insert or ignore into t_session(session_id,session_type,session_time,latest_id) "
       "select session_id,session_type," +
       of_newest("sent_time") + "," + of_newest("id") +
@@ -426,7 +462,8 @@ std::int64_t SalvageStore::make_sessions(const TableState& state, std::int64_t& 
       "where not exists(select 1 from scratch.doubtful_t_session as d where "
       "d.session_id=s.session_id and d.session_type=s.session_type)");
   const std::int64_t from_messages = sqlite3_changes64(connection_->handle());
-  lost += from_messages;
+  // Of these are those that are named by nothing but a row id, and are counted as lost already.
+  lost += std::max<std::int64_t>(0, from_messages - named_only);
   return from_names + from_messages;
 }
 
@@ -439,12 +476,22 @@ std::int64_t SalvageStore::make_version() {
   return 1;
 }
 
+// The largest id of a message that was read, left out or named; 0 when there is none.
+std::int64_t SalvageStore::known_largest_id() const {
+  const SalvageTable& messages = schema_.tables[schema_.messages];
+  const auto largest = [this](const std::string& table, std::int64_t most) {
+    return number("select max(row_id) from " + table + " where row_id<=" + std::to_string(most));
+  };
+  return std::max({number("select max(id) from t_message"),
+                   largest("(select row_id from " + doubtful_table(messages) + " where reason<>" +
+                               std::to_string(static_cast<int>(Doubt::kPlace)) + ")",
+                           kLargestBelieved),
+                   largest(named_table(messages), largest_named())});
+}
+
 // No id is given a second time, those of lost messages included.
 void SalvageStore::write_sequence() {
-  const SalvageTable& messages = schema_.tables[schema_.messages];
-  const std::int64_t largest =
-      std::max(number("select max(id) from t_message"),
-               sequence_ ? 0 : number("select max(row_id) from " + named_table(messages)));
+  const std::int64_t largest = known_largest_id();
   if (largest > 0) set_sequence(largest);
   run("delete from sqlite_sequence where name='t_message'");
   if (sequence_) {
@@ -467,9 +514,11 @@ void SalvageStore::close_file() {
 
 std::vector<TableResult> SalvageStore::finish(const std::vector<TableState>& states,
                                               bool with_doubtful, bool is_bounded) {
+  is_bounded_ = is_bounded;
   for (std::size_t table = 0; table < schema_.sequences; ++table) {
+    forget_false_names(table, states[table]);
     settle_doubtful(table, states[table]);
-    count(table, states[table], is_bounded, results_[table]);
+    count(table, states[table], results_[table]);
   }
   for (std::size_t table = 0; with_doubtful && table < schema_.sequences; ++table) {
     results_[table].taken = take_doubtful(table);

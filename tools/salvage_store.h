@@ -60,7 +60,8 @@ class SalvageStore {
 
   void add(std::size_t table, const FoundRow& row);
 
-  // There was a row of this id. It is lost when none was added in the end.
+  // An index or a page says that there was a row of this id. It is lost when none was added in the
+  // end, unless the tree was read where it would be.
   void name(std::size_t table, std::int64_t row_id);
   // The same of an entry of an index.
   void name(const SalvageIndex& index, const std::vector<Value>& values);
@@ -87,10 +88,14 @@ class SalvageStore {
   void add_doubtful(std::size_t table, const FoundRow& row, Doubt doubt);
   void settle_conflict(std::size_t table, const FoundRow& row);
   void settle_doubtful(std::size_t table, const TableState& state);
-  void count(std::size_t table, const TableState& state, bool is_bounded, TableResult& result);
+  void forget_false_names(std::size_t table, const TableState& state) const;
+  std::int64_t largest_named() const;
+  std::int64_t count_lost(std::size_t table) const;
+  void count(std::size_t table, const TableState& state, TableResult& result);
   std::optional<std::int64_t> lost_at_most(std::size_t table, const TableState& state) const;
   std::int64_t take_doubtful(std::size_t table);
   std::int64_t make_sessions(const TableState& state, std::int64_t& lost);
+  std::int64_t known_largest_id() const;
   std::int64_t make_version();
   void write_sequence();
   void close_file();
@@ -104,6 +109,7 @@ class SalvageStore {
   std::vector<TableResult> results_;
   std::vector<bool> has_versions_;  // tables with rows of kVersions
   std::optional<std::int64_t> sequence_;
+  bool is_bounded_ = true;  // as finish() was told
 };
 
 }  // namespace corvan_tool

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <string_view>
 #include <utility>
 
 #include "base/cv_database.h"
@@ -180,10 +181,32 @@ SalvageSchema salvage_schema() {
   return NewStoreReader().read();
 }
 
-bool has_shape(const std::vector<Value>& values, const std::string& shape, bool exactly) {
-  return values.size() == shape.size() &&
-         std::equal(values.begin(), values.end(), shape.begin(),
-                    [exactly](const Value& value, char c) { return is_of(value, c, exactly); });
+std::vector<std::string> columns_made_by(const std::string& sql) {
+  // As SQLite writes it into a schema. The file is not trusted: no query is run.
+  constexpr std::string_view kBegin = "CREATE TABLE ";
+  if (sql.compare(0, kBegin.size(), kBegin) != 0) return {};
+  const Connection scratch(":memory:");
+  sqlite3_set_authorizer(
+      scratch.handle(),
+      [](void*, int action, const char*, const char*, const char*, const char*) {
+        return action == SQLITE_SELECT ? SQLITE_DENY : SQLITE_OK;
+      },
+      nullptr);
+  if (scratch.run(sql) != SQLITE_DONE) return {};
+  sqlite3_set_authorizer(scratch.handle(), nullptr, nullptr);
+  std::vector<std::string> columns;
+  scratch.each_row(
+      "select c.name from sqlite_master as t,pragma_table_info(t.name) as c where t.type='table' "
+      "and t.name not like 'sqlite\\_%' escape '\\' order by c.cid",
+      [&columns](sqlite3_stmt* row) { columns.push_back(text_at(row, 0)); });
+  return columns;
+}
+
+bool has_shape(const std::vector<Value>& values, const std::string& shape, bool exactly,
+               std::size_t more) {
+  return values.size() >= shape.size() && values.size() - shape.size() <= more &&
+         std::equal(shape.begin(), shape.end(), values.begin(),
+                    [exactly](char c, const Value& value) { return is_of(value, c, exactly); });
 }
 
 const char* doubt_word(Doubt doubt) {

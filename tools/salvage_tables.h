@@ -4,6 +4,7 @@
 #define TOOLS_SALVAGE_TABLES_H_
 
 #include <cstddef>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,9 +49,15 @@ struct SalvageSchema {
 // Throws ToolError when this SQLite cannot make a new store.
 SalvageSchema salvage_schema();
 
-// Whether the values can be those of a record of this shape; a value that a column does not take is
-// let pass unless `exactly`.
-bool has_shape(const std::vector<Value>& values, const std::string& shape, bool exactly);
+// The columns that a file's own statement gives a table, or none when it is no such statement.
+std::vector<std::string> columns_made_by(const std::string& sql);
+
+constexpr std::size_t kAnyMore = std::numeric_limits<std::size_t>::max();
+
+// Whether the values can be those of a record of this shape, with up to `more` behind them, of
+// columns that were added later; a value that a column does not take is let pass unless `exactly`.
+bool has_shape(const std::vector<Value>& values, const std::string& shape, bool exactly,
+               std::size_t more = 0);
 
 // What makes a row doubtful, by what weighs most.
 enum class Doubt {

@@ -28,9 +28,9 @@ bool parse_start(std::string_view page, const Cell& cell, std::vector<Value>& va
 }
 
 bool starts_with_shape(std::string_view page, const Cell& cell, const std::string& shape,
-                       bool exactly) {
+                       bool exactly, std::size_t more) {
   std::vector<Value> values;
-  return parse_start(page, cell, values) && has_shape(values, shape, exactly);
+  return parse_start(page, cell, values) && has_shape(values, shape, exactly, more);
 }
 
 bool is_zero(std::string_view bytes) {
@@ -45,6 +45,7 @@ SalvageWalk::SalvageWalk(const DamagedFile& file, const SalvageSchema& schema, S
       store_(store),
       uses_(file.page_count(), Use::kUnknown),
       states_(schema.tables.size()),
+      added_columns_(schema.tables.size(), 0),
       index_is_whole_(schema.indexes.size(), false),
       progress_("pages", file.page_count()) {}
 
@@ -110,11 +111,15 @@ void SalvageWalk::find_free_pages() {
   }
 }
 
+std::optional<Page> SalvageWalk::parse(PageNumber number, std::string_view bytes) const {
+  return parse_page(bytes.substr(0, file_.held(number)), file_.usable(), number == 1);
+}
+
 std::optional<Page> SalvageWalk::enter(PageNumber number, PageNumber parent, bool is_table_tree,
                                        const std::string& name, std::string& bytes) {
   std::optional<Page> page;
   const bool is_new = is_page(number) && use(number) != Use::kTree;
-  if (is_new && file_.read(number, bytes)) page = parse_page(bytes, file_.usable(), number == 1);
+  if (is_new && file_.read(number, bytes)) page = parse(number, bytes);
   if (page && is_table(page->type) == is_table_tree) {
     if (!page->sound) note(number, parent, name + ", damaged in part");
     return page;
@@ -122,6 +127,16 @@ std::optional<Page> SalvageWalk::enter(PageNumber number, PageNumber parent, boo
   // A page that something else leads to is not bad itself.
   note(is_page(number) && !is_new ? parent : number, parent, name);
   return std::nullopt;
+}
+
+void SalvageWalk::compare_with_log(const Page& page, const Step& step) {
+  const bool are_of_both =
+      step.parent != 0 && file_.is_in_log(step.page) != file_.is_in_log(step.parent);
+  if (!are_of_both || page.cells.empty()) return;
+  const bool fits = std::any_of(page.cells.begin(), page.cells.end(), [&step](const Cell& cell) {
+    return is_within(cell.key, step.keys);
+  });
+  if (!fits) log_contradicts_ = true;
 }
 
 // The children of an inner page. A key that does not rise is not believed.
@@ -176,6 +191,7 @@ void SalvageWalk::walk_table(const Tree& tree, TableState& state, const ReadLeaf
       miss(step.around);
       continue;
     }
+    compare_with_log(*page, step);
     if (!is_inner(page->type)) {
       if (read({*page, bytes, step.page, step.keys})) {
         set_use(step.page, Use::kTree);
@@ -251,13 +267,13 @@ bool SalvageWalk::read_record(std::string_view page, const Cell& cell, bool is_r
   while (record.size() < cell.size) {
     const bool is_taken =
         !is_page(next) || use(next) == Use::kTree || (is_reached && use(next) == Use::kOverflow);
-    if (is_taken || !file_.read(next, bytes)) {
+    const auto part = static_cast<std::size_t>(
+        std::min<std::uint64_t>(file_.usable() - 4, cell.size - record.size()));
+    if (is_taken || file_.held(next) < 4 + part || !file_.read(next, bytes)) {
       note(is_page(next) && is_taken ? 0 : next, 0, "the continuation of a row");
       return false;
     }
     chain.push_back(next);
-    const std::size_t part = static_cast<std::size_t>(
-        std::min<std::uint64_t>(file_.usable() - 4, cell.size - record.size()));
     record.append(bytes, 4, part);
     next = static_cast<PageNumber>(number_at(bytes, 0, 4));
   }
@@ -284,6 +300,7 @@ void SalvageWalk::read_schema() {
         states_[schema_.sequences].missing.push_back(kAll);
         continue;
       }
+      leave_out(values);
       const bool is_index = values[0].bytes == "index";
       if (!is_index && values[0].bytes != "table") continue;
       const std::int64_t root = values[3].integer;
@@ -296,6 +313,26 @@ void SalvageWalk::read_schema() {
   TableState& state = states_[schema_.sequences];
   walk_table({1, false, "the schema", ""}, state, read);
   schema_is_whole_ = state.is_whole && state.missing.empty();
+}
+
+void SalvageWalk::leave_out(const std::vector<Value>& schema_row) {
+  const std::string name(schema_row[1].bytes);
+  const auto is_of_name = [&name](const auto& known) { return known.name == name; };
+  const bool is_known = name.rfind("sqlite_", 0) == 0 ||
+                        std::any_of(schema_.tables.begin(), schema_.tables.end(), is_of_name) ||
+                        std::any_of(schema_.indexes.begin(), schema_.indexes.end(), is_of_name);
+  if (!is_known) left_out_.push_back(std::string(schema_row[0].bytes) + " " + name);
+}
+
+void SalvageWalk::find_added_columns(std::size_t table, const Tree& tree) {
+  const SalvageTable& known = schema_.tables[table];
+  if (is_same_statement(known.sql, tree.sql)) return;
+  const std::vector<std::string> columns = columns_made_by(tree.sql);
+  const std::size_t count = known.shape.size();
+  for (std::size_t i = count; i < columns.size(); ++i) {
+    left_out_.push_back("column " + known.name + "." + columns[i]);
+  }
+  if (columns.size() > count) added_columns_[table] = columns.size() - count;
 }
 
 void SalvageWalk::walk_tables() {
@@ -311,6 +348,7 @@ void SalvageWalk::walk_tables() {
       continue;
     }
     const auto table = static_cast<std::size_t>(found - schema_.tables.begin());
+    find_added_columns(table, tree);
     walk_table(tree, states_[table],
                [this, table](const Leaf& leaf) { return read_rows(table, leaf); });
     is_found[table] = true;
@@ -354,7 +392,7 @@ void SalvageWalk::read_sequence(std::string_view record) {
 bool SalvageWalk::read_rows(std::size_t table, const Leaf& leaf) {
   const auto belongs = [&](const Cell& cell) {
     return is_within(cell.key, leaf.keys) &&
-           starts_with_shape(leaf.bytes, cell, schema_.tables[table].shape, false);
+           starts_with_shape(leaf.bytes, cell, schema_.tables[table].shape, false, kAnyMore);
   };
   const std::vector<Cell>& cells = leaf.page.cells;
   if (!cells.empty() && std::none_of(cells.begin(), cells.end(), belongs)) return false;
@@ -390,17 +428,20 @@ void SalvageWalk::add_row(std::size_t table, const Leaf& leaf, const Cell& cell,
   if (doubt == Doubt::kNone && !is_reached && !is_missing(table, cell.key)) {
     row.doubt = Doubt::kUnreached;
   }
+  const std::string& shape = schema_.tables[table].shape;
+  const std::size_t more = is_reached ? kAnyMore : added_columns_[table];
   std::string record;
   std::vector<Value> values;
   const bool is_on_page = cell.continuation == 0;
   const bool is_read = (leaf.number != 0 || is_on_page) &&
-                       starts_with_shape(leaf.bytes, cell, schema_.tables[table].shape, false) &&
+                       starts_with_shape(leaf.bytes, cell, shape, false, more) &&
                        read_record(leaf.bytes, cell, is_reached, record) &&
                        parse_record(record, record.size(), values);
   if (!is_read) {
     if (row.doubt == Doubt::kNone || is_reached) lose_row(table, cell);
     return;
   }
+  values.resize(shape.size());
   row.values = &values;
   if (row.doubt == Doubt::kNone) row.doubt = doubt_about(schema_.tables[table], row.id, values);
   store_.add(table, row);
@@ -428,7 +469,8 @@ std::optional<std::size_t> SalvageWalk::table_by_shape(const Page& page,
     if (table == schema_.versions) continue;
     const std::ptrdiff_t count =
         std::count_if(page.cells.begin(), page.cells.end(), [&](const Cell& cell) {
-          return starts_with_shape(bytes, cell, schema_.tables[table].shape, true);
+          return starts_with_shape(bytes, cell, schema_.tables[table].shape, true,
+                                   added_columns_[table]);
         });
     if (count <= most) continue;
     most = count;
@@ -443,7 +485,7 @@ const SalvageIndex* SalvageWalk::index_by_shape(const Page& page, std::string_vi
     const bool is_wanted =
         index.is_told_by_shape && !index_is_whole_[place] && !states_[index.table].is_whole;
     if (is_wanted && !page.cells.empty() &&
-        starts_with_shape(bytes, page.cells.front(), index.shape, true)) {
+        starts_with_shape(bytes, page.cells.front(), index.shape, true, 0)) {
       return &index;
     }
   }
@@ -456,7 +498,7 @@ void SalvageWalk::look_at_other_page(PageNumber number, std::string_view bytes) 
     if (!is_free) set_use(number, Use::kZero);
     return;
   }
-  const auto page = parse_page(bytes, file_.usable(), number == 1);
+  const auto page = parse(number, bytes);
   if (!page) return;
   if (!is_free && page->sound) set_use(number, Use::kRecognised);
   if (page->type == PageType::kTableLeaf) {
@@ -496,7 +538,7 @@ void SalvageWalk::look_at_lost_commits() {
     const auto page = parse_page(bytes, file_.usable(), false);
     if (!page || page->type != PageType::kTableLeaf) return;
     const auto table = table_by_shape(*page, bytes);
-    if (!table || *table == schema_.sequences) return;
+    if (!table) return;
     add_rows(*table, {*page, bytes, 0, kAll}, false, Doubt::kLog);
   });
 }

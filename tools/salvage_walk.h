@@ -38,6 +38,11 @@ class SalvageWalk {
   std::vector<BadPages> bad_pages() const;
   // Pages of zeros that nothing leads to: free ones, or lost ones.
   std::uint64_t zero_pages() const;
+  // What the file's schema has beside a store's, as "table other" or "column t_message.more".
+  const std::vector<std::string>& left_out() const { return left_out_; }
+  // Whether a page in the log and one in the file, of which one leads to the other, have no key in
+  // common: the log is then another file's.
+  bool log_contradicts() const { return log_contradicts_; }
 
  private:
   enum class Use : std::uint8_t { kUnknown, kFree, kTree, kOverflow, kRecognised, kZero };
@@ -69,15 +74,19 @@ class SalvageWalk {
 
   void find_free_pages();
   void read_schema();
+  void leave_out(const std::vector<Value>& schema_row);
+  void find_added_columns(std::size_t table, const Tree& tree);
   void walk_tables();
   void walk_indexes();
   void look_at_other_pages();
   void look_at_lost_commits();
 
+  std::optional<Page> parse(PageNumber number, std::string_view bytes) const;
   // Reads a page of a tree that leads there; nothing, and the page is noted, when it is none.
   std::optional<Page> enter(PageNumber number, PageNumber parent, bool is_table,
                             const std::string& name, std::string& bytes);
   void walk_table(const Tree& tree, TableState& state, const ReadLeaf& read);
+  void compare_with_log(const Page& page, const Step& step);
   std::vector<Step> steps_from(const Page& page, const Step& from, bool& in_order) const;
   // Whether the whole tree was read. Without an index its pages are only marked.
   bool walk_index(const Tree& tree, const SalvageIndex* index);
@@ -109,6 +118,9 @@ class SalvageWalk {
   std::vector<Tree> trees_;
   bool schema_is_whole_ = false;
   std::vector<TableState> states_;
+  std::vector<std::size_t> added_columns_;  // behind the known ones, by table
+  std::vector<std::string> left_out_;
+  bool log_contradicts_ = false;
   std::vector<bool> index_is_whole_;
   std::vector<BadPages> bad_;  // of one page each
   Progress progress_;

@@ -1,6 +1,6 @@
 // Damages copies of a store in fixed ways and salvages each: a table of what came back against what
-// the sound pages hold. Usage: salvage_trials PROGRAM STORE. Status 1 when a row is missed that
-// lies on sound pages alone, or one came back altered.
+// the sound pages hold. Usage: salvage_trials PROGRAM STORE, to which messages are added. Status 1
+// when a row is missed that lies on sound pages alone, or one came back altered.
 
 #include <sys/wait.h>
 
@@ -22,6 +22,7 @@
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/tools/store_pages.h"
+#include "tools/connection.h"
 
 namespace {
 
@@ -52,6 +53,15 @@ BadPages cut(std::string& content, std::size_t percent) {
   return bad;
 }
 
+// A damaged file, its log if it has one, and what is sound in them.
+struct Case {
+  std::string name;
+  std::string content;
+  std::string log;
+  std::size_t bad_pages = 0;
+  std::set<std::int64_t> best;  // messages on sound pages alone
+};
+
 std::vector<Trial> trials(const StorePages& messages) {
   std::vector<Trial> all;
   for (int i = 1; i <= 3; ++i) {
@@ -76,6 +86,15 @@ std::vector<Trial> trials(const StorePages& messages) {
                    [count](std::string& content, Random& random) {
                      overwrite(content, 1, 0, random_bytes(random, count));
                      return BadPages{1};
+                   }});
+  }
+  for (const std::size_t size : {512U, 8192U, 65536U}) {
+    all.push_back({"page size " + std::to_string(size) + " in the header",
+                   [size](std::string& content, Random& /*random*/) {
+                     const std::size_t code = size == 65536 ? 1 : size;
+                     overwrite(content, 1, 16,
+                               {static_cast<char>(code >> 8), static_cast<char>(code & 0xff)});
+                     return BadPages{};
                    }});
   }
   for (const int bits : {1, 8, 64}) {
@@ -130,17 +149,56 @@ std::string text_of(const nlohmann::json& counts) {
   return least == most ? least : least + "-" + most;
 }
 
-// Whether nothing was missed.
-bool run_trial(const Trial& trial, const std::string& program, const std::string& sound,
-               const StorePages& messages, unsigned seed) {
+std::set<std::int64_t> message_ids(const std::string& file) {
+  std::set<std::int64_t> ids;
+  for (const std::string& id : rows(file, "select id from t_message")) ids.insert(std::stoll(id));
+  return ids;
+}
+
+// What SQLite itself reads of a file and its log.
+std::set<std::int64_t> ids_read(const std::string& content, const std::string& log) {
   const TemporaryFolder folder;
-  std::string content = read_file(sound);
-  Random random(seed);
-  const BadPages bad = trial.damage(content, random);
-  write_file(folder.file("damaged"), content);
+  write_file(folder.file("read"), content);
+  write_file(folder.file("read-wal"), log);
+  return message_ids(folder.file("read"));
+}
+
+// Saves a tenth more messages to the store, in 100 commits that stay in its log: cases in which the
+// log is damaged. The messages that it holds up to the damage are what SQLite reads of it.
+std::vector<Case> log_cases(const std::string& sound) {
+  std::string content;
+  std::string log;
+  {
+    const corvan_tool::Connection writer(sound);
+    const auto run = [&writer](const std::string& sql) {
+      if (writer.run(sql) != SQLITE_DONE) throw std::runtime_error(sql + ": " + writer.error());
+    };
+    run("pragma wal_autocheckpoint=0");
+    for (int i = 0; i < 100; ++i) {
+      run("insert into t_message(session_id,session_type,content,sent_time,server_uid) select "
+          "session_id,session_type,content,sent_time,'again'||id from t_message where id%1000=" +
+          std::to_string(i) + " and server_uid not like 'again%'");
+    }
+    content = read_file(sound);
+    log = read_file(sound + "-wal");
+  }
+  constexpr std::size_t kFrame = 24 + kPageSize;
+  std::vector<Case> cases = {{"log lost", content, "", log.size() / kFrame, {}},
+                             {"log damaged in the middle", content, log, 1, {}},
+                             {"log whole", content, log, 0, {}}};
+  flip_bit(cases[1].log, 1, 8 * (32 + log.size() / kFrame / 2 * kFrame + 1000));
+  for (Case& damaged : cases) damaged.best = ids_read(damaged.content, damaged.log);
+  return cases;
+}
+
+// Whether nothing was missed.
+bool run_case(const Case& damaged, const std::string& program, const std::string& sound) {
+  const TemporaryFolder folder;
+  write_file(folder.file("damaged"), damaged.content);
+  if (!damaged.log.empty()) write_file(folder.file("damaged-wal"), damaged.log);
   const nlohmann::json report =
       salvage(program, folder.file("damaged"), folder.file("made"), folder.file("report"));
-  const std::set<std::int64_t> best = rows_beside(messages, bad);
+  const std::set<std::int64_t>& best = damaged.best;
   const auto all = number(sound, "select count(*) from t_message");
   const bool is_made = !report["folder"].is_null();
   const std::string made = folder.file("made/corvan");
@@ -148,10 +206,7 @@ bool run_trial(const Trial& trial, const std::string& program, const std::string
   std::int64_t altered = 0;
   std::int64_t recovered = 0;
   if (is_made) {
-    std::set<std::int64_t> found;
-    for (const std::string& id : rows(made, "select id from t_message")) {
-      found.insert(std::stoll(id));
-    }
+    const std::set<std::int64_t> found = message_ids(made);
     recovered = static_cast<std::int64_t>(found.size());
     for (const std::int64_t id : best) missed += found.count(id) == 0 ? 1 : 0;
     altered = recovered - count_equal(made, sound);
@@ -163,7 +218,7 @@ bool run_trial(const Trial& trial, const std::string& program, const std::string
   };
   const nlohmann::json& counts = report["tables"]["t_message"];
   std::printf("| %s | %zu | %.2f %% | %.2f %% | %s | %lld | %s | %lld | %lld | %.1f |\n",
-              trial.name.c_str(), bad.size(), share(best.size()),
+              damaged.name.c_str(), damaged.bad_pages, share(best.size()),
               share(static_cast<std::size_t>(recovered)), text_of(counts).c_str(),
               static_cast<long long>(all - recovered), counts["doubtful"].dump().c_str(),
               static_cast<long long>(missed), static_cast<long long>(altered),
@@ -188,7 +243,17 @@ int main(int argc, char** argv) {
     bool is_best = true;
     unsigned seed = 0;
     for (const Trial& trial : trials(messages)) {
-      is_best = run_trial(trial, argv[1], sound, messages, ++seed) && is_best;
+      Case damaged;
+      damaged.name = trial.name;
+      damaged.content = read_file(sound);
+      Random random(++seed);
+      const BadPages bad = trial.damage(damaged.content, random);
+      damaged.bad_pages = bad.size();
+      damaged.best = rows_beside(messages, bad);
+      is_best = run_case(damaged, argv[1], sound) && is_best;
+    }
+    for (const Case& damaged : log_cases(sound)) {
+      is_best = run_case(damaged, argv[1], sound) && is_best;
     }
     return is_best ? 0 : 1;
   } catch (const std::exception& error) {
