@@ -33,8 +33,10 @@ done
 [ ${#names[@]} -gt 0 ] || names=("${all[@]}")
 
 bash scripts/install.sh build tools bench
+tool=OFF
+[[ " ${names[*]} " != *" import "* ]] || tool=ON
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
-  -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=ON \
+  -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=$tool \
   -DCORVAN_BUILD_EXAMPLES=OFF
 cmake --build build/bench
 
