@@ -2,19 +2,25 @@
 # Installs what is missing, builds with warnings as errors and runs all tests plainly, and those of the
 # library, but for the longest, under the address, undefined-behaviour and leak checkers.
 #
-# Usage: test.sh [--thorough]
-#   --thorough  all tests in both, those of the tool too; the suites that try the store at random or point by point go
+# Usage: test.sh [--thorough|--everything]
+#   --thorough  all of these tests in both; the suites that try the store at random or point by point go
 #               further, the one against the model under the checkers, the others plainly; the threads
 #               also run under the checker of data races
+#   --everything  the same, and the tests of the tool under the checkers
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 thorough=
+tool=OFF
 case "${1:-}" in
   "") ;;
   --thorough) thorough=yes ;;
+  --everything)
+    thorough=yes
+    tool=ON
+    ;;
   *)
-    echo "test.sh: unknown option: $1; usage: test.sh [--thorough]" >&2
+    echo "test.sh: unknown option: $1; usage: test.sh [--thorough|--everything]" >&2
     exit 2
     ;;
 esac
@@ -26,7 +32,7 @@ fi
 bash scripts/install.sh build tools tests
 cmake --preset debug
 cmake --build --preset debug --target all ${thorough:+long_tests}
-cmake --preset asan -DCORVAN_BUILD_TOOLS="${thorough:-no}"
+cmake --preset asan -DCORVAN_BUILD_TOOLS="$tool"
 cmake --build --preset asan --target all ${thorough:+long_tests}
 if [ -z "$thorough" ]; then
   echo "== tests, debug =="
