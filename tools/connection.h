@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -25,18 +26,18 @@ class Connection {
   // Takes back a transaction that was not committed.
   ~Connection() { sqlite3_close_v2(db_); }
 
-  // Binds the arguments, integers and texts, from the first place on, and calls `read` with each
-  // row: SQLITE_DONE after the last one, else the code of the failure.
+  // Binds the arguments, integers and texts, from the first place on, and calls `read`, which may
+  // throw, with each row: SQLITE_DONE after the last one, else the code of the failure.
   template <typename Read, typename... Arguments>
   int each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
     if (opened_ != SQLITE_OK) return opened_;
     sqlite3_stmt* stmt = nullptr;
     int rc = sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr);
     if (rc != SQLITE_OK) return rc;
+    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owner(stmt, sqlite3_finalize);
     [[maybe_unused]] int place = 0;
     (bind(stmt, ++place, arguments), ...);
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) read(stmt);
-    sqlite3_finalize(stmt);
     return rc;
   }
 
