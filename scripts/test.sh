@@ -30,7 +30,8 @@ if [ -e build ] && [ ! -w build ]; then
   exit 2
 fi
 bash scripts/install.sh build tools tests
-cmake --preset debug
+# Lines for a backtrace are enough here, and quicker to write than all debug information.
+cmake --preset debug -DCMAKE_CXX_FLAGS_DEBUG=-g1
 cmake --build --preset debug --target all ${thorough:+long_tests}
 cmake --preset asan -DCORVAN_BUILD_TOOLS="$tool"
 cmake --build --preset asan --target all ${thorough:+long_tests}
