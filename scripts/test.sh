@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds with warnings as errors and runs all tests plainly, and those of the
-# store's operations under the address, undefined-behaviour and leak checkers.
+# Installs what is missing, builds with warnings as errors and runs all tests; with an option also under
+# the address, undefined-behaviour and leak checkers.
 #
 # Usage: test.sh [--thorough|--everything]
-#   --thorough  all tests of the library in both; the suites that try the store at random or point by point go
+#   --thorough  all tests of the library plainly and under the checkers; the suites that try the store at random or point by point go
 #               further, the one against the model under the checkers, the others plainly; the threads
 #               also run under the checker of data races
 #   --everything  the same, and the tests of the tool under the checkers
@@ -34,15 +34,12 @@ bash scripts/install.sh build tools tests
 # cmake --preset debug -DCMAKE_CXX_FLAGS_DEBUG=-g
 cmake --preset debug -DCMAKE_CXX_FLAGS_DEBUG=-O0
 cmake --build --preset debug --target all ${thorough:+long_tests}
-cmake --preset asan -DCORVAN_BUILD_TOOLS="$tool"
 if [ -z "$thorough" ]; then
   echo "== tests, debug =="
   ctest --preset debug
-  echo "== tests of the store's operations, asan =="
-  cmake --build --preset asan --target base_test db_test
-  ctest --preset asan -R '^(base_test|db_test)$'
   exit
 fi
+cmake --preset asan -DCORVAN_BUILD_TOOLS="$tool"
 cmake --build --preset asan --target all long_tests
 
 echo "== tests, debug, every point =="
