@@ -3,8 +3,8 @@
 # the address, undefined-behaviour and leak checkers.
 #
 # Usage: test.sh [--thorough|--everything]
-#   --thorough  all tests of the library plainly and under the checkers; the suites that try the store at random or point by point go
-#               further, the one against the model under the checkers, the others plainly; the threads
+#   --thorough  all tests of the library plainly and under the checkers; the suites that try the store
+#               at random or point by point go further, the one against the model under the checkers, the others plainly; the threads
 #               also run under the checker of data races
 #   --everything  the same, and the tests of the tool under the checkers
 set -euo pipefail
