@@ -31,13 +31,13 @@ class Connection {
   template <typename Read, typename... Arguments>
   int each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
     if (opened_ != SQLITE_OK) return opened_;
-    sqlite3_stmt* stmt = nullptr;
-    int rc = sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr);
+    sqlite3_stmt* prepared = nullptr;
+    int rc = sqlite3_prepare_v2(db_, sql.c_str(), -1, &prepared, nullptr);
     if (rc != SQLITE_OK) return rc;
-    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owner(stmt, sqlite3_finalize);
+    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> stmt(prepared, sqlite3_finalize);
     [[maybe_unused]] int place = 0;
-    (bind(stmt, ++place, arguments), ...);
-    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) read(stmt);
+    (bind(stmt.get(), ++place, arguments), ...);
+    while ((rc = sqlite3_step(stmt.get())) == SQLITE_ROW) read(stmt.get());
     return rc;
   }
 
