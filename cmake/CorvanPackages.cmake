@@ -2,7 +2,8 @@
 
 set(CPACK_PACKAGE_NAME corvan)
 set(CPACK_PACKAGE_VENDOR "Corvan store developers")
-set(CPACK_PACKAGE_CONTACT "Corvan store developers")
+set(CORVAN_MAINTAINER "Corvan store developers" CACHE STRING "Who makes the packages: name <address>")
+set(CPACK_PACKAGE_CONTACT "${CORVAN_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -42,7 +43,8 @@ if(NOT CORVAN_LIBRARY STREQUAL "static")
   set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 endif()
 
-if(CORVAN_BUILD_TOOLS)
+# dpkg-shlibdeps does not find a library that another of the packages brings.
+if(CORVAN_BUILD_TOOLS AND NOT CORVAN_LIBRARY STREQUAL "shared")
   corvan_package(tools corvan-tools utils "command-line tool"
 "This package holds the tool that imports conversation logs into a store
 and looks into stores.")

@@ -165,7 +165,8 @@ class CvDbSingleton {
 
   // Stores one message and brings its conversation up to date, creating it at its first message.
   // Returns the message's id, or -1 when nothing was stored: a message of this server uid, or of
-  // this conversation, client uid and sender, is there already, or the insert failed. A message
+  // this conversation, client uid and sender, is there already, or the insert failed, which
+  // is_message_exist(server_uid) tells apart for a message that the server has named. A message
   // found by its client uid that the server has not named yet is completed with `server_uid` and
   // `sent_time`, and its id returned (32-bit id). Own messages are looked up under the signed-in
   // user's id.
@@ -445,7 +446,10 @@ class CvDbSingleton {
   // once for the process: one reader pages at a time. False when nothing was appended.
   //
   // An entry's time is its latest message's, or, with a draft or without that message, the
-  // conversation's own. `message_.sent_time_` is not set. 32-bit ids.
+  // conversation's own. The time asked with is compared with the conversations' own: where the two
+  // differ, a page repeats entries, without an end, or passes over some, and the earliest own time,
+  // by get_sessiontime(), of the entries as pinned as the last one serves instead.
+  // `message_.sent_time_` is not set. 32-bit ids.
   bool get_session_list_by_page(const std::vector<SessionType>& entry, int64_t sent_time,
                                 int32_t limit, std::vector<SessionInfo>& session);
 

@@ -3,10 +3,12 @@
 //
 // Run without arguments: it works in the folder "operations-store" of the current one, made anew.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -48,7 +50,7 @@ void save_one_message(CvDbSingleton* store) {
                                          "Lunch, @me?", is_receive, /*sent_status=*/0,
                                          /*read_status=*/0, is_mention, /*sent_time=*/1000,
                                          /*client_uid=*/0, "srv-1", history, insert_only, is_count);
-  if (id < 0) std::cout << "stored already, or could not be stored\n";
+  if (id < 0 && !store->is_message_exist("srv-1")) std::cout << "could not be stored\n";
   //! [save_message]
   check(id > 0, "the message is stored");
   int32_t unread = 0;
@@ -63,13 +65,16 @@ int64_t save_received(CvDbSingleton* store, int64_t time, const std::string& uid
 
 void save_in_a_transaction(CvDbSingleton* store) {
   //! [start_transaction]
-  bool stored = store->start_transaction();
-  for (int64_t i = 2; i <= 30; ++i) {
-    save_received(store, 1000 * i, "srv-" + std::to_string(i));
+  bool whole = store->start_transaction();
+  for (int64_t i = 2; whole && i <= 30; ++i) {
+    const std::string uid = "srv-" + std::to_string(i);
+    // What is there already is refused with -1; any other -1 is a failure, and ends it.
+    whole = save_received(store, 1000 * i, uid) > 0 || store->is_message_exist(uid);
   }
-  stored = store->commit_transaction() && stored;  // false: nothing of it may be stored
+  if (!whole) store->execute_none_query("rollback transaction");
+  whole = whole && store->commit_transaction();  // false: take nothing of it for stored
   //! [start_transaction]
-  check(stored, "the transaction is committed");
+  check(whole, "the transaction is committed");
   int32_t count = 0;
   check(store->get_message_count("team", Corvan::CV_GROUP, count) && count == 30, "30 messages");
 }
@@ -79,7 +84,8 @@ void move_sync_marks(CvDbSingleton* store) {
   int64_t received = 0;  // where the user has no marks yet, these zeros stay
   int64_t sent = 0;
   if (store->get_sync_time(&received, &sent)) {
-    // Fetch from the server what came after `received`, store it, and only then:
+    // Fetch from the server what came after `received`. In the transaction that stores it, before
+    // its messages, so that whatever takes these back takes back the mark:
     store->set_sync_time(30'000, true);  // false when the mark is there or further already
   }
   //! [set_sync_time]
@@ -89,9 +95,10 @@ void move_sync_marks(CvDbSingleton* store) {
 void send_a_message(CvDbSingleton* store) {
   //! [set_send_time]
   const int32_t being_sent = 1;
+  const int64_t client_uid = 7;  // drawn at random: no other message of the user may have it
   const int64_t id =
       store->save_message("u02", Corvan::CV_PRIVATE, "CV:TxtMsg", "me", "On my way", false,
-                          being_sent, 0, false, 40'000, /*client_uid=*/7, "", false, false, false);
+                          being_sent, 0, false, 40'000, client_uid, "", false, false, false);
   // The server accepts it, names it and says when it came:
   store->set_send_time(id, 40'120, "srv-31", "u02", Corvan::CV_PRIVATE, /*fail_reason=*/0);
   // or it refuses it: set_send_time(id, 0, "", "u02", Corvan::CV_PRIVATE, 405)
@@ -125,19 +132,42 @@ void show_history(CvDbSingleton* store) {
   check(page.size() == 10 && page.back().content_ == "Lunch, @me?", "the last ten of thirty");
 }
 
+// An own message to u03 and its echo, which comes live: the conversation is earlier than its
+// message.
+void send_and_hear_the_echo(CvDbSingleton* store) {
+  for (const int64_t time : {500, 580}) {
+    store->save_message("u03", Corvan::CV_PRIVATE, "CV:TxtMsg", "me", "Hello", false, 1, 1, false,
+                        time, /*client_uid=*/8, time == 580 ? "srv-32" : "", false, false, false);
+  }
+}
+
 void show_list(CvDbSingleton* store) {
   //! [get_session_list_by_page]
   const std::vector<Corvan::SessionType> kinds = {Corvan::CV_PRIVATE, Corvan::CV_GROUP};
   std::vector<Corvan::SessionInfo> list;
-  int64_t before = 0;
   std::vector<Corvan::SessionInfo> page;
-  while (store->get_session_list_by_page(kinds, before, 20, page)) {
-    before = page.back().session_time;
+  int64_t before = 0;
+  do {
+    if (!store->get_session_list_by_page(kinds, before, 20, page)) break;
+    // The next page is asked for with the conversations' own times, which can differ from those
+    // that the entries show. A limit of -1 gives all conversations at once.
+    before = std::numeric_limits<int64_t>::max();
+    for (const auto& entry : page) {
+      if (entry.is_top_ != page.back().is_top_) continue;
+      int64_t time = 0;
+      int64_t latest = 0;
+      int32_t unread = 0;
+      int32_t mentions = 0;
+      store->get_sessiontime(entry.session_id_, entry.session_type_, time, latest, unread,
+                             mentions);
+      before = std::min(before, time);
+    }
     list.insert(list.end(), page.begin(), page.end());
     page.clear();
-  }
+  } while (before > 0);
   //! [get_session_list_by_page]
-  check(list.size() == 2 && list.front().session_id_ == "u02", "two conversations, newest first");
+  check(list.size() == 3 && list.front().session_id_ == "u02", "three conversations, newest first");
+  check(list.back().session_id_ == "u03" && list.back().session_time == 580, "each of them once");
 }
 
 void show_badges(CvDbSingleton* store) {
@@ -195,6 +225,7 @@ int main() {
   send_a_message(store);
   apply_a_receipt(store);
   show_history(store);
+  send_and_hear_the_echo(store);
   show_list(store);
   show_badges(store);
   read_one_message(store);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the named purposes need and this machine lacks; says which.
 # Never removes a package.
-# Usage: install.sh build|tools|tests|bench|fuzz|coverage|docs|html|packages|size|lint|
+# Usage: install.sh build|tools|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
 #                   tests-source|libc++|cross-arm64|cross-armhf...
 set -euo pipefail
 
@@ -19,7 +19,7 @@ for purpose in "$@"; do
       packages+=(libbenchmark-dev nlohmann-json3-dev valgrind gnuplot-nox jq)
       packages+=(libsqlitecpp-dev libsoci-dev libsoci-sqlite3-4.0 liblmdb-dev libleveldb-dev)
       ;;
-    fuzz) packages+=(clang libclang-rt-dev) ;;
+    checkers | fuzz) packages+=(clang libclang-rt-dev) ;;
     coverage) packages+=(clang libclang-rt-dev llvm jq) ;;
     packages) packages+=(binutils dpkg-dev file make pkg-config) ;;
     size) packages+=(clang) ;;

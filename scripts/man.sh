@@ -56,8 +56,6 @@ for command in $(command_names); do
       name = $0; sub(/^  /, "", name); text = name
       if (match(name, /   */)) { text = substr(name, RSTART + RLENGTH); name = substr(name, 1, RSTART - 1) }
       else text = ""
-      sub(/ TEXT( \.\.\.)? REQUIRED$/, "", name)
-      sub(/ TEXT \.\.\.$/, "", name)
       list = list ".TP\n.B " name "\n" (text == "" ? "" : text "\n"); next
     }
     in_list { sub(/^ */, ""); list = list $0 "\n"; next }
@@ -68,6 +66,17 @@ for command in $(command_names); do
     }'
 done
 cat <<'TAIL'
+.SH EXIT STATUS
+.TP
+.B 0
+success
+.TP
+.B 1
+a negative answer, which the command tells of
+.TP
+.B 2
+bad usage, bad input, a store that cannot be read or written, or output that cannot be written; what was
+done all the same is said on standard error
 .SH ENVIRONMENT
 .TP
 .B TMPDIR

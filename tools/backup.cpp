@@ -35,28 +35,37 @@ struct Backup {
   std::string damage;  // in SQLite's words; empty for a sound store
 };
 
-// Puts what the log holds into the file itself and counts what there is. False when SQLite cannot.
-bool settle(const std::string& file, Backup& backup) {
+// Puts what the log of a copy holds into the file itself and counts what there is. False, with
+// `backup.damage`, when that is damaged. Throws ToolError, with `place` as the copy's name, when it
+// fails for another reason, as for want of room.
+bool settle(const std::string& file, const std::string& place, Backup& backup) {
   const Connection connection(file);
-  const auto count = [&connection](const char* sql, int64_t& into) {
-    return connection.each_row(sql, [&into](sqlite3_stmt* row) {
-      into = sqlite3_column_int64(row, 0);
-    }) == SQLITE_DONE;
-  };
   const StatementProgress progress(connection.handle(), "million steps of the check");
   std::string findings;
-  const int checked = connection.each_row(
-      "pragma integrity_check(1)", [&findings](sqlite3_stmt* row) { findings = text_at(row, 0); });
-  if (checked == SQLITE_DONE && findings != "ok") {
+  const auto into = [](int64_t& number) {
+    return [&number](sqlite3_stmt* row) { number = sqlite3_column_int64(row, 0); };
+  };
+  int rc = connection.each_row("pragma integrity_check(1)",
+                               [&findings](sqlite3_stmt* row) { findings = text_at(row, 0); });
+  if (rc == SQLITE_DONE && findings != "ok") {
     backup.damage = findings;
     return false;
   }
-  const bool done = checked == SQLITE_DONE &&
-                    connection.run("pragma wal_checkpoint(truncate)") == SQLITE_DONE &&
-                    count("select count(*) from t_message", backup.messages) &&
-                    count("select count(*) from t_session", backup.sessions);
-  if (!done) backup.damage = connection.error();
-  return done;
+  if (rc == SQLITE_DONE) rc = connection.run("pragma wal_checkpoint(truncate)");
+  if (rc == SQLITE_DONE) {
+    rc = connection.each_row("select count(*) from t_message", into(backup.messages));
+  }
+  if (rc == SQLITE_DONE) {
+    rc = connection.each_row("select count(*) from t_session", into(backup.sessions));
+  }
+  if (rc == SQLITE_DONE) return true;
+  const int code = rc & 0xff;
+  if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB) {
+    throw ToolError(place + ": the copy cannot be completed: " + connection.error() +
+                    "; nothing was kept; see that there is room for it");
+  }
+  backup.damage = connection.error();
+  return false;
 }
 
 void print(const Backup& backup, bool json) {
@@ -89,21 +98,21 @@ int run_backup(const BackupOptions& options) {
   const std::string file = store_file(folder.path());
   Backup backup;
   backup.file = store_file(options.to);
-  copy_store(options.folder, file);
-  backup.log_bytes = store_sizes(file).log;
+  backup.log_bytes = copy_store(options.folder, file).log;
 
   // Looking may change the copy; what turns out to be damaged is kept as it was found.
   bool sound =
       look_at_store(file, store_file(options.folder), backup.damage) != StoreState::kDamaged;
   if (sound) {
     require_store(file, store_file(options.folder), false);
-    sound = settle(file, backup);
+    sound = settle(file, options.to, backup);
   }
   if (!sound) copy_store(options.folder, file);
   std::filesystem::remove(file + "-shm");  // of the copy's own making
   backup.bytes = store_sizes(file).file;
   folder.keep();
   print(backup, options.json);
+  require_output("the backup is in " + options.to);
   return sound ? kOk : kNegative;
 }
 

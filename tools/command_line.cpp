@@ -4,8 +4,9 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <iostream>
 #include <limits>
-#include <system_error>
+#include <utility>
 
 #include "tools/names.h"
 #include "tools/text_table.h"
@@ -18,6 +19,7 @@ namespace {
 constexpr const char* kFooter =
     "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact and\n"
     "verify --repair change a store; the others look at a temporary copy. Times are in UTC.\n"
+    "What begins with \"-\" and is no option stands behind \"--\": corvan search FOLDER -- -x.\n"
     "Exit status: 0 for success, 1 for a negative answer, 2 for bad usage, bad input or a store\n"
     "that cannot be read or written.\n";
 
@@ -30,15 +32,18 @@ CLI::Validator not_empty() {
   return {check, "", ""};
 }
 
-// A whole number from 1 on in plain decimal.
 CLI::Validator number_up_to(int64_t largest) {
   const auto check = [largest](const std::string& text) -> std::string {
-    int64_t value = 0;
-    const char* const end = text.data() + text.size();
-    const auto [read_to, error] = std::from_chars(text.data(), end, value);
-    const bool plain = error == std::errc() && read_to == end && text[0] != '0';
-    if (plain && value >= 1 && value <= largest) return "";
+    const std::optional<int64_t> value = whole_number(text);
+    if (value && *value >= 1 && *value <= largest) return "";
     return "\"" + text + "\" is no whole number from 1 to " + std::to_string(largest);
+  };
+  return {check, "", ""};
+}
+
+CLI::Validator id_of_message() {
+  const auto check = [](const std::string& text) -> std::string {
+    return whole_number(text) ? "" : "\"" + text + "\" is no message's id";
   };
   return {check, "", ""};
 }
@@ -58,10 +63,28 @@ CLI::Validator kind_of_conversation() {
   return {to_number, ""};
 }
 
+// CLI11 splits a list's value "[a,b]" in two. A zero byte, which no argument holds, hides the
+// bracket at its end until that is past.
+std::string hidden_bracket(std::string argument) {
+  if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']') argument += '\0';
+  return argument;
+}
+
+std::string shown_bracket(std::string value) {
+  if (!value.empty() && value.back() == '\0') value.pop_back();
+  return value;
+}
+
+template <typename Target>
+CLI::Option* add_argument(CLI::App& app, const std::string& name, Target& target,
+                          const std::string& text) {
+  return app.add_option(name, target, text)->transform(shown_bracket);
+}
+
 template <typename Target>
 CLI::Option* add_option(CLI::App& app, const std::string& name, const std::string& value,
                         Target& target, const std::string& text) {
-  return app.add_option(name, target, text)->allow_extra_args(false)->option_text(value);
+  return add_argument(app, name, target, text)->allow_extra_args(false)->option_text(value);
 }
 
 template <typename Target>
@@ -71,23 +94,45 @@ CLI::Option* add_number(CLI::App& app, const std::string& name, const std::strin
   return add_option(app, name, value, target, text)->check(number_up_to(largest));
 }
 
+// Of an option its name, what stands behind it and its text.
+class HelpFormatter : public CLI::Formatter {
+  std::string make_option_opts(const CLI::Option* option) const override {
+    const std::string& value = option->get_option_text();
+    return value.empty() ? "" : " " + value;
+  }
+
+  std::string make_option_desc(const CLI::Option* option) const override {
+    std::string text = option->get_description();
+    for (const CLI::Option* other : option->get_needs()) text += "; only with " + other->get_name();
+    for (const CLI::Option* other : option->get_excludes()) {
+      text += "; not with " + other->get_name();
+    }
+    return text;
+  }
+};
+
 }  // namespace
+
+std::optional<int64_t> whole_number(const std::string& text) {
+  int64_t value = 0;
+  std::from_chars(text.data(), text.data() + text.size(), value);
+  if (std::to_string(value) != text) return std::nullopt;
+  return value;
+}
 
 void Command::argument(const std::string& name, std::string& target, const std::string& text,
                        Emptiness emptiness) {
-  CLI::Option* const argument = app_->add_option(name, target, text)->required();
+  CLI::Option* const argument = add_argument(*app_, name, target, text)->required();
   if (emptiness == Emptiness::kRefused) argument->check(not_empty());
 }
 
 void Command::argument(const std::string& name, int64_t& target, const std::string& text) {
-  app_->add_option(name, target, text)
-      ->required()
-      ->check(number_up_to(std::numeric_limits<int64_t>::max()));
+  add_argument(*app_, name, target, text)->required()->check(id_of_message());
 }
 
 void Command::arguments(const std::string& name, std::vector<std::string>& target,
                         const std::string& text, Presence presence) {
-  app_->add_option(name, target, text)->required(presence == Presence::kRequired);
+  add_argument(*app_, name, target, text)->required(presence == Presence::kRequired);
 }
 
 CLI::Option* Command::flag(const std::string& name, bool& target, const std::string& text) {
@@ -116,14 +161,14 @@ CLI::Option* Command::number(const std::string& name, const std::string& value, 
   return add_number(*app_, name, value, target, text);
 }
 
-CLI::Option* Command::number(const std::string& name, const std::string& value, int64_t& target,
-                             const std::string& text) {
-  return add_number(*app_, name, value, target, text);
-}
-
 CLI::Option* Command::number(const std::string& name, const std::string& value, std::size_t& target,
                              const std::string& text, int64_t largest) {
   return add_number(*app_, name, value, target, text, largest);
+}
+
+CLI::Option* Command::id(const std::string& name, const std::string& value,
+                         std::optional<int64_t>& target, const std::string& text) {
+  return add_option(*app_, name, value, target, text)->check(id_of_message());
 }
 
 CLI::Option* Command::choice(const std::string& name, const std::string& value, std::string& target,
@@ -157,11 +202,16 @@ void Command::need(Option option, Option other) {
   option->needs(other);
 }
 
+void require_output(const std::string& done) {
+  if (!std::cout.flush()) throw ToolError("standard output: cannot be written; " + done);
+}
+
 CommandLine::CommandLine()
     : app_(std::make_unique<CLI::App>(
           "Imports conversation logs into a message store, looks into stores, checks, repairs and "
           "rescues them, and brings their content out.",
           "corvan")) {
+  app_->formatter(std::make_shared<HelpFormatter>());
   app_->footer(kFooter);
   app_->set_version_flag(
       "--version", "corvan " CORVAN_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
@@ -182,8 +232,10 @@ Command CommandLine::add_command(const std::string& name, const std::string& tex
 }
 
 int CommandLine::run(int argc, char** argv) {
+  std::vector<std::string> arguments;  // the last one first, as the parser takes them
+  for (int i = argc - 1; i > 0; --i) arguments.push_back(hidden_bracket(argv[i]));
   try {
-    app_->parse(argc, argv);
+    app_->parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
     if (app_->exit(error) != 0) return kFailure;
   }

@@ -21,6 +21,9 @@ class Option;
 
 namespace corvan_tool {
 
+// The number of 64 bits that a text is in plain decimal.
+std::optional<int64_t> whole_number(const std::string& text);
+
 enum class Presence { kOptional, kRequired };
 enum class Emptiness { kRefused, kAllowed };
 
@@ -36,7 +39,7 @@ class Command {
   // Arguments stand in the order in which they are added.
   void argument(const std::string& name, std::string& target, const std::string& text,
                 Emptiness emptiness = Emptiness::kRefused);
-  // A whole number from 1 on.
+  // A message's id: a whole number, since a store that something else has written can hold any.
   void argument(const std::string& name, int64_t& target, const std::string& text);
   // The last arguments, any number of them.
   void arguments(const std::string& name, std::vector<std::string>& target, const std::string& text,
@@ -57,10 +60,12 @@ class Command {
   // Whole numbers from 1 to the largest that the target, or the caller, takes.
   Option number(const std::string& name, const std::string& value, int32_t& target,
                 const std::string& text);
-  Option number(const std::string& name, const std::string& value, int64_t& target,
-                const std::string& text);
   Option number(const std::string& name, const std::string& value, std::size_t& target,
                 const std::string& text, int64_t largest);
+
+  // A message's id, likewise.
+  Option id(const std::string& name, const std::string& value, std::optional<int64_t>& target,
+            const std::string& text);
 
   // One of the choices, which must be given; or several, with commas between them.
   Option choice(const std::string& name, const std::string& value, std::string& target,
@@ -80,6 +85,10 @@ class Command {
  private:
   CLI::App* app_;
 };
+
+// For a command that has changed or made something, after its output: throws ToolError, which tells
+// what was done, when standard output cannot be written.
+void require_output(const std::string& done);
 
 // The commands of the program.
 class CommandLine {

@@ -8,10 +8,13 @@
 
 #include "base/cv_utils.h"
 #include "tools/command_line.h"
+#include "tools/connection.h"
+#include "tools/copied_store.h"
 #include "tools/json_output.h"
 #include "tools/message_output.h"
 #include "tools/names.h"
 #include "tools/open_store.h"
+#include "tools/progress.h"
 #include "tools/store_copy.h"
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
@@ -53,20 +56,93 @@ class Look {
   std::optional<OpenStore> store_;
 };
 
+// Whether the message that a conversation calls its latest is there, and its own.
+bool is_latest_there(OpenStore& store, const SessionInfo& session) {
+  MessageResponse latest;
+  latest.msg_id_ = session.message_.msg_id_;
+  return store->get_message_by_id(latest) && latest.session_id_ == session.session_id_ &&
+         latest.session_type_ == session.session_type_;
+}
+
 std::vector<SessionType> kinds_or_all(const std::vector<SessionType>& kinds) {
   return kinds.empty() ? all_kinds() : kinds;
+}
+
+// The time of a message of the conversation.
+int64_t time_of(const CopiedStore& store, const HistoryOptions& options, int64_t id) {
+  std::optional<int64_t> time;
+  store.each_row(
+      std::string("select ") + kMessageTime +
+          " from t_message where id=? and session_id=? and session_type=?",
+      [&time](sqlite3_stmt* row) { time = sqlite3_column_int64(row, 0); }, id, options.session_id,
+      int64_t{options.kind});
+  if (time) return *time;
+  throw ToolError(store.name() + ": message " + std::to_string(id) +
+                  " is not in this conversation");
+}
+
+// The messages that history shows, oldest first. The library's own history leaves out those of the
+// anchor's time.
+std::vector<MessageResponse> read_history(const HistoryOptions& options) {
+  const CopiedStore store(options.folder);
+  const StatementProgress progress(store.connection().handle(), "million steps of reading");
+  const std::string place = std::string("(") + kMessageTime + ",id)";
+  std::string sql =
+      "select " + kMessageColumns + " from t_message where session_id=?1 and session_type=?2";
+  const std::optional<int64_t> anchor = options.after ? options.after : options.before;
+  if (anchor) sql += " and " + place + (options.after ? ">" : "<") + "(?3,?4)";
+  std::string names;
+  for (std::string name : options.object_names) {
+    Corvan::CvUtils::string_replace(name, "'", "''");
+    names += (names.empty() ? "'" : ",'") + name + "'";
+  }
+  if (!names.empty()) sql += " and object_name in(" + names + ")";
+  const char* const order = options.after ? "" : " desc";
+  sql += std::string(" order by ") + kMessageTime + order + ",id" + order + " limit ?5";
+
+  std::vector<MessageResponse> messages;
+  store.each_row(
+      sql, [&messages](sqlite3_stmt* row) { messages.push_back(message_at(row)); },
+      options.session_id, int64_t{options.kind}, anchor ? time_of(store, options, *anchor) : 0,
+      anchor.value_or(0), int64_t{options.limit});
+  if (!options.after) std::reverse(messages.begin(), messages.end());
+  return messages;
+}
+
+// What SQLite's integrity check says, a finding a line.
+std::string check(const std::string& folder) {
+  const std::string name = store_file(folder);
+  const StoreCopy copy(folder);
+  const std::string file = store_file(copy.folder());
+  std::string result;
+  if (look_at_store(file, name, result) == StoreState::kDamaged) return result;
+  require_store(file, name, false);
+
+  const Connection connection(file);
+  const StatementProgress progress(connection.handle(), "million steps of the check");
+  const auto add = [&result](const std::string& finding) {
+    if (!result.empty()) result += '\n';
+    result += finding;
+  };
+  const int rc = connection.each_row("pragma integrity_check",
+                                     [&add](sqlite3_stmt* row) { add(text_at(row, 0)); });
+  if (rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB) {
+    add(connection.error());
+  } else if (rc != SQLITE_DONE) {
+    throw ToolError(name + ": " + connection.error() + advice_after(rc));
+  }
+  return result;
 }
 
 constexpr const char* kListKeys =
     "With --json: an array of objects with session_id, session_type (1 private, 2 group,\n"
     "3 chat room, 4 reception, 5 system), title, draft, is_top, silence, unread_count,\n"
-    "mention_count, session_time, and message: null, or the latest message as in 'history'\n"
-    "without its sent_time.\n";
+    "mention_count, session_time, and message: the latest message as in 'history' without its\n"
+    "sent_time, or null where there is none or it is gone.\n";
 
 constexpr const char* kHistoryKeys =
     "The messages come oldest first. STATE is, of a received message, unread or read; of an own\n"
-    "one, sent, sending, failed or seen. Messages of the very time of the one given with --before\n"
-    "or --after are not shown.\n"
+    "one, sent, sending, failed or seen. Of equal times the smaller id comes first.\n"
     "With --json: an array of objects with msg_id, session_id, session_type, object_name, sender,\n"
     "content, is_receive, read_status (0 unread, else read), sent_status (0 sent, 1 being sent,\n"
     "2 failed, 3 seen), server_uid, sent_time (milliseconds since the Unix epoch).\n"
@@ -83,7 +159,7 @@ constexpr const char* kShowKeys =
 
 constexpr const char* kCheckKeys =
     "Prints \"ok\", or what SQLite's integrity check found.\n"
-    "With --json: an object with ok (true or false) and result (the text).\n"
+    "With --json: an object with ok (true or false) and result (the text, a finding a line).\n"
     "Exit status 1 when the store is damaged.\n";
 
 }  // namespace
@@ -92,7 +168,11 @@ int run_list(const ListOptions& options) {
   std::vector<SessionInfo> sessions;
   {
     Look look(options.folder);
-    look.store()->get_session_list_by_page(kinds_or_all(options.kinds), 0, options.limit, sessions);
+    OpenStore& store = look.store();
+    store->get_session_list_by_page(kinds_or_all(options.kinds), 0, options.limit, sessions);
+    for (SessionInfo& s : sessions) {
+      if (!is_latest_there(store, s)) s.message_ = {};
+    }
     look.require_success();
   }
 
@@ -143,30 +223,7 @@ int run_list(const ListOptions& options) {
 }
 
 int run_history(const HistoryOptions& options) {
-  std::vector<MessageResponse> messages;
-  {
-    Look look(options.folder);
-    OpenStore& store = look.store();
-
-    const int64_t anchor = options.before != 0 ? options.before : options.after;
-    MessageResponse at;
-    at.msg_id_ = anchor;
-    if (anchor != 0 && !(store->get_message_by_id(at) && at.session_id_ == options.session_id &&
-                         at.session_type_ == options.kind)) {
-      look.require_success();
-      throw ToolError(store_file(options.folder) + ": message " + std::to_string(anchor) +
-                      " is not in this conversation");
-    }
-    // The store takes the names as they are.
-    std::vector<std::string> names = options.object_names;
-    for (std::string& name : names) Corvan::CvUtils::string_replace(name, "'", "''");
-    const bool back = options.after == 0;
-    store->get_history_message_by_object_name(options.session_id, options.kind, names, anchor,
-                                              options.limit, messages, back);
-    look.require_success();
-    if (back) std::reverse(messages.begin(), messages.end());
-  }
-
+  const std::vector<MessageResponse> messages = read_history(options);
   if (options.json) {
     Json list = Json::array();
     for (const MessageResponse& m : messages) list.push_back(message_json(m, true));
@@ -232,25 +289,19 @@ int run_unread(const UnreadOptions& options) {
 
 int run_show(const ShowOptions& options) {
   MessageResponse m;
-  m.msg_id_ = options.id;
   bool found = false;
   bool is_mention = false;
   int64_t client_uid = 0;
-  {
-    Look look(options.folder);
-    OpenStore& store = look.store();
-    found = store->get_message_by_id(m);
-    if (found) {
-      std::string session_id;
-      int32_t session_type = 0;
-      bool is_unread = false;
-      int64_t sent_time = 0;
-      store->get_message_by_id(options.id, session_id, session_type, is_unread, is_mention,
-                               sent_time);
-      store->get_client_uid(options.id, client_uid);
-    }
-    look.require_success();
-  }
+  CopiedStore(options.folder)
+      .each_row(
+          "select " + kMessageColumns + ",is_mention,client_uid from t_message where id=?",
+          [&](sqlite3_stmt* row) {
+            found = true;
+            m = message_at(row);
+            is_mention = sqlite3_column_int(row, 11) == 1;
+            client_uid = sqlite3_column_int64(row, 12);
+          },
+          options.id);
   if (!found) {
     if (options.json) print_json(nullptr);
     std::cerr << "corvan: no message " << options.id << "\n";
@@ -281,20 +332,8 @@ int run_show(const ShowOptions& options) {
 }
 
 int run_check(const CheckOptions& options) {
-  std::string result;
-  bool sound = false;
-  {
-    const StoreCopy copy(options.folder);
-    const std::string file = store_file(copy.folder());
-    if (look_at_store(file, store_file(options.folder), result) == StoreState::kDamaged) {
-      sound = false;
-    } else {
-      require_store(file, store_file(options.folder), false);
-      OpenStore store(copy.folder(), "");
-      sound = store->check_integrity(result);
-      if (result.empty()) result = store.failure();
-    }
-  }
+  const std::string result = check(options.folder);
+  const bool sound = result == "ok";
   if (options.json) {
     print_json({{"ok", sound}, {"result", result}});
   } else {
@@ -314,10 +353,10 @@ void add_look(CommandLine& line) {
                                                      kHistoryKeys, run_history);
   history.argument("SESSION", options.session_id, "the conversation's id", Emptiness::kAllowed);
   history.kind(options.kind, "its kind (required): ");
-  const Command::Option before = history.number("--before", "ID", options.before,
-                                                "those before this message (default: newest)");
+  const Command::Option before =
+      history.id("--before", "ID", options.before, "those before this message (default: newest)");
   const Command::Option after =
-      history.number("--after", "ID", options.after, "those after this message");
+      history.id("--after", "ID", options.after, "those after this message");
   Command::exclude(after, before);
   history.number("--limit", "N", options.limit, "at most so many (default 20)");
   history.option("--kind", "NAME", options.object_names,

@@ -4,6 +4,7 @@
 #define TOOLS_COMMANDS_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,8 @@ struct HistoryOptions {
   std::string folder;
   std::string session_id;
   Corvan::SessionType kind = Corvan::CV_PRIVATE;
-  int64_t before = 0;  // message ids; 0 for none
-  int64_t after = 0;
+  std::optional<int64_t> before;  // message ids
+  std::optional<int64_t> after;
   int32_t limit = 20;
   std::vector<std::string> object_names;  // none: all
   bool json = false;

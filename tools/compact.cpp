@@ -13,6 +13,7 @@
 #include "tools/open_store.h"
 #include "tools/progress.h"
 #include "tools/store_copy.h"
+#include "tools/store_transaction.h"
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
 
@@ -54,31 +55,12 @@ class Compaction {
     require(connection_.each_row("pragma wal_checkpoint(truncate)", [&busy](sqlite3_stmt* row) {
       busy = sqlite3_column_int(row, 0) != 0;
     }));
-    if (busy) fail("in use by another process", "try again while the client rests");
+    if (busy) require(SQLITE_BUSY);
   }
 
   void require(int rc) const {
     if (rc == SQLITE_DONE) return;
-    const std::string why = connection_.error();
-    switch (rc & 0xff) {
-      case SQLITE_BUSY:
-      case SQLITE_LOCKED:
-        fail("in use by another process (" + why + ")", "try again while the client rests");
-      case SQLITE_FULL:
-        fail(why,
-             "the folder for temporary files (SQLITE_TMPDIR, TMPDIR) and the store's own need as "
-             "much free room as the store takes");
-      case SQLITE_CORRUPT:
-      case SQLITE_NOTADB:
-        fail(why, "see 'corvan salvage'");
-      default:
-        fail(why, "");
-    }
-  }
-
-  [[noreturn]] void fail(const std::string& why, const std::string& next) const {
-    throw ToolError(file_ + ": " + why + "; no message was changed" +
-                    (next.empty() ? "" : "; " + next));
+    throw ToolError(file_ + ": " + failure_text(connection_, rc, "no message was changed"));
   }
 
   const std::string file_;
@@ -106,14 +88,15 @@ int run_compact(const CompactOptions& options) {
                 {"after", json(after)},
                 {"freed_bytes", freed},
                 {"seconds", seconds}});
-    return kOk;
+  } else {
+    TextTable table({{""}, {"FILE", TextTable::kRight}, {"LOG", TextTable::kRight}});
+    table.add({"before", size_text(before.file), size_text(before.log)});
+    table.add({"after", size_text(after.file), size_text(after.log)});
+    table.print(std::cout, terminal_width());
+    std::cout << (freed < 0 ? "grown by " : "freed ") << size_text(freed < 0 ? -freed : freed)
+              << "; " << seconds_text(seconds) << " s\n";
   }
-  TextTable table({{""}, {"FILE", TextTable::kRight}, {"LOG", TextTable::kRight}});
-  table.add({"before", size_text(before.file), size_text(before.log)});
-  table.add({"after", size_text(after.file), size_text(after.log)});
-  table.print(std::cout, terminal_width());
-  std::cout << (freed < 0 ? "grown by " : "freed ") << size_text(freed < 0 ? -freed : freed) << "; "
-            << seconds_text(seconds) << " s\n";
+  require_output("the store was compacted");
   return kOk;
 }
 

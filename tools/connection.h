@@ -13,12 +13,20 @@
 
 namespace corvan_tool {
 
+// A path as SQLite takes it for nothing else: one built to know URIs takes "file:..." for one.
+inline std::string unmistakable_path(const std::string& path) {
+  return path.rfind("file:", 0) == 0 ? "./" + path : path;
+}
+
 // Waits for up to two seconds where another process holds a lock.
 class Connection {
  public:
-  // Makes no file. A failure is left to the first statement.
+  // Makes no file. A failure is left to the first statement. `file` is a path, or with
+  // SQLITE_OPEN_URI a URI.
   explicit Connection(const std::string& file, int flags = SQLITE_OPEN_READWRITE)
-      : opened_(sqlite3_open_v2(file.c_str(), &db_, flags, nullptr)) {
+      : opened_(sqlite3_open_v2(
+            ((flags & SQLITE_OPEN_URI) != 0 ? file : unmistakable_path(file)).c_str(), &db_, flags,
+            nullptr)) {
     sqlite3_busy_timeout(db_, 2000);
   }
   Connection(const Connection&) = delete;

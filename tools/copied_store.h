@@ -14,6 +14,21 @@
 
 namespace corvan_tool {
 
+// What may help after a statement has failed, to stand behind the failure; nothing where nothing is
+// known to.
+inline const char* advice_after(int rc) {
+  switch (rc & 0xff) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return "; see 'corvan check' and 'corvan salvage'";
+    case SQLITE_FULL:
+    case SQLITE_IOERR:
+      return "; name a folder with room for temporary files in TMPDIR";
+    default:
+      return "";
+  }
+}
+
 // Nothing that opening with the library does is done to the copy: nothing is marked, nothing
 // deleted.
 class CopiedStore {
@@ -29,14 +44,17 @@ class CopiedStore {
   // The copy's.
   std::string file() const { return store_file(copy_.folder()); }
   const Connection& connection() const { return connection_; }
+  const StoreSizes& sizes() const { return copy_.sizes(); }
 
   // As Connection::each_row. Throws ToolError when a row cannot be read.
   template <typename Read, typename... Arguments>
   void each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
-    const int rc = connection_.each_row(sql, read, arguments...);
-    if (rc == SQLITE_DONE) return;
-    throw ToolError(name_ + ": " + connection_.error() +
-                    "; see 'corvan check' and 'corvan salvage'");
+    require(connection_.each_row(sql, read, arguments...));
+  }
+
+  // Throws ToolError unless `rc`, of a statement on the connection, is SQLITE_DONE.
+  void require(int rc) const {
+    if (rc != SQLITE_DONE) throw ToolError(name_ + ": " + connection_.error() + advice_after(rc));
   }
 
  private:

@@ -34,7 +34,7 @@ struct ExportOptions {
 
 void export_one_file(const ExportSource& source, const std::string& format, const std::string& path,
                      ExportCounts& counts) {
-  ExportOutput output(path, counts);
+  ExportOutput output(path, ExportOutput::kPresent, counts);
   if (format == "csv") {
     export_csv(source, output, counts);
   } else {
@@ -91,6 +91,7 @@ int run_export(const ExportOptions& options) {
   place.keep();
   report(options, source.is_partial(), counts,
          std::chrono::duration<double>(Clock::now() - start).count());
+  require_output("the export is in " + options.output);
   return kOk;
 }
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -25,7 +26,7 @@ constexpr const char* kQuery =
     "m.is_mention,m.client_uid,m.server_uid "
     "from t_message m";
 
-enum Meaning { kNumber, kText, kKind, kTime, kDirection, kSentStatus, kReadStatus };
+enum Meaning { kNumber, kText, kKind, kTime, kDirection, kSentState, kReadState };
 
 struct CsvColumn {
   const char* heading;
@@ -43,8 +44,8 @@ constexpr std::array<CsvColumn, 15> kColumns = {{
     {"direction", 6, kDirection},
     {"object_name", 7, kText},
     {"content", 8, kText},
-    {"sent_status", 9, kSentStatus},
-    {"read_status", 10, kReadStatus},
+    {"sent_status", 9, kSentState},
+    {"read_status", 10, kReadState},
     {"is_mention", 11, kNumber},
     {"sent_time", 4, kNumber},
     {"client_uid", 12, kNumber},
@@ -64,17 +65,35 @@ std::string clean(const std::string& text) {
   return result;
 }
 
-// A spreadsheet program takes a text that begins so for a formula, and carries it out.
+// A spreadsheet program takes a text that begins so for a formula, and carries it out; East Asian
+// ones take the full-width signs for the others.
 bool looks_like_formula(const std::string& text) {
-  return !text.empty() && std::string_view("=+-@\t\r").find(text[0]) != std::string_view::npos;
+  static constexpr std::array<std::string_view, 11> kBeginnings = {
+      "=", "+", "-", "@", "\t", "\r", "\n", "＝", "＋", "－", "＠"};
+  return std::any_of(kBeginnings.begin(), kBeginnings.end(), [&text](std::string_view beginning) {
+    return text.compare(0, beginning.size(), beginning) == 0;
+  });
 }
 
-std::string field(std::string text, bool is_text) {
-  if (is_text && looks_like_formula(text)) text.insert(0, 1, '\'');
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string result = "\"";
+// In quotes, whether or not it needs them: some programs split records at other characters, too.
+std::string text_field(const std::string& stored) {
+  const std::string text = clean(stored);
+  std::string result = looks_like_formula(text) ? "\"'" : "\"";
   for (const char c : text) result.append(c == '"' ? 2 : 1, c);
   return result + '"';
+}
+
+// As it stands, were it a text in a file of somebody else's.
+std::string number_field(sqlite3_stmt* row, int place) {
+  const int type = sqlite3_column_type(row, place);
+  const std::string value = text_at(row, place);
+  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value) : value;
+}
+
+template <typename NameOf>
+std::string code_field(sqlite3_stmt* row, int place, const NameOf& name_of) {
+  const Code code = code_at(row, place);
+  return code.number ? name_of(*code.number) : number_field(row, place);
 }
 
 std::string direction_name(int32_t direction) {
@@ -83,33 +102,30 @@ std::string direction_name(int32_t direction) {
 }
 
 std::string field_of(sqlite3_stmt* row, const CsvColumn& column) {
-  const int32_t code = sqlite3_column_int(row, column.place);
   switch (column.meaning) {
     case kKind:
-      return kind_name(code);
+      return code_field(row, column.place, kind_name);
     case kTime:
       return time_text(sqlite3_column_int64(row, column.place));
     case kDirection:
-      return direction_name(code);
-    case kSentStatus:
-      return sent_status_name(code);
-    case kReadStatus:
-      return read_status_name(code);
+      return code_field(row, column.place, direction_name);
+    case kSentState:
+      return code_field(row, column.place, sent_status_name);
+    case kReadState:
+      return code_field(row, column.place, read_status_name);
     case kNumber:
-      // As it stands, were it a text in a file of somebody else's.
-      return field(clean(text_at(row, column.place)),
-                   sqlite3_column_type(row, column.place) != SQLITE_INTEGER);
+      return number_field(row, column.place);
     case kText:
       break;
   }
-  return field(clean(text_at(row, column.place)), true);
+  return text_field(text_at(row, column.place));
 }
 
 }  // namespace
 
 void export_csv(const ExportSource& source, ExportOutput& output, ExportCounts& counts) {
   const std::string where = source.is_partial() ? " where " + source.condition() : "";
-  const int64_t all = source.number("select count(*) from t_message" + where);
+  const int64_t all = source.rows_of("t_message");
   counts.sessions = source.number(
       "select count(*) from (select distinct session_type,session_id from t_message" + where + ")");
   Progress progress("messages", static_cast<std::uint64_t>(all));
@@ -130,6 +146,7 @@ void export_csv(const ExportSource& source, ExportOutput& output, ExportCounts& 
                             ++counts.messages;
                             progress.advance();
                           });
+  source.require_all("t_message", counts.messages, all);
   output.close();
 }
 

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "tools/html_conversation.h"
@@ -20,7 +22,7 @@ namespace {
 constexpr std::size_t kConversationsOnAPage = 1000;
 
 // A row that has a conversation's id and kind, whatever they are.
-struct Place {
+struct ConversationRow {
   const char* table;  // t_session, or t_message for messages whose conversation has no row
   int64_t row_id;
 };
@@ -30,8 +32,8 @@ std::string index_file(std::size_t page) {
 }
 
 // The list's order; messages without a conversation come last.
-std::vector<Place> conversations_of(const ExportSource& source) {
-  std::vector<Place> places;
+std::vector<ConversationRow> conversations_of(const ExportSource& source) {
+  std::vector<ConversationRow> places;
   const auto read_into = [&places](const char* table) {
     return [&places, table](sqlite3_stmt* row) {
       places.push_back({table, sqlite3_column_int64(row, 0)});
@@ -41,6 +43,7 @@ std::vector<Place> conversations_of(const ExportSource& source) {
       "select rowid from t_session where " + source.condition() +
           " order by is_top desc,session_time desc,session_type desc,rowid desc",
       read_into("t_session"));
+  source.require_all("t_session", static_cast<int64_t>(places.size()), source.rows_of("t_session"));
   source.store().each_row(
       "select min(id) from t_message m where " + source.condition() +
           " group by session_type,session_id having not exists("
@@ -50,7 +53,7 @@ std::vector<Place> conversations_of(const ExportSource& source) {
   return places;
 }
 
-HtmlConversation read_conversation(const ExportSource& source, const Place& place) {
+HtmlConversation read_conversation(const ExportSource& source, const ConversationRow& place) {
   HtmlConversation c;
   c.has_row = std::string(place.table) == "t_session";
   const std::string row =
@@ -62,14 +65,14 @@ HtmlConversation read_conversation(const ExportSource& source, const Place& plac
   source.store().each_row("select session_id,session_type" + more + row,
                           [&c](sqlite3_stmt* values) {
                             c.id = text_at(values, 0);
-                            c.kind = sqlite3_column_int(values, 1);
+                            c.kind = code_at(values, 1);
                             if (!c.has_row) return;
                             c.title = text_at(values, 2);
                             c.draft = text_at(values, 3);
-                            c.is_top = sqlite3_column_int(values, 4);
-                            c.silence = sqlite3_column_int(values, 5);
-                            c.unread = sqlite3_column_int(values, 6);
-                            c.mentions = sqlite3_column_int(values, 7);
+                            c.is_top = sqlite3_column_int64(values, 4);
+                            c.silence = sqlite3_column_int64(values, 5);
+                            c.unread = sqlite3_column_int64(values, 6);
+                            c.mentions = sqlite3_column_int64(values, 7);
                             c.time = sqlite3_column_int64(values, 8);
                           });
   return c;
@@ -104,7 +107,7 @@ std::string entry(const HtmlConversation& c, const HtmlNewest& newest, std::size
                      R"(</span><span class="name" dir="auto">)" + html_line(name) + "</span>" +
                      date_of(newest.time) + R"(<span class="last" dir="auto">)";
   if (newest.messages == 0) {
-    html += kind_name(c.kind) + ", no messages";
+    html += html_code(c.kind, kind_name) + ", no messages";
   } else {
     html +=
         "<bdi>" + html_line(newest.sender) + "</bdi>: <bdi>" + html_line(newest.text) + "</bdi>";
@@ -113,19 +116,19 @@ std::string entry(const HtmlConversation& c, const HtmlNewest& newest, std::size
 }
 
 // The list of conversations, which grows while their pages are written.
-class Index {
+class IndexPage {
  public:
-  Index(const ExportSource& source, std::string folder, std::size_t conversations,
-        ExportCounts& counts)
+  IndexPage(const ExportSource& source, std::string folder, std::size_t conversations,
+            int64_t messages, ExportCounts& counts)
       : folder_(std::move(folder)),
         pages_((conversations + kConversationsOnAPage - 1) / kConversationsOnAPage),
         facts_(counted(static_cast<int64_t>(conversations), "conversation") + " · " +
-               counted(source.number("select count(*) from t_message where " + source.condition()),
-                       "message")),
+               counted(messages, "message")),
         counts_(counts) {
+    // Not sum(), which fails where a damaged store's counters overflow.
     const std::string of_sessions = " from t_session where " + source.condition();
-    const int64_t unread = source.number("select sum(unread_count)" + of_sessions);
-    const int64_t mentions = source.number("select sum(mention_count)" + of_sessions);
+    const int64_t unread = source.number("select total(unread_count)" + of_sessions);
+    const int64_t mentions = source.number("select total(mention_count)" + of_sessions);
     if (unread != 0) facts_ += " · " + std::to_string(unread) + " unread";
     if (mentions != 0) facts_ += " · " + counted(mentions, "mention");
     if (source.is_partial()) facts_ += " · chosen conversations only";
@@ -146,7 +149,8 @@ class Index {
 
  private:
   void begin_page() {
-    output_ = std::make_unique<ExportOutput>(folder_ + "/" + index_file(page_), counts_);
+    output_ = std::make_unique<ExportOutput>(folder_ + "/" + index_file(page_), ExportOutput::kNew,
+                                             counts_);
     on_page_ = 0;
     output_->write(page_begin("Conversations") + "<header>\n<h1>Conversations</h1>\n" +
                    "<p class=\"facts\">" + facts_ + "</p>\n</header>\n" + links("Pages") +
@@ -176,11 +180,12 @@ class Index {
 
 void export_html(const ExportSource& source, const std::string& folder, ExportCounts& counts) {
   const std::string pages = folder + "/pages";
-  std::filesystem::create_directory(pages);
-  const std::vector<Place> places = conversations_of(source);
-  Progress progress("messages", static_cast<std::uint64_t>(source.number(
-                                    "select count(*) from t_message where " + source.condition())));
-  Index index(source, folder, places.size(), counts);
+  std::error_code error;
+  if (!std::filesystem::create_directory(pages, error)) fail_to_write(pages, error.message());
+  const std::vector<ConversationRow> places = conversations_of(source);
+  const int64_t all = source.rows_of("t_message");
+  Progress progress("messages", static_cast<std::uint64_t>(all));
+  IndexPage index(source, folder, places.size(), all, counts);
   for (std::size_t number = 1; number <= places.size(); ++number) {
     const HtmlConversation conversation = read_conversation(source, places[number - 1]);
     const HtmlNewest newest =
@@ -188,6 +193,7 @@ void export_html(const ExportSource& source, const std::string& folder, ExportCo
     index.add(entry(conversation, newest, number));
   }
   index.end();
+  source.require_all("t_message", counts.messages, all);
   counts.sessions = static_cast<int64_t>(places.size());
 }
 

@@ -6,11 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "base/cv_database.h"
 #include "tools/export_lines.h"
 #include "tools/export_records.h"
 #include "tools/json_output.h"
 #include "tools/progress.h"
+#include "tools/schema.h"
 #include "tools/text_table.h"
 
 namespace corvan_tool {
@@ -18,10 +18,11 @@ namespace corvan_tool {
 namespace {
 
 // One table's part of the export.
-struct Part {
+struct ExportPart {
   const ExportTable* table = nullptr;
   std::string from;  // the statement's text from "from" on
   int64_t rows = 0;
+  int64_t written = 0;
 };
 
 // Of chosen conversations alone the sync times would be wrong: they say that every message until
@@ -35,13 +36,14 @@ bool has_table(const ExportSource& source, const char* name) {
                        quoted_text(name)) != 0;
 }
 
-std::vector<Part> parts_of(const ExportSource& source) {
-  std::vector<Part> parts;
+std::vector<ExportPart> parts_of(const ExportSource& source) {
+  std::vector<ExportPart> parts;
   for (const ExportTable& table : export_tables()) {
     if (!is_wanted(table, source.is_partial()) || !has_table(source, table.name)) continue;
-    Part part;
+    ExportPart part;
     part.table = &table;
-    part.from = std::string(" from ") + table.name;
+    // Not by way of an index, which may lack rows of a damaged store.
+    part.from = std::string(" from ") + table.name + " not indexed";
     if (table.is_by_session && source.is_partial()) part.from += " where " + source.condition();
     part.rows = source.number("select count(*)" + part.from);
     parts.push_back(std::move(part));
@@ -49,33 +51,82 @@ std::vector<Part> parts_of(const ExportSource& source) {
   return parts;
 }
 
-// Names what the file has beside a store's tables, columns and indexes.
-void name_what_is_left_out(const ExportSource& source) {
+using Names = std::vector<std::string>;
+
+std::string joined(const Names& names) {
   std::string list;
-  const auto add = [&list](const std::string& what) { list += (list.empty() ? "" : ", ") + what; };
-  const auto schema = Corvan::CvDatabase::table_index();
+  for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
+  return list;
+}
+
+void warn(const ExportSource& source, const std::string& text) {
+  std::cerr << "corvan: " << printable(source.store().name() + ": " + text) << '\n';
+}
+
+// The columns of the file's table that a store's does not have.
+void add_more_columns(const ExportSource& source, const ExportTable& table, Names& names) {
+  const auto is_known = [&table](const std::string& name) {
+    return std::any_of(table.columns.begin(), table.columns.end(),
+                       [&name](const ExportColumn& column) { return name == column.name; });
+  };
+  source.store().each_row("select name from pragma_table_xinfo(" + quoted_text(table.name) + ")",
+                          [&](sqlite3_stmt* row) {
+                            const std::string name = text_at(row, 0);
+                            if (!is_known(name))
+                              names.push_back(std::string("column ") + table.name + "." + name);
+                          });
+}
+
+// Names what the file has beside a store's tables, columns and indexes.
+void name_what_is_left_out(const ExportSource& source, const Schema& wanted,
+                           const Schema& present) {
+  Names names;
   source.store().each_row(
       "select type,name from sqlite_master where name not like 'sqlite\\_%' escape '\\' "
-      "order by type desc,name",
+      "or name like 'sqlite\\_stat%' escape '\\' order by type desc,name",
       [&](sqlite3_stmt* row) {
         const std::string name = text_at(row, 1);
-        if (schema.count(name) == 0) add(text_at(row, 0) + " " + name);
+        if (wanted.table(name) == nullptr && wanted.index(name) == nullptr) {
+          names.push_back(text_at(row, 0) + " " + name);
+        }
       });
-  for (const ExportTable& table : export_tables()) {
-    const auto is_known = [&table](const std::string& name) {
-      return std::any_of(table.columns.begin(), table.columns.end(),
-                         [&name](const ExportColumn& column) { return name == column.name; });
-    };
-    source.store().each_row("select name from pragma_table_info(" + quoted_text(table.name) + ")",
-                            [&](sqlite3_stmt* row) {
-                              const std::string name = text_at(row, 0);
-                              if (!is_known(name))
-                                add(std::string("column ") + table.name + "." + name);
-                            });
+  std::size_t kept = 0;
+  for (const IndexDifference& one : index_differences(wanted, present, kept)) {
+    if (one.kind != IndexDifference::kDiffers) continue;
+    names.push_back("index " + one.index.name + " as it is in this file");
   }
-  if (list.empty()) return;
-  std::cerr << "corvan: " << printable(source.store().name())
-            << ": left out, since it is no part of a message store: " << printable(list) << '\n';
+  for (const ExportTable& table : export_tables()) add_more_columns(source, table, names);
+  for (const char* setting : {"application_id", "auto_vacuum"}) {
+    if (source.number(std::string("pragma ") + setting) != 0) names.emplace_back(setting);
+  }
+  if (names.empty()) return;
+  warn(source, "left out, since it is no part of a message store: " + joined(names));
+}
+
+// Names what the file's tables lack of a new store's, in which a restore puts the rows.
+void name_what_is_missing(const ExportSource& source, const Schema& wanted, const Schema& present) {
+  Names names;
+  for (const Table& table : wanted.tables) {
+    const Table* const found = present.table(table.name);
+    if (found == nullptr || is_same_statement(found->sql, table.sql)) continue;
+    Table parts = *found;
+    source.store().require(read_parts(source.store().connection(), parts));
+    for (const std::string& part : table.parts) {
+      if (std::binary_search(parts.parts.begin(), parts.parts.end(), part)) continue;
+      names.push_back(table.name + " has no " + part);
+    }
+  }
+  if (names.empty()) return;
+  warn(source, "'corvan restore' may refuse rows, since they are in tables unlike a new store's: " +
+                   joined(names) + "; see 'corvan verify'");
+}
+
+void compare_with_new_store(const ExportSource& source) {
+  const Schema wanted = new_schema();
+  Schema present;
+  source.store().require(read_schema(source.store().connection(), present));
+  name_what_is_left_out(source, wanted, present);
+  name_what_is_missing(source, wanted, present);
 }
 
 Json header(const ExportSource& source) {
@@ -95,25 +146,25 @@ Json header(const ExportSource& source) {
 }
 
 // The number of records of each table, which are 0 where a table is not exported.
-void add_counts(Json& record, const std::vector<Part>& parts) {
+void add_counts(Json& record, const std::vector<ExportPart>& parts, int64_t ExportPart::*count) {
   for (const ExportTable& table : export_tables()) record[table.count] = 0;
-  for (const Part& part : parts) record[part.table->count] = part.rows;
+  for (const ExportPart& part : parts) record[part.table->count] = part.*count;
 }
 
 }  // namespace
 
 void export_jsonl(const ExportSource& source, ExportOutput& output, ExportCounts& counts) {
-  name_what_is_left_out(source);
-  const std::vector<Part> parts = parts_of(source);
+  compare_with_new_store(source);
+  std::vector<ExportPart> parts = parts_of(source);
   int64_t all = 0;
-  for (const Part& part : parts) all += part.rows;
+  for (const ExportPart& part : parts) all += part.rows;
   Progress progress("records", static_cast<std::uint64_t>(all));
 
   Json first = header(source);
-  add_counts(first, parts);
+  add_counts(first, parts, &ExportPart::rows);
   output.write(first.dump() + "\n");
   std::string line;
-  for (const Part& part : parts) {
+  for (ExportPart& part : parts) {
     const ExportTable& table = *part.table;
     const auto write_record = [&](sqlite3_stmt* row) {
       line = std::string(R"({"type":")") + table.type + R"(")";
@@ -123,15 +174,16 @@ void export_jsonl(const ExportSource& source, ExportOutput& output, ExportCounts
       }
       line += "}\n";
       output.write(line);
+      ++part.written;
       progress.advance();
     };
     source.store().each_row("select " + column_list(table) + part.from + " order by 1",
                             write_record);
-    if (&table == &export_tables()[kSessions]) counts.sessions = part.rows;
-    if (&table == &export_tables()[kMessages]) counts.messages = part.rows;
+    if (&table == &export_tables()[kSessions]) counts.sessions = part.written;
+    if (&table == &export_tables()[kMessages]) counts.messages = part.written;
   }
   Json last = {{"type", kEndType}};
-  add_counts(last, parts);
+  add_counts(last, parts, &ExportPart::written);
   output.write(last.dump() + "\n");
   output.close();
 }

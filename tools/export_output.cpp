@@ -10,9 +10,16 @@
 
 namespace corvan_tool {
 
-ExportOutput::ExportOutput(std::string path, ExportCounts& counts)
+void fail_to_write(const std::string& path, const std::string& error) {
+  throw ToolError(kept_name(path) + ": " + error +
+                  "; nothing was kept; name a place with room in --output");
+}
+
+ExportOutput::ExportOutput(std::string path, Kind kind, ExportCounts& counts)
     : path_(std::move(path)), counts_(counts), stream_(path_.empty() ? std::cout : file_) {
-  if (!path_.empty()) file_.open(path_, std::ios::binary | std::ios::trunc);
+  // Opened for reading as well, a file is not made.
+  const std::ios::openmode more = kind == kPresent ? std::ios::in : std::ios::openmode();
+  if (!path_.empty()) file_.open(path_, std::ios::binary | std::ios::out | more);
   require_good();
   ++counts_.files;
 }
@@ -32,9 +39,9 @@ void ExportOutput::close() {
 
 void ExportOutput::require_good() const {
   if (stream_) return;
-  if (path_.empty()) throw ToolError("standard output: cannot be written");
-  throw ToolError(kept_name(path_) + ": " + std::strerror(errno) +
-                  "; nothing was kept; name a place with room in --output");
+  const std::string error = std::strerror(errno);
+  if (path_.empty()) throw ToolError("standard output: cannot be written: " + error);
+  fail_to_write(path_, error);
 }
 
 }  // namespace corvan_tool

@@ -18,11 +18,17 @@ struct ExportCounts {
   int64_t bytes = 0;
 };
 
-// A new file, or standard output. Each call throws ToolError when it cannot write.
+// Throws ToolError: `path`, at or below an Unfinished, cannot be written because of `error`.
+[[noreturn]] void fail_to_write(const std::string& path, const std::string& error);
+
+// A file, or standard output. Each call throws ToolError when it cannot write.
 class ExportOutput {
  public:
-  // An empty path is standard output. What is written is counted in `counts`.
-  ExportOutput(std::string path, ExportCounts& counts);
+  enum Kind { kNew, kPresent };
+
+  // An empty path is standard output. A present file must be there and empty: one that an interrupt
+  // has removed does not come back. What is written is counted in `counts`.
+  ExportOutput(std::string path, Kind kind, ExportCounts& counts);
 
   void write(std::string_view text);
 

@@ -71,14 +71,26 @@ std::string_view bytes_at(sqlite3_stmt* row, int place) {
           static_cast<std::size_t>(sqlite3_column_bytes(row, place))};
 }
 
-void bind_text(sqlite3_stmt* stmt, int place, const std::string& text) {
-  sqlite3_bind_text64(stmt, place, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+// Whether the text takes more room in JSON, which writes some control characters as six, than in
+// hexadecimal digits. The longest line that a restore reads has room for these.
+bool is_shorter_in_hex(std::string_view text) {
+  constexpr std::string_view kTwoCharacters = "\"\\\b\f\n\r\t";
+  std::size_t more = 0;
+  for (const char c : text) {
+    if (static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\') continue;
+    more += kTwoCharacters.find(c) == std::string_view::npos ? 5U : 1U;
+  }
+  return more > text.size();
 }
 
-// Whether a JSON number is a whole one of 64 bits with a sign.
-bool is_whole(const Json& value) {
-  return value.is_number_integer() &&
-         (!value.is_number_unsigned() || value.get<std::uint64_t>() <= INT64_MAX);
+// What is wrong where SQLite did not take a value.
+std::string bound(int rc) {
+  return rc == SQLITE_OK ? "" : sqlite3_errstr(rc);
+}
+
+std::string bind_text(sqlite3_stmt* stmt, int place, const std::string& text,
+                      sqlite3_destructor_type lifetime) {
+  return bound(sqlite3_bind_text64(stmt, place, text.data(), text.size(), lifetime, SQLITE_UTF8));
 }
 
 std::string bind_wrapped(sqlite3_stmt* stmt, int place, const Json& value) {
@@ -87,32 +99,23 @@ std::string bind_wrapped(sqlite3_stmt* stmt, int place, const Json& value) {
   const Json& content = value.begin().value();
   if (what == "integer") {
     if (!is_whole(content)) return "\"integer\" must be a whole number of 64 bits";
-    sqlite3_bind_int64(stmt, place, content.get<int64_t>());
-    return "";
+    return bound(sqlite3_bind_int64(stmt, place, content.get<int64_t>()));
   }
   if (what != "text" && what != "text_hex" && what != "blob_hex" && what != "real") {
     return "unknown key \"" + what + "\"";
   }
   if (!content.is_string()) return "\"" + what + "\" must be a text";
   const auto& text = content.get_ref<const std::string&>();
-  if (what == "text") {
-    bind_text(stmt, place, text);
-    return "";
-  }
+  if (what == "text") return bind_text(stmt, place, text, SQLITE_STATIC);
   if (what == "real") {
     const std::optional<double> real = real_of(text);
     if (!real) return "\"real\" is no floating-point number as an export writes it";
-    sqlite3_bind_double(stmt, place, *real);
-    return "";
+    return bound(sqlite3_bind_double(stmt, place, *real));
   }
   const std::optional<std::string> bytes = from_hex(text);
   if (!bytes) return "\"" + what + "\" must hold pairs of the digits 0-9 and a-f";
-  if (what == "text_hex") {
-    bind_text(stmt, place, *bytes);
-  } else {
-    sqlite3_bind_blob64(stmt, place, bytes->data(), bytes->size(), SQLITE_TRANSIENT);
-  }
-  return "";
+  if (what == "text_hex") return bind_text(stmt, place, *bytes, SQLITE_TRANSIENT);
+  return bound(sqlite3_bind_blob64(stmt, place, bytes->data(), bytes->size(), SQLITE_TRANSIENT));
 }
 
 }  // namespace
@@ -189,7 +192,8 @@ void append_value(std::string& line, sqlite3_stmt* row, int place, const ExportC
     const std::string_view bytes = bytes_at(row, place);
     if (type == SQLITE_BLOB) {
       line += wrapped("blob_hex", json_text(to_hex(bytes)));
-    } else if (bytes.find('\0') != std::string_view::npos || !is_utf8(bytes)) {
+    } else if (bytes.find('\0') != std::string_view::npos || !is_utf8(bytes) ||
+               is_shorter_in_hex(bytes)) {
       line += wrapped("text_hex", json_text(to_hex(bytes)));
     } else {
       line += column.is_text ? json_text(bytes) : wrapped("text", json_text(bytes));
@@ -199,23 +203,22 @@ void append_value(std::string& line, sqlite3_stmt* row, int place, const ExportC
 
 std::string bind_value(sqlite3_stmt* stmt, int place, const Json& value, const ExportColumn& column,
                        bool& needs_check) {
-  if (value.is_null()) {
-    sqlite3_bind_null(stmt, place);
-    return "";
-  }
+  if (value.is_null()) return bound(sqlite3_bind_null(stmt, place));
   if (value.is_object()) {
     needs_check = true;
     return bind_wrapped(stmt, place, value);
   }
   if (column.is_text) {
     if (!value.is_string()) return "must be a text";
-    const auto& text = value.get_ref<const std::string&>();
-    bind_text(stmt, place, text);
-    return "";
+    return bind_text(stmt, place, value.get_ref<const std::string&>(), SQLITE_STATIC);
   }
   if (!is_whole(value)) return "must be a whole number of 64 bits";
-  sqlite3_bind_int64(stmt, place, value.get<int64_t>());
-  return "";
+  return bound(sqlite3_bind_int64(stmt, place, value.get<int64_t>()));
+}
+
+bool is_whole(const Json& value) {
+  return value.is_number_integer() &&
+         (!value.is_number_unsigned() || value.get<std::uint64_t>() <= INT64_MAX);
 }
 
 const char* class_of(const Json& value, const ExportColumn& column) {

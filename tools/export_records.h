@@ -4,7 +4,8 @@
 // order of export_tables(). A value is the JSON text or number that the column is for, null for SQL
 // NULL, or, for everything else that a row can hold, an object with one member:
 //   {"text": "..."}         text in a column of numbers
-//   {"text_hex": "..."}     text that is not UTF-8 or holds zero bytes, as hexadecimal digits
+//   {"text_hex": "..."}     text that is not UTF-8, holds zero bytes, or is longer in JSON than in
+//                           hexadecimal digits, which these are
 //   {"blob_hex": "..."}     a blob
 //   {"integer": 1}          a whole number in a column of text
 //   {"real": "..."}         a floating-point number, in as many digits as it takes
@@ -55,10 +56,14 @@ std::string column_list(const ExportTable& table);
 // Appends a value of a row as JSON.
 void append_value(std::string& line, sqlite3_stmt* row, int place, const ExportColumn& column);
 
-// Binds a value. Otherwise says what is wrong with it; nothing is bound then. `needs_check` is set
-// for values that SQLite could turn into others when it stores them.
+// Binds a value, which must be there until the statement has run. Otherwise says what is wrong with
+// it; nothing is bound then. `needs_check` is set for values that SQLite could turn into others
+// when it stores them.
 std::string bind_value(sqlite3_stmt* stmt, int place, const Json& value, const ExportColumn& column,
                        bool& needs_check);
+
+// Whether a JSON number is a whole one of 64 bits with a sign.
+bool is_whole(const Json& value);
 
 // The storage class of a value, in SQLite's words.
 const char* class_of(const Json& value, const ExportColumn& column);

@@ -19,6 +19,14 @@ std::string joined(const Elements& elements, const Text& text) {
 
 }  // namespace
 
+Code code_at(sqlite3_stmt* row, int place) {
+  if (sqlite3_column_type(row, place) == SQLITE_INTEGER) {
+    const int64_t number = sqlite3_column_int64(row, place);
+    if (number >= INT32_MIN && number <= INT32_MAX) return {static_cast<int32_t>(number), ""};
+  }
+  return {std::nullopt, text_at(row, place)};
+}
+
 std::string quoted_text(const std::string& text) {
   std::string result = "'";
   for (const char c : text) result.append(c == '\'' ? 2 : 1, c);
@@ -45,6 +53,19 @@ int64_t ExportSource::number(const std::string& sql) const {
   int64_t value = 0;
   store_.each_row(sql, [&value](sqlite3_stmt* row) { value = sqlite3_column_int64(row, 0); });
   return value;
+}
+
+int64_t ExportSource::rows_of(const std::string& table) const {
+  return number("select count(*) from " + table + " not indexed where " + condition_);
+}
+
+void ExportSource::require_all(const std::string& table, int64_t found, int64_t all) const {
+  if (found >= all) return;
+  throw ToolError(
+      store_.name() + ": " + std::to_string(all - found) + " of the " + std::to_string(all) +
+      " rows of " + table +
+      " are missing from an index; nothing was kept; see 'corvan check'; --format jsonl reads "
+      "the tables alone");
 }
 
 void ExportSource::require_columns() const {

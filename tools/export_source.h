@@ -4,6 +4,7 @@
 #define TOOLS_EXPORT_SOURCE_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,13 @@ class ExportSource {
   // The only number that a query gives.
   int64_t number(const std::string& sql) const;
 
+  // The number of a table's rows that are wanted, counted in the table itself: an index of a
+  // damaged store may lack some.
+  int64_t rows_of(const std::string& table) const;
+
+  // Throws ToolError when fewer of these rows than `all` were found.
+  void require_all(const std::string& table, int64_t found, int64_t all) const;
+
  private:
   void require_columns() const;
   void require_conversations(const std::vector<std::string>& session_ids) const;
@@ -39,6 +47,13 @@ class ExportSource {
   std::string kind_condition_;
   std::string condition_;
 };
+
+// What a row holds in the place of a code.
+struct Code {
+  std::optional<int32_t> number;
+  std::string text;  // of a value that is no whole number of 32 bits
+};
+Code code_at(sqlite3_stmt* row, int place);
 
 // A text as SQL takes it.
 std::string quoted_text(const std::string& text);

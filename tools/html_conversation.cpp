@@ -27,23 +27,23 @@ constexpr std::size_t kLongCard = 600;          // bytes; a longer one is folded
 constexpr const char* kTextKind = "CV:TxtMsg";  // the kind of message that is its text
 constexpr const char* kOrder = " order by sent_time,id";
 
-struct Message {
+struct ShownMessage {
   int64_t id = 0;
   std::string object_name;
   std::string content;
   std::string sender;
-  int32_t direction = 0;
-  int32_t sent_status = 0;
-  int32_t read_status = 0;
-  int32_t is_mention = 0;
+  Code direction;
+  Code sent_status;
+  Code read_status;
+  bool is_mention = false;
   int64_t time = 0;
 
-  bool is_own() const { return direction == 0; }
-  bool is_unread() const { return !is_own() && read_status == 0; }
+  bool is_own() const { return direction.number == 0; }
+  bool is_unread() const { return !is_own() && read_status.number == 0; }
 };
 
 // A month that has messages, and the page that it begins on.
-struct Month {
+struct ShownMonth {
   std::string name;
   std::size_t page = 1;
   int64_t messages = 0;
@@ -51,8 +51,8 @@ struct Month {
 
 // Which messages stand on which page: as many whole months as fit; a month that does not fit on a
 // page of its own is split.
-struct Plan {
-  std::vector<Month> months;
+struct PagePlan {
+  std::vector<ShownMonth> months;
   std::vector<int64_t> pages;  // the number of messages on each
   int64_t messages = 0;
   int64_t first_time = 0;
@@ -64,7 +64,7 @@ std::string month_name(int64_t time) {
   return date ? formatted(*date, kMonth) : "No date";
 }
 
-void add_month_to_pages(Plan& plan, Month& month) {
+void add_month_to_pages(PagePlan& plan, ShownMonth& month) {
   if (plan.pages.back() > 0 && plan.pages.back() + month.messages > kMessagesOnAPage) {
     plan.pages.push_back(0);
   }
@@ -78,8 +78,8 @@ void add_month_to_pages(Plan& plan, Month& month) {
   plan.pages.back() += rest;
 }
 
-Plan plan_of(const ExportSource& source, const HtmlConversation& conversation) {
-  Plan plan;
+PagePlan plan_of(const ExportSource& source, const HtmlConversation& conversation) {
+  PagePlan plan;
   source.store().each_row("select sent_time " + conversation.messages + kOrder,
                           [&plan](sqlite3_stmt* row) {
                             const int64_t time = sqlite3_column_int64(row, 0);
@@ -93,7 +93,7 @@ Plan plan_of(const ExportSource& source, const HtmlConversation& conversation) {
                             ++plan.messages;
                           });
   plan.pages.push_back(0);
-  for (Month& month : plan.months) add_month_to_pages(plan, month);
+  for (ShownMonth& month : plan.months) add_month_to_pages(plan, month);
   return plan;
 }
 
@@ -109,7 +109,7 @@ std::string time_element(int64_t time, TimeForm form) {
          "</time>";
 }
 
-std::string card(const Message& m) {
+std::string card(const ShownMessage& m) {
   const std::string label =
       "<bdi>" + html_line(m.object_name.empty() ? "no kind" : m.object_name) + "</bdi>";
   if (m.content.empty()) return "<p class=\"kind\">" + label + "</p>";
@@ -121,25 +121,25 @@ std::string card(const Message& m) {
          body + "</details>";
 }
 
-std::string meta(const Message& m) {
+std::string meta(const ShownMessage& m) {
   std::string html = "<p class=\"meta\">" + time_element(m.time, kClock) + " · ";
-  const std::string state =
-      m.is_own() ? sent_status_name(m.sent_status) : read_status_name(m.read_status);
-  if (m.is_own() && m.sent_status == 2) {
+  const std::string state = m.is_own() ? html_code(m.sent_status, sent_status_name)
+                                       : html_code(m.read_status, read_status_name);
+  if (m.is_own() && m.sent_status.number == 2) {
     html += "<span class=\"bad\">" + state + "</span>";
   } else if (m.is_unread()) {
     html += "<span class=\"unread\">" + state + "</span>";
   } else {
     html += state;
   }
-  if (m.is_mention != 0) html += " · <span class=\"named\">mentions you</span>";
+  if (m.is_mention) html += " · <span class=\"named\">mentions you</span>";
   return html + "</p>";
 }
 
 // Writes the messages of a conversation in order, page by page.
 class Pages {
  public:
-  Pages(const HtmlConversation& conversation, std::string folder, std::size_t number, Plan plan,
+  Pages(const HtmlConversation& conversation, std::string folder, std::size_t number, PagePlan plan,
         ExportCounts& counts)
       : conversation_(conversation),
         folder_(std::move(folder)),
@@ -150,7 +150,7 @@ class Pages {
     if (plan_.messages == 0) output_->write("<p class=\"none\">No messages</p>\n");
   }
 
-  void add(const Message& m) {
+  void add(const ShownMessage& m) {
     if (on_page_ == plan_.pages[page_ - 1] && page_ < plan_.pages.size()) {
       end_page();
       ++page_;
@@ -163,7 +163,7 @@ class Pages {
     told_new_ = told_new_ || m.is_unread();
     if (new_line) html += "<li class=\"new\">New messages</li>\n";
     const bool goes_on = !new_day && !new_line && m.sender == sender_ && m.is_own() == was_own_ &&
-                         m.time - time_ < kOneBreath;
+                         !day_.empty() && m.time - time_ < kOneBreath;
     append_message(m, goes_on, html);
     output_->write(html);
     sender_ = m.sender;
@@ -177,7 +177,8 @@ class Pages {
   void begin_page() {
     const std::string name = conversation_.name();
     const std::size_t pages = plan_.pages.size();
-    output_ = std::make_unique<ExportOutput>(folder_ + "/" + html_file(number_, page_), counts_);
+    output_ = std::make_unique<ExportOutput>(folder_ + "/" + html_file(number_, page_),
+                                             ExportOutput::kNew, counts_);
     on_page_ = 0;
     days_ = 0;
     output_->write(
@@ -201,7 +202,7 @@ class Pages {
   }
 
   std::string facts() const {
-    std::string html = "<p class=\"facts\">" + kind_name(conversation_.kind);
+    std::string html = "<p class=\"facts\">" + html_code(conversation_.kind, kind_name);
     if (!conversation_.title.empty()) html += " · <bdi>" + html_line(conversation_.id) + "</bdi>";
     html += " · " + counted(plan_.messages, "message");
     if (plan_.messages > 0) {
@@ -239,7 +240,7 @@ class Pages {
     std::string html =
         "<details class=\"jump\"><summary>Jump to a month</summary>\n<ol class=\"months\">";
     for (std::size_t i = 0; i < plan_.months.size(); ++i) {
-      const Month& month = plan_.months[i];
+      const ShownMonth& month = plan_.months[i];
       html += "<li><a href=\"" + html_file(number_, month.page) + "#m" + std::to_string(i) + "\">" +
               month.name + "</a> <span>" + std::to_string(month.messages) + "</span></li>\n";
     }
@@ -247,7 +248,7 @@ class Pages {
   }
 
   // Begins a part of the page with the day of the message, unless it is that of the one before.
-  bool begin_day(const Message& m, std::string& html) {
+  bool begin_day(const ShownMessage& m, std::string& html) {
     const std::optional<std::tm> date = calendar(m.time);
     std::string day = date_text(m.time);
     if (days_ > 0 && day == day_) return false;
@@ -270,10 +271,10 @@ class Pages {
     return " id=\"m" + std::to_string(next_month_++) + "\"";
   }
 
-  static void append_message(const Message& m, bool goes_on, std::string& html) {
+  static void append_message(const ShownMessage& m, bool goes_on, std::string& html) {
     html += std::string("<li id=\"i") + std::to_string(m.id) + "\" class=\"" +
-            (m.is_own() ? "own" : "in") + (goes_on ? " cont" : "") +
-            (m.is_mention != 0 ? " at" : "") + "\">";
+            (m.is_own() ? "own" : "in") + (goes_on ? " cont" : "") + (m.is_mention ? " at" : "") +
+            "\">";
     if (!goes_on) {
       html += "<p class=\"who " + colour_class(m.sender) + "\"><bdi>" +
               html_line(m.sender.empty() ? "no sender" : m.sender) + "</bdi>" +
@@ -289,7 +290,7 @@ class Pages {
   const HtmlConversation& conversation_;
   const std::string folder_;
   const std::size_t number_;
-  const Plan plan_;
+  const PagePlan plan_;
   ExportCounts& counts_;
   std::unique_ptr<ExportOutput> output_;
   std::size_t page_ = 1;
@@ -298,7 +299,7 @@ class Pages {
   int days_ = 0;  // on the page
   bool told_new_ = false;
   // Of the message before.
-  std::string day_;
+  std::string day_;  // empty: it has no date
   std::string sender_;
   bool was_own_ = false;
   int64_t time_ = 0;
@@ -309,8 +310,12 @@ std::string beginning(const std::string& text) {
   constexpr std::size_t kBytes = 600;
   constexpr int kWidth = 120;
   std::string result = text.substr(0, kBytes);
-  std::replace(result.begin(), result.end(), '\n', ' ');
-  return clipped(printable(result), kWidth);
+  for (std::size_t i = 0; i + 1 < result.size(); ++i) {
+    if (result[i] == '\r' && result[i + 1] == '\n') result.erase(i, 1);
+  }
+  std::replace_if(
+      result.begin(), result.end(), [](char c) { return c == '\n' || c == '\t'; }, ' ');
+  return clipped(one_line(result), kWidth);
 }
 
 }  // namespace
@@ -332,7 +337,7 @@ HtmlNewest write_conversation(const ExportSource& source, const HtmlConversation
                               Progress& progress) {
   HtmlNewest newest;
   Pages pages(conversation, folder, number, plan_of(source, conversation), counts);
-  Message m;
+  ShownMessage m;
   source.store().each_row(
       "select id,object_name,content,sender,direction,sent_status,read_status,is_mention,sent_time " +
           conversation.messages + kOrder,
@@ -341,10 +346,10 @@ HtmlNewest write_conversation(const ExportSource& source, const HtmlConversation
         m.object_name = text_at(row, 1);
         m.content = text_at(row, 2);
         m.sender = text_at(row, 3);
-        m.direction = sqlite3_column_int(row, 4);
-        m.sent_status = sqlite3_column_int(row, 5);
-        m.read_status = sqlite3_column_int(row, 6);
-        m.is_mention = sqlite3_column_int(row, 7);
+        m.direction = code_at(row, 4);
+        m.sent_status = code_at(row, 5);
+        m.read_status = code_at(row, 6);
+        m.is_mention = sqlite3_column_int64(row, 7) != 0;
         m.time = sqlite3_column_int64(row, 8);
         pages.add(m);
         ++newest.messages;
@@ -354,7 +359,7 @@ HtmlNewest write_conversation(const ExportSource& source, const HtmlConversation
   counts.messages += newest.messages;
   newest.time = newest.messages > 0 ? m.time : conversation.time;
   newest.sender = m.sender;
-  newest.text = m.object_name == kTextKind ? beginning(m.content) : printable(m.object_name);
+  newest.text = m.object_name == kTextKind ? beginning(m.content) : m.object_name;
   return newest;
 }
 

@@ -8,6 +8,7 @@
 
 #include "tools/export_output.h"
 #include "tools/export_source.h"
+#include "tools/html_text.h"
 #include "tools/progress.h"
 
 namespace corvan_tool {
@@ -17,11 +18,11 @@ struct HtmlConversation {
   std::string id;
   std::string title;
   std::string draft;
-  int32_t kind = 0;
-  int32_t is_top = 0;
-  int32_t silence = 0;
-  int32_t unread = 0;
-  int32_t mentions = 0;
+  Code kind;
+  int64_t is_top = 0;
+  int64_t silence = 0;
+  int64_t unread = 0;
+  int64_t mentions = 0;
   int64_t time = 0;
   bool has_row = true;  // false: its messages are all there is
 
@@ -36,6 +37,13 @@ struct HtmlNewest {
   std::string sender;
   std::string text;  // the beginning
 };
+
+// A code's name on a page; a value that is no code stands there as it is.
+template <typename NameOf>
+std::string html_code(const Code& code, const NameOf& name_of) {
+  if (code.number) return name_of(*code.number);
+  return "<bdi>" + (code.text.empty() ? "none" : html_line(code.text)) + "</bdi>";
+}
 
 // The file of a conversation's page, both counted from 1.
 std::string html_file(std::size_t conversation, std::size_t page);

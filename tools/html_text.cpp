@@ -44,11 +44,29 @@ bool is_direction_mark(int32_t c) {
   return c == 0x200E || c == 0x200F || c == 0x061C;
 }
 
+// The bytes of the first code point, which are taken off.
+std::string_view take_bytes(std::string_view& text, int32_t& code_point) {
+  const std::string_view before = text;
+  code_point = take_code_point(text);
+  return before.substr(0, before.size() - text.size());
+}
+
 }  // namespace
+
+std::string one_line(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    int32_t c = 0;
+    const std::string_view bytes = take_bytes(text, c);
+    result += is_direction_mark(c) ? std::string(bytes) : printable(bytes);
+  }
+  return result;
+}
 
 std::string html_line(std::string_view text) {
   std::string html;
-  append_escaped(html, printable(text));
+  append_escaped(html, one_line(text));
   return html;
 }
 
@@ -61,9 +79,8 @@ std::string html_body(std::string_view text) {
     text.remove_prefix(plain);
     if (text.empty()) break;
 
-    const std::string_view before = text;
-    const int32_t c = take_code_point(text);
-    const std::string_view bytes = before.substr(0, before.size() - text.size());
+    int32_t c = 0;
+    const std::string_view bytes = take_bytes(text, c);
     if (c == '\r' && !text.empty() && text[0] == '\n') continue;
     const std::string shown = printable(bytes);
     if (is_direction_mark(c)) {
@@ -79,9 +96,8 @@ std::string html_body(std::string_view text) {
 
 std::string html_initial(std::string_view text) {
   if (text.empty()) return "#";
-  const std::string_view before = text;
-  take_code_point(text);
-  const std::string_view bytes = before.substr(0, before.size() - text.size());
+  int32_t c = 0;
+  const std::string_view bytes = take_bytes(text, c);
   if (printable(bytes) != bytes || bytes == " " || display_width(bytes) < 1) return "#";
   return html_line(bytes);
 }

@@ -8,7 +8,11 @@
 
 namespace corvan_tool {
 
-// A text on one line, for an element or an attribute in quotes: printable(), escaped.
+// printable(), but the marks of a writing direction stay: they have no effect on what stands
+// around.
+std::string one_line(std::string_view text);
+
+// A text on one line, for an element or an attribute in quotes: one_line(), escaped.
 std::string html_line(std::string_view text);
 
 // A text with its line ends, for an element that keeps white space. Control characters, and those

@@ -19,6 +19,7 @@
 #include "tools/open_store.h"
 #include "tools/progress.h"
 #include "tools/store_copy.h"
+#include "tools/store_transaction.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -51,6 +52,7 @@ class Import {
     if (!store.failure().empty()) {
       throw ToolError(store_file(options_.folder) + ": " + store.failure());
     }
+    store->execute_none_query("pragma busy_timeout=2000");  // as every other connection of the tool
     newest_id_ = read_newest_id(store);
     while (filled_ > 0) {
       save_batch(store);
@@ -125,9 +127,11 @@ class Import {
       throw ToolError(options_.folder + ": is no folder; name the store's");
     }
     if (error) throw ToolError(options_.folder + ": " + error.message());
-    if (std::filesystem::exists(store_file(options_.folder), error)) {
-      require_store_in(options_.folder, true);
-    }
+    const std::string file = store_file(options_.folder);
+    if (!std::filesystem::exists(file, error)) return;
+    require_store_in(options_.folder, true);
+    // The library waits for no lock when it opens a store.
+    const StoreTransaction writable(file, file, "begin immediate");
   }
 
   static int64_t read_newest_id(OpenStore& store) {
@@ -142,7 +146,7 @@ class Import {
 
   void save_batch(OpenStore& store) {
     Counts counts = counts_;
-    store->start_transaction();
+    if (!store->start_transaction()) fail(batch_[0].place, store.failure());
     for (std::size_t i = 0; i < filled_; ++i) {
       const ImportMessage& m = batch_[i].message;
       const int64_t id = store->save_message(m.session_id, m.session_type, m.object_name, m.sender,
@@ -201,6 +205,7 @@ int run_import(const ImportOptions& options) {
     throw;
   }
   import.report();
+  require_output("the import is done");
   return kOk;
 }
 

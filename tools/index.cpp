@@ -31,7 +31,7 @@ enum Action { kCreated, kReplaced, kDropped, kLeft, kActions };
 constexpr std::array<const char*, kActions> kActionNames = {"created", "replaced", "dropped",
                                                             "left"};
 
-struct Change {
+struct IndexChange {
   Action action = kCreated;
   Index index;
   std::string old_sql;  // of one that was replaced
@@ -40,14 +40,14 @@ struct Change {
 };
 
 struct Result {
-  std::vector<Change> changes;
+  std::vector<IndexChange> changes;
   std::size_t kept = 0;
   double seconds = 0;
 
   std::size_t count(Action action) const {
     return static_cast<std::size_t>(
         std::count_if(changes.begin(), changes.end(),
-                      [action](const Change& change) { return change.action == action; }));
+                      [action](const IndexChange& change) { return change.action == action; }));
   }
   bool nothing_done() const { return count(kLeft) == changes.size(); }
 };
@@ -82,17 +82,17 @@ class Update {
     const StatementProgress progress(connection().handle(), "million steps of making indexes");
     transaction_.require(read_schema(connection(), present));
     for (const IndexDifference& difference : index_differences(schema, present, result.kept)) {
-      Change change;
+      IndexChange change;
       change.action = action_of(difference, options.drop_others);
       change.index = difference.index;
       change.old_sql = difference.old_sql;
       result.changes.push_back(std::move(change));
     }
     // What is dropped makes room first.
-    for (const Change& change : result.changes) {
+    for (const IndexChange& change : result.changes) {
       if (change.action == kDropped || change.action == kReplaced) drop(change.index);
     }
-    for (Change& change : result.changes) {
+    for (IndexChange& change : result.changes) {
       if (change.action == kCreated || change.action == kReplaced) create(change);
     }
     if (!result.nothing_done() && !options.dry_run) transaction_.commit();
@@ -112,14 +112,11 @@ class Update {
                          "index " + index.name);
   }
 
-  void create(Change& change) const {
+  void create(IndexChange& change) const {
     const Clock::time_point start = Clock::now();
     transaction_.require(connection().run(change.index.sql), "index " + change.index.name);
     change.seconds = seconds_since(start);
-    // SQLite may have been built without this table: the size then stays unknown.
-    connection().each_row(
-        "select sum(pgsize) from dbstat where name='" + change.index.name + "'",
-        [&change](sqlite3_stmt* row) { change.bytes = sqlite3_column_int64(row, 0); });
+    change.bytes = stored_bytes(connection(), change.index.name);
   }
 
   const Clock::time_point start_ = Clock::now();
@@ -133,7 +130,7 @@ void print_text(const Result& result, bool dry_run) {
                      {"SECONDS", TextTable::kRight},
                      {"SIZE", TextTable::kRight},
                      {"STATEMENT"}});
-    for (const Change& change : result.changes) {
+    for (const IndexChange& change : result.changes) {
       const bool made = change.action == kCreated || change.action == kReplaced;
       const std::string was = change.action == kReplaced ? "; was: " + change.old_sql : "";
       table.add({kActionNames.at(change.action), change.index.name,
@@ -160,7 +157,7 @@ void print_text(const Result& result, bool dry_run) {
 void print_result_json(const Result& result, bool dry_run) {
   Json json = {{"dry_run", dry_run}};
   for (const char* name : kActionNames) json[name] = Json::array();
-  for (const Change& change : result.changes) {
+  for (const IndexChange& change : result.changes) {
     Json entry = {
         {"name", change.index.name}, {"table", change.index.table}, {"sql", change.index.sql}};
     if (change.action == kReplaced) entry["old_sql"] = change.old_sql;
@@ -207,6 +204,7 @@ int run_index(const IndexOptions& options) {
   } else {
     print_text(result, options.dry_run);
   }
+  if (!options.dry_run && !result.nothing_done()) require_output("the indexes were changed");
   return kOk;
 }
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "tools/tool_error.h"
 
@@ -14,18 +15,20 @@ namespace corvan_tool {
 namespace {
 
 constexpr std::size_t kMebibyte = std::size_t{1} << 20;
-constexpr std::size_t kBlock = std::size_t{64} << 10;
+constexpr std::size_t kReadBlock = std::size_t{64} << 10;
 
 }  // namespace
 
 LineSource::LineSource(const std::vector<std::string>& names, std::size_t longest)
-    : longest_(longest), block_(kBlock) {
+    : longest_(longest), block_(kReadBlock) {
   for (const std::string& name : names) {
     if (name == "-") {
       inputs_.push_back({"standard input", STDIN_FILENO});
       continue;
     }
-    if (std::filesystem::is_directory(name)) throw ToolError(name + ": is a folder; name a file");
+    std::error_code error;  // left to open()
+    if (std::filesystem::is_directory(name, error))
+      throw ToolError(name + ": is a folder; name a file");
     const int fd = open(name.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) throw ToolError(name + ": " + std::strerror(errno));
     inputs_.push_back({name, fd});

@@ -2,10 +2,13 @@
 // repairs and rescues them, and brings their content out.
 
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <new>
 
 #include "tools/backup.h"
 #include "tools/command_line.h"
@@ -27,6 +30,12 @@ namespace {
 
 using namespace corvan_tool;
 
+// Some file systems tell only then that a file could not be written.
+void close_standard_output() {
+  const bool good = std::cout.flush() && (close(STDOUT_FILENO) == 0 || errno == EBADF);
+  if (!good) throw ToolError("standard output: cannot be written");
+}
+
 int run(int argc, char** argv) {
   CommandLine line;
   add_import(line);
@@ -42,7 +51,7 @@ int run(int argc, char** argv) {
   add_export(line);
   add_restore(line);
   const int status = line.run(argc, argv);
-  if (!std::cout.flush()) throw ToolError("standard output: cannot be written");
+  close_standard_output();
   return status;
 }
 
@@ -51,11 +60,15 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   // A reader that leaves early must not keep what is unfinished from being removed.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // nor must a file that may not grow: its write fails instead
   umask(umask(0) | S_IRWXG | S_IRWXO);  // what is made holds messages: it is its owner's alone
   std::ios::sync_with_stdio(false);     // writes standard output in blocks
   remove_unfinished_when_interrupted();
   try {
     return run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::cerr << "corvan: out of memory; the largest message must fit in it several times\n";
+    return kFailure;
   } catch (const std::exception& error) {
     std::cerr << "corvan: " << printable(error.what()) << '\n';
     return kFailure;

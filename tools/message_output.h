@@ -1,7 +1,9 @@
-// How messages are written by the commands that show them.
+// How messages are read and written by the commands that show them.
 
 #ifndef TOOLS_MESSAGE_OUTPUT_H_
 #define TOOLS_MESSAGE_OUTPUT_H_
+
+#include <sqlite3.h>
 
 #include <string>
 
@@ -9,6 +11,13 @@
 #include "tools/json_output.h"
 
 namespace corvan_tool {
+
+// A message's time in a statement. What is no number is ordered as it is shown.
+inline constexpr const char* kMessageTime = "coalesce(cast(sent_time as integer),0)";
+
+// The columns of t_message that message_at() reads, which must be a row's first ones.
+extern const std::string kMessageColumns;
+Corvan::MessageResponse message_at(sqlite3_stmt* row);
 
 // The keys that list, history, show and search have in common; a message of the list has no time of
 // its own.

@@ -29,8 +29,8 @@ int count_tables(const Connection& connection, int32_t& ours, int32_t& all) {
 
 constexpr int32_t kTables = 4;
 
-// Whether the file, without its write-ahead log, holds the tables of a store. Nothing is locked or
-// written, not even beside it. False says nothing: the log may hold them.
+// Whether a file without a log holds the tables of a store. Nothing is locked or written, not even
+// beside it.
 bool holds_store_tables(const std::string& file) {
   std::string uri = "file:" + file;
   for (const auto& [character, code] : {std::pair("%", "%25"), {"?", "%3f"}, {"#", "%23"}}) {
@@ -92,7 +92,8 @@ void require_store(const std::string& file, const std::string& name, bool may_be
 
 void require_store_in(const std::string& folder, bool may_be_empty) {
   const std::string file = store_file(folder);
-  if (holds_store_tables(file)) return;
+  // A log counts as much as the file, and a wrong one makes a damaged store of it.
+  if (!has_log(file) && holds_store_tables(file)) return;
   const StoreCopy copy(folder);
   require_store(store_file(copy.folder()), file, may_be_empty);
 }
@@ -103,7 +104,7 @@ OpenStore::OpenStore(const std::string& folder, const std::string& user) {
     const std::size_t last_field = text.rfind(";;;");  // SQLite's own words
     failure_ = last_field == std::string::npos ? text : text.substr(last_field + 3);
   });
-  if (!(*this)->init_open_db(cvrtc::Pathname(folder, ""), "", user)) {
+  if (!(*this)->init_open_db(cvrtc::Pathname(unmistakable_path(folder), ""), "", user)) {
     const std::string why = failure_.empty() ? "cannot be opened" : failure_;
     Corvan::CvDbSingleton::delete_instance();
     cvrtc::LogMessage::SetSink(nullptr);

@@ -11,7 +11,7 @@
 
 namespace corvan_tool {
 
-// What is at a store's place, found without changing or deleting anything.
+// What is at a store's place.
 enum class StoreState {
   kEmpty,    // no file, or a database without a table
   kStore,    // a message store
@@ -21,7 +21,9 @@ enum class StoreState {
 
 // Here and below, `name` is the file's name in the text of a ToolError: `file` may be a copy.
 
-// `detail` receives SQLite's text for kDamaged. Throws ToolError when the file cannot be read.
+// Looks into a file, deleting nothing. As the last one to close it, SQLite moves its log into it:
+// of what must stay as it is, give a copy. `detail` receives SQLite's text for kDamaged. Throws
+// ToolError when the file cannot be read.
 StoreState look_at_store(const std::string& file, const std::string& name, std::string& detail);
 
 // Throws ToolError unless a store may be opened there; an empty one may when `may_be_empty`.

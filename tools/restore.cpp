@@ -33,9 +33,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// SQLite holds no text or blob that is longer than a billion bytes unless it is built otherwise;
-// hexadecimal digits take twice as many.
-constexpr std::size_t kLongestLine = 2048;  // MiB
+// SQLite holds no row that is longer than a billion bytes unless it is built otherwise; in an
+// export it takes at most about twice as many.
+constexpr std::size_t kLongestRecord = 2048;  // MiB
 
 constexpr int64_t kMostRecords = int64_t{1} << 48;
 
@@ -44,6 +44,9 @@ struct RestoreOptions {
   std::string folder;
   bool json = false;
 };
+
+// What follows an error that lies in the store which was exported.
+constexpr const char* kSeeSource = "; 'corvan verify' tells what is wrong with the exported store";
 
 // What is wrong with a line, without its place.
 class LineError : public std::runtime_error {
@@ -58,12 +61,14 @@ class LineError : public std::runtime_error {
 // The object in a line. Throws LineError when it is none, or a key is in it twice.
 Json parse_record(const std::string& line) {
   std::vector<std::set<std::string>> keys;  // of the objects that are open
-  const auto watch = [&keys](int /*depth*/, Json::parse_event_t event, Json& parsed) {
+  std::string last;                         // of the keys
+  const auto watch = [&keys, &last](int /*depth*/, Json::parse_event_t event, Json& parsed) {
     if (event == Json::parse_event_t::object_start) keys.emplace_back();
     if (event == Json::parse_event_t::object_end) keys.pop_back();
     if (event == Json::parse_event_t::key) {
       const auto& name = parsed.get_ref<const std::string&>();
       if (!keys.back().insert(name).second) fail_field(name, "given twice");
+      last = name;
     }
     return true;
   };
@@ -80,7 +85,9 @@ Json parse_record(const std::string& line) {
     throw LineError("not valid JSON at byte " + std::to_string(error.byte) +
                     (error.byte > line.size() ? ", where it ends: cut off; export again" : ""));
   } catch (const Json::out_of_range&) {
-    throw LineError("a number is out of range");
+    const std::string what = "a number is out of range";
+    if (!last.empty()) fail_field(last, what);
+    throw LineError(what);
   }
 }
 
@@ -90,15 +97,15 @@ const Json& member(const Json& record, const char* name) {
   return *found;
 }
 
-std::string type_of(const Json& record) {
-  const Json& type = member(record, "type");
-  if (!type.is_string()) fail_field("type", "must be a text");
-  return type.get<std::string>();
+std::string text_in(const Json& record, const char* name) {
+  const Json& value = member(record, name);
+  if (!value.is_string()) fail_field(name, "must be a text");
+  return value.get<std::string>();
 }
 
 int64_t number_in(const Json& record, const char* name, int64_t least, int64_t largest) {
   const Json& value = member(record, name);
-  if (!value.is_number_integer() || value < least || value > largest) {
+  if (!is_whole(value) || value < least || value > largest) {
     fail_field(name, "must be a whole number from " + std::to_string(least) + " to " +
                          std::to_string(largest));
   }
@@ -120,10 +127,10 @@ bool is_count(const std::string& key) {
 }
 
 // The numbers of records, in the order of the tables.
-using Counts = std::vector<int64_t>;
+using RowCounts = std::vector<int64_t>;
 
-Counts counts_in(const Json& record) {
-  Counts counts;
+RowCounts counts_in(const Json& record) {
+  RowCounts counts;
   for (const ExportTable& table : export_tables()) {
     counts.push_back(number_in(record, table.count, 0, kMostRecords));
   }
@@ -133,7 +140,7 @@ Counts counts_in(const Json& record) {
 struct Header {
   bool is_partial = false;
   int64_t user_version = 0;
-  Counts counts;
+  RowCounts counts;
 };
 
 Header read_header(const Json& record) {
@@ -150,6 +157,9 @@ Header read_header(const Json& record) {
                                                 "user_version", "export_time", "partial"};
     return known.count(key) > 0 || is_count(key);
   });
+  text_in(record, "corvan");
+  if (!member(record, "schema_version").is_null()) text_in(record, "schema_version");
+  number_in(record, "export_time", 0, INT64_MAX);
   Header header;
   const Json& partial = member(record, "partial");
   if (!partial.is_boolean()) fail_field("partial", "must be true or false");
@@ -190,8 +200,10 @@ class NewStore {
     const int rc = sqlite3_step(insert_.get());
     sqlite3_reset(insert_.get());
     if (rc == SQLITE_CONSTRAINT) {
-      throw LineError("an earlier line has the same key (" + connection_.error() + ")");
+      throw LineError("an earlier line has the same key (" + connection_.error() + ")" +
+                      kSeeSource);
     }
+    if (rc == SQLITE_TOOBIG) throw LineError(connection_.error());
     require(rc);
     if (needs_check) check_classes(table, record);
   }
@@ -242,7 +254,7 @@ class NewStore {
           [&stored](sqlite3_stmt* row) { stored = text_at(row, 0); },
           record[wanted.columns[0].name].get<int64_t>()));
       if (stored != class_of(value, column)) {
-        fail_field(column.name, "the column cannot hold this: it becomes " + stored);
+        fail_field(column.name, "the column cannot hold this: it becomes " + stored + kSeeSource);
       }
     }
   }
@@ -264,10 +276,10 @@ class Restore {
   explicit Restore(const RestoreOptions& options)
       : options_(options),
         name_(options.file == "-" ? "standard input" : options.file),
-        source_({options.file}, kLongestLine) {}
+        source_({options.file}, kLongestRecord) {}
 
   void run() {
-    if (!source_.next(line_)) throw ToolError(name_ + ": empty, not an export");
+    if (!next_line()) throw ToolError(name_ + ": empty, not an export");
     at_line([this] { header_ = read_header(parse_record(line_)); });
     Unfinished folder = Unfinished::folder(options_.folder);
     fill(store_file(folder.path()));
@@ -298,17 +310,17 @@ class Restore {
     Progress progress("records", static_cast<std::uint64_t>(all));
     NewStore store(file, options_.folder, header_.user_version);
     while (!ended_) {
-      if (!source_.next(line_)) fail_at_end();
+      if (!next_line()) fail_at_end();
       at_line([&] { take_record(store); });
       progress.advance();
     }
-    if (source_.next(line_)) at_line([] { throw LineError("a line after the record \"end\""); });
+    if (next_line()) at_line([] { throw LineError("a line after the record \"end\""); });
     store.finish();
   }
 
   void take_record(NewStore& store) {
     const Json record = parse_record(line_);
-    const std::string type = type_of(record);
+    const std::string type = text_in(record, "type");
     if (type == kEndType) {
       require_known_keys(record, is_count);
       require_counts(counts_in(record));
@@ -340,7 +352,7 @@ class Restore {
     fail_field("type", "unknown: \"" + type + "\"");
   }
 
-  void require_counts(const Counts& at_end) const {
+  void require_counts(const RowCounts& at_end) const {
     const std::vector<ExportTable>& tables = export_tables();
     for (std::size_t i = 0; i < tables.size(); ++i) {
       for (const int64_t count : {at_end[i], header_.counts[i]}) {
@@ -352,10 +364,19 @@ class Restore {
     }
   }
 
+  // As the logs that 'corvan import' reads, an export may have empty lines. False after the last
+  // line.
+  bool next_line() {
+    do {
+      if (!source_.next(line_)) return false;
+      ++lines_;
+    } while (line_.find_first_not_of(" \t\r") == std::string::npos);
+    return true;
+  }
+
   // Calls `read`, which looks at the line in hand, and adds the place to what it throws.
   template <typename Read>
-  void at_line(const Read& read) {
-    ++lines_;
+  void at_line(const Read& read) const {
     try {
       read();
     } catch (const LineError& error) {
@@ -375,7 +396,7 @@ class Restore {
   std::size_t lines_ = 0;
   Header header_;
   std::size_t table_ = 0;  // of the last record
-  Counts done_ = Counts(export_tables().size());
+  RowCounts done_ = RowCounts(export_tables().size());
   bool ended_ = false;
   const Clock::time_point start_ = Clock::now();
 };
@@ -384,6 +405,7 @@ int run_restore(const RestoreOptions& options) {
   Restore restore(options);
   restore.run();
   restore.report();
+  require_output("the store is in " + options.folder);
   return kOk;
 }
 

@@ -39,7 +39,7 @@ struct SalvageOptions {
   bool json = false;
 };
 
-struct Report {
+struct SalvageReport {
   std::string file;
   std::size_t page_size = 0;
   PageNumber pages = 0;
@@ -80,7 +80,7 @@ struct Report {
 
 // The file that is meant: itself, or the one in its folder; it may be missing where its log is
 // there. The log lies beside the file itself, not beside a link to it.
-std::string damaged_file(const SalvageOptions& options) {
+std::string path_of_damaged(const SalvageOptions& options) {
   namespace fs = std::filesystem;
   const std::string& damaged = options.damaged;
   std::error_code error;
@@ -97,10 +97,10 @@ std::string damaged_file(const SalvageOptions& options) {
   return log;
 }
 
-Report salvage(const SalvageOptions& options) {
+SalvageReport salvage(const SalvageOptions& options) {
   const Clock::time_point start = Clock::now();
-  Report report;
-  report.file = damaged_file(options);
+  SalvageReport report;
+  report.file = path_of_damaged(options);
   const DamagedFile file(report.file, !options.without_log);
   const SalvageSchema schema = salvage_schema();
   Unfinished made = Unfinished::folder(options.folder);
@@ -141,7 +141,7 @@ std::string lost_text(const TableResult& result) {
   return least + " to " + std::to_string(*result.lost_at_most);
 }
 
-void print_tables(const Report& report) {
+void print_tables(const SalvageReport& report) {
   TextTable table({{"TABLE"},
                    {"RECOVERED", TextTable::kRight},
                    {"FROM LOG", TextTable::kRight},
@@ -158,7 +158,7 @@ void print_tables(const Report& report) {
   table.print(std::cout, 0);
 }
 
-void print_pages(const Report& report) {
+void print_pages(const SalvageReport& report) {
   if (!report.header_is_sound) std::cout << "the file's header is damaged\n";
   if (report.declared_pages > report.pages) {
     std::cout << "the file is cut off: " << report.pages << " of " << report.declared_pages
@@ -183,7 +183,7 @@ void print_pages(const Report& report) {
   }
 }
 
-void print_log(const Report& report) {
+void print_log(const SalvageReport& report) {
   const DamagedFile::Log& log = report.log;
   if (!report.log_is_read) std::cout << "the log was not looked at\n";
   if (log.damaged) {
@@ -202,7 +202,7 @@ void print_log(const Report& report) {
   }
 }
 
-void print_left_out(const Report& report) {
+void print_left_out(const SalvageReport& report) {
   if (report.left_out.empty()) return;
   std::string list;
   for (const std::string& what : report.left_out) {
@@ -213,7 +213,7 @@ void print_left_out(const Report& report) {
 }
 
 // What was seen of the file beside its rows.
-void print_file(const Report& report) {
+void print_file(const SalvageReport& report) {
   print_pages(report);
   print_log(report);
   print_left_out(report);
@@ -238,7 +238,7 @@ std::string as_argument(const std::string& name) {
   return quoted + "'";
 }
 
-void print_doubtful(const Report& report, bool are_taken) {
+void print_doubtful(const SalvageReport& report, bool are_taken) {
   if (report.doubtful() == 0) return;
   std::cout << report.doubtful() << " doubtful rows"
             << (are_taken ? "" : ", left out (--doubtful takes them)") << ":\n";
@@ -252,7 +252,7 @@ void print_doubtful(const Report& report, bool are_taken) {
   }
 }
 
-void print_text(const Report& report, const SalvageOptions& options) {
+void print_text(const SalvageReport& report, const SalvageOptions& options) {
   std::cout << "from " << printable(report.file) << '\n';
   if (!report.is_kept) {
     print_file(report);
@@ -285,7 +285,7 @@ Json table_json(const TableResult& result) {
           {"made", result.made}};
 }
 
-void print_report_json(const Report& report, const SalvageOptions& options) {
+void print_report_json(const SalvageReport& report, const SalvageOptions& options) {
   Json bad_pages = Json::array();
   for (const BadPages& pages : report.bad_pages) {
     bad_pages.push_back({{"first", pages.first}, {"last", pages.last}, {"what", pages.what}});
@@ -319,12 +319,13 @@ void print_report_json(const Report& report, const SalvageOptions& options) {
 }
 
 int run_salvage(const SalvageOptions& options) {
-  const Report report = salvage(options);
+  const SalvageReport report = salvage(options);
   if (options.json) {
     print_report_json(report, options);
   } else {
     print_text(report, options);
   }
+  if (report.is_kept) require_output("the new store is in " + options.folder);
   return report.is_kept && report.is_lossless() ? kOk : kNegative;
 }
 

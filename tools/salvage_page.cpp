@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kSmallestCell = 4;  // what a page gives to a shorter one as well
 
 // Where the header of a page's tree begins, and what it says.
-struct Header {
+struct PageHeader {
   std::size_t begin = 0;
   std::size_t end = 0;  // behind it come the places of the cells
   std::size_t cells = 0;
@@ -72,7 +72,7 @@ std::optional<Cell> parse_cell(std::string_view bytes, std::size_t at, PageType 
 
 // The bytes of the free blocks between cells; nothing when their chain is broken.
 std::optional<std::size_t> free_blocks(std::string_view bytes, std::size_t usable,
-                                       const Header& header) {
+                                       const PageHeader& header) {
   std::size_t total = 0;
   auto block = static_cast<std::size_t>(number_at(bytes, header.begin + 1, 2));
   while (block != 0) {
@@ -89,7 +89,7 @@ std::optional<std::size_t> free_blocks(std::string_view bytes, std::size_t usabl
   return total;
 }
 
-bool is_filled(std::string_view bytes, std::size_t usable, const Header& header,
+bool is_filled(std::string_view bytes, std::size_t usable, const PageHeader& header,
                std::size_t of_cells) {
   if (header.content < header.places_end || header.content > usable) return false;
   const auto blocks = free_blocks(bytes, usable, header);
@@ -140,7 +140,7 @@ std::optional<std::uint64_t> take_number(std::string_view bytes, std::size_t& at
 
 std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool is_first) {
   bytes = bytes.substr(0, usable);
-  Header header;
+  PageHeader header;
   header.begin = is_first ? kFileHeader : 0;
   if (bytes.size() < header.begin + 12) return std::nullopt;
   const auto type = type_of(static_cast<unsigned char>(bytes[header.begin]));

@@ -118,6 +118,14 @@ Schema new_schema() {
   return schema;
 }
 
+std::optional<int64_t> stored_bytes(const Connection& connection, const std::string& name) {
+  std::optional<int64_t> bytes;
+  connection.each_row(
+      "select sum(pgsize) from dbstat where name=?",
+      [&bytes](sqlite3_stmt* row) { bytes = sqlite3_column_int64(row, 0); }, name);
+  return bytes;
+}
+
 bool is_same_statement(const std::string& one, const std::string& other) {
   return normal_form(one) == normal_form(other);
 }

@@ -4,6 +4,8 @@
 #define TOOLS_SCHEMA_H_
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,6 +44,10 @@ int read_schema(const Connection& connection, Schema& schema);
 
 // Likewise a table's parts.
 int read_parts(const Connection& connection, Table& table);
+
+// The bytes that a table or an index takes; nothing where SQLite was built without its table of
+// sizes.
+std::optional<int64_t> stored_bytes(const Connection& connection, const std::string& name);
 
 // Whether two statements make the same table or index: they then differ at most in the case of
 // letters and in white space, and only outside of quotes. In doubt, as with comments, they must be

@@ -2,12 +2,11 @@
 
 #include <utf8proc.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
-#include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +19,7 @@
 #include "tools/names.h"
 #include "tools/progress.h"
 #include "tools/text_table.h"
+#include "tools/utf8.h"
 
 namespace corvan_tool {
 
@@ -33,21 +33,22 @@ struct SearchOptions {
   std::optional<std::string> session_id;
   std::vector<Corvan::SessionType> kinds;  // none: all
   bool ignore_case = false;
-  int64_t before = 0;  // a message's id; 0 for none
+  std::optional<std::string> before;
   int32_t limit = 20;
   bool json = false;
 };
 
 // What texts are compared by when their letters' case does not matter: Unicode's case folding, and
-// one form for each composed letter. Of text that is not UTF-8 only the ASCII letters are folded.
+// one form for each composed letter. Bytes that are no UTF-8 are all alike.
 std::string folded(std::string_view text) {
+  const std::string valid = valid_utf8(text);
   utf8proc_uint8_t* result = nullptr;
   const utf8proc_ssize_t size = utf8proc_map(
-      reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-      static_cast<utf8proc_ssize_t>(text.size()), &result,
+      reinterpret_cast<const utf8proc_uint8_t*>(valid.data()),
+      static_cast<utf8proc_ssize_t>(valid.size()), &result,
       static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
   const std::unique_ptr<utf8proc_uint8_t, void (*)(void*)> owner(result, std::free);
-  if (size < 0) return lower_case(std::string(text));
+  if (size < 0) throw std::bad_alloc();
   return {reinterpret_cast<const char*>(result), static_cast<std::size_t>(size)};
 }
 
@@ -55,9 +56,23 @@ std::string folded(std::string_view text) {
 void fold_value(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
   const unsigned char* const text = sqlite3_value_text(values[0]);
   if (text == nullptr) return;
-  const std::string result = folded({reinterpret_cast<const char*>(text),
-                                     static_cast<std::size_t>(sqlite3_value_bytes(values[0]))});
-  sqlite3_result_text64(context, result.data(), result.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+  try {
+    const std::string result = folded({reinterpret_cast<const char*>(text),
+                                       static_cast<std::size_t>(sqlite3_value_bytes(values[0]))});
+    sqlite3_result_text64(context, result.data(), result.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+  } catch (const std::bad_alloc&) {
+    sqlite3_result_error_nomem(context);
+  }
+}
+
+// Where a page ends. What comes after it is older, or of the same time and with a smaller id.
+struct Place {
+  int64_t time = 0;
+  int64_t id = 0;
+};
+
+std::string place_text(const MessageResponse& m) {
+  return std::to_string(m.sent_time_) + ":" + std::to_string(m.msg_id_);
 }
 
 class Search {
@@ -74,66 +89,55 @@ class Search {
   // At most limit + 1 messages, newest first: the last one tells that there are more.
   std::vector<MessageResponse> run() const {
     std::vector<MessageResponse> found;
-    int64_t before_time = std::numeric_limits<int64_t>::max();
-    int64_t before_id = std::numeric_limits<int64_t>::max();
-    if (options_.before != 0) {
-      before_time = time_of(options_.before);
-      before_id = options_.before;
-    }
-    const std::string needle = options_.ignore_case ? folded(options_.text) : options_.text;
-    const auto read = [&found](sqlite3_stmt* row) {
-      MessageResponse m;
-      m.msg_id_ = sqlite3_column_int64(row, 0);
-      m.session_id_ = text_at(row, 1);
-      m.session_type_ = Corvan::SessionType(sqlite3_column_int(row, 2));
-      m.object_name_ = text_at(row, 3);
-      m.sender_ = text_at(row, 4);
-      m.content_ = text_at(row, 5);
-      m.is_receive_ = sqlite3_column_int(row, 6) != 0;
-      m.read_status_ = sqlite3_column_int(row, 7);
-      m.sent_status_ = sqlite3_column_int(row, 8);
-      m.server_uid_ = text_at(row, 9);
-      m.sent_time_ = sqlite3_column_int64(row, 10);
-      found.push_back(std::move(m));
-    };
-    const int64_t rows = int64_t{options_.limit} + 1;
-    if (options_.session_id) {
-      store_.each_row(statement(), read, needle, before_time, before_id, rows,
-                      *options_.session_id);
-    } else {
-      store_.each_row(statement(), read, needle, before_time, before_id, rows);
-    }
+    const std::optional<Place> before = place_before();
+    const Place place = before.value_or(Place());
+    std::string sql = "select " + kMessageColumns + " from t_message where instr(" +
+                      (options_.ignore_case ? "folded(content)" : "content") + ",?1)>0";
+    if (before) sql += std::string(" and (") + kMessageTime + ",id)<(?2,?3)";
+    if (options_.session_id) sql += " and session_id=?4";
+    if (!options_.kinds.empty()) sql += " and session_type in(" + kinds() + ")";
+    sql += std::string(" order by ") + kMessageTime + " desc,id desc limit ?5";
+    store_.each_row(
+        sql, [&found](sqlite3_stmt* row) { found.push_back(message_at(row)); },
+        options_.ignore_case ? folded(options_.text) : options_.text, place.time, place.id,
+        options_.session_id.value_or(""), int64_t{options_.limit} + 1);
     return found;
   }
 
  private:
-  int64_t time_of(int64_t id) const {
-    std::optional<int64_t> time;
-    store_.each_row(
-        "select sent_time from t_message where id=?",
-        [&time](sqlite3_stmt* row) { time = sqlite3_column_int64(row, 0); }, id);
-    if (!time) {
-      throw ToolError(store_.name() + ": no message " + std::to_string(id) +
-                      "; --before takes the id of the last message shown");
+  // --before: TIME:ID, or the id of a message, whose time is looked up.
+  std::optional<Place> place_before() const {
+    if (!options_.before) return std::nullopt;
+    const std::string& text = *options_.before;
+    const std::size_t colon = text.find(':');
+    const bool has_time = colon != std::string::npos;
+    const auto id = whole_number(has_time ? text.substr(colon + 1) : text);
+    auto time = whole_number(text.substr(0, colon));
+    if (!id || !time) {
+      throw ToolError("--before: \"" + text + "\" is neither TIME:ID nor a message's id");
     }
-    return *time;
+    if (!has_time) time = time_of(*id);
+    if (!time) {
+      throw ToolError(store_.name() + ": no message " + text +
+                      "; --before takes TIME:ID of a message that is gone");
+    }
+    return Place{*time, *id};
   }
 
-  std::string statement() const {
-    std::string sql =
-        "select id,session_id,session_type,object_name,sender,content,direction,read_status,"
-        "sent_status,server_uid,sent_time from t_message "
-        "where instr(" +
-        std::string(options_.ignore_case ? "folded(content)" : "content") +
-        ",?1)>0 and (sent_time<?2 or (sent_time=?2 and id<?3)) ";
-    if (options_.session_id) sql += "and session_id=?5 ";
-    if (!options_.kinds.empty()) {
-      std::string list;
-      for (const int32_t kind : options_.kinds)
-        list += (list.empty() ? "" : ",") + std::to_string(kind);
-      sql += "and session_type in(" + list + ") ";
+  std::optional<int64_t> time_of(int64_t id) const {
+    std::optional<int64_t> time;
+    store_.each_row(
+        std::string("select ") + kMessageTime + " from t_message where id=?",
+        [&time](sqlite3_stmt* row) { time = sqlite3_column_int64(row, 0); }, id);
+    return time;
+  }
+
+  std::string kinds() const {
+    std::string list;
+    for (const int32_t kind : options_.kinds) {
+      list += (list.empty() ? "" : ",") + std::to_string(kind);
     }
-    return sql + "order by sent_time desc,id desc limit ?4";
+    return list;
   }
 
   const SearchOptions& options_;
@@ -141,15 +145,29 @@ class Search {
   const StatementProgress progress_{store_.connection().handle(), "million steps of the search"};
 };
 
+// Where in `text` stands what its folded form has at `place`.
+std::size_t unfolded_place(std::string_view text, std::size_t place) {
+  std::string_view rest = text;
+  for (std::size_t size = 0; !rest.empty();) {
+    const std::string_view before = rest;
+    size += folded(take_cluster(rest).text).size();
+    if (size > place) return text.size() - before.size();
+  }
+  return text.size();
+}
+
 // The content from shortly before the first hit on, for a table that cuts what is too long.
 std::string from_the_hit(const std::string& content, const SearchOptions& options) {
   constexpr std::size_t kBefore = 24;
-  const std::size_t hit =
-      options.ignore_case ? folded(content).find(folded(options.text)) : content.find(options.text);
-  if (hit == std::string::npos || hit <= 2 * kBefore || terminal_width() == 0) return content;
+  if (terminal_width() == 0) return content;
+  std::size_t hit = content.find(options.text);
+  if (options.ignore_case) {
+    hit = unfolded_place(content, folded(content).find(folded(options.text)));
+  }
+  if (hit <= 2 * kBefore || hit >= content.size()) return content;
   std::size_t from = hit - kBefore;
-  while (from > 0 && from < content.size() && (content[from] & 0xc0) == 0x80) --from;
-  return "…" + content.substr(std::min(from, content.size()));
+  while (from > 0 && (content[from] & 0xc0) == 0x80) --from;
+  return "…" + content.substr(from);
 }
 
 int run_search(const SearchOptions& options) {
@@ -161,7 +179,8 @@ int run_search(const SearchOptions& options) {
     Json messages = Json::array();
     for (const MessageResponse& m : found) messages.push_back(message_json(m, true));
     print_json({{"messages", std::move(messages)},
-                {"next_before", more ? Json(found.back().msg_id_) : Json(nullptr)}});
+                {"next_before", more ? Json(found.back().msg_id_) : Json(nullptr)},
+                {"next_place", more ? Json(place_text(found.back())) : Json(nullptr)}});
   } else if (!found.empty()) {
     TextTable table({{"ID", TextTable::kRight},
                      {"TIME (UTC)"},
@@ -174,7 +193,7 @@ int run_search(const SearchOptions& options) {
                  m.session_id_, m.sender_, from_the_hit(m.content_, options)});
     }
     table.print(std::cout, terminal_width());
-    if (more) std::cout << "more: --before " << found.back().msg_id_ << '\n';
+    if (more) std::cout << "more: --before " << place_text(found.back()) << '\n';
   }
   if (!found.empty()) return kOk;
   std::cerr << "corvan: no such messages\n";
@@ -185,8 +204,9 @@ constexpr const char* kSearchResult =
     "TEXT is found as it stands, in any script, anywhere in a message's content; nothing in it has a\n"
     "special meaning. With --ignore-case upper and lower case letters, and composed and decomposed\n"
     "ones, are the same. Newest first; of equal times the larger id comes first.\n"
-    "With --json: an object with messages, an array of objects with the keys of 'history', and\n"
-    "next_before, the id to give with --before for the next page, or null after the last one.\n"
+    "With --json: an object with messages, an array of objects with the keys of 'history';\n"
+    "next_place, the TIME:ID to give with --before for the next page, and next_before, that\n"
+    "message's id alone; both null after the last page.\n"
     "Exit status 1 when there are no such messages.\n";
 
 }  // namespace
@@ -198,8 +218,9 @@ void add_search(CommandLine& line) {
   command.option("--session", "SESSION", options.session_id, "only in the conversation of this id");
   command.kinds(options.kinds, "only in conversations of this kind, may be given again: ");
   command.flag("--ignore-case", options.ignore_case, "let upper and lower case be the same");
-  command.number("--before", "ID", options.before,
-                 "the page that follows this message (default: from the newest on)");
+  command.option("--before", "TIME:ID", options.before,
+                 "the page that follows this message, given by its time and id or, while it is "
+                 "there, by its id alone (default: from the newest on)");
   command.number("--limit", "N", options.limit, "at most so many (default 20)");
 }
 

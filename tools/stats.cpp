@@ -12,6 +12,7 @@
 #include "tools/json_output.h"
 #include "tools/names.h"
 #include "tools/progress.h"
+#include "tools/schema.h"
 #include "tools/text_table.h"
 
 namespace corvan_tool {
@@ -32,7 +33,7 @@ struct Part {
   std::optional<int64_t> bytes;  // where SQLite can tell
 };
 
-struct Conversation {
+struct LargeConversation {
   std::string id;
   int32_t kind = 0;
   int64_t messages = 0;
@@ -51,14 +52,14 @@ struct Stats {
   int64_t free_pages = 0;
   std::vector<Part> parts;
   std::size_t conversations = 0;  // that have messages
-  std::vector<Conversation> largest;
+  std::vector<LargeConversation> largest;
   std::vector<Month> months;
 };
 
 class Reader {
  public:
-  Reader(const StatsOptions& options, const StoreSizes& sizes) : store_(options.folder) {
-    stats_.sizes = sizes;
+  explicit Reader(const StatsOptions& options) : store_(options.folder) {
+    stats_.sizes = store_.sizes();
     stats_.page_size = number("pragma page_size");
     stats_.free_pages = number("pragma freelist_count");
     read_parts();
@@ -88,15 +89,12 @@ class Reader {
         });
     for (Part& part : stats_.parts) {
       if (part.rows) part.rows = number("select count(*) from " + quoted_name(part.name));
-      // SQLite may have been built without this table: the size then stays unknown.
-      store_.connection().each_row(
-          "select sum(pgsize) from dbstat where name=?",
-          [&part](sqlite3_stmt* row) { part.bytes = sqlite3_column_int64(row, 0); }, part.name);
+      part.bytes = stored_bytes(store_.connection(), part.name);
     }
   }
 
   void read_conversations(std::size_t limit) {
-    std::vector<Conversation>& all = stats_.largest;
+    std::vector<LargeConversation>& all = stats_.largest;
     store_.each_row(
         "select session_id,session_type,count(*),sum(length(cast(content as blob))) "
         "from t_message group by session_type,session_id",
@@ -106,7 +104,7 @@ class Reader {
         });
     stats_.conversations = all.size();
     std::stable_sort(all.begin(), all.end(),
-                     [](const Conversation& one, const Conversation& other) {
+                     [](const LargeConversation& one, const LargeConversation& other) {
                        return one.messages > other.messages;
                      });
     all.resize(std::min(all.size(), limit));
@@ -146,7 +144,7 @@ void print_stats_json(const Stats& stats) {
     }
   }
   json["largest"] = Json::array();
-  for (const Conversation& c : stats.largest) {
+  for (const LargeConversation& c : stats.largest) {
     json["largest"].push_back({{"session_id", c.id},
                                {"session_type", c.kind},
                                {"messages", c.messages},
@@ -162,10 +160,9 @@ void print_stats_json(const Stats& stats) {
 }
 
 void print_stats(const Stats& stats) {
-  std::cout << "file " << size_text(stats.sizes.file) << ", of which "
-            << size_text(stats.free_pages * stats.page_size)
-            << " free (compact gives it back); write-ahead log " << size_text(stats.sizes.log)
-            << "\n\n";
+  std::cout << "file " << size_text(stats.sizes.file) << ", write-ahead log "
+            << size_text(stats.sizes.log) << "; " << size_text(stats.free_pages * stats.page_size)
+            << " are free (compact gives them back)\n\n";
 
   TextTable parts({{"TABLE"}, {"INDEX"}, {"ROWS", TextTable::kRight}, {"SIZE", TextTable::kRight}});
   for (const Part& part : stats.parts) {
@@ -179,7 +176,7 @@ void print_stats(const Stats& stats) {
   std::cout << "\nlargest of " << stats.conversations << " conversations with messages\n";
   TextTable largest(
       {{"KIND"}, {"MESSAGES", TextTable::kRight}, {"TEXT", TextTable::kRight}, {"SESSION"}});
-  for (const Conversation& c : stats.largest) {
+  for (const LargeConversation& c : stats.largest) {
     largest.add({kind_name(c.kind), std::to_string(c.messages), size_text(c.content_bytes), c.id});
   }
   largest.print(std::cout, terminal_width());
@@ -195,12 +192,11 @@ void print_stats(const Stats& stats) {
 }
 
 int run_stats(const StatsOptions& options) {
-  const StoreSizes sizes = store_sizes(store_file(options.folder));
-  const Reader reader(options, sizes);
+  const Stats stats = Reader(options).stats();
   if (options.json) {
-    print_stats_json(reader.stats());
+    print_stats_json(stats);
   } else {
-    print_stats(reader.stats());
+    print_stats(stats);
   }
   return kOk;
 }

@@ -31,7 +31,7 @@ constexpr const char* kJournalSuffix = "-journal";
 
 constexpr int kAttempts = 20;
 constexpr std::chrono::milliseconds kPause{50};
-constexpr std::size_t kBlock = std::size_t{64} << 10;
+constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -78,7 +78,7 @@ std::optional<std::uint64_t> copy_file(const std::string& from, const std::strin
   }
   const File out(std::fopen(to.c_str(), "wb"));
   if (out == nullptr) fail_to_copy(from, to);
-  std::vector<char> block(kBlock);
+  std::vector<char> block(kCopyBlock);
   std::uint64_t copied = 0;
   while (const std::size_t size = read_block(in.get(), block, from)) {
     if (std::fwrite(block.data(), 1, size, out.get()) != size) fail_to_copy(from, to);
@@ -99,8 +99,8 @@ bool still_holds(const std::string& from, const std::string& to,
   if (!copied) return now == nullptr || comparison == kBeginning;
   const File copy = open_for_reading(to);
   if (now == nullptr || copy == nullptr) return false;
-  std::vector<char> now_block(kBlock);
-  std::vector<char> copy_block(kBlock);
+  std::vector<char> now_block(kCopyBlock);
+  std::vector<char> copy_block(kCopyBlock);
   while (const std::size_t size = read_block(copy.get(), copy_block, to)) {
     const std::size_t now_size = read_block(now.get(), now_block, from);
     if (now_size < size || std::memcmp(now_block.data(), copy_block.data(), size) != 0) {
@@ -111,18 +111,35 @@ bool still_holds(const std::string& from, const std::string& to,
   return comparison == kBeginning || std::fgetc(now.get()) == EOF;
 }
 
-// Copies the files of one moment; false when they changed meanwhile. What is appended to the log
-// after its copy does not matter: the copy then is of the moment before. The main file is rewritten
-// only after the log holds its new content, so the two agree as soon as neither copy was overtaken.
-bool copy_files(const std::string& from, const std::string& to) {
+// Copies the files of one moment: their sizes, or nothing when they changed meanwhile. What is
+// appended to the log after its copy does not matter: the copy then is of the moment before. The
+// main file is rewritten only after the log holds its new content, so the two agree as soon as
+// neither copy was overtaken.
+std::optional<StoreSizes> copy_files(const std::string& from, const std::string& to) {
   Progress progress("MiB copied");
   const auto main_size = copy_file(from, to, progress);
   if (!main_size) fail_without_store(from);
   const auto log_size = copy_file(from + kLogSuffix, to + kLogSuffix, progress);
   const auto journal_size = copy_file(from + kJournalSuffix, to + kJournalSuffix, progress);
-  return still_holds(from, to, main_size, kWhole) &&
-         still_holds(from + kLogSuffix, to + kLogSuffix, log_size, kBeginning) &&
-         still_holds(from + kJournalSuffix, to + kJournalSuffix, journal_size, kWhole);
+  const bool is_of_one_moment =
+      still_holds(from, to, main_size, kWhole) &&
+      still_holds(from + kLogSuffix, to + kLogSuffix, log_size, kBeginning) &&
+      still_holds(from + kJournalSuffix, to + kJournalSuffix, journal_size, kWhole);
+  if (!is_of_one_moment) return std::nullopt;
+  return StoreSizes{static_cast<int64_t>(*main_size), static_cast<int64_t>(log_size.value_or(0))};
+}
+
+int64_t size_of(const std::string& path) {
+  std::error_code missing;
+  const auto size = std::filesystem::file_size(path, missing);
+  return missing ? 0 : static_cast<int64_t>(size);
+}
+
+// The file itself where `file` is a link to it.
+std::string real_file(const std::string& file) {
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(file, error);
+  return error ? file : real.string();
 }
 
 }  // namespace
@@ -132,15 +149,16 @@ std::string store_file(const std::string& folder) {
 }
 
 StoreSizes store_sizes(const std::string& file) {
-  const auto size_of = [](const std::string& path) -> int64_t {
-    std::error_code missing;
-    const auto size = std::filesystem::file_size(path, missing);
-    return missing ? 0 : static_cast<int64_t>(size);
-  };
-  return {size_of(file), size_of(file + kLogSuffix)};
+  const std::string real = real_file(file);
+  return {size_of(real), size_of(real + kLogSuffix)};
 }
 
-void copy_store(const std::string& folder, const std::string& to) {
+bool has_log(const std::string& file) {
+  const std::string real = real_file(file);
+  return size_of(real + kLogSuffix) > 0 || size_of(real + kJournalSuffix) > 0;
+}
+
+StoreSizes copy_store(const std::string& folder, const std::string& to) {
   const std::string from = store_file(folder);
   struct stat status = {};
   if (stat(from.c_str(), &status) != 0) {
@@ -148,9 +166,9 @@ void copy_store(const std::string& folder, const std::string& to) {
     fail(from);
   }
   if (!S_ISREG(status.st_mode)) throw ToolError(from + ": not a file");
-  // The log lies beside the file itself, not beside a link to it.
-  const std::string real = std::filesystem::canonical(from).string();
-  for (int attempt = 0; !copy_files(real, to); ++attempt) {
+  const std::string real = real_file(from);
+  for (int attempt = 0;; ++attempt) {
+    if (const auto sizes = copy_files(real, to)) return *sizes;
     if (attempt == kAttempts) {
       throw ToolError(from + ": written to all the time; try again when its writer rests");
     }
@@ -158,8 +176,7 @@ void copy_store(const std::string& folder, const std::string& to) {
   }
 }
 
-StoreCopy::StoreCopy(const std::string& folder) {
-  copy_store(folder, folder_.path() + kStoreName);
-}
+StoreCopy::StoreCopy(const std::string& folder)
+    : sizes_(copy_store(folder, folder_.path() + kStoreName)) {}
 
 }  // namespace corvan_tool

@@ -13,12 +13,16 @@ namespace corvan_tool {
 // The store file in `folder`; it need not exist.
 std::string store_file(const std::string& folder);
 
-// The bytes that a store's file and its write-ahead log take; 0 for one that is not there.
+// The bytes that a store's file and its write-ahead log take; 0 for one that is not there. The log
+// lies beside the file itself, not beside a link to it.
 struct StoreSizes {
   int64_t file = 0;
   int64_t log = 0;
 };
 StoreSizes store_sizes(const std::string& file);
+
+// Whether a log or a journal beside the file may hold a part of what the file stands for.
+bool has_log(const std::string& file);
 
 // Opening a store changes it, and a damaged one is deleted by it, so looking is done in a copy. The
 // copy, write-ahead log included, is of one moment even while another process writes to the store:
@@ -31,13 +35,17 @@ class StoreCopy {
   // Where the copy is; it goes with the object, and when the program is interrupted.
   const std::string& folder() const { return folder_.path(); }
 
+  // The sizes of the store's files at that moment.
+  const StoreSizes& sizes() const { return sizes_; }
+
  private:
   TemporaryFolder folder_;
+  const StoreSizes sizes_;
 };
 
-// Copies the files of the store in `folder` to `to`, which names the main file, as StoreCopy does.
-// Throws ToolError when there is no store, or its files cannot be copied.
-void copy_store(const std::string& folder, const std::string& to);
+// Copies the files of the store in `folder` to `to`, which names the main file, as StoreCopy does:
+// their sizes. Throws ToolError when there is no store, or its files cannot be copied.
+StoreSizes copy_store(const std::string& folder, const std::string& to);
 
 }  // namespace corvan_tool
 

@@ -40,13 +40,12 @@ std::string escaped(utf8proc_int32_t c) {
   return text.data();
 }
 
-// One character as a reader sees it, with all its code points.
-struct Cluster {
-  std::string_view text;
-  int width = 0;
-};
+std::string padding(int width) {
+  return std::string().append(static_cast<std::size_t>(width), ' ');
+}
 
-// Takes the first character off `text`, which must not be empty.
+}  // namespace
+
 Cluster take_cluster(std::string_view& text) {
   const std::string_view all = text;
   utf8proc_int32_t state = 0;
@@ -65,12 +64,6 @@ Cluster take_cluster(std::string_view& text) {
   if (indicators == 2) width = 2;  // a flag
   return {all.substr(0, all.size() - text.size()), width};
 }
-
-std::string padding(int width) {
-  return std::string().append(static_cast<std::size_t>(width), ' ');
-}
-
-}  // namespace
 
 std::string printable(std::string_view text) {
   std::string result;

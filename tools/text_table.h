@@ -15,6 +15,15 @@ namespace corvan_tool {
 // thus cannot drive the terminal.
 std::string printable(std::string_view text);
 
+// One character as a reader sees it, with all its code points.
+struct Cluster {
+  std::string_view text;
+  int width = 0;  // in columns
+};
+
+// Takes the first character off `text`, which must not be empty.
+Cluster take_cluster(std::string_view& text);
+
 // The columns that printable UTF-8 text takes: East Asian wide characters and emoji take two,
 // combining characters none.
 int display_width(std::string_view text);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <iterator>
 #include <mutex>
+#include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -26,10 +28,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What an interrupt removes. Never destroyed: the thread that waits for signals outlives main().
+// What an interrupt removes.
+struct Entry {
+  std::string path;
+  std::string kept;  // what it will be called; of a temporary folder its path
+};
+
+// Never destroyed: the thread that waits for signals outlives main().
 struct Registry {
   std::mutex mutex;
-  std::vector<std::string> paths;
+  std::vector<Entry> entries;
 };
 
 Registry& registry() {
@@ -39,20 +47,68 @@ Registry& registry() {
 
 // With the registry's lock held.
 void forget_path(const std::string& path) {
-  std::vector<std::string>& paths = registry().paths;
-  paths.erase(std::remove(paths.begin(), paths.end(), path), paths.end());
+  std::vector<Entry>& all = registry().entries;
+  all.erase(std::remove_if(all.begin(), all.end(),
+                           [&path](const Entry& one) { return one.path == path; }),
+            all.end());
 }
 
 void remove_path(const std::string& path) {
   const std::lock_guard<std::mutex> lock(registry().mutex);
-  std::error_code ignored;  // it may never have come to be
+  std::error_code ignored;  // it may be kept
   fs::remove_all(path, ignored);
   forget_path(path);
 }
 
-// What stands behind a name until it is kept.
-std::string mark() {
-  return ".unfinished-" + std::to_string(getpid());
+// The pattern of the temporary name beside a place. Of a name that leaves no room for more only the
+// beginning, in whole characters, is in it.
+std::string temporary_name(const fs::path& place) {
+  constexpr const char* kMark = ".unfinished-XXXXXX";
+  constexpr std::size_t kLongest = NAME_MAX - std::char_traits<char>::length(kMark);
+  std::string name = place.filename().string();
+  if (name.size() > kLongest) {
+    std::size_t size = kLongest;
+    while (size > 0 && (static_cast<unsigned char>(name[size]) & 0xC0) == 0x80) --size;
+    name.resize(size);
+  }
+  return (place.parent_path() / (name + kMark)).string();
+}
+
+// Makes an empty file or folder in place of the pattern, its owner's alone. False when it cannot.
+bool make_temporary(std::string& pattern, bool is_folder) {
+  if (is_folder) return mkdtemp(pattern.data()) != nullptr;
+  const int fd = mkstemp(pattern.data());
+  if (fd >= 0) close(fd);
+  return fd >= 0;
+}
+
+// Whether something is there. Throws ToolError when that cannot be told.
+bool is_there(const std::string& place) {
+  std::error_code error;
+  const fs::file_type type = fs::symlink_status(place, error).type();
+  if (type == fs::file_type::none) throw ToolError(place + ": " + error.message());
+  return type != fs::file_type::not_found;
+}
+
+void require_folder(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (fs::is_directory(status)) return;
+  if (!fs::status_known(status)) throw ToolError(path + ": " + error.message());
+  throw ToolError(
+      path + (fs::exists(status) ? ": not a folder; name one" : ": no such folder; make it first"));
+}
+
+// Gives a file or folder its name unless something has it: 0, or the error. Where the system or
+// the file system cannot do that in one step, what another process makes in between is replaced.
+int rename_to_free(const std::string& from, const std::string& to) {
+#ifdef RENAME_NOREPLACE
+  const int rc = renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+  if (rc == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return errno;
+#endif
+  if (is_there(to)) return EEXIST;
+  return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
 [[noreturn]] void end_by(int signal_number) {
@@ -67,12 +123,12 @@ std::string mark() {
 
 // What another thread makes in a folder while it is being removed keeps it from going; once the
 // folder is gone nothing can be made there.
-void remove_for_good(const std::string& path) {
+void remove_for_good(const std::string& folder) {
   constexpr int kAttempts = 1000;
   std::error_code error;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    fs::remove_all(path, error);
-    if (!error && fs::symlink_status(path, error).type() == fs::file_type::not_found) return;
+    fs::remove_all(folder, error);
+    if (!error && fs::symlink_status(folder, error).type() == fs::file_type::not_found) return;
   }
 }
 
@@ -81,7 +137,7 @@ void wait_for_interrupt(sigset_t signals) {
   if (sigwait(&signals, &signal_number) != 0) return;
   // Held to the end, so that nothing more is kept or begun.
   registry().mutex.lock();
-  for (const std::string& path : registry().paths) remove_for_good(path);
+  for (const Entry& entry : registry().entries) remove_for_good(entry.path);
   end_by(signal_number);
 }
 
@@ -130,7 +186,7 @@ void remove_unfinished_when_interrupted() {
   sigset_t signals;
   sigemptyset(&signals);
   bool any = false;
-  for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) {
+  for (const int signal_number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
     struct sigaction action = {};
     // As under nohup.
     if (sigaction(signal_number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
@@ -155,7 +211,7 @@ TemporaryFolder::TemporaryFolder() {
                     "; name a folder with room for a copy in TMPDIR");
   }
   path_ = name + "/";
-  registry().paths.push_back(path_);
+  registry().entries.push_back({path_, path_});
 }
 
 TemporaryFolder::~TemporaryFolder() {
@@ -164,27 +220,28 @@ TemporaryFolder::~TemporaryFolder() {
 
 Unfinished::Unfinished(std::string place, bool is_folder) : place_(std::move(place)) {
   while (place_.size() > 1 && place_.back() == '/') place_.pop_back();
-  std::error_code error;
-  if (fs::symlink_status(place_, error).type() != fs::file_type::not_found) {
+  if (is_there(place_))
     throw ToolError(place_ + ": is there already; name a place where nothing is");
-  }
-  const fs::path parent = fs::path(place_).parent_path();
-  if (!parent.empty() && !fs::is_directory(parent, error)) {
-    throw ToolError(parent.string() + ": no such folder; make it first");
-  }
-  path_ = place_ + mark();
+  const std::string parent = fs::path(place_).parent_path().string();
+  if (!parent.empty()) require_folder(parent);
+  path_ = temporary_name(place_);
   // Between its making and its entry no interrupt may come.
   const std::lock_guard<std::mutex> lock(registry().mutex);
-  if (is_folder && !fs::create_directory(path_, error)) {
-    throw ToolError((error ? place_ + ": cannot be made: " + error.message()
-                           : path_ + ": is there already; remove it"));
+  if (!make_temporary(path_, is_folder)) {
+    throw ToolError(place_ + ": cannot be made: " + std::strerror(errno));
   }
-  registry().paths.push_back(path_);
+  registry().entries.push_back({path_, place_});
 }
 
 std::string kept_name(const std::string& path) {
-  const std::size_t at = path.rfind(mark());
-  return at == std::string::npos ? path : std::string(path).erase(at, mark().size());
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  for (const Entry& entry : registry().entries) {
+    const std::size_t size = entry.path.size();
+    if (path.compare(0, size, entry.path) == 0 && (path.size() == size || path[size] == '/')) {
+      return entry.kept + path.substr(size);
+    }
+  }
+  return path;
 }
 
 Unfinished::~Unfinished() {
@@ -194,13 +251,11 @@ Unfinished::~Unfinished() {
 void Unfinished::keep() {
   require_sync_of_all(path_);
   const std::lock_guard<std::mutex> lock(registry().mutex);
-  std::error_code error;
-  if (fs::symlink_status(place_, error).type() != fs::file_type::not_found) {
+  const int error = rename_to_free(path_, place_);
+  if (error == EEXIST) {
     throw ToolError(place_ + ": has come to be there meanwhile; nothing was kept");
   }
-  if (std::rename(path_.c_str(), place_.c_str()) != 0) {
-    throw ToolError(place_ + ": " + std::strerror(errno) + "; nothing was kept");
-  }
+  if (error != 0) throw ToolError(place_ + ": " + std::strerror(error) + "; nothing was kept");
   forget_path(path_);
   sync(fs::path(place_).parent_path().string());
 }

@@ -8,9 +8,9 @@
 
 namespace corvan_tool {
 
-// From now on SIGHUP, SIGINT and SIGTERM, unless the program was started with them ignored, first
-// remove every Unfinished and Temporary there is, then end the program as they do by default. To be
-// called once, before another thread starts.
+// From now on SIGHUP, SIGINT, SIGQUIT and SIGTERM, unless the program was started with them
+// ignored, first remove every Unfinished and TemporaryFolder there is, then end the program as they
+// do by default. To be called once, before another thread starts.
 void remove_unfinished_when_interrupted();
 
 // A new folder for temporary files, which is removed with all it holds when the object goes.
@@ -33,8 +33,8 @@ class TemporaryFolder {
 // holds when the object goes, unless it was kept.
 class Unfinished {
  public:
-  // Throws ToolError when something is at `place` already, or its parent folder is missing. The
-  // folder is made, the file is left to the caller.
+  // Makes it, empty and its owner's alone. Throws ToolError when something is at `place` already,
+  // its parent folder is missing, or it cannot be made.
   static Unfinished file(std::string place) { return {std::move(place), false}; }
   static Unfinished folder(std::string place) { return {std::move(place), true}; }
   Unfinished(const Unfinished&) = delete;

@@ -8,6 +8,7 @@
 
 #include "tools/connection.h"
 #include "tools/progress.h"
+#include "tools/schema.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -19,10 +20,12 @@ constexpr const char* kVersion = "1";
 struct Setting {
   const char* name;
   const char* value;
+  const Kind& kind;  // of finding, when it is another
 };
-constexpr std::array<Setting, 3> kSettings = {
-    {{"page_size", "4096"}, {"encoding", "UTF-8"}, {"journal_mode", "wal"}}};
-constexpr int64_t kUserVersion = 1;
+const std::array<Setting, 3> kSettings = {{{"page_size", "4096", kind::kSetting},
+                                           {"encoding", "UTF-8", kind::kSetting},
+                                           {"journal_mode", "wal", kind::kJournalMode}}};
+constexpr int64_t kOwnUserVersion = 1;
 
 class FileChecks {
  public:
@@ -82,8 +85,9 @@ class FileChecks {
       if (wanted.table(table.name) == nullptr) add(kind::kTableExtra, table.name);
     }
     std::size_t kept = 0;
-    result_.indexes = index_differences(wanted, present, kept);
-    for (const IndexDifference& difference : result_.indexes) add_index(difference);
+    for (const IndexDifference& difference : index_differences(wanted, present, kept)) {
+      add_index(difference);
+    }
   }
 
   void compare(const Table& wanted, Table found) {
@@ -168,7 +172,7 @@ class FileChecks {
       read(connection_.each_row(std::string("pragma ") + setting.name,
                                 [&value](sqlite3_stmt* row) { value = text_at(row, 0); }));
       if (value == setting.value) continue;
-      Finding& finding = add(kind::kSetting, setting.name);
+      Finding& finding = add(setting.kind, setting.name);
       finding.stored = value;
       finding.derived = setting.value;
     }
@@ -176,11 +180,11 @@ class FileChecks {
     read(connection_.each_row("pragma user_version", [&version](sqlite3_stmt* row) {
       version = sqlite3_column_int64(row, 0);
     }));
-    if (version == kUserVersion) return;
+    if (version == kOwnUserVersion) return;
     // The copy of an older store takes over a number above 0.
     Finding& finding = add(version > 0 ? kind::kUserVersion : kind::kSetting, "user_version");
     finding.stored = version;
-    finding.derived = kUserVersion;
+    finding.derived = kOwnUserVersion;
   }
 
   const Connection& connection_;
@@ -197,10 +201,12 @@ FileFindings look_at_file(const Connection& connection, const std::string& name)
 std::vector<Finding> look_at_sequence(const Connection& connection, int64_t largest_id) {
   std::vector<Json> stored;
   bool good = true;
+  int64_t derived = largest_id;  // an id that was given stays given
   const int rc = connection.each_row(
       "select seq from sqlite_sequence where name='t_message'", [&](sqlite3_stmt* row) {
         const bool is_number = sqlite3_column_type(row, 0) == SQLITE_INTEGER;
         good = good && is_number && sqlite3_column_int64(row, 0) >= largest_id;
+        if (is_number) derived = std::max<int64_t>(derived, sqlite3_column_int64(row, 0));
         stored.push_back(is_number ? Json(sqlite3_column_int64(row, 0)) : Json(text_at(row, 0)));
       });
   // Without its table the file's t_message differs from a new store's, which is a finding already.
@@ -211,7 +217,7 @@ std::vector<Finding> look_at_sequence(const Connection& connection, int64_t larg
   finding.name = "sqlite_sequence";
   if (stored.size() == 1) finding.stored = stored[0];
   if (stored.size() > 1) finding.stored = stored;
-  finding.derived = largest_id;
+  finding.derived = derived;
   finding.mended = true;
   return {finding};
 }

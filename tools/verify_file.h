@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "tools/schema.h"
 #include "tools/verify_finding.h"
 
 namespace corvan_tool {
@@ -16,7 +15,6 @@ class Connection;
 
 struct FileFindings {
   std::vector<Finding> findings;
-  std::vector<IndexDifference> indexes;
   bool damaged = false;     // SQLite's integrity check does not pass
   bool has_columns = true;  // the tables have the columns that the store names
 };
@@ -25,7 +23,7 @@ struct FileFindings {
 // reason than damage.
 FileFindings look_at_file(const Connection& connection, const std::string& name);
 
-// Whether the next message receives an id above `largest_id`.
+// Whether the next message receives an id above `largest_id` and every other one that was given.
 std::vector<Finding> look_at_sequence(const Connection& connection, int64_t largest_id);
 
 }  // namespace corvan_tool

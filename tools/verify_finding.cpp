@@ -65,7 +65,7 @@ const Kind kSetting = {"setting-other",
                        kImpossible,
                        "a setting of the file is not the store's",
                        "",
-                       "a file that another program made; opening it sets the journal mode",
+                       "a file that another program made",
                        nullptr};
 const Kind kSequenceBehind = {
     "sequence-behind",
@@ -81,20 +81,26 @@ const Kind kRowTwice = {"row-twice",
                         "a table without its key, or damage to the file",
                         nullptr};
 const Kind kColumnType = {
-    "column-type", kImpossible, "a value of another type than its column's", "",
-    kByAnother,    nullptr};
+    "column-type",
+    kImpossible,
+    "a value of another type than its column's",
+    "",
+    "another program, or damage to the file; createdb_copydata brings it from a store that has it",
+    nullptr};
 const Kind kCode = {"code-impossible",
                     kImpossible,
                     "a code that no operation writes",
                     "",
                     "another program; direction is 0 or 1 (2 when copied), is_mention and is_top "
-                    "0 or 1, any code a number of 32 bits",
+                    "0 or 1, any code a number of 32 bits; createdb_copydata brings it from a "
+                    "store that has it",
                     nullptr};
 const Kind kMessageId = {"id-impossible",
                          kImpossible,
                          "a message id below 1",
                          "",
-                         "another program that inserted the id itself",
+                         "another program that inserted the id itself; createdb_copydata brings "
+                         "it from a store that has it",
                          nullptr};
 const Kind kSyncNegative = {"sync-negative",
                             kImpossible,
@@ -116,6 +122,13 @@ const Kind kUserVersion = {"user-version",
                            "createdb_copydata",
                            "it takes over the number of the older store",
                            nullptr};
+const Kind kJournalMode = {
+    "journal-mode",
+    kAllowed,
+    "the file is not in write-ahead mode",
+    "init_open_db",
+    "it asks for the mode and goes on where it cannot be had, as while another process has the file open, or where files cannot be shared in memory; the next opening asks again",
+    nullptr};
 const Kind kIndexOlder = {"index-older",
                           kAllowed,
                           "an index from an older set",
@@ -126,9 +139,15 @@ const Kind kTextNull = {
     "text-null",
     kAllowed,
     "SQL NULL in a text column",
-    "save_message, add_session, set_message_content, set_sendtime, set_send_time, set_message_draft",
-    "a text beyond SQLite's limit, 1,000,000,000 bytes, is not bound, and the save goes on",
+    "save_message, add_session, set_message_content, set_sendtime, set_send_time, set_message_draft, createdb_copydata",
+    "a text beyond SQLite's limit, 1,000,000,000 bytes, is not bound, and the save goes on; a copy brings rows of an older store as they are",
     nullptr};
+const Kind kIntegerNull = {"integer-null",
+                           kAllowed,
+                           "SQL NULL in a column of numbers, which reads as 0",
+                           "createdb_copydata",
+                           "a copy brings rows of an older store as they are; or another program",
+                           nullptr};
 const Kind kSessionType = {
     "kind-unknown",
     kAllowed,
@@ -145,16 +164,16 @@ const Kind kSentStatus = {"status-unknown",
 const Kind kCounterUnread = {
     "counter-unread",
     kAllowed,
-    "unread_count is more or less than the messages since the last clearing can come to",
-    "save_message, update_message_status, set_read_status, delete_message, clear_message, clear_message_by_timestamp, set_unread_by_value, sync_unread, set_unread_readtime, delete_session, createdb_copydata",
-    "update_message_status, deleting by server uid and clearing messages leave the counter as it is; is_count that does not fit, a batch, and history that is not newer than its conversation are not counted; sync_unread counts direction 2 alone, set_unread_readtime nothing; a copy brings counters and messages of two stores together",
+    "unread_count is more than the messages can come to",
+    "save_message, update_message_status, set_read_status, delete_message, clear_message, clear_message_by_timestamp, set_unread_by_value, createdb_copydata",
+    "update_message_status, deleting by server uid and clearing messages leave the counter as it is, and so does set_read_status with a number below 0; an own message may be saved with is_count; a copy brings counters and messages of two stores together",
     kCounters};
 const Kind kCounterMention = {
     "counter-mention",
     kAllowed,
-    "mention_count is more or less than the mentions since the last clearing can come to",
-    "save_message, update_message_status, set_read_status, set_message_content, delete_message, clear_message, clear_message_by_timestamp, set_unread_by_value, sync_unread, set_unread_readtime, delete_session, createdb_copydata",
-    "mentions that are read already lower no counter when they are deleted or marked, a new object name takes the mark alone, and what leaves unread_count apart does so here",
+    "mention_count is more than the mentions can come to",
+    "update_message_status, set_read_status, set_message_content, delete_message, clear_message, clear_message_by_timestamp, createdb_copydata",
+    "mentions that are read already lower no counter when they are deleted or marked, a new object name takes the mark alone, and what leaves unread_count too high does so here",
     kCounters};
 const Kind kCounterNegative = {
     "counter-negative",
@@ -235,6 +254,13 @@ const Kind kNotJudged = {
     "",
     "what they follow from is of another type than its column's, or the conversation has several rows: see column-type, text-null and row-twice",
     nullptr};
+const Kind kCounterLow = {
+    "counter-low",
+    kNote,
+    "a counter below the unread messages, or mentions, that came in order since the last clearing",
+    "save_message, set_message_draft, set_read_status, delete_message, set_unread_by_value, sync_unread, set_unread_readtime, delete_session, createdb_copydata",
+    "is_count=false and a batch count nothing, nor does history that was not newer than its conversation, as after a draft or a newer message that is deleted; set_read_status and deleting lower it also for a message that it did not count; sync_unread counts direction 2 alone, set_unread_readtime nothing, a conversation made anew what comes after; no row tells this from a counter that was lost",
+    kCounters};
 const Kind kCounterUntold = {
     "counter-untold",
     kNote,
@@ -314,15 +340,16 @@ const Kind kIndexExtra = {"index-extra",
 const std::vector<const Kind*>& all_kinds_of_finding() {
   using namespace kind;
   static const std::vector<const Kind*> all = {
-      &kFileDamaged,      &kRowsUnread,     &kTableDiffers,   &kSchemaExtra,     &kIndexMissing,
-      &kIndexDiffers,     &kVersionTwice,   &kVersionOther,   &kSetting,         &kSequenceBehind,
-      &kRowTwice,         &kColumnType,     &kCode,           &kMessageId,       &kSyncNegative,
-      &kVersionMissing,   &kUserVersion,    &kIndexOlder,     &kTextNull,        &kSessionType,
-      &kSentStatus,       &kCounterUnread,  &kCounterMention, &kCounterNegative, &kLatestMissing,
-      &kLatestForeign,    &kLatestOlder,    &kLatestNone,     &kSessionTime,     &kServerUidTwice,
-      &kClientKeyTwice,   &kTimeFuture,     &kTimeUnit,       &kNotJudged,       &kCounterUntold,
-      &kSessionTimeApart, &kSending,        &kFailed,         &kDirectionCopied, &kOwnUnread,
-      &kSessionEmpty,     &kSessionMissing, &kSyncBehind,     &kTableExtra,      &kIndexExtra};
+      &kFileDamaged,     &kRowsUnread,      &kTableDiffers,   &kSchemaExtra,      &kIndexMissing,
+      &kIndexDiffers,    &kVersionTwice,    &kVersionOther,   &kSetting,          &kSequenceBehind,
+      &kRowTwice,        &kColumnType,      &kCode,           &kMessageId,        &kSyncNegative,
+      &kVersionMissing,  &kUserVersion,     &kJournalMode,    &kIndexOlder,       &kTextNull,
+      &kIntegerNull,     &kSessionType,     &kSentStatus,     &kCounterUnread,    &kCounterMention,
+      &kCounterNegative, &kLatestMissing,   &kLatestForeign,  &kLatestOlder,      &kLatestNone,
+      &kSessionTime,     &kServerUidTwice,  &kClientKeyTwice, &kTimeFuture,       &kTimeUnit,
+      &kNotJudged,       &kCounterLow,      &kCounterUntold,  &kSessionTimeApart, &kSending,
+      &kFailed,          &kDirectionCopied, &kOwnUnread,      &kSessionEmpty,     &kSessionMissing,
+      &kSyncBehind,      &kTableExtra,      &kIndexExtra};
   return all;
 }
 

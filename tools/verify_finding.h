@@ -13,7 +13,7 @@
 namespace corvan_tool {
 
 enum class Rank {
-  kImpossible,  // no sequence of the store's operations leaves it
+  kImpossible,  // no sequence of operations leaves it in a store that this library made
   kAllowed,     // they can leave it, and it disagrees with what it stands for
   kNote,        // ordinary use passes through it, or nothing tells
 };
@@ -40,10 +40,11 @@ namespace kind {
 extern const Kind kFileDamaged, kRowsUnread, kTableDiffers, kSchemaExtra, kIndexMissing,
     kIndexDiffers, kVersionTwice, kVersionOther, kSetting, kSequenceBehind, kRowTwice, kColumnType,
     kCode, kMessageId, kSyncNegative;
-extern const Kind kVersionMissing, kUserVersion, kIndexOlder, kTextNull, kSessionType, kSentStatus,
-    kCounterUnread, kCounterMention, kCounterNegative, kLatestMissing, kLatestForeign, kLatestOlder,
-    kLatestNone, kSessionTime, kServerUidTwice, kClientKeyTwice, kTimeFuture, kTimeUnit;
-extern const Kind kNotJudged, kCounterUntold, kSessionTimeApart, kSending, kFailed,
+extern const Kind kVersionMissing, kUserVersion, kJournalMode, kIndexOlder, kTextNull, kIntegerNull,
+    kSessionType, kSentStatus, kCounterUnread, kCounterMention, kCounterNegative, kLatestMissing,
+    kLatestForeign, kLatestOlder, kLatestNone, kSessionTime, kServerUidTwice, kClientKeyTwice,
+    kTimeFuture, kTimeUnit;
+extern const Kind kNotJudged, kCounterLow, kCounterUntold, kSessionTimeApart, kSending, kFailed,
     kDirectionCopied, kOwnUnread, kSessionEmpty, kSessionMissing, kSyncBehind, kTableExtra,
     kIndexExtra;
 }  // namespace kind

@@ -12,8 +12,10 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/command_line.h"
 #include "tools/connection.h"
 #include "tools/open_store.h"
+#include "tools/progress.h"
 #include "tools/store_copy.h"
 #include "tools/store_transaction.h"
 #include "tools/text_table.h"
@@ -26,11 +28,12 @@ namespace corvan_tool {
 namespace {
 
 struct Change {
-  const char* repair = nullptr;  // the word
+  const Kind* kind = nullptr;  // of the finding that it mends
   std::optional<ConversationKey> conversation;
-  std::string name;  // the column or the index
-  Json old_value;    // null for an index that was not there
-  Json new_value;    // null for an index that is dropped
+  std::string name;   // the column, the index or the table
+  Json old_value;     // null for an index that was not there
+  Json new_value;     // null for an index that is dropped
+  int64_t rowid = 0;  // of t_session, where it is a conversation's
 };
 
 // What a word stands for and cannot mend.
@@ -50,28 +53,17 @@ constexpr const char* kNotJudgedText =
     "what it follows from is of another type than its column's, or the conversation has several "
     "rows; see 'corvan verify'";
 
-// The changes that some words of --repair stand for, made on a file one by one.
-class Repair {
+// What some words of --repair stand for in a store.
+class RepairPlan {
  public:
-  Repair(const StoreTransaction& transaction, const std::vector<std::string>& what)
-      : transaction_(transaction), what_(what) {}
+  RepairPlan(const Report& report, const std::vector<std::string>& what)
+      : report_(report), what_(what) {}
 
-  Outcome run() {
-    const Report report = look_at_all(transaction_.connection(), transaction_.name());
-    if (report.damaged) {
-      throw ToolError(transaction_.name() +
-                      ": damaged; nothing was changed; 'corvan salvage' brings out what can be "
-                      "read");
-    }
+  Outcome make() {
     // Before the rows are changed: what is changed then goes through the right indexes.
-    if (wants(kIndexes)) mend_indexes(report.indexes);
-    if (needs_rows() && !report.complete) {
-      throw ToolError(transaction_.name() +
-                      ": its rows cannot be looked at; nothing was changed; "
-                      "see 'corvan verify'");
-    }
-    for (const SessionRow& session : report.sessions) mend_session(session);
-    if (wants(kSequence)) mend_sequence(report.findings);
+    take(kIndexes);
+    for (const SessionRow& session : report_.sessions) mend_session(session);
+    take(kSequence);
     return std::move(outcome_);
   }
 
@@ -80,91 +72,116 @@ class Repair {
     return std::find(what_.begin(), what_.end(), word) != what_.end();
   }
 
-  bool needs_rows() const {
-    return std::any_of(what_.begin(), what_.end(),
-                       [](const std::string& word) { return word != kIndexes; });
-  }
-
-  void require(int rc, const std::string& what = "") const { transaction_.require(rc, what); }
-
-  void mend_indexes(const std::vector<IndexDifference>& differences) {
-    for (const IndexDifference& difference : differences) {
-      if (difference.kind == IndexDifference::kOther) continue;
-      const std::string& name = difference.index.name;
-      Change change = {kIndexes, std::nullopt, name, nullptr, nullptr};
-      if (difference.kind == IndexDifference::kOlder) change.old_value = difference.index.sql;
-      if (difference.kind == IndexDifference::kDiffers) change.old_value = difference.old_sql;
-      if (!change.old_value.is_null()) {
-        require(transaction_.connection().run("drop index " + quoted_name(name)), "index " + name);
-      }
-      if (difference.kind != IndexDifference::kOlder) {
-        require(transaction_.connection().run(difference.index.sql), "index " + name);
-        change.new_value = difference.index.sql;
-      }
-      outcome_.changes.push_back(std::move(change));
+  // What the findings of the word tell by themselves.
+  void take(const std::string& word) {
+    if (!wants(word)) return;
+    for (const Finding& finding : report_.findings) {
+      if (!finding.mended || finding.kind->repair != word) continue;
+      outcome_.changes.push_back(
+          {finding.kind, std::nullopt, finding.name, finding.stored, finding.derived});
     }
   }
 
-  void set(const char* word, const SessionRow& session, const std::string& column,
+  void set(const Kind* kind, const SessionRow& session, const std::string& column,
            int64_t old_value, int64_t new_value) {
     if (old_value == new_value) return;
-    require(transaction_.connection().run("update t_session set " + column + "=? where rowid=?",
-                                          new_value, session.rowid));
-    outcome_.changes.push_back({word, session.key, column, old_value, new_value});
+    outcome_.changes.push_back({kind, session.key, column, old_value, new_value, session.rowid});
   }
 
   void mend_session(const SessionRow& session) {
     if (wants(kCounters)) mend_counters(session);
-    if (wants(kLatest) && session.has_wrong_latest()) {
+    if (wants(kLatest) && session.latest_kind() != nullptr) {
       mend_latest(session);
-    } else if (wants(kTimes) && session.time_state() != TimeState::kRight) {
-      set(kTimes, session, "session_time", session.session_time, session.right_time());
+    } else if (wants(kTimes) && session.time_kind() != nullptr) {
+      set(session.time_kind(), session, "session_time", session.session_time, session.right_time());
     }
     if (wants(kLatest) && !session.judges_latest) leave(kLatest, session, "latest_id");
     if (wants(kTimes) && !session.judges_time) leave(kTimes, session, "session_time");
   }
 
   void mend_counters(const SessionRow& session) {
-    if (session.has_wrong_unread()) {
-      set(kCounters, session, "unread_count", session.unread_count,
-          session.unread.mended(session.unread_count));
-    }
-    if (session.has_wrong_mention()) {
-      set(kCounters, session, "mention_count", session.mention_count,
-          session.mention.mended(session.mention_count));
-    }
+    const auto mend = [&](const Kind* kind, const char* column, int64_t stored,
+                          const Recount& recount) {
+      if (kind == nullptr || kind->repair == nullptr) return;
+      set(kind, session, column, stored, recount.mended(stored));
+    };
+    mend(session.unread_kind(), "unread_count", session.unread_count, session.unread);
+    mend(session.mention_kind(), "mention_count", session.mention_count, session.mention);
     if (!session.judges_unread) leave(kCounters, session, "unread_count");
     if (!session.judges_mention) leave(kCounters, session, "mention_count");
   }
 
   void mend_latest(const SessionRow& session) {
-    set(kLatest, session, "latest_id", session.latest_id, session.newest_id);
+    const Kind* const kind = session.latest_kind();
+    set(kind, session, "latest_id", session.latest_id, session.newest_id);
     // As delete_message does it: the time moves with a message, and stays without one.
     if (session.newest_id <= 0 || !session.is_number("session_time")) return;
     if (session.is_moved_by_draft(session.newest_time)) return;
-    set(kLatest, session, "session_time", session.session_time, session.newest_time);
+    set(kind, session, "session_time", session.session_time, session.newest_time);
   }
 
   void leave(const char* word, const SessionRow& session, const std::string& column) {
     outcome_.left.push_back({word, session.key, column});
   }
 
-  void mend_sequence(const std::vector<Finding>& findings) {
-    const auto found = std::find_if(findings.begin(), findings.end(), [](const Finding& finding) {
-      return finding.kind == &kind::kSequenceBehind;
-    });
-    if (found == findings.end()) return;
-    const auto largest = found->derived.get<int64_t>();
-    require(transaction_.connection().run("delete from sqlite_sequence where name='t_message'"));
-    require(transaction_.connection().run(
-        "insert into sqlite_sequence(name,seq) values('t_message',?)", largest));
-    outcome_.changes.push_back({kSequence, std::nullopt, "seq", found->stored, largest});
-  }
-
-  const StoreTransaction& transaction_;
+  const Report& report_;
   const std::vector<std::string>& what_;
   Outcome outcome_;
 };
+
+Outcome make_plan(const StoreTransaction& transaction, const std::vector<std::string>& what) {
+  const Report report = look_at_all(transaction.connection(), transaction.name());
+  if (report.damaged) {
+    throw ToolError(transaction.name() +
+                    ": damaged; nothing was changed; 'corvan salvage' brings out what can be "
+                    "read");
+  }
+  const bool needs_rows = std::any_of(what.begin(), what.end(),
+                                      [](const std::string& word) { return word != kIndexes; });
+  if (needs_rows && !report.complete) {
+    throw ToolError(transaction.name() +
+                    ": its rows cannot be looked at; nothing was changed; "
+                    "see 'corvan verify'");
+  }
+  return RepairPlan(report, what).make();
+}
+
+void change_index(const StoreTransaction& transaction, const Change& change) {
+  const Connection& connection = transaction.connection();
+  const std::string what = "index " + change.name;
+  if (!change.old_value.is_null()) {
+    transaction.require(connection.run("drop index " + quoted_name(change.name)), what);
+  }
+  if (!change.new_value.is_null()) {
+    transaction.require(connection.run(change.new_value.get<std::string>()), what);
+  }
+}
+
+void make_change(const StoreTransaction& transaction, const Change& change) {
+  const std::string word = change.kind->repair;
+  if (word == kIndexes) {
+    change_index(transaction, change);
+    return;
+  }
+  const Connection& connection = transaction.connection();
+  const auto value = change.new_value.get<int64_t>();
+  if (word == kSequence) {
+    transaction.require(connection.run("delete from sqlite_sequence where name='t_message'"));
+    transaction.require(
+        connection.run("insert into sqlite_sequence(name,seq) values('t_message',?)", value));
+    return;
+  }
+  transaction.require(connection.run("update t_session set " + change.name + "=? where rowid=?",
+                                     value, change.rowid));
+}
+
+void make_changes(const StoreTransaction& transaction, const std::vector<Change>& changes) {
+  sqlite3* const db = transaction.connection().handle();
+  // What somebody's trigger would change is told nowhere.
+  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  const StatementProgress progress(db, "million steps of mending");
+  for (const Change& change : changes) make_change(transaction, change);
+}
 
 // A folder beside the store's that is not there yet.
 std::string place_beside(const std::string& folder) {
@@ -189,24 +206,34 @@ std::string place_beside(const std::string& folder) {
 
 // Copies what is committed in `file` to `to`. Through SQLite: to open and close the file past it
 // would take away the locks that this process holds.
-void copy_committed(const std::string& file, const std::string& to) {
+void copy_committed(const std::string& file, const std::string& to, Progress& progress) {
+  constexpr int kPages = 1024;  // between two calls of progress
   const Connection from(file, SQLITE_OPEN_READONLY);
   const Connection target(to, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   sqlite3_backup* const copy = sqlite3_backup_init(target.handle(), "main", from.handle(), "main");
-  if (copy != nullptr) sqlite3_backup_step(copy, -1);
-  if (copy == nullptr || sqlite3_backup_finish(copy) != SQLITE_OK) {
-    throw ToolError(to + ": the copy cannot be made (" + target.error() + "); nothing was changed");
+  int rc = copy == nullptr ? SQLITE_CANTOPEN : SQLITE_OK;
+  while (rc == SQLITE_OK) {
+    rc = sqlite3_backup_step(copy, kPages);
+    progress.show(static_cast<std::uint64_t>(sqlite3_backup_pagecount(copy) -
+                                             sqlite3_backup_remaining(copy)));
   }
+  sqlite3_backup_finish(copy);
+  if (rc == SQLITE_DONE) return;
+  throw ToolError(kept_name(to) + ": the copy cannot be made (" + sqlite3_errstr(rc) +
+                  "); nothing was changed; make room there, or name another folder with --backup");
 }
 
 void print_outcome(const Outcome& outcome, const std::string& backup, bool dry_run) {
   const auto text_of = [](const Json& value) {
     return value.is_string() ? value.get<std::string>() : (value.is_null() ? "none" : value.dump());
   };
-  TextTable table({{"REPAIR"}, {"CONVERSATION"}, {"WHAT"}, {"CHANGE"}});
+  TextTable table({{"REPAIR"}, {"FINDING"}, {"CONVERSATION"}, {"WHAT"}, {"CHANGE"}});
+  std::size_t notes = 0;
   for (const Change& change : outcome.changes) {
-    table.add({change.repair, change.conversation ? conversation_text(*change.conversation) : "",
-               change.name, text_of(change.old_value) + " -> " + text_of(change.new_value)});
+    if (change.kind->rank == Rank::kNote) ++notes;
+    table.add({change.kind->repair, change.kind->code,
+               change.conversation ? conversation_text(*change.conversation) : "", change.name,
+               text_of(change.old_value) + " -> " + text_of(change.new_value)});
   }
   if (outcome.changes.empty()) {
     std::cout << (outcome.left.empty() ? "nothing to mend\n" : "nothing could be mended\n");
@@ -216,6 +243,10 @@ void print_outcome(const Outcome& outcome, const std::string& backup, bool dry_r
     std::cout << (dry_run ? "would be changed: " : "changed: ") << outcome.changes.size();
     if (!dry_run) std::cout << "; the store as it was is in " << printable(backup);
     std::cout << '\n';
+    if (notes > 0) {
+      std::cout << "notes among them: " << notes
+                << "; ordinary use can leave these, 'corvan verify' tells how\n";
+    }
   }
   for (const Left& left : outcome.left) {
     std::cout << "left: " << left.repair << ' ' << printable(conversation_text(left.conversation))
@@ -230,7 +261,8 @@ void print_outcome_json(const Outcome& outcome, const std::string& backup, bool 
                {"left", Json::array()}};
   for (const Change& change : outcome.changes) {
     const auto& key = change.conversation;
-    json["changes"].push_back({{"repair", change.repair},
+    json["changes"].push_back({{"repair", change.kind->repair},
+                               {"finding", change.kind->code},
                                {"session_id", key ? Json(key->id) : Json(nullptr)},
                                {"session_type", key ? Json(key->type) : Json(nullptr)},
                                {"name", change.name},
@@ -252,12 +284,16 @@ Outcome repair_store(const RepairOptions& options, std::string& backup) {
   const std::string file = store_file(options.folder);
   require_store_in(options.folder, false);
   const StoreTransaction transaction(file, file, "begin immediate");
-  Outcome outcome = Repair(transaction, options.what).run();
+  Outcome outcome = make_plan(transaction, options.what);
   if (outcome.changes.empty()) return outcome;
 
   backup = options.backup.empty() ? place_beside(options.folder) : options.backup;
   Unfinished folder = Unfinished::folder(backup);
-  copy_committed(file, store_file(folder.path()));
+  Progress progress("pages copied");
+  // Before the first change: without a log the file may be locked to readers from then on.
+  copy_committed(file, store_file(folder.path()), progress);
+  make_changes(transaction, outcome.changes);
+  progress.advance(0);  // shown while the copy is put on the disk
   folder.keep();
   transaction.commit();
   return outcome;
@@ -269,7 +305,9 @@ Outcome try_repair(const RepairOptions& options) {
   const std::string copied = store_file(copy.folder());
   require_store(copied, name, false);
   const StoreTransaction transaction(copied, name, "begin immediate");
-  return Repair(transaction, options.what).run();
+  Outcome outcome = make_plan(transaction, options.what);
+  make_changes(transaction, outcome.changes);
+  return outcome;
 }
 
 }  // namespace
@@ -281,6 +319,9 @@ int run_repair(const RepairOptions& options) {
     print_outcome_json(outcome, backup, options.dry_run);
   } else {
     print_outcome(outcome, backup, options.dry_run);
+  }
+  if (!backup.empty()) {
+    require_output("the changes were made, and the store as it was is in " + backup);
   }
   return outcome.left.empty() ? kOk : kNegative;
 }

@@ -63,12 +63,12 @@ std::string finding_text(const Finding& finding) {
 }
 
 // The findings of one kind, which begin at `from`; where they end.
-using Place = std::vector<Finding>::const_iterator;
-Place end_of_kind(Place from, Place end) {
+using FindingPlace = std::vector<Finding>::const_iterator;
+FindingPlace end_of_kind(FindingPlace from, FindingPlace end) {
   return std::find_if(from, end, [from](const Finding& one) { return one.kind != from->kind; });
 }
 
-void print_kind(Place from, Place end) {
+void print_kind(FindingPlace from, FindingPlace end) {
   const Kind& kind = *from->kind;
   const auto count = static_cast<std::size_t>(end - from);
   std::cout << '\n'
@@ -127,7 +127,6 @@ Report look_at_all(const Connection& connection, const std::string& name) {
   FileFindings file = look_at_file(connection, name);
   append(report.findings, std::move(file.findings));
   report.damaged = file.damaged;
-  report.indexes = std::move(file.indexes);
   if (file.has_columns) {
     RowFindings rows = look_at_rows(connection, name);
     append(report.findings, std::move(rows.findings));

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "tools/schema.h"
 #include "tools/verify_finding.h"
 #include "tools/verify_rows.h"
 
@@ -17,7 +16,6 @@ class Connection;
 
 struct Report {
   std::vector<Finding> findings;  // in the order of all_kinds_of_finding()
-  std::vector<IndexDifference> indexes;
   std::vector<SessionRow> sessions;
   int64_t messages = 0;
   bool damaged = false;   // the file itself

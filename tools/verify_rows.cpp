@@ -143,6 +143,10 @@ class RowChecks {
     return of_text_column == "null" ? kind::kTextNull : kind::kColumnType;
   }
 
+  static const Kind& kind_of_number(const std::string& type) {
+    return type == "null" ? kind::kIntegerNull : kind::kColumnType;
+  }
+
   static bool is_integer(sqlite3_stmt* row, int column) {
     return sqlite3_column_type(row, column) == SQLITE_INTEGER;
   }
@@ -181,7 +185,7 @@ class RowChecks {
     session.has_draft = sqlite3_column_int(row, 11) != 0;
 
     are_integers(row, 2, 11, [&](const char* column, const char* type) {
-      add(kind::kColumnType, session.key, column).stored = type;
+      add(kind_of_number(type), session.key, column).stored = type;
       session.no_numbers.insert(column);
     });
     static constexpr std::array<const char*, 3> kTexts = {"session_id", "title", "draft"};
@@ -253,7 +257,7 @@ class RowChecks {
     result_.largest_id = std::max(result_.largest_id, m.id);
 
     are_integers(row, 2, 9, [&](const char* column, const char* bad) {
-      gather(kind::kColumnType, key, m.id, column, bad);
+      gather(kind_of_number(bad), key, m.id, column, bad);
     });
     static constexpr std::array<const char*, 5> kTexts = {"session_id", "object_name", "content",
                                                           "sender", "server_uid"};
@@ -362,21 +366,30 @@ class RowChecks {
     }
   }
 
+  // Conversations that have messages and no row. Their messages are read once more, all together:
+  // for each of them alone it takes an index that may be missing.
   void find_orphans() {
-    for (const auto& [key, conversation] : conversations_) {
-      if (!conversation.rows.empty() || conversation.messages == 0) continue;
-      Finding& finding = add(kind::kSessionMissing, key, "t_session");
-      connection_.each_row(
-          "select id from t_message where session_id=? and session_type=? order by id",
-          [&finding](sqlite3_stmt* row) {
-            finding.messages.push_back(sqlite3_column_int64(row, 0));
-          },
-          key.id, key.type);
-    }
+    const auto is_orphan = [](const auto& one) {
+      return one.second.rows.empty() && one.second.messages > 0;
+    };
+    if (std::none_of(conversations_.begin(), conversations_.end(), is_orphan)) return;
+    const StatementProgress progress(connection_.handle(), "million steps of naming messages");
+    each_row("t_message",
+             "select session_id,session_type,id from t_message not indexed "
+             "where typeof(session_id)='text' and typeof(session_type)='integer' order by id",
+             [&](sqlite3_stmt* row) {
+               const ConversationKey key = {text_at(row, 0), sqlite3_column_int64(row, 1)};
+               const auto found = conversations_.find(key);
+               if (found == conversations_.end() || !is_orphan(*found)) return;
+               gather(kind::kSessionMissing, key, sqlite3_column_int64(row, 2), "t_session",
+                      nullptr);
+             });
   }
 
   // The statement gives a conversation, a value and the ids of its messages.
   void find_twice(const Kind& kind, const std::string& sql) {
+    const StatementProgress progress(connection_.handle(),
+                                     "million steps of looking for duplicates");
     each_row("t_message", sql, [&](sqlite3_stmt* row) {
       Finding finding;
       finding.kind = &kind;
@@ -402,15 +415,16 @@ class RowChecks {
     std::map<std::string, int> users;
     each_row("t_sync", "select user_id,receive_time,sent_time from t_sync not indexed",
              [&](sqlite3_stmt* row) {
+               // Before the text is read: it makes one of a blob.
+               const std::string type = type_name(sqlite3_column_type(row, 0));
                const std::string user = text_at(row, 0);
-               if (sqlite3_column_type(row, 0) != SQLITE_TEXT) {
-                 add_sync(kind::kColumnType, user, "user_id").stored =
-                     type_name(sqlite3_column_type(row, 0));
+               if (type != "text") {
+                 add_sync(kind_of_type(type), user, "user_id").stored = type;
                } else if (++users[user] == 2) {
                  add_sync(kind::kRowTwice, user, "user_id");
                }
-               const bool good = are_integers(row, 1, 3, [&](const char* column, const char* type) {
-                 add_sync(kind::kColumnType, user, column).stored = type;
+               const bool good = are_integers(row, 1, 3, [&](const char* column, const char* bad) {
+                 add_sync(kind_of_number(bad), user, column).stored = bad;
                });
                if (!good) return;
                check_mark(user, "receive_time", sqlite3_column_int64(row, 1), newest_received_);

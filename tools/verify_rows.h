@@ -21,8 +21,8 @@ struct RowFindings {
   bool complete = true;    // every row could be read
 };
 
-// Reads each row once. Throws ToolError, which begins with `name`, when reading fails for another
-// reason than damage.
+// Reads each row once, and t_message again for what needs an order of its own. Throws ToolError,
+// which begins with `name`, when reading fails for another reason than damage.
 RowFindings look_at_rows(const Connection& connection, const std::string& name);
 
 }  // namespace corvan_tool

@@ -1,7 +1,6 @@
 #include "tools/verify_session.h"
 
 #include <chrono>
-#include <map>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -10,7 +9,7 @@ namespace corvan_tool {
 
 namespace {
 
-constexpr int64_t kDay = int64_t{24} * 60 * 60 * 1000;
+constexpr int64_t kOneDay = int64_t{24} * 60 * 60 * 1000;
 // In seconds this is the year 5138, in milliseconds 1973: no message is so late, or so early.
 constexpr int64_t kLeastTime = 100'000'000'000;
 // Likewise for microseconds and milliseconds.
@@ -52,51 +51,36 @@ class Judgement {
   }
 
   void find_counters() {
-    if (session_.judges_unread) {
-      find_counter(kind::kCounterUnread, "unread_count", session_.unread_count, session_.unread);
-    }
-    if (session_.judges_mention) {
-      find_counter(kind::kCounterMention, "mention_count", session_.mention_count,
-                   session_.mention);
+    find_counter(session_.unread_kind(), "unread_count", session_.unread_count, session_.unread);
+    find_counter(session_.mention_kind(), "mention_count", session_.mention_count,
+                 session_.mention);
+  }
+
+  void find_counter(const Kind* kind, const char* column, int64_t stored, const Recount& recount) {
+    if (kind == &kind::kCounterUntold) {
+      Finding& finding = add(*kind, column);
+      finding.stored = stored;
+      finding.derived = {{"least", 0}, {"most", recount.most()}};
+    } else {
+      find_mended(kind, column, stored, recount.mended(stored));
     }
   }
 
-  void find_counter(const Kind& kind, const char* column, int64_t stored, const Recount& recount) {
-    if (!recount.allows(stored)) {
-      Finding& finding = add(stored < 0 ? kind::kCounterNegative : kind, column);
-      finding.stored = stored;
-      finding.derived = recount.mended(stored);
-      finding.mended = true;
-    } else if (!recount.explains(stored)) {
-      Finding& finding = add(kind::kCounterUntold, column);
-      finding.stored = stored;
-      finding.derived = {{"least", recount.sure}, {"most", recount.most()}};
-    }
-  }
-
-  void find_latest() {
-    if (!session_.has_wrong_latest()) return;
-    static const std::map<LatestState, const Kind*> kinds = {
-        {LatestState::kNone, &kind::kLatestNone},
-        {LatestState::kMissing, &kind::kLatestMissing},
-        {LatestState::kForeign, &kind::kLatestForeign},
-        {LatestState::kOlder, &kind::kLatestOlder}};
-    Finding& finding = add(*kinds.at(session_.latest), "latest_id");
-    finding.stored = session_.latest_id;
-    finding.derived = session_.newest_id;
+  // Null is no finding.
+  void find_mended(const Kind* kind, const char* column, int64_t stored, int64_t derived) {
+    if (kind == nullptr) return;
+    Finding& finding = add(*kind, column);
+    finding.stored = stored;
+    finding.derived = derived;
     finding.mended = true;
   }
 
+  void find_latest() {
+    find_mended(session_.latest_kind(), "latest_id", session_.latest_id, session_.newest_id);
+  }
+
   void find_times() {
-    const TimeState state = session_.time_state();
-    if (state != TimeState::kRight) {
-      Finding& finding =
-          add(state == TimeState::kApart ? kind::kSessionTimeApart : kind::kSessionTime,
-              "session_time");
-      finding.stored = session_.session_time;
-      finding.derived = session_.right_time();
-      finding.mended = true;
-    }
+    find_mended(session_.time_kind(), "session_time", session_.session_time, session_.right_time());
     check_time("session_time", session_.session_time);
     // 0: nothing was read, or no receipt came.
     if (session_.read_time != 0) check_time("read_time", session_.read_time);
@@ -123,12 +107,46 @@ class Judgement {
 
 }  // namespace
 
-TimeState SessionRow::time_state() const {
+const Kind* Recount::judge(int64_t stored, const Kind& too_high) const {
+  if (stored < 0) return &kind::kCounterNegative;
+  if (stored > most()) return &too_high;
+  if (stored < newer) return &kind::kCounterLow;
+  return stored == newer || stored == newer + late ? nullptr : &kind::kCounterUntold;
+}
+
+const Kind* SessionRow::unread_kind() const {
+  return judges_unread ? unread.judge(unread_count, kind::kCounterUnread) : nullptr;
+}
+
+const Kind* SessionRow::mention_kind() const {
+  return judges_mention ? mention.judge(mention_count, kind::kCounterMention) : nullptr;
+}
+
+const Kind* SessionRow::latest_kind() const {
+  if (!judges_latest) return nullptr;
+  switch (latest) {
+    case LatestState::kNone:
+      return &kind::kLatestNone;
+    case LatestState::kMissing:
+      return &kind::kLatestMissing;
+    case LatestState::kForeign:
+      return &kind::kLatestForeign;
+    case LatestState::kOlder:
+      return &kind::kLatestOlder;
+    case LatestState::kGood:
+    case LatestState::kNoMessages:
+      break;
+  }
+  return nullptr;
+}
+
+const Kind* SessionRow::time_kind() const {
   const bool names_own = latest == LatestState::kGood || latest == LatestState::kOlder;
-  if (!judges_time || !names_own) return TimeState::kRight;
-  if (session_time == latest_time || session_time == right_time()) return TimeState::kRight;
-  if (is_moved_by_draft(latest_time)) return TimeState::kRight;
-  return session_time > right_time() || latest_is_own ? TimeState::kApart : TimeState::kWrong;
+  if (!judges_time || !names_own) return nullptr;
+  if (session_time == latest_time || session_time == right_time()) return nullptr;
+  if (is_moved_by_draft(latest_time)) return nullptr;
+  return session_time > right_time() || latest_is_own ? &kind::kSessionTimeApart
+                                                      : &kind::kSessionTime;
 }
 
 std::vector<std::string> SessionRow::not_judged() const {
@@ -144,14 +162,14 @@ void count_message(Conversation& conversation, const Message& m, bool is_chat_ro
   const bool is_later = m.sent_time > conversation.read_time;
   const bool is_since = is_later || conversation.has_cleared;
   // Were it saved as history, an older message would not be counted.
-  const bool is_newer = conversation.messages == 0 || m.sent_time > conversation.newest_time;
+  const bool is_newer = m.direction == 1 && is_later &&
+                        (conversation.messages == 0 || m.sent_time > conversation.newest_time);
   const auto add = [&](Recount& recount) {
-    const bool is_sure = m.direction == 1 && is_later && is_newer;
-    ++(is_sure ? recount.sure : is_since ? recount.since : recount.before);
+    ++(is_newer ? recount.newer : is_since ? recount.late : recount.before);
   };
   if (m.read_status == 0) add(conversation.unread);
   if (is_chat_room && m.direction != 0) {
-    ++(is_since ? conversation.unread.since : conversation.chat_before);
+    ++(is_since ? conversation.unread.late : conversation.chat_before);
   }
   if (m.is_mention == 1) add(conversation.mention);
   if (m.direction == 1 && m.sent_time == conversation.read_time) conversation.has_cleared = true;
@@ -187,7 +205,7 @@ void judge(SessionRow& session, const Conversation& conversation, std::vector<Fi
 
 const Kind* wrong_time(int64_t time, int64_t now) {
   if (time < kLeastTime || time >= kMostTime) return &kind::kTimeUnit;
-  return time > now + kDay ? &kind::kTimeFuture : nullptr;
+  return time > now + kOneDay ? &kind::kTimeFuture : nullptr;
 }
 
 int64_t time_now() {

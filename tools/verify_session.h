@@ -13,37 +13,28 @@
 
 namespace corvan_tool {
 
-// What a counter can be by a conversation's messages:
-// - A live save counts a received message when its caller says so, and a mention in any case; one
-//   that is saved as history counts only when it is newer than its conversation. What is unread
-//   then counts until it is marked read or deleted by id. So what is unread, received, later than
-//   read_time and newer than all that came before it counts for sure.
+// What a counter comes to by a conversation's messages:
+// - A live save counts a received message unless its caller says otherwise (is_count), and a
+//   mention in any case; one that is saved as history counts only when it is newer than its
+//   conversation. What is unread then counts until it is marked read or deleted by id.
 // - clear_unread sets the counters to 0, and read_time to the time of the newest received message.
 //   Later messages, and those that came after the first received one of that time, may have been
 //   counted since; of the others, only what was marked unread again.
-// - In a chat room every message is stored as read, and whether it counts is the client's choice:
-//   all that were received since the clearing may count there, and none for sure.
+// - In a chat room every message is stored as read, and whether it counts is the client's choice.
+// No row tells what was saved uncounted, so no message counts for sure.
 struct Recount {
-  int64_t sure = 0;    // count in any case
-  int64_t since = 0;   // came since the last clearing, as far as the rows tell, and may count
+  int64_t newer = 0;   // unread, received, later than read_time and than all that came before them
+  int64_t late = 0;    // the others that came since the last clearing, as far as the rows tell
   int64_t before = 0;  // count only if they were marked unread after it
 
-  int64_t most() const { return sure + since + before; }
-  bool allows(int64_t stored) const { return stored >= sure && stored <= most(); }
-  // Whether all that came since the clearing count, or only what does for sure.
-  bool explains(int64_t stored) const { return stored == sure || stored == sure + since; }
-  // For a value that is not allowed: a counter too low is raised no further than is sure.
-  int64_t mended(int64_t stored) const { return stored < sure ? sure : sure + since; }
+  int64_t most() const { return newer + late + before; }
+  // What becomes of a counter: one too low is raised no further than what came as live ones do.
+  int64_t mended(int64_t stored) const { return stored < newer ? newer : newer + late; }
+  // The kind of finding that a counter is; null when it is a recount.
+  const Kind* judge(int64_t stored, const Kind& too_high) const;
 };
 
 enum class LatestState { kGood, kNoMessages, kNone, kMissing, kForeign, kOlder };
-
-// How session_time stands to the time of the message that latest_id names.
-enum class TimeState {
-  kRight,  // or nothing tells
-  kApart,  // not its time, as ordinary use leaves it
-  kWrong
-};
 
 // A row of t_session with what the messages say of it.
 struct SessionRow {
@@ -74,13 +65,12 @@ struct SessionRow {
   int64_t newest_time = 0;
 
   bool is_number(const std::string& column) const { return no_numbers.count(column) == 0; }
-  bool has_wrong_unread() const { return judges_unread && !unread.allows(unread_count); }
-  bool has_wrong_mention() const { return judges_mention && !mention.allows(mention_count); }
-  bool has_wrong_latest() const {
-    return judges_latest && latest != LatestState::kGood && latest != LatestState::kNoMessages;
-  }
-  TimeState time_state() const;
-  // What session_time should be, where time_state() tells: of an older latest message the newest
+  // The kinds of finding that the columns are; null when they are right, or are not judged.
+  const Kind* unread_kind() const;
+  const Kind* mention_kind() const;
+  const Kind* latest_kind() const;
+  const Kind* time_kind() const;
+  // What session_time should be, where time_kind() tells: of an older latest message the newest
   // one's time.
   int64_t right_time() const { return latest == LatestState::kOlder ? newest_time : latest_time; }
   // Whether a draft explains that session_time is later than `time`: storing it moved it.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <random>
 #include <sstream>
 #include <utility>
 
@@ -18,6 +20,14 @@ constexpr int32_t kBeingSent = 1;
 constexpr int32_t kFailed = 2;
 constexpr int32_t kSeen = 3;
 
+// A number for an own message. At random: one that counts would begin anew with the process, and
+// know nothing of the user's other devices.
+int64_t new_client_uid() {
+  std::random_device random;
+  const uint64_t bits = (uint64_t{random()} << 32) | random();
+  return static_cast<int64_t>((bits >> 1) | 1);  // above 0
+}
+
 }  // namespace
 
 Device::Device(std::string folder, std::string user, std::string peer, Server* server,
@@ -32,11 +42,16 @@ Device::Device(std::string folder, std::string user, std::string peer, Server* s
 bool Device::start() {
   turn_ = {};
   std::filesystem::create_directories(folder_);
+  refused_.clear();
+  std::ifstream kept(folder_ + "/refused");
+  for (int64_t client_uid = 0; kept >> client_uid;) refused_.insert(client_uid);
+
   const cvrtc::Pathname folder(folder_ + "/");
   if (!store_->init_open_db(folder, "", user_)) return false;
-  if (store_->get_pragma("select 1") == 1) return true;
-  // The file was damaged and has been deleted. A new one is filled from the server's history.
-  return store_->init_open_db(folder, "", user_);
+  // Where it is closed all the same, the file was damaged and has been deleted. A new one is filled
+  // from the server's history.
+  if (store_->get_pragma("select 1") != 1 && !store_->init_open_db(folder, "", user_)) return false;
+  return store_->update_sent_status(0, kFailed);  // of no message: whether it can be written
 }
 
 void Device::stop() {
@@ -49,7 +64,7 @@ void Device::reconnect() {
   if (!store_->get_sync_time(&mark, nullptr)) return;
   while (!network_->loses()) {
     const auto page = server_->letters_after(mark, kPage);
-    // Messages and marks are stored together or not at all: a page that fails is fetched again.
+    // The mark is not moved past a page that fails: it is fetched again.
     if (page.empty() || !save_fetched(page)) break;
     mark = page.back().time;
   }
@@ -58,10 +73,9 @@ void Device::reconnect() {
   // Opening the store has marked what was being sent as failed. What the history has not completed
   // since is sent again under its own number, by which the server knows it.
   for (const auto& message : all_messages()) {
-    const bool ended = message.is_receive_ || message.sent_status_ != kFailed;
-    if (ended || refused_.count(message.msg_id_) > 0) continue;
-    int64_t client_uid = 0;
-    store_->get_client_uid(message.msg_id_, client_uid);
+    if (message.is_receive_ || message.sent_status_ != kFailed) continue;
+    const int64_t client_uid = client_uid_of(message.msg_id_);
+    if (refused_.count(client_uid) > 0) continue;
     store_->update_sent_status(message.msg_id_, kBeingSent);
     ++turn_.sent_again;
     post(message.msg_id_, client_uid, message.content_);
@@ -71,21 +85,45 @@ void Device::reconnect() {
 // Nothing in here may be an operation that is one transaction: it would commit this one.
 bool Device::save_fetched(const std::vector<Letter>& page) {
   if (!store_->start_transaction()) return false;
+  // The marks first: when SQLite rolls back in the middle, what follows is stored on its own, and
+  // must not be a mark. Received and own messages come in one stream here, so both move.
+  const int64_t mark = page.back().time;
+  bool whole = store_->set_sync_time(mark, true) && store_->set_sync_time(mark, false);
   complete_own(page);
   for (const auto& letter : page) {
+    if (!whole) break;
     ++turn_.fetched;
-    if (letter.sender == user_) continue;
+    // An own one is completed by now, unless the store was lost, or another device sent it.
+    if (letter.sender == user_ && store_->is_message_exist(letter.uid)) continue;
     // Insert-only: what is older than the conversation neither moves it nor becomes its newest
     // message, and is counted as unread all the same. What came live already is refused.
-    const int64_t id =
-        store_->save_message(peer_, kKind, kText, letter.sender, letter.text, true, kSent, 0, false,
-                             letter.time, letter.client_uid, letter.uid, false, true, true);
-    ++(id > 0 ? turn_.stored : turn_.repeated);
+    whole = took(save(letter, true), letter);
   }
-  // Received and own messages come in one stream here, so both marks move.
-  store_->set_sync_time(page.back().time, true);
-  store_->set_sync_time(page.back().time, false);
+  if (!whole) {
+    store_->execute_none_query("rollback transaction");
+    return false;
+  }
+  settle();
   return store_->commit_transaction();
+}
+
+int64_t Device::save(const Letter& letter, bool insert_only) {
+  const bool own = letter.sender == user_;
+  // The peer's numbers are not this store's: one that the peer used again would be refused.
+  const int64_t client_uid = own ? letter.client_uid : 0;
+  return store_->save_message(peer_, kKind, kText, letter.sender, letter.text, !own, kSent, 0,
+                              false, letter.time, client_uid, letter.uid, false, insert_only, !own);
+}
+
+// Counts what became of a save. False when it failed: -1 alone also says that it is there already.
+bool Device::took(int64_t id, const Letter& letter) {
+  if (id > 0) {
+    ++turn_.stored;
+    return true;
+  }
+  if (!store_->is_message_exist(letter.uid)) return false;
+  ++turn_.repeated;
+  return true;
 }
 
 // Gives own messages whose answer was lost the server's id and time.
@@ -104,10 +142,15 @@ void Device::complete_own(const std::vector<Letter>& page) {
   }
   store_->is_message_exist(own);           // finds them
   store_->set_send_time_for_dup_msg(own);  // and completes those that the server had not named
-  for (const auto& value : own) {
-    if (value.msg_id_ > 0 && value.server_uid_old_.empty()) {
-      store_->set_sessiontime(value.sent_time_, value.msg_id_, peer_, kKind);
-    }
+}
+
+// Points the conversation at its newest message. It may stand later than that, where the client's
+// clock was ahead of the server's.
+void Device::settle() {
+  int64_t newest = -1;
+  int64_t time = 0;
+  if (store_->get_message_latestid(peer_, kKind, newest, time)) {
+    store_->set_message_latestid(peer_, kKind, newest, time);
   }
 }
 
@@ -133,10 +176,8 @@ void Device::hear_letter(const Letter& letter) {
   int64_t newest = 0;
   store_->get_max_time(newest, kKind, peer_, 2);
   const bool late = letter.time <= newest;
-  const int64_t id =
-      store_->save_message(peer_, kKind, kText, letter.sender, letter.text, true, kSent, 0, false,
-                           letter.time, letter.client_uid, letter.uid, false, late, true);
-  ++(id > 0 ? turn_.stored : turn_.repeated);
+  const int64_t id = save(letter, late);
+  took(id, letter);  // what failed is still in the history
   if (id > 0 && late) ++turn_.late;
 }
 
@@ -145,9 +186,17 @@ void Device::hear_answer(int64_t msg_id, const Answer& answer) {
   message.msg_id_ = msg_id;
   // An answer that comes again would turn "seen" back into "sent".
   if (!store_->get_message_by_id(message) || !message.server_uid_.empty()) return;
-  if (answer.fail_reason != 0) refused_.insert(msg_id);
+  if (answer.fail_reason != 0) keep_refusal(answer.client_uid);
   store_->set_send_time(msg_id, answer.time, answer.uid, peer_, kKind, answer.fail_reason);
+  settle();
   apply_receipt(0);
+}
+
+// The store keeps no reason: without this, a message that was refused would be sent again at every
+// start, like one that was not answered.
+void Device::keep_refusal(int64_t client_uid) {
+  refused_.insert(client_uid);
+  std::ofstream(folder_ + "/refused", std::ios::app) << client_uid << "\n";
 }
 
 void Device::apply_receipt(int64_t time) {
@@ -161,11 +210,12 @@ void Device::apply_receipt(int64_t time) {
 
 void Device::send(const std::string& text) {
   ++turn_.sent;
-  const int64_t client_uid = ++last_client_uid_;
+  const int64_t client_uid = new_client_uid();
   const int64_t id =
       store_->save_message(peer_, kKind, kText, user_, text, false, kBeingSent, 1, false,
                            server_->now(), client_uid, "", false, false, false);
-  if (id > 0) post(id, client_uid, text);
+  if (id < 0) return;  // not stored: here a client leaves the text where the user wrote it
+  post(id, client_uid, text);
 }
 
 void Device::post(int64_t msg_id, int64_t client_uid, const std::string& text) {
@@ -206,6 +256,12 @@ int64_t Device::own_message(int64_t client_uid) {
   return values.front().msg_id_;
 }
 
+int64_t Device::client_uid_of(int64_t msg_id) {
+  int64_t client_uid = 0;
+  store_->get_client_uid(msg_id, client_uid);
+  return client_uid;
+}
+
 Device::Messages Device::all_messages() {
   Messages all;
   int64_t before = 0;
@@ -227,7 +283,7 @@ std::vector<std::string> Device::differences() {
   auto letter = letters.begin();
   for (const auto& message : stored) {
     const std::string name = "message " + std::to_string(message.msg_id_);
-    if (refused_.count(message.msg_id_) > 0) {
+    if (!message.is_receive_ && refused_.count(client_uid_of(message.msg_id_)) > 0) {
       if (message.sent_status_ != kFailed) found.push_back(name + " was refused and is not failed");
       continue;
     }

@@ -47,12 +47,17 @@ class Device {
   using Messages = std::vector<Corvan::MessageResponse>;
 
   bool save_fetched(const std::vector<Letter>& page);
+  int64_t save(const Letter& letter, bool insert_only);
+  bool took(int64_t id, const Letter& letter);
   void complete_own(const std::vector<Letter>& page);
+  void settle();
   void hear_letter(const Letter& letter);
   void hear_answer(int64_t msg_id, const Answer& answer);
   void apply_receipt(int64_t time);
   void post(int64_t msg_id, int64_t client_uid, const std::string& text);
+  void keep_refusal(int64_t client_uid);
   int64_t own_message(int64_t client_uid);
+  int64_t client_uid_of(int64_t msg_id);
   Messages all_messages();
 
   Corvan::CvDbSingleton* store_;
@@ -61,8 +66,7 @@ class Device {
   const std::string peer_;  // also the id of the conversation
   Server* server_;
   Network* network_;
-  int64_t last_client_uid_ = 0;
-  std::set<int64_t> refused_;  // ids of own messages that are not to be sent again
+  std::set<int64_t> refused_;  // numbers of own messages not to be sent again, as on disk
 
   struct {
     int fetched = 0;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <locale>
 #include <map>
 #include <string>
 #include <system_error>
@@ -23,7 +24,9 @@ namespace cvrtc {
 
 // ---- Logger: everything, to standard output -----------------------------------------------------
 
-LogMessage::LogMessage(LoggingSeverity severity) : severity_(severity) {}
+LogMessage::LogMessage(LoggingSeverity severity) : severity_(severity) {
+  stream_.imbue(std::locale::classic());  // whatever the host's is, numbers come in plain digits
+}
 
 LogMessage::~LogMessage() {
   std::cout << "host log " << severity_ << ": " << stream_.str() << '\n';
@@ -36,6 +39,7 @@ bool LogMessage::Loggable(LoggingSeverity severity) {
 // ---- Fatal check: an exit status of its own -----------------------------------------------------
 
 FatalMessage::FatalMessage(const char* file, int line) {
+  stream_.imbue(std::locale::classic());
   stream_ << file << ":" << line << ": ";
 }
 

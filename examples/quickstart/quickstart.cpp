@@ -30,7 +30,11 @@ void receive(CvDbSingleton* store, const Received& message) {
       "team", Corvan::CV_GROUP, "CV:TxtMsg", message.sender, message.text, /*is_receive=*/true,
       /*sent_status=*/0, /*read_status=*/0, /*is_mention=*/false, message.time, /*client_uid=*/0,
       message.server_uid, /*history=*/false, /*insert_only=*/false, /*is_count=*/true);
-  std::cout << "received " << message.server_uid << ": " << (id > 0 ? "stored" : "there already")
+  const bool there = id > 0 || store->is_message_exist(message.server_uid);
+  std::cout << "received " << message.server_uid << ": "
+            << (id > 0  ? "stored"
+                : there ? "there already"
+                        : "could not be stored")
             << "\n";
 }
 
@@ -43,7 +47,7 @@ void send(CvDbSingleton* store, const std::string& text, int64_t client_uid, int
                                          /*history=*/false, /*insert_only=*/false,
                                          /*is_count=*/false);
   if (id < 0) {
-    std::cout << "sending \"" << text << "\": there already\n";
+    std::cout << "sending \"" << text << "\": there already, or could not be stored\n";
     return;
   }
   // Here the network layer sends it. The server's answer has its id and its time of the message.
@@ -91,6 +95,8 @@ int main(int argc, char** argv) {
   receive(store, {"srv-1", "u02", "Is the build green?", 1'700'000'000'000});
   receive(store, {"srv-2", "u03", "Since this morning.", 1'700'000'005'000});
   receive(store, {"srv-2", "u03", "Since this morning.", 1'700'000'005'000});  // sent twice
+  // A client draws its numbers at random. This one is fixed, so that a second run finds the
+  // message.
   send(store, "Thanks!", 1, 1'700'000'009'000);
 
   std::cout << "conversations:\n";

@@ -20,10 +20,6 @@ namespace {
 
 using Corvan::CvDbSingleton;
 
-CvDbSingleton& store() {
-  return *CvDbSingleton::get_instance();
-}
-
 bool open_store(const std::string& folder) {
   return store().init_open_db(cvrtc::Pathname(folder), "", "me");
 }

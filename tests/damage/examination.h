@@ -1,5 +1,5 @@
-// Runs all operations on the files of a folder, and holds what happens against the contract: only
-// damage met while a statement is being prepared deletes a file.
+// Runs all operations on the files of a folder, and holds what happens against what the store
+// promises: only damage met while a statement is being prepared deletes a file.
 
 #ifndef TESTS_DAMAGE_EXAMINATION_H_
 #define TESTS_DAMAGE_EXAMINATION_H_
@@ -26,8 +26,8 @@ struct Expected {
   bool can_unlink = true;  // the folder lets the store delete a file
 };
 
-// Works on the folder's file "corvan", which is closed at the end. A complaint tells of each breach
-// of the contract.
+// Works on the folder's file "corvan", which is closed at the end. A complaint tells of each broken
+// promise.
 void examine(const std::string& folder, const Expected& expected, Outcome& outcome);
 
 }  // namespace corvan_test

@@ -21,7 +21,6 @@ namespace corvan_test {
 namespace {
 
 namespace fs = std::filesystem;
-using Rows = std::vector<std::string>;
 
 // What became of a file, in words.
 std::string fate(const Ended& ended) {

@@ -15,10 +15,6 @@ namespace {
 using Corvan::CvDbSingleton;
 using Corvan::SessionType;
 
-CvDbSingleton& store() {
-  return *CvDbSingleton::get_instance();
-}
-
 void open(const TemporaryFolder& folder) {
   if (!store().init_open_db(cvrtc::Pathname(folder.path()), "", "me")) {
     throw std::runtime_error("the store does not open");
@@ -90,6 +86,10 @@ const Stores& own_stores() {
 }
 
 }  // namespace
+
+CvDbSingleton& store() {
+  return *CvDbSingleton::get_instance();
+}
 
 Files read_files(const std::string& folder) {
   Files files;

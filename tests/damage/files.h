@@ -8,7 +8,14 @@
 #include <random>
 #include <string>
 
+namespace Corvan {
+class CvDbSingleton;
+}
+
 namespace corvan_test {
+
+// The store of this process.
+Corvan::CvDbSingleton& store();
 
 // Contents by what follows "corvan" in the name: "", "-wal", "-shm", "-journal".
 using Files = std::map<std::string, std::string>;

@@ -16,7 +16,7 @@ using Corvan::UpdateValue;
 
 constexpr int64_t kTime = 77;   // what an out-parameter holds before
 constexpr int32_t kCount = 78;  // and a counter
-const char* const kText = "kept";
+const char* const kKept = "kept";
 constexpr Corvan::SessionType kGroup = Corvan::CV_GROUP;
 
 class ClosedStore : public StoreTest {
@@ -45,7 +45,7 @@ class ClosedStore : public StoreTest {
 TEST_F(ClosedStore, Lifecycle) {
   EXPECT_EQ(store().get_database_version(), "");
   EXPECT_FALSE(store().is_table_exist("t_message"));
-  std::string result = kText;
+  std::string result = kKept;
   EXPECT_FALSE(store().check_integrity(result));
   EXPECT_EQ(result, "not a database file");
   store().createdb_copydata();
@@ -91,14 +91,14 @@ TEST_F(ClosedStore, SavingMessages) {
 TEST_F(ClosedStore, DuplicateTests) {
   EXPECT_FALSE(store().is_message_exist("s1"));
   int64_t id = kTime;
-  std::string uid = kText;
+  std::string uid = kKept;
   EXPECT_FALSE(store().is_message_exist(5, "u01", "room", 2, id, uid));
   EXPECT_EQ(id, kTime);
-  EXPECT_EQ(uid, kText);
+  EXPECT_EQ(uid, kKept);
   EXPECT_FALSE(store().is_message_exist("room", kGroup, int64_t{0}));
-  std::vector<std::string> uids = {kText};
+  std::vector<std::string> uids = {kKept};
   EXPECT_FALSE(store().is_message_exist("'s1'", uids));
-  EXPECT_EQ(uids, Rows{kText});
+  EXPECT_EQ(uids, Rows{kKept});
   std::vector<UpdateValue> values(1);
   EXPECT_FALSE(store().is_message_exist(values));
   EXPECT_EQ(values[0].msg_id_, -1);
@@ -147,13 +147,13 @@ TEST_F(ClosedStore, MessageQueries) {
   EXPECT_FALSE(store().get_message_by_id(message));
   EXPECT_FALSE(store().get_message_by_uid(message));
   EXPECT_EQ(message.content_, "");
-  std::string id = kText;
+  std::string id = kKept;
   int32_t type = kCount;
   bool unread = false;
   bool mention = true;
   int64_t time = kTime;
   EXPECT_FALSE(store().get_message_by_id(1, id, type, unread, mention, time));
-  EXPECT_EQ(id, kText);
+  EXPECT_EQ(id, kKept);
   EXPECT_EQ(type, kCount);
   EXPECT_FALSE(unread);
   EXPECT_TRUE(mention);
@@ -214,9 +214,9 @@ TEST_F(ClosedStore, ConversationRows) {
   EXPECT_FALSE(store().set_silence("room", kGroup, 1));
   EXPECT_FALSE(store().get_silence("room", kGroup, unread));
   EXPECT_EQ(unread, kCount);
-  std::string draft = kText;
+  std::string draft = kKept;
   EXPECT_FALSE(store().get_message_draft("room", kGroup, draft));
-  EXPECT_EQ(draft, kText);
+  EXPECT_EQ(draft, kKept);
   EXPECT_FALSE(store().delete_session("room", 2));
   EXPECT_FALSE(store().remove_session("room", kGroup));
   EXPECT_FALSE(store().clear_session({kGroup}));
@@ -238,9 +238,9 @@ TEST_F(ClosedStore, ConversationList) {
   SessionInfo info;
   info.session_id_ = "room";
   info.session_type_ = 2;
-  info.title_ = kText;
+  info.title_ = kKept;
   EXPECT_FALSE(store().get_session(info));
-  EXPECT_EQ(info.title_, kText);
+  EXPECT_EQ(info.title_, kKept);
   std::vector<Session> list;
   std::string kinds = "2";
   EXPECT_FALSE(store().load_session(list, kinds, 0, 5, false));

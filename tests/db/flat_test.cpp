@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "base/cv_database.h"
+#include "tests/support/numbers.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -358,8 +359,6 @@ TEST_F(FilledStores, OneHoldsTenTimesWhatTheOtherHolds) {
 }
 
 // ---- Lifecycle and opening ----------------------------------------------------------------------
-
-constexpr int32_t kDone = 101;
 
 constexpr int kSchemaRows = 20;  // tables and indexes, and some more
 

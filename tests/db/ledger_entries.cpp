@@ -47,7 +47,7 @@ const char* const kNewestTime =
     "select sent_time from t_message where session_id=? and session_type=? order by sent_time desc limit 1";
 const char* const kNewestReceivedTime =
     "select sent_time from t_message where session_id=? and session_type=? and direction=1 order by sent_time desc limit 1";
-const char* const kHistory =
+const char* const kHistoryPage =
     "select id,content,direction,read_status,sent_time,object_name,sent_status,sender,server_uid from t_message where session_id=? and session_type=? and sent_time";
 const char* const kSessionPage =
     "select session_id,session_type,title,draft,is_top,session_time,unread_count,mention_count,silence,latest_id from t_session where session_type in(";
@@ -69,13 +69,7 @@ const char* const kRecount =
     "select sum(case read_status when 0 then 1 else 0 end),sum(is_mention) from t_message where session_id=? and session_type=? and sent_time>? and read_status=0 and direction=2";
 
 std::string history(const std::string& rest) {
-  return kHistory + rest;
-}
-
-int64_t save(CvDbSingleton& store, const NewMessage& m) {
-  return store.save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
-                            m.is_receive, m.sent_status, m.read_status, m.is_mention, m.sent_time,
-                            m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
+  return kHistoryPage + rest;
 }
 
 }  // namespace

@@ -12,18 +12,18 @@ namespace {
 
 using Corvan::MessageResponse;
 
-const std::string kSave =
+const std::string kInSave =
     "int64_t Corvan::CvDbSingleton::save_message(const std::string &, Corvan::SessionType, "
     "const std::string &, const std::string &, const std::string &, bool, int32_t, int32_t, bool, "
     "int64_t, int64_t, const std::string &, bool, bool, bool): ";
-const std::string kClientUid = "void Corvan::CvDbSingleton::get_client_uid(int64_t, int64_t &): ";
-const std::string kQuery =
+const std::string kInClientUid = "void Corvan::CvDbSingleton::get_client_uid(int64_t, int64_t &): ";
+const std::string kInQuery =
     "bool Corvan::CvDbSingleton::query_message(Corvan::MessageResponse &, bool): ";
-const std::string kHistory =
+const std::string kInHistory =
     "bool Corvan::CvDbSingleton::get_history_message_by_object_name(const std::string &, "
     "Corvan::SessionType, const std::vector<std::string> &, int64_t, int32_t, "
     "std::vector<Corvan::MessageResponse> &, bool): ";
-const std::string kUnread =
+const std::string kInUnread =
     "bool Corvan::CvDbSingleton::get_unread_count(const std::string &, Corvan::SessionType, "
     "int32_t &): ";
 
@@ -38,22 +38,22 @@ class LogLines : public StoreTest {
 
 TEST_F(LogLines, SaveOfNewMessage) {
   EXPECT_EQ(save(NewMessage()), 1);
-  EXPECT_EQ(log.take(), (Rows{"0 " + kSave + "cv;;;save_msg;;;rowid: 1",
-                              "2 " + kSave + "cv;;;save_msg;;; msg_id: 1"}));
+  EXPECT_EQ(log.take(), (Rows{"0 " + kInSave + "cv;;;save_msg;;;rowid: 1",
+                              "2 " + kInSave + "cv;;;save_msg;;; msg_id: 1"}));
 }
 
 TEST_F(LogLines, SaveOfKnownServerUid) {
   save(NewMessage().named("uid-7"));
   log.take();
   EXPECT_EQ(save(NewMessage().named("uid-7")), -1);
-  EXPECT_EQ(log.take(), Rows{"2 " + kSave + "cv;;;save_msg;;;msg exists: uid-7"});
+  EXPECT_EQ(log.take(), Rows{"2 " + kInSave + "cv;;;save_msg;;;msg exists: uid-7"});
 }
 
 TEST_F(LogLines, SaveOfKnownClientUid) {
   save(NewMessage().own(1234567).named("a"));
   log.take();
   EXPECT_EQ(save(NewMessage().own(1234567).named("b")), -1);
-  EXPECT_EQ(log.take(), Rows{"2 " + kSave + "cv;;;save_msg;;;msg exists: 1234567"});
+  EXPECT_EQ(log.take(), Rows{"2 " + kInSave + "cv;;;save_msg;;;msg exists: 1234567"});
 }
 
 TEST_F(LogLines, SaveThatCompletesIsSilent) {
@@ -67,7 +67,7 @@ TEST_F(LogLines, SaveWhoseInsertFails) {
   plant(refuse("insert on t_message"));
   EXPECT_EQ(save(NewMessage()), -1);
   Rows expected = run_refused();
-  expected.push_back("3 " + kSave + "cv;;;save_msg;;;step error: 19");
+  expected.push_back("3 " + kInSave + "cv;;;save_msg;;;step error: 19");
   EXPECT_EQ(log.take(), expected);
 }
 
@@ -76,16 +76,16 @@ TEST_F(LogLines, ClientUidOfMessage) {
   log.take();
   int64_t uid = 7;
   store().get_client_uid(1, uid);
-  EXPECT_EQ(log.take(), (Rows{"2 " + kClientUid + "get_client_uid: begin,msg_id_: 1",
-                              "2 " + kClientUid + "get_client_uid: begin,SQLITE_ROW: ",
-                              "2 " + kClientUid + "get_client_uid: end,client_uid: 42"}));
+  EXPECT_EQ(log.take(), (Rows{"2 " + kInClientUid + "get_client_uid: begin,msg_id_: 1",
+                              "2 " + kInClientUid + "get_client_uid: begin,SQLITE_ROW: ",
+                              "2 " + kInClientUid + "get_client_uid: end,client_uid: 42"}));
 }
 
 TEST_F(LogLines, ClientUidOfUnknownMessageLogsTheCallersValue) {
   int64_t uid = 7;
   store().get_client_uid(99, uid);
-  EXPECT_EQ(log.take(), (Rows{"2 " + kClientUid + "get_client_uid: begin,msg_id_: 99",
-                              "2 " + kClientUid + "get_client_uid: end,client_uid: 7"}));
+  EXPECT_EQ(log.take(), (Rows{"2 " + kInClientUid + "get_client_uid: begin,msg_id_: 99",
+                              "2 " + kInClientUid + "get_client_uid: end,client_uid: 7"}));
 }
 
 TEST_F(LogLines, MessageFound) {
@@ -97,7 +97,7 @@ TEST_F(LogLines, MessageFound) {
   MessageResponse by_uid;
   by_uid.server_uid_ = "uid-7";
   store().get_message_by_uid(by_uid);
-  const std::string line = "2 " + kQuery + "query_message: 1server_uid_:uid-7";
+  const std::string line = "2 " + kInQuery + "query_message: 1server_uid_:uid-7";
   EXPECT_EQ(log.take(), (Rows{line, line}));
 }
 
@@ -106,7 +106,7 @@ TEST_F(LogLines, MessageNotFoundLogsTheRecordsId) {
   message.msg_id_ = 31;
   message.server_uid_ = "unknown";
   store().get_message_by_uid(message);
-  EXPECT_EQ(log.take(), Rows{"2 " + kQuery + "query_message: no message31"});
+  EXPECT_EQ(log.take(), Rows{"2 " + kInQuery + "query_message: no message31"});
 }
 
 TEST_F(LogLines, HistoryPage) {
@@ -120,13 +120,13 @@ TEST_F(LogLines, HistoryPage) {
       "select id,content,direction,read_status,sent_time,object_name,sent_status,sender,server_uid "
       "from t_message where session_id=";
   const std::string tail = " and object_name in('CV:TxtMsg') order by sent_time desc limit ";
-  EXPECT_EQ(log.take(), (Rows{"2 " + kHistory + "get_history_message_by_object_name: " + head +
-                                  "? and session_type=? and sent_time<?" + tail + "?",
-                              "2 " + kHistory +
-                                  "session_id: roomsession_type: 2search_time: 201sqlStr: " + head +
-                                  "'room' and session_type=2 and sent_time<201" + tail + "5",
-                              "2 " + kHistory + "step(stmt): SQLITE_ROW msg_id_=2p.is_receive_0",
-                              "2 " + kHistory + "step(stmt): SQLITE_ROW msg_id_=1p.is_receive_1"}));
+  EXPECT_EQ(log.take(),
+            (Rows{"2 " + kInHistory + "get_history_message_by_object_name: " + head +
+                      "? and session_type=? and sent_time<?" + tail + "?",
+                  "2 " + kInHistory + "session_id: roomsession_type: 2search_time: 201sqlStr: " +
+                      head + "'room' and session_type=2 and sent_time<201" + tail + "5",
+                  "2 " + kInHistory + "step(stmt): SQLITE_ROW msg_id_=2p.is_receive_0",
+                  "2 " + kInHistory + "step(stmt): SQLITE_ROW msg_id_=1p.is_receive_1"}));
 }
 
 TEST_F(LogLines, HistoryPageWhoseValuesMakeItsTextTooLong) {
@@ -136,7 +136,7 @@ TEST_F(LogLines, HistoryPageWhoseValuesMakeItsTextTooLong) {
   EXPECT_FALSE(
       store().get_history_message_by_object_name(id, Corvan::CV_GROUP, {}, 0, 5, page, true));
   EXPECT_EQ(log.take().back(),
-            "2 " + kHistory + "session_id: " + id + "session_type: 2search_time: 1sqlStr: ");
+            "2 " + kInHistory + "session_id: " + id + "session_type: 2search_time: 1sqlStr: ");
 }
 
 TEST_F(LogLines, UnreadCountOfConversation) {
@@ -144,7 +144,7 @@ TEST_F(LogLines, UnreadCountOfConversation) {
   log.take();
   int32_t unread = 0;
   store().get_unread_count("room", Corvan::CV_GROUP, unread);
-  EXPECT_EQ(log.take(), Rows{"2 " + kUnread +
+  EXPECT_EQ(log.take(), Rows{"2 " + kInUnread +
                              "get_unread_count: select unread_count from t_session "
                              "where session_id=? and session_type=?1"});
 }
@@ -152,7 +152,7 @@ TEST_F(LogLines, UnreadCountOfConversation) {
 TEST_F(LogLines, UnreadCountOfUnknownConversationLogsTheCallersValue) {
   int32_t unread = 55;
   store().get_unread_count("none", Corvan::CV_GROUP, unread);
-  EXPECT_EQ(log.take(), Rows{"2 " + kUnread +
+  EXPECT_EQ(log.take(), Rows{"2 " + kInUnread +
                              "get_unread_count: select unread_count from t_session "
                              "where session_id=? and session_type=?55"});
 }
@@ -163,7 +163,7 @@ TEST_F(LogLines, NumbersAreNotGroupedByTheGlobalLocale) {
   const GroupingLocale grouping;
   const int64_t id = save(NewMessage().own(1234567).named("b"));
   EXPECT_EQ(id, -1);
-  EXPECT_EQ(log.take(), Rows{"2 " + kSave + "cv;;;save_msg;;;msg exists: 1234567"});
+  EXPECT_EQ(log.take(), Rows{"2 " + kInSave + "cv;;;save_msg;;;msg exists: 1234567"});
 }
 
 TEST_F(LogLines, NothingBelowTheMinimumIsWritten) {
@@ -213,7 +213,7 @@ TEST_F(LogLines, ErrorTextOfAFailedPrepareIsFetchedInAnyCase) {
 TEST_F(LogLines, SensitiveLinesNeedTheLowestMinimum) {
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_VERBOSE);
   save(NewMessage());
-  EXPECT_EQ(log.take(), Rows{"2 " + kSave + "cv;;;save_msg;;; msg_id: 1"});
+  EXPECT_EQ(log.take(), Rows{"2 " + kInSave + "cv;;;save_msg;;; msg_id: 1"});
 }
 
 TEST_F(LogLines, FailuresAreSilentWhenNothingIsAccepted) {

@@ -16,7 +16,7 @@ constexpr const char* kDelivery =
 constexpr const char* kSentStates = "select id,sent_status from t_message order by id";
 constexpr const char* kReadState = "select read_status,is_mention from t_message";
 constexpr const char* kCounters = "select unread_count,mention_count from t_session";
-constexpr const char* kProgress = "select session_time,latest_id from t_session";
+constexpr const char* kTimeAndLatest = "select session_time,latest_id from t_session";
 constexpr const char* kReceiptTime = "select receipt_time from t_session";
 
 constexpr const char* kSetReadStatus = "update t_message set read_status=?,is_mention=0 where id=?";
@@ -54,7 +54,7 @@ TEST_F(MessageState, AnswerMovesMessageAndConversation) {
   save(NewMessage().at(150));
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kDelivery), (Rows{"1|0|u1|200", "2|0||150"}));
-  EXPECT_EQ(rows(kProgress), Rows{"200|1"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|1"});
 }
 
 TEST_F(MessageState, FailureReportWithTimeMovesTheConversationToo) {
@@ -62,7 +62,7 @@ TEST_F(MessageState, FailureReportWithTimeMovesTheConversationToo) {
   save(NewMessage().at(150));
   store().set_send_time(1, 200, "", "room", CV_GROUP, 7);
   EXPECT_EQ(rows(kDelivery), (Rows{"1|2||200", "2|0||150"}));
-  EXPECT_EQ(rows(kProgress), Rows{"200|1"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|1"});
 }
 
 TEST_F(MessageState, AnswerWithoutTimeLeavesTheConversation) {
@@ -70,7 +70,7 @@ TEST_F(MessageState, AnswerWithoutTimeLeavesTheConversation) {
   plant("update t_session set session_time=50,latest_id=-1");
   store().set_send_time(1, 0, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
-  EXPECT_EQ(rows(kProgress), Rows{"50|-1"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"50|-1"});
 }
 
 TEST_F(MessageState, AnswerNotLaterThanTheConversationLeavesIt) {
@@ -78,21 +78,21 @@ TEST_F(MessageState, AnswerNotLaterThanTheConversationLeavesIt) {
   plant("update t_session set session_time=200,latest_id=9");
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"200"});
-  EXPECT_EQ(rows(kProgress), Rows{"200|9"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|9"});
 }
 
 TEST_F(MessageState, EarlierAnswerMovesAConversationWithoutNewestMessage) {
   save(NewMessage().own(5).at(100));
   plant("update t_session set session_time=200,latest_id=-1");
   store().set_send_time(1, 150, "u1", "room", CV_GROUP, 0);
-  EXPECT_EQ(rows(kProgress), Rows{"150|1"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"150|1"});
 }
 
 TEST_F(MessageState, EarlierAnswerLeavesAConversationWhoseNewestMessageIsZero) {
   save(NewMessage().own(5).at(100));
   plant("update t_session set session_time=200,latest_id=0");
   store().set_send_time(1, 150, "u1", "room", CV_GROUP, 0);
-  EXPECT_EQ(rows(kProgress), Rows{"200|0"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|0"});
 }
 
 TEST_F(MessageState, AnswerMovesTheNamedConversationNotTheMessagesOwn) {
@@ -106,7 +106,7 @@ TEST_F(MessageState, AnswerMovesTheNamedConversationNotTheMessagesOwn) {
 TEST_F(MessageState, AnswerForUnknownMessageMovesTheConversationToo) {
   plant_session("room", CV_GROUP, 100, 9);
   store().set_send_time(4294967301, 200, "u1", "room", CV_GROUP, 0);
-  EXPECT_EQ(rows(kProgress), Rows{"200|4294967301"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|4294967301"});
 }
 
 TEST_F(MessageState, AnswerKeepsTheCounters) {
@@ -136,7 +136,7 @@ TEST_F(MessageState, AnswerWhoseMessageUpdateFailsLeavesTheConversationAndCommit
   take_ledger();
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kDelivery), Rows{"1|1||100"});
-  EXPECT_EQ(rows(kProgress), Rows{"100|1"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"100|1"});
   EXPECT_EQ(log.take(), run_refused());
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
@@ -146,7 +146,7 @@ TEST_F(MessageState, AnswerThatCannotBePreparedLeavesTheConversationAndCommits) 
   store().execute_none_query("drop table t_message");
   take_ledger();
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
-  EXPECT_EQ(rows(kProgress), Rows{"100|9"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"100|9"});
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
@@ -156,7 +156,7 @@ TEST_F(MessageState, AnswerKeepsTheMessageWhenTheConversationUpdateFails) {
   plant(refuse("update on t_session"));
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|200"});
-  EXPECT_EQ(rows(kProgress), Rows{"100|1"});
+  EXPECT_EQ(rows(kTimeAndLatest), Rows{"100|1"});
   EXPECT_EQ(log.take(), run_refused());
 }
 

@@ -21,7 +21,7 @@ using Batch = std::vector<std::unique_ptr<MessageResponse>>;
 constexpr const char* kMessages =
     "select id,session_id,session_type,object_name,content,sender,direction,sent_status,"
     "read_status,is_mention,sent_time,client_uid,server_uid from t_message order by id";
-constexpr const char* kDelivery =
+constexpr const char* kConfirmed =
     "select id,sent_status,server_uid,sent_time from t_message order by id";
 constexpr const char* kSession =
     "select session_id,session_type,title,draft,is_top,session_time,unread_count,mention_count,"
@@ -175,7 +175,7 @@ TEST_F(SaveMessage, ClocksTimeMovesAnExistingConversation) {
 TEST_F(SaveMessage, KnownServerUidIsRefused) {
   save(NewMessage().named("u1").at(100));
   EXPECT_EQ(save(NewMessage().named("u1").at(200)), -1);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
+  EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|100"});
   EXPECT_EQ(rows(kProgress), Rows{"100|1|1|0"});
 }
 
@@ -228,7 +228,7 @@ TEST_F(SaveMessage, ServerUidIsTestedBeforeTheClientKey) {
 TEST_F(SaveMessage, EchoOfOwnMessageCompletesTheFirstRow) {
   const int64_t id = save(NewMessage().own(5).status(1).at(100));
   EXPECT_EQ(save(NewMessage().own(5).status(1).at(200).named("u1")), id);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|200"});
+  EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|200"});
 }
 
 TEST_F(SaveMessage, EchoKeepsTheRestOfTheFirstRow) {
@@ -248,31 +248,31 @@ TEST_F(SaveMessage, EchoDoesNotTouchTheConversation) {
 TEST_F(SaveMessage, EchoWithoutTimeCompletesWithTheClocksTime) {
   save(NewMessage().own(5).at(100));
   save(NewMessage().own(5).at(0).named("u1"));
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|1000000"});
+  EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|1000000"});
 }
 
 TEST_F(SaveMessage, SecondUnnamedSaveCompletesWithoutAServerUid) {
   save(NewMessage().own(5).status(2).at(100));
   EXPECT_EQ(save(NewMessage().own(5).status(1).at(200)), 1);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0||200"});
+  EXPECT_EQ(rows(kConfirmed), Rows{"1|0||200"});
 }
 
 TEST_F(SaveMessage, SameClientKeyOfNamedMessageIsRefused) {
   save(NewMessage().own(5).named("u1").at(100));
   EXPECT_EQ(save(NewMessage().own(5).named("u2").at(200)), -1);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
+  EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|100"});
 }
 
 TEST_F(SaveMessage, EchoFromHistoryIsInsertedAsSecondRow) {
   save(NewMessage().own(5).at(100));
   EXPECT_EQ(save(NewMessage().own(5).at(200).named("u1").fetched()), 2);
-  EXPECT_EQ(rows(kDelivery), (Rows{"1|0||100", "2|0|u1|200"}));
+  EXPECT_EQ(rows(kConfirmed), (Rows{"1|0||100", "2|0|u1|200"}));
 }
 
 TEST_F(SaveMessage, EchoWithInsertOnlyIsInsertedAsSecondRow) {
   save(NewMessage().own(5).at(100));
   EXPECT_EQ(save(NewMessage().own(5).at(200).named("u1").inserted_only()), 2);
-  EXPECT_EQ(rows(kDelivery), (Rows{"1|0||100", "2|0|u1|200"}));
+  EXPECT_EQ(rows(kConfirmed), (Rows{"1|0||100", "2|0|u1|200"}));
 }
 
 TEST_F(SaveMessage, ClientUidZeroIsNeverRefused) {
@@ -924,13 +924,13 @@ TEST_F(SaveMessage, CompletionMakesAMessageSentWithUidAndTime) {
   save(NewMessage().own(5).status(2).named("old").at(100));
   save(NewMessage().own(6).status(1).at(100));
   store().set_send_time_for_dup_msg(1, 4000000000000, "new");
-  EXPECT_EQ(rows(kDelivery), (Rows{"1|0|new|4000000000000", "2|1||100"}));
+  EXPECT_EQ(rows(kConfirmed), (Rows{"1|0|new|4000000000000", "2|1||100"}));
 }
 
 TEST_F(SaveMessage, CompletionWritesEmptyUidAndTimesBelowOneToo) {
   save(NewMessage().own(5).named("old").at(100));
   store().set_send_time_for_dup_msg(1, -4, "");
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0||-4"});
+  EXPECT_EQ(rows(kConfirmed), Rows{"1|0||-4"});
 }
 
 TEST_F(SaveMessage, CompletionBindsTheIdIn64Bits) {
@@ -950,7 +950,7 @@ TEST_F(SaveMessage, BatchCompletionMakesUnnamedMessagesSent) {
   values[1].sent_time_ = 500;
   store().is_message_exist(values);
   store().set_send_time_for_dup_msg(values);
-  EXPECT_EQ(rows(kDelivery), (Rows{"1|0|u1|4000000000000", "2|0|u2|500"}));
+  EXPECT_EQ(rows(kConfirmed), (Rows{"1|0|u1|4000000000000", "2|0|u2|500"}));
 }
 
 TEST_F(SaveMessage, BatchCompletionSkipsNamedMessages) {
@@ -959,7 +959,7 @@ TEST_F(SaveMessage, BatchCompletionSkipsNamedMessages) {
   values[0].server_uid_new_ = "u2";
   store().is_message_exist(values);
   store().set_send_time_for_dup_msg(values);
-  EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
+  EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|100"});
 }
 
 TEST_F(SaveMessage, BatchCompletionSkipsIdsBelowOne) {
@@ -981,7 +981,7 @@ TEST_F(SaveMessage, BatchCompletionGoesOnAfterAFailure) {
   values[1].server_uid_new_ = "u2";
   store().is_message_exist(values);
   store().set_send_time_for_dup_msg(values);
-  EXPECT_EQ(rows(kDelivery), (Rows{"1|0||100", "2|0|u2|0"}));
+  EXPECT_EQ(rows(kConfirmed), (Rows{"1|0||100", "2|0|u2|0"}));
   EXPECT_EQ(log.take(), (Rows{kStepRefused, kResetRefused}));
 }
 

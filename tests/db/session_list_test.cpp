@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/failures.h"
+#include "tests/support/numbers.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -20,10 +21,7 @@ using Corvan::Session;
 using Corvan::SessionInfo;
 using Corvan::SessionType;
 
-constexpr int32_t kDone = 101;
-constexpr int64_t kWide = int64_t{1} << 32;
 constexpr int64_t kAboveInt = int64_t{1} << 31;
-constexpr int32_t kMinInt = std::numeric_limits<int32_t>::min();
 const std::vector<SessionType> all_kinds{CV_PRIVATE, CV_GROUP, CV_CHATROOM};
 
 // The page's statement, for groups alone.

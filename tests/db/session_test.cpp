@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tests/support/failures.h"
+#include "tests/support/numbers.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -13,11 +14,6 @@ using Corvan::CV_CHATROOM;
 using Corvan::CV_GROUP;
 using Corvan::CV_PRIVATE;
 using Corvan::SessionType;
-
-constexpr int32_t kDone = 101;
-constexpr int64_t kWide = int64_t{1} << 32;
-constexpr int32_t kMaxInt = std::numeric_limits<int32_t>::max();
-constexpr int32_t kMinInt = std::numeric_limits<int32_t>::min();
 
 constexpr const char* kSessions = "select * from t_session order by rowid";
 // What set_session_time() writes.

@@ -3,12 +3,12 @@
 #include <string>
 
 #include "tests/support/failures.h"
+#include "tests/support/numbers.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
 namespace {
 
-constexpr int32_t kDone = 101;
 constexpr const char* kSyncRows = "select * from t_sync order by user_id";
 
 const std::string get_sync = "select receive_time,sent_time from t_sync where user_id=?";

@@ -31,12 +31,6 @@ namespace {
 using Corvan::CvDbSingleton;
 using Corvan::MessageResponse;
 
-int64_t save(CvDbSingleton& store, const NewMessage& m) {
-  return store.save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
-                            m.is_receive, m.sent_status, m.read_status, m.is_mention, m.sent_time,
-                            m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
-}
-
 // ---- Every operation ----------------------------------------------------------------------------
 
 // What SQLite refuses meanwhile.

@@ -105,12 +105,6 @@ std::string peer_message(int i) {
 
 // ---- Calls and answers that several operations share --------------------------------------------
 
-int64_t save(CvDbSingleton& store, const NewMessage& m) {
-  return store.save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
-                            m.is_receive, m.sent_status, m.read_status, m.is_mention, m.sent_time,
-                            m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
-}
-
 const char* const kMarkFailed = "update t_message set sent_status=2 where sent_status=1";
 const char* const kByServerUid = "select 1 from t_message where server_uid=?";
 const char* const kByClientKey = "select id,server_uid from t_message where session_id=?";

@@ -53,12 +53,6 @@ void PrintTo(const Scenario& scenario, std::ostream* out) {
   *out << scenario.name;
 }
 
-int64_t save(CvDbSingleton& store, const NewMessage& m) {
-  return store.save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
-                            m.is_receive, m.sent_status, m.read_status, m.is_mention, m.sent_time,
-                            m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
-}
-
 NewMessage numbered(int number) {
   const std::string text = std::to_string(number);
   return NewMessage()

@@ -19,8 +19,6 @@ using Corvan::CvDbSingleton;
 
 namespace {
 
-using Rows = std::vector<std::string>;
-
 constexpr const char* kIntegrityAndSchema =
     "pragma integrity_check;"
     "select type,name,sql from sqlite_master where sql is not null order by type,name";
@@ -72,7 +70,7 @@ Rows sound(const Rows& schema) {
   return rows;
 }
 
-std::string cut(const std::string& row) {
+std::string shortened(const std::string& row) {
   constexpr std::size_t kLength = 200;
   return row.size() <= kLength ? row : row.substr(0, kLength) + "...";
 }
@@ -83,7 +81,7 @@ std::string difference(const Rows& expected, const Rows& actual) {
     std::string lines;
     for (const std::string& row : all) {
       if (std::find(others.begin(), others.end(), row) == others.end()) {
-        lines += mark + cut(row) + "\n";
+        lines += mark + shortened(row) + "\n";
       }
     }
     return lines;

@@ -52,12 +52,12 @@ std::vector<Model> after(const Model& before, const Call& call) {
   return states;
 }
 
-std::string quoted(const std::string& text) {
+std::string in_quotes(const std::string& text) {
   return "\"" + text + "\"";
 }
 
 std::string place(const std::string& room, SessionType kind) {
-  return quoted(room) + ", " + std::to_string(kind);
+  return in_quotes(room) + ", " + std::to_string(kind);
 }
 
 }  // namespace
@@ -247,7 +247,7 @@ void Planner::add_damaged_opening() {
 void Planner::add_opening(Phase phase) {
   const std::string name = user();
   Operation opening;
-  opening.text = "init_open_db(" + quoted(name) + ")";
+  opening.text = "init_open_db(" + in_quotes(name) + ")";
   opening.phase = phase;
   opening.gives_store = true;
   opening.on_store = [folder = folder_, name](CvDbSingleton& store) {
@@ -261,7 +261,7 @@ void Planner::add_opening(Phase phase) {
 void Planner::add_marking() {
   const std::string name = model_.user();
   Operation marking;
-  marking.text = "init_open_db(" + quoted(name) + ") again";
+  marking.text = "init_open_db(" + in_quotes(name) + ") again";
   marking.on_store = [folder = folder_, name](CvDbSingleton& store) {
     return int64_t{store.init_open_db(cvrtc::Pathname(folder), "", name)};
   };
@@ -310,14 +310,14 @@ void Planner::add_save() {
   const bool history = one_in(6);
   const bool insert_only = one_in(8);
   const bool counts = !one_in(3);
-  add_messages_first(
-      "save_message(" + place(m.session_id_, m.session_type_) + ", " + quoted(m.server_uid_) + ")",
-      Phase::kSaving, [m, mention, history, insert_only, counts](auto& target) {
-        return target.save_message(m.session_id_, m.session_type_, m.object_name_, m.sender_,
-                                   m.content_, m.is_receive_, m.sent_status_, m.read_status_,
-                                   mention, m.sent_time_, m.client_uid_, m.server_uid_, history,
-                                   insert_only, counts);
-      });
+  add_messages_first("save_message(" + place(m.session_id_, m.session_type_) + ", " +
+                         in_quotes(m.server_uid_) + ")",
+                     Phase::kSaving, [m, mention, history, insert_only, counts](auto& target) {
+                       return target.save_message(
+                           m.session_id_, m.session_type_, m.object_name_, m.sender_, m.content_,
+                           m.is_receive_, m.sent_status_, m.read_status_, mention, m.sent_time_,
+                           m.client_uid_, m.server_uid_, history, insert_only, counts);
+                     });
 }
 
 void Planner::add_batch_save() {

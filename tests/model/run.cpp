@@ -10,6 +10,7 @@
 #include "tests/model/row_text.h"
 #include "tests/model/step.h"
 #include "tests/support/clock.h"
+#include "tests/support/rows.h"
 #include "tests/support/sqlite_ledger.h"
 
 namespace corvan_test {
@@ -17,8 +18,6 @@ namespace corvan_test {
 using Corvan::SessionInfo;
 
 namespace {
-
-using Rows = std::vector<std::string>;
 
 Rows rows_of(const Tables& tables) {
   Rows rows;

@@ -20,14 +20,9 @@
 #include "tests/model/model.h"
 #include "tests/model/second_connection.h"
 #include "tests/model/values.h"
+#include "tests/support/numbers.h"
 
 namespace corvan_test {
-
-constexpr int32_t kMaxInt = std::numeric_limits<int32_t>::max();
-constexpr int32_t kMinInt = std::numeric_limits<int32_t>::min();
-constexpr int64_t kMaxLong = std::numeric_limits<int64_t>::max();
-constexpr int64_t kMinLong = std::numeric_limits<int64_t>::min();
-constexpr int64_t kWide = int64_t{1} << 32;
 
 class Step {
  public:

@@ -45,7 +45,7 @@ std::string row_text(sqlite3_stmt* stmt) {
 
 }  // namespace
 
-std::vector<std::string> rows(const std::string& file, const std::string& sql) {
+Rows rows(const std::string& file, const std::string& sql) {
   const Connection connection = open_file(file);
   std::vector<std::string> result;
   const char* rest = sql.c_str();

@@ -2,6 +2,12 @@
 
 namespace corvan_test {
 
+int64_t save(Corvan::CvDbSingleton& store, const NewMessage& m) {
+  return store.save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
+                            m.is_receive, m.sent_status, m.read_status, m.is_mention, m.sent_time,
+                            m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
+}
+
 StoreTest::StoreTest() = default;
 
 StoreTest::~StoreTest() {
@@ -24,10 +30,8 @@ bool StoreTest::open(const std::string& user) {
   return store().init_open_db(cvrtc::Pathname(folder.path()), "", user);
 }
 
-int64_t StoreTest::save(const NewMessage& m) {
-  return store().save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
-                              m.is_receive, m.sent_status, m.read_status, m.is_mention, m.sent_time,
-                              m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
+int64_t StoreTest::save(const NewMessage& message) {
+  return corvan_test::save(store(), message);
 }
 
 void StoreTest::plant_session(const std::string& id, int32_t type, int64_t time, int64_t latest_id,

@@ -18,8 +18,6 @@
 
 namespace corvan_test {
 
-using Rows = std::vector<std::string>;
-
 // The arguments of the single save: a live received message, unless changed. Used as
 // save(NewMessage().in("user2", Corvan::CV_PRIVATE).at(500).own(7)).
 struct NewMessage {
@@ -97,6 +95,8 @@ struct NewMessage {
     return *this;
   }
 };
+
+int64_t save(Corvan::CvDbSingleton& store, const NewMessage& message);
 
 // Opens the store for "me" in a temporary folder, with the clock at 1000000 and warnings and errors
 // of the log captured in `log`. Ends each test with the check that no statement and no transaction

@@ -75,6 +75,19 @@ TEST_F(BackupTest, KeepsADamagedStoreAsItIsWithItsLog) {
   EXPECT_EQ(read_file(file()), bytes);
 }
 
+TEST_F(BackupTest, WantOfRoomIsNoDamage) {
+  // File and log can be copied, the file with the log in it cannot be written.
+  const WriteAhead writer(file(), "insert into t_message(content) values(zeroblob(200000))");
+  largest_file = std::filesystem::file_size(file() + "-wal") + 4096;
+  ASSERT_LT(largest_file, 4096 * std::stoul(rows("pragma page_count")[0]));
+  const Outcome outcome = run({"backup", store(), backup});
+  EXPECT_EQ(outcome.status, 2) << outcome.out;
+  EXPECT_EQ(outcome.err.find("corvan: " + backup + ": the copy cannot be completed: "), 0U)
+      << outcome.err;
+  EXPECT_NE(outcome.err.find("room"), std::string::npos) << outcome.err;
+  EXPECT_EQ(content(), Rows({"store"}));
+}
+
 TEST_F(BackupTest, WhatIsThereIsNotOverwritten) {
   std::filesystem::create_directory(backup);
   const Outcome outcome = run({"backup", store(), backup});

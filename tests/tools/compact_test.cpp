@@ -1,8 +1,14 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "tests/tools/program.h"
 
@@ -84,6 +90,49 @@ TEST_F(CompactTest, ADamagedStoreIsRefusedAsItIs) {
   EXPECT_EQ(outcome.err.find("corvan: " + file() + ": "), 0U) << outcome.err;
   EXPECT_NE(outcome.err.find("see 'corvan salvage'"), std::string::npos) << outcome.err;
   EXPECT_EQ(read_file(file()), bytes);
+}
+
+TEST_F(CompactTest, CountsTheLogOfAFileThatALinkLeadsTo) {
+  const WriteAhead writer(file(), "update t_message set content='in the log' where id=10");
+  const auto log = std::filesystem::file_size(file() + "-wal");
+  const std::string linked = folder.file("linked");
+  std::filesystem::create_directory(linked);
+  std::filesystem::create_symlink(file(), linked + "/corvan");
+  EXPECT_EQ(json({"stats", linked, "--json"})["log_bytes"], log);
+  EXPECT_EQ(json({"compact", linked, "--json"})["before"]["log_bytes"], log);
+}
+
+TEST_F(CompactTest, AReadOnlyStoreIsAClearError) {
+  for (const std::string& path : {folder.path(), store()}) chmod(path.c_str(), 0755);
+  chmod(copies().c_str(), 0777);
+  chmod(file().c_str(), 0444);
+  chmod(store().c_str(), 0555);
+  unprivileged = geteuid() == 0;  // root may write everywhere
+  const Listing before = listing(store());
+  const Outcome outcome = run({"compact", store()});
+  if (outcome.status == 127) {
+    chmod(store().c_str(), 0755);
+    GTEST_SKIP() << "the program lies where only root reaches it";
+  }
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err.find("corvan: " + file() + ": "), 0U) << outcome.err;
+  EXPECT_NE(outcome.err.find("; make the file and its folder writable\n"), std::string::npos)
+      << outcome.err;
+  EXPECT_EQ(listing(store()), before);
+  chmod(store().c_str(), 0755);
+}
+
+TEST_F(CompactTest, AnInterruptLeavesTheStoreWhole) {
+  const Rows before = everything();
+  const WriteAhead writer(file(), "begin immediate");  // for which the program waits two seconds
+  for (const char* command : {"compact", "index"}) {
+    const pid_t pid = start({command, store()}, open("/dev/null", O_WRONLY | O_CLOEXEC));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    kill(pid, SIGTERM);
+    EXPECT_EQ(wait(pid), -SIGTERM) << command;
+    EXPECT_EQ(listing(copies()), Listing{}) << command;
+    EXPECT_EQ(everything(), before) << command;
+  }
 }
 
 TEST_F(CompactTest, AFullDiskLeavesTheStoreWhole) {

@@ -28,6 +28,16 @@ expect "--ignore-case" search --ig
 expect "--limit" search folder text --lim
 expect "private" search --type p
 expect "html" export folder --format h
+expect "latest" verify folder --repair la
+expect "counters,latest" verify folder --repair counters,la
 expect "" nothing --x
+HOME=$(dirname "$2")
+# shellcheck disable=SC2088 # as bash hands it on
+program='~/'$(basename "$2")
+expect "import" imp
+if complete -p corvan | grep -q filenames; then
+  echo "corvan: commands are completed as names of files"
+  failures=$((failures + 1))
+fi
 [ "$failures" = 0 ]
 echo "completion: as expected"

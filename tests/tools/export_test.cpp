@@ -3,6 +3,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/tools/export_sample.h"
@@ -37,12 +38,12 @@ TEST_F(ExportTest, CsvIsOneRecordAMessageInOrder) {
   plant("update t_session set title='Tea, daily' where session_id='room'");
   EXPECT_EQ(output({"export", store(), "--format", "csv"}),
             std::string(kHeadings) +
-                "2,group,room,\"Tea, daily\",2023-11-14 22:13:20,u01,received,CV:TxtMsg,"
-                "\"first, \"\"quoted\"\"\nline\",sent,unread,1,1700000000000,0,\r\n"
-                "1,group,room,\"Tea, daily\",2023-11-14 22:13:22,u01,received,CV:TxtMsg,second,"
-                "sent,unread,0,1700000002000,0,s2\r\n"
-                "3,private,u02,,2023-11-14 22:13:20,me,own,CV:TxtMsg,下午开会吗？,failed,read,0,"
-                "1700000000000,7,\r\n");
+                R"(2,group,"room","Tea, daily",2023-11-14 22:13:20,"u01",received,"CV:TxtMsg",)"
+                "\"first, \"\"quoted\"\"\nline\",sent,unread,1,1700000000000,0,\"\"\r\n"
+                R"(1,group,"room","Tea, daily",2023-11-14 22:13:22,"u01",received,"CV:TxtMsg",)"
+                "\"second\",sent,unread,0,1700000002000,0,\"s2\"\r\n"
+                R"(3,private,"u02","",2023-11-14 22:13:20,"me",own,"CV:TxtMsg",)"
+                "\"下午开会吗？\",failed,read,0,1700000000000,7,\"\"\r\n");
 }
 
 TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
@@ -52,8 +53,14 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
       {"'-1'", "'-1"},
       {"'@a'", "'@a"},
       {"char(9)||'=1'", "'\t=1"},
-      {"char(13)||'=1'", "\"'\r=1\""},
+      {"char(13)||'=1'", "'\r=1"},
+      {"char(10)||'=1'", "'\n=1"},
+      {"'＝1'", "'＝1"},
+      {"'＋1'", "'＋1"},
+      {"'－1'", "'－1"},
+      {"'＠a'", "'＠a"},
       {"'1=1'", "1=1"},
+      {"'a;=1'", "a;=1"},
       {"cast(x'610062' as text)",
        "a\xEF\xBF\xBD"
        "b"},
@@ -66,9 +73,28 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
   for (const auto& [sql, field] : cases) {
     plant("update t_message set content=" + sql);
     EXPECT_EQ(output({"export", store(), "--format", "csv"}),
-              std::string(kHeadings) + "1,group,room,,2023-11-14 22:13:20,u01,received,CV:TxtMsg," +
-                  field + ",sent,unread,0,1700000000000,0,\r\n")
+              std::string(kHeadings) +
+                  R"(1,group,"room","",2023-11-14 22:13:20,"u01",received,"CV:TxtMsg",")" + field +
+                  "\",sent,unread,0,1700000000000,0,\"\"\r\n")
         << sql;
+  }
+}
+
+TEST_F(ExportTest, WhatIsNoCodeHasNoName) {
+  import(line({}));
+  for (const auto& [value, field] :
+       std::vector<std::pair<std::string, std::string>>{{"null", ""},
+                                                        {"'=text'", "\"'=text\""},
+                                                        {"4294967296", "4294967296"},
+                                                        {"-1", "-1"},
+                                                        {"0.5", "0.5"}}) {
+    plant("update t_message set session_type=" + value + ",direction=" + value +
+          ",sent_status=" + value + ",read_status=" + value);
+    const std::string csv = output({"export", store(), "--format", "csv"});
+    EXPECT_EQ(csv, std::string(kHeadings) + "1," + field +
+                       R"(,"room","",2023-11-14 22:13:20,"u01",)" + field +
+                       R"(,"CV:TxtMsg","hi",)" + field + "," + field +
+                       ",0,1700000000000,0,\"\"\r\n");
   }
 }
 
@@ -192,7 +218,7 @@ TEST_F(ExportTest, MessagesWithoutAConversationAreExported) {
   plant("delete from t_session where session_id='u02'");
   EXPECT_EQ(lines(output({"export", store(), "--format", "jsonl"})).size(), 12U);
   const std::string csv = output({"export", store(), "--format", "csv"});
-  EXPECT_NE(csv.find("\r\n5,private,u02,,"), std::string::npos) << csv;
+  EXPECT_NE(csv.find("\r\n5,private,\"u02\",\"\","), std::string::npos) << csv;
   EXPECT_EQ(
       output({"export", store(), "u02", "--format", "csv"}).find(std::string(kHeadings) + "5,"),
       0U);
@@ -205,6 +231,42 @@ TEST_F(ExportTest, TheStoreStaysAsItIs) {
   output({"export", store(), "--format", "jsonl"});
   output({"export", store(), "--format", "html", "--output", folder.file("out")});
   EXPECT_EQ(listing(store()), before);
+}
+
+// What an index lacks is in the table: JSON Lines have it, and nothing else is taken for whole.
+TEST_F(ExportTest, RowsThatAnIndexLacksAreNotLost) {
+  import_sample();
+  const auto change_indexes = [this](const std::string& table, const std::string& sql) {
+    plant("pragma writable_schema=on;update sqlite_master set sql=" + sql +
+          " where type='index' and tbl_name='" + table + "' and sql not like '% where %'");
+  };
+  const auto hide_from_indexes = [&](const std::string& table, const std::string& change) {
+    change_indexes(table, "sql||' where rowid>9'");
+    plant(change);
+    plant(
+        "pragma writable_schema=on;update sqlite_master set sql=replace(sql,' where rowid>9','')");
+  };
+  hide_from_indexes("t_message",
+                    "insert into t_message(id,session_id,session_type) values(7,'room',2)");
+  const std::string why =
+      " are missing from an index; nothing was kept; see 'corvan check'; "
+      "--format jsonl reads the tables alone\n";
+  for (const std::string format : {"csv", "html"}) {
+    expect_refused({"--format", format, "--output", folder.file("out")},
+                   file() + ": 1 of the 7 rows of t_message" + why);
+  }
+  const std::string text = output({"export", store(), "--format", "jsonl"});
+  EXPECT_EQ(lines(text).front()["messages"], 7);
+  EXPECT_EQ(lines(text).back()["messages"], 7);
+  EXPECT_EQ(lines(output({"export", store(), "room", "--format", "jsonl"})).front()["messages"], 5);
+  EXPECT_EQ(run({"restore", "-", folder.file("restored")}, text).status, 0);
+
+  plant("reindex");
+  plant("drop index t_session_list");
+  plant("create index t_session_list on t_session(is_top,session_time,session_type)");
+  hide_from_indexes("t_session", "insert into t_session(session_id,session_type) values('u03',1)");
+  expect_refused({"--format", "html", "--output", folder.file("out")},
+                 file() + ": 1 of the 4 rows of t_session" + why);
 }
 
 TEST_F(ExportTest, WhatIsThereIsNeverReplaced) {
@@ -244,13 +306,34 @@ TEST_F(ExportTest, WhatIsNoPartOfAStoreIsNamed) {
   import_sample();
   plant(
       "create table notes(a);create index by_sender on t_message(sender);"
-      "alter table t_session add column colour text");
+      "alter table t_session add column colour text;"
+      "alter table t_sync add column sum integer as (receive_time+sent_time);"
+      "drop index t_message_sent_time;create index t_message_sent_time on t_message(sent_time desc);"
+      "analyze;pragma application_id=7");
   const Outcome outcome = run({"export", store(), "--format", "jsonl"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err, "corvan: " + file() +
                              ": left out, since it is no part of a message store: table notes, "
-                             "index by_sender, column t_session.colour\n");
+                             "table sqlite_stat1, index by_sender, index t_message_sent_time as "
+                             "it is in this file, column t_sync.sum, column t_session.colour, "
+                             "application_id\n");
   EXPECT_EQ(outcome.out.find("colour"), std::string::npos);
+}
+
+TEST_F(ExportTest, RowsThatARestoreMayRefuseAreWarnedOf) {
+  import_sample();
+  plant(
+      "create table other as select * from t_session;drop table t_session;"
+      "alter table other rename to t_session");
+  const Outcome outcome = run({"export", store(), "room", "--format", "jsonl"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.err.find("corvan: " + file() +
+                             ": 'corvan restore' may refuse rows, since they are in tables unlike "
+                             "a new store's: t_session has no column draft text default '', "),
+            0U)
+      << outcome.err;
+  const std::string end = "t_session has no key session_id,session_type; see 'corvan verify'\n";
+  EXPECT_EQ(outcome.err.substr(outcome.err.size() - end.size()), end);
 }
 
 TEST_F(ExportTest, AFullDiskLeavesNothing) {
@@ -290,7 +373,7 @@ TEST_F(ExportTest, AFullStandardOutputIsAnError) {
   import_sample();
   for (const std::string format : {"jsonl", "csv"}) {
     EXPECT_EQ(wait(start({"export", store(), "--format", format}, full())), 2);
-    EXPECT_EQ(read_err(), "corvan: standard output: cannot be written\n");
+    EXPECT_EQ(read_err(), "corvan: standard output: cannot be written: No space left on device\n");
   }
 }
 

@@ -182,6 +182,39 @@ TEST_F(HtmlExportTest, MessagesShowTheirSideStateAndTime) {
   EXPECT_EQ(found(text, "<bdi>(u01|me)</bdi>"), (Rows{"u01", "u01", "me"}));
 }
 
+TEST_F(HtmlExportTest, WhatIsNoCodeHasNoName) {
+  import(line({}) + line({}));
+  plant(
+      "update t_session set session_type='<kind>';"
+      "update t_message set session_type='<kind>',direction=null,read_status=4294967296;"
+      "update t_message set direction=0,sent_status=null where id=2");
+  make_pages();
+  const std::string text = page("00001.html");
+  EXPECT_EQ(found(text, "<li id=\"i[0-9]+\" class=\"([^\"]*)\">"), (Rows{"in", "own"}));
+  EXPECT_EQ(found(text, "T[0-9:]+Z\">[0-9:]+</time> · (.*)</p></div></li>"),
+            (Rows{"<bdi>4294967296</bdi>", "<bdi>none</bdi>"}));
+  EXPECT_TRUE(has(text, "<p class=\"facts\"><bdi>&lt;kind&gt;</bdi> · "));
+}
+
+TEST_F(HtmlExportTest, CountersThatOverflowAreShown) {
+  import_sample();
+  plant("update t_session set unread_count=9223372036854775807");
+  make_pages();
+  EXPECT_TRUE(has(index(), " · 9223372036854775807 unread"));
+  EXPECT_TRUE(has(page("00001.html"), ">9223372036854775807 unread<"));
+}
+
+TEST_F(HtmlExportTest, NamesAndPreviewsStandOnOneLine) {
+  import(line({{ "content", "a\r\nb\nc\td\re" }}));
+  plant("update t_session set title='א'||char(8207)||char(8238)");
+  make_pages();
+  EXPECT_EQ(found(index(), "</bdi>: <bdi>([^<]*)</bdi>"), Rows{"a b c d\\re"});
+  EXPECT_EQ(found(index(), "class=\"name\" dir=\"auto\">([^<]*)<"), Rows{"א\xE2\x80\x8F\\u202e"});
+  plant("update t_message set content='א'||char(8207)");
+  make_pages();
+  EXPECT_EQ(found(index(), "</bdi>: <bdi>([^<]*)</bdi>"), Rows{"א\xE2\x80\x8F"});
+}
+
 TEST_F(HtmlExportTest, OtherKindsOfMessageAreCards) {
   import(line({{"object_name", "CV:ImgMsg"},
                { "content",
@@ -286,6 +319,16 @@ TEST_F(HtmlExportTest, TimesThatNoCalendarHasAreShown) {
   EXPECT_TRUE(has(both, "<span>no date (0)</span>"));
   EXPECT_TRUE(has(both, "<span>no date (9223372036854775807)</span>"));
   EXPECT_TRUE(has(index(), "chosen conversations only"));
+}
+
+TEST_F(HtmlExportTest, MessagesWithoutADateAreNoGroup) {
+  import(line({}) + line({}));
+  plant(
+      "update t_message set sent_time=-9223372036854775807-1 where id=1;"
+      "update t_message set sent_time=9223372036854775807 where id=2");
+  make_pages();
+  EXPECT_EQ(found(page("00001.html"), "<li id=\"i[0-9]+\" class=\"([^\"]*)\">"),
+            (Rows{"in", "in"}));
 }
 
 TEST_F(HtmlExportTest, AnEmptyStoreHasAnIndex) {

@@ -1,11 +1,16 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <regex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -415,6 +420,22 @@ TEST_F(ImportTest, AStoreWithADamagedPageIsNotDeleted) {
   EXPECT_EQ(read_file(file()).size(), bytes.size());
 }
 
+TEST_F(ImportTest, AStoreThatALogMakesUnreadableIsNotDeleted) {
+  ASSERT_EQ(import_text(numbered(1)).status, 0);
+  const std::string other = folder.file("other");
+  std::filesystem::copy_file(file(), other);
+  const WriteAhead writer(other,
+                          "pragma writable_schema=on;"
+                          "update sqlite_master set sql='create nothing' where name='t_sync'");
+  std::filesystem::copy_file(other + "-wal", file() + "-wal");
+  const Listing before = listing(store());
+  const Outcome outcome = import_text(numbered(2));
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err.find("corvan: " + file() + ": damaged (malformed database schema"), 0U)
+      << outcome.err;
+  EXPECT_EQ(listing(store()), before);
+}
+
 TEST_F(ImportTest, AForeignDatabaseStaysAsItIs) {
   std::filesystem::create_directory(store());
   plant("create table t_message(id);insert into t_message values(1)");
@@ -458,8 +479,42 @@ TEST_F(ImportTest, ALockedStoreIsAClearError) {
   const WriteAhead writer(file(), "begin immediate");
   const Outcome outcome = import_text(numbered(2));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + file() + ": database is locked\n");
+  EXPECT_EQ(outcome.err, "corvan: " + file() +
+                             ": in use by another process (database is locked); nothing was "
+                             "changed; try again while the client rests\n");
   EXPECT_EQ(contents(), Rows{"1"});
+}
+
+TEST_F(ImportTest, ALockOfAMomentIsWaitedFor) {
+  ASSERT_EQ(import_text(numbered(1)).status, 0);
+  auto writer = std::make_unique<WriteAhead>(file(), "begin immediate");
+  std::thread release([&writer] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    writer.reset();
+  });
+  const Outcome outcome = import_text(numbered(2));
+  release.join();
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(contents(), (Rows{"1", "2"}));
+}
+
+TEST_F(ImportTest, AnInterruptKeepsWholeBatches) {
+  ASSERT_EQ(import_text(numbered(1)).status, 0);
+  const std::string pipe = folder.file("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const pid_t pid = start({"import", store(), "--user", "me", "--batch", "2", pipe},
+                          open("/dev/null", O_WRONLY | O_CLOEXEC));
+  const int lines = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);  // as soon as the program reads
+  const std::string text = numbered(3, 2);
+  EXPECT_EQ(::write(lines, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  for (int i = 0; i < 5000 && contents().size() < 3; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  kill(pid, SIGTERM);
+  EXPECT_EQ(wait(pid), -SIGTERM);
+  close(lines);
+  EXPECT_EQ(contents(), (Rows{"1", "2", "3"}));
+  EXPECT_EQ(counts(import_text(numbered(4))), "1 stored, 0 completed, 3 refused, 0 bad");
 }
 
 TEST_F(ImportTest, AFailureWithinABatchLeavesNothingOfIt) {
@@ -494,7 +549,9 @@ TEST_F(ImportTest, AReadOnlyStoreIsAClearError) {
   const Outcome outcome = run({"import", store(), "--user", "me", log_path});
   if (outcome.status == 127) GTEST_SKIP() << "the program lies where only root reaches it";
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + file() + ": attempt to write a readonly database\n");
+  EXPECT_EQ(outcome.err, "corvan: " + file() +
+                             ": attempt to write a readonly database; nothing was changed; make "
+                             "the file and its folder writable\n");
   EXPECT_EQ(listing(store()), before);
   chmod(store().c_str(), 0755);
 }

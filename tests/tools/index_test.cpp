@@ -152,12 +152,6 @@ class IndexTest : public ToolTest {
   Rows new_schema_;
 };
 
-Rows keys(const Json& object) {
-  Rows result;
-  for (const auto& [key, value] : object.items()) result.push_back(key);
-  return result;
-}
-
 Rows names_in(const Json& list) {
   Rows result;
   for (const Json& entry : list) result.push_back(entry["name"]);
@@ -562,7 +556,10 @@ TEST_F(IndexTest, AReadOnlyStoreIsAClearError) {
     chmod(store().c_str(), 0755);
     GTEST_SKIP() << "the program lies where only root reaches it";
   }
-  expect_refused("attempt to write a readonly database; nothing was changed", {{}, {"--json"}});
+  expect_refused(
+      "attempt to write a readonly database; nothing was changed; make the file and its folder "
+      "writable",
+      {{}, {"--json"}});
   EXPECT_EQ(bring_up({"--dry-run"})["created"].size(), indexes.size());
   chmod(store().c_str(), 0755);
 }

@@ -1,7 +1,5 @@
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -107,12 +105,6 @@ class LookTest : public ToolTest {
   }
 };
 
-Rows keys(const Json& object) {
-  Rows names;
-  for (const auto& [key, value] : object.items()) names.push_back(key);
-  return names;
-}
-
 TEST_F(LookTest, ListShowsATable) {
   import_sample();
   plant(
@@ -169,6 +161,18 @@ TEST_F(LookTest, AConversationWithoutMessageIsListed) {
   ASSERT_EQ(list.size(), 1U);
   EXPECT_TRUE(list[0]["message"].is_null());
   EXPECT_NE(output({"list", store(), "--type", "5"}).find("system  empty"), std::string::npos);
+}
+
+TEST_F(LookTest, ALatestMessageThatIsGoneIsListedAsNone) {
+  import_sample();
+  plant(
+      "update t_session set latest_id=99 where session_id='room';"
+      "update t_session set latest_id=1 where session_id='hall'");  // another conversation's
+  const Json list = json({"list", store(), "--json"});
+  ASSERT_EQ(list.size(), 3U);
+  EXPECT_EQ(list[0]["message"]["msg_id"], 5);
+  EXPECT_TRUE(list[1]["message"].is_null()) << list[1];
+  EXPECT_TRUE(list[2]["message"].is_null()) << list[2];
 }
 
 TEST_F(LookTest, ListTakesKindsAndALimit) {
@@ -256,6 +260,23 @@ TEST_F(LookTest, HistoryPages) {
   EXPECT_EQ(ids({"--after", "5", "--limit", "3"}), (std::vector<int>{6, 7, 8}));
   EXPECT_EQ(ids({"--after", "28"}), (std::vector<int>{29, 30}));
   EXPECT_EQ(ids({"--limit", "100"}).size(), 30U);
+}
+
+TEST_F(LookTest, HistoryPagesMeetMessagesOfOneTime) {
+  std::string text;
+  for (int i = 0; i < 6; ++i) text += line({{"sent_time", kTime + i / 4}});
+  import(text);
+  EXPECT_EQ(ids({"--limit", "3"}), (std::vector<int>{4, 5, 6}));
+  EXPECT_EQ(ids({"--limit", "3", "--before", "4"}), (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(ids({"--after", "2"}), (std::vector<int>{3, 4, 5, 6}));
+}
+
+TEST_F(LookTest, HistoryShowsMessagesWhoseTimeIsNoNumber) {
+  import_sample();
+  plant("update t_message set sent_time=null where id=2;update t_message set id=-4 where id=3");
+  EXPECT_EQ(ids({}), (std::vector<int>{2, 1, -4}));
+  EXPECT_EQ(ids({"--before", "-4"}), (std::vector<int>{2, 1}));
+  EXPECT_EQ(ids({"--after", "2", "--limit", "1"}), std::vector<int>{1});
 }
 
 TEST_F(LookTest, HistoryTakesKinds) {
@@ -359,6 +380,14 @@ TEST_F(LookTest, ShowTellsAllOfAMessage) {
     "sent_time":1700000004000,"is_mention":false,"client_uid":42})"));
 }
 
+TEST_F(LookTest, WhatStandsBehindAZeroByteIsShown) {
+  import_sample();
+  plant("update t_message set content=cast(x'610062' as text),id=-4 where id=1");
+  EXPECT_EQ(json({"show", store(), "-4", "--json"})["content"], std::string("a\0b", 3));
+  EXPECT_NE(output({"show", store(), "-4"}).find("content     a\\x00b\n"), std::string::npos);
+  EXPECT_EQ(Json::parse(history({}).out)[0]["content"], std::string("a\0b", 3));
+}
+
 TEST_F(LookTest, AnUnknownMessageIsANegativeAnswer) {
   import_sample();
   const Outcome text = run({"show", store(), "99"});
@@ -429,6 +458,20 @@ TEST_F(LookTest, CheckTellsADamagedPage) {
     EXPECT_EQ(listing(store()), before);
     write_file(file(), whole);
   }
+}
+
+TEST_F(LookTest, CheckTellsAFindingALine) {
+  import_sample();
+  plant(
+      "create index by_sender on t_message(sender) where id>3;pragma writable_schema=on;"
+      "update sqlite_master set sql='create index by_sender on t_message(sender)' "
+      "where name='by_sender'");
+  const Outcome text = run({"check", store()});
+  EXPECT_EQ(text.status, 1);
+  EXPECT_NE(text.out.find("row 1 missing from index by_sender\nrow 2 missing"), std::string::npos)
+      << text.out;
+  const Json program = Json::parse(run({"check", store(), "--json"}).out);
+  EXPECT_EQ(program["result"].get<std::string>() + "\n", text.out);
 }
 
 TEST_F(LookTest, ADamagedPageThatIsNeededIsAnErrorThatNamesTheStore) {
@@ -670,6 +713,78 @@ TEST_F(LookTest, OutputThatCannotBeWrittenIsAnError) {
   }
 }
 
+TEST_F(LookTest, WhatWasDoneIsToldWhenOutputCannotBeWritten) {
+  import_sample();
+  plant("drop index t_message_sent_time;update t_session set unread_count=99");
+  const std::string log = write("more.jsonl", line({{"server_uid", "s9"}}));
+  const auto made = [this](const char* name) { return folder.file(name); };
+  const std::vector<std::pair<Arguments, std::string>> cases = {
+      {{"import", store(), "--user", "me", log}, "the import is done"},
+      {{"index", store()}, "the indexes were changed"},
+      {{"compact", store()}, "the store was compacted"},
+      {{"verify", store(), "--repair", "counters", "--backup", made("before")},
+       "the changes were made, and the store as it was is in " + made("before")},
+      {{"backup", store(), made("backup")}, "the backup is in " + made("backup")},
+      {{"salvage", store(), made("salvaged")}, "the new store is in " + made("salvaged")},
+      {{"export", store(), "--format", "jsonl", "--output", made("lines")},
+       "the export is in " + made("lines")},
+      {{"restore", made("lines"), made("restored")}, "the store is in " + made("restored")},
+  };
+  for (const auto& [arguments, done] : cases) {
+    EXPECT_EQ(run_without_output(arguments), 2) << arguments[0];
+    EXPECT_EQ(read_err(), "corvan: standard output: cannot be written; " + done + "\n");
+  }
+  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"7"});
+  EXPECT_EQ(run({"index", store()}).out.find("nothing to do"), 0U);
+  for (const char* name : {"before", "backup", "salvaged", "restored"}) {
+    EXPECT_TRUE(std::filesystem::exists(made(name) + "/corvan")) << name;
+  }
+}
+
+// Names that SQLite, built to know URIs, would take apart.
+TEST_F(LookTest, AFolderOfAnyNameIsTheOneThatIsNamed) {
+  import_sample();
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.path());
+  for (const char* name : {"file:x", "file:x?mode=memory", "a?b", "a#b", "a%41"}) {
+    EXPECT_EQ(run({"import", name, "--user", "me", "-"}, line({})).status, 0) << name;
+    corvan_test::plant(folder.file(name) + "/corvan", "drop index t_message_sent_time");
+    for (const Arguments& arguments :
+         std::vector<Arguments>{{"list", name},
+                                {"check", name},
+                                {"import", name, "--user", "me", "/dev/null"},
+                                {"index", name},
+                                {"compact", name},
+                                {"verify", name, "--repair", "counters"},
+                                {"verify", name}}) {
+      const Outcome outcome = run(arguments);
+      EXPECT_EQ(outcome.status, 0) << arguments[0] << ' ' << outcome.out << outcome.err;
+    }
+    EXPECT_EQ(listing(folder.file(name)).size(), 1U) << name;
+    EXPECT_FALSE(std::filesystem::exists(folder.file("x")));
+  }
+  std::filesystem::current_path(before);
+}
+
+// The parser's library would split such a value of a list.
+TEST_F(LookTest, BracketsAreAPartOfAValue) {
+  import(line({{"session_id", "[a,b]"}, { "content", "[x]" }}) + line({{ "session_id", "a" }}));
+  const std::string lines = output({"export", store(), "--format", "jsonl", "[a,b]"});
+  EXPECT_NE(lines.find("\"session_id\":\"[a,b]\""), std::string::npos) << lines;
+  EXPECT_EQ(lines.find("\"session_id\":\"a\""), std::string::npos) << lines;
+  EXPECT_EQ(json({"history", store(), "[a,b]", "--type", "2", "--json"}).size(), 1U);
+  EXPECT_EQ(json({"search", store(), "[x]", "--session", "[a,b]", "--json"})["messages"].size(),
+            1U);
+  EXPECT_NE(run({"list", store(), "[x]"}).err.find(": [x]"), std::string::npos) << read_err();
+}
+
+TEST_F(LookTest, WhatBeginsLikeAnOptionStandsBehindTwoDashes) {
+  import(line({{ "content", "a -x b" }}));
+  EXPECT_EQ(run({"search", store(), "-x"}).status, 2);
+  EXPECT_EQ(run({"search", store(), "--", "-x"}).status, 0);
+  EXPECT_NE(output({"--help"}).find("-- -x"), std::string::npos);
+}
+
 TEST_F(LookTest, AReaderThatLeavesEarlyLeavesNoCopy) {
   import_sample();
   for (const Arguments& arguments : commands(store())) {
@@ -710,25 +825,9 @@ TEST_F(LookTest, ATerminalIsNotOverrun) {
         "' where id=3;"
         "update t_message set content='" +
         std::string(200, 'y') + "中' where id=5");
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (terminal < 0) GTEST_SKIP() << "no pseudo-terminals on this machine";
-  ASSERT_EQ(grantpt(terminal), 0);
-  ASSERT_EQ(unlockpt(terminal), 0);
-  const int out = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_GE(out, 0);
-  winsize window = {};
-  window.ws_row = 24;
-  window.ws_col = 100;
-  ASSERT_EQ(ioctl(out, TIOCSWINSZ, &window), 0);
-  const int keep = dup(out);  // the terminal's text is lost with its last end
-  EXPECT_EQ(wait(start({"list", store()}, out)), 0);
-  std::string text(10000, '\0');
-  const ssize_t taken = read(terminal, text.data(), text.size());
-  ASSERT_GT(taken, 0);
-  text.resize(static_cast<std::size_t>(taken));
-  close(keep);
-  close(terminal);
-  std::istringstream lines(text);
+  const auto text = terminal_output({"list", store()}, 100);
+  if (!text) GTEST_SKIP() << "no pseudo-terminals on this machine";
+  std::istringstream lines(*text);
   int count = 0;
   int longest = 0;
   for (std::string row; std::getline(lines, row); ++count) {
@@ -927,14 +1026,14 @@ TEST_F(LookTest, BadUsageIsOneLine) {
       {{"list", store(), "--limit", "010"}, "--limit"},
       {{"history", store(), "room"}, "--type"},
       {{"history", store(), "--type", "group"}, "SESSION"},
-      {{"history", store(), "room", "--type", "group", "--before", "0"}, "--before"},
+      {{"history", store(), "room", "--type", "group", "--before", "one"}, "--before"},
       {{"history", store(), "room", "--type", "group", "--before", "1", "--after", "2"}, "--after"},
       {{"history", store(), "room", "--type", "group", "--after", "99999999999999999999"},
        "--after"},
       {{"history", store(), "room", "--type", "group", "--kind", ""}, "--kind"},
       {{"show", store()}, "ID"},
       {{"show", store(), "one"}, "one"},
-      {{"show", store(), "-1"}, "-1"},
+      {{"show", store(), "0x1"}, "0x1"},
       {{"show", store(), "99999999999999999999"}, "99999999999999999999"},
       {{"check", store(), "--type", "1"}, "--type"},
   };

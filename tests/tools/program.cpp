@@ -1,12 +1,15 @@
 #include "tests/tools/program.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -78,6 +81,12 @@ std::string line(const Json& changes) {
   return message.dump() + "\n";
 }
 
+Rows keys(const Json& object) {
+  Rows names;
+  for (const auto& [key, value] : object.items()) names.push_back(key);
+  return names;
+}
+
 ToolTest::ToolTest() : store_(folder.file("store")) {}
 
 void ToolTest::TearDown() {
@@ -109,10 +118,7 @@ pid_t ToolTest::start(const Arguments& arguments, int out) {
     close(out);
     if (largest_file > 0) {
       const rlimit limit = {largest_file, largest_file};
-      // The write then fails instead of ending the program.
-      if (setrlimit(RLIMIT_FSIZE, &limit) != 0 || std::signal(SIGXFSZ, SIG_IGN) == SIG_ERR) {
-        _exit(127);
-      }
+      if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(127);
     }
     if (unprivileged && setuid(kNobody) != 0) _exit(127);
     execve(argv[0], argv.data(), environment.data());
@@ -139,6 +145,33 @@ Outcome ToolTest::run(const Arguments& arguments, const std::string& input) {
   outcome.out = read_file(temporary("out"));
   outcome.err = read_err();
   return outcome;
+}
+
+int ToolTest::run_without_output(const Arguments& arguments) {
+  write_file(temporary("in"), "");
+  return wait(start(arguments, open("/dev/full", O_WRONLY | O_CLOEXEC)));
+}
+
+std::optional<std::string> ToolTest::terminal_output(const Arguments& arguments,
+                                                     unsigned short columns) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal < 0) return std::nullopt;
+  EXPECT_EQ(grantpt(terminal), 0);
+  EXPECT_EQ(unlockpt(terminal), 0);
+  const int out = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  winsize window = {};
+  window.ws_row = 24;
+  window.ws_col = columns;
+  EXPECT_EQ(ioctl(out, TIOCSWINSZ, &window), 0);
+  const int keep = dup(out);  // the terminal's text is lost with its last end
+  EXPECT_EQ(wait(start(arguments, out)), 0);
+  std::string text(10000, '\0');
+  const ssize_t taken = read(terminal, text.data(), text.size());
+  EXPECT_GT(taken, 0);
+  text.resize(static_cast<std::size_t>(std::max<ssize_t>(taken, 0)));
+  close(keep);
+  close(terminal);
+  return text;
 }
 
 std::string ToolTest::output(const Arguments& arguments) {

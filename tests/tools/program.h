@@ -10,6 +10,7 @@
 
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,6 @@
 namespace corvan_test {
 
 using Json = nlohmann::ordered_json;
-using Rows = std::vector<std::string>;
 using Arguments = std::vector<std::string>;
 
 struct Outcome {
@@ -49,6 +49,9 @@ class WriteAhead {
 // removed.
 std::string line(const Json& changes);
 
+// The names of an object's members, in their order.
+Rows keys(const Json& object);
+
 // Runs the program with its temporary files in a folder of its own, which is empty after each
 // test.
 class ToolTest : public testing::Test {
@@ -61,6 +64,13 @@ class ToolTest : public testing::Test {
   // run() with a result of success and nothing on standard error: standard output.
   std::string output(const Arguments& arguments);
   Json json(const Arguments& arguments);
+
+  // Runs the program with a standard output that takes nothing: the exit status. What it said is
+  // read_err().
+  int run_without_output(const Arguments& arguments);
+
+  // What the program writes to a terminal of so many columns; nothing where there are no terminals.
+  std::optional<std::string> terminal_output(const Arguments& arguments, unsigned short columns);
 
   // Starts the program with standard output to `out`, which it closes: the process's id.
   pid_t start(const Arguments& arguments, int out);

@@ -8,6 +8,7 @@
 
 #include "tests/tools/export_sample.h"
 #include "tests/tools/program.h"
+#include "tools/export_records.h"
 
 namespace corvan_test {
 namespace {
@@ -116,6 +117,15 @@ TEST_F(RestoreTest, WhateverARowHoldsComesBack) {
   EXPECT_EQ(without_time(output({"export", restored(), "--format", "jsonl"})), without_time(text));
 }
 
+TEST_F(RestoreTest, ATextOfControlCharactersTakesTwiceItsRoom) {
+  import(line({}));
+  plant("update t_message set content=replace(hex(zeroblob(1000)),'0',char(1))||'\"'");
+  const std::string text = exported();
+  EXPECT_EQ(lines(text)[3]["content"]["text_hex"].get<std::string>().size(), 4002U);
+  EXPECT_EQ(run({"restore", "-", restored()}, text).status, 0);
+  EXPECT_EQ(all_of(restored_file()), all_of(file()));
+}
+
 TEST_F(RestoreTest, ChosenConversationsAreRestoredAndSaidToBePartial) {
   import_sample();
   plant("insert into t_sync values('me',1,2)");
@@ -174,6 +184,7 @@ TEST_F(RestoreTest, EachLineIsChecked) {
     std::string error;
   };
   const std::string whole = "must be a whole number of 64 bits";
+  const std::string source = "; 'corvan verify' tells what is wrong with the exported store";
   const std::vector<Case> cases = {
       {0, "", R"({"type":"message"})",
        "not an export: the first line must be of the type \"corvan-export\", as 'corvan export "
@@ -188,6 +199,15 @@ TEST_F(RestoreTest, EachLineIsChecked) {
        "field \"format\": must be a whole number from 1 to 9223372036854775807"},
       {0, "\"partial\":false", "\"partial\":0", "field \"partial\": must be true or false"},
       {0, "\"partial\":false", "\"total\":0,\"partial\":false", "field \"total\": unknown"},
+      {0, "\"schema_version\":\"1\",", "", "field \"schema_version\": missing"},
+      {0, "\"schema_version\":\"1\"", "\"schema_version\":1",
+       "field \"schema_version\": must be a text"},
+      {0, "\"export_time\":", "\"export_time\":-",
+       "field \"export_time\": must be a whole number from 0 to 9223372036854775807"},
+      {0, "\"user_version\":1", "\"user_version\":18446744073709551615",
+       "field \"user_version\": must be a whole number from -2147483648 to 2147483647"},
+      {0, "\"messages\":2", "\"messages\":18446744073709551615",
+       "field \"messages\": must be a whole number from 0 to 281474976710656"},
       {0, "\"messages\":2", "\"messages\":-1",
        "field \"messages\": must be a whole number from 0 to 281474976710656"},
       {2, "\"type\":\"session\"", "\"type\":\"chat\"", "field \"type\": unknown: \"chat\""},
@@ -208,23 +228,23 @@ TEST_F(RestoreTest, EachLineIsChecked) {
       {3, "\"content\":\"hi\"", R"("content":{"base64":"aGk="})",
        "field \"content\": unknown key \"base64\""},
       {3, "\"content\":\"hi\"", R"("content":{"integer":7})",
-       "field \"content\": the column cannot hold this: it becomes text"},
+       "field \"content\": the column cannot hold this: it becomes text" + source},
       {3, "\"sent_time\":1700000000000", "\"sent_time\":\"1\"", "field \"sent_time\": " + whole},
       {3, "\"sent_time\":1700000000000", "\"sent_time\":1.0", "field \"sent_time\": " + whole},
       {3, "\"sent_time\":1700000000000", "\"sent_time\":9223372036854775808",
        "field \"sent_time\": " + whole},
-      {3, "\"sent_time\":1700000000000", "\"sent_time\":1e999", "a number is out of range"},
+      {3, "\"sent_time\":1700000000000", "\"sent_time\":1e999",
+       "field \"sent_time\": a number is out of range"},
       {3, "\"sent_time\":1700000000000", R"("sent_time":{"text":"12"})",
-       "field \"sent_time\": the column cannot hold this: it becomes integer"},
+       "field \"sent_time\": the column cannot hold this: it becomes integer" + source},
       {3, "\"sent_time\":1700000000000", R"("sent_time":{"real":"0.10"})",
        "field \"sent_time\": \"real\" is no floating-point number as an export writes it"},
       {3, "\"id\":1", "\"id\":null", "field \"id\": must be a whole number"},
       {4, "\"id\":2", "\"id\":1",
-       "an earlier line has the same key (UNIQUE constraint failed: t_message.id)"},
+       "an earlier line has the same key (UNIQUE constraint failed: t_message.id)" + source},
       {4, "", good[2], "a record \"session\" after one of the type \"message\""},
       {3, "", good[2],
-       "an earlier line has the same key (UNIQUE constraint failed: t_session.rowid)"},
-      {3, "", "", "not valid JSON at byte 1, where it ends: cut off; export again"},
+       "an earlier line has the same key (UNIQUE constraint failed: t_session.rowid)" + source},
       {3, "", "{\"type\":\"message\"",
        "not valid JSON at byte 18, where it ends: cut off; export again"},
       {3, "\"content\":\"hi\"", std::string("\"content\":\"\0\"", 13),
@@ -248,7 +268,10 @@ TEST_F(RestoreTest, EachLineIsChecked) {
     SCOPED_TRACE(one.to);
     expect_bad(all, ":" + std::to_string(one.at + 1) + ": " + one.error);
   }
-  expect_bad(text + "\n", ":8: a line after the record \"end\"");
+  expect_bad(text + "{}\n", ":8: a line after the record \"end\"");
+  Json header = lines(text)[0];
+  header.erase("corvan");
+  expect_bad(header.dump() + text.substr(text.find('\n')), ":1: field \"corvan\": missing");
   // A record less, with an end that agrees.
   std::string less = text;
   less.erase(less.find("{\"type\":\"message\",\"id\":2"), good[4].size() + 1);
@@ -256,14 +279,49 @@ TEST_F(RestoreTest, EachLineIsChecked) {
   expect_bad(less, ":6: field \"messages\": 2 were exported, but 1 are in the file; export again");
 }
 
+TEST_F(RestoreTest, EmptyLinesArePassedOver) {
+  import_sample();
+  std::string text = " \n\n";
+  for (const Json& record : lines(exported())) text += record.dump() + "\n\t\r\n";
+  EXPECT_EQ(run({"restore", "-", restored()}, text).status, 0);
+  EXPECT_EQ(all_of(restored_file()), all_of(file()));
+  std::filesystem::remove_all(restored());
+  expect_bad("\n", ": empty, not an export");
+  expect_bad(text + "{}", ":29: a line after the record \"end\"");
+}
+
+TEST_F(RestoreTest, AValueThatSqliteDoesNotTakeIsAnError) {
+  sqlite3* db = nullptr;
+  sqlite3_stmt* stmt = nullptr;
+  ASSERT_EQ(sqlite3_open(":memory:", &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_prepare_v2(db, "select ?", -1, &stmt, nullptr), SQLITE_OK);
+  sqlite3_limit(db, SQLITE_LIMIT_LENGTH, 100);
+  const std::string text(101, '1');
+  const std::string hex(202, '1');
+  const auto bind = [stmt](const Json& value) {
+    bool needs_check = false;
+    return corvan_tool::bind_value(stmt, 1, value, {"content", true}, needs_check);
+  };
+  for (const Json& value :
+       {Json(text), Json({{"text", text}}), Json({{"text_hex", hex}}), Json({{"blob_hex", hex}})}) {
+    EXPECT_EQ(bind(value), "string or blob too big") << value;
+  }
+  EXPECT_EQ(bind("short"), "");
+  sqlite3_finalize(stmt);
+  sqlite3_close(db);
+}
+
 TEST_F(RestoreTest, WhatCannotBeReadOrMadeIsAnError) {
   import_sample();
   const std::string good = write("out.jsonl", exported());
+  const std::string long_name = folder.file(std::string(300, 'n'));
   const std::vector<std::pair<Arguments, std::string>> cases = {
       {{folder.file("none"), restored()}, folder.file("none") + ": No such file or directory\n"},
+      {{long_name, restored()}, long_name + ": File name too long\n"},
       {{folder.path(), restored()}, folder.path() + ": is a folder; name a file\n"},
       {{good, store()}, store() + ": is there already; name a place where nothing is\n"},
       {{good, folder.file("a/b")}, folder.file("a") + ": no such folder; make it first\n"},
+      {{good, good + "/b"}, good + ": not a folder; name one\n"},
   };
   const Rows before = all_of(file());
   for (const auto& [places, error] : cases) {
@@ -290,7 +348,7 @@ TEST_F(RestoreTest, AnInterruptLeavesNothing) {
   const std::string text = exported();
   const std::string pipe = folder.file("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
+  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
     const pid_t pid = start({"restore", pipe, restored()}, null());
     const int writer = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
     const std::string half = text.substr(0, text.size() / 2);

@@ -43,11 +43,25 @@ class SearchTest : public ToolTest {
     for (const Json& m : result["messages"]) ids.push_back(m["msg_id"]);
     EXPECT_EQ(outcome.status, ids.empty() ? 1 : 0) << outcome.err;
     EXPECT_EQ(outcome.err, ids.empty() ? "corvan: no such messages\n" : "");
-    next = result["next_before"].is_null() ? "" : result["next_before"].dump();
+    next = result["next_place"].is_null() ? "" : result["next_place"];
+    next_id = result["next_before"].is_null() ? "" : result["next_before"].dump();
     return ids;
   }
 
+  // The messages of all pages of one, each continued by what `continuation` holds then.
+  std::vector<int> all_pages(const std::string& text, const std::string& continuation) {
+    std::vector<int> all;
+    Arguments arguments = {text, "--limit", "1"};
+    do {
+      for (const int id : found(arguments)) all.push_back(id);
+      arguments = {text, "--limit", "1", "--before", continuation};
+    } while (!continuation.empty() && all.size() < 10);
+    return all;
+  }
+
+  // What brings the page after the one found last.
   std::string next;
+  std::string next_id;
 };
 
 using Ids = std::vector<int>;
@@ -84,23 +98,42 @@ TEST_F(SearchTest, KeepsToConversations) {
 
 TEST_F(SearchTest, PagesMeetEveryMessageOnce) {
   plant("update t_message set sent_time=7 where id in(1,2,5)");  // of one time: the larger id first
-  Ids all;
-  Arguments arguments = {"am ", "--limit", "1"};
-  do {
-    for (const int id : found(arguments)) all.push_back(id);
-    arguments = {"am ", "--limit", "1", "--before", next};
-  } while (!next.empty() && all.size() < 10);
-  EXPECT_EQ(all, Ids({6, 5, 2, 1}));
+  EXPECT_EQ(all_pages("am ", next), Ids({6, 5, 2, 1}));
+  EXPECT_EQ(all_pages("am ", next_id), Ids({6, 5, 2, 1}));
+}
+
+TEST_F(SearchTest, PagesMeetMessagesOfAnyTimeAndId) {
+  plant(
+      "update t_message set sent_time=null where id=1;"
+      "update t_message set sent_time='soon' where id=5;"
+      "update t_message set sent_time=-8,id=-4 where id=2");
+  EXPECT_EQ(found({"am "}), Ids({6, 5, 1, -4}));
+  EXPECT_EQ(all_pages("am ", next), Ids({6, 5, 1, -4}));
+  EXPECT_EQ(all_pages("am ", next_id), Ids({6, 5, 1, -4}));
+}
+
+TEST_F(SearchTest, APageFollowsAMessageThatHasMovedOrIsGone) {
+  EXPECT_EQ(found({"am ", "--limit", "2"}), Ids({2, 6}));
+  plant("delete from t_message where id=6");
+  EXPECT_EQ(found({"am ", "--before", next}), Ids({5, 1}));
+  EXPECT_EQ(found({"am ", "--limit", "1"}), Ids({2}));
+  plant("update t_message set sent_time=sent_time+90 where id=2");
+  EXPECT_EQ(found({"am ", "--before", next}), Ids({5, 1}));
 }
 
 TEST_F(SearchTest, TheTextSaysHowToGoOn) {
   const std::string text = output({"search", store(), "am ", "--limit", "2"});
-  EXPECT_NE(text.find("\nmore: --before 6\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\nmore: --before 1700000000004:6\n"), std::string::npos) << text;
   EXPECT_EQ(output({"search", store(), "am ", "--limit", "4"}).find("more:"), std::string::npos);
 }
 
 TEST_F(SearchTest, WhatCannotBeMeantIsAnError) {
   EXPECT_EQ(run({"search", store(), ""}).status, 2);
+  for (const char* place : {"x", "1:", ":1", "1:2:3", "1:x"}) {
+    const Outcome refused = run({"search", store(), "am", "--before", place});
+    EXPECT_EQ(refused.status, 2) << place;
+    EXPECT_EQ(refused.err.find("corvan: --before: "), 0U) << refused.err;
+  }
   const Outcome outcome = run({"search", store(), "am", "--before", "99"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err.find("corvan: " + file() + ": no message 99; "), 0U) << outcome.err;
@@ -119,6 +152,18 @@ TEST_F(SearchTest, ContentThatIsNoUtf8IsSearchedAsItIs) {
   plant("update t_message set content=cast(x'ff414d20' as text) where id=3");
   EXPECT_EQ(found({"AM "}), Ids({3}));
   EXPECT_EQ(found({"AM ", "--ignore-case", "--limit", "9"}), Ids({2, 6, 3, 5, 1}));
+  plant("update t_message set content='Привет'||cast(x'd0' as text) where id=3");
+  EXPECT_EQ(found({"ПРИВЕТ", "--ignore-case"}), Ids({3}));
+}
+
+TEST_F(SearchTest, ATerminalShowsTheHit) {
+  std::string before;
+  for (int i = 0; i < 40; ++i) before += "İ";  // which folding makes longer
+  plant("update t_message set content='" + before + "Fund" + std::string(90, '.') + "' where id=3");
+  const auto text = terminal_output({"search", store(), "fund", "--ignore-case"}, 90);
+  if (!text) GTEST_SKIP() << "no pseudo-terminals on this machine";
+  EXPECT_NE(text->find("İFund."), std::string::npos) << *text;
+  EXPECT_NE(text->find("  …İ"), std::string::npos) << *text;
 }
 
 }  // namespace

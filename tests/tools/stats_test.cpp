@@ -75,6 +75,15 @@ TEST_F(StatsTest, CountsTheLogAndWhatItHolds) {
   EXPECT_EQ(result["conversations"], 2);
 }
 
+TEST_F(StatsTest, WhatIsFreeMayBeMoreThanTheFileTakes) {
+  const WriteAhead writer(file(),
+                          "insert into t_message(content) values(zeroblob(1000000));"
+                          "delete from t_message where content=zeroblob(1000000)");
+  const Json result = stats();
+  EXPECT_GT(result["free_pages"].get<std::int64_t>() * 4096, result["file_bytes"]);
+  EXPECT_EQ(output({"stats", store()}).find("of which"), std::string::npos);
+}
+
 TEST_F(StatsTest, TimesWithoutADateAreCountedApart) {
   plant(
       "update t_message set sent_time=0 where id=1;"

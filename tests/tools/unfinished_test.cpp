@@ -70,13 +70,53 @@ TEST_F(UnfinishedTest, TakesNoPlaceThatIsTaken) {
   EXPECT_EQ(read_file(place("there")), "mine");
 }
 
+TEST_F(UnfinishedTest, IsMadeAtOnceUnderANameOfItsOwn) {
+  fs::create_symlink(place("others"), place("one.unfinished-" + std::to_string(getpid())));
+  Unfinished one = Unfinished::file(place("one"));
+  const Unfinished same = Unfinished::file(place("one"));
+  EXPECT_NE(one.path(), same.path());
+  struct stat status = {};
+  ASSERT_EQ(lstat(one.path().c_str(), &status), 0);
+  EXPECT_TRUE(S_ISREG(status.st_mode));
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  EXPECT_EQ(corvan_tool::kept_name(one.path()), place("one"));
+  EXPECT_EQ(corvan_tool::kept_name(same.path() + "/inside"), place("one/inside"));
+  EXPECT_EQ(corvan_tool::kept_name(one.path() + "x"), one.path() + "x");
+  one.keep();
+  EXPECT_FALSE(fs::exists(place("others")));
+}
+
+TEST_F(UnfinishedTest, TakesAnyNameThatAFileCanHave) {
+  std::string name(1, 'n');
+  while (name.size() < 253) name += "é";
+  Unfinished::file(place(name)).keep();
+  Unfinished::folder(place("f" + name)).keep();
+  EXPECT_EQ(content(), Rows({"f" + name, name}));
+}
+
+TEST_F(UnfinishedTest, TellsWhatIsWrongWithAPlace) {
+  write_file(place("there"), "mine");
+  const auto error_of = [](const std::string& at) -> std::string {
+    try {
+      Unfinished::file(at);
+    } catch (const ToolError& error) {
+      return error.what();
+    }
+    return "";
+  };
+  const std::string name(300, 'n');
+  EXPECT_EQ(error_of(place(name)), place(name) + ": File name too long");
+  EXPECT_EQ(error_of(place("there/a")), place("there") + ": not a folder; name one");
+  EXPECT_EQ(error_of(place("none/a")), place("none") + ": no such folder; make it first");
+}
+
 // The command waits for a log that nobody writes, with its new folder made.
 class InterruptTest : public ToolTest {};
 
 TEST_F(InterruptTest, ASignalLeavesNothingUnfinished) {
   import(line({}));
   ASSERT_EQ(mkfifo((file() + "-wal").c_str(), 0600), 0);
-  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
+  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
     const pid_t pid = start({"backup", store(), folder.file("new")}, open("/dev/null", O_WRONLY));
     bool begun = false;
     for (int i = 0; i < 5000 && !begun; ++i) {

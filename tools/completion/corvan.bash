@@ -2,7 +2,8 @@
 # those of the release that is installed.
 
 _corvan() {
-  local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command= i
+  local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" i
+  local program=${COMP_WORDS[0]/#"~/"/"$HOME/"} list
   COMPREPLY=()
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
@@ -15,7 +16,7 @@ _corvan() {
   done
 
   if [ -z "$command" ]; then
-    mapfile -t COMPREPLY < <(compgen -W "--help --version $("${COMP_WORDS[0]}" --help 2>/dev/null |
+    mapfile -t COMPREPLY < <(compgen -W "--help --version $("$program" --help 2>/dev/null |
       sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" -- "$word")
     return
   fi
@@ -28,14 +29,24 @@ _corvan() {
       mapfile -t COMPREPLY < <(compgen -W "jsonl csv html" -- "$word")
       return
       ;;
+    --repair)
+      list=
+      [[ $word != *,* ]] || list=${word%,*},
+      mapfile -t COMPREPLY < <(compgen -P "$list" -W "counters latest times indexes sequence" -- \
+        "${word##*,}")
+      return
+      ;;
   esac
   case $word in
     -*)
-      mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" "$command" --help 2>/dev/null |
+      mapfile -t COMPREPLY < <(compgen -W "$("$program" "$command" --help 2>/dev/null |
         grep -oE '(^ *|,)--[a-z-]+' | tr -d ' ,')" -- "$word")
       ;;
-    *) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    *)
+      compopt -o filenames 2>/dev/null || true # fails only outside of a completion
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      ;;
   esac
 }
 
-complete -o filenames -F _corvan corvan
+complete -F _corvan corvan
