@@ -38,7 +38,7 @@ CORVAN_BOUNDS=${thorough:+thorough} CORVAN_MODEL_SEQUENCES=300 ctest --preset de
 [ -n "$checked" ] || exit 0
 
 echo "== tests, asan =="
-cmake --preset asan
+cmake --preset asan -DCMAKE_UNITY_BUILD=ON
 cmake --build --preset asan
 CORVAN_MODEL_SEQUENCES=$([ -n "$thorough" ] && echo 5000 || echo 300) ctest --preset asan
 
