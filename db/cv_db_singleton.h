@@ -441,14 +441,14 @@ class CvDbSingleton {
   // ---- Conversation list ------------------------------------------------------------------------
 
   // Appends one page of the conversations of these kinds, pinned first, then newest first, each
-  // with its latest message. `sent_time` 0 starts the list; the next page is asked for with the
-  // `session_time` of the last entry. Whether that entry was pinned is remembered between calls,
-  // once for the process: one reader pages at a time. False when nothing was appended.
+  // with its latest message. `sent_time` 0 starts the list. Ask for the next page with the smallest
+  // get_sessiontime() time among the entries whose `is_top_` equals the last one's, which is
+  // remembered between calls, once for the process: one reader pages at a time. False when nothing
+  // was appended.
   //
-  // An entry's time is its latest message's, or, with a draft or without that message, the
-  // conversation's own. The time asked with is compared with the conversations' own: where the two
-  // differ, a page repeats entries, without an end, or passes over some, and the earliest own time,
-  // by get_sessiontime(), of the entries as pinned as the last one serves instead.
+  // An entry's `session_time` is its latest message's time, or, with a draft or without that
+  // message, the conversation's own. Pages that are asked for with it repeat without end where it
+  // is later than the own one, and leave conversations out where it is earlier.
   // `message_.sent_time_` is not set. 32-bit ids.
   bool get_session_list_by_page(const std::vector<SessionType>& entry, int64_t sent_time,
                                 int32_t limit, std::vector<SessionInfo>& session);

@@ -5,7 +5,7 @@
 # Usage: test.sh [--checked|--thorough]
 #   --checked   all tests plainly and under the first three checkers; the threads under the last
 #   --thorough  the same, and the suites that try the store at random or point by point go further:
-#               the one against the model under the checkers, the others plainly
+#               the one against the model and the threads under the checkers, the others plainly
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -53,12 +53,12 @@ sysroot() {
   echo "Unpacking libraries for $architecture into $folder"
   # One list that a mirror lacks need not matter: the packages come from any of them.
   "${apt[@]}" update || echo "test_matrix.sh: some lists are missing; trying without them" >&2
-  # Its library is called otherwise in every release.
+  # utf8proc's library is called otherwise in every release.
   local utf8proc
   utf8proc=$(apt-cache "${apt[@]:1}" depends libutf8proc-dev |
     sed -n 's/^ *Depends: \(libutf8proc[0-9]*\)$/\1/p')
-  (cd "$folder/apt" && "${apt[@]}" download libsqlite3-0 libsqlite3-dev "$utf8proc" libutf8proc-dev \
-    libcli11-dev nlohmann-json3-dev)
+  (cd "$folder/apt" && "${apt[@]}" download libsqlite3-0 libsqlite3-dev \
+    "${utf8proc:?not found in the lists}" libutf8proc-dev libcli11-dev nlohmann-json3-dev)
   local package
   for package in "$folder"/apt/*.deb; do dpkg-deb -x "$package" "$folder"; done
   touch "$folder/complete"

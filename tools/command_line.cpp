@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "base/cv_utils.h"
 #include "tools/names.h"
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
@@ -63,16 +64,22 @@ CLI::Validator kind_of_conversation() {
   return {to_number, ""};
 }
 
-// CLI11 splits a list's value "[a,b]" in two. A zero byte, which no argument holds, hides the
-// bracket at its end until that is past.
+// CLI11 splits a list's value "[a,b]" in two. A byte that no text holds hides the bracket at its
+// end until that is past.
+constexpr const char* kBracket = "]";
+constexpr const char* kHiddenBracket = "]\xff";
+
 std::string hidden_bracket(std::string argument) {
-  if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']') argument += '\0';
+  if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']') {
+    argument += kHiddenBracket[1];
+  }
   return argument;
 }
 
-std::string shown_bracket(std::string value) {
-  if (!value.empty() && value.back() == '\0') value.pop_back();
-  return value;
+// Also of a text that has such arguments in it.
+std::string shown_bracket(std::string text) {
+  Corvan::CvUtils::string_replace(text, kHiddenBracket, kBracket);
+  return text;
 }
 
 template <typename Target>
@@ -217,7 +224,7 @@ CommandLine::CommandLine()
       "--version", "corvan " CORVAN_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
   app_->require_subcommand(1);
   app_->failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
-    return "corvan: " + printable(error.what()) + "; see 'corvan --help'\n";
+    return "corvan: " + printable(shown_bracket(error.what())) + "; see 'corvan --help'\n";
   });
 }
 

@@ -64,8 +64,8 @@ void ExportSource::require_all(const std::string& table, int64_t found, int64_t 
   throw ToolError(
       store_.name() + ": " + std::to_string(all - found) + " of the " + std::to_string(all) +
       " rows of " + table +
-      " are missing from an index; nothing was kept; see 'corvan check'; --format jsonl reads "
-      "the tables alone");
+      " are missing from an index, and would be from the export; see 'corvan check'; --format jsonl "
+      "reads the tables alone");
 }
 
 void ExportSource::require_columns() const {

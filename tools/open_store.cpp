@@ -29,6 +29,12 @@ int count_tables(const Connection& connection, int32_t& ours, int32_t& all) {
 
 constexpr int32_t kTables = 4;
 
+bool has_store_tables(const Connection& connection) {
+  int32_t ours = 0;
+  int32_t all = 0;
+  return count_tables(connection, ours, all) == SQLITE_DONE && ours == kTables;
+}
+
 // Whether a file without a log holds the tables of a store. Nothing is locked or written, not even
 // beside it.
 bool holds_store_tables(const std::string& file) {
@@ -36,10 +42,17 @@ bool holds_store_tables(const std::string& file) {
   for (const auto& [character, code] : {std::pair("%", "%25"), {"?", "%3f"}, {"#", "%23"}}) {
     Corvan::CvUtils::string_replace(uri, character, code);
   }
-  const Connection connection(uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
-  int32_t ours = 0;
-  int32_t all = 0;
-  return count_tables(connection, ours, all) == SQLITE_DONE && ours == kTables;
+  return has_store_tables(Connection(uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI));
+}
+
+// The same of a file whose log has its index beside it, as while a client has the store open. The
+// log stays as it is; the index may be made anew.
+bool holds_store_tables_with_log(const std::string& file) {
+  struct stat status = {};
+  if (stat((file + "-shm").c_str(), &status) != 0) return false;
+  const Connection connection(file, SQLITE_OPEN_READONLY);
+  sqlite3_db_config(connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  return has_store_tables(connection);
 }
 
 }  // namespace
@@ -93,7 +106,7 @@ void require_store(const std::string& file, const std::string& name, bool may_be
 void require_store_in(const std::string& folder, bool may_be_empty) {
   const std::string file = store_file(folder);
   // A log counts as much as the file, and a wrong one makes a damaged store of it.
-  if (!has_log(file) && holds_store_tables(file)) return;
+  if (has_log(file) ? holds_store_tables_with_log(file) : holds_store_tables(file)) return;
   const StoreCopy copy(folder);
   require_store(store_file(copy.folder()), file, may_be_empty);
 }

@@ -217,10 +217,13 @@ void copy_committed(const std::string& file, const std::string& to, Progress& pr
     progress.show(static_cast<std::uint64_t>(sqlite3_backup_pagecount(copy) -
                                              sqlite3_backup_remaining(copy)));
   }
+  const std::string why = copy == nullptr ? target.error() : sqlite3_errstr(rc);
   sqlite3_backup_finish(copy);
   if (rc == SQLITE_DONE) return;
-  throw ToolError(kept_name(to) + ": the copy cannot be made (" + sqlite3_errstr(rc) +
-                  "); nothing was changed; make room there, or name another folder with --backup");
+  const int kind = rc & 0xff;
+  const bool of_place = kind == SQLITE_FULL || kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN;
+  throw ToolError(kept_name(to) + ": the copy cannot be made (" + why + "); nothing was changed" +
+                  (of_place ? "; make room there, or name another folder with --backup" : ""));
 }
 
 void print_outcome(const Outcome& outcome, const std::string& backup, bool dry_run) {

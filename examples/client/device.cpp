@@ -88,7 +88,7 @@ bool Device::save_fetched(const std::vector<Letter>& page) {
   // The marks first: when SQLite rolls back in the middle, what follows is stored on its own, and
   // must not be a mark. Received and own messages come in one stream here, so both move.
   const int64_t mark = page.back().time;
-  bool whole = store_->set_sync_time(mark, true) && store_->set_sync_time(mark, false);
+  bool whole = move_mark(mark, true) && move_mark(mark, false);
   complete_own(page);
   for (const auto& letter : page) {
     if (!whole) break;
@@ -105,6 +105,15 @@ bool Device::save_fetched(const std::vector<Letter>& page) {
   }
   settle();
   return store_->commit_transaction();
+}
+
+// Whether the mark is at `time` or further now. set_sync_time() alone is false, too, for one that
+// was there before.
+bool Device::move_mark(int64_t time, bool is_receive) {
+  if (store_->set_sync_time(time, is_receive)) return true;
+  int64_t received = 0;
+  int64_t own = 0;
+  return store_->get_sync_time(&received, &own) && (is_receive ? received : own) >= time;
 }
 
 int64_t Device::save(const Letter& letter, bool insert_only) {
@@ -130,7 +139,8 @@ bool Device::took(int64_t id, const Letter& letter) {
 void Device::complete_own(const std::vector<Letter>& page) {
   std::vector<Corvan::UpdateValue> own;
   for (const auto& letter : page) {
-    if (letter.sender != user_) continue;
+    // One without a number would be found in any other one without.
+    if (letter.sender != user_ || letter.client_uid <= 0) continue;
     Corvan::UpdateValue value;
     value.session_id_ = peer_;
     value.session_type_ = kKind;
@@ -171,13 +181,19 @@ void Device::hear() {
 }
 
 void Device::hear_letter(const Letter& letter) {
-  // A plain save makes its message the conversation's newest whatever its time. So one that comes
-  // late is saved insert-only. Sync marks stay: what was dropped before it is still to be fetched.
+  // A plain save makes its message the conversation's newest whatever its time. So a late one is
+  // saved insert-only, but not an own one, since only a plain save looks for its number. Sync marks
+  // stay: what was dropped before it is still to be fetched.
+  const bool own = letter.sender == user_;
   int64_t newest = 0;
   store_->get_max_time(newest, kKind, peer_, 2);
-  const bool late = letter.time <= newest;
+  const bool late = !own && letter.time <= newest;
   const int64_t id = save(letter, late);
   took(id, letter);  // what failed is still in the history
+  if (own) {
+    settle();
+    apply_receipt(0);
+  }
   if (id > 0 && late) ++turn_.late;
 }
 
@@ -262,15 +278,12 @@ int64_t Device::client_uid_of(int64_t msg_id) {
   return client_uid;
 }
 
+// In one page: what has the time of a page's last message is not in the next one either.
 Device::Messages Device::all_messages() {
+  int32_t count = 0;
+  store_->get_message_count(peer_, kKind, count);
   Messages all;
-  int64_t before = 0;
-  Messages page;
-  while (store_->get_history_message_by_time(peer_, kKind, "", before, 20, page, true)) {
-    before = page.back().msg_id_;
-    all.insert(all.end(), page.begin(), page.end());
-    page.clear();  // results are appended
-  }
+  store_->get_history_message_by_time(peer_, kKind, "", 0, count, all, true);
   return all;
 }
 

@@ -47,6 +47,7 @@ class Device {
   using Messages = std::vector<Corvan::MessageResponse>;
 
   bool save_fetched(const std::vector<Letter>& page);
+  bool move_mark(int64_t time, bool is_receive);
   int64_t save(const Letter& letter, bool insert_only);
   bool took(int64_t id, const Letter& letter);
   void complete_own(const std::vector<Letter>& page);

@@ -22,7 +22,9 @@ const std::vector<Explanation> kExplanations = {
      "notes are what ordinary use leaves"},
     {"failed (note",
      "own messages that the server refused: the client keeps them, marked, for the user to see"},
-    {"  by:", "the operations that leave such a row: here set_send_time() with a fail_reason"},
+    {"sync-behind (note",
+     "own messages sent after the last fetch: the mark moves when the history brings them"},
+    {"  by:", "the operations that leave such a row"},
     {"    ", "where: the conversation, its kind, the value, the messages' ids"},
 };
 

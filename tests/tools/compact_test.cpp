@@ -122,7 +122,7 @@ TEST_F(CompactTest, AReadOnlyStoreIsAClearError) {
   chmod(store().c_str(), 0755);
 }
 
-TEST_F(CompactTest, AnInterruptLeavesTheStoreWhole) {
+TEST_F(CompactTest, AnInterruptWhileItWaitsLeavesTheStoreAndNoCopy) {
   const Rows before = everything();
   const WriteAhead writer(file(), "begin immediate");  // for which the program waits two seconds
   for (const char* command : {"compact", "index"}) {

@@ -249,7 +249,7 @@ TEST_F(ExportTest, RowsThatAnIndexLacksAreNotLost) {
   hide_from_indexes("t_message",
                     "insert into t_message(id,session_id,session_type) values(7,'room',2)");
   const std::string why =
-      " are missing from an index; nothing was kept; see 'corvan check'; "
+      " are missing from an index, and would be from the export; see 'corvan check'; "
       "--format jsonl reads the tables alone\n";
   for (const std::string format : {"csv", "html"}) {
     expect_refused({"--format", format, "--output", folder.file("out")},

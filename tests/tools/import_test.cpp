@@ -502,6 +502,9 @@ TEST_F(ImportTest, AnInterruptKeepsWholeBatches) {
   ASSERT_EQ(import_text(numbered(1)).status, 0);
   const std::string pipe = folder.file("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  // Open all the while: the last connection that closes takes the lock, and the looks below are
+  // many.
+  const WriteAhead other(file(), "select count(*) from t_message");
   const pid_t pid = start({"import", store(), "--user", "me", "--batch", "2", pipe},
                           open("/dev/null", O_WRONLY | O_CLOEXEC));
   const int lines = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);  // as soon as the program reads
