@@ -185,6 +185,17 @@ Json ToolTest::json(const Arguments& arguments) {
   return Json::parse(output(arguments));
 }
 
+bool ToolTest::make_read_only() {
+  chmod(folder.path().c_str(), 0755);
+  chmod(copies().c_str(), 0777);
+  chmod(file().c_str(), 0444);
+  chmod(store().c_str(), 0555);
+  unprivileged = geteuid() == 0;  // root may write everywhere
+  if (run({"--version"}).status != 127) return true;
+  chmod(store().c_str(), 0755);
+  return false;
+}
+
 std::string ToolTest::write(const std::string& name, const std::string& content) {
   const std::string path = folder.file(name);
   write_file(path, content);

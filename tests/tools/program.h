@@ -93,6 +93,10 @@ class ToolTest : public testing::Test {
   std::string temporary(const std::string& name) const { return files_.file(name); }
   const std::string& copies() const { return copies_.path(); }
 
+  // Makes the store and its folder read-only to the program, which is then run as a user who may
+  // not write. False, with the folder as it was, when that user cannot start the program.
+  bool make_read_only();
+
   TemporaryFolder folder;
 
   // Set by a test that runs as root: the program is then run as a user who may not write.

@@ -41,6 +41,15 @@ constexpr const char* kContent =
 
 class VerifyTest : public ToolTest {
  protected:
+  // A new store with what `call` leaves in it.
+  void make_store(const std::function<void(OpenStore&)>& call) {
+    std::filesystem::remove_all(store());
+    std::filesystem::create_directory(store());
+    OpenStore open(store(), "me");
+    call(open);
+    EXPECT_EQ(open.failure(), "");
+  }
+
   // Messages 1 to 3 in the group "room", the second of them a mention; 4 in the private "u01"; 5 an
   // own one there; 6 in the chat room "hall".
   void import_sample() {
@@ -966,13 +975,7 @@ TEST_F(VerifyTest, CounterIsPutBackAsFarAsTheRowsTell) {
   };
   for (const Case& one : cases) {
     SCOPED_TRACE(one.what);
-    std::filesystem::remove_all(store());
-    std::filesystem::create_directory(store());
-    {
-      OpenStore open(store(), "me");
-      one.call(open);
-      EXPECT_EQ(open.failure(), "");
-    }
+    make_store(one.call);
     const Rows counter = {std::to_string(one.stored)};
     EXPECT_EQ(rows("select unread_count from t_session"), counter);
     const Rows found = codes(Json::parse(run({"verify", store(), "--json"}).out));
@@ -1039,13 +1042,7 @@ TEST_F(VerifyTest, MessagesThatWereNotCountedAreANoteAndNamedInARepair) {
   };
   for (const Case& one : cases) {
     SCOPED_TRACE(one.what);
-    std::filesystem::remove_all(store());
-    std::filesystem::create_directory(store());
-    {
-      OpenStore open(store(), "me");
-      one.call(open);
-      EXPECT_EQ(open.failure(), "");
-    }
+    make_store(one.call);
     const Rows stored = {std::to_string(one.stored)};
     EXPECT_EQ(rows("select unread_count from t_session"), stored);
     const Json report = verify(0);
@@ -1385,15 +1382,7 @@ TEST_F(VerifyTest, CommitThatFailsOrIsInterruptedLeavesTheStoreAndTheCopy) {
 TEST_F(VerifyTest, ReadOnlyStoreIsAClearError) {
   import_sample();
   plant("update t_session set unread_count=8 where session_id='room'");
-  chmod(folder.path().c_str(), 0755);
-  chmod(copies().c_str(), 0777);
-  chmod(file().c_str(), 0444);
-  chmod(store().c_str(), 0555);
-  unprivileged = geteuid() == 0;  // root may write everywhere
-  if (run({"--version"}).status == 127) {
-    chmod(store().c_str(), 0755);
-    GTEST_SKIP() << "the program lies where only root reaches it";
-  }
+  if (!make_read_only()) GTEST_SKIP() << "the program lies where only root reaches it";
   expect_refused({}, file() +
                          ": attempt to write a readonly database; nothing was changed; make the "
                          "file and its folder writable");
