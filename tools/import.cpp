@@ -3,23 +3,19 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <iostream>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 #include "tools/command_line.h"
 #include "tools/import_line.h"
+#include "tools/import_store.h"
 #include "tools/json_output.h"
 #include "tools/line_source.h"
-#include "tools/names.h"
-#include "tools/open_store.h"
 #include "tools/progress.h"
-#include "tools/store_copy.h"
-#include "tools/store_transaction.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -29,14 +25,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kLongestLine = 64;  // MiB
-
-struct Counts {
-  std::uint64_t stored = 0;     // as new messages
-  std::uint64_t completed = 0;  // own messages that were there and now have their server uid
-  std::uint64_t refused = 0;    // there already
-  std::uint64_t bad = 0;        // lines skipped
-  std::uint64_t lines() const { return stored + completed + refused + bad; }
-};
+constexpr const char* kDropped = "the store does not keep it: a trigger in its file drops it";
 
 class Import {
  public:
@@ -47,14 +36,8 @@ class Import {
 
   void run() {
     read_batch();  // a bad beginning is found before a store is made
-    prepare_folder();
-    OpenStore store(options_.folder, options_.user);
-    if (!store.failure().empty()) {
-      throw ToolError(store_file(options_.folder) + ": " + store.failure());
-    }
-    store->execute_none_query("pragma busy_timeout=2000");  // as every other connection of the tool
-    newest_id_ = read_newest_id(store);
-    while (filled_ > 0) {
+    ImportStore store(options_);
+    while (!batch_.empty()) {
       save_batch(store);
       progress_.show(counts_.lines());
       read_batch();
@@ -82,31 +65,31 @@ class Import {
   }
 
  private:
-  struct Entry {
-    ImportMessage message;
-    std::string place;
-  };
-
-  // Fills the batch with the next good lines.
+  // Fills the batch with the next good lines; entries keep their memory from batch to batch.
   void read_batch() {
-    filled_ = 0;
+    std::size_t filled = 0;
     std::string line;
-    while (filled_ < batch_size_ && source_.next(line)) {
+    while (filled < batch_size_ && source_.next(line)) {
       if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-      if (filled_ == batch_.size()) batch_.emplace_back();
-      Entry& entry = batch_[filled_];
+      if (filled == batch_.size()) batch_.emplace_back();
+      ImportEntry& entry = batch_[filled];
+      entry.place = source_.place();
       const std::optional<std::string> error = parser_.parse(line, entry.message);
       name_unknown_keys();
       if (!error) {
-        entry.place = source_.place();
-        ++filled_;
+        ++filled;
         continue;
       }
-      if (!options_.skip_bad) throw ToolError(source_.place() + ": " + *error);
-      progress_.clear();
-      std::cerr << "corvan: " << source_.place() << ": " << *error << " (skipped)\n";
-      ++counts_.bad;
+      if (!options_.skip_bad) throw ToolError(entry.place + ": " + *error);
+      skip(entry, *error);
     }
+    batch_.resize(filled);
+  }
+
+  void skip(const ImportEntry& entry, const std::string& why) {
+    progress_.clear();
+    std::cerr << "corvan: " << entry.place << ": " << why << " (skipped)\n";
+    ++counts_.bad;
   }
 
   void name_unknown_keys() {
@@ -119,71 +102,31 @@ class Import {
     }
   }
 
-  void prepare_folder() const {
-    std::error_code error;
-    std::filesystem::create_directories(options_.folder, error);
-    if (std::filesystem::exists(options_.folder) &&
-        !std::filesystem::is_directory(options_.folder)) {
-      throw ToolError(options_.folder + ": is no folder; name the store's");
-    }
-    if (error) throw ToolError(options_.folder + ": " + error.message());
-    const std::string file = store_file(options_.folder);
-    if (!std::filesystem::exists(file, error)) return;
-    require_store_in(options_.folder, true);
-    // The library waits for no lock when it opens a store.
-    const StoreTransaction writable(file, file, "begin immediate");
-  }
-
-  static int64_t read_newest_id(OpenStore& store) {
-    int32_t rc = 0;
-    sqlite3_stmt* query = store->prepare_sql("select max(id) from t_message", rc);
-    if (rc != 0) throw ToolError("the store cannot be read: " + store.failure());
-    store->step(query, false);
-    const int64_t id = Corvan::CvDbSingleton::get_int64(query, 0);
-    store->finalize(query);
-    return id;
-  }
-
-  void save_batch(OpenStore& store) {
-    Counts counts = counts_;
-    if (!store->start_transaction()) fail(batch_[0].place, store.failure());
-    for (std::size_t i = 0; i < filled_; ++i) {
-      const ImportMessage& m = batch_[i].message;
-      const int64_t id = store->save_message(m.session_id, m.session_type, m.object_name, m.sender,
-                                             m.content, m.is_receive, m.sent_status, 0,
-                                             m.is_mention, m.sent_time, m.client_uid, m.server_uid,
-                                             options_.history, options_.insert_only, m.is_receive);
-      if (!store.failure().empty()) {
-        store->execute_none_query("rollback transaction");
-        fail(batch_[i].place, store.failure());
+  // Saves the batch; again without the lines that the store does not keep, so that its
+  // conversations do not count them.
+  void save_batch(ImportStore& store) {
+    while (!batch_.empty()) {
+      const std::vector<std::size_t> dropped = store.save(batch_, counts_);
+      if (dropped.empty()) return;
+      if (!options_.skip_bad) {
+        throw ToolError(batch_[dropped.front()].place + ": " + kDropped +
+                        "; nothing was stored from " + batch_.front().place +
+                        " on; --skip-bad passes over such lines");
       }
-      if (id < 0) {
-        ++counts.refused;
-      } else if (id <= newest_id_) {
-        ++counts.completed;  // the store's ids only grow: the message was there before
-      } else {
-        ++counts.stored;
-        newest_id_ = id;
+      for (const std::size_t i : dropped) skip(batch_[i], kDropped);
+      for (auto i = dropped.rbegin(); i != dropped.rend(); ++i) {
+        batch_.erase(batch_.begin() + static_cast<std::ptrdiff_t>(*i));
       }
     }
-    if (!store->commit_transaction()) fail(batch_[0].place, store.failure());
-    counts_ = counts;
-  }
-
-  [[noreturn]] void fail(const std::string& place, const std::string& why) const {
-    throw ToolError(store_file(options_.folder) + ": " + why + "; nothing was stored from " +
-                    batch_[0].place + " on (at " + place + ")");
   }
 
   const ImportOptions& options_;
   LineSource source_;
   LineParser parser_;
   const std::size_t batch_size_;
-  std::vector<Entry> batch_;  // the first `filled_` are in use; the others keep their memory
-  std::size_t filled_ = 0;
+  std::vector<ImportEntry> batch_;
   std::size_t named_keys_ = 0;
-  Counts counts_;
-  int64_t newest_id_ = 0;
+  ImportCounts counts_;
   Progress progress_{"lines"};
   const Clock::time_point start_ = Clock::now();
 };
@@ -225,8 +168,8 @@ void add_import(CommandLine& line) {
   command.flag("--insert-only", options.insert_only,
                "save without moving the conversations forward");
   command.flag("--skip-bad", options.skip_bad,
-               "name and count bad lines and go on; otherwise the first one ends the import, "
-               "and nothing of its batch is saved");
+               "name and count bad lines, and those that a trigger drops, and go on; otherwise "
+               "the first one ends the import, and nothing of its batch is saved");
 }
 
 }  // namespace corvan_tool

@@ -43,6 +43,7 @@ struct Result {
   std::vector<IndexChange> changes;
   std::size_t kept = 0;
   double seconds = 0;
+  std::string commit_failure;  // of a commit that failed although the changes are there
 
   std::size_t count(Action action) const {
     return static_cast<std::size_t>(
@@ -78,24 +79,14 @@ class Update {
   // Commits unless there is nothing to do, or it is only tried.
   Result run(const Schema& schema, const IndexOptions& options) {
     Result result;
-    Schema present;
-    const StatementProgress progress(connection().handle(), "million steps of making indexes");
-    transaction_.require(read_schema(connection(), present));
-    for (const IndexDifference& difference : index_differences(schema, present, result.kept)) {
-      IndexChange change;
-      change.action = action_of(difference, options.drop_others);
-      change.index = difference.index;
-      change.old_sql = difference.old_sql;
-      result.changes.push_back(std::move(change));
+    transaction_.require(plan(connection(), schema, options, result));
+    make(result);
+    if (!result.nothing_done() && !options.dry_run) {
+      result.commit_failure = transaction_.commit([&](const Connection& again) {
+        Result left;
+        return plan(again, schema, options, left) == SQLITE_DONE && left.nothing_done();
+      });
     }
-    // What is dropped makes room first.
-    for (const IndexChange& change : result.changes) {
-      if (change.action == kDropped || change.action == kReplaced) drop(change.index);
-    }
-    for (IndexChange& change : result.changes) {
-      if (change.action == kCreated || change.action == kReplaced) create(change);
-    }
-    if (!result.nothing_done() && !options.dry_run) transaction_.commit();
     result.seconds = seconds_since(start_);
     return result;
   }
@@ -105,6 +96,32 @@ class Update {
 
   static double seconds_since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
+  }
+
+  // What is to be done to the file of this connection: SQLITE_DONE, or the code of the failure.
+  static int plan(const Connection& connection, const Schema& schema, const IndexOptions& options,
+                  Result& result) {
+    Schema present;
+    const int rc = read_schema(connection, present);
+    for (const IndexDifference& difference : index_differences(schema, present, result.kept)) {
+      IndexChange change;
+      change.action = action_of(difference, options.drop_others);
+      change.index = difference.index;
+      change.old_sql = difference.old_sql;
+      result.changes.push_back(std::move(change));
+    }
+    return rc;
+  }
+
+  // What is dropped makes room first.
+  void make(Result& result) const {
+    const StatementProgress progress(connection().handle(), "million steps of making indexes");
+    for (const IndexChange& change : result.changes) {
+      if (change.action == kDropped || change.action == kReplaced) drop(change.index);
+    }
+    for (IndexChange& change : result.changes) {
+      if (change.action == kCreated || change.action == kReplaced) create(change);
+    }
   }
 
   void drop(const Index& index) const {
@@ -120,7 +137,7 @@ class Update {
   }
 
   const Clock::time_point start_ = Clock::now();
-  const StoreTransaction transaction_;
+  StoreTransaction transaction_;
 };
 
 void print_text(const Result& result, bool dry_run) {
@@ -204,6 +221,7 @@ int run_index(const IndexOptions& options) {
   } else {
     print_text(result, options.dry_run);
   }
+  if (!result.commit_failure.empty()) throw ToolError(result.commit_failure);
   if (!options.dry_run && !result.nothing_done()) require_output("the indexes were changed");
   return kOk;
 }

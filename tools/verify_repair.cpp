@@ -46,6 +46,7 @@ struct Left {
 struct Outcome {
   std::vector<Change> changes;
   std::vector<Left> left;
+  std::string commit_failure;  // of a commit that failed although the changes are there
 };
 
 // Why a column is left.
@@ -129,17 +130,18 @@ class RepairPlan {
   Outcome outcome_;
 };
 
-Outcome make_plan(const StoreTransaction& transaction, const std::vector<std::string>& what) {
-  const Report report = look_at_all(transaction.connection(), transaction.name());
+Outcome make_plan(const Connection& connection, const std::string& name,
+                  const std::vector<std::string>& what) {
+  const Report report = look_at_all(connection, name);
   if (report.damaged) {
-    throw ToolError(transaction.name() +
+    throw ToolError(name +
                     ": damaged; nothing was changed; 'corvan salvage' brings out what can be "
                     "read");
   }
   const bool needs_rows = std::any_of(what.begin(), what.end(),
                                       [](const std::string& word) { return word != kIndexes; });
   if (needs_rows && !report.complete) {
-    throw ToolError(transaction.name() +
+    throw ToolError(name +
                     ": its rows cannot be looked at; nothing was changed; "
                     "see 'corvan verify'");
   }
@@ -282,12 +284,24 @@ void print_outcome_json(const Outcome& outcome, const std::string& backup, bool 
   print_json(json);
 }
 
+// Commits: the error to end the command with, if the commit failed but the changes are there.
+std::string commit_repair(StoreTransaction& transaction, const std::vector<std::string>& what,
+                          const std::string& backup) {
+  try {
+    return transaction.commit([&](const Connection& again) {
+      return make_plan(again, transaction.name(), what).changes.empty();
+    });
+  } catch (const ToolError& error) {
+    throw ToolError(error.what() + ("; the store as it was is in " + backup));
+  }
+}
+
 // Nothing stays behind on failure but, when it is the commit that fails, the backup.
 Outcome repair_store(const RepairOptions& options, std::string& backup) {
   const std::string file = store_file(options.folder);
   require_store_in(options.folder, false);
-  const StoreTransaction transaction(file, file, "begin immediate");
-  Outcome outcome = make_plan(transaction, options.what);
+  StoreTransaction transaction(file, file, "begin immediate");
+  Outcome outcome = make_plan(transaction.connection(), file, options.what);
   if (outcome.changes.empty()) return outcome;
 
   backup = options.backup.empty() ? place_beside(options.folder) : options.backup;
@@ -298,7 +312,7 @@ Outcome repair_store(const RepairOptions& options, std::string& backup) {
   make_changes(transaction, outcome.changes);
   progress.advance(0);  // shown while the copy is put on the disk
   folder.keep();
-  transaction.commit();
+  outcome.commit_failure = commit_repair(transaction, options.what, backup);
   return outcome;
 }
 
@@ -308,7 +322,7 @@ Outcome try_repair(const RepairOptions& options) {
   const std::string copied = store_file(copy.folder());
   require_store(copied, name, false);
   const StoreTransaction transaction(copied, name, "begin immediate");
-  Outcome outcome = make_plan(transaction, options.what);
+  Outcome outcome = make_plan(transaction.connection(), name, options.what);
   make_changes(transaction, outcome.changes);
   return outcome;
 }
@@ -323,6 +337,7 @@ int run_repair(const RepairOptions& options) {
   } else {
     print_outcome(outcome, backup, options.dry_run);
   }
+  if (!outcome.commit_failure.empty()) throw ToolError(outcome.commit_failure);
   if (!backup.empty()) {
     require_output("the changes were made, and the store as it was is in " + backup);
   }

@@ -102,6 +102,7 @@ pid_t ToolTest::start(const Arguments& arguments, int out) {
   // Made before the fork: a thread may hold the memory's locks then.
   std::string temporary_files = "TMPDIR=" + copies();
   std::vector<char*> environment = {temporary_files.data()};
+  for (std::string& variable : variables) environment.push_back(variable.data());
   for (char** variable = environ; *variable != nullptr; ++variable) {
     if (std::string_view(*variable).substr(0, 7) != "TMPDIR=") environment.push_back(*variable);
   }

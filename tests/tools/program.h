@@ -102,6 +102,9 @@ class ToolTest : public testing::Test {
   // Set by a test that runs as root: the program is then run as a user who may not write.
   bool unprivileged = false;
 
+  // Added to the program's environment, as "NAME=value".
+  std::vector<std::string> variables;
+
   // Above 0: the program cannot write a file beyond so many bytes, as on a full disk.
   rlim_t largest_file = 0;
 

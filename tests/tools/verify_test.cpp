@@ -1359,7 +1359,9 @@ TEST_F(VerifyTest, CommitThatFailsOrIsInterruptedLeavesTheStoreAndTheCopy) {
   const std::string first = folder.file("first");
   const Outcome outcome = run({"verify", store(), "--repair", "counters", "--backup", first});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_NE(outcome.err.find("; nothing was changed; try again while the client rests\n"),
+  EXPECT_NE(outcome.err.find("; nothing was changed; try again while the client rests; the store "
+                             "as it was is in " +
+                             first + "\n"),
             std::string::npos)
       << outcome.err;
   EXPECT_EQ(corvan_test::rows(first + "/corvan", counter), Rows{"8"});

@@ -1,0 +1,169 @@
+// Import into stores that somebody has altered: triggers that drop or delete messages, ids that are
+// used up.
+
+#include <string>
+
+#include "tests/tools/program.h"
+
+namespace corvan_test {
+namespace {
+
+constexpr const char* kDropped = ": the store does not keep it: a trigger in its file drops it";
+
+class ImportIntoAlteredStore : public ToolTest {
+ protected:
+  // An empty store with this change.
+  void alter(const std::string& sql) {
+    import("");
+    plant(sql);
+  }
+  Outcome import_text(const std::string& text, const Arguments& more = {}) {
+    Arguments arguments = {"import", store(), "--user", "me", write("log.jsonl", text)};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run(arguments);
+  }
+  std::string place(int number) const {
+    return folder.file("log.jsonl") + ":" + std::to_string(number);
+  }
+  static std::string counts(const Outcome& outcome) {
+    return outcome.out.substr(0, outcome.out.find(';'));
+  }
+  Rows contents() const { return rows("select content from t_message order by id"); }
+  Rows sessions() const {
+    return rows("select session_id,unread_count,latest_id from t_session order by session_id");
+  }
+};
+
+// A line of its own conversation whose content is the word.
+std::string word(const std::string& text) {
+  return line({{"content", text}, {"session_id", "of " + text}});
+}
+
+constexpr const char* kDropSpam =
+    "create trigger spam before insert on t_message when new.content like 'spam%' "
+    "begin select raise(ignore); end";
+
+TEST_F(ImportIntoAlteredStore, MessageThatATriggerDropsEndsTheImport) {
+  alter(kDropSpam);
+  const Outcome outcome = import_text(word("a") + word("b") + word("spam") + word("c"));
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err, "corvan: " + place(3) + kDropped + "; nothing was stored from " +
+                             place(1) + " on; --skip-bad passes over such lines\n");
+  EXPECT_EQ(counts(outcome), "0 stored, 0 completed, 0 refused, 0 bad");
+  EXPECT_EQ(contents(), Rows{});
+  EXPECT_EQ(sessions(), Rows{});
+}
+
+TEST_F(ImportIntoAlteredStore, BatchesBeforeADroppedMessageStay) {
+  alter(kDropSpam);
+  const Outcome outcome =
+      import_text(word("a") + word("b") + word("c") + word("spam"), {"--batch", "2"});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(counts(outcome), "2 stored, 0 completed, 0 refused, 0 bad");
+  EXPECT_EQ(contents(), (Rows{"a", "b"}));
+}
+
+TEST_F(ImportIntoAlteredStore, SkipBadCountsDroppedMessagesAndLeavesNoTraceOfThem) {
+  alter(kDropSpam);
+  const Outcome outcome = import_text(word("spam 1") + word("a") + word("spam 2") + word("b") +
+                                          line({{"content", "spam 3"}, {"session_id", "of a"}}),
+                                      {"--skip-bad"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.err, "corvan: " + place(1) + kDropped + " (skipped)\n" +  //
+                             "corvan: " + place(3) + kDropped + " (skipped)\n" +
+                             "corvan: " + place(5) + kDropped + " (skipped)\n");
+  EXPECT_EQ(counts(outcome), "2 stored, 0 completed, 0 refused, 3 bad");
+  EXPECT_EQ(contents(), (Rows{"a", "b"}));
+  EXPECT_EQ(sessions(), (Rows{"of a|1|1", "of b|1|2"}));
+}
+
+TEST_F(ImportIntoAlteredStore, AllMessagesDroppedAreNoneStored) {
+  alter("create trigger void before insert on t_message begin select raise(ignore); end");
+  std::string text;
+  for (int i = 0; i < 20; ++i) text += word(std::to_string(i));
+  const Outcome outcome = import_text(text, {"--skip-bad", "--batch", "7"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(counts(outcome), "0 stored, 0 completed, 0 refused, 20 bad");
+  EXPECT_EQ(sessions(), Rows{});
+}
+
+TEST_F(ImportIntoAlteredStore, MessageThatATriggerDeletesIsNotStored) {
+  alter(
+      "create trigger gone after insert on t_message when new.content='gone' "
+      "begin delete from t_message where id=new.id; end");
+  const Outcome outcome = import_text(word("a") + word("gone"), {"--skip-bad"});
+  EXPECT_EQ(counts(outcome), "1 stored, 0 completed, 0 refused, 1 bad");
+  EXPECT_EQ(contents(), Rows{"a"});
+}
+
+TEST_F(ImportIntoAlteredStore, MessagesOfItsBatchThatATriggerDeletesLaterAreNotStored) {
+  alter(
+      "create trigger only_two after insert on t_message "
+      "begin delete from t_message where id<=new.id-2; end");
+  const Outcome outcome = import_text(word("a") + word("b") + word("c"));
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err.rfind("corvan: " + place(1) + kDropped, 0), 0U) << outcome.err;
+  EXPECT_EQ(contents(), Rows{});
+}
+
+TEST_F(ImportIntoAlteredStore, CompletionThatATriggerDropsIsNotCounted) {
+  const Json own = {{"sender", "me"}, {"is_receive", false}, {"client_uid", 7}};
+  Json named = own;
+  named["server_uid"] = "s7";
+  import(line(own));
+  plant("create trigger kept before update on t_message begin select raise(ignore); end");
+  const Outcome outcome = import_text(line(named), {"--skip-bad"});
+  EXPECT_EQ(counts(outcome), "0 stored, 0 completed, 0 refused, 1 bad");
+  EXPECT_EQ(rows("select server_uid from t_message"), Rows{""});
+}
+
+TEST_F(ImportIntoAlteredStore, TriggersThatOnlyWatchDropNothing) {
+  alter(
+      "create trigger shout after insert on t_message "
+      "begin update t_message set content=upper(content) where id=new.id; end");
+  const Outcome outcome = import_text(word("a") + word("b"));
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(counts(outcome), "2 stored, 0 completed, 0 refused, 0 bad");
+  EXPECT_EQ(contents(), (Rows{"A", "B"}));
+}
+
+constexpr const char* kNoIdLeft =
+    "no id is left for a new message: 9223372036854775807, the largest one, was given";
+
+TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhereSqliteReportsAFullDisk) {
+  alter("insert into t_message(id,session_id,session_type) values(9223372036854775807,'x',1)");
+  const Outcome outcome = import_text(word("a"));
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_NE(outcome.err.find(kNoIdLeft), std::string::npos) << outcome.err;
+  EXPECT_NE(outcome.err.find("; nothing was stored from " + place(1)), std::string::npos)
+      << outcome.err;
+  EXPECT_EQ(outcome.err.find("full"), std::string::npos) << outcome.err;
+}
+
+TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhenOnlyItsNumberIsLeft) {
+  alter("insert into sqlite_sequence(name,seq) values('t_message',9223372036854775807)");
+  const Outcome outcome = import_text(word("a"));
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_NE(outcome.err.find(kNoIdLeft), std::string::npos) << outcome.err;
+}
+
+// What the error tells the user to do.
+TEST_F(ImportIntoAlteredStore, ExportAndRestoreWithSmallerNumbersTakeMessagesAgain) {
+  import(word("a"));
+  plant("insert into t_message(id,session_id,session_type) values(9223372036854775807,'x',1)");
+  const std::string exported = folder.file("export.jsonl");
+  ASSERT_EQ(run({"export", store(), "--format", "jsonl", "--output", exported}).status, 0);
+  std::string text = read_file(exported);
+  for (std::size_t at = 0; (at = text.find("9223372036854775807")) != std::string::npos;) {
+    text.replace(at, 19, "2");
+  }
+  const std::string restored = folder.file("restored");
+  const Outcome outcome = run({"restore", write("smaller.jsonl", text), restored});
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  ASSERT_EQ(run({"import", restored, "--user", "me", write("log.jsonl", word("b"))}).status, 0);
+  EXPECT_EQ(corvan_test::rows(restored + "/corvan", "select id,content from t_message order by id"),
+            (Rows{"1|a", "2|", "3|b"}));
+}
+
+}  // namespace
+}  // namespace corvan_test

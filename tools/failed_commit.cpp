@@ -1,0 +1,41 @@
+#include "tools/failed_commit.h"
+
+#include <sqlite3.h>
+
+#include "tools/connection.h"
+#include "tools/tool_error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// Setting the version that the file has writes a page and changes no content.
+int write_without_effect(const Connection& connection) {
+  std::string version;
+  const int rc = connection.each_row("pragma user_version",
+                                     [&version](sqlite3_stmt* row) { version = text_at(row, 0); });
+  return rc == SQLITE_DONE ? connection.run("pragma user_version=" + version) : rc;
+}
+
+}  // namespace
+
+bool may_have_stored(int code) {
+  return (code & 0xff) == SQLITE_IOERR && code != SQLITE_IOERR_WRITE;
+}
+
+CommitOutcome settle_failed_commit(const std::string& file,
+                                   const std::function<bool(const Connection&)>& is_there) {
+  const Connection connection(file);
+  if (connection.run("begin immediate") != SQLITE_DONE) return CommitOutcome::kUnknown;
+  bool found = false;
+  try {
+    found = is_there(connection);
+  } catch (const ToolError&) {
+    return CommitOutcome::kUnknown;
+  }
+  if (write_without_effect(connection) != SQLITE_DONE) return CommitOutcome::kUnknown;
+  if (connection.run("commit") != SQLITE_DONE) return CommitOutcome::kUnknown;
+  return found ? CommitOutcome::kEverything : CommitOutcome::kNothing;
+}
+
+}  // namespace corvan_tool
