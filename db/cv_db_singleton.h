@@ -38,6 +38,10 @@ namespace Corvan {
 // was read until then is the result. Unless an operation says otherwise, an out-parameter keeps the
 // caller's value when nothing was found or the operation failed. Only std::bad_alloc may leave an
 // operation, which then has finalised its statements and ended its transaction.
+// A write that fails because its commit cannot be synced (SQLite's code 10) is rolled back, but it
+// stays in the write-ahead log. If the process is then killed, the next opening finds the write
+// committed. The next commit that succeeds takes it away, and so does closing the store. After a
+// restart, look whether such a write is there before you repeat it.
 // A missing statement or connection where one is required is a programming error and aborts the
 // process. When SQLite calls the open file damaged (11) or not a database (26) while a statement is
 // being prepared, the connection is closed and the file that open_db() opened last is deleted: the
@@ -147,9 +151,10 @@ class CvDbSingleton {
   // Begins a transaction; false when one is open already, which stays open.
   bool start_transaction();
 
-  // Commits. When that fails the transaction is rolled back and the answer is false. One that
-  // SQLite can do neither with, as when its memory ends, stays open: what follows joins it until
-  // the next commit or until the store is closed.
+  // Commits. When that fails the transaction is rolled back and the answer is false; if it was the
+  // sync that failed, the transaction may be there after a restart. One that SQLite can do neither
+  // with, as when its memory ends, stays open: what follows joins it until the next commit or until
+  // the store is closed.
   bool commit_transaction();
 
   // Moves the user's mark of received (`is_receive`) or sent messages forward to `sync_time`.
@@ -170,6 +175,10 @@ class CvDbSingleton {
   // found by its client uid that the server has not named yet is completed with `server_uid` and
   // `sent_time`, and its id returned (32-bit id). Own messages are looked up under the signed-in
   // user's id.
+  //
+  // If the sync of the insert failed, the message may be there after a restart, without its
+  // conversation having been brought up to date. Saved again then, it is found by its server uid or
+  // client uid; without either it is stored twice.
   //
   // The read status is derived: 1 for own messages and in chat rooms, else 0; `read_status` is not
   // stored. A `sent_time` below 1 becomes the clock's time. `history` (fetched, not live) and
