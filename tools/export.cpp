@@ -1,5 +1,7 @@
 #include "tools/export.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdint>
 #include <iostream>
@@ -36,7 +38,8 @@ void export_one_file(const ExportSource& source, const std::string& format, cons
                      ExportCounts& counts) {
   ExportOutput output(path, ExportOutput::kPresent, counts);
   if (format == "csv") {
-    export_csv(source, output, counts);
+    const bool is_shown = path.empty() && isatty(STDOUT_FILENO) != 0;
+    export_csv(source, output, is_shown ? CsvReader::kTerminal : CsvReader::kProgram, counts);
   } else {
     export_jsonl(source, output, counts);
   }

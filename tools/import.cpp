@@ -20,6 +20,7 @@
 #include "tools/progress.h"
 #include "tools/store_copy.h"
 #include "tools/store_transaction.h"
+#include "tools/text_table.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -104,7 +105,7 @@ class Import {
       }
       if (!options_.skip_bad) throw ToolError(source_.place() + ": " + *error);
       progress_.clear();
-      std::cerr << "corvan: " << source_.place() << ": " << *error << " (skipped)\n";
+      std::cerr << "corvan: " << printable(source_.place() + ": " + *error) << " (skipped)\n";
       ++counts_.bad;
     }
   }
@@ -112,7 +113,7 @@ class Import {
   void name_unknown_keys() {
     for (; named_keys_ < parser_.unknown_keys().size(); ++named_keys_) {
       progress_.clear();
-      std::cerr << "corvan: " << source_.place() << ": unknown key "
+      std::cerr << "corvan: " << printable(source_.place()) << ": unknown key "
                 << Json(parser_.unknown_keys()[named_keys_])
                        .dump(-1, ' ', true, Json::error_handler_t::replace)
                 << " is passed over, here and further on\n";
