@@ -101,8 +101,10 @@ int run_export(const ExportOptions& options) {
 constexpr const char* kExportResult =
     "  jsonl  every column of every row, for 'corvan restore' and for programs: text that is not\n"
     "         UTF-8, numbers of 64 bits and whatever else a row holds come back as they were\n"
-    "  csv    the messages with their conversation's title, for spreadsheets; a text that a\n"
-    "         spreadsheet would take for a formula gets an apostrophe in front\n"
+    "  csv    the messages with their conversation's title, for spreadsheets; what a spreadsheet\n"
+    "         would take for a formula gets an apostrophe in front; open it by the import dialog,\n"
+    "         with a comma as separator, UTF-8 and columns as text; on a terminal, control\n"
+    "         characters are escapes\n"
     "  html   pages to read in a browser, without network and scripts; --output names the folder\n"
     "Without SESSION and --type everything is exported, messages without a conversation included.\n"
     "An export of chosen conversations holds no sync times. What is at PLACE already is left alone\n"
