@@ -86,10 +86,10 @@ const std::vector<std::string>& shadows() {
       "alter table t_session add column rowid integer default 1",
       "alter table t_session add column RowID integer default 1",
       "alter table t_session add column \"rowid\" integer as (1)",
-      "alter table t_session add column rowid integer default 2;"
-      "alter table t_session add column _ROWID_ integer default 2",
-      "alter table t_session add column rowid text default '3';"
-      "alter table t_session add column oid text default '3'"};
+      R"(alter table t_session add column rowid integer default 2;
+         alter table t_session add column _ROWID_ integer default 2)",
+      R"(alter table t_session add column rowid text default '3';
+         alter table t_session add column oid text default '3')"};
   return all;
 }
 
@@ -146,7 +146,7 @@ TEST_F(ForeignSchemaTest, ColumnsOfRowIdNamesChangeNoExport) {
   EXPECT_EQ(said, "");
   const std::vector<std::string> as_html = html();
   const std::string as_csv = output({"export", store(), "--format", "csv"});
-  for (std::string shadow : shadows()) {
+  for (const std::string& shadow : shadows()) {
     for (const char* table : {"t_session", "t_message", "t_version"}) {
       SCOPED_TRACE(shadow + " of " + table);
       const std::string before = read_file(file());
