@@ -1,5 +1,7 @@
 #include "tools/export.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdint>
 #include <iostream>
@@ -36,7 +38,8 @@ void export_one_file(const ExportSource& source, const std::string& format, cons
                      ExportCounts& counts) {
   ExportOutput output(path, ExportOutput::kPresent, counts);
   if (format == "csv") {
-    export_csv(source, output, counts);
+    const bool is_shown = path.empty() && isatty(STDOUT_FILENO) != 0;
+    export_csv(source, output, is_shown ? CsvReader::kTerminal : CsvReader::kProgram, counts);
   } else {
     export_jsonl(source, output, counts);
   }
@@ -98,8 +101,10 @@ int run_export(const ExportOptions& options) {
 constexpr const char* kExportResult =
     "  jsonl  every column of every row, for 'corvan restore' and for programs: text that is not\n"
     "         UTF-8, numbers of 64 bits and whatever else a row holds come back as they were\n"
-    "  csv    the messages with their conversation's title, for spreadsheets; a text that a\n"
-    "         spreadsheet would take for a formula gets an apostrophe in front\n"
+    "  csv    the messages with their conversation's title, for spreadsheets; what a spreadsheet\n"
+    "         would take for a formula gets an apostrophe in front; open it by the import dialog,\n"
+    "         with a comma as separator, UTF-8 and columns as text; on a terminal, control\n"
+    "         characters are escapes\n"
     "  html   pages to read in a browser, without network and scripts; --output names the folder\n"
     "Without SESSION and --type everything is exported, messages without a conversation included.\n"
     "An export of chosen conversations holds no sync times. What is at PLACE already is left alone\n"

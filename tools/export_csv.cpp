@@ -8,6 +8,7 @@
 #include "tools/export_lines.h"
 #include "tools/names.h"
 #include "tools/progress.h"
+#include "tools/text_table.h"
 #include "tools/utf8.h"
 
 namespace corvan_tool {
@@ -65,35 +66,75 @@ std::string clean(const std::string& text) {
   return result;
 }
 
-// A spreadsheet program takes a text that begins so for a formula, and carries it out; East Asian
-// ones take the full-width signs for the others.
-bool looks_like_formula(const std::string& text) {
-  static constexpr std::array<std::string_view, 11> kBeginnings = {
-      "=", "+", "-", "@", "\t", "\r", "\n", "＝", "＋", "－", "＠"};
-  return std::any_of(kBeginnings.begin(), kBeginnings.end(), [&text](std::string_view beginning) {
-    return text.compare(0, beginning.size(), beginning) == 0;
-  });
+// Whether a spreadsheet program would carry out a cell that begins so. East Asian ones take the
+// full-width signs for the others. Quotes and blanks may be dropped from a cell.
+bool begins_formula(std::string_view text) {
+  static constexpr std::array<std::string_view, 8> kSigns = {"=",  "+",  "-",  "@",
+                                                             "＝", "＋", "－", "＠"};
+  text.remove_prefix(std::min(text.find_first_not_of("\" \t"), text.size()));
+  return std::any_of(kSigns.begin(), kSigns.end(),
+                     [text](std::string_view sign) { return text.substr(0, sign.size()) == sign; });
+}
+
+// Whether a new cell begins after the code point in a program whose fields are separated by
+// something else than commas: quotes do not hold such a program, since to it they stand within a
+// field. Blanks and colons separate fields only where the user asks for it, and in front of "-" or
+// "@" they are in many ordinary texts.
+bool ends_cell(int32_t c) {
+  switch (c) {
+    case ';':
+    case '|':
+    case '\t':
+    case 0x061B:  // the Arabic semicolon
+    case 0xFF1B:  // the full-width one
+    case '\n':
+    case '\v':
+    case '\f':
+    case '\r':
+    case 0x85:
+    case 0x2028:
+    case 0x2029:
+      return true;
+    default:
+      return c >= 0x1C && c <= 0x1F;
+  }
+}
+
+// The text with an apostrophe wherever a cell that it begins would be a formula.
+std::string without_formulas(std::string_view text) {
+  constexpr std::string_view kDropped = "\t\r\n";  // from the beginning of a cell
+  const bool begins_dropped = !text.empty() && kDropped.find(text[0]) != std::string_view::npos;
+  std::string result = begins_dropped || begins_formula(text) ? "'" : "";
+  result.reserve(text.size() + 1);
+  while (!text.empty()) {
+    const std::string_view before = text;
+    const int32_t c = take_code_point(text);
+    result += before.substr(0, before.size() - text.size());
+    if (ends_cell(c) && begins_formula(text)) result += '\'';
+  }
+  return result;
 }
 
 // In quotes, whether or not it needs them: some programs split records at other characters, too.
-std::string text_field(const std::string& stored) {
-  const std::string text = clean(stored);
-  std::string result = looks_like_formula(text) ? "\"'" : "\"";
+std::string text_field(const std::string& stored, CsvReader reader) {
+  std::string text = without_formulas(clean(stored));
+  if (reader == CsvReader::kTerminal) text = printable(text);
+  std::string result = "\"";
   for (const char c : text) result.append(c == '"' ? 2 : 1, c);
   return result + '"';
 }
 
 // As it stands, were it a text in a file of somebody else's.
-std::string number_field(sqlite3_stmt* row, int place) {
+std::string number_field(sqlite3_stmt* row, int place, CsvReader reader) {
   const int type = sqlite3_column_type(row, place);
   const std::string value = text_at(row, place);
-  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value) : value;
+  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, reader) : value;
 }
 
 template <typename NameOf>
-std::string code_field(sqlite3_stmt* row, int place, const NameOf& name_of) {
+std::string code_field(sqlite3_stmt* row, int place, CsvReader reader, const NameOf& name_of) {
   const Code code = code_at(row, place);
-  return code.number ? name_of(*code.number) : number_field(row, place);
+  return code.number ? name_of(*code.number) : number_field(row, place, reader);
 }
 
 std::string direction_name(int32_t direction) {
@@ -101,36 +142,37 @@ std::string direction_name(int32_t direction) {
   return direction == 1 ? "received" : std::to_string(direction);
 }
 
-std::string field_of(sqlite3_stmt* row, const CsvColumn& column) {
+std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvReader reader) {
   switch (column.meaning) {
     case kKind:
-      return code_field(row, column.place, kind_name);
+      return code_field(row, column.place, reader, kind_name);
     case kTime:
       return time_text(sqlite3_column_int64(row, column.place));
     case kDirection:
-      return code_field(row, column.place, direction_name);
+      return code_field(row, column.place, reader, direction_name);
     case kSentState:
-      return code_field(row, column.place, sent_status_name);
+      return code_field(row, column.place, reader, sent_status_name);
     case kReadState:
-      return code_field(row, column.place, read_status_name);
+      return code_field(row, column.place, reader, read_status_name);
     case kNumber:
-      return number_field(row, column.place);
+      return number_field(row, column.place, reader);
     case kText:
       break;
   }
-  return text_field(text_at(row, column.place));
+  return text_field(text_at(row, column.place), reader);
 }
 
 }  // namespace
 
-void export_csv(const ExportSource& source, ExportOutput& output, ExportCounts& counts) {
+void export_csv(const ExportSource& source, ExportOutput& output, CsvReader reader,
+                ExportCounts& counts) {
   const std::string where = source.is_partial() ? " where " + source.condition() : "";
   const int64_t all = source.rows_of("t_message");
   counts.sessions = source.number(
       "select count(*) from (select distinct session_type,session_id from t_message" + where + ")");
   Progress progress("messages", static_cast<std::uint64_t>(all));
 
-  std::string line = kByteOrderMark;
+  std::string line = reader == CsvReader::kTerminal ? "" : kByteOrderMark;
   for (const CsvColumn& column : kColumns) {
     line += std::string(column.place == 0 ? "" : ",") + column.heading;
   }
@@ -140,7 +182,7 @@ void export_csv(const ExportSource& source, ExportOutput& output, ExportCounts& 
                             line.clear();
                             for (const CsvColumn& column : kColumns) {
                               if (column.place != 0) line += ',';
-                              line += field_of(row, column);
+                              line += field_of(row, column, reader);
                             }
                             output.write(line + "\r\n");
                             ++counts.messages;

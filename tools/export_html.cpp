@@ -27,12 +27,18 @@ struct ConversationRow {
   int64_t row_id;
 };
 
+// The names of the row ids in SQL.
+struct RowIdNames {
+  std::string session;
+  std::string message;
+};
+
 std::string index_file(std::size_t page) {
   return page == 1 ? "index.html" : "index-" + std::to_string(page) + ".html";
 }
 
 // The list's order; messages without a conversation come last.
-std::vector<ConversationRow> conversations_of(const ExportSource& source) {
+std::vector<ConversationRow> conversations_of(const ExportSource& source, const RowIdNames& names) {
   std::vector<ConversationRow> places;
   const auto read_into = [&places](const char* table) {
     return [&places, table](sqlite3_stmt* row) {
@@ -40,12 +46,12 @@ std::vector<ConversationRow> conversations_of(const ExportSource& source) {
     };
   };
   source.store().each_row(
-      "select rowid from t_session where " + source.condition() +
-          " order by is_top desc,session_time desc,session_type desc,rowid desc",
+      "select " + names.session + " from t_session where " + source.condition() +
+          " order by is_top desc,session_time desc,session_type desc," + names.session + " desc",
       read_into("t_session"));
   source.require_all("t_session", static_cast<int64_t>(places.size()), source.rows_of("t_session"));
   source.store().each_row(
-      "select min(id) from t_message m where " + source.condition() +
+      "select min(" + names.message + ") from t_message m where " + source.condition() +
           " group by session_type,session_id having not exists("
           "select 1 from t_session s"
           " where s.session_id is m.session_id and s.session_type is m.session_type)",
@@ -53,11 +59,13 @@ std::vector<ConversationRow> conversations_of(const ExportSource& source) {
   return places;
 }
 
-HtmlConversation read_conversation(const ExportSource& source, const ConversationRow& place) {
+HtmlConversation read_conversation(const ExportSource& source, const ConversationRow& place,
+                                   const RowIdNames& names) {
   HtmlConversation c;
   c.has_row = std::string(place.table) == "t_session";
-  const std::string row =
-      std::string(" from ") + place.table + " where rowid=" + std::to_string(place.row_id);
+  const std::string row = std::string(" from ") + place.table + " where " +
+                          (c.has_row ? names.session : names.message) + "=" +
+                          std::to_string(place.row_id);
   c.messages = "from t_message where session_id is (select session_id" + row +
                ") and session_type is (select session_type" + row + ")";
   const std::string more =
@@ -182,12 +190,13 @@ void export_html(const ExportSource& source, const std::string& folder, ExportCo
   const std::string pages = folder + "/pages";
   std::error_code error;
   if (!std::filesystem::create_directory(pages, error)) fail_to_write(pages, error.message());
-  const std::vector<ConversationRow> places = conversations_of(source);
+  const RowIdNames names = {source.row_id("t_session"), source.row_id("t_message")};
+  const std::vector<ConversationRow> places = conversations_of(source, names);
   const int64_t all = source.rows_of("t_message");
   Progress progress("messages", static_cast<std::uint64_t>(all));
   IndexPage index(source, folder, places.size(), all, counts);
   for (std::size_t number = 1; number <= places.size(); ++number) {
-    const HtmlConversation conversation = read_conversation(source, places[number - 1]);
+    const HtmlConversation conversation = read_conversation(source, places[number - 1], names);
     const HtmlNewest newest =
         write_conversation(source, conversation, pages, number, counts, progress);
     index.add(entry(conversation, newest, number));

@@ -9,6 +9,7 @@
 #include "tools/export_lines.h"
 #include "tools/export_records.h"
 #include "tools/json_output.h"
+#include "tools/names.h"
 #include "tools/progress.h"
 #include "tools/schema.h"
 #include "tools/text_table.h"
@@ -20,7 +21,8 @@ namespace {
 // One table's part of the export.
 struct ExportPart {
   const ExportTable* table = nullptr;
-  std::string from;  // the statement's text from "from" on
+  std::string columns;  // in the statement's text
+  std::string from;     // the statement's text from "from" on
   int64_t rows = 0;
   int64_t written = 0;
 };
@@ -42,6 +44,8 @@ std::vector<ExportPart> parts_of(const ExportSource& source) {
     if (!is_wanted(table, source.is_partial()) || !has_table(source, table.name)) continue;
     ExportPart part;
     part.table = &table;
+    const bool has_row_id = table.columns[0].is_row_id();
+    part.columns = column_list(table, has_row_id ? source.row_id(table.name) : "");
     // Not by way of an index, which may lack rows of a damaged store.
     part.from = std::string(" from ") + table.name + " not indexed";
     if (table.is_by_session && source.is_partial()) part.from += " where " + source.condition();
@@ -67,11 +71,13 @@ void warn(const ExportSource& source, const std::string& text) {
 void add_more_columns(const ExportSource& source, const ExportTable& table, Names& names) {
   const auto is_known = [&table](const std::string& name) {
     return std::any_of(table.columns.begin(), table.columns.end(),
-                       [&name](const ExportColumn& column) { return name == column.name; });
+                       [&name](const ExportColumn& column) {
+                         return !column.is_row_id() && lower_case(name) == column.name;
+                       });
   };
-  source.store().each_row("select name from pragma_table_xinfo(" + quoted_text(table.name) + ")",
+  source.store().each_row("pragma table_xinfo(" + quoted_name(table.name) + ")",
                           [&](sqlite3_stmt* row) {
-                            const std::string name = text_at(row, 0);
+                            const std::string name = text_at(row, 1);
                             if (!is_known(name))
                               names.push_back(std::string("column ") + table.name + "." + name);
                           });
@@ -154,15 +160,15 @@ void add_counts(Json& record, const std::vector<ExportPart>& parts, int64_t Expo
 }  // namespace
 
 void export_jsonl(const ExportSource& source, ExportOutput& output, ExportCounts& counts) {
-  compare_with_new_store(source);
   std::vector<ExportPart> parts = parts_of(source);
+  compare_with_new_store(source);
   int64_t all = 0;
   for (const ExportPart& part : parts) all += part.rows;
   Progress progress("records", static_cast<std::uint64_t>(all));
 
   Json first = header(source);
   add_counts(first, parts, &ExportPart::rows);
-  output.write(first.dump() + "\n");
+  output.write(json_text(first) + "\n");
   std::string line;
   for (ExportPart& part : parts) {
     const ExportTable& table = *part.table;
@@ -177,14 +183,13 @@ void export_jsonl(const ExportSource& source, ExportOutput& output, ExportCounts
       ++part.written;
       progress.advance();
     };
-    source.store().each_row("select " + column_list(table) + part.from + " order by 1",
-                            write_record);
+    source.store().each_row("select " + part.columns + part.from + " order by 1", write_record);
     if (&table == &export_tables()[kSessions]) counts.sessions = part.written;
     if (&table == &export_tables()[kMessages]) counts.messages = part.written;
   }
   Json last = {{"type", kEndType}};
   add_counts(last, parts, &ExportPart::written);
-  output.write(last.dump() + "\n");
+  output.write(json_text(last) + "\n");
   output.close();
 }
 

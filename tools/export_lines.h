@@ -15,8 +15,10 @@ namespace corvan_tool {
 // of a message store is named on standard error and left out.
 void export_jsonl(const ExportSource& source, ExportOutput& output, ExportCounts& counts);
 
-// The messages, one a record, under a line of headings.
-void export_csv(const ExportSource& source, ExportOutput& output, ExportCounts& counts);
+// The messages, one a record, under a line of headings. For a terminal the texts are printable().
+enum class CsvReader { kProgram, kTerminal };
+void export_csv(const ExportSource& source, ExportOutput& output, CsvReader reader,
+                ExportCounts& counts);
 
 }  // namespace corvan_tool
 

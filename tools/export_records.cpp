@@ -52,10 +52,6 @@ std::optional<double> real_of(const std::string& text) {
   return value;
 }
 
-std::string json_text(std::string_view text) {
-  return Json(text).dump();
-}
-
 // A value in an object of one member, which says what the value is.
 std::string wrapped(const char* what, const std::string& json) {
   return std::string("{\"") + what + "\":" + json + "}";
@@ -71,16 +67,10 @@ std::string_view bytes_at(sqlite3_stmt* row, int place) {
           static_cast<std::size_t>(sqlite3_column_bytes(row, place))};
 }
 
-// Whether the text takes more room in JSON, which writes some control characters as six, than in
+// Whether the text takes more room in JSON, which writes control characters as six, than in
 // hexadecimal digits. The longest line that a restore reads has room for these.
 bool is_shorter_in_hex(std::string_view text) {
-  constexpr std::string_view kTwoCharacters = "\"\\\b\f\n\r\t";
-  std::size_t more = 0;
-  for (const char c : text) {
-    if (static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\') continue;
-    more += kTwoCharacters.find(c) == std::string_view::npos ? 5U : 1U;
-  }
-  return more > text.size();
+  return json_growth(text) > text.size();
 }
 
 // What is wrong where SQLite did not take a value.
@@ -171,10 +161,10 @@ const std::vector<ExportTable>& export_tables() {
   return tables;
 }
 
-std::string column_list(const ExportTable& table) {
+std::string column_list(const ExportTable& table, const std::string& row_id) {
   std::string list;
   for (const ExportColumn& column : table.columns) {
-    list += (list.empty() ? "" : ",") + std::string(column.name);
+    list += (list.empty() ? "" : ",") + (column.is_row_id() ? row_id : column.name);
   }
   return list;
 }

@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/json_output.h"
@@ -33,6 +34,8 @@ constexpr const char* kEndType = "end";
 struct ExportColumn {
   const char* name;
   bool is_text;  // otherwise a whole number
+  // Whether it is the row id itself rather than a column that has it.
+  bool is_row_id() const { return std::string_view(name) == "rowid"; }
 };
 
 struct ExportTable {
@@ -50,8 +53,9 @@ enum : std::size_t { kVersions, kSyncs, kSessions, kMessages, kSequences };
 // messages changes it.
 const std::vector<ExportTable>& export_tables();
 
-// The names of a table's columns as SQL takes them.
-std::string column_list(const ExportTable& table);
+// The names of a table's columns as SQL takes them, with `row_id` for the row id: a column of a
+// file may have that name.
+std::string column_list(const ExportTable& table, const std::string& row_id = "rowid");
 
 // Appends a value of a row as JSON.
 void append_value(std::string& line, sqlite3_stmt* row, int place, const ExportColumn& column);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/export_records.h"
+#include "tools/schema.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -59,6 +60,14 @@ int64_t ExportSource::rows_of(const std::string& table) const {
   return number("select count(*) from " + table + " not indexed where " + condition_);
 }
 
+std::string ExportSource::row_id(const std::string& table) const {
+  std::string name;
+  store_.require(find_row_id(store_.connection(), table, name));
+  if (!name.empty()) return name;
+  throw ToolError(store_.name() + ": " + no_row_id_text(table) +
+                  "; --format csv does without row ids");
+}
+
 void ExportSource::require_all(const std::string& table, int64_t found, int64_t all) const {
   if (found >= all) return;
   throw ToolError(
@@ -70,11 +79,11 @@ void ExportSource::require_all(const std::string& table, int64_t found, int64_t 
 
 void ExportSource::require_columns() const {
   for (const ExportTable& table : export_tables()) {
-    std::vector<std::string> present = {"rowid"};
-    store_.each_row("select name from pragma_table_info(" + quoted_text(table.name) + ")",
-                    [&present](sqlite3_stmt* row) { present.push_back(text_at(row, 0)); });
-    if (present.size() == 1) continue;  // only sqlite_sequence may be missing
+    std::vector<std::string> present;
+    store_.require(read_columns(store_.connection(), table.name, present));
+    if (present.empty()) continue;  // only sqlite_sequence may be missing
     for (const ExportColumn& column : table.columns) {
+      if (column.is_row_id()) continue;
       if (std::find(present.begin(), present.end(), column.name) != present.end()) continue;
       throw ToolError(store_.name() + ": table " + table.name + " has no column \"" + column.name +
                       "\"; only a store with the columns of this release can be exported");

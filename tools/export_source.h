@@ -31,6 +31,9 @@ class ExportSource {
   // The only number that a query gives.
   int64_t number(const std::string& sql) const;
 
+  // The name by which SQL reads a table's row ids. Throws ToolError when there is none.
+  std::string row_id(const std::string& table) const;
+
   // The number of a table's rows that are wanted, counted in the table itself: an index of a
   // damaged store may lack some.
   int64_t rows_of(const std::string& table) const;

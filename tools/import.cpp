@@ -16,6 +16,7 @@
 #include "tools/json_output.h"
 #include "tools/line_source.h"
 #include "tools/progress.h"
+#include "tools/text_table.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -88,14 +89,14 @@ class Import {
 
   void skip(const ImportEntry& entry, const std::string& why) {
     progress_.clear();
-    std::cerr << "corvan: " << entry.place << ": " << why << " (skipped)\n";
+    std::cerr << "corvan: " << printable(entry.place + ": " + why) << " (skipped)\n";
     ++counts_.bad;
   }
 
   void name_unknown_keys() {
     for (; named_keys_ < parser_.unknown_keys().size(); ++named_keys_) {
       progress_.clear();
-      std::cerr << "corvan: " << source_.place() << ": unknown key "
+      std::cerr << "corvan: " << printable(source_.place()) << ": unknown key "
                 << Json(parser_.unknown_keys()[named_keys_])
                        .dump(-1, ' ', true, Json::error_handler_t::replace)
                 << " is passed over, here and further on\n";

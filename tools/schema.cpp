@@ -78,11 +78,13 @@ int read_schema(const Connection& connection, Schema& schema) {
 
 int read_parts(const Connection& connection, Table& table) {
   int rc = connection.each_row(
-      "pragma table_info(" + quoted_name(table.name) + ")", [&table](sqlite3_stmt* row) {
+      "pragma table_xinfo(" + quoted_name(table.name) + ")", [&table](sqlite3_stmt* row) {
         std::string part = "column " + lower_case(text_at(row, 1) + " " + text_at(row, 2));
         if (sqlite3_column_int(row, 3) != 0) part += " not null";
         if (sqlite3_column_type(row, 4) != SQLITE_NULL) part += " default " + text_at(row, 4);
         if (sqlite3_column_int(row, 5) != 0) part += " primary key";
+        if (sqlite3_column_int(row, 6) == 1) part += " hidden";
+        if (sqlite3_column_int(row, 6) > 1) part += " generated";
         table.parts.push_back(part);
       });
   std::vector<std::string> keys;
@@ -106,6 +108,35 @@ int read_parts(const Connection& connection, Table& table) {
   return rc;
 }
 
+int read_columns(const Connection& connection, const std::string& table,
+                 std::vector<std::string>& names) {
+  return connection.each_row(
+      "pragma table_xinfo(" + quoted_name(table) + ")",
+      [&names](sqlite3_stmt* row) { names.push_back(lower_case(text_at(row, 1))); });
+}
+
+int find_row_id(const Connection& connection, const std::string& table, std::string& name) {
+  name.clear();
+  std::vector<std::string> columns;
+  const int rc = read_columns(connection, table, columns);
+  if (rc != SQLITE_DONE) return rc;
+  for (const char* const one : {"rowid", "_rowid_", "oid"}) {
+    if (std::find(columns.begin(), columns.end(), one) != columns.end()) continue;
+    const int read =
+        connection.run(std::string("select ") + one + " from " + quoted_name(table) + " limit 0");
+    if (read == SQLITE_DONE) name = one;
+    // A table that is WITHOUT ROWID has none of the names.
+    return read == SQLITE_ERROR ? SQLITE_DONE : read;
+  }
+  return SQLITE_DONE;
+}
+
+std::string no_row_id_text(const std::string& table) {
+  return "table " + table +
+         " has no row ids that SQL can name: it is WITHOUT ROWID, or has columns named rowid, "
+         "_rowid_ and oid; rename one of these in a copy of the store";
+}
+
 Schema new_schema() {
   const Connection scratch(":memory:");
   const auto require = [&scratch](int rc) {
@@ -121,7 +152,8 @@ Schema new_schema() {
 std::optional<int64_t> stored_bytes(const Connection& connection, const std::string& name) {
   std::optional<int64_t> bytes;
   connection.each_row(
-      "select sum(pgsize) from dbstat where name=?",
+      // A table of the file may have that name; in the temporary schema there is none.
+      "select sum(pgsize) from temp.dbstat('main') where name=?",
       [&bytes](sqlite3_stmt* row) { bytes = sqlite3_column_int64(row, 0); }, name);
   return bytes;
 }

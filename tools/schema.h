@@ -45,9 +45,21 @@ int read_schema(const Connection& connection, Schema& schema);
 // Likewise a table's parts.
 int read_parts(const Connection& connection, Table& table);
 
+// Likewise the names of all columns of a table, generated and hidden ones included, in lower case
+// as SQL compares them. A table that is not there has none.
+int read_columns(const Connection& connection, const std::string& table,
+                 std::vector<std::string>& names);
+
+// Likewise the name by which SQL reads a table's row ids: "rowid" unless a column has that name.
+// Empty when columns have all three such names, or the table is WITHOUT ROWID.
+int find_row_id(const Connection& connection, const std::string& table, std::string& name);
+
 // The bytes that a table or an index takes; nothing where SQLite was built without its table of
 // sizes.
 std::optional<int64_t> stored_bytes(const Connection& connection, const std::string& name);
+
+// What is wrong where find_row_id() found none, and what to do about it.
+std::string no_row_id_text(const std::string& table);
 
 // Whether two statements make the same table or index: they then differ at most in the case of
 // letters and in white space, and only outside of quotes. In doubt, as with comments, they must be

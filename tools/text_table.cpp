@@ -22,14 +22,6 @@ bool is_regional_indicator(utf8proc_int32_t c) {
   return c >= 0x1F1E6 && c <= 0x1F1FF;
 }
 
-// Whether showing the code point could move the cursor, change colours or reorder the line.
-bool drives_terminal(utf8proc_int32_t c) {
-  const bool turns_direction = (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) ||
-                               c == 0x200E || c == 0x200F || c == 0x061C;
-  return turns_direction || c == 0x2028 || c == 0x2029 ||
-         utf8proc_category(c) == UTF8PROC_CATEGORY_CC;
-}
-
 std::string escaped(utf8proc_int32_t c) {
   if (c == '\n') return "\\n";
   if (c == '\r') return "\\r";

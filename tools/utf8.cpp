@@ -26,6 +26,14 @@ int32_t take_code_point(std::string_view& text) {
   return size > 0 ? code_point : kReplacement;
 }
 
+bool drives_terminal(int32_t c) {
+  const bool is_control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
+  const bool is_line_end = c == 0x2028 || c == 0x2029;
+  const bool turns_direction = c == 0x061C || c == 0x200E || c == 0x200F ||
+                               (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x206F);
+  return is_control || is_line_end || turns_direction || c == 0xFEFF;
+}
+
 bool is_utf8(std::string_view text) {
   while (!text.empty()) {
     if (take_bytes(text).empty()) return false;

@@ -17,6 +17,10 @@ constexpr const char* kReplacementText = "\xEF\xBF\xBD";
 // none starts.
 int32_t take_code_point(std::string_view& text);
 
+// Whether showing the code point could move the cursor, change colours, turn the writing direction
+// or hide: control characters, line and paragraph separators, bidirectional controls, U+FEFF.
+bool drives_terminal(int32_t code_point);
+
 bool is_utf8(std::string_view text);
 
 // `text` with kReplacementText for each byte that belongs to no code point.

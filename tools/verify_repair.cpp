@@ -16,6 +16,7 @@
 #include "tools/connection.h"
 #include "tools/open_store.h"
 #include "tools/progress.h"
+#include "tools/schema.h"
 #include "tools/store_copy.h"
 #include "tools/store_transaction.h"
 #include "tools/text_table.h"
@@ -30,10 +31,11 @@ namespace {
 struct Change {
   const Kind* kind = nullptr;  // of the finding that it mends
   std::optional<ConversationKey> conversation;
-  std::string name;   // the column, the index or the table
-  Json old_value;     // null for an index that was not there
-  Json new_value;     // null for an index that is dropped
-  int64_t rowid = 0;  // of t_session, where it is a conversation's
+  std::string name;         // the column, the index or the table
+  Json old_value;           // null for an index that was not there
+  Json new_value;           // null for an index that is dropped
+  int64_t rowid = 0;        // of t_session, where it is a conversation's
+  std::string row_id_name;  // the name in SQL of that
 };
 
 // What a word stands for and cannot mend.
@@ -79,14 +81,15 @@ class RepairPlan {
     for (const Finding& finding : report_.findings) {
       if (!finding.mended || finding.kind->repair != word) continue;
       outcome_.changes.push_back(
-          {finding.kind, std::nullopt, finding.name, finding.stored, finding.derived});
+          {finding.kind, std::nullopt, finding.name, finding.stored, finding.derived, 0, ""});
     }
   }
 
   void set(const Kind* kind, const SessionRow& session, const std::string& column,
            int64_t old_value, int64_t new_value) {
     if (old_value == new_value) return;
-    outcome_.changes.push_back({kind, session.key, column, old_value, new_value, session.rowid});
+    outcome_.changes.push_back(
+        {kind, session.key, column, old_value, new_value, session.rowid, report_.session_row_id});
   }
 
   void mend_session(const SessionRow& session) {
@@ -130,6 +133,14 @@ class RepairPlan {
   Outcome outcome_;
 };
 
+// Conversations are changed by their row ids.
+void require_row_ids(const std::string& name, const std::vector<Change>& changes) {
+  for (const Change& change : changes) {
+    if (!change.conversation || !change.row_id_name.empty()) continue;
+    throw ToolError(name + ": nothing was changed; " + no_row_id_text("t_session"));
+  }
+}
+
 Outcome make_plan(const Connection& connection, const std::string& name,
                   const std::vector<std::string>& what) {
   const Report report = look_at_all(connection, name);
@@ -145,7 +156,9 @@ Outcome make_plan(const Connection& connection, const std::string& name,
                     ": its rows cannot be looked at; nothing was changed; "
                     "see 'corvan verify'");
   }
-  return RepairPlan(report, what).make();
+  Outcome outcome = RepairPlan(report, what).make();
+  require_row_ids(name, outcome.changes);
+  return outcome;
 }
 
 void change_index(const StoreTransaction& transaction, const Change& change) {
@@ -173,8 +186,12 @@ void make_change(const StoreTransaction& transaction, const Change& change) {
         connection.run("insert into sqlite_sequence(name,seq) values('t_message',?)", value));
     return;
   }
-  transaction.require(connection.run("update t_session set " + change.name + "=? where rowid=?",
-                                     value, change.rowid));
+  transaction.require(connection.run(
+      "update t_session set " + change.name + "=? where " + change.row_id_name + "=?", value,
+      change.rowid));
+  if (sqlite3_changes(connection.handle()) == 1) return;
+  throw ToolError(transaction.name() + ": the row of " + conversation_text(*change.conversation) +
+                  " is not found by its row id; nothing was changed; see 'corvan check'");
 }
 
 void make_changes(const StoreTransaction& transaction, const std::vector<Change>& changes) {

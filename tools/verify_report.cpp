@@ -131,6 +131,7 @@ Report look_at_all(const Connection& connection, const std::string& name) {
     RowFindings rows = look_at_rows(connection, name);
     append(report.findings, std::move(rows.findings));
     report.sessions = std::move(rows.sessions);
+    report.session_row_id = std::move(rows.session_row_id);
     report.messages = rows.messages;
     report.complete = rows.complete;
     if (rows.complete) append(report.findings, look_at_sequence(connection, rows.largest_id));

@@ -17,6 +17,7 @@ class Connection;
 struct Report {
   std::vector<Finding> findings;  // in the order of all_kinds_of_finding()
   std::vector<SessionRow> sessions;
+  std::string session_row_id;  // see RowFindings
   int64_t messages = 0;
   bool damaged = false;   // the file itself
   bool complete = false;  // all rows could be looked at

@@ -16,6 +16,7 @@
 #include "db/cv_db_records.h"
 #include "tools/connection.h"
 #include "tools/progress.h"
+#include "tools/schema.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -52,11 +53,13 @@ class RowChecks {
     // A row for each conversation that has one of them.
     find_twice(
         kind::kServerUidTwice,
-        "select session_id,session_type,server_uid,group_concat(id) from t_message "
+        "select session_id,session_type,server_uid,group_concat(cast(id as integer)) "
+        "from t_message "
         "where server_uid in(select server_uid from t_message where server_uid<>'' "
         "group by server_uid having count(*)>1) group by server_uid,session_id,session_type");
     find_twice(kind::kClientKeyTwice,
-               "select session_id,session_type,client_uid||' of '||sender,group_concat(id) "
+               "select session_id,session_type,client_uid||' of '||sender,"
+               "group_concat(cast(id as integer)) "
                "from t_message where client_uid>0 "
                "group by session_id,session_type,client_uid,sender having count(*)>1");
     read_sync();
@@ -151,25 +154,32 @@ class RowChecks {
     return sqlite3_column_type(row, column) == SQLITE_INTEGER;
   }
 
-  // Whether the columns from `first` on hold integers. `report` receives the name and the type of
-  // each other one.
-  template <typename Report>
-  static bool are_integers(sqlite3_stmt* row, int first, int end, const Report& report) {
+  // Whether the columns from `first` on, of these names, hold integers. `report` receives the name
+  // and the type of each other one. The row would name them as the file writes them.
+  template <std::size_t Count, typename Report>
+  static bool are_integers(sqlite3_stmt* row, int first,
+                           const std::array<const char*, Count>& names, const Report& report) {
     bool good = true;
-    for (int i = first; i < end; ++i) {
-      if (is_integer(row, i)) continue;
-      report(sqlite3_column_name(row, i), type_name(sqlite3_column_type(row, i)));
+    for (std::size_t i = 0; i < Count; ++i) {
+      const int place = first + static_cast<int>(i);
+      if (is_integer(row, place)) continue;
+      report(names.at(i), type_name(sqlite3_column_type(row, place)));
       good = false;
     }
     return good;
   }
 
   void read_sessions() {
-    each_row("t_session",
-             "select rowid,session_id,session_type,is_top,session_time,unread_count,mention_count,"
-             "silence,latest_id,read_time,receipt_time,draft<>'',typeof(session_id),typeof(title),"
-             "typeof(draft) from t_session not indexed",
-             [this](sqlite3_stmt* row) { take_session(row); });
+    const int rc = find_row_id(connection_, "t_session", result_.session_row_id);
+    if (rc != SQLITE_DONE) result_.session_row_id.clear();  // the rows tell the failure
+    const std::string row_id = result_.session_row_id.empty() ? "0" : result_.session_row_id;
+    each_row(
+        "t_session",
+        "select " + row_id +
+            ",session_id,session_type,is_top,session_time,unread_count,mention_count,"
+            "silence,latest_id,read_time,receipt_time,draft<>'',typeof(session_id),typeof(title),"
+            "typeof(draft) from t_session not indexed",
+        [this](sqlite3_stmt* row) { take_session(row); });
   }
 
   void take_session(sqlite3_stmt* row) {
@@ -184,7 +194,10 @@ class RowChecks {
     session.receipt_time = sqlite3_column_int64(row, 10);
     session.has_draft = sqlite3_column_int(row, 11) != 0;
 
-    are_integers(row, 2, 11, [&](const char* column, const char* type) {
+    static constexpr std::array<const char*, 9> kNumbers = {
+        "session_type", "is_top",    "session_time", "unread_count", "mention_count",
+        "silence",      "latest_id", "read_time",    "receipt_time"};
+    are_integers(row, 2, kNumbers, [&](const char* column, const char* type) {
       add(kind_of_number(type), session.key, column).stored = type;
       session.no_numbers.insert(column);
     });
@@ -256,7 +269,10 @@ class RowChecks {
     m.sent_time = sqlite3_column_int64(row, 7);
     result_.largest_id = std::max(result_.largest_id, m.id);
 
-    are_integers(row, 2, 9, [&](const char* column, const char* bad) {
+    static constexpr std::array<const char*, 7> kNumbers = {
+        "session_type", "direction", "sent_status", "read_status",
+        "is_mention",   "sent_time", "client_uid"};
+    are_integers(row, 2, kNumbers, [&](const char* column, const char* bad) {
       gather(kind_of_number(bad), key, m.id, column, bad);
     });
     static constexpr std::array<const char*, 5> kTexts = {"session_id", "object_name", "content",
@@ -423,9 +439,11 @@ class RowChecks {
                } else if (++users[user] == 2) {
                  add_sync(kind::kRowTwice, user, "user_id");
                }
-               const bool good = are_integers(row, 1, 3, [&](const char* column, const char* bad) {
-                 add_sync(kind_of_number(bad), user, column).stored = bad;
-               });
+               static constexpr std::array<const char*, 2> kMarks = {"receive_time", "sent_time"};
+               const bool good =
+                   are_integers(row, 1, kMarks, [&](const char* column, const char* bad) {
+                     add_sync(kind_of_number(bad), user, column).stored = bad;
+                   });
                if (!good) return;
                check_mark(user, "receive_time", sqlite3_column_int64(row, 1), newest_received_);
                check_mark(user, "sent_time", sqlite3_column_int64(row, 2), newest_own_);

@@ -4,6 +4,7 @@
 #define TOOLS_VERIFY_ROWS_H_
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "tools/verify_finding.h"
@@ -16,6 +17,7 @@ class Connection;
 struct RowFindings {
   std::vector<Finding> findings;
   std::vector<SessionRow> sessions;
+  std::string session_row_id;  // the name of the row ids of t_session in SQL; empty: it has none
   int64_t messages = 0;
   int64_t largest_id = 0;  // of a message
   bool complete = true;    // every row could be read

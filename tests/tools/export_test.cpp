@@ -52,15 +52,22 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
       {"'+1'", "'+1"},
       {"'-1'", "'-1"},
       {"'@a'", "'@a"},
-      {"char(9)||'=1'", "'\t=1"},
-      {"char(13)||'=1'", "'\r=1"},
-      {"char(10)||'=1'", "'\n=1"},
+      {"char(9)||'=1'", "'\t'=1"},
+      {"char(13)||'=1'", "'\r'=1"},
+      {"char(10)||'=1'", "'\n'=1"},
+      {"char(9)||'1'", "'\t1"},
+      {"' =1'", "' =1"},
       {"'＝1'", "'＝1"},
       {"'＋1'", "'＋1"},
       {"'－1'", "'－1"},
       {"'＠a'", "'＠a"},
       {"'1=1'", "1=1"},
-      {"'a;=1'", "a;=1"},
+      {"'a;=1'", "a;'=1"},
+      {"'a; +1;b;-1|@c'||char(9)||'=1'", "a;' +1;b;'-1|'@c\t'=1"},
+      {"'list:'||char(10)||'- milk'||char(13,10)||'- tea'", "list:\n'- milk\r\n'- tea"},
+      {"'a؛=1；＝2'||char(8232)||'=3'", "a؛'=1；'＝2\u2028'=3"},
+      {"'a;\"=1'", "a;'\"\"=1"},
+      {"'5 - 3 = 2 :-) a,b; c|d me@x;y'", "5 - 3 = 2 :-) a,b; c|d me@x;y"},
       {"cast(x'610062' as text)",
        "a\xEF\xBF\xBD"
        "b"},
@@ -77,6 +84,48 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
                   R"(1,group,"room","",2023-11-14 22:13:20,"u01",received,"CV:TxtMsg",")" + field +
                   "\",sent,unread,0,1700000000000,0,\"\"\r\n")
         << sql;
+  }
+}
+
+// The cells of a file as a program reads it that separates fields by `separator` and takes quotes
+// for such only at the beginning of a field.
+std::vector<std::string> cells(const std::string& csv, char separator) {
+  enum { kBegin, kPlain, kQuoted, kAfterQuote } state = kBegin;
+  std::vector<std::string> all(1);
+  for (const char c : csv) {
+    if (state == kBegin && c == '"') {
+      state = kQuoted;
+    } else if (state == kQuoted && c == '"') {
+      state = kAfterQuote;
+    } else if (state != kQuoted && (c == separator || c == '\n' || c == '\r')) {
+      all.emplace_back();
+      state = kBegin;
+    } else {
+      all.back() += c;
+      const bool goes_on = state == kQuoted || (state == kAfterQuote && c == '"');
+      state = goes_on ? kQuoted : kPlain;
+    }
+  }
+  return all;
+}
+
+TEST_F(ExportTest, NoProgramFindsAFormulaInCsv) {
+  import(line({}));
+  for (const char* const text :
+       {"=1+1", "x;=1+1", "x;\"=1+1", "x;\"\"\"=1+1", ";=1+1", "x;;=1;", "x|@y", "x\t-1", "x\n=1",
+        "x;\n=1\n", "x; =1", "x;\t=1", "\"x\";\"=1\"", "x;\" =1", "x\r\n+1;\r=1", "x\t\"\"+1"}) {
+    plant("update t_message set content='" + std::string(text) + "',sender=content,server_uid='" +
+          text + "',object_name=content,client_uid=content");
+    plant("update t_session set title='" + std::string(text) + "'");
+    const std::string csv = output({"export", store(), "--format", "csv"});
+    for (const char separator : {',', ';', '\t', '|'}) {
+      for (const std::string& cell : cells(csv, separator)) {
+        const std::size_t first = cell.find_first_not_of(" \t");
+        const bool is_formula =
+            first != std::string::npos && std::string("=+-@").find(cell[first]) < 4;
+        EXPECT_FALSE(is_formula) << cell << " with " << separator << " in " << csv;
+      }
+    }
   }
 }
 

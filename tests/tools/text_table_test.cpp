@@ -115,8 +115,9 @@ TEST(PrintableTest, NoControlCharacterIsLeft) {
 
 TEST(PrintableTest, TurnsOfDirectionBecomeEscapes) {
   EXPECT_EQ(printable("\u202egnp.exe"), "\\u202egnp.exe");
-  for (const char* turn : {"\u202a", "\u202b", "\u202c", "\u202d", "\u202e", "\u2066", "\u2067",
-                           "\u2068", "\u2069", "\u200e", "\u200f", "\u061c"}) {
+  for (const char* turn :
+       {"\u202a", "\u202b", "\u202c", "\u202d", "\u202e", "\u2066", "\u2067", "\u2068", "\u2069",
+        "\u200e", "\u200f", "\u061c", "\u206a", "\u206f", "\ufeff"}) {
     EXPECT_EQ(printable(turn).substr(0, 2), "\\u");
   }
   EXPECT_EQ(printable("שלום"), "שלום");
