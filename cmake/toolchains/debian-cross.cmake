@@ -22,5 +22,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_LIBDIR} "${sysroot}/usr/lib/${triplet}/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${sysroot}")
 
+# With its folder: tests start programs without a search for them.
+find_program(emulator_path "${CORVAN_CROSS_EMULATOR}" REQUIRED)
 set(CMAKE_CROSSCOMPILING_EMULATOR
-  "${CORVAN_CROSS_EMULATOR};-L;/usr/${triplet};-E;LD_LIBRARY_PATH=${sysroot}/usr/lib/${triplet}")
+  "${emulator_path};-L;/usr/${triplet};-E;LD_LIBRARY_PATH=${sysroot}/usr/lib/${triplet}")

@@ -1,5 +1,5 @@
 # Checks in the linker's MAP of PROGRAM that the library STORE went into it, and nothing of the library
-# BASE; then runs it with FOLDER and checks what it says.
+# BASE; then runs it with FOLDER, under the EMULATOR if there is one, and checks what it says.
 
 file(READ "${MAP}" map)
 string(FIND "${map}" "${STORE}" store)
@@ -11,7 +11,7 @@ if(NOT base EQUAL -1)
   message(FATAL_ERROR "${MAP}: the program links ${BASE}")
 endif()
 
-execute_process(COMMAND "${PROGRAM}" "${FOLDER}" OUTPUT_VARIABLE output RESULT_VARIABLE result)
+execute_process(COMMAND ${EMULATOR} "${PROGRAM}" "${FOLDER}" OUTPUT_VARIABLE output RESULT_VARIABLE result)
 set(expected
   "schema host-1 with host_note\n"
   "message 1 at 1700000000000: Hello!\n"
