@@ -127,6 +127,7 @@ class Import {
       throw ToolError(options_.folder + ": is no folder; name the store's");
     }
     if (error) throw ToolError(options_.folder + ": " + error.message());
+    require_regular_files(options_.folder);
     const std::string file = store_file(options_.folder);
     if (!std::filesystem::exists(file, error)) return;
     require_store_in(options_.folder, true);

@@ -1,11 +1,6 @@
 #include "tools/salvage_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <vector>
 
 #include "tools/tool_error.h"
@@ -89,43 +84,6 @@ bool reaches(PageNumber in_file, PageNumber committed,
 }
 
 }  // namespace
-
-ReadOnlyFile::ReadOnlyFile(const std::string& path, bool may_be_missing) : path_(path) {
-  // Not to wait for a writer where a pipe is in the place of the file.
-  fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd_ < 0) {
-    if (may_be_missing && errno == ENOENT) return;
-    throw ToolError(path + ": " + std::strerror(errno));
-  }
-  if (fstat(fd_, &status_) != 0 || !S_ISREG(status_.st_mode)) {
-    close(fd_);
-    throw ToolError(path + ": not a file");
-  }
-}
-
-ReadOnlyFile::~ReadOnlyFile() {
-  if (fd_ >= 0) close(fd_);
-}
-
-bool ReadOnlyFile::read(std::uint64_t at, std::size_t size, std::string& bytes) const {
-  bytes.resize(size);
-  std::size_t done = 0;
-  while (fd_ >= 0 && done < size) {
-    const ssize_t count = pread(fd_, &bytes[done], size - done, static_cast<off_t>(at + done));
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  return done == size;
-}
-
-bool ReadOnlyFile::has_changed() const {
-  struct stat now = {};
-  if (fd_ < 0) return stat(path_.c_str(), &now) == 0;
-  return fstat(fd_, &now) != 0 || now.st_size != status_.st_size ||
-         now.st_mtim.tv_sec != status_.st_mtim.tv_sec ||
-         now.st_mtim.tv_nsec != status_.st_mtim.tv_nsec;
-}
 
 struct DamagedFile::Frame {
   PageNumber page = 0;

@@ -3,8 +3,6 @@
 #ifndef TOOLS_SALVAGE_FILE_H_
 #define TOOLS_SALVAGE_FILE_H_
 
-#include <sys/stat.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -13,33 +11,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tools/regular_file.h"
 #include "tools/salvage_page.h"
 
 namespace corvan_tool {
-
-// Reads a file without ever writing to it or to anything beside it; keeps no page in memory.
-class ReadOnlyFile {
- public:
-  // Throws ToolError when it cannot be opened or is no regular file; with `may_be_missing` a file
-  // that is not there is an empty one.
-  ReadOnlyFile(const std::string& path, bool may_be_missing);
-  ReadOnlyFile(const ReadOnlyFile&) = delete;
-  ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
-  ~ReadOnlyFile();
-
-  std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
-
-  // False when not all of it could be read, as on a failing disk.
-  bool read(std::uint64_t at, std::size_t size, std::string& bytes) const;
-
-  // Whether something was written to it since it was opened.
-  bool has_changed() const;
-
- private:
-  const std::string path_;
-  int fd_ = -1;  // below 0: not there
-  struct stat status_ = {};
-};
 
 // The file with the committed pages of its write-ahead log laid over it, as SQLite would see it
 // if it could.

@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -110,12 +112,33 @@ TEST_F(UnfinishedTest, TellsWhatIsWrongWithAPlace) {
   EXPECT_EQ(error_of(place("none/a")), place("none") + ": no such folder; make it first");
 }
 
-// The command waits for a log that nobody writes, with its new folder made.
+// Changes a file all the time while it lives, so that a command that copies it goes on trying.
+class BusyWriter {
+ public:
+  explicit BusyWriter(const std::string& file)
+      : thread_([this, fd = open(file.c_str(), O_WRONLY | O_CLOEXEC)] {
+          for (std::uint64_t i = 0; !done_; ++i) {
+            if (pwrite(fd, &i, sizeof i, 4096) != sizeof i) break;
+          }
+          close(fd);
+        }) {}
+  BusyWriter(const BusyWriter&) = delete;
+  BusyWriter& operator=(const BusyWriter&) = delete;
+  ~BusyWriter() {
+    done_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> done_{false};
+  std::thread thread_;
+};
+
 class InterruptTest : public ToolTest {};
 
 TEST_F(InterruptTest, ASignalLeavesNothingUnfinished) {
   import(line({}));
-  ASSERT_EQ(mkfifo((file() + "-wal").c_str(), 0600), 0);
+  const BusyWriter writer(file());
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
     const pid_t pid = start({"backup", store(), folder.file("new")}, open("/dev/null", O_WRONLY));
     bool begun = false;
