@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/output_place.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -224,6 +225,7 @@ Unfinished::Unfinished(std::string place, bool is_folder) : place_(std::move(pla
     throw ToolError(place_ + ": is there already; name a place where nothing is");
   const std::string parent = fs::path(place_).parent_path().string();
   if (!parent.empty()) require_folder(parent);
+  require_no_store_file(place_);
   path_ = temporary_name(place_);
   // Between its making and its entry no interrupt may come.
   const std::lock_guard<std::mutex> lock(registry().mutex);

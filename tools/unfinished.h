@@ -34,7 +34,7 @@ class TemporaryFolder {
 class Unfinished {
  public:
   // Makes it, empty and its owner's alone. Throws ToolError when something is at `place` already,
-  // its parent folder is missing, or it cannot be made.
+  // its parent folder is missing, it is the name of a store's file, or it cannot be made.
   static Unfinished file(std::string place) { return {std::move(place), false}; }
   static Unfinished folder(std::string place) { return {std::move(place), true}; }
   Unfinished(const Unfinished&) = delete;

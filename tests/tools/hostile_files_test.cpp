@@ -209,6 +209,78 @@ TEST_F(HostileFilesTest, AFileMayEndInAHole) {
   EXPECT_EQ(read_file(folder.file("made/corvan")), content);
 }
 
+// Outputs.
+
+TEST_F(HostileFilesTest, NoOutputTakesTheNameOfAStoresFile) {
+  const std::string exported =
+      write("export.jsonl", output({"export", store(), "--format", "jsonl"}));
+  const std::string other = folder.file("other");
+  fs::create_directory(other);
+  write_file(other + "/corvan", "of any content");
+  fs::create_directory(store() + "/sub");
+  fs::create_directory_symlink(store(), folder.file("linked"));
+  const std::vector<std::string> places = {
+      store() + "/corvan-wal",          store() + "/corvan-shm",   store() + "/corvan-journal",
+      store() + "/./corvan-wal",        store() + "//corvan-wal/", store() + "/sub/../corvan-wal",
+      folder.file("linked/corvan-wal"), other + "/corvan-journal"};
+  for (const std::string& place : places) {
+    SCOPED_TRACE(place);
+    const std::vector<Arguments> commands = {
+        {"export", store(), "--format", "jsonl", "--output", place},
+        {"export", store(), "--format", "csv", "--output", place},
+        {"export", store(), "--format", "html", "--output", place},
+        {"backup", store(), place},
+        {"salvage", store(), place},
+        {"restore", exported, place}};
+    for (const Arguments& arguments : commands) {
+      const Rows before = names_in(store());
+      const Outcome outcome = run(arguments);
+      EXPECT_EQ(outcome.status, 2);
+      const std::string named = place.back() == '/' ? place.substr(0, place.size() - 1) : place;
+      EXPECT_EQ(outcome.err,
+                "corvan: " + named + ": the name of a store's own file; name another place\n");
+      EXPECT_EQ(names_in(store()), before);
+    }
+  }
+  EXPECT_EQ(names_in(other), Rows{"corvan"});
+}
+
+TEST_F(HostileFilesTest, ARepairKeepsNoCopyUnderTheNameOfAStoresFile) {
+  plant("update t_session set unread_count=77");
+  const Outcome outcome =
+      run({"verify", store(), "--repair", "counters", "--backup", store() + "/corvan-journal"});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err,
+            "corvan: " + store() +
+                "/corvan-journal: the name of a store's own file; name another place\n");
+  EXPECT_EQ(rows("select unread_count from t_session"), Rows{"77"});
+}
+
+TEST_F(HostileFilesTest, NoOutputTakesTheNameOfALogBesideAnyDatabase) {
+  // The store's file is a link: its log lies beside the file itself.
+  fs::rename(file(), folder.file("real.db"));
+  fs::create_symlink(folder.file("real.db"), file());
+  const Outcome outcome =
+      run({"export", store(), "--format", "csv", "--output", folder.file("real.db-wal")});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_FALSE(fs::exists(folder.file("real.db-wal")));
+  // A log whose file is gone is salvaged, and no new folder takes the file's name.
+  const std::string lost = folder.file("lost");
+  fs::create_directory(lost);
+  write_file(lost + "/corvan-wal", "a log");
+  EXPECT_EQ(run({"backup", store(), lost + "/corvan"}).status, 2);
+}
+
+TEST_F(HostileFilesTest, AnOutputMayHaveAStoresNameElsewhere) {
+  const std::string backups = folder.file("backups");
+  fs::create_directory(backups);
+  output({"backup", store(), backups + "/corvan"});
+  output({"export", store(), "--format", "csv", "--output", backups + "/corvan-wal"});
+  output({"export", store(), "--format", "csv", "--output", store() + "/corvan.csv"});
+  output({"export", store(), "--format", "csv", "--output", backups + "/notes-journal"});
+  EXPECT_EQ(names_in(backups), (Rows{"corvan", "corvan-wal", "notes-journal"}));
+}
+
 // A store whose file may only be read, in a folder that may be written.
 
 TEST_F(HostileFilesTest, WhatIsRefusedForAReadOnlyFileLeavesNothing) {
