@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/abandoned_folders.h"
 #include "tools/output_place.h"
 #include "tools/tool_error.h"
 
@@ -204,14 +205,18 @@ TemporaryFolder::TemporaryFolder() {
   std::error_code error;
   const fs::path parent = fs::temp_directory_path(error);
   if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
-  std::string name = (parent / "corvan-look-XXXXXX").string();
+  const std::string pattern = (parent / (std::string(kTemporaryPrefix) + "XXXXXX")).string();
   // Between its making and its entry no interrupt may come.
   const std::lock_guard<std::mutex> lock(registry().mutex);
-  if (mkdtemp(name.data()) == nullptr) {
-    throw ToolError(name + ": " + std::strerror(errno) +
-                    "; name a folder with room for a copy in TMPDIR");
+  while (lock_ == nullptr || !lock_->is_held()) {
+    std::string name = pattern;
+    if (mkdtemp(name.data()) == nullptr) {
+      throw ToolError(name + ": " + std::strerror(errno) +
+                      "; name a folder with room for a copy in TMPDIR");
+    }
+    path_ = name + "/";
+    lock_ = std::make_unique<FolderLock>(name);
   }
-  path_ = name + "/";
   registry().entries.push_back({path_, path_});
 }
 
