@@ -1,6 +1,7 @@
 #include "tools/salvage_file.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "tools/tool_error.h"
@@ -103,8 +104,10 @@ DamagedFile::DamagedFile(const std::string& path, bool with_log)
   read_log_header();
   find_page_size(header);
   const std::uint64_t pages = (main_.size() + page_size_ - 1) / page_size_;
-  page_count_ = static_cast<PageNumber>(std::min<std::uint64_t>(pages, UINT32_MAX - 1));
+  pages_in_file_ = static_cast<PageNumber>(std::min<std::uint64_t>(pages, UINT32_MAX - 1));
+  page_count_ = pages_in_file_;
   read_log();
+  find_pages();
   read_header();
 }
 
@@ -197,7 +200,7 @@ std::uint64_t DamagedFile::read_commits() {
     most_pages = std::max(most_pages, frame.committed);
     is_rewritten = is_rewritten || uncommitted.size() >= frame.committed;
     for (const auto& [page, at] : uncommitted) in_log_[page] = at;
-    uncommitted.clear();
+    uncommitted = {};  // clear() would take as long as the largest commit's, each time
     log_.used = number + 1;
     page_count_ = std::min(frame.committed, largest);
   }
@@ -233,6 +236,20 @@ void DamagedFile::find_unusable(std::uint64_t from, std::uint64_t broken) {
   // Without a commit behind the break they are what a transaction wrote that never ended.
   if (!log_.damaged) unusable_.clear();
   log_.unusable = unusable_.size();
+}
+
+void DamagedFile::find_pages() {
+  std::vector<PageRange> ranges;
+  for (const auto& [begin, end] : main_.data()) {
+    const std::uint64_t first = begin / page_size_ + 1;
+    const std::uint64_t last = std::min<std::uint64_t>((end - 1) / page_size_ + 1, page_count_);
+    if (first > last) break;
+    ranges.push_back({static_cast<PageNumber>(first), static_cast<PageNumber>(last)});
+  }
+  for (const auto& [page, frame] : in_log_) {
+    if (page <= page_count_) ranges.push_back({page, page});
+  }
+  there_ = PageSet(std::move(ranges));
 }
 
 void DamagedFile::read_header() {
