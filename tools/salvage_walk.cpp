@@ -18,7 +18,7 @@ constexpr IdRange kAll = {std::numeric_limits<std::int64_t>::min(),
 // for each that is there. A sound file needs one reading; a damaged one, in which wrong pointers
 // and old copies of pages lead to the same place, needs a few.
 constexpr std::uint8_t kMostReadings = 16;
-constexpr std::uint64_t kSomePages = 1000;
+constexpr std::uint64_t kSomePages = 100;
 
 constexpr std::uint64_t kLongestRow = std::numeric_limits<std::int32_t>::max();  // of SQLite
 
