@@ -6,15 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <filesystem>
 #include <regex>
 #include <string>
 #include <thread>
 
+#include "tests/tools/leased_file.h"
 #include "tests/tools/program.h"
 #include "tools/tool_error.h"
 
@@ -112,41 +111,18 @@ TEST_F(UnfinishedTest, TellsWhatIsWrongWithAPlace) {
   EXPECT_EQ(error_of(place("none/a")), place("none") + ": no such folder; make it first");
 }
 
-// Changes a file all the time while it lives, so that a command that copies it goes on trying.
-class BusyWriter {
- public:
-  explicit BusyWriter(const std::string& file)
-      : thread_([this, fd = open(file.c_str(), O_WRONLY | O_CLOEXEC)] {
-          for (std::uint64_t i = 0; !done_; ++i) {
-            if (pwrite(fd, &i, sizeof i, 4096) != sizeof i) break;
-          }
-          close(fd);
-        }) {}
-  BusyWriter(const BusyWriter&) = delete;
-  BusyWriter& operator=(const BusyWriter&) = delete;
-  ~BusyWriter() {
-    done_ = true;
-    thread_.join();
-  }
-
- private:
-  std::atomic<bool> done_{false};
-  std::thread thread_;
-};
-
 class InterruptTest : public ToolTest {};
 
 TEST_F(InterruptTest, ASignalLeavesNothingUnfinished) {
   import(line({}));
-  const BusyWriter writer(file());
+  write_file(file() + "-wal", "");
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+    // The command waits for the log, with its new folder made.
+    const LeasedFile log(file() + "-wal");
+    if (!log.is_held()) GTEST_SKIP() << "the file system has no leases";
     const pid_t pid = start({"backup", store(), folder.file("new")}, open("/dev/null", O_WRONLY));
-    bool begun = false;
-    for (int i = 0; i < 5000 && !begun; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      begun = listing(folder.path()).size() == 2;
-    }
-    EXPECT_TRUE(begun);
+    EXPECT_TRUE(log.wait_for_opener());
+    EXPECT_EQ(listing(folder.path()).size(), 2U);
     kill(pid, signal_number);
     EXPECT_EQ(wait(pid), -signal_number);
     EXPECT_EQ(listing(folder.path()).size(), 1U) << signal_number;
