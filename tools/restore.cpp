@@ -64,7 +64,12 @@ class LineError : public std::runtime_error {
 
 // The object in a line, as far as a record can need it.
 struct Record {
-  Json json;
+  Record() = default;
+  Record(const Record&) = delete;
+  Record& operator=(const Record&) = delete;
+  ~Record() = default;
+
+  Json json = Json::object();
   std::string unknown;  // the first key that no record has, which is not in `json`
   bool has_unknown = false;
 };
@@ -122,8 +127,10 @@ class RecordFilter {
     constexpr int kDeepest = 32;
     if (depth == 0 && is_array) throw LineError("not a JSON object");
     if (depth >= kDeepest) fail_field(field_, "nested too deeply");
-    if (depth == 1) is_in_array_ = is_array;
-    if (depth == 1) members_.clear();
+    if (depth == 1) {
+      is_in_array_ = is_array;
+      members_.clear();
+    }
     return depth <= 1;
   }
 
@@ -154,14 +161,13 @@ class RecordFilter {
   bool is_in_array_ = false;       // the field is one, which is kept without what it holds
 };
 
-// Throws LineError when a line holds no object.
-Record parse_record(const std::string& line) {
+// Fills a new record. Throws LineError when the line holds no object.
+void parse_record(const std::string& line, Record& record) {
   // The parser would take a zero byte for the end of the line.
   const std::size_t zero = line.find('\0');
   if (zero != std::string::npos) {
     throw LineError("not valid JSON at byte " + std::to_string(zero + 1));
   }
-  Record record;
   RecordFilter filter(record);
   try {
     record.json = Json::parse(line, [&filter](int depth, Json::parse_event_t event, Json& parsed) {
@@ -176,7 +182,6 @@ Record parse_record(const std::string& line) {
     throw LineError(what);
   }
   if (!record.json.is_object()) throw LineError("not a JSON object");
-  return record;
 }
 
 const Json& member(const Json& record, const char* name) {
@@ -362,7 +367,11 @@ class Restore {
     source_.limit(kLongestHeader);
     if (!next_line()) throw ToolError(name_ + ": empty, not an export");
     source_.limit(kLongestRecord);
-    at_line([this] { header_ = read_header(parse_record(line_)); });
+    at_line([this] {
+      Record record;
+      parse_record(line_, record);
+      header_ = read_header(record);
+    });
     Unfinished folder = Unfinished::folder(options_.folder);
     fill(store_file(folder.path()));
     folder.keep();
@@ -401,7 +410,8 @@ class Restore {
   }
 
   void take_record(NewStore& store) {
-    const Record parsed = parse_record(line_);
+    Record parsed;
+    parse_record(line_, parsed);
     const Json& record = parsed.json;
     const std::string type = text_in(record, "type");
     if (type == kEndType) {

@@ -284,15 +284,15 @@ TEST_F(RestoreTest, ALineOfAnyShapeIsRefusedWithoutMuchMemory) {
   import(line({}));
   std::vector<std::string> good;
   for (const Json& record : lines(exported())) good.push_back(record.dump() + "\n");
-  const std::size_t size = std::size_t{4} << 20;
-  const auto repeated = [size](const std::string& part) {
+  constexpr std::size_t kSize = std::size_t{4} << 20;
+  const auto repeated = [](const std::string& part) {
     std::string text;
-    text.reserve(size + part.size());
-    while (text.size() < size) text += part;
+    text.reserve(kSize + part.size());
+    while (text.size() < kSize) text += part;
     return text;
   };
   std::string many_keys;
-  for (int i = 0; many_keys.size() < size; ++i) many_keys += ",\"k" + std::to_string(i) + "\":0";
+  for (int i = 0; many_keys.size() < kSize; ++i) many_keys += ",\"k" + std::to_string(i) + "\":0";
   std::string many_members = many_keys.substr(1);
   const std::string message = good[3].substr(0, good[3].find("\"content\":\"hi\""));
   const std::string rest = good[3].substr(message.size() + 14);
