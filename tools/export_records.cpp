@@ -92,7 +92,7 @@ std::string bind_wrapped(sqlite3_stmt* stmt, int place, const Json& value) {
     return bound(sqlite3_bind_int64(stmt, place, content.get<int64_t>()));
   }
   if (what != "text" && what != "text_hex" && what != "blob_hex" && what != "real") {
-    return "unknown key \"" + what + "\"";
+    return "unknown key \"" + shortened(what) + "\"";
   }
   if (!content.is_string()) return "\"" + what + "\" must be a text";
   const auto& text = content.get_ref<const std::string&>();

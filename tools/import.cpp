@@ -26,7 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kLongestLine = 64;  // MiB
-constexpr const char* kDropped = "the store does not keep it: a trigger in its file drops it";
+constexpr const char* kNotKept = "the store does not keep it: a trigger in its file drops it";
 
 class Import {
  public:
@@ -110,11 +110,11 @@ class Import {
       const std::vector<std::size_t> dropped = store.save(batch_, counts_);
       if (dropped.empty()) return;
       if (!options_.skip_bad) {
-        throw ToolError(batch_[dropped.front()].place + ": " + kDropped +
+        throw ToolError(batch_[dropped.front()].place + ": " + kNotKept +
                         "; nothing was stored from " + batch_.front().place +
                         " on; --skip-bad passes over such lines");
       }
-      for (const std::size_t i : dropped) skip(batch_[i], kDropped);
+      for (const std::size_t i : dropped) skip(batch_[i], kNotKept);
       for (auto i = dropped.rbegin(); i != dropped.rend(); ++i) {
         batch_.erase(batch_.begin() + static_cast<std::ptrdiff_t>(*i));
       }

@@ -25,6 +25,7 @@ void prepare_folder(const std::string& folder) {
     throw ToolError(folder + ": is no folder; name the store's");
   }
   if (error) throw ToolError(folder + ": " + error.message());
+  require_regular_files(folder);
   const std::string file = store_file(folder);
   if (!std::filesystem::exists(file, error)) return;
   require_store_in(folder, true);

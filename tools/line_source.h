@@ -21,6 +21,9 @@ class LineSource {
   LineSource& operator=(const LineSource&) = delete;
   ~LineSource();
 
+  // From now on a line of more than `longest` MiB is an error.
+  void limit(std::size_t longest) { longest_ = longest; }
+
   // The next line without its end; false after the last one.
   bool next(std::string& line);
 
@@ -36,7 +39,7 @@ class LineSource {
   bool read_line(std::string& line);
   bool fill();
 
-  const std::size_t longest_;
+  std::size_t longest_;
   std::vector<Input> inputs_;
   std::size_t current_ = 0;
   std::size_t line_number_ = 0;

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <new>
 
+#include "tools/abandoned_folders.h"
 #include "tools/backup.h"
 #include "tools/command_line.h"
 #include "tools/commands.h"
@@ -64,6 +65,7 @@ int main(int argc, char** argv) {
   umask(umask(0) | S_IRWXG | S_IRWXO);  // what is made holds messages: it is its owner's alone
   std::ios::sync_with_stdio(false);     // writes standard output in blocks
   remove_unfinished_when_interrupted();
+  remove_abandoned_folders();
   try {
     return run(argc, argv);
   } catch (const std::bad_alloc&) {

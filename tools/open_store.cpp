@@ -1,7 +1,10 @@
 #include "tools/open_store.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "base/cv_utils.h"
@@ -55,6 +58,14 @@ bool holds_store_tables_with_log(const std::string& file) {
   return has_store_tables(connection);
 }
 
+// SQLite opens what may only be read all the same, and leaves a log and its index beside it.
+void require_writable(const std::string& file) {
+  if (faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0) return;
+  if (errno != EACCES && errno != EPERM && errno != EROFS) return;
+  throw ToolError(file + ": " + sqlite3_errstr(SQLITE_READONLY) +
+                  "; nothing was changed; make the file and its folder writable");
+}
+
 }  // namespace
 
 StoreState look_at_store(const std::string& file, const std::string& name, std::string& detail) {
@@ -105,10 +116,13 @@ void require_store(const std::string& file, const std::string& name, bool may_be
 
 void require_store_in(const std::string& folder, bool may_be_empty) {
   const std::string file = store_file(folder);
+  require_regular_files(folder);
   // A log counts as much as the file, and a wrong one makes a damaged store of it.
-  if (has_log(file) ? holds_store_tables_with_log(file) : holds_store_tables(file)) return;
-  const StoreCopy copy(folder);
-  require_store(store_file(copy.folder()), file, may_be_empty);
+  if (!(has_log(file) ? holds_store_tables_with_log(file) : holds_store_tables(file))) {
+    const StoreCopy copy(folder);
+    require_store(store_file(copy.folder()), file, may_be_empty);
+  }
+  require_writable(file);
 }
 
 OpenStore::OpenStore(const std::string& folder, const std::string& user) {

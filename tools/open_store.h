@@ -29,9 +29,9 @@ StoreState look_at_store(const std::string& file, const std::string& name, std::
 // Throws ToolError unless a store may be opened there; an empty one may when `may_be_empty`.
 void require_store(const std::string& file, const std::string& name, bool may_be_empty);
 
-// The same for the file in `folder`, which must exist and is looked at without changing it: what is
-// no store stays as it is, its log included. What does not show at once that it is one is copied
-// for that.
+// The same for the file in `folder`, which must exist, be writable and is looked at without
+// changing it: what is no store stays as it is, its log included. What does not show at once that
+// it is one is copied for that.
 void require_store_in(const std::string& folder, bool may_be_empty);
 
 // The messages that the store in this file holds as being sent. Throws ToolError when they cannot

@@ -26,6 +26,7 @@
 #include "tools/text_table.h"
 #include "tools/tool_error.h"
 #include "tools/unfinished.h"
+#include "tools/utf8.h"
 
 namespace corvan_tool {
 
@@ -36,6 +37,9 @@ using Clock = std::chrono::steady_clock;
 // SQLite holds no row that is longer than a billion bytes unless it is built otherwise; in an
 // export it takes at most about twice as many.
 constexpr std::size_t kLongestRecord = 2048;  // MiB
+
+// What is no export need not be read whole to be told so.
+constexpr std::size_t kLongestHeader = 1;  // MiB
 
 constexpr int64_t kMostRecords = int64_t{1} << 48;
 
@@ -55,40 +59,129 @@ class LineError : public std::runtime_error {
 };
 
 [[noreturn]] void fail_field(const std::string& name, const std::string& what) {
-  throw LineError("field \"" + name + "\": " + what);
+  throw LineError("field \"" + shortened(name) + "\": " + what);
 }
 
-// The object in a line. Throws LineError when it is none, or a key is in it twice.
-Json parse_record(const std::string& line) {
-  std::vector<std::set<std::string>> keys;  // of the objects that are open
-  std::string last;                         // of the keys
-  const auto watch = [&keys, &last](int /*depth*/, Json::parse_event_t event, Json& parsed) {
-    if (event == Json::parse_event_t::object_start) keys.emplace_back();
-    if (event == Json::parse_event_t::object_end) keys.pop_back();
-    if (event == Json::parse_event_t::key) {
-      const auto& name = parsed.get_ref<const std::string&>();
-      if (!keys.back().insert(name).second) fail_field(name, "given twice");
-      last = name;
+// The object in a line, as far as a record can need it.
+struct Record {
+  Record() = default;
+  Record(const Record&) = delete;
+  Record& operator=(const Record&) = delete;
+  ~Record() = default;
+
+  Json json = Json::object();
+  std::string unknown;  // the first key that no record has, which is not in `json`
+  bool has_unknown = false;
+};
+
+bool is_count(const std::string& key) {
+  const std::vector<ExportTable>& tables = export_tables();
+  return std::any_of(tables.begin(), tables.end(),
+                     [&key](const ExportTable& table) { return key == table.count; });
+}
+
+bool is_header_key(const std::string& key) {
+  static const std::set<std::string> known = {"format",       "corvan",      "schema_version",
+                                              "user_version", "export_time", "partial"};
+  return known.count(key) > 0 || is_count(key);
+}
+
+bool is_column(const ExportTable& table, const std::string& key) {
+  return std::any_of(table.columns.begin(), table.columns.end(),
+                     [&key](const ExportColumn& column) { return key == column.name; });
+}
+
+bool is_key_of_any_record(const std::string& key) {
+  const std::vector<ExportTable>& tables = export_tables();
+  return key == "type" || is_header_key(key) ||
+         std::any_of(tables.begin(), tables.end(),
+                     [&key](const ExportTable& table) { return is_column(table, key); });
+}
+
+// Says while a line is parsed what of it is kept: however long and deep the line is, a record has
+// the members of a record, and what these hold has two at most. Throws LineError for a key that is
+// given twice, for nesting without end, and for what is not an object.
+class RecordFilter {
+ public:
+  explicit RecordFilter(Record& record) : record_(record) {}
+
+  bool operator()(int depth, Json::parse_event_t event, const Json& parsed) {
+    switch (event) {
+      case Json::parse_event_t::object_start:
+      case Json::parse_event_t::array_start:
+        return keeps_nested(depth, event == Json::parse_event_t::array_start);
+      case Json::parse_event_t::key:
+        return depth == 1 ? keeps_field(parsed) : keeps_member(depth, parsed);
+      case Json::parse_event_t::value:
+        return !is_in_array_;
+      default:
+        return true;
     }
+  }
+
+  // The field in which parsing is; empty before the first.
+  const std::string& field() const { return field_; }
+
+ private:
+  bool keeps_nested(int depth, bool is_array) {
+    constexpr int kDeepest = 32;
+    if (depth == 0 && is_array) throw LineError("not a JSON object");
+    if (depth >= kDeepest) fail_field(field_, "nested too deeply");
+    if (depth == 1) {
+      is_in_array_ = is_array;
+      members_.clear();
+    }
+    return depth <= 1;
+  }
+
+  bool keeps_field(const Json& name) {
+    field_ = name.get_ref<const std::string&>();
+    is_in_array_ = false;
+    if (!is_key_of_any_record(field_)) {
+      if (!record_.has_unknown) record_.unknown = field_;
+      record_.has_unknown = true;
+      return false;
+    }
+    if (!fields_.insert(field_).second) fail_field(field_, "given twice");
     return true;
-  };
+  }
+
+  bool keeps_member(int depth, const Json& name) {
+    constexpr std::size_t kEnoughToRefuse = 2;
+    if (depth > 2 || members_.size() >= kEnoughToRefuse) return false;
+    const auto& member = name.get_ref<const std::string&>();
+    if (!members_.insert(member).second) fail_field(member, "given twice");
+    return true;
+  }
+
+  Record& record_;
+  std::string field_;
+  std::set<std::string> fields_;
+  std::set<std::string> members_;  // of the field's object
+  bool is_in_array_ = false;       // the field is one, which is kept without what it holds
+};
+
+// Fills a new record. Throws LineError when the line holds no object.
+void parse_record(const std::string& line, Record& record) {
   // The parser would take a zero byte for the end of the line.
   const std::size_t zero = line.find('\0');
   if (zero != std::string::npos) {
     throw LineError("not valid JSON at byte " + std::to_string(zero + 1));
   }
+  RecordFilter filter(record);
   try {
-    Json record = Json::parse(line, watch);
-    if (!record.is_object()) throw LineError("not a JSON object");
-    return record;
+    record.json = Json::parse(line, [&filter](int depth, Json::parse_event_t event, Json& parsed) {
+      return filter(depth, event, parsed);
+    });
   } catch (const Json::parse_error& error) {
     throw LineError("not valid JSON at byte " + std::to_string(error.byte) +
                     (error.byte > line.size() ? ", where it ends: cut off; export again" : ""));
   } catch (const Json::out_of_range&) {
     const std::string what = "a number is out of range";
-    if (!last.empty()) fail_field(last, what);
+    if (!filter.field().empty()) fail_field(filter.field(), what);
     throw LineError(what);
   }
+  if (!record.json.is_object()) throw LineError("not a JSON object");
 }
 
 const Json& member(const Json& record, const char* name) {
@@ -114,16 +207,11 @@ int64_t number_in(const Json& record, const char* name, int64_t least, int64_t l
 
 // Throws LineError when the record has another key.
 template <typename IsKnown>
-void require_known_keys(const Json& record, const IsKnown& is_known) {
-  for (const auto& [key, value] : record.items()) {
+void require_known_keys(const Record& record, const IsKnown& is_known) {
+  if (record.has_unknown) fail_field(record.unknown, "unknown");
+  for (const auto& [key, value] : record.json.items()) {
     if (key != "type" && !is_known(key)) fail_field(key, "unknown");
   }
-}
-
-bool is_count(const std::string& key) {
-  const std::vector<ExportTable>& tables = export_tables();
-  return std::any_of(tables.begin(), tables.end(),
-                     [&key](const ExportTable& table) { return key == table.count; });
 }
 
 // The numbers of records, in the order of the tables.
@@ -143,7 +231,8 @@ struct Header {
   RowCounts counts;
 };
 
-Header read_header(const Json& record) {
+Header read_header(const Record& line) {
+  const Json& record = line.json;
   if (record.value("type", Json()) != kHeaderType) {
     throw LineError("not an export: the first line must be of the type \"" +
                     std::string(kHeaderType) + "\", as 'corvan export --format jsonl' writes it; " +
@@ -152,11 +241,7 @@ Header read_header(const Json& record) {
   if (number_in(record, "format", 1, INT64_MAX) > kExportFormat) {
     fail_field("format", "made by a newer corvan; update");
   }
-  require_known_keys(record, [](const std::string& key) {
-    static const std::set<std::string> known = {"format",       "corvan",      "schema_version",
-                                                "user_version", "export_time", "partial"};
-    return known.count(key) > 0 || is_count(key);
-  });
+  require_known_keys(line, is_header_key);
   text_in(record, "corvan");
   if (!member(record, "schema_version").is_null()) text_in(record, "schema_version");
   number_in(record, "export_time", 0, INT64_MAX);
@@ -279,8 +364,14 @@ class Restore {
         source_({options.file}, kLongestRecord) {}
 
   void run() {
+    source_.limit(kLongestHeader);
     if (!next_line()) throw ToolError(name_ + ": empty, not an export");
-    at_line([this] { header_ = read_header(parse_record(line_)); });
+    source_.limit(kLongestRecord);
+    at_line([this] {
+      Record record;
+      parse_record(line_, record);
+      header_ = read_header(record);
+    });
     Unfinished folder = Unfinished::folder(options_.folder);
     fill(store_file(folder.path()));
     folder.keep();
@@ -319,10 +410,12 @@ class Restore {
   }
 
   void take_record(NewStore& store) {
-    const Json record = parse_record(line_);
+    Record parsed;
+    parse_record(line_, parsed);
+    const Json& record = parsed.json;
     const std::string type = text_in(record, "type");
     if (type == kEndType) {
-      require_known_keys(record, is_count);
+      require_known_keys(parsed, is_count);
       require_counts(counts_in(record));
       if (table_ < kSequences) store.clear_sequence();
       ended_ = true;
@@ -335,11 +428,8 @@ class Restore {
     }
     if (table_ < kSequences && table == kSequences) store.clear_sequence();
     table_ = table;
-    const std::vector<ExportColumn>& columns = export_tables()[table].columns;
-    require_known_keys(record, [&columns](const std::string& key) {
-      return std::any_of(columns.begin(), columns.end(),
-                         [&key](const ExportColumn& column) { return key == column.name; });
-    });
+    require_known_keys(
+        parsed, [table](const std::string& key) { return is_column(export_tables()[table], key); });
     store.insert(table, record);
     ++done_.at(table);
   }
@@ -349,7 +439,7 @@ class Restore {
     for (std::size_t i = 0; i < tables.size(); ++i) {
       if (type == tables[i].type) return i;
     }
-    fail_field("type", "unknown: \"" + type + "\"");
+    fail_field("type", "unknown: \"" + shortened(type) + "\"");
   }
 
   void require_counts(const RowCounts& at_end) const {

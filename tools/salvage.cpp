@@ -165,7 +165,8 @@ void print_pages(const SalvageReport& report) {
               << " pages are there\n";
   }
   std::uint64_t count = 0;
-  for (const BadPages& pages : report.bad_pages) count += pages.last - pages.first + 1;
+  for (const BadPages& pages : report.bad_pages)
+    count += pages.last - pages.first + std::uint64_t{1};
   if (count > 0) std::cout << count << " bad pages of " << report.page_size << " bytes:\n";
   for (std::size_t i = 0; i < report.bad_pages.size() && i < kShownBadPages; ++i) {
     const BadPages& pages = report.bad_pages[i];

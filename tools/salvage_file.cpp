@@ -1,11 +1,7 @@
 #include "tools/salvage_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <utility>
 #include <vector>
 
 #include "tools/tool_error.h"
@@ -90,43 +86,6 @@ bool reaches(PageNumber in_file, PageNumber committed,
 
 }  // namespace
 
-ReadOnlyFile::ReadOnlyFile(const std::string& path, bool may_be_missing) : path_(path) {
-  // Not to wait for a writer where a pipe is in the place of the file.
-  fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd_ < 0) {
-    if (may_be_missing && errno == ENOENT) return;
-    throw ToolError(path + ": " + std::strerror(errno));
-  }
-  if (fstat(fd_, &status_) != 0 || !S_ISREG(status_.st_mode)) {
-    close(fd_);
-    throw ToolError(path + ": not a file");
-  }
-}
-
-ReadOnlyFile::~ReadOnlyFile() {
-  if (fd_ >= 0) close(fd_);
-}
-
-bool ReadOnlyFile::read(std::uint64_t at, std::size_t size, std::string& bytes) const {
-  bytes.resize(size);
-  std::size_t done = 0;
-  while (fd_ >= 0 && done < size) {
-    const ssize_t count = pread(fd_, &bytes[done], size - done, static_cast<off_t>(at + done));
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  return done == size;
-}
-
-bool ReadOnlyFile::has_changed() const {
-  struct stat now = {};
-  if (fd_ < 0) return stat(path_.c_str(), &now) == 0;
-  return fstat(fd_, &now) != 0 || now.st_size != status_.st_size ||
-         now.st_mtim.tv_sec != status_.st_mtim.tv_sec ||
-         now.st_mtim.tv_nsec != status_.st_mtim.tv_nsec;
-}
-
 struct DamagedFile::Frame {
   PageNumber page = 0;
   PageNumber committed =
@@ -145,8 +104,10 @@ DamagedFile::DamagedFile(const std::string& path, bool with_log)
   read_log_header();
   find_page_size(header);
   const std::uint64_t pages = (main_.size() + page_size_ - 1) / page_size_;
-  page_count_ = static_cast<PageNumber>(std::min<std::uint64_t>(pages, UINT32_MAX - 1));
+  pages_in_file_ = static_cast<PageNumber>(std::min<std::uint64_t>(pages, UINT32_MAX - 1));
+  page_count_ = pages_in_file_;
   read_log();
+  find_pages();
   read_header();
 }
 
@@ -239,7 +200,7 @@ std::uint64_t DamagedFile::read_commits() {
     most_pages = std::max(most_pages, frame.committed);
     is_rewritten = is_rewritten || uncommitted.size() >= frame.committed;
     for (const auto& [page, at] : uncommitted) in_log_[page] = at;
-    uncommitted.clear();
+    uncommitted = {};  // clear() would take as long as the largest commit's, each time
     log_.used = number + 1;
     page_count_ = std::min(frame.committed, largest);
   }
@@ -275,6 +236,20 @@ void DamagedFile::find_unusable(std::uint64_t from, std::uint64_t broken) {
   // Without a commit behind the break they are what a transaction wrote that never ended.
   if (!log_.damaged) unusable_.clear();
   log_.unusable = unusable_.size();
+}
+
+void DamagedFile::find_pages() {
+  std::vector<PageRange> ranges;
+  for (const auto& [begin, end] : main_.data()) {
+    const std::uint64_t first = begin / page_size_ + 1;
+    const std::uint64_t last = std::min<std::uint64_t>((end - 1) / page_size_ + 1, page_count_);
+    if (first > last) break;
+    ranges.push_back({static_cast<PageNumber>(first), static_cast<PageNumber>(last)});
+  }
+  for (const auto& [page, frame] : in_log_) {
+    if (page <= page_count_) ranges.push_back({page, page});
+  }
+  there_ = PageSet(std::move(ranges));
 }
 
 void DamagedFile::read_header() {

@@ -3,8 +3,7 @@
 #ifndef TOOLS_SALVAGE_FILE_H_
 #define TOOLS_SALVAGE_FILE_H_
 
-#include <sys/stat.h>
-
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -13,33 +12,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tools/regular_file.h"
 #include "tools/salvage_page.h"
+#include "tools/salvage_pages.h"
 
 namespace corvan_tool {
-
-// Reads a file without ever writing to it or to anything beside it; keeps no page in memory.
-class ReadOnlyFile {
- public:
-  // Throws ToolError when it cannot be opened or is no regular file; with `may_be_missing` a file
-  // that is not there is an empty one.
-  ReadOnlyFile(const std::string& path, bool may_be_missing);
-  ReadOnlyFile(const ReadOnlyFile&) = delete;
-  ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
-  ~ReadOnlyFile();
-
-  std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
-
-  // False when not all of it could be read, as on a failing disk.
-  bool read(std::uint64_t at, std::size_t size, std::string& bytes) const;
-
-  // Whether something was written to it since it was opened.
-  bool has_changed() const;
-
- private:
-  const std::string path_;
-  int fd_ = -1;  // below 0: not there
-  struct stat status_ = {};
-};
 
 // The file with the committed pages of its write-ahead log laid over it, as SQLite would see it
 // if it could.
@@ -59,8 +36,15 @@ class DamagedFile {
   // Throws ToolError when the file cannot be opened, or is a log itself.
   DamagedFile(const std::string& path, bool with_log);
 
+  // The pages that the file or its log holds bytes of, up to page_count(). What the file has beside
+  // them is holes; what page_count() has beside these is not there at all.
+  const PageSet& pages_there() const { return there_; }
+  // The pages that the file itself reaches, holes included.
+  PageNumber pages_in_file() const { return std::min(pages_in_file_, page_count_); }
+
   std::size_t page_size() const { return page_size_; }
   std::size_t usable() const { return usable_; }
+  // The last commit of the log can claim pages that are nowhere.
   PageNumber page_count() const { return page_count_; }
   // The pages that the file says it has; 0 when it does not say.
   PageNumber declared_pages() const { return declared_pages_; }
@@ -100,6 +84,7 @@ class DamagedFile {
   void find_unusable(std::uint64_t from, std::uint64_t broken);
   bool read_frame(std::uint64_t number, Frame& frame) const;
   void read_header();
+  void find_pages();
   Checksum sum(Checksum start, std::string_view bytes) const;
 
   const ReadOnlyFile main_;
@@ -107,6 +92,8 @@ class DamagedFile {
   std::size_t page_size_ = 0;
   std::size_t usable_ = 0;
   PageNumber page_count_ = 0;
+  PageNumber pages_in_file_ = 0;
+  PageSet there_;
   PageNumber declared_pages_ = 0;
   PageNumber first_free_ = 0;
   bool header_is_sound_ = false;

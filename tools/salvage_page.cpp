@@ -9,6 +9,13 @@ namespace {
 
 constexpr std::size_t kSmallestCell = 4;  // what a page gives to a shorter one as well
 
+// Cells that overlap are taken, since one of them may be right, but not so many that a page gives
+// a multiple of its size.
+constexpr std::size_t kMostOverlap = 8;
+
+// SQLite can be built for no more columns.
+constexpr std::size_t kMostValues = 32767;
+
 // Where the header of a page's tree begins, and what it says.
 struct PageHeader {
   std::size_t begin = 0;
@@ -159,7 +166,8 @@ std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool 
   }
 
   std::size_t of_cells = 0;
-  for (std::size_t place = header.end; place < header.places_end; place += 2) {
+  const std::size_t most = kMostOverlap * usable;
+  for (std::size_t place = header.end; place < header.places_end && of_cells < most; place += 2) {
     const auto at = static_cast<std::size_t>(number_at(bytes, place, 2));
     std::size_t end = 0;
     if (at < header.places_end || at >= bytes.size()) continue;
@@ -182,7 +190,7 @@ bool parse_record(std::string_view record, std::uint64_t size, std::vector<Value
   std::uint64_t body = header.size();
   while (at < header.size()) {
     const auto type = take_number(header, at);
-    if (!type || *type == 10 || *type == 11) return false;
+    if (!type || *type == 10 || *type == 11 || values.size() == kMostValues) return false;
     static constexpr std::array<std::size_t, 10> kSizes = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0};
     const std::uint64_t value_size =
         *type >= 12 ? (*type - 12) / 2 : kSizes.at(static_cast<std::size_t>(*type));

@@ -206,7 +206,8 @@ SalvageStore::SalvageStore(const SalvageSchema& schema, const std::string& folde
   for (std::size_t i = 0; i < schema_.sequences; ++i) {
     const SalvageTable& table = schema_.tables[i];
     run("create table " + doubtful_table(table) + "(row_id,reason," + listed(table.columns) + ")");
-    run("create index " + doubtful_table(table) + "_id on doubtful_" + table.name + "(row_id)");
+    run("create index " + doubtful_table(table) + "_id on doubtful_" + table.name +
+        "(row_id,reason)");
     run("create table " + unreached_table(table) + "(row_id integer primary key)");
     run("create table " + named_table(table) + "(row_id integer primary key" +
         (i == schema_.messages ? ")" : "," + listed(table.columns) + ")"));
@@ -351,11 +352,9 @@ void SalvageStore::settle_doubtful(std::size_t table, const TableState& state) {
 // Where the tree was read whole, a name without a row is a damaged entry of an index.
 void SalvageStore::forget_false_names(std::size_t table, const TableState& state) const {
   const std::string from = "delete from " + named_table(schema_.tables[table]) + " where row_id";
-  std::vector<IdRange> ranges = state.missing;
-  std::sort(ranges.begin(), ranges.end());
   run(from + "<=0");
   std::int64_t looked_at = 0;  // up to this id
-  for (const auto& [first, last] : ranges) {
+  for (const auto& [first, last] : state.missing) {
     if (first > looked_at) {
       run(from + ">" + std::to_string(looked_at) + " and row_id<=" + std::to_string(first));
     }
@@ -384,15 +383,13 @@ std::int64_t SalvageStore::count_lost(std::size_t table) const {
 std::optional<std::int64_t> SalvageStore::lost_at_most(std::size_t table,
                                                        const TableState& state) const {
   if (table != schema_.messages || !sequence_) return std::nullopt;
-  std::vector<IdRange> ranges = state.missing;
-  std::sort(ranges.begin(), ranges.end());
   std::int64_t lost = 0;
   std::int64_t counted = 0;  // up to this id
   const SalvageTable& shape = schema_.tables[table];
   const std::string count_rows = "select count(*) from " + shape.name + " where rowid between ";
   const std::string count_doubtful =
       "select count(distinct row_id) from " + doubtful_table(shape) + " where row_id between ";
-  for (const auto& [first, last] : ranges) {
+  for (const auto& [first, last] : state.missing) {
     const std::int64_t from = std::max(first, counted);
     const std::int64_t to = std::min(last, *sequence_);
     if (from >= to) continue;

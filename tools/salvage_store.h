@@ -9,10 +9,10 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tools/connection.h"
+#include "tools/salvage_ids.h"
 #include "tools/salvage_tables.h"
 #include "tools/unfinished.h"
 
@@ -27,14 +27,11 @@ struct FoundRow {
   bool is_in_log = false;   // its page was taken from the log
 };
 
-// Row ids behind the first up to the second that were on pages that cannot be read.
-using IdRange = std::pair<std::int64_t, std::int64_t>;
-
 // What is known about a table before its losses are counted.
 struct TableState {
   bool is_whole = false;       // every page of its tree was read without a fault
   bool has_all_names = false;  // and every page of an index with all its rows
-  std::vector<IdRange> missing;
+  IdRanges missing;            // ids that were on pages that cannot be read
 };
 
 // What came of a table's rows.

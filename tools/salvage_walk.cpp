@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "tools/schema.h"
+#include "tools/utf8.h"
 
 namespace corvan_tool {
 
@@ -12,6 +13,14 @@ namespace {
 
 constexpr IdRange kAll = {std::numeric_limits<std::int64_t>::min(),
                           std::numeric_limits<std::int64_t>::max()};
+
+// How often a page is read along pointers, and how many pages may be read as continuations of rows
+// for each that is there. A sound file needs one reading; a damaged one, in which wrong pointers
+// and old copies of pages lead to the same place, needs a few.
+constexpr std::uint8_t kMostReadings = 16;
+constexpr std::uint64_t kSomePages = 100;
+
+constexpr std::uint64_t kLongestRow = std::numeric_limits<std::int32_t>::max();  // of SQLite
 
 bool is_within(std::int64_t key, const IdRange& range) {
   return key > range.first && key <= range.second;
@@ -43,11 +52,13 @@ SalvageWalk::SalvageWalk(const DamagedFile& file, const SalvageSchema& schema, S
     : file_(file),
       schema_(schema),
       store_(store),
-      uses_(file.page_count(), Use::kUnknown),
+      uses_(file.pages_there().count(), Use::kUnknown),
+      visits_(file.pages_there().count(), 0),
+      continuations_left_(kMostReadings * file.pages_there().count() + kSomePages),
       states_(schema.tables.size()),
       added_columns_(schema.tables.size(), 0),
       index_is_whole_(schema.indexes.size(), false),
-      progress_("pages", file.page_count()) {}
+      progress_("pages", file.pages_there().count()) {}
 
 void SalvageWalk::run() {
   find_free_pages();
@@ -58,33 +69,45 @@ void SalvageWalk::run() {
   look_at_lost_commits();
 }
 
-void SalvageWalk::note(PageNumber page, PageNumber parent, const std::string& what) {
-  if (page > 0 && page <= std::max(file_.page_count(), file_.declared_pages())) {
-    bad_.push_back({page, page, (is_page(page) ? "" : "beyond the end: ") + what});
-  } else if (parent > 0) {
-    bad_.push_back({parent, parent, what + ", damaged in part"});
+SalvageWalk::Use SalvageWalk::use(PageNumber page) const {
+  if (const auto place = file_.pages_there().place_of(page)) return uses_[*place];
+  const auto found = hole_uses_.find(page);
+  return found == hole_uses_.end() ? Use::kUnknown : found->second;
+}
+
+void SalvageWalk::set_use(PageNumber page, Use use) {
+  if (const auto place = file_.pages_there().place_of(page)) {
+    uses_[*place] = use;
+  } else if (page <= file_.pages_in_file()) {
+    hole_uses_[page] = use;
   }
 }
 
-std::vector<BadPages> SalvageWalk::bad_pages() const {
-  std::vector<BadPages> pages = bad_;
-  std::stable_sort(pages.begin(), pages.end(),
-                   [](const BadPages& a, const BadPages& b) { return a.first < b.first; });
-  std::vector<BadPages> result;
-  for (const BadPages& page : pages) {
-    if (!result.empty() && page.first == result.back().last) continue;
-    if (!result.empty() && page.first == result.back().last + 1 &&
-        page.what == result.back().what) {
-      ++result.back().last;
-    } else {
-      result.push_back(page);
-    }
+bool SalvageWalk::may_enter(PageNumber page) {
+  const auto place = file_.pages_there().place_of(page);
+  return place && uses_[*place] != Use::kTree && visits_[*place] < kMostReadings &&
+         ++visits_[*place] > 0;
+}
+
+void SalvageWalk::note(PageNumber page, PageNumber parent, const std::string& what) {
+  const bool is_there = file_.pages_there().place_of(page).has_value();
+  const bool is_named =
+      is_there || (page > 0 && page <= std::max(file_.page_count(), file_.declared_pages()) &&
+                   noted_missing_ <= file_.pages_there().count() + kSomePages);
+  if (is_named) {
+    bad_.add(page, (is_page(page) ? "" : "beyond the end: ") + what);
+    if (!is_there) ++noted_missing_;
+  } else if (parent > 0) {
+    bad_.add(parent, what + ", damaged in part");
   }
-  return result;
 }
 
 std::uint64_t SalvageWalk::zero_pages() const {
-  return static_cast<std::uint64_t>(std::count(uses_.begin(), uses_.end(), Use::kZero));
+  auto count = static_cast<std::uint64_t>(std::count(uses_.begin(), uses_.end(), Use::kZero));
+  for (const PageRange& hole : file_.pages_there().gaps(1, file_.pages_in_file())) {
+    count += hole.last - hole.first + std::uint64_t{1};
+  }
+  return count - hole_uses_.size();
 }
 
 void SalvageWalk::find_free_pages() {
@@ -119,7 +142,7 @@ std::optional<Page> SalvageWalk::enter(PageNumber number, PageNumber parent, boo
                                        const std::string& name, std::string& bytes) {
   std::optional<Page> page;
   const bool is_new = is_page(number) && use(number) != Use::kTree;
-  if (is_new && file_.read(number, bytes)) page = parse(number, bytes);
+  if (may_enter(number) && file_.read(number, bytes)) page = parse(number, bytes);
   if (page && is_table(page->type) == is_table_tree) {
     if (!page->sound) note(number, parent, name + ", damaged in part");
     return page;
@@ -175,11 +198,11 @@ std::vector<SalvageWalk::Step> SalvageWalk::steps_from(const Page& page, const S
 }
 
 void SalvageWalk::walk_table(const Tree& tree, TableState& state, const ReadLeaf& read) {
-  const std::string what = "a page of " + tree.name;
+  const std::string what = "a page of " + shortened(tree.name);
   state.is_whole = true;
   const auto miss = [&state](const IdRange& range) {
     state.is_whole = false;
-    state.missing.push_back(range);
+    state.missing.add(range);
   };
   std::vector<Step> steps = {{tree.root, 0, kAll, kAll}};
   std::string bytes;
@@ -214,7 +237,7 @@ void SalvageWalk::walk_table(const Tree& tree, TableState& state, const ReadLeaf
 }
 
 bool SalvageWalk::walk_index(const Tree& tree, const SalvageIndex* index) {
-  const std::string what = "a page of index " + tree.name;
+  const std::string what = "a page of index " + shortened(tree.name);
   bool is_whole = true;
   std::vector<std::pair<PageNumber, PageNumber>> pages = {{tree.root, 0}};
   std::string bytes;
@@ -259,8 +282,8 @@ bool SalvageWalk::read_record(std::string_view page, const Cell& cell, bool is_r
                               std::string& record) {
   record.assign(held_part(page, cell));
   if (cell.continuation == 0 && cell.held == cell.size) return true;
-  const std::uint64_t most = std::uint64_t{file_.page_count()} * file_.page_size();
-  if (cell.size > most) return false;
+  const std::uint64_t most = std::uint64_t{file_.pages_there().count()} * file_.page_size();
+  if (cell.size > std::min<std::uint64_t>(most, kLongestRow)) return false;
   std::vector<PageNumber> chain;
   std::string bytes;
   PageNumber next = cell.continuation;
@@ -269,6 +292,8 @@ bool SalvageWalk::read_record(std::string_view page, const Cell& cell, bool is_r
         !is_page(next) || use(next) == Use::kTree || (is_reached && use(next) == Use::kOverflow);
     const auto part = static_cast<std::size_t>(
         std::min<std::uint64_t>(file_.usable() - 4, cell.size - record.size()));
+    if (continuations_left_ == 0) return false;
+    --continuations_left_;
     if (is_taken || file_.held(next) < 4 + part || !file_.read(next, bytes)) {
       note(is_page(next) && is_taken ? 0 : next, 0, "the continuation of a row");
       return false;
@@ -297,7 +322,7 @@ void SalvageWalk::read_schema() {
                            has_shape(values, kSchemaShape, false) &&
                            values[3].kind == Value::kInteger;
       if (!is_read) {
-        states_[schema_.sequences].missing.push_back(kAll);
+        states_[schema_.sequences].missing.add(kAll);
         continue;
       }
       leave_out(values);
@@ -348,7 +373,7 @@ void SalvageWalk::walk_tables() {
       continue;
     }
     const auto table = static_cast<std::size_t>(found - schema_.tables.begin());
-    find_added_columns(table, tree);
+    if (!is_found[table]) find_added_columns(table, tree);
     walk_table(tree, states_[table],
                [this, table](const Leaf& leaf) { return read_rows(table, leaf); });
     is_found[table] = true;
@@ -357,7 +382,7 @@ void SalvageWalk::walk_tables() {
     if (is_found[table]) continue;
     states_[table] = {};
     states_[table].is_whole = schema_is_whole_;
-    if (!schema_is_whole_) states_[table].missing.push_back(kAll);
+    if (!schema_is_whole_) states_[table].missing.add(kAll);
   }
 }
 
@@ -450,13 +475,11 @@ void SalvageWalk::add_row(std::size_t table, const Leaf& leaf, const Cell& cell,
 void SalvageWalk::lose_row(std::size_t table, const Cell& cell) {
   store_.name(table, cell.key);
   states_[table].is_whole = false;
-  if (cell.key > kAll.first) states_[table].missing.emplace_back(cell.key - 1, cell.key);
+  if (cell.key > kAll.first) states_[table].missing.add({cell.key - 1, cell.key});
 }
 
 bool SalvageWalk::is_missing(std::size_t table, std::int64_t row_id) const {
-  const std::vector<IdRange>& missing = states_[table].missing;
-  return std::any_of(missing.begin(), missing.end(),
-                     [row_id](const IdRange& range) { return is_within(row_id, range); });
+  return states_[table].missing.has(row_id);
 }
 
 // The table that most of the page's records are of the shape of. The version's single text is no
@@ -521,14 +544,19 @@ void SalvageWalk::look_at_other_leaf(const Leaf& leaf, bool is_free) {
 
 void SalvageWalk::look_at_other_pages() {
   std::string bytes;
-  for (PageNumber number = 1; number <= file_.page_count(); ++number) {
-    if (use(number) != Use::kUnknown && use(number) != Use::kFree) continue;
+  file_.pages_there().each([&](PageNumber number) {
+    if (use(number) != Use::kUnknown && use(number) != Use::kFree) return;
     progress_.advance();
     if (file_.read(number, bytes)) look_at_other_page(number, bytes);
-  }
+  });
   // Only now: the continuation of a row may lie before its page.
-  for (PageNumber number = 1; number <= file_.page_count(); ++number) {
+  file_.pages_there().each([&](PageNumber number) {
     if (use(number) == Use::kUnknown) note(number, 0, "not recognised");
+  });
+  if (file_.page_count() == file_.pages_in_file()) return;
+  for (const PageRange& range :
+       file_.pages_there().gaps(file_.pages_in_file() + 1, file_.page_count())) {
+    bad_.add(range, "neither in the file nor in the log");
   }
 }
 

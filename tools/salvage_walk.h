@@ -9,21 +9,16 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/progress.h"
 #include "tools/salvage_file.h"
+#include "tools/salvage_pages.h"
 #include "tools/salvage_store.h"
 #include "tools/salvage_tables.h"
 
 namespace corvan_tool {
-
-// Pages one after the other that are bad for the same reason.
-struct BadPages {
-  PageNumber first = 0;
-  PageNumber last = 0;
-  std::string what;
-};
 
 class SalvageWalk {
  public:
@@ -35,7 +30,7 @@ class SalvageWalk {
 
   const std::vector<TableState>& states() const { return states_; }
   // In order.
-  std::vector<BadPages> bad_pages() const;
+  std::vector<BadPages> bad_pages() const { return bad_.list(); }
   // Pages of zeros that nothing leads to: free ones, or lost ones.
   std::uint64_t zero_pages() const;
   // What the file's schema has beside a store's, as "table other" or "column t_message.more".
@@ -106,15 +101,21 @@ class SalvageWalk {
   // A record with what lies on further pages. False when these cannot be it.
   bool read_record(std::string_view page, const Cell& cell, bool is_reached, std::string& record);
 
-  Use use(PageNumber page) const { return uses_[page - 1]; }
-  void set_use(PageNumber page, Use use) { uses_[page - 1] = use; }
+  Use use(PageNumber page) const;
+  void set_use(PageNumber page, Use use);
+  // Whether a page that something leads to is there and was not read so often already that the file
+  // must have been made to be read without end.
+  bool may_enter(PageNumber page);
   bool is_page(PageNumber page) const { return page > 0 && page <= file_.page_count(); }
   void note(PageNumber page, PageNumber parent, const std::string& what);
 
   const DamagedFile& file_;
   const SalvageSchema& schema_;
   SalvageStore& store_;
-  std::vector<Use> uses_;  // by page
+  std::vector<Use> uses_;                          // of the pages that are there
+  std::unordered_map<PageNumber, Use> hole_uses_;  // of those that lie in holes of the file
+  std::vector<std::uint8_t> visits_;               // of the pages that are there
+  std::uint64_t continuations_left_;  // how many pages may still be read as those of long rows
   std::vector<Tree> trees_;
   bool schema_is_whole_ = false;
   std::vector<TableState> states_;
@@ -122,7 +123,8 @@ class SalvageWalk {
   std::vector<std::string> left_out_;
   bool log_contradicts_ = false;
   std::vector<bool> index_is_whole_;
-  std::vector<BadPages> bad_;  // of one page each
+  BadPageList bad_;
+  std::uint64_t noted_missing_ = 0;  // in it, of pages that are not there
   Progress progress_;
 };
 

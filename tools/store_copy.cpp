@@ -1,9 +1,9 @@
 #include "tools/store_copy.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -17,26 +17,17 @@
 #include <vector>
 
 #include "tools/progress.h"
+#include "tools/regular_file.h"
+#include "tools/store_names.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
 
 namespace {
 
-constexpr const char* kStoreName = "corvan";
-// What belongs to a store beside its main file. The index of the log (-shm) is not copied: SQLite
-// makes it anew.
-constexpr const char* kLogSuffix = "-wal";
-constexpr const char* kJournalSuffix = "-journal";
-
-constexpr int kAttempts = 20;
+constexpr int kCopyAttempts = 20;
 constexpr std::chrono::milliseconds kPause{50};
 constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 [[noreturn]] void fail(const std::string& path) {
   throw ToolError(path + ": " + std::strerror(errno));
@@ -55,78 +46,107 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
                   "; make room there, or for temporary copies name another folder in TMPDIR");
 }
 
-// Null when there is no such file.
-File open_for_reading(const std::string& path) {
-  File file(std::fopen(path.c_str(), "rb"));
-  if (file == nullptr && errno != ENOENT) fail(path);
-  return file;
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+// What was copied of a file. Holes stay holes: they may be larger than any disk.
+struct Copied {
+  std::uint64_t size = 0;
+  std::vector<ReadOnlyFile::Stretch> data;
+};
+
+// Calls `take` with block after block of these stretches: where it begins, and its size.
+template <typename Take>
+void each_block(const std::vector<ReadOnlyFile::Stretch>& data, const Take& take) {
+  for (const auto& [begin, end] : data) {
+    for (std::uint64_t at = begin; at < end; at += kCopyBlock) {
+      take(at, static_cast<std::size_t>(std::min<std::uint64_t>(kCopyBlock, end - at)));
+    }
+  }
 }
 
-std::size_t read_block(std::FILE* file, std::vector<char>& block, const std::string& path) {
-  const std::size_t size = std::fread(block.data(), 1, block.size(), file);
-  if (size < block.size() && std::ferror(file) != 0) fail(path);
-  return size;
-}
-
-// Copies a file as it is now: the bytes copied, or nothing when there is no such file.
-std::optional<std::uint64_t> copy_file(const std::string& from, const std::string& to,
-                                       Progress& progress) {
-  const File in = open_for_reading(from);
-  if (in == nullptr) {
+// Copies a file as it is now, or nothing when there is no such file. Of one that grows meanwhile
+// what it has at the beginning is copied.
+std::optional<Copied> copy_file(const std::string& from, const std::string& to,
+                                Progress& progress) {
+  const ReadOnlyFile in(from, true);
+  if (!in.is_there()) {
     unlink(to.c_str());
     return std::nullopt;
   }
-  const File out(std::fopen(to.c_str(), "wb"));
+  const std::unique_ptr<std::FILE, CloseFile> out(std::fopen(to.c_str(), "wb"));
   if (out == nullptr) fail_to_copy(from, to);
   std::vector<char> block(kCopyBlock);
-  std::uint64_t copied = 0;
-  while (const std::size_t size = read_block(in.get(), block, from)) {
-    if (std::fwrite(block.data(), 1, size, out.get()) != size) fail_to_copy(from, to);
-    copied += size;
-    progress.show(copied >> 20);
+  std::uint64_t done = 0;
+  Copied copied = {in.size(), in.data()};
+  each_block(copied.data, [&](std::uint64_t at, std::size_t wanted) {
+    const std::size_t size = in.read_some(at, wanted, block.data());  // less when it was cut off
+    if (fseeko(out.get(), static_cast<off_t>(at), SEEK_SET) != 0 ||
+        std::fwrite(block.data(), 1, size, out.get()) != size) {
+      fail_to_copy(from, to);
+    }
+    done += size;
+    progress.show(done >> 20);
+  });
+  if (std::fflush(out.get()) != 0 ||
+      ftruncate(fileno(out.get()), static_cast<off_t>(copied.size)) != 0) {
+    fail_to_copy(from, to);
   }
-  if (std::fflush(out.get()) != 0) fail_to_copy(from, to);
   return copied;
 }
 
 enum Comparison { kWhole, kBeginning };
 
+// Whether the files are equal in these stretches.
+bool are_equal(const ReadOnlyFile& one, const ReadOnlyFile& other,
+               const std::vector<ReadOnlyFile::Stretch>& data) {
+  std::vector<char> block(kCopyBlock);
+  std::vector<char> other_block(kCopyBlock);
+  bool equal = true;
+  each_block(data, [&](std::uint64_t at, std::size_t size) {
+    equal = equal && one.read_some(at, size, block.data()) == size &&
+            other.read_some(at, size, other_block.data()) == size &&
+            std::memcmp(block.data(), other_block.data(), size) == 0;
+  });
+  return equal;
+}
+
 // Whether the file still holds what was copied from it; of a file that grows only the beginning
 // counts.
 bool still_holds(const std::string& from, const std::string& to,
-                 const std::optional<std::uint64_t>& copied, Comparison comparison) {
-  const File now = open_for_reading(from);
-  if (!copied) return now == nullptr || comparison == kBeginning;
-  const File copy = open_for_reading(to);
-  if (now == nullptr || copy == nullptr) return false;
-  std::vector<char> now_block(kCopyBlock);
-  std::vector<char> copy_block(kCopyBlock);
-  while (const std::size_t size = read_block(copy.get(), copy_block, to)) {
-    const std::size_t now_size = read_block(now.get(), now_block, from);
-    if (now_size < size || std::memcmp(now_block.data(), copy_block.data(), size) != 0) {
-      return false;
-    }
-    if (now_size > size) return comparison == kBeginning;
+                 const std::optional<Copied>& copied, Comparison comparison) {
+  const ReadOnlyFile now(from, true);
+  if (!copied) return !now.is_there() || comparison == kBeginning;
+  if (now.size() < copied->size || (comparison == kWhole && now.size() > copied->size)) {
+    return false;
   }
-  return comparison == kBeginning || std::fgetc(now.get()) == EOF;
+  std::vector<ReadOnlyFile::Stretch> data;
+  for (const auto& [begin, end] : now.data()) {
+    if (begin < copied->size) data.push_back({begin, std::min(end, copied->size)});
+  }
+  // What has become a hole since reads as zeros.
+  const ReadOnlyFile copy(to, false);
+  return are_equal(now, copy, data) && (data == copied->data || are_equal(now, copy, copied->data));
 }
 
-// Copies the files of one moment: their sizes, or nothing when they changed meanwhile. What is
+// Copies the files of one moment: their sizes, or nothing when they changed meanwhile. The index of
+// the log is not copied: SQLite makes it anew. What is
 // appended to the log after its copy does not matter: the copy then is of the moment before. The
 // main file is rewritten only after the log holds its new content, so the two agree as soon as
 // neither copy was overtaken.
 std::optional<StoreSizes> copy_files(const std::string& from, const std::string& to) {
   Progress progress("MiB copied");
-  const auto main_size = copy_file(from, to, progress);
-  if (!main_size) fail_without_store(from);
-  const auto log_size = copy_file(from + kLogSuffix, to + kLogSuffix, progress);
-  const auto journal_size = copy_file(from + kJournalSuffix, to + kJournalSuffix, progress);
+  const auto main = copy_file(from, to, progress);
+  if (!main) fail_without_store(from);
+  const auto log = copy_file(from + kLogSuffix, to + kLogSuffix, progress);
+  const auto journal = copy_file(from + kJournalSuffix, to + kJournalSuffix, progress);
   const bool is_of_one_moment =
-      still_holds(from, to, main_size, kWhole) &&
-      still_holds(from + kLogSuffix, to + kLogSuffix, log_size, kBeginning) &&
-      still_holds(from + kJournalSuffix, to + kJournalSuffix, journal_size, kWhole);
+      still_holds(from, to, main, kWhole) &&
+      still_holds(from + kLogSuffix, to + kLogSuffix, log, kBeginning) &&
+      still_holds(from + kJournalSuffix, to + kJournalSuffix, journal, kWhole);
   if (!is_of_one_moment) return std::nullopt;
-  return StoreSizes{static_cast<int64_t>(*main_size), static_cast<int64_t>(log_size.value_or(0))};
+  return StoreSizes{static_cast<int64_t>(main->size), static_cast<int64_t>(log ? log->size : 0)};
 }
 
 int64_t size_of(const std::string& path) {
@@ -134,6 +154,9 @@ int64_t size_of(const std::string& path) {
   const auto size = std::filesystem::file_size(path, missing);
   return missing ? 0 : static_cast<int64_t>(size);
 }
+
+// What stands in the place of one of a store's files and is none.
+constexpr const char* kMoveAway = "; move it away and try again";
 
 // The file itself where `file` is a link to it.
 std::string real_file(const std::string& file) {
@@ -158,6 +181,15 @@ bool has_log(const std::string& file) {
   return size_of(real + kLogSuffix) > 0 || size_of(real + kJournalSuffix) > 0;
 }
 
+void require_regular_files(const std::string& folder) {
+  const std::string file = store_file(folder);
+  require_regular_or_missing(file);
+  const std::string real = real_file(file);
+  for (const char* suffix : {kLogSuffix, kIndexSuffix, kJournalSuffix}) {
+    require_regular_or_missing(real + suffix, kMoveAway);
+  }
+}
+
 StoreSizes copy_store(const std::string& folder, const std::string& to) {
   const std::string from = store_file(folder);
   struct stat status = {};
@@ -167,9 +199,12 @@ StoreSizes copy_store(const std::string& folder, const std::string& to) {
   }
   if (!S_ISREG(status.st_mode)) throw ToolError(from + ": not a file");
   const std::string real = real_file(from);
+  for (const char* suffix : {kLogSuffix, kJournalSuffix}) {
+    require_regular_or_missing(real + suffix, kMoveAway);
+  }
   for (int attempt = 0;; ++attempt) {
     if (const auto sizes = copy_files(real, to)) return *sizes;
-    if (attempt == kAttempts) {
+    if (attempt == kCopyAttempts) {
       throw ToolError(from + ": written to all the time; try again when its writer rests");
     }
     std::this_thread::sleep_for(kPause);

@@ -24,6 +24,11 @@ StoreSizes store_sizes(const std::string& file);
 // Whether a log or a journal beside the file may hold a part of what the file stands for.
 bool has_log(const std::string& file);
 
+// Throws ToolError when the store's file in `folder`, or a file beside it that SQLite would open
+// with it, is something else than a regular file. Any of them may be missing. To be called before
+// SQLite opens them: it would wait for the other end of a FIFO.
+void require_regular_files(const std::string& folder);
+
 // Opening a store changes it, and a damaged one is deleted by it, so looking is done in a copy. The
 // copy, write-ahead log included, is of one moment even while another process writes to the store:
 // it is read twice and taken when both readings agree. The files themselves are only read.

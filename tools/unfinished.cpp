@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "tools/abandoned_folders.h"
+#include "tools/output_place.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -203,14 +205,18 @@ TemporaryFolder::TemporaryFolder() {
   std::error_code error;
   const fs::path parent = fs::temp_directory_path(error);
   if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
-  std::string name = (parent / "corvan-look-XXXXXX").string();
+  const std::string pattern = (parent / (std::string(kTemporaryPrefix) + "XXXXXX")).string();
   // Between its making and its entry no interrupt may come.
   const std::lock_guard<std::mutex> lock(registry().mutex);
-  if (mkdtemp(name.data()) == nullptr) {
-    throw ToolError(name + ": " + std::strerror(errno) +
-                    "; name a folder with room for a copy in TMPDIR");
+  while (lock_ == nullptr || !lock_->is_held()) {
+    std::string name = pattern;
+    if (mkdtemp(name.data()) == nullptr) {
+      throw ToolError(name + ": " + std::strerror(errno) +
+                      "; name a folder with room for a copy in TMPDIR");
+    }
+    path_ = name + "/";
+    lock_ = std::make_unique<FolderLock>(name);
   }
-  path_ = name + "/";
   registry().entries.push_back({path_, path_});
 }
 
@@ -224,6 +230,7 @@ Unfinished::Unfinished(std::string place, bool is_folder) : place_(std::move(pla
     throw ToolError(place_ + ": is there already; name a place where nothing is");
   const std::string parent = fs::path(place_).parent_path().string();
   if (!parent.empty()) require_folder(parent);
+  require_no_store_file(place_);
   path_ = temporary_name(place_);
   // Between its making and its entry no interrupt may come.
   const std::lock_guard<std::mutex> lock(registry().mutex);

@@ -3,8 +3,11 @@
 #ifndef TOOLS_UNFINISHED_H_
 #define TOOLS_UNFINISHED_H_
 
+#include <memory>
 #include <string>
 #include <utility>
+
+#include "tools/abandoned_folders.h"
 
 namespace corvan_tool {
 
@@ -13,7 +16,8 @@ namespace corvan_tool {
 // do by default. To be called once, before another thread starts.
 void remove_unfinished_when_interrupted();
 
-// A new folder for temporary files, which is removed with all it holds when the object goes.
+// A new folder for temporary files, which is removed with all it holds when the object goes. Of a
+// process that is killed it stays until the program is started again.
 class TemporaryFolder {
  public:
   // Throws ToolError when it cannot be made.
@@ -27,6 +31,7 @@ class TemporaryFolder {
 
  private:
   std::string path_;
+  std::unique_ptr<const FolderLock> lock_;
 };
 
 // A file or a folder in the making, at a temporary name beside its place. It is removed with all it
@@ -34,7 +39,7 @@ class TemporaryFolder {
 class Unfinished {
  public:
   // Makes it, empty and its owner's alone. Throws ToolError when something is at `place` already,
-  // its parent folder is missing, or it cannot be made.
+  // its parent folder is missing, it is the name of a store's file, or it cannot be made.
   static Unfinished file(std::string place) { return {std::move(place), false}; }
   static Unfinished folder(std::string place) { return {std::move(place), true}; }
   Unfinished(const Unfinished&) = delete;

@@ -51,4 +51,11 @@ std::string valid_utf8(std::string_view text) {
   return result;
 }
 
+std::string shortened(const std::string& text, std::size_t most) {
+  if (text.size() <= most) return text;
+  std::size_t size = most;
+  while (size > 0 && (static_cast<unsigned char>(text[size]) & 0xC0U) == 0x80) --size;
+  return text.substr(0, size) + "\u2026";
+}
+
 }  // namespace corvan_tool

@@ -26,6 +26,10 @@ bool is_utf8(std::string_view text);
 // `text` with kReplacementText for each byte that belongs to no code point.
 std::string valid_utf8(std::string_view text);
 
+// At most `most` bytes of a text, in whole characters, with an ellipsis where some are left out:
+// for names in errors and reports, which may be of any length.
+std::string shortened(const std::string& text, std::size_t most = 100);
+
 }  // namespace corvan_tool
 
 #endif  // TOOLS_UTF8_H_

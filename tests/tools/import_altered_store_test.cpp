@@ -8,7 +8,7 @@
 namespace corvan_test {
 namespace {
 
-constexpr const char* kDropped = ": the store does not keep it: a trigger in its file drops it";
+constexpr const char* kNotKept = ": the store does not keep it: a trigger in its file drops it";
 
 class ImportIntoAlteredStore : public ToolTest {
  protected:
@@ -47,7 +47,7 @@ TEST_F(ImportIntoAlteredStore, MessageThatATriggerDropsEndsTheImport) {
   alter(kDropSpam);
   const Outcome outcome = import_text(word("a") + word("b") + word("spam") + word("c"));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + place(3) + kDropped + "; nothing was stored from " +
+  EXPECT_EQ(outcome.err, "corvan: " + place(3) + kNotKept + "; nothing was stored from " +
                              place(1) + " on; --skip-bad passes over such lines\n");
   EXPECT_EQ(counts(outcome), "0 stored, 0 completed, 0 refused, 0 bad");
   EXPECT_EQ(contents(), Rows{});
@@ -69,9 +69,9 @@ TEST_F(ImportIntoAlteredStore, SkipBadCountsDroppedMessagesAndLeavesNoTraceOfThe
                                           line({{"content", "spam 3"}, {"session_id", "of a"}}),
                                       {"--skip-bad"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.err, "corvan: " + place(1) + kDropped + " (skipped)\n" +  //
-                             "corvan: " + place(3) + kDropped + " (skipped)\n" +
-                             "corvan: " + place(5) + kDropped + " (skipped)\n");
+  EXPECT_EQ(outcome.err, "corvan: " + place(1) + kNotKept + " (skipped)\n" +  //
+                             "corvan: " + place(3) + kNotKept + " (skipped)\n" +
+                             "corvan: " + place(5) + kNotKept + " (skipped)\n");
   EXPECT_EQ(counts(outcome), "2 stored, 0 completed, 0 refused, 3 bad");
   EXPECT_EQ(contents(), (Rows{"a", "b"}));
   EXPECT_EQ(sessions(), (Rows{"of a|1|1", "of b|1|2"}));
@@ -102,7 +102,7 @@ TEST_F(ImportIntoAlteredStore, MessagesOfItsBatchThatATriggerDeletesLaterAreNotS
       "begin delete from t_message where id<=new.id-2; end");
   const Outcome outcome = import_text(word("a") + word("b") + word("c"));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err.rfind("corvan: " + place(1) + kDropped, 0), 0U) << outcome.err;
+  EXPECT_EQ(outcome.err.rfind("corvan: " + place(1) + kNotKept, 0), 0U) << outcome.err;
   EXPECT_EQ(contents(), Rows{});
 }
 

@@ -17,6 +17,16 @@
 
 namespace corvan_test {
 
+// The checkers of memory and threads reserve more address space than any limit leaves.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define CORVAN_TEST_CHECKED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+#define CORVAN_TEST_CHECKED 1
+#endif
+#endif
+
 namespace {
 
 constexpr uid_t kNobody = 65534;
@@ -121,6 +131,11 @@ pid_t ToolTest::start(const Arguments& arguments, int out) {
       const rlimit limit = {largest_file, largest_file};
       if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(127);
     }
+    if (most_memory > 0 && can_limit_memory()) {
+      const rlimit limit = {most_memory, most_memory};
+      if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(127);
+    }
+    alarm(most_seconds);
     if (unprivileged && setuid(kNobody) != 0) _exit(127);
     execve(argv[0], argv.data(), environment.data());
     _exit(127);
@@ -184,6 +199,14 @@ std::string ToolTest::output(const Arguments& arguments) {
 
 Json ToolTest::json(const Arguments& arguments) {
   return Json::parse(output(arguments));
+}
+
+bool ToolTest::can_limit_memory() {
+#ifdef CORVAN_TEST_CHECKED
+  return false;
+#else
+  return std::string_view(CORVAN_EMULATOR).empty();
+#endif
 }
 
 bool ToolTest::make_read_only() {

@@ -108,6 +108,14 @@ class ToolTest : public testing::Test {
   // Above 0: the program cannot write a file beyond so many bytes, as on a full disk.
   rlim_t largest_file = 0;
 
+  // Above 0: the program is ended by SIGALRM after so many seconds.
+  unsigned most_seconds = 0;
+
+  // Above 0: the program gets no more memory than so many bytes of address space. Without effect
+  // where the program cannot run so: under a checker or an emulator. can_limit_memory() tells.
+  rlim_t most_memory = 0;
+  static bool can_limit_memory();
+
  private:
   TemporaryFolder files_;   // standard input, output and error
   TemporaryFolder copies_;  // the program's temporary files

@@ -279,6 +279,63 @@ TEST_F(RestoreTest, EachLineIsChecked) {
   expect_bad(less, ":6: field \"messages\": 2 were exported, but 1 are in the file; export again");
 }
 
+// A line takes its own size of memory and a few more, whatever is in it.
+TEST_F(RestoreTest, ALineOfAnyShapeIsRefusedWithoutMuchMemory) {
+  import(line({}));
+  std::vector<std::string> good;
+  for (const Json& record : lines(exported())) good.push_back(record.dump() + "\n");
+  constexpr std::size_t kSize = std::size_t{4} << 20;
+  const auto repeated = [](const std::string& part) {
+    std::string text;
+    text.reserve(kSize + part.size());
+    while (text.size() < kSize) text += part;
+    return text;
+  };
+  std::string many_keys;
+  for (int i = 0; many_keys.size() < kSize; ++i) many_keys += ",\"k" + std::to_string(i) + "\":0";
+  std::string many_members = many_keys.substr(1);
+  const std::string message = good[3].substr(0, good[3].find("\"content\":\"hi\""));
+  const std::string rest = good[3].substr(message.size() + 14);
+  ASSERT_EQ(message + "\"content\":\"hi\"" + rest, good[3]);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {repeated("["), "not a JSON object"},
+      {"[" + repeated("1,") + "1]", "not a JSON object"},
+      {repeated("{\"a\":"), "field \"a\": nested too deeply"},
+      {"{\"type\":" + repeated("["), "field \"type\": nested too deeply"},
+      {"{\"a\":" + repeated("[{\"b\":"), "field \"a\": nested too deeply"},
+      {"{\"a\":[" + repeated("1,") + "1]," + message.substr(1) + "\"content\":\"hi\"" + rest,
+       "field \"a\": unknown"},
+      {message + "\"content\":[" + repeated("1,") + "1]" + rest,
+       "field \"content\": must be a text"},
+      {message + "\"content\":[" + repeated("[],") + "1]" + rest,
+       "field \"content\": must be a text"},
+      {message + "\"content\":{" + many_members + "}" + rest,
+       "field \"content\": must have one member"},
+      {message + "\"content\":\"hi\"" + many_keys + rest, "field \"k0\": unknown"},
+      {"{\"" + repeated("x") + "\":1," + message.substr(1) + "\"content\":\"hi\"" + rest,
+       "field \"" + std::string(100, 'x') + "\u2026\": unknown"},
+      {"{\"type\":\"" + repeated("x") + "\"}",
+       "field \"type\": unknown: \"" + std::string(100, 'x') + "\u2026\""}};
+  most_memory = rlim_t{128} << 20;
+  most_seconds = 60;
+  for (const auto& [record, error] : cases) {
+    SCOPED_TRACE(error);
+    const std::string ended = record.back() == '\n' ? record : record + "\n";
+    expect_bad(good[0] + good[1] + good[2] + ended, ":4: " + error);
+  }
+  const Outcome outcome = run({"restore", "-", restored()}, repeated("["));
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err, "corvan: standard input:1: longer than 1 MiB\n");
+}
+
+TEST_F(RestoreTest, WhatIsNoExportIsToldBeforeItsKeys) {
+  const std::string error =
+      ":1: not an export: the first line must be of the type \"corvan-export\", as 'corvan export "
+      "--format jsonl' writes it; a log of messages is read by 'corvan import'";
+  expect_bad(R"({"unknown":[1,{"a":[2]}],"more":{"a":{"b":1}},"type":"log"})", error);
+  expect_bad(R"({"is_receive":true,"sent_time":[[[]]]})", error);
+}
+
 TEST_F(RestoreTest, EmptyLinesArePassedOver) {
   import_sample();
   std::string text = " \n\n";

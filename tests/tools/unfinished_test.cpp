@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "tests/tools/leased_file.h"
 #include "tests/tools/program.h"
 #include "tools/tool_error.h"
 
@@ -110,20 +111,18 @@ TEST_F(UnfinishedTest, TellsWhatIsWrongWithAPlace) {
   EXPECT_EQ(error_of(place("none/a")), place("none") + ": no such folder; make it first");
 }
 
-// The command waits for a log that nobody writes, with its new folder made.
 class InterruptTest : public ToolTest {};
 
 TEST_F(InterruptTest, ASignalLeavesNothingUnfinished) {
   import(line({}));
-  ASSERT_EQ(mkfifo((file() + "-wal").c_str(), 0600), 0);
+  write_file(file() + "-wal", "");
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+    // The command waits for the log, with its new folder made.
+    const LeasedFile log(file() + "-wal");
+    if (!log.is_held()) GTEST_SKIP() << "the file system has no leases";
     const pid_t pid = start({"backup", store(), folder.file("new")}, open("/dev/null", O_WRONLY));
-    bool begun = false;
-    for (int i = 0; i < 5000 && !begun; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      begun = listing(folder.path()).size() == 2;
-    }
-    EXPECT_TRUE(begun);
+    EXPECT_TRUE(log.wait_for_opener());
+    EXPECT_EQ(listing(folder.path()).size(), 2U);
     kill(pid, signal_number);
     EXPECT_EQ(wait(pid), -signal_number);
     EXPECT_EQ(listing(folder.path()).size(), 1U) << signal_number;
