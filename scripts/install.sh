@@ -2,7 +2,7 @@
 # Installs the Debian packages that the named purposes need and this machine lacks; says which.
 # Never removes a package.
 # Usage: install.sh build|tools|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
-#                   tests-source|libc++|cross-arm64|cross-armhf...
+#                   tests-source|libc++|cross-arm64|cross-armhf|clean-system...
 set -euo pipefail
 
 packages=()
@@ -15,6 +15,7 @@ for purpose in "$@"; do
     libc++) packages+=(clang libc++-dev libc++abi-dev) ;;
     cross-arm64) packages+=(pkg-config googletest g++-aarch64-linux-gnu qemu-user-static) ;;
     cross-armhf) packages+=(pkg-config googletest g++-arm-linux-gnueabihf qemu-user-static) ;;
+    clean-system) packages+=(mmdebstrap debian-archive-keyring) ;;
     bench)
       packages+=(libbenchmark-dev nlohmann-json3-dev valgrind gnuplot-nox jq)
       packages+=(libsqlitecpp-dev libsoci-dev libsoci-sqlite3-4.0 liblmdb-dev libleveldb-dev)

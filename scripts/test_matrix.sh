@@ -7,17 +7,26 @@
 #   clang++    clang++ with libc++
 #   arm64      cross-built with g++, run under QEMU's user emulation
 #   armhf      likewise, 32 bits
-# Without a LEG: all of them. The last two take long: programs run about ten times slower there.
+#   debian12   scripts/demo.sh and scripts/test.sh in an empty Debian 12 made in a folder; needs root
+#   debian13   likewise, Debian 13
+# Without a LEG: all of them. The legs arm64 and armhf take long: programs run about ten times slower there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+all=(g++ clang++ arm64 armhf debian12 debian13)
 legs=("$@")
-[ ${#legs[@]} -gt 0 ] || legs=(g++ clang++ arm64 armhf)
+[ ${#legs[@]} -gt 0 ] || legs=("${all[@]}")
 for leg in "${legs[@]}"; do
   case "$leg" in
     g++ | clang++ | arm64 | armhf) ;;
+    debian12 | debian13)
+      if [ "$(id -u)" != 0 ]; then
+        echo "test_matrix.sh: $leg: needs root; run it as root, or name other legs: ${all[*]:0:4}" >&2
+        exit 2
+      fi
+      ;;
     *)
-      echo "test_matrix.sh: unknown leg: $leg; legs: g++ clang++ arm64 armhf" >&2
+      echo "test_matrix.sh: unknown leg: $leg; legs: ${all[*]}" >&2
       exit 2
       ;;
   esac
@@ -97,6 +106,8 @@ for leg in "${legs[@]}"; do
       ;;
     arm64) cross arm64 aarch64-linux-gnu aarch64 qemu-aarch64-static ;;
     armhf) cross armhf arm-linux-gnueabihf arm qemu-arm-static ;;
+    debian12) bash scripts/clean_system.sh bookworm build/matrix/debian12 ;;
+    debian13) bash scripts/clean_system.sh trixie build/matrix/debian13 ;;
   esac
   echo "== $leg: passed, $((SECONDS - start)) s =="
 done

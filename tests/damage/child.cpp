@@ -1,8 +1,6 @@
 #include "tests/damage/child.h"
 
-#include <grp.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,7 +18,6 @@ namespace corvan_test {
 namespace {
 
 constexpr unsigned kSeconds = 60;
-constexpr unsigned kNobody = 65534;
 
 template <std::size_t size>
 void put(std::array<char, size>& field, const std::string& text) {
@@ -97,13 +94,6 @@ Ended in_child(const std::function<void(Outcome&)>& work) {
     ended.otherwise += std::string(" in ") + ended.outcome.running.data();
   }
   return ended;
-}
-
-bool become_nobody() {
-  if (geteuid() != 0) return true;
-  if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0) return false;
-  prctl(PR_SET_DUMPABLE, 1);  // the leak checker looks into the process
-  return true;
 }
 
 }  // namespace corvan_test

@@ -38,9 +38,6 @@ struct Ended {
 // checkers look for leaks. An exception is a complaint.
 Ended in_child(const std::function<void(Outcome&)>& work);
 
-// Gives up the rights of root, which no permission binds. False when that cannot be.
-bool become_nobody();
-
 }  // namespace corvan_test
 
 #endif  // TESTS_DAMAGE_CHILD_H_

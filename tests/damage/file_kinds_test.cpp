@@ -14,6 +14,7 @@
 #include "tests/damage/examination.h"
 #include "tests/damage/files.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/privileges.h"
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
 
@@ -365,17 +366,9 @@ TEST_F(FileKinds, JournalOfNoiseIsIgnored) {
 
 // ---- Without the rights to write ----------------------------------------------------------------
 
-// Files that only others may write, or may not write or delete.
+// Files that may not be written, or not deleted either.
 class WithoutRights : public FileKinds {
  protected:
-  void SetUp() override {
-    const Ended ended = in_child([](Outcome& outcome) {
-      if (!become_nobody()) complain(outcome, "root");
-    });
-    if (*ended.outcome.complaint.data() != '\0') GTEST_SKIP() << "root can be no other user here";
-  }
-  void TearDown() override { fs::permissions(folder.path(), fs::perms::owner_all); }
-
   void lay(const Files& files, fs::perms folder_rights) const {
     write_files(folder.path(), files);
     write_file(folder.file("old"), other_store().at(""));
@@ -387,9 +380,9 @@ class WithoutRights : public FileKinds {
   static constexpr auto kFolderOfAll = fs::perms(0777);
   static constexpr auto kFolderToRead = fs::perms(0555);
 
-  Ended examined_by_nobody(const Expected& expected) const {
+  Ended examined_without_rights(const Expected& expected) const {
     return in_child([&](Outcome& outcome) {
-      if (!become_nobody()) return complain(outcome, "root");
+      if (!drop_privileges()) return complain(outcome, "cannot drop the privileges of root");
       examine(folder.path(), expected, outcome);
     });
   }
@@ -398,31 +391,31 @@ class WithoutRights : public FileKinds {
 TEST_F(WithoutRights, FileToReadIsReadAndKept) {
   Expected expected = closed_answers();
   lay(closed_store(), kFolderOfAll);
-  EXPECT_EQ(fate(examined_by_nobody(expected)), "kept as it was, failing");
+  EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
 }
 
 TEST_F(WithoutRights, FileInAFolderToReadIsKept) {
   Expected expected = closed_answers();
   lay(closed_store(), kFolderToRead);
-  EXPECT_EQ(fate(examined_by_nobody(expected)), "kept as it was, failing");
+  EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
 }
 
 TEST_F(WithoutRights, NoFileInAFolderToReadFailsToOpen) {
   lay({}, kFolderToRead);
-  EXPECT_EQ(fate(examined_by_nobody({})), "not opened");
+  EXPECT_EQ(fate(examined_without_rights({})), "not opened");
 }
 
 // The folder's rights decide, not the file's.
 TEST_F(WithoutRights, DamagedFileToReadIsDeleted) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderOfAll);
-  EXPECT_EQ(fate(examined_by_nobody({})), kDeleted);
+  EXPECT_EQ(fate(examined_without_rights({})), kDeleted);
 }
 
 TEST_F(WithoutRights, DamagedFileInAFolderToReadIsKept) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderToRead);
   Expected expected;
   expected.can_unlink = false;
-  EXPECT_EQ(fate(examined_by_nobody(expected)), "kept as it was, failing");
+  EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
 }
 
 }  // namespace

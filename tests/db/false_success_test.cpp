@@ -57,24 +57,6 @@ class RefusedCommits {
   sqlite3* db_;
 };
 
-// Interrupts whatever runs after so many steps of SQLite's, while it lives.
-class StepsUntilInterrupt {
- public:
-  explicit StepsUntilInterrupt(int steps) : left_(steps), db_(store_connection()) {
-    sqlite3_progress_handler(
-        db_, 1,
-        [](void* self) { return --static_cast<StepsUntilInterrupt*>(self)->left_ < 0 ? 1 : 0; },
-        this);
-  }
-  StepsUntilInterrupt(const StepsUntilInterrupt&) = delete;
-  StepsUntilInterrupt& operator=(const StepsUntilInterrupt&) = delete;
-  ~StepsUntilInterrupt() { sqlite3_progress_handler(db_, 0, nullptr, nullptr); }
-
- private:
-  int left_;
-  sqlite3* db_;
-};
-
 class FalseSuccess : public StoreTest {
  protected:
   void SetUp() override {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sqlite3.h>
-
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -139,10 +137,6 @@ TEST_F(MemoryEndsInBase, ReplacingTheSink) {
 
 // ---- The first line of a process ----------------------------------------------------------------
 
-int interrupt(void*) {
-  return 1;
-}
-
 // A write and a read whose steps fail, both with the first line of the process.
 bool refused_write(CvDbSingleton& store) {
   store.execute_none_query(refuse("update on t_session"));
@@ -151,7 +145,7 @@ bool refused_write(CvDbSingleton& store) {
 }
 
 bool interrupted_read(CvDbSingleton& store) {
-  sqlite3_progress_handler(store_connection(), 1, interrupt, nullptr);
+  const StepsUntilInterrupt none(0);
   int32_t status = 0;
   arm_memory(Memory::kOwn, 1, false);
   return store.get_silence("room", Corvan::CV_GROUP, status);

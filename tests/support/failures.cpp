@@ -1,5 +1,9 @@
 #include "tests/support/failures.h"
 
+#include <sqlite3.h>
+
+#include "tests/support/sqlite_ledger.h"
+
 namespace corvan_test {
 
 namespace {
@@ -8,11 +12,33 @@ std::string fields(int code, const std::string& error) {
   return std::to_string(code) + ";;;" + error;
 }
 
+bool is_stepping(sqlite3* db) {
+  for (sqlite3_stmt* stmt = sqlite3_next_stmt(db, nullptr); stmt != nullptr;
+       stmt = sqlite3_next_stmt(db, stmt)) {
+    if (sqlite3_stmt_busy(stmt) != 0) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::string refuse(const std::string& event) {
   return "create trigger \"refuse " + event + "\" before " + event +
          " begin select raise(abort,'refused'); end";
+}
+
+StepsUntilInterrupt::StepsUntilInterrupt(int steps) : left_(steps), db_(store_connection()) {
+  sqlite3_progress_handler(db_, 1, progress, this);
+}
+
+StepsUntilInterrupt::~StepsUntilInterrupt() {
+  sqlite3_progress_handler(db_, 0, nullptr, nullptr);
+}
+
+// SQLite 3.41 and later call it while they prepare a statement, too.
+int StepsUntilInterrupt::progress(void* self) {
+  auto& interrupt = *static_cast<StepsUntilInterrupt*>(self);
+  return is_stepping(interrupt.db_) && --interrupt.left_ < 0 ? 1 : 0;
 }
 
 std::string prepare_failed(const std::string& error, int code) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+struct sqlite3;
+
 namespace corvan_test {
 
 // A trigger that refuses a write such as "insert on t_message": its step fails with kRefusedCode
@@ -14,6 +16,22 @@ namespace corvan_test {
 std::string refuse(const std::string& event);
 constexpr int kRefusedCode = 19;
 constexpr const char* kRefusedText = "refused";
+
+// While it exists, interrupts the store's statements: after `steps` instructions of SQLite's
+// virtual machine every further step fails. Preparing never fails.
+class StepsUntilInterrupt {
+ public:
+  explicit StepsUntilInterrupt(int steps);
+  StepsUntilInterrupt(const StepsUntilInterrupt&) = delete;
+  StepsUntilInterrupt& operator=(const StepsUntilInterrupt&) = delete;
+  ~StepsUntilInterrupt();
+
+ private:
+  static int progress(void* self);
+
+  int left_;
+  sqlite3* db_;
+};
 
 // The line of a failed prepare; SQLite reports most of them, such as a missing table, as code 1.
 std::string prepare_failed(const std::string& error, int code = 1);

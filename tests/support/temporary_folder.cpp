@@ -10,6 +10,22 @@
 
 namespace corvan_test {
 
+namespace {
+
+// Called by a destructor, so it does not throw.
+void make_folders_writable(const std::string& path) {
+  const auto add = std::filesystem::perm_options::add;
+  std::error_code ignored;
+  std::filesystem::permissions(path, std::filesystem::perms::owner_all, add, ignored);
+  std::filesystem::directory_iterator entry(path, ignored);
+  for (; entry != std::filesystem::directory_iterator(); entry.increment(ignored)) {
+    if (entry->is_symlink(ignored) || !entry->is_directory(ignored)) continue;
+    make_folders_writable(entry->path().string());
+  }
+}
+
+}  // namespace
+
 TemporaryFolder::TemporaryFolder() {
   std::string name = (std::filesystem::temp_directory_path() / "corvan-test-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
@@ -17,8 +33,11 @@ TemporaryFolder::TemporaryFolder() {
 }
 
 TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+  std::error_code failure;
+  std::filesystem::remove_all(path_, failure);
+  if (!failure) return;
+  make_folders_writable(path_);  // only root can empty a read-only folder
+  std::filesystem::remove_all(path_, failure);
 }
 
 void prefer_memory() {

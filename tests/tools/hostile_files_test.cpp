@@ -389,9 +389,8 @@ TEST_F(AbandonedCopyTest, ProcessesThatStartTogetherLeaveEachOthersCopies) {
 // A store whose file may only be read, in a folder that may be written.
 
 TEST_F(HostileFilesTest, WhatIsRefusedForAReadOnlyFileLeavesNothing) {
-  if (!make_read_only()) GTEST_SKIP() << "the program lies where only root reaches it";
+  make_read_only();
   chmod(store().c_str(), 0777);
-  chmod(log_.c_str(), 0644);
   const Listing before = listing(store());
   for (const Arguments& arguments : changing()) {
     const Outcome outcome = run(arguments);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -452,7 +453,8 @@ TEST_F(LookTest, CheckTellsADamagedPage) {
     EXPECT_EQ(outcome.status, 1) << name << outcome.err;
     EXPECT_EQ(outcome.err, "");
     EXPECT_NE(outcome.out, "ok\n");
-    EXPECT_NE(outcome.out.find("Page " + root), std::string::npos) << outcome.out;
+    EXPECT_TRUE(std::regex_search(outcome.out, std::regex("\\b[Pp]age " + root + "\\b")))
+        << outcome.out;
     const Outcome program = run({"check", store(), "--json"});
     EXPECT_EQ(program.status, 1);
     EXPECT_EQ(Json::parse(program.out)["ok"], false);
@@ -469,8 +471,11 @@ TEST_F(LookTest, CheckTellsAFindingALine) {
       "where name='by_sender'");
   const Outcome text = run({"check", store()});
   EXPECT_EQ(text.status, 1);
-  EXPECT_NE(text.out.find("row 1 missing from index by_sender\nrow 2 missing"), std::string::npos)
-      << text.out;
+  const Rows findings = rows("pragma integrity_check");
+  ASSERT_GT(findings.size(), 1U);
+  std::string lines;
+  for (const std::string& finding : findings) lines += finding + "\n";
+  EXPECT_EQ(text.out, lines);
   const Json program = Json::parse(run({"check", store(), "--json"}).out);
   EXPECT_EQ(program["result"].get<std::string>() + "\n", text.out);
 }
@@ -672,31 +677,20 @@ TEST_F(LookTest, ALinkLeadsToTheLogOfItsFile) {
 
 TEST_F(LookTest, AStoreThatMayOnlyBeReadIsShown) {
   import_sample();
-  for (const std::string& path : {folder.path(), store()}) chmod(path.c_str(), 0755);
-  chmod(file().c_str(), 0444);
-  chmod(store().c_str(), 0555);
-  chmod(copies().c_str(), 0777);
-  unprivileged = geteuid() == 0;  // root may write everywhere
+  make_read_only();
   const Listing before = listing(store());
   for (const Arguments& arguments : commands(store())) {
     const Outcome outcome = run(arguments);
-    if (outcome.status == 127) GTEST_SKIP() << "the program lies where only root reaches it";
     EXPECT_EQ(outcome.status, 0) << outcome.err;
   }
   EXPECT_EQ(listing(store()), before);
-  chmod(store().c_str(), 0755);
 }
 
 TEST_F(LookTest, AFolderThatMayNotBeReadIsAClearError) {
   import_sample();
-  chmod(folder.path().c_str(), 0755);
-  chmod(store().c_str(), 0700);
-  chmod(file().c_str(), 0000);
-  chmod(copies().c_str(), 0777);
-  unprivileged = geteuid() == 0;
-  if (unprivileged) chmod(store().c_str(), 0755);
+  ASSERT_EQ(chmod(file().c_str(), 0000), 0);
+  unprivileged = true;
   const Outcome outcome = run({"list", store()});
-  if (outcome.status == 127) GTEST_SKIP() << "the program lies where only root reaches it";
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + file() + ": Permission denied\n");
 }

@@ -7,13 +7,15 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+
+#include "tests/support/privileges.h"
 
 namespace corvan_test {
 
@@ -28,8 +30,6 @@ namespace corvan_test {
 #endif
 
 namespace {
-
-constexpr uid_t kNobody = 65534;
 
 // Puts a file under a standard descriptor of the program that is about to be run.
 void redirect(const std::string& path, int flags, int descriptor) {
@@ -97,6 +97,22 @@ Rows keys(const Json& object) {
   return names;
 }
 
+std::string written_to_terminal(int terminal, int other_end) {
+  const std::string end = "<end>";
+  if (write(other_end, end.data(), end.size()) != static_cast<ssize_t>(end.size())) {
+    throw std::runtime_error("cannot write to a terminal");
+  }
+  std::string text;
+  std::array<char, 4096> part{};
+  while (text.size() < end.size() || text.substr(text.size() - end.size()) != end) {
+    const ssize_t size = read(terminal, part.data(), part.size());
+    if (size <= 0) throw std::runtime_error("cannot read from a terminal");
+    text.append(part.data(), static_cast<std::size_t>(size));
+  }
+  text.resize(text.size() - end.size());
+  return text;
+}
+
 ToolTest::ToolTest() : store_(folder.file("store")) {}
 
 void ToolTest::TearDown() {
@@ -136,8 +152,10 @@ pid_t ToolTest::start(const Arguments& arguments, int out) {
       if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(127);
     }
     alarm(most_seconds);
-    if (unprivileged && setuid(kNobody) != 0) _exit(127);
-    execve(argv[0], argv.data(), environment.data());
+    // Opened first: the program may be in a folder of another user that only root can enter.
+    const int executable = open(argv[0], O_PATH | O_CLOEXEC);
+    if (unprivileged && !drop_privileges()) _exit(127);
+    fexecve(executable, argv.data(), environment.data());
     _exit(127);
   }
   close(out);
@@ -181,10 +199,7 @@ std::optional<std::string> ToolTest::terminal_output(const Arguments& arguments,
   EXPECT_EQ(ioctl(out, TIOCSWINSZ, &window), 0);
   const int keep = dup(out);  // the terminal's text is lost with its last end
   EXPECT_EQ(wait(start(arguments, out)), 0);
-  std::string text(10000, '\0');
-  const ssize_t taken = read(terminal, text.data(), text.size());
-  EXPECT_GT(taken, 0);
-  text.resize(static_cast<std::size_t>(std::max<ssize_t>(taken, 0)));
+  std::string text = written_to_terminal(terminal, keep);
   close(keep);
   close(terminal);
   return text;
@@ -209,15 +224,16 @@ bool ToolTest::can_limit_memory() {
 #endif
 }
 
-bool ToolTest::make_read_only() {
-  chmod(folder.path().c_str(), 0755);
-  chmod(copies().c_str(), 0777);
-  chmod(file().c_str(), 0444);
-  chmod(store().c_str(), 0555);
-  unprivileged = geteuid() == 0;  // root may write everywhere
-  if (run({"--version"}).status != 127) return true;
-  chmod(store().c_str(), 0755);
-  return false;
+void ToolTest::make_read_only() {
+  ASSERT_EQ(chmod(file().c_str(), 0444), 0);
+  ASSERT_EQ(chmod(store().c_str(), 0555), 0);
+  unprivileged = true;
+}
+
+void ToolTest::make_writable() {
+  ASSERT_EQ(chmod(store().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(file().c_str(), 0644), 0);
+  unprivileged = false;
 }
 
 std::string ToolTest::write(const std::string& name, const std::string& content) {

@@ -49,6 +49,10 @@ class WriteAhead {
 // removed.
 std::string line(const Json& changes);
 
+// All that was written to the other end of a pseudo-terminal. One read() can return a part of it:
+// the kernel passes the text on in the background.
+std::string written_to_terminal(int terminal, int other_end);
+
 // The names of an object's members, in their order.
 Rows keys(const Json& object);
 
@@ -93,13 +97,14 @@ class ToolTest : public testing::Test {
   std::string temporary(const std::string& name) const { return files_.file(name); }
   const std::string& copies() const { return copies_.path(); }
 
-  // Makes the store and its folder read-only to the program, which is then run as a user who may
-  // not write. False, with the folder as it was, when that user cannot start the program.
-  bool make_read_only();
+  // Makes the store and its folder read-only; the program is then run unprivileged.
+  void make_read_only();
+  void make_writable();
 
   TemporaryFolder folder;
 
-  // Set by a test that runs as root: the program is then run as a user who may not write.
+  // The program is run without the capabilities of root, who may otherwise read and write all
+  // files.
   bool unprivileged = false;
 
   // Added to the program's environment, as "NAME=value".

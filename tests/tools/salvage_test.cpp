@@ -177,10 +177,8 @@ TEST_F(SalvageTest, FileOfAnyNameInAFolderThatCannotBeWritten) {
   std::filesystem::rename(file(), place + "/old.bak");
   ASSERT_EQ(chmod((place + "/old.bak").c_str(), 0444), 0);
   ASSERT_EQ(chmod(place.c_str(), 0555), 0);
-  ASSERT_EQ(chmod(store().c_str(), 0777), 0);
-  ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
   const Listing before = listing(place);
-  unprivileged = geteuid() == 0;
+  unprivileged = true;
   const std::string made = store() + "/made";
   const std::string text = output({"salvage", place + "/old.bak", made});
   EXPECT_EQ(text.find("from " + std::filesystem::canonical(place).string() + "/old.bak\n"), 0U);

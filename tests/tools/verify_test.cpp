@@ -1384,12 +1384,11 @@ TEST_F(VerifyTest, CommitThatFailsOrIsInterruptedLeavesTheStoreAndTheCopy) {
 TEST_F(VerifyTest, ReadOnlyStoreIsAClearError) {
   import_sample();
   plant("update t_session set unread_count=8 where session_id='room'");
-  if (!make_read_only()) GTEST_SKIP() << "the program lies where only root reaches it";
+  make_read_only();
   expect_refused({}, file() +
                          ": attempt to write a readonly database; nothing was changed; make the "
                          "file and its folder writable");
   EXPECT_EQ(changes(repair("counters", {"--dry-run"})), Rows{"counters room unread_count 8 -> 3"});
-  chmod(store().c_str(), 0755);
 }
 
 TEST_F(VerifyTest, BadUsage) {
