@@ -11,6 +11,7 @@
 #include "base/log_message.h"
 #include "base/pathname.h"
 #include "tools/connection.h"
+#include "tools/regular_file.h"
 #include "tools/store_copy.h"
 #include "tools/tool_error.h"
 
@@ -48,14 +49,32 @@ bool holds_store_tables(const std::string& file) {
   return has_store_tables(Connection(uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI));
 }
 
+// The page size that a log's header names; 0 if there is no header.
+int64_t page_size_of_log(const std::string& file) {
+  constexpr std::uint64_t kPlace = 8;
+  std::string bytes;
+  if (!ReadOnlyFile(file + "-wal", true).read(kPlace, 4, bytes)) return 0;
+  int64_t size = 0;
+  for (const char byte : bytes) size = size << 8 | static_cast<unsigned char>(byte);
+  return size;
+}
+
+int64_t page_size_of_file(const Connection& connection) {
+  int64_t size = 0;
+  connection.each_row("pragma page_size",
+                      [&size](sqlite3_stmt* row) { size = sqlite3_column_int64(row, 0); });
+  return size;
+}
+
 // The same of a file whose log has its index beside it, as while a client has the store open. The
 // log stays as it is; the index may be made anew.
 bool holds_store_tables_with_log(const std::string& file) {
   struct stat status = {};
   if (stat((file + "-shm").c_str(), &status) != 0) return false;
+  const int64_t log_page_size = page_size_of_log(file);
   const Connection connection(file, SQLITE_OPEN_READONLY);
   sqlite3_db_config(connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-  return has_store_tables(connection);
+  return has_store_tables(connection) && page_size_of_file(connection) == log_page_size;
 }
 
 // SQLite opens what may only be read all the same, and leaves a log and its index beside it.
@@ -81,6 +100,13 @@ StoreState look_at_store(const std::string& file, const std::string& name, std::
     return StoreState::kDamaged;
   }
   if (rc != SQLITE_DONE) throw ToolError(name + ": " + connection.error());
+  // A log of another page size can be read. SQLite notices it only here, and when it writes, it
+  // reads memory beyond its pages.
+  const int checkpoint = connection.run("pragma wal_checkpoint") & 0xff;
+  if (checkpoint == SQLITE_CORRUPT || checkpoint == SQLITE_NOTADB) {
+    detail = connection.error();
+    return StoreState::kDamaged;
+  }
   if (all == 0) return StoreState::kEmpty;
   return ours == kTables ? StoreState::kStore : StoreState::kForeign;
 }

@@ -160,6 +160,29 @@ TEST_F(HostileFilesTest, SalvageRefusesALogThatIsNone) {
   }
 }
 
+// SQLite reads such a log, and when it writes to it, memory beyond its pages.
+TEST_F(HostileFilesTest, ALogOfAnotherPageSizeIsDamage) {
+  const std::string other = folder.file("other");
+  fs::copy_file(file(), other);
+  corvan_test::plant(other, "pragma journal_mode=delete;pragma page_size=65536;vacuum");
+  const WriteAhead log(other, "update t_session set draft='x'");
+  std::vector<Arguments> commands = looking();
+  for (const Arguments& arguments : changing()) commands.push_back(arguments);
+  fs::copy_file(other + "-wal", file() + "-wal");
+  const std::string before = read_file(file()) + read_file(file() + "-wal");
+  for (const bool has_index : {false, true}) {
+    if (has_index) fs::copy_file(other + "-shm", file() + "-shm");
+    for (const Arguments& arguments : commands) {
+      const Outcome outcome = run(arguments);
+      EXPECT_NE(outcome.status, 0) << arguments[0];
+      EXPECT_NE((outcome.out + outcome.err).find("malformed"), std::string::npos)
+          << arguments[0] << ": " << outcome.err;
+      EXPECT_EQ(read_file(file()) + read_file(file() + "-wal"), before) << arguments[0];
+      fs::remove_all(folder.file("made"));
+    }
+  }
+}
+
 TEST_F(HostileFilesTest, ALinkToAStoresFileIsFollowed) {
   const std::string other = folder.file("other");
   fs::create_directory(other);
