@@ -30,6 +30,7 @@ void prepare_folder(const std::string& folder) {
   if (!std::filesystem::exists(file, error)) return;
   require_store_in(folder, true);
   // The library waits for no lock when it opens a store.
+  // cppcheck-suppress unreadVariable; it throws when there is a lock
   const StoreTransaction writable(file, file, "begin immediate");
 }
 
@@ -220,7 +221,7 @@ bool ImportStore::is_batch_there(const Connection& connection,
   const int rc = connection.each_row(
       "select 1 from t_message where id=? and session_id=? and (?=0 or server_uid=?)",
       [&found](sqlite3_stmt* /*row*/) { found = true; }, saved.id, message.session_id,
-      int64_t{saved.completed}, message.server_uid);
+      static_cast<int64_t>(saved.completed), message.server_uid);
   if (rc != SQLITE_DONE) throw ToolError(connection.error());
   return found;
 }

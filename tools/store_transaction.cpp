@@ -56,7 +56,7 @@ std::string StoreTransaction::commit(const std::function<bool(const Connection&)
     return name_ + ": " + failure_text(*connection_, rc, outcome);
   };
   const std::string nothing = text("nothing was changed");
-  const std::string everything = text("the changes were made all the same");
+  std::string everything = text("the changes were made all the same");
   const std::string unknown = text(
       "whether the changes were made shows when the store can be written again; run the command "
       "again then");
