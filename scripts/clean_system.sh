@@ -55,8 +55,8 @@ download_settings() {
 }
 
 make_empty_system() {
-  [ ! -e "$empty.complete" ] || return 0
-  remove "$empty"
+  [ ! -d "$empty" ] || return 0
+  remove "$empty.part"
   local archives
   archives=$(sources)
   if [ -z "$archives" ]; then
@@ -67,8 +67,8 @@ make_empty_system() {
   local options=(--mode=root --variant=minbase --aptopt="$folder/apt.conf")
   [[ $archives != *https:* ]] || options+=(--include=ca-certificates)
   # Without archives mmdebstrap takes its own.
-  unshare --mount mmdebstrap "${options[@]}" "$codename" "$empty" ${archives:+-} <<<"$archives"
-  touch "$empty.complete"
+  unshare --mount mmdebstrap "${options[@]}" "$codename" "$empty.part" ${archives:+-} <<<"$archives"
+  mv "$empty.part" "$empty"
 }
 
 # The files that git tracks, as they are now; without git, all but what is built.
