@@ -38,9 +38,10 @@ namespace Corvan {
 // was read until then is the result. Unless an operation says otherwise, an out-parameter keeps the
 // caller's value when nothing was found or the operation failed. Only std::bad_alloc may leave an
 // operation, which then has finalised its statements and ended its transaction.
-// A write that fails because its commit cannot be synced (SQLite's code 10) is rolled back, but it
-// stays in the write-ahead log. If the process is then killed, the next opening finds the write
-// committed. The next commit that succeeds takes it away, and so does closing the store. After a
+// A write that fails because its commit cannot be synced (SQLite's code 10), or because memory ends
+// right after that (7), is rolled back, but it stays in the write-ahead log. If the process is then
+// killed, the next opening finds the write committed. The next commit that succeeds takes it away,
+// and so does closing the store, unless that fails or another process has the file open. After a
 // restart, look whether such a write is there before you repeat it.
 // A missing statement or connection where one is required is a programming error and aborts the
 // process. When SQLite calls the open file damaged (11) or not a database (26) while a statement is
@@ -177,8 +178,9 @@ class CvDbSingleton {
   // user's id.
   //
   // If the sync of the insert failed, the message may be there after a restart, without its
-  // conversation having been brought up to date. Saved again then, it is found by its server uid or
-  // client uid; without either it is stored twice.
+  // conversation having been brought up to date. Saved again then, it is refused if it has a server
+  // uid. If it is found by its client uid alone, it is completed, and so marked as sent. Otherwise
+  // it is stored twice.
   //
   // The read status is derived: 1 for own messages and in chat rooms, else 0; `read_status` is not
   // stored. A `sent_time` below 1 becomes the clock's time. `history` (fetched, not live) and

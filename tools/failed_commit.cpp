@@ -20,7 +20,10 @@ int write_without_effect(const Connection& connection) {
 }  // namespace
 
 bool may_have_stored(int code) {
-  return (code & 0xff) == SQLITE_IOERR && code != SQLITE_IOERR_WRITE;
+  const int kind = code & 0xff;
+  const bool is_certain = kind == SQLITE_BUSY || kind == SQLITE_LOCKED || kind == SQLITE_FULL ||
+                          code == SQLITE_IOERR_WRITE;
+  return !is_certain;
 }
 
 CommitOutcome settle_failed_commit(const std::string& file,

@@ -16,16 +16,18 @@ enum class CommitOutcome {
   kUnknown,     // the store cannot be read or written; the transaction may appear later
 };
 
-// Whether a commit that failed with this extended result code may have stored its transaction. Not
-// for want of a lock or of room: SQLite then did not get as far as the mark of the commit.
+// Whether a commit that failed with this extended result code may have stored its transaction.
+// False if it failed for want of a lock or of room: SQLite then did not get as far as the mark of
+// the commit.
 bool may_have_stored(int code);
 
 // Finds out whether a transaction is in the store although its commit failed.
 //
-// When the sync at the end of a commit fails, SQLite rolls the transaction back. But its pages are
-// already in the write-ahead log, with the mark of a commit. If nothing overwrites them there, the
-// next process to open the store replays them. So this opens the store again, calls `is_there`,
-// and then commits a change without effect, which overwrites what the failed commit wrote.
+// When the sync at the end of a commit fails, or memory ends after it, SQLite rolls the transaction
+// back. But its pages are already in the write-ahead log, with the mark of a commit. If nothing
+// overwrites them there, the next process to open the store replays them. So this opens the store
+// again, calls `is_there`, and then commits a change without effect, which overwrites what the
+// failed commit wrote.
 //
 // The connection whose commit failed must be closed. `is_there` runs inside a write transaction and
 // may throw ToolError, which gives kUnknown.

@@ -26,7 +26,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kLongestLine = 64;  // MiB
-constexpr const char* kNotKept = "the store does not keep it: a trigger in its file drops it";
+constexpr const char* kNotKept =
+    "the store did not keep it: a trigger in its file drops it, the id of its message is above "
+    "2147483647, or t_message is unlike a new store's; see 'corvan verify'";
 
 class Import {
  public:
@@ -66,7 +68,7 @@ class Import {
   }
 
  private:
-  // Fills the batch with the next good lines; entries keep their memory from batch to batch.
+  // Fills the batch with the next good lines.
   void read_batch() {
     std::size_t filled = 0;
     std::string line;

@@ -47,38 +47,16 @@ bool are_ids_used_up(const std::string& file) {
 }
 
 constexpr const char* kIdsUsedUp =
-    "no id is left for a new message: 9223372036854775807, the largest one, was given; 'corvan "
-    "export' the store as JSON Lines, give that message and the line \"sequence\" smaller numbers, "
-    "and 'corvan restore' it";
+    "no id is left for a new message: 9223372036854775807 is the largest one; 'corvan export' the "
+    "store as JSON Lines, give the messages with the largest ids, every \"latest_id\" that names "
+    "them and the line \"sequence\" smaller numbers, and 'corvan restore' it";
+
+// A commit that failed for one of these reasons has stored nothing; the store tells only the text.
+bool has_stored_nothing(const std::string& failure) {
+  return failure == sqlite3_errstr(SQLITE_BUSY) || failure == sqlite3_errstr(SQLITE_FULL);
+}
 
 }  // namespace
-
-class ImportStore::LookUp {
- public:
-  explicit LookUp(Corvan::CvDbSingleton& store) : store_(store) {
-    int32_t rc = 0;
-    query_ = store.prepare_sql(
-        "select session_id,session_type,sender,client_uid,server_uid from t_message where id=?",
-        rc);
-  }
-  LookUp(const LookUp&) = delete;
-  LookUp& operator=(const LookUp&) = delete;
-  ~LookUp() {
-    if (query_ != nullptr) store_.finalize(query_);
-  }
-
-  // Null if there is no such row.
-  sqlite3_stmt* row(int64_t id) const {
-    if (query_ == nullptr) return nullptr;
-    store_.reset(query_);
-    Corvan::CvDbSingleton::bind(query_, 1, id);
-    return store_.step(query_, false) == SQLITE_ROW ? query_ : nullptr;
-  }
-
- private:
-  Corvan::CvDbSingleton& store_;
-  sqlite3_stmt* query_;
-};
 
 void ImportCounts::add(const ImportCounts& other) {
   stored += other.stored;
@@ -91,19 +69,25 @@ ImportStore::ImportStore(const ImportOptions& options)
     : options_(options), file_(store_file(options.folder)) {
   prepare_folder(options.folder);
   store_.emplace(options.folder, options.user);
-  if (!store().failure().empty()) throw ToolError(file_ + ": " + store().failure());
+  if (has_failed()) throw ToolError(file_ + ": " + store().failure());
   store()->execute_none_query("pragma busy_timeout=2000");  // as every other connection of the tool
   read_newest_id();
 }
 
-std::vector<std::size_t> ImportStore::save(const std::vector<ImportEntry>& batch,
-                                           ImportCounts& counts) {
-  const int64_t newest_id = newest_id_;
-  if (!store()->start_transaction()) fail_to_save(batch, 0);
+std::vector<std::size_t> ImportStore::save(const Batch& batch, ImportCounts& counts) {
+  newest_before_ = newest_id_;
+  if (!store()->start_transaction()) fail_without(batch, 0);
   ImportCounts saved;
-  std::vector<std::size_t> dropped = save_each(batch, saved);
+  std::vector<std::size_t> dropped;
+  {
+    const ImportLookUp look_up(*Corvan::CvDbSingleton::get_instance());
+    dropped = save_each(look_up, batch, saved, counts);
+    if (dropped.empty()) read_rows(look_up);
+    if (has_failed()) fail_without(batch, batch.size() - 1);
+  }
   if (!dropped.empty()) {
-    roll_back(newest_id);
+    store()->execute_none_query("rollback transaction");
+    newest_id_ = newest_before_;
     return dropped;
   }
   if (!store()->commit_transaction()) fail_to_commit(batch, saved, counts);
@@ -120,37 +104,6 @@ void ImportStore::read_newest_id() {
   store()->finalize(query);
 }
 
-// When a trigger drops an insert or an update, the save still returns an id: that of a row that was
-// inserted before, into whatever table. A later insert may delete a row, too.
-std::vector<std::size_t> ImportStore::save_each(const std::vector<ImportEntry>& batch,
-                                                ImportCounts& counts) {
-  std::vector<std::size_t> dropped;
-  const LookUp look_up(*Corvan::CvDbSingleton::get_instance());
-  saved_.clear();
-  for (std::size_t i = 0; i < batch.size(); ++i) {
-    const int64_t id = save_one(batch[i].message);
-    if (!store().failure().empty()) fail_to_save(batch, i);
-    if (id < 0) {
-      ++counts.refused;
-      continue;
-    }
-    // The store's ids only grow, so an older one is that of a message that was there before.
-    const Saved saved = {i, id, id <= newest_id_};
-    if (!is_there(look_up, batch[i].message, saved)) {
-      dropped.push_back(i);
-      continue;
-    }
-    ++(saved.completed ? counts.completed : counts.stored);
-    newest_id_ = std::max(newest_id_, id);
-    saved_.push_back(saved);
-  }
-  for (const Saved& saved : saved_) {
-    if (!is_there(look_up, batch[saved.entry].message, saved)) dropped.push_back(saved.entry);
-  }
-  std::sort(dropped.begin(), dropped.end());
-  return dropped;
-}
-
 int64_t ImportStore::save_one(const ImportMessage& m) {
   return store()->save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
                                m.is_receive, m.sent_status, 0, m.is_mention, m.sent_time,
@@ -163,37 +116,95 @@ bool ImportStore::may_complete(const ImportMessage& message) const {
   return message.client_uid > 0 && !options_.history && !options_.insert_only;
 }
 
-bool ImportStore::is_there(const LookUp& look_up, const ImportMessage& message,
+std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, const Batch& batch,
+                                                ImportCounts& saved, ImportCounts& counts) {
+  std::vector<std::size_t> dropped;
+  saved_.clear();
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    const int64_t id = save_one(batch[i].message);
+    // The store's ids only grow, so an older one is that of a message that was there before.
+    const Saved one = {i, id, id <= newest_id_};
+    if (has_failed()) fail_to_save(look_up, batch, i, id, counts);
+    if (id < 0) {
+      ++saved.refused;
+      continue;
+    }
+    const bool is_kept = is_there(look_up, batch, one);
+    if (has_failed()) fail_without(batch, i);
+    if (!is_kept) {
+      dropped.push_back(i);
+      continue;
+    }
+    ++(one.completed ? saved.completed : saved.stored);
+    newest_id_ = std::max(newest_id_, id);
+    saved_.push_back(one);
+  }
+  // A later message may have made a trigger delete an earlier one.
+  for (const Saved& one : saved_) {
+    if (!look_up.has(one.id, batch[one.entry].message)) dropped.push_back(one.entry);
+  }
+  std::sort(dropped.begin(), dropped.end());
+  return dropped;
+}
+
+// To be called right after the save. When a trigger drops an insert or an update, the save still
+// returns an id: that of a row that was inserted before, into whatever table.
+bool ImportStore::is_there(const ImportLookUp& look_up, const Batch& batch,
                            const Saved& saved) const {
-  sqlite3_stmt* const row = look_up.row(saved.id);
-  if (row == nullptr || !saved.completed) return row != nullptr;
-  const std::string& sender = message.is_receive ? message.sender : options_.user;
-  return may_complete(message) && text_at(row, 0) == message.session_id &&
-         sqlite3_column_int(row, 1) == message.session_type && text_at(row, 2) == sender &&
-         sqlite3_column_int64(row, 3) == message.client_uid &&
-         (message.server_uid.empty() || text_at(row, 4) == message.server_uid);
+  const ImportMessage& message = batch[saved.entry].message;
+  if (saved.completed && !(may_complete(message) && look_up.changed_a_row())) return false;
+  return look_up.has(saved.id, message);
 }
 
-void ImportStore::roll_back(int64_t newest_id) {
-  store()->execute_none_query("rollback transaction");
-  newest_id_ = newest_id;
+// Keeps what shows later whether the transaction was committed: a new row, or, without one, all
+// rows that were completed.
+void ImportStore::read_rows(const ImportLookUp& look_up) {
+  rows_.clear();
+  const auto last_new = std::find_if(saved_.rbegin(), saved_.rend(),
+                                     [](const Saved& saved) { return !saved.completed; });
+  if (last_new != saved_.rend()) {
+    rows_.push_back({last_new->id, look_up.text(last_new->id)});
+    return;
+  }
+  for (const Saved& saved : saved_) rows_.push_back({saved.id, look_up.text(saved.id)});
 }
 
-void ImportStore::fail_to_save(const std::vector<ImportEntry>& batch, std::size_t entry) {
-  store()->execute_none_query("rollback transaction");
+bool ImportStore::are_rows_there(const Connection& connection) const {
+  return std::all_of(rows_.begin(), rows_.end(), [&connection](const Row& row) {
+    std::string text;
+    const int rc = connection.each_row(
+        kMessageRow, [&text](sqlite3_stmt* found) { text = row_text(found); }, row.id);
+    if (rc != SQLITE_DONE) throw ToolError(connection.error());
+    return text == row.text;
+  });
+}
+
+// The transaction is rolled back when the store is closed.
+void ImportStore::fail_without(const Batch& batch, std::size_t entry) {
   throw ToolError(file_ + ": " + failure() + "; nothing was stored from " + batch.front().place +
                   " on (at " + batch[entry].place + ")");
 }
 
-void ImportStore::fail_to_commit(const std::vector<ImportEntry>& batch, const ImportCounts& saved,
+// After some failures SQLite has ended the transaction, and what the save did after that was
+// committed on its own.
+void ImportStore::fail_to_save(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+                               int64_t id, ImportCounts& counts) {
+  const bool was_open = store()->execute_none_query("rollback transaction") == SQLITE_DONE;
+  const Saved saved = {entry, id, id <= newest_before_};
+  if (was_open || id < 0 || !is_there(look_up, batch, saved)) fail_without(batch, entry);
+  ++(saved.completed ? counts.completed : counts.stored);
+  throw ToolError(file_ + ": " + failure() + "; of the lines from " + batch.front().place +
+                  " on only " + batch[entry].place +
+                  " is stored, perhaps without its conversation's counters");
+}
+
+void ImportStore::fail_to_commit(const Batch& batch, const ImportCounts& saved,
                                  ImportCounts& counts) {
-  const bool is_certain = store().failure() != sqlite3_errstr(SQLITE_IOERR);
+  const bool is_certain = has_stored_nothing(store().failure());
   const std::string why = file_ + ": " + failure();
   store_.reset();
-  const auto is_there = [&](const Connection& connection) {
-    return is_batch_there(connection, batch);
-  };
-  switch (is_certain ? CommitOutcome::kNothing : settle_failed_commit(file_, is_there)) {
+  const auto is_made = [this](const Connection& connection) { return are_rows_there(connection); };
+  switch (is_certain ? CommitOutcome::kNothing : settle_failed_commit(file_, is_made)) {
     case CommitOutcome::kNothing:
       throw ToolError(why + "; nothing was stored from " + batch.front().place + " on");
     case CommitOutcome::kEverything:
@@ -209,27 +220,11 @@ void ImportStore::fail_to_commit(const std::vector<ImportEntry>& batch, const Im
                   "before you import them again, unless they have server uids");
 }
 
-// Looks for one row, since a transaction is stored whole: a new one if there is any.
-bool ImportStore::is_batch_there(const Connection& connection,
-                                 const std::vector<ImportEntry>& batch) const {
-  if (saved_.empty()) return false;
-  const auto last_new = std::find_if(saved_.rbegin(), saved_.rend(),
-                                     [](const Saved& saved) { return !saved.completed; });
-  const Saved& saved = last_new == saved_.rend() ? saved_.back() : *last_new;
-  const ImportMessage& message = batch[saved.entry].message;
-  bool found = false;
-  const int rc = connection.each_row(
-      "select 1 from t_message where id=? and session_id=? and (?=0 or server_uid=?)",
-      [&found](sqlite3_stmt* /*row*/) { found = true; }, saved.id, message.session_id,
-      static_cast<int64_t>(saved.completed), message.server_uid);
-  if (rc != SQLITE_DONE) throw ToolError(connection.error());
-  return found;
-}
-
 std::string ImportStore::failure() {
   const std::string& text = store().failure();
-  const bool is_full = text == sqlite3_errstr(SQLITE_FULL);
-  return is_full && are_ids_used_up(file_) ? kIdsUsedUp : text;
+  if (text != sqlite3_errstr(SQLITE_FULL)) return text;
+  const bool is_last = newest_id_ == std::numeric_limits<int64_t>::max();
+  return is_last || are_ids_used_up(file_) ? kIdsUsedUp : text;
 }
 
 }  // namespace corvan_tool

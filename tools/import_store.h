@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tools/import_line.h"
+#include "tools/import_look_up.h"
 #include "tools/open_store.h"
 
 namespace corvan_tool {
@@ -33,6 +34,8 @@ struct ImportCounts {
 
 class ImportStore {
  public:
+  using Batch = std::vector<ImportEntry>;
+
   // Makes the folder if it is missing, and opens the store. `options` must live longer. Throws
   // ToolError if the folder holds something else, or the store cannot be opened or written.
   explicit ImportStore(const ImportOptions& options);
@@ -41,7 +44,7 @@ class ImportStore {
   // list, or, with nothing stored, the positions of the entries that are missing after their save,
   // as when a trigger drops them. Throws ToolError if the store fails; `counts` is right then, too,
   // unless the error says that it is not known what is stored. Call nothing afterwards.
-  std::vector<std::size_t> save(const std::vector<ImportEntry>& batch, ImportCounts& counts);
+  std::vector<std::size_t> save(const Batch& batch, ImportCounts& counts);
 
  private:
   // An entry that the store answered with an id.
@@ -50,28 +53,36 @@ class ImportStore {
     int64_t id = 0;
     bool completed = false;
   };
-
-  // Looks messages up by id, through the store's own connection.
-  class LookUp;
+  // A row as the batch leaves it.
+  struct Row {
+    int64_t id = 0;
+    std::string text;
+  };
 
   OpenStore& store() { return *store_; }
+  bool has_failed() { return !store().failure().empty(); }
   void read_newest_id();
-  std::vector<std::size_t> save_each(const std::vector<ImportEntry>& batch, ImportCounts& counts);
   int64_t save_one(const ImportMessage& message);
   bool may_complete(const ImportMessage& message) const;
-  bool is_there(const LookUp& look_up, const ImportMessage& message, const Saved& saved) const;
-  void roll_back(int64_t newest_id);
-  [[noreturn]] void fail_to_save(const std::vector<ImportEntry>& batch, std::size_t entry);
-  [[noreturn]] void fail_to_commit(const std::vector<ImportEntry>& batch, const ImportCounts& saved,
+  std::vector<std::size_t> save_each(const ImportLookUp& look_up, const Batch& batch,
+                                     ImportCounts& saved, ImportCounts& counts);
+  bool is_there(const ImportLookUp& look_up, const Batch& batch, const Saved& saved) const;
+  void read_rows(const ImportLookUp& look_up);
+  bool are_rows_there(const Connection& connection) const;
+  [[noreturn]] void fail_without(const Batch& batch, std::size_t entry);
+  [[noreturn]] void fail_to_save(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+                                 int64_t id, ImportCounts& counts);
+  [[noreturn]] void fail_to_commit(const Batch& batch, const ImportCounts& saved,
                                    ImportCounts& counts);
-  bool is_batch_there(const Connection& connection, const std::vector<ImportEntry>& batch) const;
   std::string failure();
 
   const ImportOptions& options_;
   const std::string file_;
   std::optional<OpenStore> store_;
   int64_t newest_id_ = 0;
-  std::vector<Saved> saved_;  // of the batch in hand
+  int64_t newest_before_ = 0;  // the batch in hand
+  std::vector<Saved> saved_;   // here and below: of the batch in hand
+  std::vector<Row> rows_;
 };
 
 }  // namespace corvan_tool

@@ -94,6 +94,15 @@ TEST_F(FalseFailure, AServerUidKeepsItFromBeingStoredTwice) {
   EXPECT_EQ(contents_after_restart(), (Rows{"first", "second"}));
 }
 
+TEST_F(FalseFailure, AnOwnMessageSavedAgainIsMarkedAsSent) {
+  const NewMessage message = NewMessage().own(7).at(200).status(2);
+  EXPECT_EQ(save_without_sync(message), -1);
+  restart();
+  EXPECT_EQ(rows_after_restart("select sent_status from t_message where id=2"), Rows{"2"});
+  EXPECT_EQ(save(message), 2);
+  EXPECT_EQ(rows_after_restart("select sent_status from t_message where client_uid=7"), Rows{"0"});
+}
+
 TEST_F(FalseFailure, SavedAgainBeforeARestartItIsStoredOnce) {
   const NewMessage message = NewMessage().at(200).text("second");
   EXPECT_EQ(save_without_sync(message), -1);

@@ -1,4 +1,5 @@
-// The sync at the end of a commit fails, and the tool must report what the store then holds. A
+// A sync or a read of the store's files fails, and the tool must report what the store then holds.
+// When it is the sync at the end of a commit, the commit is in the write-ahead log all the same. A
 // client that has the store open keeps the write-ahead log from being cleared; when it is killed,
 // the next opening replays what the failed commit left there.
 
@@ -22,7 +23,7 @@ namespace {
 constexpr int kLines = 30;
 constexpr int kStoredBefore = 10;
 constexpr int kBatch = 5;
-constexpr int kMostSyncs = 60;  // more than any command here makes
+constexpr int kMostCalls = 200;  // more than any command here makes
 
 // `from` to `to`, without server uids, so that a message stored twice shows.
 std::string messages(int from, int to) {
@@ -36,29 +37,36 @@ std::string messages(int from, int to) {
 enum class Client { kNone, kHasStoreOpen };
 enum class Fails { kOnce, kFromThenOn };
 
-class FailedSyncTest : public ToolTest {
+class FailedCallsTest : public ToolTest {
  protected:
   void SetUp() override {
     import(messages(1, kStoredBefore));
     std::filesystem::rename(store(), before());
   }
 
-  // Each sync of the store's files fails in turn while the program runs with `arguments`; calls
-  // `check` with what it answered. The store is as SetUp() and `prepare` left it each time.
-  void at_every_sync(const Arguments& arguments, Client client, Fails fails,
+  // Each sync of the store's files, or each read, fails in turn while the program runs with
+  // `arguments`; calls `check` with what it answered. The store is as SetUp() and `prepare` left it
+  // each time.
+  void at_every_call(const Arguments& arguments, Client client, Fails fails,
                      const std::function<void(const Outcome&)>& check,
                      const std::string& prepare = "") {
-    int sync = 1;
-    for (; sync <= kMostSyncs; ++sync) {
-      SCOPED_TRACE("sync " + std::to_string(sync));
+    int call = 1;
+    for (; call <= kMostCalls; ++call) {
+      SCOPED_TRACE(failing_call_ + " " + std::to_string(call));
       const std::optional<Outcome> outcome = run_with_failure(
-          arguments, client, std::to_string(sync) + (fails == Fails::kOnce ? "" : "+"), prepare);
+          arguments, client, std::to_string(call) + (fails == Fails::kOnce ? "" : "+"), prepare);
       if (!outcome) break;
       check(*outcome);
     }
-    EXPECT_GT(sync, 1) << "no sync failed";
-    EXPECT_LT(sync, kMostSyncs);
+    EXPECT_GT(call, 1) << "no call failed";
+    EXPECT_LT(call, kMostCalls);
   }
+
+  // From now on reads fail instead of syncs.
+  void let_reads_fail() { failing_call_ = "read"; }
+
+  // The store's folder as SetUp() left it.
+  std::string before() const { return folder.file("before"); }
 
   // What the next opening finds, after the client was killed.
   Rows later(const std::string& sql) const {
@@ -66,9 +74,7 @@ class FailedSyncTest : public ToolTest {
   }
 
  private:
-  std::string before() const { return folder.file("before"); }
-
-  // Nothing if the command makes fewer syncs than that.
+  // Nothing if the command makes fewer calls than that.
   std::optional<Outcome> run_with_failure(const Arguments& arguments, Client client,
                                           const std::string& which, const std::string& prepare) {
     std::filesystem::remove_all(folder.file("copy"));  // of --repair
@@ -77,16 +83,19 @@ class FailedSyncTest : public ToolTest {
     std::unique_ptr<WriteAhead> open;
     if (!prepare.empty()) plant(prepare);
     if (client == Client::kHasStoreOpen) open = std::make_unique<WriteAhead>(file(), "");
-    const std::string mark = folder.file("sync-failed");
+    const std::string mark = folder.file("call-failed");
     std::filesystem::remove(mark);
-    variables = {"LD_PRELOAD=" CORVAN_FAILING_SYNC, "CORVAN_SYNC_IN=" + store() + "/",
-                 "CORVAN_SYNC_FAILS=" + which, "CORVAN_SYNC_MARK=" + mark};
+    variables = {"LD_PRELOAD=" CORVAN_FAILING_CALLS, "CORVAN_FAIL_CALL=" + failing_call_,
+                 "CORVAN_FAIL_IN=" + store() + "/", "CORVAN_FAIL_AT=" + which,
+                 "CORVAN_FAIL_MARK=" + mark};
     const Outcome outcome = run(arguments);
     variables.clear();
     if (!std::filesystem::exists(mark)) return std::nullopt;
     keep_for_later();
     return outcome;
   }
+
+  std::string failing_call_ = "sync";
 
   // As a killed client leaves the files: nothing is brought from the log into the store.
   void keep_for_later() const {
@@ -101,10 +110,10 @@ class FailedSyncTest : public ToolTest {
 
 // ---- Import -------------------------------------------------------------------------------------
 
-class FailedSyncOfImport : public FailedSyncTest {
+class FailedCallOfImport : public FailedCallsTest {
  protected:
   void SetUp() override {
-    FailedSyncTest::SetUp();
+    FailedCallsTest::SetUp();
     log_ = write("log.jsonl", messages(kStoredBefore + 1, kLines));
     arguments_ = {"import", store(), "--user", "me", "--batch", std::to_string(kBatch), log_};
   }
@@ -154,36 +163,86 @@ class FailedSyncOfImport : public FailedSyncTest {
   std::string log_;
 };
 
-TEST_F(FailedSyncOfImport, ReportsWhatIsStored) {
-  at_every_sync(arguments_, Client::kNone, Fails::kOnce,
-                [this](const Outcome& outcome) { expect_truth(outcome); });
-}
-
-TEST_F(FailedSyncOfImport, ReportsWhatIsStoredWhileAClientHasTheStoreOpen) {
-  at_every_sync(arguments_, Client::kHasStoreOpen, Fails::kOnce, [this](const Outcome& outcome) {
+TEST_F(FailedCallOfImport, ReportsWhatIsStored) {
+  at_every_call(arguments_, Client::kNone, Fails::kOnce, [this](const Outcome& outcome) {
     EXPECT_EQ(outcome.err.find("; whether "), std::string::npos) << outcome.err;
     expect_truth(outcome);
   });
 }
 
-TEST_F(FailedSyncOfImport, ReportsWhatIsStoredOrThatItCannotTellWhenNoSyncSucceedsAgain) {
+// Batches of five lines: a line that is refused, and messages of the user that are completed, with
+// a server uid or with a time alone.
+TEST_F(FailedCallOfImport, ReportsWhatIsCompleted) {
+  const auto own = [](int uid, int time, const std::string& server_uid) {
+    return line({{"session_id", "own"},
+                 {"sender", "me"},
+                 {"is_receive", false},
+                 {"client_uid", uid},
+                 {"sent_time", time},
+                 {"server_uid", server_uid}});
+  };
+  std::string before_lines;
+  std::string named;
+  std::string timed;
+  for (int uid = 1; uid <= 4; ++uid) {
+    before_lines += own(uid, 100, "") + own(uid + 4, 100, "");
+    named += own(uid, 200, "s" + std::to_string(uid));
+    timed += own(uid + 4, 200, "");
+  }
+  const std::string refused = line({{"server_uid", "there"}});
+  const std::string there = write("there.jsonl", before_lines + refused);
+  ASSERT_EQ(run({"import", before(), "--user", "me", there}).status, 0);
+  const std::string log = write("own.jsonl", named + refused + timed + refused);
+  const std::string own_rows = " from t_message where client_uid>0 and sent_time=200";
+  at_every_call({"import", store(), "--user", "me", "--batch", "5", log}, Client::kHasStoreOpen,
+                Fails::kOnce, [&](const Outcome& outcome) {
+                  const std::string completed = later("select count(*)" + own_rows).at(0);
+                  EXPECT_EQ(outcome.out.rfind("0 stored, " + completed + " completed", 0), 0U)
+                      << completed << " rows, but: " << outcome.out << outcome.err;
+                });
+}
+
+TEST_F(FailedCallOfImport, ReportsWhatIsStoredWhileAClientHasTheStoreOpen) {
+  at_every_call(arguments_, Client::kHasStoreOpen, Fails::kOnce, [this](const Outcome& outcome) {
+    EXPECT_EQ(outcome.err.find("; whether "), std::string::npos) << outcome.err;
+    expect_truth(outcome);
+  });
+}
+
+TEST_F(FailedCallOfImport, ReportsWhatIsStoredOrThatItCannotTellWhenNoSyncSucceedsAgain) {
   for (const Client client : {Client::kNone, Client::kHasStoreOpen}) {
-    at_every_sync(arguments_, client, Fails::kFromThenOn,
+    at_every_call(arguments_, client, Fails::kFromThenOn,
                   [this](const Outcome& outcome) { expect_truth(outcome); });
   }
 }
 
-TEST_F(FailedSyncOfImport, TheErrorTellsFromWhichLineToGoOn) {
+TEST_F(FailedCallOfImport, TheErrorTellsFromWhichLineToGoOn) {
   for (const Client client : {Client::kNone, Client::kHasStoreOpen}) {
-    at_every_sync(arguments_, client, Fails::kOnce,
+    at_every_call(arguments_, client, Fails::kOnce,
                   [this](const Outcome& outcome) { go_on_after(outcome); });
   }
+}
+
+// SQLite may end the transaction after a read that failed, and the library then stores the message
+// on its own.
+TEST_F(FailedCallOfImport, ReportsWhatIsStoredWhenAReadFails) {
+  let_reads_fail();
+  at_every_call(arguments_, Client::kNone, Fails::kOnce, [this](const Outcome& outcome) {
+    const int rows = std::stoi(later("select count(*) from t_message").at(0));
+    const std::string stored = std::to_string(rows - kStoredBefore) + " stored, ";
+    EXPECT_EQ(outcome.out.rfind(stored, 0), 0U) << outcome.out << outcome.err;
+    EXPECT_EQ(outcome.err.find("trigger"), std::string::npos) << outcome.err;
+    std::smatch alone;
+    if (!std::regex_search(outcome.err, alone, std::regex("only .*:([0-9]+) is stored"))) return;
+    EXPECT_EQ(later("select content from t_message order by id desc limit 1"),
+              Rows{std::to_string(kStoredBefore + std::stoi(alone[1]))});
+  });
 }
 
 // ---- Commands that change a store in one transaction
 // ----------------------------------------------
 
-class FailedSyncOfChange : public FailedSyncTest {
+class FailedCallOfChange : public FailedCallsTest {
  protected:
   // `sql` gives `made` once the command's change is in the store.
   void expect_truth(const Arguments& arguments, Fails fails, const std::string& prepare,
@@ -205,7 +264,7 @@ class FailedSyncOfChange : public FailedSyncTest {
           EXPECT_NE(outcome.err.find("nothing was changed"), std::string::npos) << outcome.err;
         }
       };
-      at_every_sync(arguments, client, fails, check, prepare);
+      at_every_call(arguments, client, fails, check, prepare);
     }
   }
 
@@ -220,26 +279,26 @@ constexpr const char* kIndexes =
 constexpr const char* kHighCounter = "update t_session set unread_count=99";
 constexpr const char* kCounter = "select unread_count from t_session";
 
-TEST_F(FailedSyncOfChange, IndexReportsWhatIsInTheStore) {
+TEST_F(FailedCallOfChange, IndexReportsWhatIsInTheStore) {
   expect_truth({"index", store()}, Fails::kOnce, kNoIndex, kIndexes, "1");
 }
 
-TEST_F(FailedSyncOfChange, IndexReportsWhatIsInTheStoreWhenNoSyncSucceedsAgain) {
+TEST_F(FailedCallOfChange, IndexReportsWhatIsInTheStoreWhenNoSyncSucceedsAgain) {
   expect_truth({"index", store()}, Fails::kFromThenOn, kNoIndex, kIndexes, "1");
 }
 
-TEST_F(FailedSyncOfChange, RepairReportsWhatIsInTheStore) {
+TEST_F(FailedCallOfChange, RepairReportsWhatIsInTheStore) {
   expect_truth(repair_arguments(), Fails::kOnce, kHighCounter, kCounter, "10");
 }
 
-TEST_F(FailedSyncOfChange, RepairReportsWhatIsInTheStoreWhenNoSyncSucceedsAgain) {
+TEST_F(FailedCallOfChange, RepairReportsWhatIsInTheStoreWhenNoSyncSucceedsAgain) {
   expect_truth(repair_arguments(), Fails::kFromThenOn, kHighCounter, kCounter, "10");
 }
 
-TEST_F(FailedSyncOfChange, CompactLosesNoMessage) {
+TEST_F(FailedCallOfChange, CompactLosesNoMessage) {
   for (const Client client : {Client::kNone, Client::kHasStoreOpen}) {
     for (const Fails fails : {Fails::kOnce, Fails::kFromThenOn}) {
-      at_every_sync({"compact", store()}, client, fails, [this](const Outcome& outcome) {
+      at_every_call({"compact", store()}, client, fails, [this](const Outcome& outcome) {
         EXPECT_TRUE(outcome.status == 0 || outcome.status == 2);
         EXPECT_EQ(later("select count(*),count(distinct content) from t_message"), (Rows{"10|10"}));
         EXPECT_EQ(later("pragma integrity_check"), (Rows{"ok"}));
