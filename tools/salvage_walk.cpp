@@ -125,7 +125,7 @@ void SalvageWalk::find_free_pages() {
       return;
     }
     set_use(trunk, Use::kFree);
-    for (std::uint64_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
       const auto page = static_cast<PageNumber>(number_at(bytes, 8 + 4 * i, 4));
       if (is_page(page)) set_use(page, Use::kFree);
     }

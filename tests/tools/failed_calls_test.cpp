@@ -224,18 +224,30 @@ TEST_F(FailedCallOfImport, TheErrorTellsFromWhichLineToGoOn) {
 }
 
 // SQLite may end the transaction after a read that failed, and the library then stores the message
-// on its own.
+// on its own. The store is too large to be read whole before the first message is saved.
 TEST_F(FailedCallOfImport, ReportsWhatIsStoredWhenAReadFails) {
+  constexpr int kBefore = 3000;
+  const auto named = [](int from, int to) {
+    std::string text;
+    for (int i = from; i <= to; ++i) {
+      text +=
+          line({{"content", std::to_string(i)}, {"server_uid", std::to_string(i * 7919 % 100003)}});
+    }
+    return text;
+  };
+  const std::string many = write("many.jsonl", named(kStoredBefore + 1, kBefore));
+  ASSERT_EQ(run({"import", before(), "--user", "me", many}).status, 0);
+  write("log.jsonl", named(kBefore + 1, kBefore + kLines));
   let_reads_fail();
   at_every_call(arguments_, Client::kNone, Fails::kOnce, [this](const Outcome& outcome) {
     const int rows = std::stoi(later("select count(*) from t_message").at(0));
-    const std::string stored = std::to_string(rows - kStoredBefore) + " stored, ";
+    const std::string stored = std::to_string(rows - kBefore) + " stored, ";
     EXPECT_EQ(outcome.out.rfind(stored, 0), 0U) << outcome.out << outcome.err;
     EXPECT_EQ(outcome.err.find("trigger"), std::string::npos) << outcome.err;
     std::smatch alone;
     if (!std::regex_search(outcome.err, alone, std::regex("only .*:([0-9]+) is stored"))) return;
     EXPECT_EQ(later("select content from t_message order by id desc limit 1"),
-              Rows{std::to_string(kStoredBefore + std::stoi(alone[1]))});
+              Rows{std::to_string(kBefore + std::stoi(alone[1]))});
   });
 }
 

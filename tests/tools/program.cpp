@@ -38,16 +38,15 @@ void redirect(const std::string& path, int flags, int descriptor) {
   close(fd);
 }
 
-// The program's path, after that of the emulator where the machine cannot run it by itself.
-std::vector<std::string> program() {
-  std::vector<std::string> words;
+}  // namespace
+
+Arguments program() {
+  Arguments words;
   std::istringstream emulator(CORVAN_EMULATOR);
   for (std::string word; std::getline(emulator, word, ' ');) words.push_back(word);
   words.emplace_back(CORVAN_PROGRAM);
   return words;
 }
-
-}  // namespace
 
 Listing listing(const std::string& folder) {
   Listing result;

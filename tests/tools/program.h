@@ -28,6 +28,9 @@ struct Outcome {
   std::string err;
 };
 
+// The program's path, after that of the emulator where the machine cannot run it by itself.
+Arguments program();
+
 // A file's content and time of modification, by its name.
 using Listing = std::map<std::string, std::string>;
 Listing listing(const std::string& folder);

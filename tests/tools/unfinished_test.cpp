@@ -137,13 +137,18 @@ TEST_F(InterruptTest, WhatTakesLongTellsATerminalHowFarItIs) {
   const std::string input = folder.file("input");
   ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
   const std::string name = ptsname(terminal);
+  Arguments words = program();
+  const Arguments arguments = {"import", store(), "--user", "me", "--batch", "1", input};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
   const pid_t pid = fork();
   ASSERT_GE(pid, 0);
   if (pid == 0) {
     const int screen = open(name.c_str(), O_RDWR | O_NOCTTY);
     if (dup2(screen, STDERR_FILENO) < 0) _exit(127);
-    execl(CORVAN_PROGRAM, CORVAN_PROGRAM, "import", store().c_str(), "--user", "me", "--batch", "1",
-          input.c_str(), nullptr);
+    execv(argv[0], argv.data());
     _exit(127);
   }
   const int keep = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);  // else its text is lost
