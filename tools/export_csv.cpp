@@ -67,13 +67,17 @@ std::string clean(const std::string& text) {
 }
 
 // Whether a spreadsheet program would carry out a cell that begins so. East Asian ones take the
-// full-width signs for the others. Quotes and blanks may be dropped from a cell.
-bool begins_formula(std::string_view text) {
+// full-width signs for the others.
+bool begins_with_sign(std::string_view text) {
   static constexpr std::array<std::string_view, 8> kSigns = {"=",  "+",  "-",  "@",
                                                              "＝", "＋", "－", "＠"};
-  text.remove_prefix(std::min(text.find_first_not_of("\" \t"), text.size()));
   return std::any_of(kSigns.begin(), kSigns.end(),
                      [text](std::string_view sign) { return text.substr(0, sign.size()) == sign; });
+}
+
+// Whether a program may drop the code point from the beginning of a cell.
+bool is_dropped(int32_t c) {
+  return c == '"' || c == ' ';
 }
 
 // Whether a new cell begins after the code point in a program whose fields are separated by
@@ -100,17 +104,20 @@ bool ends_cell(int32_t c) {
   }
 }
 
-// The text with an apostrophe wherever a cell that it begins would be a formula.
+// The text with an apostrophe before each sign that begins a formula, and before a tab or a line
+// end at its beginning.
 std::string without_formulas(std::string_view text) {
   constexpr std::string_view kDropped = "\t\r\n";  // from the beginning of a cell
   const bool begins_dropped = !text.empty() && kDropped.find(text[0]) != std::string_view::npos;
-  std::string result = begins_dropped || begins_formula(text) ? "'" : "";
+  std::string result = begins_dropped ? "'" : "";
   result.reserve(text.size() + 1);
+  bool at_begin = true;
   while (!text.empty()) {
+    if (at_begin && begins_with_sign(text)) result += '\'';
     const std::string_view before = text;
     const int32_t c = take_code_point(text);
     result += before.substr(0, before.size() - text.size());
-    if (ends_cell(c) && begins_formula(text)) result += '\'';
+    at_begin = ends_cell(c) || (at_begin && is_dropped(c));
   }
   return result;
 }

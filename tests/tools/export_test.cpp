@@ -56,17 +56,19 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
       {"char(13)||'=1'", "'\r'=1"},
       {"char(10)||'=1'", "'\n'=1"},
       {"char(9)||'1'", "'\t1"},
-      {"' =1'", "' =1"},
+      {"' =1'", " '=1"},
       {"'＝1'", "'＝1"},
       {"'＋1'", "'＋1"},
       {"'－1'", "'－1"},
       {"'＠a'", "'＠a"},
       {"'1=1'", "1=1"},
       {"'a;=1'", "a;'=1"},
-      {"'a; +1;b;-1|@c'||char(9)||'=1'", "a;' +1;b;'-1|'@c\t'=1"},
+      {"'a; +1;b;-1|@c'||char(9)||'=1'", "a; '+1;b;'-1|'@c\t'=1"},
       {"'list:'||char(10)||'- milk'||char(13,10)||'- tea'", "list:\n'- milk\r\n'- tea"},
       {"'a؛=1；＝2'||char(8232)||'=3'", "a؛'=1；'＝2\u2028'=3"},
-      {"'a;\"=1'", "a;'\"\"=1"},
+      {"'a;\"=1'", "a;\"\"'=1"},
+      {"char(9,9,9)||'=1'", "'\t\t\t'=1"},
+      {"char(10)||' \"'||char(9)||' =1'", "'\n \"\"\t '=1"},
       {"'5 - 3 = 2 :-) a,b; c|d me@x;y'", "5 - 3 = 2 :-) a,b; c|d me@x;y"},
       {"cast(x'610062' as text)",
        "a\xEF\xBF\xBD"
@@ -127,6 +129,17 @@ TEST_F(ExportTest, NoProgramFindsAFormulaInCsv) {
       }
     }
   }
+}
+
+TEST_F(ExportTest, CsvOfManyTabsTakesTimeByTheirNumber) {
+  constexpr std::size_t kTabs = 1000000;
+  import(line({}));
+  plant("update t_message set content=replace(printf('%.*c'," + std::to_string(kTabs) +
+        ",'x'),'x',char(9))||'=1'");
+  most_seconds = 20;
+  const Outcome outcome = run({"export", store(), "--format", "csv"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_NE(outcome.out.find(",\"'" + std::string(kTabs, '\t') + "'=1\","), std::string::npos);
 }
 
 TEST_F(ExportTest, WhatIsNoCodeHasNoName) {
