@@ -22,7 +22,7 @@ constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
 constexpr const char* kQuery =
     "select m.id,m.session_type,m.session_id,"
     "(select title from t_session s"
-    " where s.session_id is m.session_id and s.session_type is m.session_type),"
+    " where s.session_id collate binary is m.session_id and s.session_type is m.session_type),"
     "m.sent_time,m.sender,m.direction,m.object_name,m.content,m.sent_status,m.read_status,"
     "m.is_mention,m.client_uid,m.server_uid "
     "from t_message m";
@@ -176,7 +176,8 @@ void export_csv(const ExportSource& source, ExportOutput& output, CsvReader read
   const std::string where = source.is_partial() ? " where " + source.condition() : "";
   const int64_t all = source.rows_of("t_message");
   counts.sessions = source.number(
-      "select count(*) from (select distinct session_type,session_id from t_message" + where + ")");
+      "select count(*) from (select distinct session_type,session_id collate binary from t_message" +
+      where + ")");
   Progress progress("messages", static_cast<std::uint64_t>(all));
 
   std::string line = reader == CsvReader::kTerminal ? "" : kByteOrderMark;
@@ -184,17 +185,18 @@ void export_csv(const ExportSource& source, ExportOutput& output, CsvReader read
     line += std::string(column.place == 0 ? "" : ",") + column.heading;
   }
   output.write(line + "\r\n");
-  source.store().each_row(kQuery + where + " order by m.session_id,m.session_type,m.sent_time,m.id",
-                          [&](sqlite3_stmt* row) {
-                            line.clear();
-                            for (const CsvColumn& column : kColumns) {
-                              if (column.place != 0) line += ',';
-                              line += field_of(row, column, reader);
-                            }
-                            output.write(line + "\r\n");
-                            ++counts.messages;
-                            progress.advance();
-                          });
+  source.store().each_row(
+      kQuery + where + " order by m.session_id collate binary,m.session_type,m.sent_time,m.id",
+      [&](sqlite3_stmt* row) {
+        line.clear();
+        for (const CsvColumn& column : kColumns) {
+          if (column.place != 0) line += ',';
+          line += field_of(row, column, reader);
+        }
+        output.write(line + "\r\n");
+        ++counts.messages;
+        progress.advance();
+      });
   source.require_all("t_message", counts.messages, all);
   output.close();
 }

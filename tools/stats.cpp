@@ -97,7 +97,7 @@ class Reader {
     std::vector<LargeConversation>& all = stats_.largest;
     store_.each_row(
         "select session_id,session_type,count(*),sum(length(cast(content as blob))) "
-        "from t_message group by session_type,session_id",
+        "from t_message group by session_type,session_id collate binary",
         [&all](sqlite3_stmt* row) {
           all.push_back({text_at(row, 0), sqlite3_column_int(row, 1), sqlite3_column_int64(row, 2),
                          sqlite3_column_int64(row, 3)});
