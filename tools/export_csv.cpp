@@ -80,6 +80,12 @@ bool is_dropped(int32_t c) {
   return c == '"' || c == ' ';
 }
 
+// Whether some program takes the code point for the end of a line.
+bool ends_line(int32_t c) {
+  return (c >= '\n' && c <= '\r') || (c >= 0x1C && c <= 0x1E) || c == 0x85 || c == 0x2028 ||
+         c == 0x2029;
+}
+
 // Whether a new cell begins after the code point in a program whose fields are separated by
 // something else than commas: quotes do not hold such a program, since to it they stand within a
 // field. Blanks and colons separate fields only where the user asks for it, and in front of "-" or
@@ -89,24 +95,26 @@ bool ends_cell(int32_t c) {
     case ';':
     case '|':
     case '\t':
+    case 0x1F:    // the unit separator
     case 0x061B:  // the Arabic semicolon
     case 0xFF1B:  // the full-width one
-    case '\n':
-    case '\v':
-    case '\f':
-    case '\r':
-    case 0x85:
-    case 0x2028:
-    case 0x2029:
       return true;
     default:
-      return c >= 0x1C && c <= 0x1F;
+      return ends_line(c);
   }
 }
 
+// How a record is written.
+struct CsvRecord {
+  CsvReader reader;
+  // Whether a text of the record had a line end. A program that ends the record there is then
+  // outside of the quotes, and takes commas in texts for separators.
+  bool has_line_end = false;
+};
+
 // The text with an apostrophe before each sign that begins a formula, and before a tab or a line
 // end at its beginning.
-std::string without_formulas(std::string_view text) {
+std::string without_formulas(std::string_view text, CsvRecord& record) {
   constexpr std::string_view kDropped = "\t\r\n";  // from the beginning of a cell
   const bool begins_dropped = !text.empty() && kDropped.find(text[0]) != std::string_view::npos;
   std::string result = begins_dropped ? "'" : "";
@@ -117,31 +125,32 @@ std::string without_formulas(std::string_view text) {
     const std::string_view before = text;
     const int32_t c = take_code_point(text);
     result += before.substr(0, before.size() - text.size());
-    at_begin = ends_cell(c) || (at_begin && is_dropped(c));
+    record.has_line_end = record.has_line_end || ends_line(c);
+    at_begin = ends_cell(c) || (c == ',' && record.has_line_end) || (at_begin && is_dropped(c));
   }
   return result;
 }
 
 // In quotes, whether or not it needs them: some programs split records at other characters, too.
-std::string text_field(const std::string& stored, CsvReader reader) {
-  std::string text = without_formulas(clean(stored));
-  if (reader == CsvReader::kTerminal) text = printable(text);
+std::string text_field(const std::string& stored, CsvRecord& record) {
+  std::string text = without_formulas(clean(stored), record);
+  if (record.reader == CsvReader::kTerminal) text = printable(text);
   std::string result = "\"";
   for (const char c : text) result.append(c == '"' ? 2 : 1, c);
   return result + '"';
 }
 
 // As it stands, were it a text in a file of somebody else's.
-std::string number_field(sqlite3_stmt* row, int place, CsvReader reader) {
+std::string number_field(sqlite3_stmt* row, int place, CsvRecord& record) {
   const int type = sqlite3_column_type(row, place);
   const std::string value = text_at(row, place);
-  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, reader) : value;
+  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, record) : value;
 }
 
 template <typename NameOf>
-std::string code_field(sqlite3_stmt* row, int place, CsvReader reader, const NameOf& name_of) {
+std::string code_field(sqlite3_stmt* row, int place, CsvRecord& record, const NameOf& name_of) {
   const Code code = code_at(row, place);
-  return code.number ? name_of(*code.number) : number_field(row, place, reader);
+  return code.number ? name_of(*code.number) : number_field(row, place, record);
 }
 
 std::string direction_name(int32_t direction) {
@@ -149,24 +158,24 @@ std::string direction_name(int32_t direction) {
   return direction == 1 ? "received" : std::to_string(direction);
 }
 
-std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvReader reader) {
+std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvRecord& record) {
   switch (column.meaning) {
     case kKind:
-      return code_field(row, column.place, reader, kind_name);
+      return code_field(row, column.place, record, kind_name);
     case kTime:
       return time_text(sqlite3_column_int64(row, column.place));
     case kDirection:
-      return code_field(row, column.place, reader, direction_name);
+      return code_field(row, column.place, record, direction_name);
     case kSentState:
-      return code_field(row, column.place, reader, sent_status_name);
+      return code_field(row, column.place, record, sent_status_name);
     case kReadState:
-      return code_field(row, column.place, reader, read_status_name);
+      return code_field(row, column.place, record, read_status_name);
     case kNumber:
-      return number_field(row, column.place, reader);
+      return number_field(row, column.place, record);
     case kText:
       break;
   }
-  return text_field(text_at(row, column.place), reader);
+  return text_field(text_at(row, column.place), record);
 }
 
 }  // namespace
@@ -189,9 +198,10 @@ void export_csv(const ExportSource& source, ExportOutput& output, CsvReader read
       kQuery + where + " order by m.session_id collate binary,m.session_type,m.sent_time,m.id",
       [&](sqlite3_stmt* row) {
         line.clear();
+        CsvRecord record = {reader};
         for (const CsvColumn& column : kColumns) {
           if (column.place != 0) line += ',';
-          line += field_of(row, column, reader);
+          line += field_of(row, column, record);
         }
         output.write(line + "\r\n");
         ++counts.messages;

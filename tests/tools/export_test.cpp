@@ -62,6 +62,8 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
       {"'－1'", "'－1"},
       {"'＠a'", "'＠a"},
       {"'1=1'", "1=1"},
+      {"'a,=1'||char(10)||'b,=1, -2,c'", "a,=1\nb,'=1, '-2,c"},
+      {"'a,b'||char(8232)||'c,=1'", "a,b\u2028c,'=1"},
       {"'a;=1'", "a;'=1"},
       {"'a; +1;b;-1|@c'||char(9)||'=1'", "a; '+1;b;'-1|'@c\t'=1"},
       {"'list:'||char(10)||'- milk'||char(13,10)||'- tea'", "list:\n'- milk\r\n'- tea"},
@@ -90,16 +92,20 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
 }
 
 // The cells of a file as a program reads it that separates fields by `separator` and takes quotes
-// for such only at the beginning of a field.
-std::vector<std::string> cells(const std::string& csv, char separator) {
+// for such only at the beginning of a field. Some programs end a record at each line end.
+std::vector<std::string> cells(const std::string& csv, char separator, bool splits_quoted) {
   enum { kBegin, kPlain, kQuoted, kAfterQuote } state = kBegin;
   std::vector<std::string> all(1);
   for (const char c : csv) {
+    const bool ends_line = c == '\n' || c == '\r';
     if (state == kBegin && c == '"') {
       state = kQuoted;
+    } else if (ends_line && splits_quoted) {
+      all.emplace_back();
+      state = kBegin;
     } else if (state == kQuoted && c == '"') {
       state = kAfterQuote;
-    } else if (state != kQuoted && (c == separator || c == '\n' || c == '\r')) {
+    } else if (state != kQuoted && (c == separator || ends_line)) {
       all.emplace_back();
       state = kBegin;
     } else {
@@ -111,24 +117,38 @@ std::vector<std::string> cells(const std::string& csv, char separator) {
   return all;
 }
 
+void expect_no_formula(const std::string& csv, char separator, bool splits_quoted) {
+  for (const std::string& cell : cells(csv, separator, splits_quoted)) {
+    const std::size_t first = cell.find_first_not_of(" \t");
+    const bool is_formula = first != std::string::npos && std::string("=+-@").find(cell[first]) < 4;
+    EXPECT_FALSE(is_formula) << cell << " with " << separator << " in " << csv;
+  }
+}
+
 TEST_F(ExportTest, NoProgramFindsAFormulaInCsv) {
   import(line({}));
   for (const char* const text :
        {"=1+1", "x;=1+1", "x;\"=1+1", "x;\"\"\"=1+1", ";=1+1", "x;;=1;", "x|@y", "x\t-1", "x\n=1",
-        "x;\n=1\n", "x; =1", "x;\t=1", "\"x\";\"=1\"", "x;\" =1", "x\r\n+1;\r=1", "x\t\"\"+1"}) {
+        "x;\n=1\n", "x; =1", "x;\t=1", "\"x\";\"=1\"", "x;\" =1", "x\r\n+1;\r=1", "x\t\"\"+1",
+        "x\ny,=1+1", "x,=1\r\n,=1"}) {
     plant("update t_message set content='" + std::string(text) + "',sender=content,server_uid='" +
           text + "',object_name=content,client_uid=content");
     plant("update t_session set title='" + std::string(text) + "'");
     const std::string csv = output({"export", store(), "--format", "csv"});
     for (const char separator : {',', ';', '\t', '|'}) {
-      for (const std::string& cell : cells(csv, separator)) {
-        const std::size_t first = cell.find_first_not_of(" \t");
-        const bool is_formula =
-            first != std::string::npos && std::string("=+-@").find(cell[first]) < 4;
-        EXPECT_FALSE(is_formula) << cell << " with " << separator << " in " << csv;
+      for (const bool splits_quoted : {false, true}) {
+        expect_no_formula(csv, separator, splits_quoted);
       }
     }
   }
+}
+
+TEST_F(ExportTest, ALineEndInOneTextLetsNoFormulaIntoTheNext) {
+  import(line({}));
+  plant("update t_message set object_name='a'||char(10),content='b,=1+1'");
+  const std::string csv = output({"export", store(), "--format", "csv"});
+  expect_no_formula(csv, ',', true);
+  EXPECT_NE(csv.find("\"b,'=1+1\""), std::string::npos) << csv;
 }
 
 TEST_F(ExportTest, CsvOfManyTabsTakesTimeByTheirNumber) {
