@@ -77,7 +77,17 @@ bool begins_with_sign(std::string_view text) {
 
 // Whether a program may drop the code point from the beginning of a cell.
 bool is_dropped(int32_t c) {
-  return c == '"' || c == ' ';
+  switch (c) {
+    case '"':
+    case ' ':
+    case 0xA0:    // the no-break space
+    case 0x200B:  // the zero-width space
+    case 0x3000:  // the ideographic space
+    case 0xFEFF:  // the byte order mark
+      return true;
+    default:
+      return false;
+  }
 }
 
 // Whether some program takes the code point for the end of a line.
@@ -96,8 +106,11 @@ bool ends_cell(int32_t c) {
     case '|':
     case '\t':
     case 0x1F:    // the unit separator
+    case 0x060C:  // the Arabic comma
     case 0x061B:  // the Arabic semicolon
-    case 0xFF1B:  // the full-width one
+    case 0x3001:  // the ideographic comma
+    case 0xFF0C:  // the full-width comma
+    case 0xFF1B:  // the full-width semicolon
       return true;
     default:
       return ends_line(c);

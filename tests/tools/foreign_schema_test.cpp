@@ -206,7 +206,7 @@ TEST_F(ForeignSchemaTest, TablesWithoutRowIdsAreRefusedOrRead) {
 }
 
 // A file's own tables and views come before the tables and functions that SQLite offers.
-TEST_F(ForeignSchemaTest, NamesOfSqlitesOwnTablesMislead) {
+TEST_F(ForeignSchemaTest, TablesNamedLikeSqlitesOwnMisleadNothing) {
   std::string said;
   const std::vector<Json> as_jsonl = records(said);
   const std::vector<std::string> as_html = html();
