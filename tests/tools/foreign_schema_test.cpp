@@ -257,6 +257,37 @@ TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherColumn) {
   EXPECT_EQ(said, "");
 }
 
+TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherTable) {
+  std::string said;
+  const std::vector<Json> before = records(said);
+  const std::vector<std::string> as_html = html();
+  const Json verified = Json::parse(run({"verify", store(), "--json"}).out)["findings"];
+  for (const auto& [name, changed] :
+       std::vector<std::pair<std::string, std::string>>{{"t_message", "T_Message"},
+                                                        {"t_session", "T_SESSION"},
+                                                        {"t_sync", "T_sync"},
+                                                        {"t_version", "t_Version"}}) {
+    change_table(name, name, changed);
+    plant("pragma writable_schema=on;update sqlite_master set tbl_name='" + changed +
+          "',name=iif(type='table','" + changed + "',name) where tbl_name='" + name + "'");
+  }
+  plant("update sqlite_sequence set name='T_Message'");
+  std::vector<Json> after = records(said);
+  for (Json& record : after) {
+    if (record["type"] == "sequence") record["name"] = "t_message";
+  }
+  EXPECT_EQ(after, before);
+  EXPECT_EQ(said, "");
+  EXPECT_EQ(html(), as_html);
+  EXPECT_EQ(Json::parse(run({"verify", store(), "--json"}).out)["findings"], verified);
+  import(line({{ "content", "new" }}));
+  EXPECT_EQ(rows("select name,seq from sqlite_sequence"), Rows{"T_Message|7"});
+  plant("update sqlite_sequence set name='t_message'");
+  EXPECT_EQ(findings({"sequence-behind"}).size(), 1U) << "SQLite does not find that row";
+  EXPECT_EQ(run({"verify", store(), "--repair", "sequence"}).status, 0);
+  EXPECT_EQ(rows("select name,seq from sqlite_sequence"), Rows{"T_Message|7"});
+}
+
 TEST_F(ForeignSchemaTest, ColumnsThatTheExportLeavesOutAreNamed) {
   std::string said;
   const std::vector<Json> before = records(said);
