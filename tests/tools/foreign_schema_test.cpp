@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kNoRowIds =
     " has no row ids that SQL can name: it is WITHOUT ROWID, or has columns named rowid, _rowid_ "
-    "and oid; rename one of these in a copy of the store";
+    "and oid; in a copy of the store, rename one of these columns or make the table anew with row ids";
 
 class ForeignSchemaTest : public ExportSample {
  protected:
@@ -203,6 +203,33 @@ TEST_F(ForeignSchemaTest, TablesWithoutRowIdsAreRefusedOrRead) {
   EXPECT_EQ(outcome.err,
             "corvan: " + file() + ": nothing was changed; table t_session" + kNoRowIds + "\n");
   EXPECT_EQ(listing(store()), before);
+}
+
+TEST_F(ForeignSchemaTest, EachExportNeedsTheRowIdsOfSomeTables) {
+  const std::string before = read_file(file());
+  const std::string html_place = folder.file("out");
+  const std::vector<Arguments> exports = {{"--format", "jsonl"},
+                                          {"room", "--format", "jsonl"},
+                                          {"--format", "html", "--output", html_place},
+                                          {"--format", "csv"}};
+  const auto refused = [&](const char* table) {
+    for (const char* column : {"rowid", "oid", "_rowid_"}) {
+      plant(std::string("alter table ") + table + " add column " + column + " integer");
+    }
+    std::vector<bool> result;
+    for (const Arguments& more : exports) {
+      Arguments arguments = {"export", store()};
+      arguments.insert(arguments.end(), more.begin(), more.end());
+      result.push_back(run(arguments).status == 2);
+      std::filesystem::remove_all(html_place);
+    }
+    write_file(file(), before);
+    return result;
+  };
+  EXPECT_EQ(refused("t_version"), (std::vector<bool>{true, true, false, false}));
+  EXPECT_EQ(refused("t_sync"), (std::vector<bool>{true, false, false, false}));
+  EXPECT_EQ(refused("t_session"), (std::vector<bool>{true, true, true, false}));
+  EXPECT_EQ(refused("t_message"), (std::vector<bool>{false, false, true, false}));
 }
 
 // A file's own tables and views come before the tables and functions that SQLite offers.
