@@ -103,12 +103,10 @@ std::vector<std::string> cells(const std::string& csv, char separator, bool spli
     const bool ends_line = c == '\n' || c == '\r';
     if (state == kBegin && c == '"') {
       state = kQuoted;
-    } else if (ends_line && splits_quoted) {
-      all.emplace_back();
-      state = kBegin;
     } else if (state == kQuoted && c == '"') {
       state = kAfterQuote;
-    } else if (state != kQuoted && (c == separator || ends_line)) {
+    } else if ((ends_line && splits_quoted) ||
+               (state != kQuoted && (c == separator || ends_line))) {
       all.emplace_back();
       state = kBegin;
     } else {
