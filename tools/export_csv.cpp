@@ -22,7 +22,7 @@ constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
 constexpr const char* kQuery =
     "select m.id,m.session_type,m.session_id,"
     "(select title from t_session s"
-    " where s.session_id is m.session_id and s.session_type is m.session_type),"
+    " where s.session_id collate binary is m.session_id and s.session_type is m.session_type),"
     "m.sent_time,m.sender,m.direction,m.object_name,m.content,m.sent_status,m.read_status,"
     "m.is_mention,m.client_uid,m.server_uid "
     "from t_message m";
@@ -67,13 +67,33 @@ std::string clean(const std::string& text) {
 }
 
 // Whether a spreadsheet program would carry out a cell that begins so. East Asian ones take the
-// full-width signs for the others. Quotes and blanks may be dropped from a cell.
-bool begins_formula(std::string_view text) {
+// full-width signs for the others.
+bool begins_with_sign(std::string_view text) {
   static constexpr std::array<std::string_view, 8> kSigns = {"=",  "+",  "-",  "@",
                                                              "＝", "＋", "－", "＠"};
-  text.remove_prefix(std::min(text.find_first_not_of("\" \t"), text.size()));
   return std::any_of(kSigns.begin(), kSigns.end(),
                      [text](std::string_view sign) { return text.substr(0, sign.size()) == sign; });
+}
+
+// Whether a program may drop the code point from the beginning of a cell.
+bool is_dropped(int32_t c) {
+  switch (c) {
+    case '"':
+    case ' ':
+    case 0xA0:    // the no-break space
+    case 0x200B:  // the zero-width space
+    case 0x3000:  // the ideographic space
+    case 0xFEFF:  // the byte order mark
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Whether some program takes the code point for the end of a line.
+bool ends_line(int32_t c) {
+  return (c >= '\n' && c <= '\r') || (c >= 0x1C && c <= 0x1E) || c == 0x85 || c == 0x2028 ||
+         c == 0x2029;
 }
 
 // Whether a new cell begins after the code point in a program whose fields are separated by
@@ -85,56 +105,65 @@ bool ends_cell(int32_t c) {
     case ';':
     case '|':
     case '\t':
+    case 0x1F:    // the unit separator
+    case 0x060C:  // the Arabic comma
     case 0x061B:  // the Arabic semicolon
-    case 0xFF1B:  // the full-width one
-    case '\n':
-    case '\v':
-    case '\f':
-    case '\r':
-    case 0x85:
-    case 0x2028:
-    case 0x2029:
+    case 0x3001:  // the ideographic comma
+    case 0xFF0C:  // the full-width comma
+    case 0xFF1B:  // the full-width semicolon
       return true;
     default:
-      return c >= 0x1C && c <= 0x1F;
+      return ends_line(c);
   }
 }
 
-// The text with an apostrophe wherever a cell that it begins would be a formula.
-std::string without_formulas(std::string_view text) {
+// How a record is written.
+struct CsvRecord {
+  CsvReader reader;
+  // Whether a text of the record had a line end. A program that ends the record there is then
+  // outside of the quotes, and takes commas in texts for separators.
+  bool has_line_end = false;
+};
+
+// The text with an apostrophe before each sign that begins a formula, and before a tab or a line
+// end at its beginning.
+std::string without_formulas(std::string_view text, CsvRecord& record) {
   constexpr std::string_view kDropped = "\t\r\n";  // from the beginning of a cell
   const bool begins_dropped = !text.empty() && kDropped.find(text[0]) != std::string_view::npos;
-  std::string result = begins_dropped || begins_formula(text) ? "'" : "";
+  std::string result = begins_dropped ? "'" : "";
   result.reserve(text.size() + 1);
+  bool at_begin = true;
   while (!text.empty()) {
+    if (at_begin && begins_with_sign(text)) result += '\'';
     const std::string_view before = text;
     const int32_t c = take_code_point(text);
     result += before.substr(0, before.size() - text.size());
-    if (ends_cell(c) && begins_formula(text)) result += '\'';
+    record.has_line_end = record.has_line_end || ends_line(c);
+    at_begin = ends_cell(c) || (c == ',' && record.has_line_end) || (at_begin && is_dropped(c));
   }
   return result;
 }
 
 // In quotes, whether or not it needs them: some programs split records at other characters, too.
-std::string text_field(const std::string& stored, CsvReader reader) {
-  std::string text = without_formulas(clean(stored));
-  if (reader == CsvReader::kTerminal) text = printable(text);
+std::string text_field(const std::string& stored, CsvRecord& record) {
+  std::string text = without_formulas(clean(stored), record);
+  if (record.reader == CsvReader::kTerminal) text = printable(text);
   std::string result = "\"";
   for (const char c : text) result.append(c == '"' ? 2 : 1, c);
   return result + '"';
 }
 
 // As it stands, were it a text in a file of somebody else's.
-std::string number_field(sqlite3_stmt* row, int place, CsvReader reader) {
+std::string number_field(sqlite3_stmt* row, int place, CsvRecord& record) {
   const int type = sqlite3_column_type(row, place);
   const std::string value = text_at(row, place);
-  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, reader) : value;
+  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, record) : value;
 }
 
 template <typename NameOf>
-std::string code_field(sqlite3_stmt* row, int place, CsvReader reader, const NameOf& name_of) {
+std::string code_field(sqlite3_stmt* row, int place, CsvRecord& record, const NameOf& name_of) {
   const Code code = code_at(row, place);
-  return code.number ? name_of(*code.number) : number_field(row, place, reader);
+  return code.number ? name_of(*code.number) : number_field(row, place, record);
 }
 
 std::string direction_name(int32_t direction) {
@@ -142,24 +171,24 @@ std::string direction_name(int32_t direction) {
   return direction == 1 ? "received" : std::to_string(direction);
 }
 
-std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvReader reader) {
+std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvRecord& record) {
   switch (column.meaning) {
     case kKind:
-      return code_field(row, column.place, reader, kind_name);
+      return code_field(row, column.place, record, kind_name);
     case kTime:
       return time_text(sqlite3_column_int64(row, column.place));
     case kDirection:
-      return code_field(row, column.place, reader, direction_name);
+      return code_field(row, column.place, record, direction_name);
     case kSentState:
-      return code_field(row, column.place, reader, sent_status_name);
+      return code_field(row, column.place, record, sent_status_name);
     case kReadState:
-      return code_field(row, column.place, reader, read_status_name);
+      return code_field(row, column.place, record, read_status_name);
     case kNumber:
-      return number_field(row, column.place, reader);
+      return number_field(row, column.place, record);
     case kText:
       break;
   }
-  return text_field(text_at(row, column.place), reader);
+  return text_field(text_at(row, column.place), record);
 }
 
 }  // namespace
@@ -169,7 +198,8 @@ void export_csv(const ExportSource& source, ExportOutput& output, CsvReader read
   const std::string where = source.is_partial() ? " where " + source.condition() : "";
   const int64_t all = source.rows_of("t_message");
   counts.sessions = source.number(
-      "select count(*) from (select distinct session_type,session_id from t_message" + where + ")");
+      "select count(*) from (select distinct session_type,session_id collate binary from t_message" +
+      where + ")");
   Progress progress("messages", static_cast<std::uint64_t>(all));
 
   std::string line = reader == CsvReader::kTerminal ? "" : kByteOrderMark;
@@ -177,17 +207,19 @@ void export_csv(const ExportSource& source, ExportOutput& output, CsvReader read
     line += std::string(column.place == 0 ? "" : ",") + column.heading;
   }
   output.write(line + "\r\n");
-  source.store().each_row(kQuery + where + " order by m.session_id,m.session_type,m.sent_time,m.id",
-                          [&](sqlite3_stmt* row) {
-                            line.clear();
-                            for (const CsvColumn& column : kColumns) {
-                              if (column.place != 0) line += ',';
-                              line += field_of(row, column, reader);
-                            }
-                            output.write(line + "\r\n");
-                            ++counts.messages;
-                            progress.advance();
-                          });
+  source.store().each_row(
+      kQuery + where + " order by m.session_id collate binary,m.session_type,m.sent_time,m.id",
+      [&](sqlite3_stmt* row) {
+        line.clear();
+        CsvRecord record = {reader};
+        for (const CsvColumn& column : kColumns) {
+          if (column.place != 0) line += ',';
+          line += field_of(row, column, record);
+        }
+        output.write(line + "\r\n");
+        ++counts.messages;
+        progress.advance();
+      });
   source.require_all("t_message", counts.messages, all);
   output.close();
 }

@@ -52,9 +52,9 @@ std::vector<ConversationRow> conversations_of(const ExportSource& source, const 
   source.require_all("t_session", static_cast<int64_t>(places.size()), source.rows_of("t_session"));
   source.store().each_row(
       "select min(" + names.message + ") from t_message m where " + source.condition() +
-          " group by session_type,session_id having not exists("
+          " group by session_type,session_id collate binary having not exists("
           "select 1 from t_session s"
-          " where s.session_id is m.session_id and s.session_type is m.session_type)",
+          " where s.session_id collate binary is m.session_id and s.session_type is m.session_type)",
       read_into("t_message"));
   return places;
 }
@@ -66,7 +66,7 @@ HtmlConversation read_conversation(const ExportSource& source, const Conversatio
   const std::string row = std::string(" from ") + place.table + " where " +
                           (c.has_row ? names.session : names.message) + "=" +
                           std::to_string(place.row_id);
-  c.messages = "from t_message where session_id is (select session_id" + row +
+  c.messages = "from t_message where session_id collate binary is (select session_id" + row +
                ") and session_type is (select session_type" + row + ")";
   const std::string more =
       c.has_row ? ",title,draft,is_top,silence,unread_count,mention_count,session_time" : "";

@@ -34,7 +34,7 @@ bool is_wanted(const ExportTable& table, bool is_partial) {
 }
 
 bool has_table(const ExportSource& source, const char* name) {
-  return source.number("select count(*) from sqlite_master where type='table' and name=" +
+  return source.number("select count(*) from sqlite_master where type='table' and lower(name)=" +
                        quoted_text(name)) != 0;
 }
 

@@ -45,7 +45,7 @@ ExportSource::ExportSource(const std::string& folder, const std::vector<std::str
   }
   condition_ = kind_condition_;
   if (!session_ids.empty()) {
-    condition_ += " and session_id in(" + joined(session_ids, quoted_text) + ")";
+    condition_ += " and session_id collate binary in(" + joined(session_ids, quoted_text) + ")";
   }
   require_conversations(session_ids);
 }
@@ -69,7 +69,13 @@ std::string ExportSource::row_id(const std::string& table) const {
 }
 
 void ExportSource::require_all(const std::string& table, int64_t found, int64_t all) const {
-  if (found >= all) return;
+  if (found == all) return;
+  if (found > all) {
+    throw ToolError(store_.name() + ": " + std::to_string(found) + " rows of " + table +
+                    " were found, but the table has only " + std::to_string(all) +
+                    "; see 'corvan check' and 'corvan verify'; --format jsonl reads the tables "
+                    "alone");
+  }
   throw ToolError(
       store_.name() + ": " + std::to_string(all - found) + " of the " + std::to_string(all) +
       " rows of " + table +
@@ -93,7 +99,7 @@ void ExportSource::require_columns() const {
 
 void ExportSource::require_conversations(const std::vector<std::string>& session_ids) const {
   for (const std::string& id : session_ids) {
-    std::string where = " where session_id=";
+    std::string where = " where session_id collate binary=";
     where.append(quoted_text(id)).append(" and ").append(kind_condition_).append(")");
     std::string sql = "select exists(select 1 from t_session";
     sql.append(where).append(" or exists(select 1 from t_message").append(where);

@@ -25,7 +25,8 @@ class ExportSource {
   // Whether something is left out.
   bool is_partial() const { return is_partial_; }
 
-  // An SQL condition on the columns session_id and session_type of either table.
+  // An SQL condition on the columns session_id and session_type of either table. Ids are compared
+  // by their bytes, whatever collation the file's columns have.
   const std::string& condition() const { return condition_; }
 
   // The only number that a query gives.
@@ -38,7 +39,7 @@ class ExportSource {
   // damaged store may lack some.
   int64_t rows_of(const std::string& table) const;
 
-  // Throws ToolError when fewer of these rows than `all` were found.
+  // Throws ToolError unless `all` of these rows were found, each once.
   void require_all(const std::string& table, int64_t found, int64_t all) const;
 
  private:

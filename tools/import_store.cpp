@@ -10,6 +10,7 @@
 #include "tools/connection.h"
 #include "tools/failed_commit.h"
 #include "tools/import.h"
+#include "tools/schema.h"
 #include "tools/store_copy.h"
 #include "tools/store_transaction.h"
 #include "tools/tool_error.h"
@@ -42,7 +43,8 @@ bool are_ids_used_up(const std::string& file) {
     largest = std::max<int64_t>(largest, sqlite3_column_int64(row, 0));
   };
   connection.each_row("select max(id) from t_message", read);
-  connection.each_row("select seq from sqlite_sequence where name='t_message'", read);
+  connection.each_row(std::string("select seq from sqlite_sequence where name=") + kNameOfMessages,
+                      read);
   return largest == std::numeric_limits<int64_t>::max();
 }
 

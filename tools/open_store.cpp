@@ -23,7 +23,7 @@ namespace {
 // the failure.
 int count_tables(const Connection& connection, int32_t& ours, int32_t& all) {
   return connection.each_row(
-      "select count(case when name in('t_message','t_session','t_sync','t_version') then 1 end),"
+      "select count(case when lower(name) in('t_message','t_session','t_sync','t_version') then 1 end),"
       "count(*) from sqlite_master where type='table'",
       [&](sqlite3_stmt* row) {
         ours = sqlite3_column_int(row, 0);

@@ -134,7 +134,8 @@ int find_row_id(const Connection& connection, const std::string& table, std::str
 std::string no_row_id_text(const std::string& table) {
   return "table " + table +
          " has no row ids that SQL can name: it is WITHOUT ROWID, or has columns named rowid, "
-         "_rowid_ and oid; rename one of these in a copy of the store";
+         "_rowid_ and oid; in a copy of the store, rename one of these columns or make the table anew "
+         "with row ids";
 }
 
 Schema new_schema() {

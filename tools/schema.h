@@ -54,11 +54,16 @@ int read_columns(const Connection& connection, const std::string& table,
 // Empty when columns have all three such names, or the table is WITHOUT ROWID.
 int find_row_id(const Connection& connection, const std::string& table, std::string& name);
 
+// SQL for the name of t_message in the letters' case of the file. SQLite looks for the largest id
+// under that name in sqlite_sequence, and there the case counts.
+constexpr const char* kNameOfMessages =
+    "(select name from sqlite_master where type='table' and lower(name)='t_message')";
+
 // The bytes that a table or an index takes; nothing where SQLite was built without its table of
 // sizes.
 std::optional<int64_t> stored_bytes(const Connection& connection, const std::string& name);
 
-// What is wrong where find_row_id() found none, and what to do about it.
+// Error text for a table whose row ids find_row_id() could not name, with advice.
 std::string no_row_id_text(const std::string& table);
 
 // Whether two statements make the same table or index: they then differ at most in the case of

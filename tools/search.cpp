@@ -94,7 +94,7 @@ class Search {
     std::string sql = "select " + kMessageColumns + " from t_message where instr(" +
                       (options_.ignore_case ? "folded(content)" : "content") + ",?1)>0";
     if (before) sql += std::string(" and (") + kMessageTime + ",id)<(?2,?3)";
-    if (options_.session_id) sql += " and session_id=?4";
+    if (options_.session_id) sql += " and session_id collate binary=?4";
     if (!options_.kinds.empty()) sql += " and session_type in(" + kinds() + ")";
     sql += std::string(" order by ") + kMessageTime + " desc,id desc limit ?5";
     store_.each_row(

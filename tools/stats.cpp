@@ -29,7 +29,9 @@ struct StatsOptions {
 struct Part {
   std::string name;
   std::string table;
-  std::optional<int64_t> rows;   // of a table
+  bool is_table = false;
+  bool is_virtual = false;
+  std::optional<int64_t> rows;   // of a table, where SQLite can tell
   std::optional<int64_t> bytes;  // where SQLite can tell
 };
 
@@ -78,26 +80,39 @@ class Reader {
 
   void read_parts() {
     store_.each_row(
-        "select name,tbl_name,type='table' from sqlite_master where type in('table','index') "
-        "order by tbl_name,type desc,name",
+        "select name,tbl_name,type='table',rootpage=0 from sqlite_master "
+        "where type in('table','index') order by tbl_name,type desc,name",
         [this](sqlite3_stmt* row) {
           Part part;
           part.name = text_at(row, 0);
           part.table = text_at(row, 1);
-          if (sqlite3_column_int(row, 2) != 0) part.rows = 0;
+          part.is_table = sqlite3_column_int(row, 2) != 0;
+          part.is_virtual = sqlite3_column_int(row, 3) != 0;
           stats_.parts.push_back(part);
         });
     for (Part& part : stats_.parts) {
-      if (part.rows) part.rows = number("select count(*) from " + quoted_name(part.name));
+      if (part.is_table) part.rows = rows_of(part);
       part.bytes = stored_bytes(store_.connection(), part.name);
     }
+  }
+
+  // Nothing for a virtual table whose module this SQLite does not know, or whose own tables are
+  // gone.
+  std::optional<int64_t> rows_of(const Part& table) const {
+    int64_t rows = 0;
+    const int rc = store_.connection().each_row(
+        "select count(*) from " + quoted_name(table.name),
+        [&rows](sqlite3_stmt* row) { rows = sqlite3_column_int64(row, 0); });
+    if (table.is_virtual && rc == SQLITE_ERROR) return std::nullopt;
+    store_.require(rc);
+    return rows;
   }
 
   void read_conversations(std::size_t limit) {
     std::vector<LargeConversation>& all = stats_.largest;
     store_.each_row(
         "select session_id,session_type,count(*),sum(length(cast(content as blob))) "
-        "from t_message group by session_type,session_id",
+        "from t_message group by session_type,session_id collate binary",
         [&all](sqlite3_stmt* row) {
           all.push_back({text_at(row, 0), sqlite3_column_int(row, 1), sqlite3_column_int64(row, 2),
                          sqlite3_column_int64(row, 3)});
@@ -135,9 +150,9 @@ void print_stats_json(const Stats& stats) {
                {"indexes", Json::array()},
                {"conversations", stats.conversations}};
   for (const Part& part : stats.parts) {
-    if (part.rows) {
+    if (part.is_table) {
       json["tables"].push_back(
-          {{"name", part.name}, {"rows", *part.rows}, {"bytes", or_null(part.bytes)}});
+          {{"name", part.name}, {"rows", or_null(part.rows)}, {"bytes", or_null(part.bytes)}});
     } else {
       json["indexes"].push_back(
           {{"name", part.name}, {"table", part.table}, {"bytes", or_null(part.bytes)}});
@@ -166,9 +181,9 @@ void print_stats(const Stats& stats) {
 
   TextTable parts({{"TABLE"}, {"INDEX"}, {"ROWS", TextTable::kRight}, {"SIZE", TextTable::kRight}});
   for (const Part& part : stats.parts) {
-    parts.add({part.rows ? part.name : "", part.rows ? "" : part.name,
-               part.rows ? std::to_string(*part.rows) : "",
-               part.bytes ? size_text(*part.bytes) : "unknown"});
+    const std::string rows = part.rows ? std::to_string(*part.rows) : "unknown";
+    parts.add({part.is_table ? part.name : "", part.is_table ? "" : part.name,
+               part.is_table ? rows : "", part.bytes ? size_text(*part.bytes) : "unknown"});
   }
   parts.print(std::cout, terminal_width());
   if (stats.conversations == 0) return;
@@ -203,9 +218,11 @@ int run_stats(const StatsOptions& options) {
 
 constexpr const char* kStatsResult =
     "Sizes of tables and indexes are unknown where SQLite was built without its table of them.\n"
+    "The rows of a virtual table are unknown where SQLite cannot read it.\n"
     "A message of the time 0, or of one before 1970 or after 9999, is counted under \"no date\".\n"
     "With --json: an object with file_bytes, log_bytes, page_size, free_pages; tables, an array of\n"
-    "objects with name, rows, bytes; indexes, with name, table, bytes (null when unknown);\n"
+    "objects with name, rows, bytes; indexes, with name, table, bytes (rows and bytes are null when\n"
+    "unknown);\n"
     "conversations, the number of those that have messages; largest, an array of objects with\n"
     "session_id, session_type, messages, content_bytes; months, with month (\"2026-05\", or null),\n"
     "messages, received.\n";

@@ -212,7 +212,8 @@ std::vector<Finding> look_at_sequence(const Connection& connection, int64_t larg
   bool good = true;
   int64_t derived = largest_id;  // an id that was given stays given
   const int rc = connection.each_row(
-      "select seq from sqlite_sequence where name='t_message'", [&](sqlite3_stmt* row) {
+      std::string("select seq from sqlite_sequence where name=") + kNameOfMessages,
+      [&](sqlite3_stmt* row) {
         const bool is_number = sqlite3_column_type(row, 0) == SQLITE_INTEGER;
         good = good && is_number && sqlite3_column_int64(row, 0) >= largest_id;
         if (is_number) derived = std::max<int64_t>(derived, sqlite3_column_int64(row, 0));

@@ -181,9 +181,11 @@ void make_change(const StoreTransaction& transaction, const Change& change) {
   const Connection& connection = transaction.connection();
   const auto value = change.new_value.get<int64_t>();
   if (word == kSequence) {
-    transaction.require(connection.run("delete from sqlite_sequence where name='t_message'"));
     transaction.require(
-        connection.run("insert into sqlite_sequence(name,seq) values('t_message',?)", value));
+        connection.run("delete from sqlite_sequence where lower(name)='t_message'"));
+    transaction.require(connection.run(
+        std::string("insert into sqlite_sequence(name,seq) values(") + kNameOfMessages + ",?)",
+        value));
     return;
   }
   transaction.require(connection.run(

@@ -51,17 +51,19 @@ class RowChecks {
       find_orphans();
     }
     // A row for each conversation that has one of them.
-    find_twice(
-        kind::kServerUidTwice,
-        "select session_id,session_type,server_uid,group_concat(cast(id as integer)) "
-        "from t_message "
-        "where server_uid in(select server_uid from t_message where server_uid<>'' "
-        "group by server_uid having count(*)>1) group by server_uid,session_id,session_type");
+    find_twice(kind::kServerUidTwice,
+               "select session_id,session_type,server_uid,group_concat(cast(id as integer)) "
+               "from t_message "
+               "where server_uid collate binary in("
+               "select server_uid from t_message where server_uid<>'' "
+               "group by server_uid collate binary having count(*)>1) "
+               "group by server_uid collate binary,session_id collate binary,session_type");
     find_twice(kind::kClientKeyTwice,
                "select session_id,session_type,client_uid||' of '||sender,"
                "group_concat(cast(id as integer)) "
                "from t_message where client_uid>0 "
-               "group by session_id,session_type,client_uid,sender having count(*)>1");
+               "group by session_id collate binary,session_type,client_uid,sender collate binary "
+               "having count(*)>1");
     read_sync();
     for (auto& [key, finding] : gathered_) result_.findings.push_back(std::move(finding));
     return std::move(result_);

@@ -56,17 +56,24 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
       {"char(13)||'=1'", "'\r'=1"},
       {"char(10)||'=1'", "'\n'=1"},
       {"char(9)||'1'", "'\t1"},
-      {"' =1'", "' =1"},
+      {"' =1'", " '=1"},
       {"'＝1'", "'＝1"},
       {"'＋1'", "'＋1"},
       {"'－1'", "'－1"},
       {"'＠a'", "'＠a"},
       {"'1=1'", "1=1"},
+      {"'a,=1'||char(10)||'b,=1, -2,c'", "a,=1\nb,'=1, '-2,c"},
+      {"'a,b'||char(8232)||'c,=1'", "a,b\u2028c,'=1"},
       {"'a;=1'", "a;'=1"},
-      {"'a; +1;b;-1|@c'||char(9)||'=1'", "a;' +1;b;'-1|'@c\t'=1"},
+      {"'a،=1，-2、@b，c'", "a،'=1，'-2、'@b，c"},
+      {"char(160,8203,12288,65279)||'=1'", "\u00A0\u200B\u3000\uFEFF'=1"},
+      {"'a;'||char(65279)||'=1'||char(160)||'=2'", "a;\uFEFF'=1\u00A0=2"},
+      {"'a; +1;b;-1|@c'||char(9)||'=1'", "a; '+1;b;'-1|'@c\t'=1"},
       {"'list:'||char(10)||'- milk'||char(13,10)||'- tea'", "list:\n'- milk\r\n'- tea"},
       {"'a؛=1；＝2'||char(8232)||'=3'", "a؛'=1；'＝2\u2028'=3"},
-      {"'a;\"=1'", "a;'\"\"=1"},
+      {"'a;\"=1'", "a;\"\"'=1"},
+      {"char(9,9,9)||'=1'", "'\t\t\t'=1"},
+      {"char(10)||' \"'||char(9)||' =1'", "'\n \"\"\t '=1"},
       {"'5 - 3 = 2 :-) a,b; c|d me@x;y'", "5 - 3 = 2 :-) a,b; c|d me@x;y"},
       {"cast(x'610062' as text)",
        "a\xEF\xBF\xBD"
@@ -88,16 +95,18 @@ TEST_F(ExportTest, CsvTextsAreNoFormulasAndHoldNoZeroBytes) {
 }
 
 // The cells of a file as a program reads it that separates fields by `separator` and takes quotes
-// for such only at the beginning of a field.
-std::vector<std::string> cells(const std::string& csv, char separator) {
+// for such only at the beginning of a field. Some programs end a record at each line end.
+std::vector<std::string> cells(const std::string& csv, char separator, bool splits_quoted) {
   enum { kBegin, kPlain, kQuoted, kAfterQuote } state = kBegin;
   std::vector<std::string> all(1);
   for (const char c : csv) {
+    const bool ends_line = c == '\n' || c == '\r';
     if (state == kBegin && c == '"') {
       state = kQuoted;
     } else if (state == kQuoted && c == '"') {
       state = kAfterQuote;
-    } else if (state != kQuoted && (c == separator || c == '\n' || c == '\r')) {
+    } else if ((ends_line && splits_quoted) ||
+               (state != kQuoted && (c == separator || ends_line))) {
       all.emplace_back();
       state = kBegin;
     } else {
@@ -109,24 +118,49 @@ std::vector<std::string> cells(const std::string& csv, char separator) {
   return all;
 }
 
+void expect_no_formula(const std::string& csv, char separator, bool splits_quoted) {
+  for (const std::string& cell : cells(csv, separator, splits_quoted)) {
+    const std::size_t first = cell.find_first_not_of(" \t");
+    const bool is_formula = first != std::string::npos && std::string("=+-@").find(cell[first]) < 4;
+    EXPECT_FALSE(is_formula) << cell << " with " << separator << " in " << csv;
+  }
+}
+
 TEST_F(ExportTest, NoProgramFindsAFormulaInCsv) {
   import(line({}));
   for (const char* const text :
        {"=1+1", "x;=1+1", "x;\"=1+1", "x;\"\"\"=1+1", ";=1+1", "x;;=1;", "x|@y", "x\t-1", "x\n=1",
-        "x;\n=1\n", "x; =1", "x;\t=1", "\"x\";\"=1\"", "x;\" =1", "x\r\n+1;\r=1", "x\t\"\"+1"}) {
+        "x;\n=1\n", "x; =1", "x;\t=1", "\"x\";\"=1\"", "x;\" =1", "x\r\n+1;\r=1", "x\t\"\"+1",
+        "x\ny,=1+1", "x,=1\r\n,=1"}) {
     plant("update t_message set content='" + std::string(text) + "',sender=content,server_uid='" +
           text + "',object_name=content,client_uid=content");
     plant("update t_session set title='" + std::string(text) + "'");
     const std::string csv = output({"export", store(), "--format", "csv"});
     for (const char separator : {',', ';', '\t', '|'}) {
-      for (const std::string& cell : cells(csv, separator)) {
-        const std::size_t first = cell.find_first_not_of(" \t");
-        const bool is_formula =
-            first != std::string::npos && std::string("=+-@").find(cell[first]) < 4;
-        EXPECT_FALSE(is_formula) << cell << " with " << separator << " in " << csv;
+      for (const bool splits_quoted : {false, true}) {
+        expect_no_formula(csv, separator, splits_quoted);
       }
     }
   }
+}
+
+TEST_F(ExportTest, ALineEndInOneTextLetsNoFormulaIntoTheNext) {
+  import(line({}));
+  plant("update t_message set object_name='a'||char(10),content='b,=1+1'");
+  const std::string csv = output({"export", store(), "--format", "csv"});
+  expect_no_formula(csv, ',', true);
+  EXPECT_NE(csv.find("\"b,'=1+1\""), std::string::npos) << csv;
+}
+
+TEST_F(ExportTest, CsvOfManyTabsTakesTimeByTheirNumber) {
+  constexpr std::size_t kTabs = 1000000;
+  import(line({}));
+  plant("update t_message set content=replace(printf('%.*c'," + std::to_string(kTabs) +
+        ",'x'),'x',char(9))||'=1'");
+  most_seconds = 20;
+  const Outcome outcome = run({"export", store(), "--format", "csv"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_NE(outcome.out.find(",\"'" + std::string(kTabs, '\t') + "'=1\","), std::string::npos);
 }
 
 TEST_F(ExportTest, WhatIsNoCodeHasNoName) {

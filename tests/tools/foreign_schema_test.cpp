@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kNoRowIds =
     " has no row ids that SQL can name: it is WITHOUT ROWID, or has columns named rowid, _rowid_ "
-    "and oid; rename one of these in a copy of the store";
+    "and oid; in a copy of the store, rename one of these columns or make the table anew with row ids";
 
 class ForeignSchemaTest : public ExportSample {
  protected:
@@ -205,8 +205,35 @@ TEST_F(ForeignSchemaTest, TablesWithoutRowIdsAreRefusedOrRead) {
   EXPECT_EQ(listing(store()), before);
 }
 
+TEST_F(ForeignSchemaTest, EachExportNeedsTheRowIdsOfSomeTables) {
+  const std::string before = read_file(file());
+  const std::string html_place = folder.file("out");
+  const std::vector<Arguments> exports = {{"--format", "jsonl"},
+                                          {"room", "--format", "jsonl"},
+                                          {"--format", "html", "--output", html_place},
+                                          {"--format", "csv"}};
+  const auto refused = [&](const char* table) {
+    for (const char* column : {"rowid", "oid", "_rowid_"}) {
+      plant(std::string("alter table ") + table + " add column " + column + " integer");
+    }
+    std::vector<bool> result;
+    for (const Arguments& more : exports) {
+      Arguments arguments = {"export", store()};
+      arguments.insert(arguments.end(), more.begin(), more.end());
+      result.push_back(run(arguments).status == 2);
+      std::filesystem::remove_all(html_place);
+    }
+    write_file(file(), before);
+    return result;
+  };
+  EXPECT_EQ(refused("t_version"), (std::vector<bool>{true, true, false, false}));
+  EXPECT_EQ(refused("t_sync"), (std::vector<bool>{true, false, false, false}));
+  EXPECT_EQ(refused("t_session"), (std::vector<bool>{true, true, true, false}));
+  EXPECT_EQ(refused("t_message"), (std::vector<bool>{false, false, true, false}));
+}
+
 // A file's own tables and views come before the tables and functions that SQLite offers.
-TEST_F(ForeignSchemaTest, NamesOfSqlitesOwnTablesMislead) {
+TEST_F(ForeignSchemaTest, TablesNamedLikeSqlitesOwnMisleadNothing) {
   std::string said;
   const std::vector<Json> as_jsonl = records(said);
   const std::vector<std::string> as_html = html();
@@ -255,6 +282,37 @@ TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherColumn) {
   EXPECT_EQ(findings(codes), before);
   EXPECT_EQ(records(said), as_jsonl);
   EXPECT_EQ(said, "");
+}
+
+TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherTable) {
+  std::string said;
+  const std::vector<Json> before = records(said);
+  const std::vector<std::string> as_html = html();
+  const Json verified = Json::parse(run({"verify", store(), "--json"}).out)["findings"];
+  for (const auto& [name, changed] :
+       std::vector<std::pair<std::string, std::string>>{{"t_message", "T_Message"},
+                                                        {"t_session", "T_SESSION"},
+                                                        {"t_sync", "T_sync"},
+                                                        {"t_version", "t_Version"}}) {
+    change_table(name, name, changed);
+    plant("pragma writable_schema=on;update sqlite_master set tbl_name='" + changed +
+          "',name=iif(type='table','" + changed + "',name) where tbl_name='" + name + "'");
+  }
+  plant("update sqlite_sequence set name='T_Message'");
+  std::vector<Json> after = records(said);
+  for (Json& record : after) {
+    if (record["type"] == "sequence") record["name"] = "t_message";
+  }
+  EXPECT_EQ(after, before);
+  EXPECT_EQ(said, "");
+  EXPECT_EQ(html(), as_html);
+  EXPECT_EQ(Json::parse(run({"verify", store(), "--json"}).out)["findings"], verified);
+  import(line({{ "content", "new" }}));
+  EXPECT_EQ(rows("select name,seq from sqlite_sequence"), Rows{"T_Message|7"});
+  plant("update sqlite_sequence set name='t_message'");
+  EXPECT_EQ(findings({"sequence-behind"}).size(), 1U) << "SQLite does not find that row";
+  EXPECT_EQ(run({"verify", store(), "--repair", "sequence"}).status, 0);
+  EXPECT_EQ(rows("select name,seq from sqlite_sequence"), Rows{"T_Message|7"});
 }
 
 TEST_F(ForeignSchemaTest, ColumnsThatTheExportLeavesOutAreNamed) {

@@ -49,6 +49,23 @@ TEST_F(StatsTest, CountsRowsConversationsAndMonths) {
                          {{"month", "2026-06"}, {"messages", 2}, {"received", 2}}}));
 }
 
+TEST_F(StatsTest, AVirtualTableOfAnUnknownModuleHasNoRows) {
+  const Json before = stats();
+  plant(
+      "pragma writable_schema=on;insert into sqlite_master(type,name,tbl_name,rootpage,sql) "
+      "values('table','places','places',0,'CREATE VIRTUAL TABLE places USING atlas(x)')");
+  Json after = stats();
+  ASSERT_EQ(after["tables"].size(), before["tables"].size() + 1);
+  EXPECT_EQ(after["tables"][0]["name"], "places");
+  EXPECT_TRUE(after["tables"][0]["rows"].is_null());
+  after["tables"].erase(0);
+  EXPECT_EQ(after["tables"], before["tables"]);
+  EXPECT_EQ(after["largest"], before["largest"]);
+  const std::string text = output({"stats", store()});
+  const std::string line = text.substr(text.find("\nplaces") + 1);
+  EXPECT_NE(line.substr(0, line.find('\n')).find("unknown"), std::string::npos) << text;
+}
+
 TEST_F(StatsTest, TheBytesOfAllPartsAreTheFiles) {
   const Json result = stats();
   EXPECT_EQ(result["file_bytes"], std::filesystem::file_size(file()));

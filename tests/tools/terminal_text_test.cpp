@@ -29,6 +29,7 @@ std::vector<std::string> drivers() {
   std::vector<int> code_points = {0x7F,   0x061C, 0x200E, 0x200F, 0x2028, 0x2029, 0x202A, 0x202B,
                                   0x202C, 0x202D, 0x202E, 0x2066, 0x2067, 0x2068, 0x2069, 0xFEFF};
   for (int c = 0x80; c <= 0x9F; ++c) code_points.push_back(c);
+  for (int c = 0x206A; c <= 0x206F; ++c) code_points.push_back(c);
   std::vector<std::string> texts;
   texts.reserve(code_points.size());
   for (const int c : code_points) texts.push_back(utf8(c));
