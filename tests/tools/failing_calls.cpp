@@ -31,7 +31,7 @@ bool is_counted(int fd, const char* call) {
 }
 
 // Sets errno if the call is to fail.
-bool fails(int fd, const char* call) {
+bool fails(int fd, const char* call, int failure = EIO) {
   static long count = 0;
   const int error = errno;
   if (!is_counted(fd, call)) {
@@ -43,7 +43,7 @@ bool fails(int fd, const char* call) {
   const long first = std::strtol(setting("CORVAN_FAIL_AT"), &end, 10);
   if (count < first || (count > first && *end != '+')) return false;
   close(open(setting("CORVAN_FAIL_MARK"), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  errno = EIO;
+  errno = failure;
   return true;
 }
 
@@ -64,5 +64,6 @@ extern "C" int fdatasync(int fd) {
 
 extern "C" ssize_t pread64(int fd, void* data, size_t size, off64_t at) {
   using Read = ssize_t(int, void*, size_t, off64_t);
-  return fails(fd, "read") ? -1 : next<Read>("pread64")(fd, data, size, at);
+  // SQLite takes EIO for damage here.
+  return fails(fd, "read", ESTALE) ? -1 : next<Read>("pread64")(fd, data, size, at);
 }
