@@ -52,7 +52,7 @@ void fill(int first, int last, const std::string& prefix) {
 
 // In one piece: a file is read for every point.
 std::string content_of(const std::string& file) {
-  std::string content(std::filesystem::file_size(file), '\0');
+  std::string content(static_cast<std::size_t>(std::filesystem::file_size(file)), '\0');
   std::ifstream in(file, std::ios::binary);
   if (!in.read(content.data(), static_cast<std::streamsize>(content.size()))) {
     throw std::runtime_error("cannot read " + file);

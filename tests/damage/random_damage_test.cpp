@@ -75,7 +75,7 @@ class RandomDamage : public testing::Test {
   }
 
   void try_point(uint64_t seed) {
-    const std::size_t kind = seed % damage_kinds().size();
+    const auto kind = static_cast<std::size_t>(seed % damage_kinds().size());
     const Ended ended = strike(damage_kinds()[kind], seed);
     count(counts_[kind], ended);
     ++tally_.points;

@@ -156,7 +156,9 @@ std::vector<Fate> Disk::fates(const FateBounds& bounds, std::mt19937_64& random)
 
     std::vector<std::size_t> boundaries = sector_boundaries(*changes_.back());
     std::shuffle(boundaries.begin(), boundaries.end(), random);
-    if (boundaries.size() > bounds.tears) boundaries.resize(bounds.tears);
+    if (boundaries.size() > bounds.tears) {
+      boundaries.resize(static_cast<std::size_t>(bounds.tears));
+    }
     for (const std::size_t at : boundaries) {
       fates.push_back(fate("the last one torn", true, true));
       fates.back().changes.back() = {0, at};

@@ -433,7 +433,9 @@ class PowerLoss {
     std::vector<std::size_t> all(history_.record.events.size() + 1);
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
     std::shuffle(all.begin(), all.end(), random_);
-    if (all.size() > bounds_.points) all.resize(bounds_.points);
+    if (all.size() > bounds_.points) {
+      all.resize(static_cast<std::size_t>(bounds_.points));
+    }
     std::set<std::size_t> points(all.begin(), all.end());
     for (const History::Acknowledged& mark : history_.acknowledged) points.insert(mark.event);
     return points;

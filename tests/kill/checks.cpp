@@ -210,7 +210,7 @@ bool ends_inside_commit(const std::string& file) {
   constexpr std::size_t kHeader = 32;
   constexpr std::size_t kFrameHeader = 24;
   if (!file_exists(file)) return false;
-  std::string log(std::filesystem::file_size(file), '\0');
+  std::string log(static_cast<std::size_t>(std::filesystem::file_size(file)), '\0');
   std::ifstream(file, std::ios::binary).read(log.data(), static_cast<std::streamsize>(log.size()));
   if (log.size() < kHeader) return !log.empty();
   const std::size_t page = big_endian(log, 8);

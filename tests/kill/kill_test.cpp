@@ -56,7 +56,7 @@ class StoreLife {
     static constexpr std::array<Life, 4> short_lives = {Life::kFresh, Life::kDamaged, Life::kFresh,
                                                         Life::kDamaged};
     const uint64_t turn = seed % 12;
-    life_ = short_lives.at(turn % short_lives.size());
+    life_ = short_lives.at(static_cast<std::size_t>(turn % short_lives.size()));
     if (turn == 3) life_ = Life::kGrowing;
     if (turn == 6) life_ = Life::kHeavy;
     set_clock(1000000);

@@ -19,7 +19,7 @@ namespace {
 TEST(ModelTest, AgreesWithTheStoreOnRandomSequences) {
   const uint64_t first = setting("CORVAN_MODEL_SEED", 1);
   const uint64_t count = bound("CORVAN_MODEL_SEQUENCES", 300, 5000);
-  const uint64_t length = setting("CORVAN_MODEL_LENGTH", 50);
+  const auto length = static_cast<std::size_t>(setting("CORVAN_MODEL_LENGTH", 50));
   const TimeLimit limit;
   prefer_memory();
   SideBySide both;

@@ -545,7 +545,7 @@ class Threads : public StoreTest {
     std::vector<Worker> workers;
     for (uint64_t i = 0; i < count; ++i) workers.emplace_back(store(), number, i, (i + 1) % count);
     std::vector<std::thread> threads;
-    for (uint64_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < workers.size(); ++i) {
       threads.emplace_back([&workers, i, rounds, seed] { workers[i].work(rounds, seed + i); });
     }
     for (uint64_t i = 0; i < rounds; ++i) driver.work(static_cast<int64_t>(i));
