@@ -53,6 +53,35 @@ const std::vector<NoFile> kNoFiles = {
     {"link to nothing", [](const std::string& path) { fs::create_symlink(path + "-none", path); }},
 };
 
+std::string four_bytes(std::size_t number) {
+  std::string bytes;
+  for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(number >> shift & 0xffU);
+  return bytes;
+}
+
+const std::string kJournalMagic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+
+// A rollback journal that gives a file its first page back, of a transaction over several
+// databases, which `super` names.
+std::string journal_with_super(const std::string& content, const std::string& super) {
+  constexpr std::size_t kPage = 4096;
+  constexpr std::size_t kSector = 512;
+  const std::string page = content.substr(0, kPage);
+  std::size_t page_sum = 1;
+  for (std::size_t at = kPage - 200; at > 0 && at < kPage; at -= 200) {
+    page_sum += static_cast<unsigned char>(page[at]);
+  }
+  std::string journal = kJournalMagic + four_bytes(1) + four_bytes(1) +
+                        four_bytes(content.size() / kPage) + four_bytes(kSector) +
+                        four_bytes(kPage);
+  journal.resize(kSector);
+  journal += four_bytes(1) + page + four_bytes(page_sum);
+  std::size_t name_sum = 0;
+  for (const char byte : super) name_sum += static_cast<std::size_t>(byte);
+  return journal + four_bytes(0x40000000 / kPage + 1) + super + four_bytes(super.size()) +
+         four_bytes(name_sum) + kJournalMagic;
+}
+
 class HostileFilesTest : public ToolTest {
  protected:
   HostileFilesTest() {
@@ -158,6 +187,47 @@ TEST_F(HostileFilesTest, SalvageRefusesALogThatIsNone) {
               "corvan: " + fs::canonical(store()).string() + "/corvan-wal: not a file\n");
     fs::remove(file() + "-wal");
   }
+}
+
+// SQLite would open the file that the journal names, and delete it.
+TEST_F(HostileFilesTest, AJournalThatNamesAnotherFileIsRefused) {
+  plant("pragma journal_mode=delete");
+  std::vector<Arguments> commands = looking();
+  for (const Arguments& arguments : changing()) commands.push_back(arguments);
+  const std::string victim = write("victim", "mine");
+  const std::string fifo = folder.file("fifo");
+  make_fifo(fifo);
+  for (const std::string& super : {victim, fifo}) {
+    write_file(file() + "-journal", journal_with_super(read_file(file()), super));
+    expect_refused(commands, file() + "-journal");
+    EXPECT_TRUE(fs::exists(super));
+  }
+  EXPECT_EQ(run({"check", store()}).err,
+            "corvan: " + file() +
+                "-journal: belongs to a transaction over several databases; open them with the "
+                "program that wrote it, or move it away and try again\n");
+  EXPECT_EQ(read_file(victim), "mine");
+}
+
+// As journal_mode=persist leaves it.
+TEST_F(HostileFilesTest, AJournalThatIsDoneWithIsPassedOver) {
+  plant("pragma journal_mode=delete");
+  const std::string victim = write("victim", "mine");
+  std::string journal = journal_with_super(read_file(file()), victim);
+  journal.replace(0, 28, 28, '\0');
+  write_file(file() + "-journal", journal);
+  EXPECT_EQ(output({"check", store()}), "ok\n");
+  EXPECT_EQ(run(changing()[0]).status, 0);
+  EXPECT_EQ(read_file(victim), "mine");
+}
+
+TEST_F(HostileFilesTest, AJournalOfTheStoreAloneIsRolledBack) {
+  plant("pragma journal_mode=delete");
+  const std::string journal = journal_with_super(read_file(file()), "");
+  write_file(file() + "-journal", journal.substr(0, journal.size() - 20));
+  EXPECT_EQ(output({"check", store()}), "ok\n");
+  EXPECT_EQ(run(changing()[0]).status, 0);
+  EXPECT_FALSE(fs::exists(file() + "-journal"));
 }
 
 // SQLite reads such a log, and when it writes to it, memory beyond its pages.
