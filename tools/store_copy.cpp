@@ -158,17 +158,32 @@ int64_t size_of(const std::string& path) {
 // What stands in the place of one of a store's files and is none.
 constexpr const char* kMoveAway = "; move it away and try again";
 
+constexpr std::string_view kJournalMagic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+
+// Whether the journal may hold pages that SQLite would give back to a file. That of a transaction
+// that began with an empty file holds none.
+bool may_hold_pages(const std::string& journal) {
+  constexpr std::size_t kPagesBefore = 16;  // their number's place
+  const ReadOnlyFile file(journal, true);
+  std::string header;
+  if (file.size() == 0) return false;
+  if (!file.read(0, kPagesBefore + 4, header)) return true;
+  const bool is_journal = header.compare(0, kJournalMagic.size(), kJournalMagic) == 0;
+  const bool is_begun = header[0] == '\0';  // the magic comes with the first sync
+  return (!is_journal && !is_begun) || header.substr(kPagesBefore) != std::string(4, '\0');
+}
+
 // Throws ToolError if SQLite would roll the journal back together with others: it opens the file
 // that such a journal names last, anywhere on the disk, and deletes it. `name` is the journal's
 // name in the error. A journal that begins with a zero byte is not rolled back.
 void require_no_super_journal(const std::string& journal, const std::string& name) {
-  constexpr std::string_view kMagic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
   constexpr std::size_t kLeast = 16;  // magic, checksum and length of the name
   const ReadOnlyFile file(journal, true);
   std::string first;
   std::string last;
   if (file.size() < kLeast || !file.read(0, 1, first) || first[0] == '\0' ||
-      !file.read(file.size() - kMagic.size(), kMagic.size(), last) || last != kMagic) {
+      !file.read(file.size() - kJournalMagic.size(), kJournalMagic.size(), last) ||
+      last != kJournalMagic) {
     return;
   }
   throw ToolError(name +
@@ -207,6 +222,20 @@ void require_regular_files(const std::string& folder) {
     require_regular_or_missing(real + suffix, kMoveAway);
   }
   require_no_super_journal(real + kJournalSuffix, real + kJournalSuffix);
+}
+
+void require_no_lone_log(const std::string& folder) {
+  const std::string real = real_file(store_file(folder));
+  const StoreSizes sizes = store_sizes(real);
+  if (sizes.file > 0) return;
+  if (sizes.log > 0) {
+    throw ToolError(real + kLogSuffix +
+                    ": a log whose store is gone; 'corvan salvage' brings out what it holds" +
+                    kMoveAway);
+  }
+  if (may_hold_pages(real + kJournalSuffix)) {
+    throw ToolError(real + kJournalSuffix + ": a journal whose store is gone" + kMoveAway);
+  }
 }
 
 StoreSizes copy_store(const std::string& folder, const std::string& to) {

@@ -30,6 +30,10 @@ bool has_log(const std::string& file);
 // for the other end of a FIFO.
 void require_regular_files(const std::string& folder);
 
+// Throws ToolError when a log or a journal that may hold something is in `folder` while the store's
+// file is missing or empty: SQLite would delete them when it opens the store.
+void require_no_lone_log(const std::string& folder);
+
 // Opening a store changes it, and a damaged one is deleted by it, so looking is done in a copy. The
 // copy, write-ahead log included, is of one moment even while another process writes to the store:
 // it is read twice and taken when both readings agree. The files themselves are only read.

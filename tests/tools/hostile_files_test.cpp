@@ -178,13 +178,16 @@ TEST_F(HostileFilesTest, AnImportMakesNoStoreBesideWhatIsNoLog) {
 
 TEST_F(HostileFilesTest, SalvageRefusesALogThatIsNone) {
   for (const NoFile& one : kNoFiles) {
-    if (std::string(one.what) == "link to nothing") continue;  // as a log that is not there
     SCOPED_TRACE(one.what);
     one.make(file() + "-wal");
     const Outcome outcome = run({"salvage", store(), folder.file("made")});
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.err,
-              "corvan: " + fs::canonical(store()).string() + "/corvan-wal: not a file\n");
+    const bool is_link = std::string(one.what) == "link to nothing";
+    EXPECT_EQ(outcome.err, "corvan: " + fs::canonical(store()).string() + "/corvan-wal: " +
+                               (is_link ? "a link that leads to no file" : "not a file") +
+                               "; move it away and try again\n");
+    EXPECT_EQ(run({"salvage", store(), folder.file("made"), "--without-log"}).status, 0);
+    fs::remove_all(folder.file("made"));
     fs::remove(file() + "-wal");
   }
 }
@@ -324,7 +327,8 @@ TEST_F(HostileFilesTest, NoOutputTakesTheNameOfAStoresFile) {
         {"export", store(), "--format", "html", "--output", place},
         {"backup", store(), place},
         {"salvage", store(), place},
-        {"restore", exported, place}};
+        {"restore", exported, place},
+        {"import", place, "--user", "me", log_}};
     for (const Arguments& arguments : commands) {
       const Rows before = names_in(store());
       const Outcome outcome = run(arguments);
@@ -364,14 +368,76 @@ TEST_F(HostileFilesTest, NoOutputTakesTheNameOfALogBesideAnyDatabase) {
   EXPECT_EQ(run({"backup", store(), lost + "/corvan"}).status, 2);
 }
 
-TEST_F(HostileFilesTest, AnOutputMayHaveAStoresNameElsewhere) {
+TEST_F(HostileFilesTest, AnImportMakesNoFolderOfAStoresNameOnTheWay) {
+  const Rows before = names_in(store());
+  for (const char* place : {"/corvan-wal/sub", "/corvan-shm/sub/", "/new/../corvan-wal/sub"}) {
+    const Outcome outcome = run({"import", store() + place, "--user", "me", log_});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(outcome.err.find(": the name of a store's own file; name another place\n"),
+              std::string::npos)
+        << outcome.err;
+    EXPECT_EQ(names_in(store()), before);
+  }
+  output({"import", folder.file("new/folders/"), "--user", "me", log_});
+  EXPECT_EQ(names_in(folder.file("new/folders")), Rows{"corvan"});
+}
+
+TEST_F(HostileFilesTest, AnOutputMayHaveTheNameOfAStoreElsewhere) {
   const std::string backups = folder.file("backups");
   fs::create_directory(backups);
   output({"backup", store(), backups + "/corvan"});
-  output({"export", store(), "--format", "csv", "--output", backups + "/corvan-wal"});
   output({"export", store(), "--format", "csv", "--output", store() + "/corvan.csv"});
   output({"export", store(), "--format", "csv", "--output", backups + "/notes-journal"});
-  EXPECT_EQ(names_in(backups), (Rows{"corvan", "corvan-wal", "notes-journal"}));
+  EXPECT_EQ(names_in(backups), (Rows{"corvan", "notes-journal"}));
+}
+
+TEST_F(HostileFilesTest, NoOutputTakesTheNameOfALogInAnyFolder) {
+  const std::string empty = folder.file("empty");
+  fs::create_directory(empty);
+  for (const char* name : {"/corvan-wal", "/corvan-shm", "/corvan-journal"}) {
+    const Outcome outcome = run({"export", store(), "--format", "csv", "--output", empty + name});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err,
+              "corvan: " + empty + name + ": the name of a store's own file; name another place\n");
+  }
+  EXPECT_EQ(names_in(empty), Rows{});
+}
+
+// SQLite deletes a log and a journal beside an empty file.
+TEST_F(HostileFilesTest, AnImportKeepsALogWhoseStoreIsGone) {
+  const struct {
+    const char* suffix;
+    const char* error;
+  } cases[] = {
+      {"-wal",
+       ": a log whose store is gone; 'corvan salvage' brings out what it holds; move it away and "
+       "try again\n"},
+      {"-journal", ": a journal whose store is gone; move it away and try again\n"}};
+  for (const bool is_empty : {false, true}) {
+    for (const auto& [suffix, error] : cases) {
+      fs::remove(file());
+      if (is_empty) write_file(file(), "");
+      write_file(file() + suffix, "messages");
+      const Rows before = names_in(store());
+      const Outcome outcome = run(changing()[0]);
+      EXPECT_EQ(outcome.status, 2);
+      EXPECT_EQ(outcome.err, "corvan: " + file() + suffix + error);
+      EXPECT_EQ(read_file(file() + suffix), "messages");
+      EXPECT_EQ(names_in(store()), before);
+      fs::remove(file() + suffix);
+    }
+  }
+  output(changing()[0]);
+}
+
+// As a process leaves it that is killed while it makes the store.
+TEST_F(HostileFilesTest, AJournalOfAnEmptyFileHoldsUpNoImport) {
+  write_file(file(), "");
+  std::string journal = journal_with_super(std::string(4096, '\0'), "").substr(0, 512);
+  journal.replace(8, 12, four_bytes(0) + four_bytes(1) + four_bytes(0));
+  write_file(file() + "-journal", journal);
+  output(changing()[0]);
+  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
 }
 
 // Temporary copies that a killed process left.
@@ -491,6 +557,28 @@ TEST_F(HostileFilesTest, WhatIsRefusedForAReadOnlyFileLeavesNothing) {
     EXPECT_EQ(outcome.err, "corvan: " + file() +
                                ": attempt to write a readonly database; nothing was changed; make "
                                "the file and its folder writable\n");
+    EXPECT_EQ(listing(store()), before) << arguments[0];
+  }
+}
+
+TEST_F(HostileFilesTest, WhatIsRefusedForAReadOnlyLogLeavesNothing) {
+  const std::string other = folder.file("other");
+  {
+    const WriteAhead log(file(), "update t_session set draft='x'");
+    fs::copy(store(), other);
+  }
+  fs::remove(other + "/corvan-shm");
+  fs::remove_all(store());
+  fs::rename(other, store());
+  unprivileged = true;
+  chmod((file() + "-wal").c_str(), 0444);
+  const Listing before = listing(store());
+  for (const Arguments& arguments : changing()) {
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err, "corvan: " + file() +
+                               "-wal: attempt to write a readonly database; nothing was changed; "
+                               "make the file and its folder writable\n");
     EXPECT_EQ(listing(store()), before) << arguments[0];
   }
 }
