@@ -10,6 +10,7 @@
 #include "tools/connection.h"
 #include "tools/failed_commit.h"
 #include "tools/import.h"
+#include "tools/output_place.h"
 #include "tools/schema.h"
 #include "tools/store_copy.h"
 #include "tools/store_transaction.h"
@@ -19,7 +20,18 @@ namespace corvan_tool {
 
 namespace {
 
+// Of the folders that will be made none may have the name of a store's file.
+void require_no_store_files_above(const std::string& folder) {
+  namespace fs = std::filesystem;
+  std::error_code ignored;
+  for (fs::path path = folder; !path.empty() && !fs::exists(path, ignored);
+       path = path.parent_path()) {
+    if (path.has_filename()) require_no_store_file(path.string());
+  }
+}
+
 void prepare_folder(const std::string& folder) {
+  require_no_store_files_above(folder);
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (std::filesystem::exists(folder) && !std::filesystem::is_directory(folder)) {
@@ -27,6 +39,7 @@ void prepare_folder(const std::string& folder) {
   }
   if (error) throw ToolError(folder + ": " + error.message());
   require_regular_files(folder);
+  require_no_lone_log(folder);
   const std::string file = store_file(folder);
   if (!std::filesystem::exists(file, error)) return;
   require_store_in(folder, true);

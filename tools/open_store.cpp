@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "base/cv_utils.h"
@@ -13,6 +15,7 @@
 #include "tools/connection.h"
 #include "tools/regular_file.h"
 #include "tools/store_copy.h"
+#include "tools/store_names.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -53,7 +56,7 @@ bool holds_store_tables(const std::string& file) {
 int64_t page_size_of_log(const std::string& file) {
   constexpr std::uint64_t kPlace = 8;
   std::string bytes;
-  if (!ReadOnlyFile(file + "-wal", true).read(kPlace, 4, bytes)) return 0;
+  if (!ReadOnlyFile(file + kLogSuffix, true).read(kPlace, 4, bytes)) return 0;
   int64_t size = 0;
   for (const char byte : bytes) size = size << 8 | static_cast<unsigned char>(byte);
   return size;
@@ -70,7 +73,7 @@ int64_t page_size_of_file(const Connection& connection) {
 // log stays as it is; the index may be made anew.
 bool holds_store_tables_with_log(const std::string& file) {
   struct stat status = {};
-  if (stat((file + "-shm").c_str(), &status) != 0) return false;
+  if (stat((file + kIndexSuffix).c_str(), &status) != 0) return false;
   const int64_t log_page_size = page_size_of_log(file);
   const Connection connection(file, SQLITE_OPEN_READONLY);
   sqlite3_db_config(connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -149,6 +152,9 @@ void require_store_in(const std::string& folder, bool may_be_empty) {
     require_store(store_file(copy.folder()), file, may_be_empty);
   }
   require_writable(file);
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(file, error);
+  if (!error) require_writable(real.string() + kLogSuffix);
 }
 
 OpenStore::OpenStore(const std::string& folder, const std::string& user) {

@@ -45,8 +45,8 @@ bool is_store_file(const fs::path& folder, const std::string& name) {
     const std::size_t size = name.size() - end.size();
     if (name.compare(size, end.size(), end) != 0) return false;
     const std::string of = name.substr(0, size);
-    return (of == kStoreName && is_store_folder(folder)) ||
-           (!end.empty() && is_database(folder / of));
+    if (end.empty()) return of == kStoreName && is_store_folder(folder);
+    return of == kStoreName || is_database(folder / of);
   });
 }
 
@@ -54,7 +54,9 @@ bool is_store_file(const fs::path& folder, const std::string& name) {
 
 void require_no_store_file(const std::string& place) {
   const fs::path path = place;
-  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  std::error_code ignored;
+  const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  const fs::path folder = fs::weakly_canonical(parent, ignored);
   if (!is_store_file(folder, path.filename().string())) return;
   throw ToolError(place + ": the name of a store's own file; name another place");
 }

@@ -7,9 +7,9 @@
 
 namespace corvan_tool {
 
-// Throws ToolError when `place`, whose parent folder exists, has the name of a store's file in a
-// folder that holds a store, or the name of a log, its index or a journal beside any database.
-// SQLite would delete what it finds there, or refuse to open the database.
+// Throws ToolError when `place` has the name of a store's log, its index or its journal, or of one
+// beside any database, or that of a store in a folder that holds one. SQLite would delete what it
+// finds there, or refuse to open the database.
 void require_no_store_file(const std::string& place);
 
 }  // namespace corvan_tool

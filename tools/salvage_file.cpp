@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/store_names.h"
 #include "tools/tool_error.h"
 
 namespace corvan_tool {
@@ -84,6 +85,13 @@ bool reaches(PageNumber in_file, PageNumber committed,
   return static_cast<PageNumber>(added) >= (committed - in_file) / 2;
 }
 
+// The log's name. Throws ToolError when something else than a file has it.
+std::string log_of(const std::string& path) {
+  std::string log = path + kLogSuffix;
+  require_regular_or_missing(log, "; move it away and try again");
+  return log;
+}
+
 }  // namespace
 
 struct DamagedFile::Frame {
@@ -97,7 +105,7 @@ struct DamagedFile::Frame {
 
 // A log of no name is one that is not there.
 DamagedFile::DamagedFile(const std::string& path, bool with_log)
-    : main_(path, with_log), wal_(with_log ? path + "-wal" : "", true) {
+    : main_(path, with_log), wal_(with_log ? log_of(path) : "", true) {
   refuse_log(path);
   std::string header;
   if (!main_.read(0, kFileHeader, header)) header.clear();
@@ -209,6 +217,18 @@ std::uint64_t DamagedFile::read_commits() {
   return number;
 }
 
+void DamagedFile::each_frame_there(std::uint64_t from,
+                                   const std::function<void(std::uint64_t number)>& visit) const {
+  const std::uint64_t size = kFrameHeader + page_size_;
+  std::uint64_t next = from;
+  for (const auto& [begin, end] : wal_.data()) {
+    if (end <= kLogHeader) continue;
+    const std::uint64_t first = begin < kLogHeader ? 0 : (begin - kLogHeader) / size;
+    const std::uint64_t last = (end - 1 - kLogHeader) / size;
+    for (next = std::max(next, first); next <= last && next < log_.frames; ++next) visit(next);
+  }
+}
+
 // A frame's checksum continues that of the frame before, as it stands in the log. So a frame behind
 // a damaged one can still be told from noise and from frames of the log's earlier rounds.
 void DamagedFile::find_unusable(std::uint64_t from, std::uint64_t broken) {
@@ -219,19 +239,19 @@ void DamagedFile::find_unusable(std::uint64_t from, std::uint64_t broken) {
     std::string header;
     if (wal_.read(0, 4, header)) log_is_big_endian_ = header == kBigEndianLogMagic;
   }
-  for (std::uint64_t number = from; number < log_.frames; ++number) {
+  each_frame_there(from, [&](std::uint64_t number) {
     before.checksum = log_start_;
-    if (number > 0 && !read_frame(number - 1, before)) continue;
-    if (!read_frame(number, frame)) continue;
+    if (number > 0 && !read_frame(number - 1, before)) return;
+    if (!read_frame(number, frame)) return;
     if (log_salt_.empty()) log_salt_ = frame.salt;
     const Checksum found = sum(before.checksum, frame.summed);
     if (frame.salt != log_salt_ || found.first != frame.checksum.first ||
         found.second != frame.checksum.second) {
-      continue;
+      return;
     }
     unusable_.push_back(number);
     committed = committed || (number >= broken && frame.committed != 0);
-  }
+  });
   log_.damaged = committed || (!log_header_is_sound_ && log_.frames > 0);
   // Without a commit behind the break they are what a transaction wrote that never ended.
   if (!log_.damaged) unusable_.clear();

@@ -24,7 +24,7 @@ class DamagedFile {
  public:
   // What the log had.
   struct Log {
-    std::uint64_t frames = 0;    // pages in it, of whatever age
+    std::uint64_t frames = 0;    // pages in it, of whatever age, holes included
     std::uint64_t used = 0;      // up to the last commit that SQLite would see
     std::uint64_t unusable = 0;  // whole ones of commits beyond a damaged one
     bool damaged = false;        // there are such, or the log's header is gone
@@ -33,7 +33,7 @@ class DamagedFile {
   };
 
   // The file may be missing when its log is there. Without the log the file is taken as it stands.
-  // Throws ToolError when the file cannot be opened, or is a log itself.
+  // Throws ToolError when the file or its log cannot be opened, or the file is a log itself.
   DamagedFile(const std::string& path, bool with_log);
 
   // The pages that the file or its log holds bytes of, up to page_count(). What the file has beside
@@ -82,6 +82,9 @@ class DamagedFile {
   void read_log();
   std::uint64_t read_commits();
   void find_unusable(std::uint64_t from, std::uint64_t broken);
+  // Calls `visit` with the log's frames from this one on that do not lie in holes.
+  void each_frame_there(std::uint64_t from,
+                        const std::function<void(std::uint64_t number)>& visit) const;
   bool read_frame(std::uint64_t number, Frame& frame) const;
   void read_header();
   void find_pages();

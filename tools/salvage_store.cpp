@@ -94,6 +94,12 @@ std::vector<const Value*> column_values(const SalvageTable& table, const FoundRo
   return values;
 }
 
+// An empty store of the library.
+void make_store(const std::string& folder, const std::string& name) {
+  const OpenStore made(folder, "");
+  if (!made.failure().empty()) throw ToolError(name + ": " + made.failure() + "; nothing was kept");
+}
+
 }  // namespace
 
 std::int64_t TableResult::all_doubtful() const {
@@ -185,7 +191,7 @@ SalvageStore::SalvageStore(const SalvageSchema& schema, const std::string& folde
       name_(std::move(name)),
       results_(schema.tables.size()),
       has_versions_(schema.tables.size(), false) {
-  { const OpenStore made(folder, ""); }
+  make_store(folder, name_);
   connection_ = std::make_unique<Connection>(store_file(folder));
   // The file is nobody's yet: no log is needed, which would hold every row a second time.
   run("pragma journal_mode=delete");

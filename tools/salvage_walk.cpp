@@ -83,10 +83,19 @@ void SalvageWalk::set_use(PageNumber page, Use use) {
   }
 }
 
-bool SalvageWalk::may_enter(PageNumber page) {
+bool SalvageWalk::may_go_to(PageNumber page, PageNumber parent, const std::string& name) {
   const auto place = file_.pages_there().place_of(page);
-  return place && uses_[*place] != Use::kTree && visits_[*place] < kMostReadings &&
-         ++visits_[*place] > 0;
+  if (place && uses_[*place] != Use::kTree && visits_[*place] < kMostReadings) {
+    ++visits_[*place];
+    return true;
+  }
+  note_unread(page, parent, name);
+  return false;
+}
+
+// A page that something else leads to is not bad itself.
+void SalvageWalk::note_unread(PageNumber page, PageNumber parent, const std::string& name) {
+  note(is_page(page) && use(page) == Use::kTree ? parent : page, parent, name);
 }
 
 void SalvageWalk::note(PageNumber page, PageNumber parent, const std::string& what) {
@@ -141,14 +150,12 @@ std::optional<Page> SalvageWalk::parse(PageNumber number, std::string_view bytes
 std::optional<Page> SalvageWalk::enter(PageNumber number, PageNumber parent, bool is_table_tree,
                                        const std::string& name, std::string& bytes) {
   std::optional<Page> page;
-  const bool is_new = is_page(number) && use(number) != Use::kTree;
-  if (may_enter(number) && file_.read(number, bytes)) page = parse(number, bytes);
+  if (use(number) != Use::kTree && file_.read(number, bytes)) page = parse(number, bytes);
   if (page && is_table(page->type) == is_table_tree) {
     if (!page->sound) note(number, parent, name + ", damaged in part");
     return page;
   }
-  // A page that something else leads to is not bad itself.
-  note(is_page(number) && !is_new ? parent : number, parent, name);
+  note_unread(number, parent, name);
   return std::nullopt;
 }
 
@@ -204,7 +211,15 @@ void SalvageWalk::walk_table(const Tree& tree, TableState& state, const ReadLeaf
     state.is_whole = false;
     state.missing.add(range);
   };
-  std::vector<Step> steps = {{tree.root, 0, kAll, kAll}};
+  std::vector<Step> steps;
+  const auto go_to = [&](const Step& step) {
+    if (may_go_to(step.page, step.parent, what)) {
+      steps.push_back(step);
+    } else {
+      miss(step.around);
+    }
+  };
+  go_to({tree.root, 0, kAll, kAll});
   std::string bytes;
   while (!steps.empty()) {
     const Step step = steps.back();
@@ -229,17 +244,25 @@ void SalvageWalk::walk_table(const Tree& tree, TableState& state, const ReadLeaf
     set_use(step.page, Use::kTree);
     progress_.advance();
     bool in_order = true;
-    std::vector<Step> children = steps_from(*page, step, in_order);
+    const std::vector<Step> children = steps_from(*page, step, in_order);
     if (!in_order) note(step.page, step.parent, what + ", damaged in part");
     if (!in_order || !page->sound) miss(step.around);
-    steps.insert(steps.end(), children.rbegin(), children.rend());
+    std::for_each(children.rbegin(), children.rend(), go_to);
   }
 }
 
 bool SalvageWalk::walk_index(const Tree& tree, const SalvageIndex* index) {
   const std::string what = "a page of index " + shortened(tree.name);
   bool is_whole = true;
-  std::vector<std::pair<PageNumber, PageNumber>> pages = {{tree.root, 0}};
+  std::vector<std::pair<PageNumber, PageNumber>> pages;
+  const auto go_to = [&](PageNumber page, PageNumber parent) {
+    if (may_go_to(page, parent, what)) {
+      pages.emplace_back(page, parent);
+    } else {
+      is_whole = false;
+    }
+  };
+  go_to(tree.root, 0);
   std::string bytes;
   while (!pages.empty()) {
     const auto [number, parent] = pages.back();
@@ -251,8 +274,8 @@ bool SalvageWalk::walk_index(const Tree& tree, const SalvageIndex* index) {
     progress_.advance();
     if (!read_entries(*page, bytes, index)) is_whole = false;
     if (!is_inner(page->type)) continue;
-    for (const Cell& cell : page->cells) pages.emplace_back(cell.child, number);
-    pages.emplace_back(page->last_child, number);
+    for (const Cell& cell : page->cells) go_to(cell.child, number);
+    go_to(page->last_child, number);
   }
   return is_whole;
 }

@@ -77,7 +77,7 @@ class SalvageWalk {
   void look_at_lost_commits();
 
   std::optional<Page> parse(PageNumber number, std::string_view bytes) const;
-  // Reads a page of a tree that leads there; nothing, and the page is noted, when it is none.
+  // Reads a page of a tree that may_go_to() there; nothing, and the page is noted, when it is none.
   std::optional<Page> enter(PageNumber number, PageNumber parent, bool is_table,
                             const std::string& name, std::string& bytes);
   void walk_table(const Tree& tree, TableState& state, const ReadLeaf& read);
@@ -103,9 +103,11 @@ class SalvageWalk {
 
   Use use(PageNumber page) const;
   void set_use(PageNumber page, Use use);
-  // Whether a page that something leads to is there and was not read so often already that the file
-  // must have been made to be read without end.
-  bool may_enter(PageNumber page);
+  // Whether to go to a page that something leads to, now or later: it is there, and was not gone to
+  // so often already that the file must have been made to be read without end. Else the page is
+  // noted.
+  bool may_go_to(PageNumber page, PageNumber parent, const std::string& name);
+  void note_unread(PageNumber page, PageNumber parent, const std::string& name);
   bool is_page(PageNumber page) const { return page > 0 && page <= file_.page_count(); }
   void note(PageNumber page, PageNumber parent, const std::string& what);
 

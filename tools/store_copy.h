@@ -25,9 +25,14 @@ StoreSizes store_sizes(const std::string& file);
 bool has_log(const std::string& file);
 
 // Throws ToolError when the store's file in `folder`, or a file beside it that SQLite would open
-// with it, is something else than a regular file. Any of them may be missing. To be called before
-// SQLite opens them: it would wait for the other end of a FIFO.
+// with it, is something else than a regular file, or a journal that would make SQLite delete
+// another file. Any of them may be missing. To be called before SQLite opens them: it would wait
+// for the other end of a FIFO.
 void require_regular_files(const std::string& folder);
+
+// Throws ToolError when a log or a journal that may hold something is in `folder` while the store's
+// file is missing or empty: SQLite would delete them when it opens the store.
+void require_no_lone_log(const std::string& folder);
 
 // Opening a store changes it, and a damaged one is deleted by it, so looking is done in a copy. The
 // copy, write-ahead log included, is of one moment even while another process writes to the store:

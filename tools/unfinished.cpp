@@ -157,12 +157,12 @@ void require_sync(const std::string& path) {
     throw ToolError(kept_name(path) + ": " + std::strerror(errno) + "; nothing was kept");
 }
 
-// Syncs the whole file system of a folder: thousands of files would wait for the disk one by one.
-// False where that cannot be done.
-bool sync_file_system([[maybe_unused]] const std::string& folder) {
+// Syncs the whole file system of a file or folder: thousands of files would wait for the disk one
+// by one. False where that cannot be done.
+bool sync_file_system([[maybe_unused]] const std::string& path) {
   bool done = false;
 #ifdef __linux__
-  const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   done = fd >= 0 && syncfs(fd) == 0;
   if (fd >= 0) close(fd);
 #endif
@@ -180,6 +180,16 @@ void require_sync_of_all(const std::string& path) {
     }
   }
   require_sync(path);
+}
+
+// Makes the name of a file or folder durable.
+void require_sync_of_name(const std::string& place) {
+  if (sync(fs::path(place).parent_path().string())) return;
+  const int error = errno;
+  // A folder in which one may only write.
+  if (error == EACCES && sync_file_system(place)) return;
+  throw ToolError(place + ": is there and whole, but its folder cannot be synced: " +
+                  std::strerror(error) + "; a power loss may take its name away");
 }
 
 }  // namespace
@@ -264,7 +274,7 @@ void Unfinished::keep() {
   }
   if (error != 0) throw ToolError(place_ + ": " + std::strerror(error) + "; nothing was kept");
   forget_path(path_);
-  sync(fs::path(place_).parent_path().string());
+  require_sync_of_name(place_);
 }
 
 }  // namespace corvan_tool

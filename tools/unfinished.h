@@ -50,7 +50,7 @@ class Unfinished {
   const std::string& path() const { return path_; }
 
   // Gives it its name, durably. Throws ToolError when that fails, or something has come to be
-  // there.
+  // there. If only the name may be lost with the power, the error says so, and the thing stays.
   void keep();
 
  private:

@@ -53,6 +53,35 @@ const std::vector<NoFile> kNoFiles = {
     {"link to nothing", [](const std::string& path) { fs::create_symlink(path + "-none", path); }},
 };
 
+std::string four_bytes(std::size_t number) {
+  std::string bytes;
+  for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(number >> shift & 0xffU);
+  return bytes;
+}
+
+const std::string kJournalMagic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+
+// A rollback journal that gives a file its first page back, of a transaction over several
+// databases, which `super` names.
+std::string journal_with_super(const std::string& content, const std::string& super) {
+  constexpr std::size_t kPage = 4096;
+  constexpr std::size_t kSector = 512;
+  const std::string page = content.substr(0, kPage);
+  std::size_t page_sum = 1;
+  for (std::size_t at = kPage - 200; at > 0 && at < kPage; at -= 200) {
+    page_sum += static_cast<unsigned char>(page[at]);
+  }
+  std::string journal = kJournalMagic + four_bytes(1) + four_bytes(1) +
+                        four_bytes(content.size() / kPage) + four_bytes(kSector) +
+                        four_bytes(kPage);
+  journal.resize(kSector);
+  journal += four_bytes(1) + page + four_bytes(page_sum);
+  std::size_t name_sum = 0;
+  for (const char byte : super) name_sum += static_cast<std::size_t>(byte);
+  return journal + four_bytes(0x40000000 / kPage + 1) + super + four_bytes(super.size()) +
+         four_bytes(name_sum) + kJournalMagic;
+}
+
 class HostileFilesTest : public ToolTest {
  protected:
   HostileFilesTest() {
@@ -149,15 +178,59 @@ TEST_F(HostileFilesTest, AnImportMakesNoStoreBesideWhatIsNoLog) {
 
 TEST_F(HostileFilesTest, SalvageRefusesALogThatIsNone) {
   for (const NoFile& one : kNoFiles) {
-    if (std::string(one.what) == "link to nothing") continue;  // as a log that is not there
     SCOPED_TRACE(one.what);
     one.make(file() + "-wal");
     const Outcome outcome = run({"salvage", store(), folder.file("made")});
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.err,
-              "corvan: " + fs::canonical(store()).string() + "/corvan-wal: not a file\n");
+    const bool is_link = std::string(one.what) == "link to nothing";
+    EXPECT_EQ(outcome.err, "corvan: " + fs::canonical(store()).string() + "/corvan-wal: " +
+                               (is_link ? "a link that leads to no file" : "not a file") +
+                               "; move it away and try again\n");
+    EXPECT_EQ(run({"salvage", store(), folder.file("made"), "--without-log"}).status, 0);
+    fs::remove_all(folder.file("made"));
     fs::remove(file() + "-wal");
   }
+}
+
+// SQLite would open the file that the journal names, and delete it.
+TEST_F(HostileFilesTest, AJournalThatNamesAnotherFileIsRefused) {
+  plant("pragma journal_mode=delete");
+  std::vector<Arguments> commands = looking();
+  for (const Arguments& arguments : changing()) commands.push_back(arguments);
+  const std::string victim = write("victim", "mine");
+  const std::string fifo = folder.file("fifo");
+  make_fifo(fifo);
+  for (const std::string& super : {victim, fifo}) {
+    write_file(file() + "-journal", journal_with_super(read_file(file()), super));
+    expect_refused(commands, file() + "-journal");
+    EXPECT_TRUE(fs::exists(super));
+  }
+  EXPECT_EQ(run({"check", store()}).err,
+            "corvan: " + file() +
+                "-journal: belongs to a transaction over several databases; open them with the "
+                "program that wrote it, or move it away and try again\n");
+  EXPECT_EQ(read_file(victim), "mine");
+}
+
+// As journal_mode=persist leaves it.
+TEST_F(HostileFilesTest, AJournalThatIsDoneWithIsPassedOver) {
+  plant("pragma journal_mode=delete");
+  const std::string victim = write("victim", "mine");
+  std::string journal = journal_with_super(read_file(file()), victim);
+  journal.replace(0, 28, 28, '\0');
+  write_file(file() + "-journal", journal);
+  EXPECT_EQ(output({"check", store()}), "ok\n");
+  EXPECT_EQ(run(changing()[0]).status, 0);
+  EXPECT_EQ(read_file(victim), "mine");
+}
+
+TEST_F(HostileFilesTest, AJournalOfTheStoreAloneIsRolledBack) {
+  plant("pragma journal_mode=delete");
+  const std::string journal = journal_with_super(read_file(file()), "");
+  write_file(file() + "-journal", journal.substr(0, journal.size() - 20));
+  EXPECT_EQ(output({"check", store()}), "ok\n");
+  EXPECT_EQ(run(changing()[0]).status, 0);
+  EXPECT_FALSE(fs::exists(file() + "-journal"));
 }
 
 // SQLite reads such a log, and when it writes to it, memory beyond its pages.
@@ -254,7 +327,8 @@ TEST_F(HostileFilesTest, NoOutputTakesTheNameOfAStoresFile) {
         {"export", store(), "--format", "html", "--output", place},
         {"backup", store(), place},
         {"salvage", store(), place},
-        {"restore", exported, place}};
+        {"restore", exported, place},
+        {"import", place, "--user", "me", log_}};
     for (const Arguments& arguments : commands) {
       const Rows before = names_in(store());
       const Outcome outcome = run(arguments);
@@ -294,14 +368,76 @@ TEST_F(HostileFilesTest, NoOutputTakesTheNameOfALogBesideAnyDatabase) {
   EXPECT_EQ(run({"backup", store(), lost + "/corvan"}).status, 2);
 }
 
-TEST_F(HostileFilesTest, AnOutputMayHaveAStoresNameElsewhere) {
+TEST_F(HostileFilesTest, AnImportMakesNoFolderOfAStoresNameOnTheWay) {
+  const Rows before = names_in(store());
+  for (const char* place : {"/corvan-wal/sub", "/corvan-shm/sub/", "/new/../corvan-wal/sub"}) {
+    const Outcome outcome = run({"import", store() + place, "--user", "me", log_});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(outcome.err.find(": the name of a store's own file; name another place\n"),
+              std::string::npos)
+        << outcome.err;
+    EXPECT_EQ(names_in(store()), before);
+  }
+  output({"import", folder.file("new/folders/"), "--user", "me", log_});
+  EXPECT_EQ(names_in(folder.file("new/folders")), Rows{"corvan"});
+}
+
+TEST_F(HostileFilesTest, AnOutputMayHaveTheNameOfAStoreElsewhere) {
   const std::string backups = folder.file("backups");
   fs::create_directory(backups);
   output({"backup", store(), backups + "/corvan"});
-  output({"export", store(), "--format", "csv", "--output", backups + "/corvan-wal"});
   output({"export", store(), "--format", "csv", "--output", store() + "/corvan.csv"});
   output({"export", store(), "--format", "csv", "--output", backups + "/notes-journal"});
-  EXPECT_EQ(names_in(backups), (Rows{"corvan", "corvan-wal", "notes-journal"}));
+  EXPECT_EQ(names_in(backups), (Rows{"corvan", "notes-journal"}));
+}
+
+TEST_F(HostileFilesTest, NoOutputTakesTheNameOfALogInAnyFolder) {
+  const std::string empty = folder.file("empty");
+  fs::create_directory(empty);
+  for (const char* name : {"/corvan-wal", "/corvan-shm", "/corvan-journal"}) {
+    const Outcome outcome = run({"export", store(), "--format", "csv", "--output", empty + name});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err,
+              "corvan: " + empty + name + ": the name of a store's own file; name another place\n");
+  }
+  EXPECT_EQ(names_in(empty), Rows{});
+}
+
+// SQLite deletes a log and a journal beside an empty file.
+TEST_F(HostileFilesTest, AnImportKeepsALogWhoseStoreIsGone) {
+  const struct {
+    const char* suffix;
+    const char* error;
+  } cases[] = {
+      {"-wal",
+       ": a log whose store is gone; 'corvan salvage' brings out what it holds; move it away and "
+       "try again\n"},
+      {"-journal", ": a journal whose store is gone; move it away and try again\n"}};
+  for (const bool is_empty : {false, true}) {
+    for (const auto& [suffix, error] : cases) {
+      fs::remove(file());
+      if (is_empty) write_file(file(), "");
+      write_file(file() + suffix, "messages");
+      const Rows before = names_in(store());
+      const Outcome outcome = run(changing()[0]);
+      EXPECT_EQ(outcome.status, 2);
+      EXPECT_EQ(outcome.err, "corvan: " + file() + suffix + error);
+      EXPECT_EQ(read_file(file() + suffix), "messages");
+      EXPECT_EQ(names_in(store()), before);
+      fs::remove(file() + suffix);
+    }
+  }
+  output(changing()[0]);
+}
+
+// As a process leaves it that is killed while it makes the store.
+TEST_F(HostileFilesTest, AJournalOfAnEmptyFileHoldsUpNoImport) {
+  write_file(file(), "");
+  std::string journal = journal_with_super(std::string(4096, '\0'), "").substr(0, 512);
+  journal.replace(8, 12, four_bytes(0) + four_bytes(1) + four_bytes(0));
+  write_file(file() + "-journal", journal);
+  output(changing()[0]);
+  EXPECT_EQ(rows("select count(*) from t_message"), Rows{"1"});
 }
 
 // Temporary copies that a killed process left.
@@ -421,6 +557,28 @@ TEST_F(HostileFilesTest, WhatIsRefusedForAReadOnlyFileLeavesNothing) {
     EXPECT_EQ(outcome.err, "corvan: " + file() +
                                ": attempt to write a readonly database; nothing was changed; make "
                                "the file and its folder writable\n");
+    EXPECT_EQ(listing(store()), before) << arguments[0];
+  }
+}
+
+TEST_F(HostileFilesTest, WhatIsRefusedForAReadOnlyLogLeavesNothing) {
+  const std::string other = folder.file("other");
+  {
+    const WriteAhead log(file(), "update t_session set draft='x'");
+    fs::copy(store(), other);
+  }
+  fs::remove(other + "/corvan-shm");
+  fs::remove_all(store());
+  fs::rename(other, store());
+  unprivileged = true;
+  chmod((file() + "-wal").c_str(), 0444);
+  const Listing before = listing(store());
+  for (const Arguments& arguments : changing()) {
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err, "corvan: " + file() +
+                               "-wal: attempt to write a readonly database; nothing was changed; "
+                               "make the file and its folder writable\n");
     EXPECT_EQ(listing(store()), before) << arguments[0];
   }
 }

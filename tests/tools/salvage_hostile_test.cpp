@@ -230,6 +230,48 @@ TEST_F(SalvageHostileTest, AFileOfHolesIsRead) {
   EXPECT_GE(report["zero_pages"], (size - sound.size()) / kPageSize - 1);
 }
 
+TEST_F(SalvageHostileTest, ALogOfHolesIsRead) {
+  LogText log(kPageSize);
+  log.add({1, static_cast<std::uint32_t>(sound.size() / kPageSize), sound.substr(0, kPageSize)});
+  for (const std::string& begin : {log.text(), std::string(100, 'x'), std::string()}) {
+    SCOPED_TRACE(begin.size());
+    write_file(file() + "-wal", begin);
+    std::error_code error;
+    fs::resize_file(file() + "-wal", std::uintmax_t{1} << 42, error);
+    if (error) GTEST_SKIP() << "the file system has no files of this size";
+    const Json report = salvage();
+    EXPECT_EQ(report["tables"]["t_message"]["recovered"], 1);
+    const bool is_log = begin == log.text();
+    EXPECT_EQ(report["log"]["used"], is_log ? 1 : 0);
+    EXPECT_EQ(report["log"]["damaged"], !is_log);
+    EXPECT_EQ(report["log"]["unusable"], 0);
+  }
+}
+
+TEST_F(SalvageHostileTest, CommitsOfADamagedLogAreFoundBehindAHole) {
+  LogText log(kPageSize);
+  const auto pages = static_cast<std::uint32_t>(sound.size() / kPageSize);
+  for (int i = 0; i < 3; ++i) log.add({2, pages, sound.substr(kPageSize, kPageSize)});
+  std::string text = log.text();
+  text.replace(0, 32, 32, '\0');
+  write_file(file() + "-wal", text);
+  EXPECT_EQ(salvage()["log"]["unusable"], 2);
+  fs::resize_file(file() + "-wal", std::uintmax_t{1} << 30);
+  EXPECT_EQ(salvage()["log"]["unusable"], 2);
+}
+
+TEST_F(SalvageHostileTest, ManyPointersFromPageToPageTakeNoMoreMemory) {
+  // A chain of inner pages, each of which leads to the next one from end to end.
+  most_memory = rlim_t{128} << 20;
+  constexpr std::uint32_t kPages = 160;
+  std::string content = first_page(2, 0);
+  for (std::uint32_t i = 0; i < kPages; ++i) {
+    content += tree_page(kLarge, 5, {big_endian(3 + i, 4) + varint(1)}, (kLarge - 100) / 2);
+  }
+  write_file(file(), content);
+  salvage();
+}
+
 TEST_F(SalvageHostileTest, ManyPointersToAPageReadItAFewTimes) {
   // A tree of 20 inner pages, of which every child is one page of another table's rows.
   std::vector<std::string> children;
@@ -283,7 +325,7 @@ TEST_F(SalvageHostileTest, ManyRowsThatContinueOnTheSamePagesAreReadAFewTimes) {
   constexpr std::uint32_t kChain = 40;
   const MessageRecord record = message_record(kChain * (kLarge - 4));
   const std::size_t least = (kLarge - 12) * 32 / 255 - 23;
-  const std::size_t wanted = least + (record.size - least) % (kLarge - 4);
+  const auto wanted = static_cast<std::size_t>(least + (record.size - least) % (kLarge - 4));
   const std::size_t held = wanted <= kLarge - 35 ? wanted : least;
   for (const bool is_loop : {false, true}) {
     std::string content = first_page(0, 0);
