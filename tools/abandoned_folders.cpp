@@ -36,10 +36,14 @@ int open_folder(const std::string& folder) {
 }
 
 LockResult lock_folder(const std::string& folder, int fd) {
-  if (flock(fd, LOCK_EX | LOCK_NB) == 0) return is_still(folder, fd) ? kLocked : kGone;
+  int rc = 0;
+  do {
+    rc = flock(fd, LOCK_EX | LOCK_NB);
+  } while (rc != 0 && errno == EINTR);
+  if (rc == 0) return is_still(folder, fd) ? kLocked : kGone;
   if (errno == EWOULDBLOCK) return kGone;
-  const bool has_no_locks =
-      errno == EBADF || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
+  const bool has_no_locks = errno == EBADF || errno == EINVAL || errno == ENOLCK ||
+                            errno == ENOSYS || errno == EOPNOTSUPP;
   return has_no_locks ? kNoLocks : kLockFailed;
 }
 

@@ -225,7 +225,12 @@ TemporaryFolder::TemporaryFolder() {
                       "; name a folder with room for a copy in TMPDIR");
     }
     path_ = name + "/";
-    lock_ = std::make_unique<FolderLock>(name);
+    try {
+      lock_ = std::make_unique<FolderLock>(name);
+    } catch (const ToolError&) {
+      rmdir(name.c_str());
+      throw;
+    }
   }
   registry().entries.push_back({path_, path_});
 }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -522,6 +523,25 @@ TEST_F(AbandonedCopyTest, ALockedCopyStays) {
   close(fd);
   output({"check", store()});
   EXPECT_EQ(names_in(copies()), Rows{});
+}
+
+TEST_F(AbandonedCopyTest, AFileSystemWithoutLocksKeepsNobodyFromLooking) {
+  const auto lock_fails = [this](int error, const std::string& times) {
+    variables = {"LD_PRELOAD=" CORVAN_FAILING_LOCK, "CORVAN_LOCK_FAILS=" + times,
+                 "CORVAN_LOCK_ERROR=" + std::to_string(error)};
+  };
+  const std::string dead = make_copy("corvan-look-dead00");
+  lock_fails(ENOLCK, "1000");
+  EXPECT_EQ(output({"check", store()}), "ok\n");
+  EXPECT_EQ(names_in(copies()), Rows{"corvan-look-dead00"}) << "its process may be there";
+  lock_fails(EIO, "1000");
+  const Outcome outcome = run({"check", store()});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_NE(outcome.err.find(": cannot be locked: Input/output error\n"), std::string::npos);
+  EXPECT_EQ(names_in(copies()), Rows{"corvan-look-dead00"});
+  fs::remove_all(dead);
+  lock_fails(EINTR, "3");
+  EXPECT_EQ(output({"check", store()}), "ok\n");
 }
 
 TEST_F(AbandonedCopyTest, AnotherUsersCopyStays) {

@@ -98,11 +98,11 @@ TEST(SalvagePage, HostileBytesDoNoHarm) {
   std::vector<Value> values;
   for (int i = 0; i < 5000; ++i) {
     std::string bytes = random_bytes(random, kPageSize);
-    bytes[0] = "\x02\x05\x0a\x0d"[random() % 4];
+    bytes[0] = "\x02\x05\x0a\x0d"[random_below(random, 4)];
     bytes[3] = '\0';  // else most have more cells than there is room for
-    const std::size_t usable = kPageSize - random() % 64;
+    const std::size_t usable = kPageSize - random_below(random, 64);
     // Every second one is cut off.
-    const std::size_t held = i % 2 == 0 ? kPageSize : random() % kPageSize;
+    const std::size_t held = i % 2 == 0 ? kPageSize : random_below(random, kPageSize);
     const auto page = parse_page(std::string_view(bytes).substr(0, held), usable, false);
     if (!page) continue;
     for (const Cell& cell : page->cells) {
@@ -132,27 +132,29 @@ class SalvageHostile : public testing::Test {
 
 void damage(std::string& content, std::mt19937_64& random) {
   const std::size_t pages = content.size() / kPageSize;
-  switch (random() % 5) {
+  switch (random_below(random, 5)) {
     case 0:  // bits
       for (int i = 0; i < 300; ++i)
-        flip_bit(content, 1 + random() % pages, random() % (8 * kPageSize));
+        flip_bit(content, 1 + random_below(random, pages), random_below(random, 8 * kPageSize));
       break;
     case 1:  // pages in place of others
       for (int i = 0; i < 8; ++i) {
-        const std::size_t from = random() % pages;
-        overwrite(content, 1 + random() % pages, 0, content.substr(from * kPageSize, kPageSize));
+        const std::size_t from = random_below(random, pages);
+        overwrite(content, 1 + random_below(random, pages), 0,
+                  content.substr(from * kPageSize, kPageSize));
       }
       break;
     case 2:  // headers of pages
       for (int i = 0; i < 40; ++i) {
-        overwrite(content, 2 + random() % (pages - 1), 1 + random() % 20, random_bytes(random, 3));
+        overwrite(content, 2 + random_below(random, pages - 1), 1 + random_below(random, 20),
+                  random_bytes(random, 3));
       }
       break;
     case 3:  // the schema's page
-      for (int i = 0; i < 60; ++i) flip_bit(content, 1, random() % (8 * kPageSize));
+      for (int i = 0; i < 60; ++i) flip_bit(content, 1, random_below(random, 8 * kPageSize));
       break;
     default:
-      content.resize(1 + random() % content.size());
+      content.resize(1 + random_below(random, content.size()));
   }
 }
 

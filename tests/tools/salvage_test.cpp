@@ -347,10 +347,10 @@ TEST_F(SalvageTest, BitsOfInnerPages) {
     SCOPED_TRACE(seed);
     std::mt19937_64 random(seed);
     std::string damaged = sound;
-    const std::size_t page = pages.inner[random() % pages.inner.size()];
+    const std::size_t page = pages.inner[random_below(random, pages.inner.size())];
     // The header and the cells' places, and the cells at the page's end, are what is in use.
     for (unsigned i = 0; i < 1 + seed % 3; ++i) {
-      const std::size_t bit = random() % (8 * 200);
+      const std::size_t bit = random_below(random, 8 * 200);
       flip_bit(damaged, page, i % 2 == 0 ? bit : 8 * kPageSize - 1 - bit);
     }
     write_file(file(), damaged);

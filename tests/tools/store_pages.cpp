@@ -72,11 +72,15 @@ std::string random_bytes(std::mt19937_64& random, std::size_t count) {
   return bytes;
 }
 
+std::size_t random_below(std::mt19937_64& random, std::size_t end) {
+  return static_cast<std::size_t>(random() % end);
+}
+
 std::set<std::size_t> random_pages(std::mt19937_64& random, const std::string& content,
                                    std::size_t count) {
   std::set<std::size_t> pages;
   while (pages.size() < count) {
-    pages.insert(static_cast<std::size_t>(1 + random() % (content.size() / kPageSize)));
+    pages.insert(1 + random_below(random, content.size() / kPageSize));
   }
   return pages;
 }

@@ -29,6 +29,9 @@ std::set<int64_t> rows_beside(const StorePages& pages, const std::set<std::size_
 // The same on every platform.
 std::string random_bytes(std::mt19937_64& random, std::size_t count);
 
+// A number from 0 up to, but without, `end`.
+std::size_t random_below(std::mt19937_64& random, std::size_t end);
+
 // So many different pages of the file.
 std::set<std::size_t> random_pages(std::mt19937_64& random, const std::string& content,
                                    std::size_t count);

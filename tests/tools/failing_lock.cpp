@@ -1,0 +1,28 @@
+// Loaded into a program before its libraries: lets flock() fail.
+//
+// CORVAN_LOCK_ERROR: the errno, in decimal, that it fails with.
+// CORVAN_LOCK_FAILS: how often it fails, from the first call on.
+
+#include <dlfcn.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+long number_in(const char* variable) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? 0 : std::strtol(text, nullptr, 10);
+}
+
+}  // namespace
+
+extern "C" int flock(int fd, int operation) {
+  static long count = 0;
+  if (++count <= number_in("CORVAN_LOCK_FAILS")) {
+    errno = static_cast<int>(number_in("CORVAN_LOCK_ERROR"));
+    return -1;
+  }
+  return reinterpret_cast<int (*)(int, int)>(dlsym(RTLD_NEXT, "flock"))(fd, operation);
+}
