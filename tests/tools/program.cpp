@@ -31,6 +31,9 @@ namespace corvan_test {
 
 namespace {
 
+// How much longer than by itself a program may take under an emulator.
+constexpr unsigned kEmulatedTimes = 10;
+
 // Puts a file under a standard descriptor of the program that is about to be run.
 void redirect(const std::string& path, int flags, int descriptor) {
   const int fd = open(path.c_str(), flags, 0600);
@@ -150,7 +153,7 @@ pid_t ToolTest::start(const Arguments& arguments, int out) {
       const rlimit limit = {most_memory, most_memory};
       if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(127);
     }
-    alarm(most_seconds);
+    alarm(most_seconds * (std::string_view(CORVAN_EMULATOR).empty() ? 1 : kEmulatedTimes));
     // Opened first: the program may be in a folder of another user that only root can enter.
     const int executable = open(argv[0], O_PATH | O_CLOEXEC);
     if (unprivileged && !drop_privileges()) _exit(127);
