@@ -239,7 +239,8 @@ TEST_F(ForeignSchemaTest, TablesNamedLikeSqlitesOwnMisleadNothing) {
   const std::vector<std::string> as_html = html();
   const auto sizes = [this] {
     Json result;
-    for (const Json& table : json({"stats", store(), "--json"})["tables"]) {
+    const Json stats = json({"stats", store(), "--json"});
+    for (const Json& table : stats["tables"]) {
       if (table["name"].get<std::string>().rfind("t_", 0) == 0) result.push_back(table);
     }
     return result;
