@@ -83,7 +83,7 @@ analyze() {
 match() {
   clang-tidy -p "$results/together" --quiet --warnings-as-errors='*' \
     --checks='-clang-analyzer-*,-bugprone-suspicious-include' \
-    --header-filter='/(base|db|tools|examples)/([^/]*/)?[^/]*\.(h|cpp)$' "$1" 2>"$2.err" ||
+    --header-filter='/(base|db|tools|examples)/([^/]*/)*[^/]*\.(h|cpp)$' "$1" 2>"$2.err" ||
     { cat "$2.err"; return 1; }
 }
 export -f analyze match

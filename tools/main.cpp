@@ -10,22 +10,22 @@
 #include <iostream>
 #include <new>
 
-#include "tools/abandoned_folders.h"
-#include "tools/backup.h"
-#include "tools/command_line.h"
-#include "tools/commands.h"
-#include "tools/compact.h"
-#include "tools/export.h"
-#include "tools/import.h"
-#include "tools/index.h"
-#include "tools/restore.h"
-#include "tools/salvage.h"
-#include "tools/search.h"
-#include "tools/stats.h"
-#include "tools/text_table.h"
-#include "tools/tool_error.h"
-#include "tools/unfinished.h"
-#include "tools/verify.h"
+#include "tools/commands/backup.h"
+#include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
+#include "tools/commands/compact.h"
+#include "tools/commands/export.h"
+#include "tools/commands/import.h"
+#include "tools/commands/index.h"
+#include "tools/commands/restore.h"
+#include "tools/commands/salvage.h"
+#include "tools/commands/search.h"
+#include "tools/commands/stats.h"
+#include "tools/commands/verify.h"
+#include "tools/store/abandoned_folders.h"
+#include "tools/store/pending_output.h"
+#include "tools/ui/error.h"
+#include "tools/ui/table.h"
 
 namespace {
 

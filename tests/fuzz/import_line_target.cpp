@@ -10,7 +10,7 @@
 #include <tuple>
 
 #include "tests/fuzz/targets.h"
-#include "tools/import_line.h"
+#include "tools/import/log_line.h"
 
 namespace corvan_test {
 

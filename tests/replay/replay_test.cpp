@@ -7,9 +7,9 @@
 #include <set>
 
 #include "tests/support/store_test.h"
-#include "tools/connection.h"
-#include "tools/import_line.h"
-#include "tools/verify_report.h"
+#include "tools/import/log_line.h"
+#include "tools/store/connection.h"
+#include "tools/verify/report.h"
 
 namespace corvan_test {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/import_line.h"
+#include "tools/import/log_line.h"
 
 #include <gtest/gtest.h>
 

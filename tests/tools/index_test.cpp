@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "tests/tools/program.h"
-#include "tools/open_store.h"
-#include "tools/schema.h"
+#include "tools/store/library_store.h"
+#include "tools/store/schema.h"
 
 namespace corvan_test {
 namespace {

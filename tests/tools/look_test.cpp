@@ -18,8 +18,8 @@
 
 #include "tests/tools/leased_file.h"
 #include "tests/tools/program.h"
-#include "tools/open_store.h"
-#include "tools/text_table.h"
+#include "tools/store/library_store.h"
+#include "tools/ui/table.h"
 
 namespace corvan_test {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "tests/tools/export_sample.h"
 #include "tests/tools/program.h"
-#include "tools/export_records.h"
+#include "tools/export/records.h"
 
 namespace corvan_test {
 namespace {

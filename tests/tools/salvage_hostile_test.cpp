@@ -10,8 +10,8 @@
 
 #include "tests/tools/program.h"
 #include "tests/tools/store_pages.h"
-#include "tools/salvage_ids.h"
-#include "tools/salvage_pages.h"
+#include "tools/salvage/id_ranges.h"
+#include "tools/salvage/page_map.h"
 
 namespace corvan_test {
 namespace {

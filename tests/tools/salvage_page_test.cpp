@@ -1,4 +1,4 @@
-#include "tools/salvage_page.h"
+#include "tools/salvage/page.h"
 
 #include <gtest/gtest.h>
 
@@ -11,11 +11,11 @@
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/tools/store_pages.h"
-#include "tools/open_store.h"
-#include "tools/salvage_file.h"
-#include "tools/salvage_store.h"
-#include "tools/salvage_tables.h"
-#include "tools/salvage_walk.h"
+#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/rescued_store.h"
+#include "tools/salvage/tables.h"
+#include "tools/salvage/tree_walk.h"
+#include "tools/store/library_store.h"
 
 namespace corvan_test {
 namespace {

@@ -22,7 +22,7 @@
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/tools/store_pages.h"
-#include "tools/connection.h"
+#include "tools/store/connection.h"
 
 namespace {
 

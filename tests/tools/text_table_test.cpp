@@ -1,4 +1,4 @@
-#include "tools/text_table.h"
+#include "tools/ui/table.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/unfinished.h"
+#include "tools/store/pending_output.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 
 #include "tests/tools/leased_file.h"
 #include "tests/tools/program.h"
-#include "tools/tool_error.h"
+#include "tools/ui/error.h"
 
 namespace {
 

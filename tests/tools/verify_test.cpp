@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "tests/tools/program.h"
-#include "tools/open_store.h"
+#include "tools/store/library_store.h"
 
 namespace corvan_test {
 namespace {

@@ -1,0 +1,252 @@
+#include "tools/commands/command_line.h"
+
+#include <sqlite3.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <iostream>
+#include <limits>
+#include <utility>
+
+#include "base/cv_utils.h"
+#include "tools/ui/error.h"
+#include "tools/ui/names.h"
+#include "tools/ui/table.h"
+
+namespace corvan_tool {
+
+namespace {
+
+constexpr const char* kFooter =
+    "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact and\n"
+    "verify --repair change a store; the others look at a temporary copy. Times are in UTC.\n"
+    "What begins with \"-\" and is no option stands behind \"--\": corvan search FOLDER -- -x.\n"
+    "Exit status: 0 for success, 1 for a negative answer, 2 for bad usage, bad input or a store\n"
+    "that cannot be read or written.\n";
+
+constexpr const char* kKinds = "private, group, chatroom, reception, system, or 1 to 5";
+
+CLI::Validator not_empty() {
+  const auto check = [](const std::string& text) -> std::string {
+    return text.empty() ? "must not be empty" : "";
+  };
+  return {check, "", ""};
+}
+
+CLI::Validator number_up_to(int64_t largest) {
+  const auto check = [largest](const std::string& text) -> std::string {
+    const std::optional<int64_t> value = whole_number(text);
+    if (value && *value >= 1 && *value <= largest) return "";
+    return "\"" + text + "\" is no whole number from 1 to " + std::to_string(largest);
+  };
+  return {check, "", ""};
+}
+
+CLI::Validator id_of_message() {
+  const auto check = [](const std::string& text) -> std::string {
+    return whole_number(text) ? "" : "\"" + text + "\" is no message's id";
+  };
+  return {check, "", ""};
+}
+
+// A kind's name, in whatever case, or its number; the text becomes the number.
+CLI::Validator kind_of_conversation() {
+  const auto to_number = [](std::string& text) -> std::string {
+    const std::string name = CLI::detail::to_lower(text);
+    for (const auto& [kind, value] : kinds_by_name()) {
+      const std::string number = std::to_string(value);
+      if (name != kind && name != number) continue;
+      text = number;
+      return "";
+    }
+    return "\"" + text + "\" is none of " + kKinds;
+  };
+  return {to_number, ""};
+}
+
+// CLI11 splits a list's value "[a,b]" in two. A byte that no text holds hides the bracket at its
+// end until that is past.
+constexpr const char* kBracket = "]";
+constexpr const char* kHiddenBracket = "]\xff";
+
+std::string hidden_bracket(std::string argument) {
+  if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']') {
+    argument += kHiddenBracket[1];
+  }
+  return argument;
+}
+
+// Also of a text that has such arguments in it.
+std::string shown_bracket(std::string text) {
+  Corvan::CvUtils::string_replace(text, kHiddenBracket, kBracket);
+  return text;
+}
+
+template <typename Target>
+CLI::Option* add_argument(CLI::App& app, const std::string& name, Target& target,
+                          const std::string& text) {
+  return app.add_option(name, target, text)->transform(shown_bracket);
+}
+
+template <typename Target>
+CLI::Option* add_option(CLI::App& app, const std::string& name, const std::string& value,
+                        Target& target, const std::string& text) {
+  return add_argument(app, name, target, text)->allow_extra_args(false)->option_text(value);
+}
+
+template <typename Target>
+CLI::Option* add_number(CLI::App& app, const std::string& name, const std::string& value,
+                        Target& target, const std::string& text,
+                        int64_t largest = std::numeric_limits<Target>::max()) {
+  return add_option(app, name, value, target, text)->check(number_up_to(largest));
+}
+
+// Of an option its name, what stands behind it and its text.
+class HelpFormatter : public CLI::Formatter {
+  std::string make_option_opts(const CLI::Option* option) const override {
+    const std::string& value = option->get_option_text();
+    return value.empty() ? "" : " " + value;
+  }
+
+  std::string make_option_desc(const CLI::Option* option) const override {
+    std::string text = option->get_description();
+    for (const CLI::Option* other : option->get_needs()) text += "; only with " + other->get_name();
+    for (const CLI::Option* other : option->get_excludes()) {
+      text += "; not with " + other->get_name();
+    }
+    return text;
+  }
+};
+
+}  // namespace
+
+std::optional<int64_t> whole_number(const std::string& text) {
+  int64_t value = 0;
+  std::from_chars(text.data(), text.data() + text.size(), value);
+  if (std::to_string(value) != text) return std::nullopt;
+  return value;
+}
+
+void Command::argument(const std::string& name, std::string& target, const std::string& text,
+                       Emptiness emptiness) {
+  CLI::Option* const argument = add_argument(*app_, name, target, text)->required();
+  if (emptiness == Emptiness::kRefused) argument->check(not_empty());
+}
+
+void Command::argument(const std::string& name, int64_t& target, const std::string& text) {
+  add_argument(*app_, name, target, text)->required()->check(id_of_message());
+}
+
+void Command::arguments(const std::string& name, std::vector<std::string>& target,
+                        const std::string& text, Presence presence) {
+  add_argument(*app_, name, target, text)->required(presence == Presence::kRequired);
+}
+
+CLI::Option* Command::flag(const std::string& name, bool& target, const std::string& text) {
+  return app_->add_flag(name, target, text);
+}
+
+CLI::Option* Command::option(const std::string& name, const std::string& value, std::string& target,
+                             const std::string& text, Presence presence) {
+  return add_option(*app_, name, value, target, text)
+      ->required(presence == Presence::kRequired)
+      ->check(not_empty());
+}
+
+CLI::Option* Command::option(const std::string& name, const std::string& value,
+                             std::optional<std::string>& target, const std::string& text) {
+  return add_option(*app_, name, value, target, text);
+}
+
+CLI::Option* Command::option(const std::string& name, const std::string& value,
+                             std::vector<std::string>& target, const std::string& text) {
+  return add_option(*app_, name, value, target, text)->check(not_empty());
+}
+
+CLI::Option* Command::number(const std::string& name, const std::string& value, int32_t& target,
+                             const std::string& text) {
+  return add_number(*app_, name, value, target, text);
+}
+
+CLI::Option* Command::number(const std::string& name, const std::string& value, std::size_t& target,
+                             const std::string& text, int64_t largest) {
+  return add_number(*app_, name, value, target, text, largest);
+}
+
+CLI::Option* Command::id(const std::string& name, const std::string& value,
+                         std::optional<int64_t>& target, const std::string& text) {
+  return add_option(*app_, name, value, target, text)->check(id_of_message());
+}
+
+CLI::Option* Command::choice(const std::string& name, const std::string& value, std::string& target,
+                             const std::vector<std::string>& choices, const std::string& text) {
+  return add_option(*app_, name, value, target, text)->required()->check(CLI::IsMember(choices));
+}
+
+CLI::Option* Command::choices(const std::string& name, const std::string& value,
+                              std::vector<std::string>& target,
+                              const std::vector<std::string>& choices, const std::string& text) {
+  return add_option(*app_, name, value, target, text)
+      ->delimiter(',')
+      ->check(CLI::IsMember(choices));
+}
+
+CLI::Option* Command::kind(Corvan::SessionType& target, const std::string& text) {
+  return add_option(*app_, "--type", "T", target, text + kKinds)
+      ->required()
+      ->transform(kind_of_conversation());
+}
+
+CLI::Option* Command::kinds(std::vector<Corvan::SessionType>& target, const std::string& text) {
+  return add_option(*app_, "--type", "T", target, text + kKinds)->transform(kind_of_conversation());
+}
+
+void Command::exclude(Option option, Option other) {
+  option->excludes(other);
+}
+
+void Command::need(Option option, Option other) {
+  option->needs(other);
+}
+
+void require_output(const std::string& done) {
+  if (!std::cout.flush()) throw ToolError("standard output: cannot be written; " + done);
+}
+
+CommandLine::CommandLine()
+    : app_(std::make_unique<CLI::App>(
+          "Imports conversation logs into a message store, looks into stores, checks, repairs and "
+          "rescues them, and brings their content out.",
+          "corvan")) {
+  app_->formatter(std::make_shared<HelpFormatter>());
+  app_->footer(kFooter);
+  app_->set_version_flag(
+      "--version", "corvan " CORVAN_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
+  app_->require_subcommand(1);
+  app_->failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+    return "corvan: " + printable(shown_bracket(error.what())) + "; see 'corvan --help'\n";
+  });
+}
+
+CommandLine::~CommandLine() = default;
+
+Command CommandLine::add_command(const std::string& name, const std::string& text,
+                                 const std::string& footer, const std::function<int()>& action) {
+  CLI::App* const command = app_->add_subcommand(name, text);
+  command->footer(footer);
+  command->callback([this, action] { status_ = action(); });
+  return Command(*command);
+}
+
+int CommandLine::run(int argc, char** argv) {
+  std::vector<std::string> arguments;  // the last one first, as the parser takes them
+  for (int i = argc - 1; i > 0; --i) arguments.push_back(hidden_bracket(argv[i]));
+  try {
+    app_->parse(std::move(arguments));
+  } catch (const CLI::ParseError& error) {
+    if (app_->exit(error) != 0) return kFailure;
+  }
+  return status_;
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,227 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "tools/export/lines.h"
+#include "tools/ui/names.h"
+#include "tools/ui/progress.h"
+#include "tools/ui/table.h"
+#include "tools/ui/utf8.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// Without it some spreadsheet programs take the file for another encoding.
+constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
+
+// A message as a spreadsheet gets it, in the order of the columns below.
+constexpr const char* kQuery =
+    "select m.id,m.session_type,m.session_id,"
+    "(select title from t_session s"
+    " where s.session_id collate binary is m.session_id and s.session_type is m.session_type),"
+    "m.sent_time,m.sender,m.direction,m.object_name,m.content,m.sent_status,m.read_status,"
+    "m.is_mention,m.client_uid,m.server_uid "
+    "from t_message m";
+
+enum Meaning { kNumber, kText, kKind, kTime, kDirection, kSentState, kReadState };
+
+struct CsvColumn {
+  const char* heading;
+  int place;  // in the query
+  Meaning meaning;
+};
+
+constexpr std::array<CsvColumn, 15> kColumns = {{
+    {"id", 0, kNumber},
+    {"kind", 1, kKind},
+    {"session_id", 2, kText},
+    {"title", 3, kText},
+    {"time_utc", 4, kTime},
+    {"sender", 5, kText},
+    {"direction", 6, kDirection},
+    {"object_name", 7, kText},
+    {"content", 8, kText},
+    {"sent_status", 9, kSentState},
+    {"read_status", 10, kReadState},
+    {"is_mention", 11, kNumber},
+    {"sent_time", 4, kNumber},
+    {"client_uid", 12, kNumber},
+    {"server_uid", 13, kText},
+}};
+
+// The text as UTF-8 without zero bytes, which readers of CSV cannot take.
+std::string clean(const std::string& text) {
+  std::string result;
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find('\0', begin), text.size());
+    if (begin > 0) result += kReplacementText;
+    result += valid_utf8(std::string_view(text).substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return result;
+}
+
+// Whether a spreadsheet program would carry out a cell that begins so. East Asian ones take the
+// full-width signs for the others.
+bool begins_with_sign(std::string_view text) {
+  static constexpr std::array<std::string_view, 8> kSigns = {"=",  "+",  "-",  "@",
+                                                             "＝", "＋", "－", "＠"};
+  return std::any_of(kSigns.begin(), kSigns.end(),
+                     [text](std::string_view sign) { return text.substr(0, sign.size()) == sign; });
+}
+
+// Whether a program may drop the code point from the beginning of a cell.
+bool is_dropped(int32_t c) {
+  switch (c) {
+    case '"':
+    case ' ':
+    case 0xA0:    // the no-break space
+    case 0x200B:  // the zero-width space
+    case 0x3000:  // the ideographic space
+    case 0xFEFF:  // the byte order mark
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Whether some program takes the code point for the end of a line.
+bool ends_line(int32_t c) {
+  return (c >= '\n' && c <= '\r') || (c >= 0x1C && c <= 0x1E) || c == 0x85 || c == 0x2028 ||
+         c == 0x2029;
+}
+
+// Whether a new cell begins after the code point in a program whose fields are separated by
+// something else than commas: quotes do not hold such a program, since to it they stand within a
+// field. Blanks and colons separate fields only where the user asks for it, and in front of "-" or
+// "@" they are in many ordinary texts.
+bool ends_cell(int32_t c) {
+  switch (c) {
+    case ';':
+    case '|':
+    case '\t':
+    case 0x1F:    // the unit separator
+    case 0x060C:  // the Arabic comma
+    case 0x061B:  // the Arabic semicolon
+    case 0x3001:  // the ideographic comma
+    case 0xFF0C:  // the full-width comma
+    case 0xFF1B:  // the full-width semicolon
+      return true;
+    default:
+      return ends_line(c);
+  }
+}
+
+// How a record is written.
+struct CsvRecord {
+  CsvReader reader;
+  // Whether a text of the record had a line end. A program that ends the record there is then
+  // outside of the quotes, and takes commas in texts for separators.
+  bool has_line_end = false;
+};
+
+// The text with an apostrophe before each sign that begins a formula, and before a tab or a line
+// end at its beginning.
+std::string without_formulas(std::string_view text, CsvRecord& record) {
+  constexpr std::string_view kDropped = "\t\r\n";  // from the beginning of a cell
+  const bool begins_dropped = !text.empty() && kDropped.find(text[0]) != std::string_view::npos;
+  std::string result = begins_dropped ? "'" : "";
+  result.reserve(text.size() + 1);
+  bool at_begin = true;
+  while (!text.empty()) {
+    if (at_begin && begins_with_sign(text)) result += '\'';
+    const std::string_view before = text;
+    const int32_t c = take_code_point(text);
+    result += before.substr(0, before.size() - text.size());
+    record.has_line_end = record.has_line_end || ends_line(c);
+    at_begin = ends_cell(c) || (c == ',' && record.has_line_end) || (at_begin && is_dropped(c));
+  }
+  return result;
+}
+
+// In quotes, whether or not it needs them: some programs split records at other characters, too.
+std::string text_field(const std::string& stored, CsvRecord& record) {
+  std::string text = without_formulas(clean(stored), record);
+  if (record.reader == CsvReader::kTerminal) text = printable(text);
+  std::string result = "\"";
+  for (const char c : text) result.append(c == '"' ? 2 : 1, c);
+  return result + '"';
+}
+
+// As it stands, were it a text in a file of somebody else's.
+std::string number_field(sqlite3_stmt* row, int place, CsvRecord& record) {
+  const int type = sqlite3_column_type(row, place);
+  const std::string value = text_at(row, place);
+  return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, record) : value;
+}
+
+template <typename NameOf>
+std::string code_field(sqlite3_stmt* row, int place, CsvRecord& record, const NameOf& name_of) {
+  const Code code = code_at(row, place);
+  return code.number ? name_of(*code.number) : number_field(row, place, record);
+}
+
+std::string direction_name(int32_t direction) {
+  if (direction == 0) return "own";
+  return direction == 1 ? "received" : std::to_string(direction);
+}
+
+std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvRecord& record) {
+  switch (column.meaning) {
+    case kKind:
+      return code_field(row, column.place, record, kind_name);
+    case kTime:
+      return time_text(sqlite3_column_int64(row, column.place));
+    case kDirection:
+      return code_field(row, column.place, record, direction_name);
+    case kSentState:
+      return code_field(row, column.place, record, sent_status_name);
+    case kReadState:
+      return code_field(row, column.place, record, read_status_name);
+    case kNumber:
+      return number_field(row, column.place, record);
+    case kText:
+      break;
+  }
+  return text_field(text_at(row, column.place), record);
+}
+
+}  // namespace
+
+void export_csv(const ExportSource& source, ExportOutput& output, CsvReader reader,
+                ExportCounts& counts) {
+  const std::string where = source.is_partial() ? " where " + source.condition() : "";
+  const int64_t all = source.rows_of("t_message");
+  counts.sessions = source.number(
+      "select count(*) from (select distinct session_type,session_id collate binary from t_message" +
+      where + ")");
+  Progress progress("messages", static_cast<std::uint64_t>(all));
+
+  std::string line = reader == CsvReader::kTerminal ? "" : kByteOrderMark;
+  for (const CsvColumn& column : kColumns) {
+    line += std::string(column.place == 0 ? "" : ",") + column.heading;
+  }
+  output.write(line + "\r\n");
+  source.store().each_row(
+      kQuery + where + " order by m.session_id collate binary,m.session_type,m.sent_time,m.id",
+      [&](sqlite3_stmt* row) {
+        line.clear();
+        CsvRecord record = {reader};
+        for (const CsvColumn& column : kColumns) {
+          if (column.place != 0) line += ',';
+          line += field_of(row, column, record);
+        }
+        output.write(line + "\r\n");
+        ++counts.messages;
+        progress.advance();
+      });
+  source.require_all("t_message", counts.messages, all);
+  output.close();
+}
+
+}  // namespace corvan_tool

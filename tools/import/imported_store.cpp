@@ -1,0 +1,245 @@
+#include "tools/import/imported_store.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <system_error>
+
+#include "tools/commands/import.h"
+#include "tools/store/connection.h"
+#include "tools/store/failed_commit.h"
+#include "tools/store/output_place.h"
+#include "tools/store/schema.h"
+#include "tools/store/store_copy.h"
+#include "tools/store/transaction.h"
+#include "tools/ui/error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// Of the folders that will be made none may have the name of a store's file.
+void require_no_store_files_above(const std::string& folder) {
+  namespace fs = std::filesystem;
+  std::error_code ignored;
+  for (fs::path path = folder; !path.empty() && !fs::exists(path, ignored);
+       path = path.parent_path()) {
+    if (path.has_filename()) require_no_store_file(path.string());
+  }
+}
+
+void prepare_folder(const std::string& folder) {
+  require_no_store_files_above(folder);
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (std::filesystem::exists(folder) && !std::filesystem::is_directory(folder)) {
+    throw ToolError(folder + ": is no folder; name the store's");
+  }
+  if (error) throw ToolError(folder + ": " + error.message());
+  require_regular_files(folder);
+  require_no_lone_log(folder);
+  const std::string file = store_file(folder);
+  if (!std::filesystem::exists(file, error)) return;
+  require_store_in(folder, true);
+  // The library waits for no lock when it opens a store.
+  // cppcheck-suppress unreadVariable; it throws when there is a lock
+  const StoreTransaction writable(file, file, "begin immediate");
+}
+
+// SQLite reports a full disk, too, when it has no id left for a new row.
+bool are_ids_used_up(const std::string& file) {
+  const Connection connection(file, SQLITE_OPEN_READONLY);
+  int64_t largest = 0;
+  const auto read = [&largest](sqlite3_stmt* row) {
+    largest = std::max<int64_t>(largest, sqlite3_column_int64(row, 0));
+  };
+  connection.each_row("select max(id) from t_message", read);
+  connection.each_row(std::string("select seq from sqlite_sequence where name=") + kNameOfMessages,
+                      read);
+  return largest == std::numeric_limits<int64_t>::max();
+}
+
+constexpr const char* kIdsUsedUp =
+    "no id is left for a new message: 9223372036854775807 is the largest one; 'corvan export' the "
+    "store as JSON Lines, give the messages with the largest ids, every \"latest_id\" that names "
+    "them and the line \"sequence\" smaller numbers, and 'corvan restore' it";
+
+// A commit that failed for one of these reasons has stored nothing; the store tells only the text.
+bool has_stored_nothing(const std::string& failure) {
+  return failure == sqlite3_errstr(SQLITE_BUSY) || failure == sqlite3_errstr(SQLITE_FULL);
+}
+
+}  // namespace
+
+void ImportCounts::add(const ImportCounts& other) {
+  stored += other.stored;
+  completed += other.completed;
+  refused += other.refused;
+  bad += other.bad;
+}
+
+ImportStore::ImportStore(const ImportOptions& options)
+    : options_(options), file_(store_file(options.folder)) {
+  prepare_folder(options.folder);
+  store_.emplace(options.folder, options.user);
+  if (has_failed()) throw ToolError(file_ + ": " + store().failure());
+  store()->execute_none_query("pragma busy_timeout=2000");  // as every other connection of the tool
+  read_newest_id();
+}
+
+std::vector<std::size_t> ImportStore::save(const Batch& batch, ImportCounts& counts) {
+  newest_before_ = newest_id_;
+  if (!store()->start_transaction()) fail_without(batch, 0);
+  ImportCounts saved;
+  std::vector<std::size_t> dropped;
+  {
+    const ImportLookUp look_up(*Corvan::CvDbSingleton::get_instance());
+    dropped = save_each(look_up, batch, saved, counts);
+    if (dropped.empty()) read_rows(look_up);
+    if (has_failed()) fail_without(batch, batch.size() - 1);
+  }
+  if (!dropped.empty()) {
+    store()->execute_none_query("rollback transaction");
+    newest_id_ = newest_before_;
+    return dropped;
+  }
+  if (!store()->commit_transaction()) fail_to_commit(batch, saved, counts);
+  counts.add(saved);
+  return dropped;
+}
+
+void ImportStore::read_newest_id() {
+  int32_t rc = 0;
+  sqlite3_stmt* const query = store()->prepare_sql("select max(id) from t_message", rc);
+  if (rc != 0) throw ToolError("the store cannot be read: " + store().failure());
+  store()->step(query, false);
+  newest_id_ = Corvan::CvDbSingleton::get_int64(query, 0);
+  store()->finalize(query);
+}
+
+int64_t ImportStore::save_one(const ImportMessage& m) {
+  return store()->save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
+                               m.is_receive, m.sent_status, 0, m.is_mention, m.sent_time,
+                               m.client_uid, m.server_uid, options_.history, options_.insert_only,
+                               m.is_receive);
+}
+
+// Whether the store looks for an earlier message of the same client uid.
+bool ImportStore::may_complete(const ImportMessage& message) const {
+  return message.client_uid > 0 && !options_.history && !options_.insert_only;
+}
+
+std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, const Batch& batch,
+                                                ImportCounts& saved, ImportCounts& counts) {
+  std::vector<std::size_t> dropped;
+  saved_.clear();
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    const int64_t id = save_one(batch[i].message);
+    // The store's ids only grow, so an older one is that of a message that was there before.
+    const Saved one = {i, id, id <= newest_id_};
+    if (has_failed()) fail_to_save(look_up, batch, i, id, counts);
+    if (id < 0) {
+      ++saved.refused;
+      continue;
+    }
+    const bool is_kept = is_there(look_up, batch, one);
+    if (has_failed()) fail_without(batch, i);
+    if (!is_kept) {
+      dropped.push_back(i);
+      continue;
+    }
+    ++(one.completed ? saved.completed : saved.stored);
+    newest_id_ = std::max(newest_id_, id);
+    saved_.push_back(one);
+  }
+  // A later message may have made a trigger delete an earlier one.
+  for (const Saved& one : saved_) {
+    if (!look_up.has(one.id, batch[one.entry].message)) dropped.push_back(one.entry);
+  }
+  std::sort(dropped.begin(), dropped.end());
+  return dropped;
+}
+
+// To be called right after the save. When a trigger drops an insert or an update, the save still
+// returns an id: that of a row that was inserted before, into whatever table.
+bool ImportStore::is_there(const ImportLookUp& look_up, const Batch& batch,
+                           const Saved& saved) const {
+  const ImportMessage& message = batch[saved.entry].message;
+  if (saved.completed && !(may_complete(message) && look_up.changed_a_row())) return false;
+  return look_up.has(saved.id, message);
+}
+
+// Keeps what shows later whether the transaction was committed: a new row, or, without one, all
+// rows that were completed.
+void ImportStore::read_rows(const ImportLookUp& look_up) {
+  rows_.clear();
+  const auto last_new = std::find_if(saved_.rbegin(), saved_.rend(),
+                                     [](const Saved& saved) { return !saved.completed; });
+  if (last_new != saved_.rend()) {
+    rows_.push_back({last_new->id, look_up.text(last_new->id)});
+    return;
+  }
+  for (const Saved& saved : saved_) rows_.push_back({saved.id, look_up.text(saved.id)});
+}
+
+bool ImportStore::are_rows_there(const Connection& connection) const {
+  return std::all_of(rows_.begin(), rows_.end(), [&connection](const Row& row) {
+    std::string text;
+    const int rc = connection.each_row(
+        kMessageRow, [&text](sqlite3_stmt* found) { text = row_text(found); }, row.id);
+    if (rc != SQLITE_DONE) throw ToolError(connection.error());
+    return text == row.text;
+  });
+}
+
+// The transaction is rolled back when the store is closed.
+void ImportStore::fail_without(const Batch& batch, std::size_t entry) {
+  throw ToolError(file_ + ": " + failure() + "; nothing was stored from " + batch.front().place +
+                  " on (at " + batch[entry].place + ")");
+}
+
+// After some failures SQLite has ended the transaction, and what the save did after that was
+// committed on its own.
+void ImportStore::fail_to_save(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+                               int64_t id, ImportCounts& counts) {
+  const bool was_open = store()->execute_none_query("rollback transaction") == SQLITE_DONE;
+  const Saved saved = {entry, id, id <= newest_before_};
+  if (was_open || id < 0 || !is_there(look_up, batch, saved)) fail_without(batch, entry);
+  ++(saved.completed ? counts.completed : counts.stored);
+  throw ToolError(file_ + ": " + failure() + "; of the lines from " + batch.front().place +
+                  " on only " + batch[entry].place +
+                  " is stored, perhaps without its conversation's counters");
+}
+
+void ImportStore::fail_to_commit(const Batch& batch, const ImportCounts& saved,
+                                 ImportCounts& counts) {
+  const bool is_certain = has_stored_nothing(store().failure());
+  const std::string why = file_ + ": " + failure();
+  store_.reset();
+  const auto is_made = [this](const Connection& connection) { return are_rows_there(connection); };
+  switch (is_certain ? CommitOutcome::kNothing : settle_failed_commit(file_, is_made)) {
+    case CommitOutcome::kNothing:
+      throw ToolError(why + "; nothing was stored from " + batch.front().place + " on");
+    case CommitOutcome::kEverything:
+      counts.add(saved);
+      throw ToolError(why + "; all lines up to " + batch.back().place +
+                      " are stored; import those after it");
+    case CommitOutcome::kUnknown:
+      break;
+  }
+  throw ToolError(why + "; nothing was stored after " + batch.back().place +
+                  "; whether the lines from " + batch.front().place +
+                  " to there were stored shows when the store can be written again; look for them "
+                  "before you import them again, unless they have server uids");
+}
+
+std::string ImportStore::failure() {
+  const std::string& text = store().failure();
+  if (text != sqlite3_errstr(SQLITE_FULL)) return text;
+  const bool is_last = newest_id_ == std::numeric_limits<int64_t>::max();
+  return is_last || are_ids_used_up(file_) ? kIdsUsedUp : text;
+}
+
+}  // namespace corvan_tool

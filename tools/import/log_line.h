@@ -1,0 +1,53 @@
+// One line of a conversation log.
+
+#ifndef TOOLS_IMPORT_LOG_LINE_H_
+#define TOOLS_IMPORT_LOG_LINE_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "db/cv_db_records.h"
+
+namespace corvan_tool {
+
+// A message to save, as a line gives it.
+struct ImportMessage {
+  std::string session_id;
+  Corvan::SessionType session_type = Corvan::CV_PRIVATE;
+  std::string object_name;
+  std::string sender;
+  std::string content;
+  bool is_receive = false;
+  bool is_mention = false;
+  int32_t sent_status = 0;
+  int64_t sent_time = 0;
+  int64_t client_uid = 0;
+  std::string server_uid;
+};
+
+// What the keys of a line are, for help texts and documents.
+extern const char* const kImportKeys;
+
+// Reads lines of JSON, one message each.
+class LineParser {
+ public:
+  // Fills `message` from `line`. Otherwise says in one line what is wrong, with the field where it
+  // is in one; `message` is then undefined.
+  std::optional<std::string> parse(std::string_view line, ImportMessage& message);
+
+  // The keys met so far that no message has, each once, in the order they came up. They are passed
+  // over.
+  const std::vector<std::string>& unknown_keys() const { return unknown_keys_; }
+
+ private:
+  std::vector<std::string> unknown_keys_;
+  std::unordered_set<std::string> met_;  // the same keys
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_IMPORT_LOG_LINE_H_

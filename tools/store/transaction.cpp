@@ -1,0 +1,75 @@
+#include "tools/store/transaction.h"
+
+#include <sqlite3.h>
+
+#include <utility>
+
+#include "tools/store/failed_commit.h"
+#include "tools/ui/error.h"
+
+namespace corvan_tool {
+
+std::string failure_text(const Connection& connection, int rc, const std::string& outcome) {
+  switch (rc & 0xff) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return std::string("in use by another process (") + sqlite3_errstr(rc & 0xff) + "); " +
+             outcome + "; try again while the client rests";
+    case SQLITE_READONLY:
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+      return connection.error() + "; " + outcome + "; make the file and its folder writable";
+    case SQLITE_FULL:
+      return connection.error() + "; " + outcome +
+             "; make room in the store's folder and in the one for temporary files "
+             "(SQLITE_TMPDIR, TMPDIR)";
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return connection.error() + "; " + outcome + "; see 'corvan check' and 'corvan salvage'";
+    default:
+      return connection.error() + "; " + outcome;
+  }
+}
+
+StoreTransaction::StoreTransaction(const std::string& file, std::string name,
+                                   const std::string& begin)
+    : file_(file), name_(std::move(name)), connection_(std::make_unique<Connection>(file)) {
+  // As the library does: no rests of messages where something was.
+  require(connection_->run("pragma secure_delete=on"));
+  require(connection_->run(begin));
+}
+
+void StoreTransaction::require(int rc, const std::string& what) const {
+  if (rc == SQLITE_DONE) return;
+  throw ToolError(name_ + ": " + (what.empty() ? "" : what + ": ") +
+                  failure_text(*connection_, rc, "nothing was changed"));
+}
+
+std::string StoreTransaction::commit(const std::function<bool(const Connection&)>& is_made) {
+  const int rc = connection_->run("commit");
+  if (rc == SQLITE_DONE) {
+    connection_.reset();
+    return "";
+  }
+  if (!may_have_stored(sqlite3_extended_errcode(connection_->handle()))) require(rc);
+  const auto text = [&](const std::string& outcome) {
+    return name_ + ": " + failure_text(*connection_, rc, outcome);
+  };
+  const std::string nothing = text("nothing was changed");
+  std::string everything = text("the changes were made all the same");
+  const std::string unknown = text(
+      "whether the changes were made shows when the store can be written again; run the command "
+      "again then");
+  connection_.reset();
+  switch (settle_failed_commit(file_, is_made)) {
+    case CommitOutcome::kNothing:
+      throw ToolError(nothing);
+    case CommitOutcome::kEverything:
+      return everything;
+    case CommitOutcome::kUnknown:
+      break;
+  }
+  throw ToolError(unknown);
+}
+
+}  // namespace corvan_tool
