@@ -9,7 +9,7 @@ packages=()
 for purpose in "$@"; do
   case "$purpose" in
     build) packages+=(g++ cmake ninja-build libsqlite3-dev) ;;
-    tools) packages+=(pkg-config libcli11-dev nlohmann-json3-dev libutf8proc-dev) ;;
+    tools) packages+=(pkg-config libcli11-dev libfmt-dev nlohmann-json3-dev libutf8proc-dev) ;;
     tests) packages+=(libgtest-dev) ;;
     tests-source) packages+=(googletest) ;;
     libc++) packages+=(clang libc++-dev libc++abi-dev) ;;

@@ -62,12 +62,14 @@ sysroot() {
   echo "Unpacking libraries for $architecture into $folder"
   # One list that a mirror lacks need not matter: the packages come from any of them.
   "${apt[@]}" update || echo "test_matrix.sh: some lists are missing; trying without them" >&2
-  # utf8proc's library is called otherwise in every release.
-  local utf8proc
-  utf8proc=$(apt-cache "${apt[@]:1}" depends libutf8proc-dev |
-    sed -n 's/^ *Depends: \(libutf8proc[0-9]*\)$/\1/p')
-  (cd "$folder/apt" && "${apt[@]}" download libsqlite3-0 libsqlite3-dev \
-    "${utf8proc:?not found in the lists}" libutf8proc-dev libcli11-dev nlohmann-json3-dev)
+  # The names of these libraries differ from release to release.
+  local runtime
+  runtime=$(apt-cache "${apt[@]:1}" depends libutf8proc-dev libfmt-dev |
+    sed -n 's/^ *Depends: \(lib\(utf8proc\|fmt\)[0-9]*\)$/\1/p')
+  [ "$(wc -w <<<"$runtime")" = 2 ] || { echo "test_matrix.sh: libraries not found in the lists" >&2; return 1; }
+  # shellcheck disable=SC2086
+  (cd "$folder/apt" && "${apt[@]}" download libsqlite3-0 libsqlite3-dev $runtime libutf8proc-dev \
+    libfmt-dev libcli11-dev nlohmann-json3-dev)
   local package
   for package in "$folder"/apt/*.deb; do dpkg-deb -x "$package" "$folder"; done
   touch "$folder/complete"

@@ -2,40 +2,23 @@
 // repairs and rescues them, and brings their content out.
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <exception>
 #include <iostream>
 #include <new>
 
-#include "tools/commands/backup.h"
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
-#include "tools/commands/compact.h"
-#include "tools/commands/export.h"
-#include "tools/commands/import.h"
-#include "tools/commands/index.h"
-#include "tools/commands/restore.h"
-#include "tools/commands/salvage.h"
-#include "tools/commands/search.h"
-#include "tools/commands/stats.h"
-#include "tools/commands/verify.h"
 #include "tools/store/abandoned_folders.h"
 #include "tools/store/pending_output.h"
 #include "tools/ui/error.h"
+#include "tools/ui/output.h"
 #include "tools/ui/table.h"
 
 namespace {
 
 using namespace corvan_tool;
-
-// Some file systems tell only then that a file could not be written.
-void close_standard_output() {
-  const bool good = std::cout.flush() && (close(STDOUT_FILENO) == 0 || errno == EBADF);
-  if (!good) throw ToolError("standard output: cannot be written");
-}
 
 int run(int argc, char** argv) {
   CommandLine line;

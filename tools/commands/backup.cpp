@@ -1,11 +1,10 @@
-#include "tools/commands/backup.h"
-
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
 #include <string>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/store/connection.h"
 #include "tools/store/library_store.h"
 #include "tools/store/pending_output.h"
@@ -13,6 +12,7 @@
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
+#include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
 

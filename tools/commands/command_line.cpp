@@ -209,10 +209,6 @@ void Command::need(Option option, Option other) {
   option->needs(other);
 }
 
-void require_output(const std::string& done) {
-  if (!std::cout.flush()) throw ToolError("standard output: cannot be written; " + done);
-}
-
 CommandLine::CommandLine()
     : app_(std::make_unique<CLI::App>(
           "Imports conversation logs into a message store, looks into stores, checks, repairs and "

@@ -86,10 +86,6 @@ class Command {
   CLI::App* app_;
 };
 
-// For a command that has changed or made something, after its output: throws ToolError, which tells
-// what was done, when standard output cannot be written.
-void require_output(const std::string& done);
-
 // The commands of the program.
 class CommandLine {
  public:

@@ -27,6 +27,41 @@ using Corvan::MessageResponse;
 using Corvan::SessionInfo;
 using Corvan::SessionType;
 
+struct ListOptions {
+  std::string folder;
+  std::vector<Corvan::SessionType> kinds;  // none: all
+  int32_t limit = -1;                      // below 0: no limit
+  bool json = false;
+};
+
+struct HistoryOptions {
+  std::string folder;
+  std::string session_id;
+  Corvan::SessionType kind = Corvan::CV_PRIVATE;
+  std::optional<int64_t> before;  // message ids
+  std::optional<int64_t> after;
+  int32_t limit = 20;
+  std::vector<std::string> object_names;  // none: all
+  bool json = false;
+};
+
+struct UnreadOptions {
+  std::string folder;
+  std::vector<Corvan::SessionType> kinds;  // none: all
+  bool json = false;
+};
+
+struct ShowOptions {
+  std::string folder;
+  int64_t id = 0;
+  bool json = false;
+};
+
+struct CheckOptions {
+  std::string folder;
+  bool json = false;
+};
+
 // A store's copy, open, and as the store itself is: messages that are being sent stay so although
 // opening a store marks them as failed.
 class Look {
@@ -69,7 +104,7 @@ std::vector<SessionType> kinds_or_all(const std::vector<SessionType>& kinds) {
 }
 
 // The time of a message of the conversation.
-int64_t time_of(const CopiedStore& store, const HistoryOptions& options, int64_t id) {
+int64_t time_of(const Snapshot& store, const HistoryOptions& options, int64_t id) {
   std::optional<int64_t> time;
   store.each_row(
       std::string("select ") + kMessageTime +
@@ -84,7 +119,7 @@ int64_t time_of(const CopiedStore& store, const HistoryOptions& options, int64_t
 // The messages that history shows, oldest first. The library's own history leaves out those of the
 // anchor's time.
 std::vector<MessageResponse> read_history(const HistoryOptions& options) {
-  const CopiedStore store(options.folder);
+  const Snapshot store(options.folder);
   const StatementProgress progress(store.connection().handle(), "million steps of reading");
   const std::string place = std::string("(") + kMessageTime + ",id)";
   std::string sql =
@@ -161,8 +196,6 @@ constexpr const char* kCheckKeys =
     "Prints \"ok\", or what SQLite's integrity check found.\n"
     "With --json: an object with ok (true or false) and result (the text, a finding a line).\n"
     "Exit status 1 when the store is damaged.\n";
-
-}  // namespace
 
 int run_list(const ListOptions& options) {
   std::vector<SessionInfo> sessions;
@@ -292,7 +325,7 @@ int run_show(const ShowOptions& options) {
   bool found = false;
   bool is_mention = false;
   int64_t client_uid = 0;
-  CopiedStore(options.folder)
+  Snapshot(options.folder)
       .each_row(
           "select " + kMessageColumns + ",is_mention,client_uid from t_message where id=?",
           [&](sqlite3_stmt* row) {
@@ -342,6 +375,8 @@ int run_check(const CheckOptions& options) {
   }
   return sound ? kOk : kNegative;
 }
+
+}  // namespace
 
 void add_look(CommandLine& line) {
   auto [list, list_options] = line.add<ListOptions>(

@@ -1,5 +1,3 @@
-#include "tools/commands/compact.h"
-
 #include <chrono>
 #include <cstdint>
 #include <iostream>
@@ -7,6 +5,7 @@
 #include <utility>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/store/connection.h"
 #include "tools/store/library_store.h"
 #include "tools/store/store_copy.h"
@@ -14,6 +13,7 @@
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
+#include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
 

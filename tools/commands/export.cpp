@@ -1,5 +1,3 @@
-#include "tools/commands/export.h"
-
 #include <unistd.h>
 
 #include <chrono>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/export/html/index.h"
 #include "tools/export/lines.h"
 #include "tools/export/output.h"
@@ -17,6 +16,7 @@
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
+#include "tools/ui/output.h"
 #include "tools/ui/table.h"
 
 namespace corvan_tool {

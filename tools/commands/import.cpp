@@ -1,5 +1,3 @@
-#include "tools/commands/import.h"
-
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -11,11 +9,13 @@
 #include <utility>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/import/imported_store.h"
 #include "tools/import/line_source.h"
 #include "tools/import/log_line.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
+#include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
 

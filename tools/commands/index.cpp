@@ -1,5 +1,3 @@
-#include "tools/commands/index.h"
-
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -10,6 +8,7 @@
 #include <vector>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/store/connection.h"
 #include "tools/store/library_store.h"
 #include "tools/store/schema.h"
@@ -18,12 +17,20 @@
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
+#include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
 
 namespace corvan_tool {
 
 namespace {
+
+struct IndexOptions {
+  std::string folder;
+  bool drop_others = false;
+  bool dry_run = false;
+  bool json = false;
+};
 
 using Clock = std::chrono::steady_clock;
 
@@ -201,8 +208,8 @@ constexpr const char* kIndexResult =
     "name, table, sql, of created and replaced ones also seconds and bytes (null when unknown), of\n"
     "replaced ones also old_sql; kept (a number) and seconds.\n";
 
-}  // namespace
-
+// Throws ToolError when the store cannot be read or written, is locked, or lacks a column that an
+// index needs; it then stays as it was.
 int run_index(const IndexOptions& options) {
   const std::string name = store_file(options.folder);
   const Schema schema = new_schema();
@@ -225,6 +232,8 @@ int run_index(const IndexOptions& options) {
   if (!options.dry_run && !result.nothing_done()) require_output("the indexes were changed");
   return kOk;
 }
+
+}  // namespace
 
 void add_index(CommandLine& line) {
   auto [command, options] = line.add<IndexOptions>(

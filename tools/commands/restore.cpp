@@ -1,5 +1,3 @@
-#include "tools/commands/restore.h"
-
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -16,6 +14,7 @@
 
 #include "base/cv_database.h"
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/export/records.h"
 #include "tools/import/line_source.h"
 #include "tools/store/connection.h"
@@ -24,6 +23,7 @@
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
+#include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
 #include "tools/ui/utf8.h"

@@ -1,5 +1,3 @@
-#include "tools/commands/salvage.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/salvage/damaged_file.h"
 #include "tools/salvage/rescued_store.h"
 #include "tools/salvage/tables.h"
@@ -21,6 +20,7 @@
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
+#include "tools/ui/output.h"
 #include "tools/ui/table.h"
 
 namespace corvan_tool {

@@ -1,5 +1,3 @@
-#include "tools/commands/search.h"
-
 #include <utf8proc.h>
 
 #include <cstdint>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/store/message_row.h"
 #include "tools/store/snapshot.h"
 #include "tools/ui/json.h"
@@ -141,7 +140,7 @@ class Search {
   }
 
   const SearchOptions& options_;
-  const CopiedStore store_;
+  const Snapshot store_;
   const StatementProgress progress_{store_.connection().handle(), "million steps of the search"};
 };
 

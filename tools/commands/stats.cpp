@@ -1,5 +1,3 @@
-#include "tools/commands/stats.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <iostream>
@@ -8,6 +6,7 @@
 #include <vector>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/store/schema.h"
 #include "tools/store/snapshot.h"
 #include "tools/ui/json.h"
@@ -135,7 +134,7 @@ class Reader {
         });
   }
 
-  const CopiedStore store_;
+  const Snapshot store_;
   const StatementProgress progress_{store_.connection().handle(), "million steps of counting"};
   Stats stats_;
 };

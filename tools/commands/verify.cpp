@@ -1,8 +1,7 @@
-#include "tools/commands/verify.h"
-
 #include <string>
 
 #include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/store/connection.h"
 #include "tools/store/library_store.h"
 #include "tools/store/store_copy.h"

@@ -20,7 +20,7 @@ class ExportSource {
   ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
                const std::vector<Corvan::SessionType>& kinds);
 
-  const CopiedStore& store() const { return store_; }
+  const Snapshot& store() const { return store_; }
 
   // Whether something is left out.
   bool is_partial() const { return is_partial_; }
@@ -46,7 +46,7 @@ class ExportSource {
   void require_columns() const;
   void require_conversations(const std::vector<std::string>& session_ids) const;
 
-  const CopiedStore store_;
+  const Snapshot store_;
   const bool is_partial_;
   std::string kind_condition_;
   std::string condition_;

@@ -7,7 +7,6 @@
 #include <limits>
 #include <system_error>
 
-#include "tools/commands/import.h"
 #include "tools/store/connection.h"
 #include "tools/store/failed_commit.h"
 #include "tools/store/output_place.h"

@@ -16,7 +16,17 @@
 namespace corvan_tool {
 
 class Connection;
-struct ImportOptions;
+
+struct ImportOptions {
+  std::string folder;
+  std::string user;
+  std::vector<std::string> files;  // "-" is standard input
+  std::size_t batch_size = 1000;   // lines read, checked and saved together, in one transaction
+  bool history = false;
+  bool insert_only = false;
+  bool skip_bad = false;
+  bool json = false;
+};
 
 struct ImportEntry {
   ImportMessage message;

@@ -31,10 +31,10 @@ inline const char* advice_after(int rc) {
 
 // Nothing that opening with the library does is done to the copy: nothing is marked, nothing
 // deleted.
-class CopiedStore {
+class Snapshot {
  public:
   // Throws ToolError when there is no readable store in `folder`.
-  explicit CopiedStore(const std::string& folder)
+  explicit Snapshot(const std::string& folder)
       : name_(store_file(folder)),
         copy_(folder),
         connection_((require_store(file(), name_, false), file())) {}

@@ -12,7 +12,6 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/commands/command_line.h"
 #include "tools/store/connection.h"
 #include "tools/store/library_store.h"
 #include "tools/store/pending_output.h"
@@ -20,6 +19,7 @@
 #include "tools/store/store_copy.h"
 #include "tools/store/transaction.h"
 #include "tools/ui/error.h"
+#include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
 #include "tools/verify/report.h"
