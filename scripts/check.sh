@@ -102,7 +102,7 @@ check_tidy() {
   } | xargs -P 2 -I{} bash -c '{}'
 }
 
-declare -A mend=(
+declare -A advice=(
   [format]="clang-format -i FILE"
   [scripts]="fix the script; shellcheck FILE explains"
   [links]="fix the link, or the heading that it names"
@@ -116,7 +116,7 @@ order=(format scripts links reference headers cppcheck tidy)
 names=("$@")
 [ $# -gt 0 ] || names=("${order[@]}")
 for name in "${names[@]}"; do
-  if [ -z "${mend[$name]:-}" ]; then
+  if [ -z "${advice[$name]:-}" ]; then
     echo "check.sh: unknown check: $name; checks: ${order[*]}" >&2
     exit 2
   fi
@@ -142,7 +142,7 @@ for name in "${names[@]}"; do
   if [ $verdict = FAILED ]; then
     failed+=("$name")
     sed 's/^/    /' "$results/$name.log"
-    echo "    -> ${mend[$name]}"
+    echo "    -> ${advice[$name]}"
   fi
 done
 [ ${#failed[@]} = 0 ] || { echo "check.sh: failed: ${failed[*]}" >&2; exit 1; }
