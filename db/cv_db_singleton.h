@@ -271,14 +271,14 @@ class CvDbSingleton {
   /// Runs `sql`, SQL text of one statement with two parameters: a value, then a message id.
   bool common_message_int(int64_t msg_id, int32_t value, const std::string& sql);
 
-  /// Like common_message_int(), `sql` is SQL text; the value is a text.
+  /// Like common_message_int(), with a text as the value. `sql` is SQL text.
   bool common_message_text(int64_t msg_id, const std::string& value, const std::string& sql);
 
   /// @} @name Deleting and clearing messages
   /// @{
 
-  /// Deletes messages by id; ids below 1 are skipped. Lowers the counters of their conversations by
-  /// the unread messages and, where there are any, by the mentions among them, as
+  /// Deletes messages by id; ids below 1 are skipped. If a conversation loses unread messages,
+  /// lowers its counters by the unread messages and mentions that it loses, as
   /// load_distinct_session_with_unread() counts them. A conversation whose newest message is
   /// deleted gets the newest remaining one. One transaction. Success may be partial.
   /// @snippet operations.cpp delete_message
