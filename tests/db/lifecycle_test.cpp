@@ -36,7 +36,7 @@ class Lifecycle : public StoreTest {
     }
   }
 
-  // What an opening ran, but the switch that it writes only where SQLite was built without it.
+  // The statements of an opening, except secure_delete, which depends on how SQLite was built.
   static Rows opening_statements() {
     Rows statements = take_ledger();
     const auto end = std::remove(statements.begin(), statements.end(), "pragma secure_delete=ON");
@@ -46,7 +46,7 @@ class Lifecycle : public StoreTest {
 
   bool is_open() { return store().get_pragma("select 1") == 1; }
 
-  // The store's connection, to be closed by a test in which the store lets go of it.
+  // The store's connection, for tests in which the store leaks it and the test closes it.
   sqlite3* connection() {
     int32_t rc = 0;
     sqlite3_stmt* stmt = store().prepare_sql("select 1", rc);
@@ -55,7 +55,7 @@ class Lifecycle : public StoreTest {
     return db;
   }
 
-  // An older store "old" of the same schema, attached as "odb" once it is ready.
+  // An older store "old" with the same schema, attached as "odb" when it is ready.
   std::string create_old_store() const {
     const std::string old = folder.file("old");
     for (const auto& [name, sql] : Corvan::CvDatabase::table_index()) corvan_test::plant(old, sql);
@@ -127,8 +127,7 @@ TEST_F(Lifecycle, ConnectionIsOpenedToReadWriteCreateAndSerialise) {
   EXPECT_EQ(open_flags(), 0x10006);
 }
 
-// Has each new connection start with secure deletion on or off, whatever the library's own choice
-// is.
+// Makes each new connection start with secure deletion on or off, whatever the library's default.
 class SecureDeletion {
  public:
   explicit SecureDeletion(bool on) {

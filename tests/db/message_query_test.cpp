@@ -33,10 +33,10 @@ std::string history(const std::vector<int64_t>& times, const std::string& id = "
   return "insert into t_message(session_id,session_type,direction,sent_time) values" + values;
 }
 
-// Turns every message into a mention that an older store copied here.
+// Turns every message into a mention with direction 2, as copied from an older store.
 constexpr const char* kMakeMentions = ";update t_message set direction=2,is_mention=1";
 
-// Puts in the table's place a view of it whose content fails for message 2.
+// Replaces the table by a view of it whose content fails for message 2.
 constexpr const char* kMessage2Fails =
     "alter table t_message rename to t_rows;"
     "create view t_message as select id,session_id,session_type,object_name,sender,direction,"
@@ -46,13 +46,13 @@ Rows step_failed_lines() {
   return run_failed(1, "integer overflow");
 }
 
-// A row in which every column has a value of its own.
+// A row with a different value in every column.
 constexpr const char* kWholeRow =
     "insert into t_message(id,session_id,session_type,object_name,content,sender,direction,"
     "sent_status,read_status,is_mention,sent_time,client_uid,server_uid) "
     "values(41,'s',5,'kind','body','author',2,8,9,1,4000000000000,7,'uid')";
 
-// Every field, those that queries fill first.
+// Every field; the fields that queries fill come first.
 std::string text(const MessageResponse& m) {
   std::ostringstream out;
   out << m.session_id_ << "|" << m.session_type_ << "|" << m.content_ << "|" << m.is_receive_ << "|"
@@ -81,7 +81,7 @@ MessageResponse with_uid(const std::string& uid) {
   return message;
 }
 
-// A record in which the fields that no query fills have values of their own too.
+// A record in which the fields that no query fills are set too.
 MessageResponse marked() {
   MessageResponse message;
   message.session_id_ = "old";
@@ -539,7 +539,7 @@ TEST_F(MessageQuery, MentionFillsTheRowsFields) {
   Messages messages;
   EXPECT_TRUE(store().get_mention_message("s", CV_SYSTEM, messages));
   ASSERT_EQ(messages.size(), 1U);
-  // The sent status is 0 whatever the row holds.
+  // The sent status is 0, whatever is stored.
   EXPECT_EQ(text(messages[0]), "s|5|body|1|9|4000000000000|kind|0|author|41|uid|0|0|0000|0");
 }
 
@@ -641,7 +641,7 @@ TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepWhatTheyHave) {
 
 // ---- A span around a point ----------------------------------------------------------------------
 
-// Each test's times are small, so that a time can name a message, or large, so that none does.
+// Times are small where a time is to be taken for a message id, and large where it must not be.
 
 TEST_F(MessageQuery, SpanTakesTheNewestTimeOfItsOlderPageForTheSecondAnchor) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));
@@ -661,13 +661,13 @@ TEST_F(MessageQuery, SpanWhoseSecondAnchorIsUnknownStartsAtTheOldestMessages) {
 
 TEST_F(MessageQuery, SpanWithoutOlderMessagesTakesThePointLessOneForTheSecondAnchor) {
   plant(history({500, 600, 200, 700}));
-  // Nothing lies before message 3; after message 2 (time 600) lies message 4.
+  // Nothing is before message 3. Message 4 is after message 2 (time 600).
   EXPECT_EQ(span(store(), 3, 5, 5), Ids{4});
 }
 
 TEST_F(MessageQuery, SpanAroundTheFirstMessageIsAnchoredBehindTheNewest) {
   plant(history({100, 200, 300}));
-  // Nothing lies before message 1, and 0 stands for the end of the conversation.
+  // Nothing is before message 1, and 0 means the end of the conversation.
   Messages messages;
   EXPECT_FALSE(store().get_matched_message("room", CV_GROUP, 1, 5, 5, messages));
   EXPECT_EQ(ids(messages), Ids{});
@@ -771,7 +771,7 @@ TEST_F(MessageQuery, SpanThatCannotBePreparedFailsAndCommits) {
 
 // ---- Latest time and id -------------------------------------------------------------------------
 
-// The newest message of each choice is another one, and so is the one of the largest id.
+// Each `type` has a different newest message and a different largest id.
 constexpr const char* kChoices =
     "insert into t_message(id,session_id,session_type,direction,sent_status,sent_time) values"
     "(4294967301,'room',2,0,1,4000000000003),"

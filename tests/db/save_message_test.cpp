@@ -35,7 +35,7 @@ const std::string kResetRefused = reset_failed(kRefusedCode, kRefusedText);
 const std::string kFinalizeRefused = finalize_failed(kRefusedCode, kRefusedText);
 const std::string kNoTable = no_table("t_message");
 
-// Records of the batch save that are to be stored.
+// Records for the batch save to store.
 Batch batch_of(const std::vector<std::string>& contents) {
   Batch batch;
   for (const std::string& content : contents) {
@@ -49,7 +49,7 @@ Batch batch_of(const std::vector<std::string>& contents) {
   return batch;
 }
 
-// The key of an own message of the conversation that NewMessage is in.
+// The key of an own message in the conversation of NewMessage.
 UpdateValue key_of(int64_t client_uid) {
   UpdateValue value;
   value.session_id_ = "room";

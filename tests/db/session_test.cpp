@@ -16,7 +16,7 @@ using Corvan::CV_PRIVATE;
 using Corvan::SessionType;
 
 constexpr const char* kSessions = "select * from t_session order by rowid";
-// What set_session_time() writes.
+// The columns that set_session_time() writes.
 constexpr const char* kState =
     "select session_time,latest_id,unread_count,mention_count from t_session order by rowid";
 
@@ -37,12 +37,12 @@ class SessionRows : public StoreTest {
 
   void drop_sessions() { ASSERT_EQ(store().execute_none_query("drop table t_session"), kDone); }
 
-  // Makes a kind of write of a table fail when it is stepped.
+  // Makes one kind of write to a table fail when it is stepped.
   void refuse_to(const std::string& action, const std::string& table = "t_session") const {
     plant(refuse(action + " on " + table));
   }
 
-  // t_session becomes a view that can be prepared and not be stepped.
+  // Replaces t_session by a view that can be prepared but not stepped.
   void make_sessions_unreadable() const {
     plant(
         "drop table t_session;"
@@ -431,7 +431,7 @@ TEST_F(SessionRows, NotificationIsKnownByItsWholeName) {
   EXPECT_EQ(rows(kState), Rows{"99|9|3|1"});
 }
 
-// Every combination, each on a conversation of its own, against the rules written out once.
+// Every combination, each on its own conversation, against one literal copy of the rules.
 TEST_F(SessionRows, MessageMovesItsConversationByProfileLatestTimeAndName) {
   Rows expected;
   std::vector<std::string> labels;

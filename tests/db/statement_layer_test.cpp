@@ -44,28 +44,28 @@ class StatementLayer : public StoreTest {
     return stmt;
   }
 
-  // The failing code of a prepare, which must return no statement.
+  // The code of a prepare that fails and must return no statement.
   int32_t prepare_failure(const std::string& sql) {
     int32_t rc = 7;
     EXPECT_EQ(store().prepare_sql(sql, rc), nullptr);
     return rc;
   }
 
-  // A statement on its only row.
+  // A statement that has been stepped to its only row.
   sqlite3_stmt* on_row(const std::string& sql) {
     sqlite3_stmt* stmt = prepare(sql);
     EXPECT_EQ(store().step(stmt, false), SQLITE_ROW);
     return stmt;
   }
 
-  // The store's file, closed, becomes something else.
+  // Closes the store and replaces its file by something else.
   void overwrite_file(const std::string& content) {
     store().close_db();
     write_file(file(), content);
     ASSERT_EQ(store().open_db(), SQLITE_OK);
   }
 
-  // The file's definition of t_sync becomes one that SQLite cannot read.
+  // Replaces the file's definition of t_sync by one that SQLite cannot read.
   void damage_schema() {
     plant(
         "pragma writable_schema=on;"
@@ -74,7 +74,7 @@ class StatementLayer : public StoreTest {
     ASSERT_EQ(store().open_db(), SQLITE_OK);
   }
 
-  // The first page of t_message becomes noise.
+  // Overwrites the first page of t_message with noise.
   void damage_messages() {
     const auto page =
         std::stoul(rows("select rootpage from sqlite_master where name='t_message'").front());

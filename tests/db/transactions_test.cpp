@@ -18,7 +18,7 @@ const std::string read_failed =
 
 class Transactions : public StoreTest {
  protected:
-  // t_sync becomes a view that cannot be read, but written: its rows end up in t_written.
+  // Replaces t_sync by a view that can be written but not read; rows written go to t_written.
   void make_sync_times_unreadable() {
     plant(
         "drop table t_sync;"
