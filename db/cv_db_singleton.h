@@ -58,8 +58,7 @@ namespace Corvan {
 /// it then before you repeat it; docs/reliability.md says how.
 ///
 /// Damage: if SQLite reports the file as damaged (11) or not a database (26) while preparing a
-/// statement, the store closes the connection and deletes the file that open_db() opened last. The
-/// next init_open_db() starts an empty one.
+/// statement, the store closes itself and deletes the file that open_db() opened last.
 ///
 /// Transactions: an operation marked "One transaction" begins and commits its own. Inside a
 /// transaction of the caller, it commits the caller's.
@@ -284,8 +283,9 @@ class CvDbSingleton {
   /// @snippet operations.cpp delete_message
   bool delete_message(const std::vector<int64_t>& msg_id_v);
 
-  /// Deletes messages by server uid, in whichever conversation they are, and updates the newest
-  /// message of the named conversation. The counters stay. The uids are SQL text inside literals.
+  /// Deletes messages by server uid, in any conversation, and updates the newest message of the
+  /// named conversation, not the counters. The uids are SQL text inside literals. An empty uid
+  /// matches every message without a server uid.
   void delete_message(const std::string& session_id, SessionType session_type,
                       const std::vector<std::string>& msg);
 
@@ -293,8 +293,8 @@ class CvDbSingleton {
   /// message. With `clean`, compacts the file and returns that result. Success may be partial.
   bool clear_message(const std::string& session_id, SessionType session_type, bool clean);
 
-  /// Deletes every message sent before `sent_time`, in all conversations, whose rows do not change.
-  /// With `clean`, the file is compacted too. The result is that of the deletion.
+  /// Deletes every message sent before `sent_time`. The conversations' rows do not change. With
+  /// `clean`, compacts the file too. The result is that of the deletion.
   bool clear_message_by_timestamp(int64_t sent_time, bool clean);
 
   /// @} @name Deleting and clearing messages: building blocks

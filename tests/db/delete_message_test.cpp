@@ -82,7 +82,7 @@ TEST_F(DeleteMessage, IdsAbove32BitsAreDeletedWhole) {
   EXPECT_EQ(rows(kIds), Rows{"5"});
 }
 
-TEST_F(DeleteMessage, LargestIdThereIsIsDeleted) {
+TEST_F(DeleteMessage, LargestPossibleIdIsDeleted) {
   plant("insert into t_message(id) values(5),(9223372036854775807)");
   EXPECT_TRUE(store().delete_message(Ids{9223372036854775807}));
   EXPECT_EQ(rows(kIds), Rows{"5"});
@@ -522,7 +522,7 @@ TEST_F(DeleteMessage, ClearingByTimeIgnoresAFailedCompaction) {
   EXPECT_EQ(log.take(), vacuum_lines());
 }
 
-TEST_F(DeleteMessage, ClearingByTimeReportsAFailedDeletionAndCompactsAllTheSame) {
+TEST_F(DeleteMessage, ClearingByTimeReportsAFailedDeletionAndStillCompacts) {
   save(NewMessage().at(100));
   plant(refuse("delete on t_message"));
   take_ledger();

@@ -235,7 +235,7 @@ class HostileText : public StoreTest {
   }
 };
 
-TEST_F(HostileText, InTheUsersIdAndWhatPlaysNoPart) {
+TEST_F(HostileText, InTheUsersIdAndUnusedParameters) {
   check("user", [this](const std::string& user) {
     store().close_db();
     bool done = open(user);
@@ -590,7 +590,7 @@ TEST_F(HostileText, ZeroByteBeforeADraftClearsItAndMovesTheConversation) {
             Rows{"|1000000"});
 }
 
-TEST_F(HostileText, HistoryGivesTheAskedIdBackWithWhatFollowsAZeroByte) {
+TEST_F(HostileText, HistoryReturnsTheCallersIdWithBytesAfterAZeroByte) {
   const std::string asked = "room\0behind"s;
   const std::vector<MessageResponse> page = history(asked);
   ASSERT_EQ(page.size(), 2U);

@@ -72,7 +72,7 @@ class Lifecycle : public StoreTest {
 
 // ---- The instance -------------------------------------------------------------------------------
 
-TEST_F(Lifecycle, InstanceIsOneAndTheSame) {
+TEST_F(Lifecycle, InstanceIsAlwaysTheSame) {
   ASSERT_NE(CvDbSingleton::get_instance(), nullptr);
   EXPECT_EQ(CvDbSingleton::get_instance(), CvDbSingleton::get_instance());
 }
@@ -301,7 +301,7 @@ TEST_F(Lifecycle, OpenStoreOnlyMarksMessagesForTheSameUser) {
   EXPECT_EQ(rows("select sent_status from t_message"), Rows{"2"});
 }
 
-TEST_F(Lifecycle, AppKeyPlaysNoPart) {
+TEST_F(Lifecycle, AppKeyIsNotUsed) {
   EXPECT_TRUE(store().init_open_db(Pathname(folder.path()), "another key", "me"));
   EXPECT_EQ(take_ledger(), Rows{mark_failed});
 }
@@ -325,7 +325,7 @@ TEST_F(Lifecycle, OpenStoreReopensForAnotherUserWithoutClosing) {
   EXPECT_EQ(sqlite3_close(previous), SQLITE_OK);
 }
 
-TEST_F(Lifecycle, FileNameWithExtensionDoesNotStandForTheClosedFile) {
+TEST_F(Lifecycle, FileWithExtensionIsNotOpened) {
   store().close_db();
   remove_store_files();
   write_file(folder.file("corvan.db"), "");
@@ -436,7 +436,7 @@ TEST_F(Lifecycle, FindingsAreJoined) {
   EXPECT_EQ(result, "CHECK constraint failed in t_checked_CHECK constraint failed in t_checked");
 }
 
-TEST_F(Lifecycle, IntegrityOfWhatIsNoDatabaseReplacesTheCallersText) {
+TEST_F(Lifecycle, IntegrityOfAFileThatIsNotADatabaseReplacesTheCallersText) {
   store().close_db();
   write_file(file(), std::string(8192, 'x'));
   ASSERT_EQ(store().open_db(), SQLITE_OK);

@@ -308,13 +308,13 @@ TEST_F(MessageQuery, AscendingPageGivesEqualTimesTheSmallerIdFirst) {
   EXPECT_EQ(page(store(), kAscending, 1, 2), (Ids{2, 3}));
 }
 
-TEST_F(MessageQuery, UnknownAnchorStandsForTimeZero) {
+TEST_F(MessageQuery, UnknownAnchorMeansTimeZero) {
   plant(history({100, 200}));
   EXPECT_EQ(page(store(), kDescending, 9), Ids{});
   EXPECT_EQ(page(store(), kAscending, 9), (Ids{1, 2}));
 }
 
-TEST_F(MessageQuery, NegativeAnchorStandsForTimeZero) {
+TEST_F(MessageQuery, NegativeAnchorMeansTimeZero) {
   plant(history({100, 200}) + ";insert into t_message(id,sent_time) values(-1,150)");
   EXPECT_EQ(page(store(), kDescending, -1), Ids{});
   EXPECT_EQ(page(store(), kAscending, -1), (Ids{1, 2}));
@@ -379,7 +379,7 @@ TEST_F(MessageQuery, EmptyPageIsFalse) {
                                                           kDescending));
 }
 
-TEST_F(MessageQuery, EmptyPageIsTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, EmptyPageIsTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_history_message_by_object_name("room", CV_GROUP, {}, 0, 10, messages,
                                                          kDescending));
@@ -404,7 +404,7 @@ TEST_F(MessageQuery, PageComparesTimesIn64Bits) {
   EXPECT_EQ(page(store(), kAscending, 2), Ids{3});
 }
 
-TEST_F(MessageQuery, AnchorBehindTheLatestTimeThereIsWraps) {
+TEST_F(MessageQuery, AnchorAfterTheLargestPossibleTimeWraps) {
   plant(history({100, kMaxTime}));
   EXPECT_EQ(page(store(), kDescending, 0), Ids{});
   EXPECT_EQ(page(store(), kAscending, 0), (Ids{1, 2}));
@@ -459,7 +459,7 @@ TEST_F(MessageQuery, PageThatCannotBePreparedLeavesTheVectorAndFails) {
   EXPECT_EQ(log.take(), Rows(2, no_table("t_message")));  // the anchor and the page
 }
 
-TEST_F(MessageQuery, PageEndsAtAFailedStepAndKeepsWhatItHas) {
+TEST_F(MessageQuery, PageEndsAtAFailedStepAndKeepsItsMessages) {
   plant(history({100, 200, 300}));
   plant(kMessage2Fails);
   Messages messages;
@@ -480,7 +480,7 @@ TEST_F(MessageQuery, PageWhoseFirstStepFailsIsFalse) {
 
 // ---- The pager for one kind ---------------------------------------------------------------------
 
-TEST_F(MessageQuery, PageByTimeTakesAMessageIdForItsTime) {
+TEST_F(MessageQuery, PageByTimeTakesAMessageIdAsItsTime) {
   plant(history({2, 3, 4, 5}));
   Messages messages;
   EXPECT_TRUE(
@@ -488,7 +488,7 @@ TEST_F(MessageQuery, PageByTimeTakesAMessageIdForItsTime) {
   EXPECT_EQ(ids(messages), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, PageByTimeZeroStartsBehindTheNewestMessage) {
+TEST_F(MessageQuery, PageByTimeZeroStartsAfterTheNewestMessage) {
   plant(history({100, 200, 300}));
   Messages messages;
   EXPECT_TRUE(
@@ -519,7 +519,7 @@ TEST_F(MessageQuery, PageByTimeIsAppendedToTheVector) {
   EXPECT_EQ(ids(messages), Ids{77});
 }
 
-TEST_F(MessageQuery, EmptyPageByTimeIsTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, EmptyPageByTimeIsTrueForANonEmptyVector) {
   Messages page(1);
   EXPECT_TRUE(store().get_history_message_by_time("room", CV_GROUP, "", 0, 5, page, true));
   EXPECT_EQ(page.size(), 1U);
@@ -598,7 +598,7 @@ TEST_F(MessageQuery, MentionsOfAConversationNamedInsideTheVector) {
   EXPECT_EQ(messages[0].session_id_, "room");
 }
 
-TEST_F(MessageQuery, NoMentionsAreTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, NoMentionsAreTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_mention_message("room", CV_GROUP, messages));
   EXPECT_EQ(ids(messages), Ids{77});
@@ -630,7 +630,7 @@ TEST_F(MessageQuery, MentionsThatCannotBePreparedLeaveTheVectorAndFail) {
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
-TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepWhatTheyHave) {
+TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepThoseRead) {
   plant(history({100, 200, 300}) + kMakeMentions);
   plant(kMessage2Fails);
   Messages messages;
@@ -643,7 +643,7 @@ TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepWhatTheyHave) {
 
 // Times are small where a time is to be taken for a message id, and large where it must not be.
 
-TEST_F(MessageQuery, SpanTakesTheNewestTimeOfItsOlderPageForTheSecondAnchor) {
+TEST_F(MessageQuery, SpanTakesTheNewestTimeOfItsOlderPageAsTheSecondAnchor) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));
   // Before message 4 (time 5): 3 and 2. Message 3 was sent at 4: after message 4: 5 and 6.
   EXPECT_EQ(span(store(), 4, 2, 1), (Ids{6, 5, 3, 2}));
@@ -659,7 +659,7 @@ TEST_F(MessageQuery, SpanWhoseSecondAnchorIsUnknownStartsAtTheOldestMessages) {
   EXPECT_EQ(span(store(), 4, 2, 1), (Ids{2, 1, 3, 2}));
 }
 
-TEST_F(MessageQuery, SpanWithoutOlderMessagesTakesThePointLessOneForTheSecondAnchor) {
+TEST_F(MessageQuery, SpanWithoutOlderMessagesTakesThePointMinusOneAsTheSecondAnchor) {
   plant(history({500, 600, 200, 700}));
   // Nothing is before message 3. Message 4 is after message 2 (time 600).
   EXPECT_EQ(span(store(), 3, 5, 5), Ids{4});
@@ -700,7 +700,7 @@ TEST_F(MessageQuery, SpanReadsOneMoreThanTheRightCount) {
   EXPECT_EQ(span(store(), -4, 0, -1), Ids{});
 }
 
-TEST_F(MessageQuery, SpanBehindTheSmallestPointThereIsWraps) {
+TEST_F(MessageQuery, SpanAroundTheSmallestPossiblePointWraps) {
   plant(history({100, 200, 300}));
   EXPECT_EQ(span(store(), std::numeric_limits<int64_t>::min(), 5, 1), (Ids{2, 1}));
 }
@@ -710,7 +710,7 @@ TEST_F(MessageQuery, SpanOfTheLargestRightCountHoldsEverything) {
   EXPECT_EQ(span(store(), -4, 0, std::numeric_limits<int32_t>::max()), (Ids{3, 2, 1}));
 }
 
-TEST_F(MessageQuery, SpanEnclosesWhatTheVectorHeld) {
+TEST_F(MessageQuery, SpanIsAddedAroundTheVectorsElements) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));
   Messages messages = {with_id(77), with_id(78)};
   EXPECT_TRUE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
@@ -730,7 +730,7 @@ TEST_F(MessageQuery, EmptySpanIsFalse) {
   EXPECT_FALSE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
 }
 
-TEST_F(MessageQuery, EmptySpanIsTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, EmptySpanIsTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
   EXPECT_EQ(ids(messages), Ids{77});

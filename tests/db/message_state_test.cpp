@@ -242,7 +242,7 @@ TEST_F(MessageState, UnreadingAReadMessageAddsOne) {
   EXPECT_EQ(rows(kCounters), Rows{"6|3"});
 }
 
-TEST_F(MessageState, UnreadingAReadMentionAddsOneAndStillTakesTheMentionOff) {
+TEST_F(MessageState, UnreadingAReadMentionAddsOneAndLowersTheMentions) {
   plant(message_with(1, 1));
   EXPECT_TRUE(store().set_read_status(1, 0));
   EXPECT_EQ(rows(kReadState), Rows{"0|0"});

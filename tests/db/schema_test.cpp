@@ -90,7 +90,7 @@ TEST_F(Schema, MessageIdIsTheRowId) {
   EXPECT_EQ(rows("select rowid from t_message where id=7"), Rows{"7"});
 }
 
-TEST_F(Schema, IdOfADeletedMessageDoesNotComeBack) {
+TEST_F(Schema, IdOfADeletedMessageIsNotReused) {
   const int64_t first = save(NewMessage().client(1));
   ASSERT_TRUE(store().delete_message(std::vector<int64_t>{first}));
   EXPECT_EQ(save(NewMessage().client(2)), first + 1);

@@ -371,7 +371,7 @@ TEST_F(SessionList, LastMessageOfAConversationCounts) {
   EXPECT_EQ(list[0].session_time, 250);
 }
 
-TEST_F(SessionList, DraftKeepsTheTimeAndNotTheMessageAway) {
+TEST_F(SessionList, DraftKeepsTheTimeAndShowsTheMessage) {
   plant_row(Row("room", 100).latest(7).drafted("to do"));
   plant_message(7, "room", 900);
   const auto list = page(0);
@@ -586,7 +586,7 @@ TEST_F(SessionList, ConversationOfANegativeLatestIdAsksForItsMessage) {
   EXPECT_EQ(message(session), "room|2|-3||hello|||0|1|0|200");
 }
 
-TEST_F(SessionList, ConversationShowsTheMessageItNamesWhereverItLies) {
+TEST_F(SessionList, ConversationShowsItsLatestMessageEvenFromAnotherConversation) {
   plant_row(Row("room", 100).latest(7));
   plant_message(7, "elsewhere", 900);
   SessionInfo session = named("room", CV_GROUP);

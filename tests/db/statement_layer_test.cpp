@@ -175,7 +175,7 @@ TEST_F(StatementLayer, DamagedFileThatIsGoneAlreadyIsClosedOnly) {
   EXPECT_EQ(prepare_failure("select 1"), kNoConnection);
 }
 
-TEST_F(StatementLayer, WhatIsNoRegularFileIsNotDeleted) {
+TEST_F(StatementLayer, OnlyARegularFileIsDeleted) {
   overwrite_file(std::string(8192, 'x'));
   ASSERT_EQ(std::rename(file().c_str(), folder.file("moved").c_str()), 0);
   std::filesystem::create_symlink("missing", file());
@@ -287,7 +287,7 @@ TEST_F(StatementLayer, FailedStepIsLoggedOnceAndReturned) {
   store().finalize(stmt);
 }
 
-TEST_F(StatementLayer, StepFinalizesWhatItWasTold) {
+TEST_F(StatementLayer, StepFinalizesOnlyIfAsked) {
   EXPECT_EQ(store().step(prepare("select 1"), true), SQLITE_ROW);
   EXPECT_EQ(store().step(prepare(kInsert), true), SQLITE_DONE);
   EXPECT_EQ(open_statements(), 0);
@@ -533,12 +533,12 @@ TEST_F(StatementLayer, EscapeFlagIsNeverCleared) {
   EXPECT_EQ(escaped("", true), Escaped("", true));
 }
 
-TEST_F(StatementLayer, WildcardBehindAZeroByteIsNotSeen) {
+TEST_F(StatementLayer, WildcardAfterAZeroByteIsNotSeen) {
   const std::string hidden("a\0_%'", 5);
   EXPECT_EQ(escaped(hidden), Escaped(hidden, false));
 }
 
-TEST_F(StatementLayer, SeenWildcardIsEscapedBehindAZeroByteToo) {
+TEST_F(StatementLayer, SeenWildcardIsEscapedAfterAZeroByteToo) {
   EXPECT_EQ(escaped(std::string("_\0_", 3)), Escaped(std::string("\\_\0\\_", 5), true));
 }
 

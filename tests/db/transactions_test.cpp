@@ -194,7 +194,7 @@ TEST_F(Transactions, OtherUsersKeepTheirTimes) {
   EXPECT_EQ(rows(kSyncRows), (Rows{"me|1000|0", "you|7000|7000"}));
 }
 
-TEST_F(Transactions, FailedReadIsLoggedAndTheTimeIsWrittenAllTheSame) {
+TEST_F(Transactions, FailedReadIsLoggedAndTheTimeIsStillWritten) {
   make_sync_times_unreadable();
   EXPECT_TRUE(store().set_sync_time(1000, true));
   EXPECT_TRUE(store().set_sync_time(500, false));
