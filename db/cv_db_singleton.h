@@ -127,11 +127,12 @@ class CvDbSingleton {
   /// @} @name Lifecycle and opening: building blocks
   /// @{
 
-  /// Opens the file of the last init_open_db(): SQLite's result code. A failure closes the store.
+  /// Opens the last init_open_db()'s file; returns SQLite's result code. A failure closes the
+  /// store.
   int32_t open_db();
 
-  /// Opens `file_name`, without closing the connection that is open: SQLite's result code. The
-  /// caller must close the new connection, even after a failure. If this file is found damaged, the
+  /// Opens `file_name` and returns SQLite's result code. A connection that is open is not closed.
+  /// The caller must close the new one, even after a failure. If this file is found damaged, the
   /// file that open_db() without a name opened last is deleted instead.
   int32_t open_db(const std::string& file_name);
 
@@ -193,7 +194,7 @@ class CvDbSingleton {
   /// before.
   bool save_message(const std::vector<std::unique_ptr<MessageResponse>>& msg);
 
-  /// Whether the conversation has, after `timestamp`, a received or a receipt-covered own message.
+  /// Whether the conversation has, after `timestamp`, a received message or a covered own one (3).
   bool is_message_exist(const std::string& session_id, SessionType session_type, int64_t timestamp);
 
   /// Appends to `exist_uid` those of the given server uids that are stored. `msg_uid` is SQL text:
@@ -293,8 +294,8 @@ class CvDbSingleton {
   /// message. With `clean`, compacts the file and returns that result. Success may be partial.
   bool clear_message(const std::string& session_id, SessionType session_type, bool clean);
 
-  /// Deletes every message sent before `sent_time`. The conversations' rows do not change. With
-  /// `clean`, compacts the file too. The result is that of the deletion.
+  /// Deletes every message sent before `sent_time`, in all conversations, without changing their
+  /// rows. With `clean`, compacts the file too. The result is that of the deletion.
   bool clear_message_by_timestamp(int64_t sent_time, bool clean);
 
   /// @} @name Deleting and clearing messages: building blocks
@@ -336,8 +337,9 @@ class CvDbSingleton {
 
   /// One transaction that reads two pages as get_history_message_by_time() does. Up to `left_count`
   /// messages before message id `sent_time` are appended to `msg`. Up to `right_count` + 1 messages
-  /// after a second anchor are inserted at the front, newest first; its id is the newest time of
-  /// the first page, or `sent_time` - 1 if that page is empty. Returns non-empty (32-bit ids).
+  /// after a second message are inserted at the front, newest first; the id of that message is the
+  /// newest time of the first page, or `sent_time` - 1 if that page is empty. Returns non-empty
+  /// (32-bit ids).
   bool get_matched_message(const std::string& session_id, SessionType session_type,
                            int64_t sent_time, int32_t left_count, int32_t right_count,
                            std::vector<MessageResponse>& msg);
