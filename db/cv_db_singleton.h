@@ -127,8 +127,7 @@ class CvDbSingleton {
   /// @} @name Lifecycle and opening: building blocks
   /// @{
 
-  /// Opens the last init_open_db()'s file; returns SQLite's result code. A failure closes the
-  /// store.
+  /// Opens the last init_open_db()'s file: SQLite's result code. A failure closes the store.
   int32_t open_db();
 
   /// Opens `file_name` and returns SQLite's result code. A connection that is open is not closed.
@@ -337,9 +336,8 @@ class CvDbSingleton {
 
   /// One transaction that reads two pages as get_history_message_by_time() does. Up to `left_count`
   /// messages before message id `sent_time` are appended to `msg`. Up to `right_count` + 1 messages
-  /// after a second message are inserted at the front, newest first; the id of that message is the
-  /// newest time of the first page, or `sent_time` - 1 if that page is empty. Returns non-empty
-  /// (32-bit ids).
+  /// after a second message are inserted at the front, newest first; its id is the newest time of
+  /// the first page, or `sent_time` - 1 if that page is empty. Returns non-empty (32-bit ids).
   bool get_matched_message(const std::string& session_id, SessionType session_type,
                            int64_t sent_time, int32_t left_count, int32_t right_count,
                            std::vector<MessageResponse>& msg);
