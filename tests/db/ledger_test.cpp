@@ -1,44 +1,37 @@
-// The ledger: every text that each operation hands to SQLite, in its order, word for word.
+// The ledger: every text that an operation hands to SQLite, in order, word for word.
 
 #include "base/cv_database.h"
-#include "tests/db/ledger_entries.h"
+#include "tests/support/operations/operation.h"
+#include "tests/support/operations/small_store.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
 namespace {
 
 using Corvan::CvDbSingleton;
+using Texts = std::vector<std::string>;
 
-class Ledger : public StoreTest, public testing::WithParamInterface<LedgerEntry> {
+class Ledger : public StoreTest, public testing::WithParamInterface<Statements> {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
-    StoreTest::save(NewMessage().at(100).named("s1").mention());
-    StoreTest::save(NewMessage().own(5).at(200).named("s2"));
-    StoreTest::save(NewMessage().own(6).at(300));
+    fill_ledger_store(store());
     take_ledger();
   }
 };
 
 TEST_P(Ledger, TextsInOrder) {
   GetParam().run(store());
-  EXPECT_EQ(take_ledger(), GetParam().texts);
+  EXPECT_EQ(take_ledger(), sql_of(GetParam().texts));
   EXPECT_EQ(open_statements(), 0);
 }
 
-std::string entry_name(const testing::TestParamInfo<LedgerEntry>& info) {
+std::string statements_name(const testing::TestParamInfo<Statements>& info) {
   return info.param.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Frame, Ledger, testing::ValuesIn(ledger_of_frame()), entry_name);
-INSTANTIATE_TEST_SUITE_P(Saving, Ledger, testing::ValuesIn(ledger_of_saving()), entry_name);
-INSTANTIATE_TEST_SUITE_P(State, Ledger, testing::ValuesIn(ledger_of_state()), entry_name);
-INSTANTIATE_TEST_SUITE_P(Deleting, Ledger, testing::ValuesIn(ledger_of_deleting()), entry_name);
-INSTANTIATE_TEST_SUITE_P(Queries, Ledger, testing::ValuesIn(ledger_of_queries()), entry_name);
-INSTANTIATE_TEST_SUITE_P(Sessions, Ledger, testing::ValuesIn(ledger_of_sessions()), entry_name);
-INSTANTIATE_TEST_SUITE_P(SessionList, Ledger, testing::ValuesIn(ledger_of_session_list()),
-                         entry_name);
-INSTANTIATE_TEST_SUITE_P(Counters, Ledger, testing::ValuesIn(ledger_of_counters()), entry_name);
+INSTANTIATE_TEST_SUITE_P(Operations, Ledger, testing::ValuesIn(all_cases(&Operation::statements)),
+                         statements_name);
 
 class LedgerOfOpening : public testing::Test {
  protected:
@@ -52,15 +45,15 @@ class LedgerOfOpening : public testing::Test {
   TemporaryFolder folder_;
 };
 
-// What follows the schema at every opening: secure deletion is switched on only where the SQLite
-// library does not come with it.
+// What follows the schema at every opening. Secure deletion is switched on only if it is off by
+// default in this SQLite library.
 Texts end_of_opening() {
   Texts texts = {"pragma secure_delete"};
   if (rows(":memory:", "pragma secure_delete") == Rows{"0"}) {
     texts.emplace_back("pragma secure_delete=ON");
   }
-  texts.emplace_back(kMarkFailed);
-  texts.emplace_back(kCommit);
+  texts.emplace_back(kMarkFailed.sql);
+  texts.emplace_back(kCommit.sql);
   return texts;
 }
 
@@ -76,8 +69,8 @@ TEST_F(LedgerOfOpening, NewFile) {
   const Texts before = {"pragma journal_mode=WAL",
                         "pragma wal_autocheckpoint=5000",
                         "pragma temp_store=2",
-                        kVersionTable,
-                        kBegin,
+                        kVersionTable.sql,
+                        kBegin.sql,
                         "pragma page_size=4096"};
   EXPECT_EQ(take_ledger(), before + schema + Texts{"pragma user_version=1"} + end_of_opening());
   EXPECT_EQ(open_statements(), 0);
@@ -91,9 +84,9 @@ TEST_F(LedgerOfOpening, ExistingFile) {
   const Texts before = {"pragma journal_mode=WAL",
                         "pragma wal_autocheckpoint=5000",
                         "pragma temp_store=2",
-                        kVersionTable,
-                        kVersion,
-                        kBegin};
+                        kVersionTable.sql,
+                        kVersion.sql,
+                        kBegin.sql};
   EXPECT_EQ(take_ledger(), before + end_of_opening());
 }
 
@@ -101,7 +94,7 @@ TEST_F(LedgerOfOpening, SameUserAgain) {
   ASSERT_TRUE(open("me"));
   take_ledger();
   ASSERT_TRUE(open("me"));
-  EXPECT_EQ(take_ledger(), Texts{kMarkFailed});
+  EXPECT_EQ(take_ledger(), Texts{kMarkFailed.sql});
 }
 
 TEST_F(LedgerOfOpening, CopyData) {
@@ -117,14 +110,14 @@ TEST_F(LedgerOfOpening, CopyData) {
   const LogCapture quiet(cvrtc::LS_NONE);
   store.createdb_copydata();
   EXPECT_EQ(take_ledger(),
-            (Texts{kBegin, "select type,tbl_name,sql from odb.sqlite_master",
+            (Texts{kBegin.sql, "select type,tbl_name,sql from odb.sqlite_master",
                    "CREATE TABLE t_message(id integer primary key)", "CREATE TABLE t_sync(user_id)",
                    "CREATE TABLE t_session(session_id)", "CREATE TABLE extra(a)",
                    "CREATE INDEX extra_a on extra(a)",
                    "insert or replace into t_sync select * from odb.t_sync;",
                    "insert or replace into t_message select * from odb.t_message;",
                    "insert or replace into t_session select * from odb.t_session;",
-                   "pragma odb.user_version", "pragma user_version=7", kCommit}));
+                   "pragma odb.user_version", "pragma user_version=7", kCommit.sql}));
   EXPECT_EQ(open_statements(), 0);
   store.execute_none_query("detach odb");
 }

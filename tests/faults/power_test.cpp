@@ -28,11 +28,12 @@
 #include <utility>
 #include <vector>
 
-#include "tests/db/ledger_entries.h"
 #include "tests/faults/disk_history.h"
 #include "tests/faults/disk_images.h"
 #include "tests/faults/disk_record.h"
 #include "tests/support/bounds.h"
+#include "tests/support/operations/operation.h"
+#include "tests/support/operations/small_store.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -90,19 +91,13 @@ DiskImage store_image(const Fill& fill) {
   return read_folder(folder.path());
 }
 
-void fill_standard(CvDbSingleton& store) {
-  save(store, NewMessage().at(100).named("s1").mention());
-  save(store, NewMessage().own(5).at(200).named("s2"));
-  save(store, NewMessage().own(6).at(300));
-}
-
 DiskImage no_store() {
   return {};
 }
 
-// The store that the ledger's entries start from.
+// The store that the statements of the operations start from.
 DiskImage standard_store() {
-  static const DiskImage image = store_image(fill_standard);
+  static const DiskImage image = store_image(fill_ledger_store);
   return image;
 }
 
@@ -117,7 +112,7 @@ DiskImage larger_store() {
 
 DiskImage sending_store() {
   static const DiskImage image = store_image([](CvDbSingleton& store) {
-    fill_standard(store);
+    fill_ledger_store(store);
     save(store, NewMessage().own(7).at(400).status(1));
     EXPECT_TRUE(store.update_sent_status(2, 1));
   });
@@ -142,20 +137,17 @@ DiskImage store_and_older() {
 // The log goes on behind its last commit with half of a transaction.
 DiskImage store_after_power_loss();
 
-Scenario of_entry(const LedgerEntry& entry) {
-  return {entry.name, standard_store, [run = entry.run](Recording& recording) {
+Scenario of_statements(const Statements& statements) {
+  return {statements.name, standard_store, [run = statements.run](Recording& recording) {
             recording.open();
             recording.run(run);
           }};
 }
 
-std::vector<Scenario> scenarios_of_entries() {
+std::vector<Scenario> scenarios_of_operations() {
   std::vector<Scenario> scenarios;
-  for (const auto ledger :
-       {ledger_of_frame, ledger_of_saving, ledger_of_state, ledger_of_deleting, ledger_of_queries,
-        ledger_of_sessions, ledger_of_session_list, ledger_of_counters}) {
-    const std::vector<LedgerEntry> entries = ledger();
-    std::transform(entries.begin(), entries.end(), std::back_inserter(scenarios), of_entry);
+  for (const Statements& each : all_cases(&Operation::statements)) {
+    scenarios.push_back(of_statements(each));
   }
   return scenarios;
 }
@@ -541,14 +533,15 @@ std::string scenario_name(const testing::TestParamInfo<Scenario>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Own, Power, testing::ValuesIn(own_scenarios()), scenario_name);
-INSTANTIATE_TEST_SUITE_P(Entries, Power, testing::ValuesIn(scenarios_of_entries()), scenario_name);
+INSTANTIATE_TEST_SUITE_P(Operations, Power, testing::ValuesIn(scenarios_of_operations()),
+                         scenario_name);
 
 TEST(PowerSeeds, GoOnForAsLongAsThereIsTime) {
   const TimeLimit limit;
   if (!limit.given()) GTEST_SKIP() << "CORVAN_SECONDS is not set: no time to fill";
   std::vector<Scenario> scenarios = own_scenarios();
-  const std::vector<Scenario> entries = scenarios_of_entries();
-  scenarios.insert(scenarios.end(), entries.begin(), entries.end());
+  const std::vector<Scenario> more = scenarios_of_operations();
+  scenarios.insert(scenarios.end(), more.begin(), more.end());
 
   Bounds bounds;
   while (!limit.passed() && !HasFailure()) {
@@ -618,12 +611,23 @@ TEST(PowerRecords, HoldWhatTheScenariosAreFor) {
 TEST(PowerRecords, HoldOneCommitOfEachOperationThatIsOneTransaction) {
   for (const char* const name : {"SetSendTimeAccepted", "SetReadStatusRead", "SetReadStatusUnread",
                                  "DeleteByIds", "ClearSession", "ClearUnread"}) {
-    EXPECT_EQ(states_of(record(named(name, scenarios_of_entries()))), 2U) << name;
+    EXPECT_EQ(states_of(record(named(name, scenarios_of_operations()))), 2U) << name;
   }
   for (const char* const name : {"Transaction", "CopyOfOlderStore"}) {
     EXPECT_EQ(states_of(record(named(name, own_scenarios()))), 2U) << name;
   }
   EXPECT_EQ(states_of(record({"", no_store, [](Recording& recording) { recording.open(); }})), 1U);
+}
+
+// What the table says of an operation's commits, on each of its calls: one that changes nothing has
+// none.
+TEST(PowerRecords, HoldAtMostOneCommitOfWhatCommitsAtOnce) {
+  for (const Operation& operation : all_operations()) {
+    if (operation.commits != Commits::kOneTransaction) continue;
+    for (const Statements& each : operation.statements) {
+      EXPECT_LE(states_of(record(of_statements(each))), 2U) << each.name;
+    }
+  }
 }
 
 // ---- That losses are found ----------------------------------------------------------------------
