@@ -21,7 +21,7 @@
 namespace corvan_test {
 namespace {
 
-enum class Call {
+enum class DiskCall {
   kOpen,
   kRemove,
   kAccess,
@@ -41,30 +41,30 @@ enum class Call {
 // A way in which a kind of call fails.
 struct Failure {
   const char* name;
-  Call call;
+  DiskCall call;
   int code;
 };
 
 const Failure kFailures[] = {
-    {"OpenFails", Call::kOpen, SQLITE_CANTOPEN},
-    {"RemoveFails", Call::kRemove, SQLITE_IOERR_DELETE},
-    {"AccessFails", Call::kAccess, SQLITE_IOERR_ACCESS},
-    {"ReadFails", Call::kRead, SQLITE_IOERR_READ},
+    {"OpenFails", DiskCall::kOpen, SQLITE_CANTOPEN},
+    {"RemoveFails", DiskCall::kRemove, SQLITE_IOERR_DELETE},
+    {"AccessFails", DiskCall::kAccess, SQLITE_IOERR_ACCESS},
+    {"ReadFails", DiskCall::kRead, SQLITE_IOERR_READ},
     // SQLite takes what is missing as zeros: it expects that behind a file's end.
-    {"ReadIsShort", Call::kRead, SQLITE_IOERR_SHORT_READ},
-    {"WriteFails", Call::kWrite, SQLITE_IOERR_WRITE},
-    {"DiskIsFull", Call::kWrite, SQLITE_FULL},  // after half of what is to be written
-    {"TruncateFails", Call::kTruncate, SQLITE_IOERR_TRUNCATE},
-    {"SyncFails", Call::kSync, SQLITE_IOERR_FSYNC},
-    {"FileSizeFails", Call::kFileSize, SQLITE_IOERR_FSTAT},
-    {"LockIsBusy", Call::kLock, SQLITE_BUSY},
-    {"LockFails", Call::kLock, SQLITE_IOERR_LOCK},
-    {"UnlockFails", Call::kUnlock, SQLITE_IOERR_UNLOCK},
-    {"CheckReservedLockFails", Call::kCheckReservedLock, SQLITE_IOERR_CHECKRESERVEDLOCK},
-    {"FileControlFails", Call::kFileControl, SQLITE_IOERR},
-    {"ShmMapFails", Call::kShmMap, SQLITE_IOERR_SHMMAP},
-    {"ShmLockIsBusy", Call::kShmLock, SQLITE_BUSY},
-    {"ShmLockFails", Call::kShmLock, SQLITE_IOERR_SHMLOCK},
+    {"ReadIsShort", DiskCall::kRead, SQLITE_IOERR_SHORT_READ},
+    {"WriteFails", DiskCall::kWrite, SQLITE_IOERR_WRITE},
+    {"DiskIsFull", DiskCall::kWrite, SQLITE_FULL},  // after half of what is to be written
+    {"TruncateFails", DiskCall::kTruncate, SQLITE_IOERR_TRUNCATE},
+    {"SyncFails", DiskCall::kSync, SQLITE_IOERR_FSYNC},
+    {"FileSizeFails", DiskCall::kFileSize, SQLITE_IOERR_FSTAT},
+    {"LockIsBusy", DiskCall::kLock, SQLITE_BUSY},
+    {"LockFails", DiskCall::kLock, SQLITE_IOERR_LOCK},
+    {"UnlockFails", DiskCall::kUnlock, SQLITE_IOERR_UNLOCK},
+    {"CheckReservedLockFails", DiskCall::kCheckReservedLock, SQLITE_IOERR_CHECKRESERVEDLOCK},
+    {"FileControlFails", DiskCall::kFileControl, SQLITE_IOERR},
+    {"ShmMapFails", DiskCall::kShmMap, SQLITE_IOERR_SHMMAP},
+    {"ShmLockIsBusy", DiskCall::kShmLock, SQLITE_BUSY},
+    {"ShmLockFails", DiskCall::kShmLock, SQLITE_IOERR_SHMLOCK},
 };
 
 // A call that is to fail: the nth of its kind, and all that follow too unless it is only once.
@@ -88,21 +88,21 @@ class FaultyDisk : public VfsShim {
   uint64_t fired() const { return fired_; }
 
   int open(const char* path, ShimFile& file, int flags, int* out) override {
-    if (const int code = failing(Call::kOpen)) return code;
+    if (const int code = failing(DiskCall::kOpen)) return code;
     return VfsShim::open(path, file, flags, out);
   }
   int remove(const char* path, int sync_folder) override {
-    if (const int code = failing(Call::kRemove)) return code;
+    if (const int code = failing(DiskCall::kRemove)) return code;
     return VfsShim::remove(path, sync_folder);
   }
   int access(const char* path, int flags, int* result) override {
-    if (const int code = failing(Call::kAccess)) return code;
+    if (const int code = failing(DiskCall::kAccess)) return code;
     return VfsShim::access(path, flags, result);
   }
   // SQLite waits for locks of the shared memory, up to ten seconds: not here.
   int sleep(int microseconds) override { return microseconds; }
   int read(ShimFile& file, void* data, int size, int64_t offset) override {
-    const int code = failing(Call::kRead);
+    const int code = failing(DiskCall::kRead);
     if (code == SQLITE_OK) return VfsShim::read(file, data, size, offset);
     if (code == SQLITE_IOERR_SHORT_READ) {
       VfsShim::read(file, data, size, offset);
@@ -112,54 +112,54 @@ class FaultyDisk : public VfsShim {
     return code;
   }
   int write(ShimFile& file, const void* data, int size, int64_t offset) override {
-    const int code = failing(Call::kWrite);
+    const int code = failing(DiskCall::kWrite);
     if (code == SQLITE_OK) return VfsShim::write(file, data, size, offset);
     if (code == SQLITE_FULL) VfsShim::write(file, data, size / 2, offset);
     return code;
   }
   int truncate(ShimFile& file, int64_t size) override {
-    if (const int code = failing(Call::kTruncate)) return code;
+    if (const int code = failing(DiskCall::kTruncate)) return code;
     return VfsShim::truncate(file, size);
   }
   int sync(ShimFile& file, int flags) override {
-    if (const int code = failing(Call::kSync)) return code;
+    if (const int code = failing(DiskCall::kSync)) return code;
     return VfsShim::sync(file, flags);
   }
   int file_size(ShimFile& file, int64_t* size) override {
-    if (const int code = failing(Call::kFileSize)) return code;
+    if (const int code = failing(DiskCall::kFileSize)) return code;
     return VfsShim::file_size(file, size);
   }
   int lock(ShimFile& file, int level) override {
-    if (const int code = failing(Call::kLock)) return code;
+    if (const int code = failing(DiskCall::kLock)) return code;
     return VfsShim::lock(file, level);
   }
   int unlock(ShimFile& file, int level) override {
     const int rc = VfsShim::unlock(file, level);
-    const int code = failing(Call::kUnlock);
+    const int code = failing(DiskCall::kUnlock);
     return code == SQLITE_OK ? rc : code;
   }
   int check_reserved_lock(ShimFile& file, int* result) override {
-    if (const int code = failing(Call::kCheckReservedLock)) return code;
+    if (const int code = failing(DiskCall::kCheckReservedLock)) return code;
     return VfsShim::check_reserved_lock(file, result);
   }
   int file_control(ShimFile& file, int op, void* argument) override {
-    if (const int code = failing(Call::kFileControl)) return code;
+    if (const int code = failing(DiskCall::kFileControl)) return code;
     return VfsShim::file_control(file, op, argument);
   }
   int shm_map(ShimFile& file, int page, int size, int extend, void volatile** memory) override {
-    if (const int code = failing(Call::kShmMap)) return code;
+    if (const int code = failing(DiskCall::kShmMap)) return code;
     return VfsShim::shm_map(file, page, size, extend, memory);
   }
   // Letting go of a lock never fails.
   int shm_lock(ShimFile& file, int offset, int count, int flags) override {
     const bool takes = (flags & SQLITE_SHM_LOCK) != 0;
-    if (const int code = takes ? failing(Call::kShmLock) : SQLITE_OK) return code;
+    if (const int code = takes ? failing(DiskCall::kShmLock) : SQLITE_OK) return code;
     return VfsShim::shm_lock(file, offset, count, flags);
   }
 
  private:
   // The code with which this call has to fail, or 0.
-  int failing(Call call) {
+  int failing(DiskCall call) {
     for (Fault& fault : faults_) {
       if (fault.failure.call != call) continue;
       ++calls_;
@@ -195,11 +195,11 @@ class FaultTest : public testing::Test {
   FaultTest() { set_clock(1000000); }
 
   // Runs the operation with these faults; the number of calls that failed.
-  uint64_t run(const Operation& operation, const std::vector<Fault>& faults) {
+  uint64_t run(const Call& call, const std::vector<Fault>& faults) {
     const bool false_data = std::any_of(faults.begin(), faults.end(),
                                         [](const Fault& fault) { return lies(fault.failure); });
     const Outcome outcome = scene_.run(
-        operation, [&] { disk_.arm(faults); }, [&] { disk_.disarm(); },
+        call, [&] { disk_.arm(faults); }, [&] { disk_.disarm(); },
         false_data ? Certain::kNoRows : Certain::kEverything);
     ++tally_.points;
     if (disk_.fired() > 0) ++tally_.faults;
@@ -210,14 +210,14 @@ class FaultTest : public testing::Test {
         all += std::string(", ") + fault.failure.name + " at call " + std::to_string(fault.nth) +
                (fault.once ? " once" : " and from then on");
       }
-      ADD_FAILURE() << operation.name << all << ": " << outcome.complaint;
+      ADD_FAILURE() << call.name << all << ": " << outcome.complaint;
     }
     return disk_.fired();
   }
 
   // How many calls of this kind the operation makes when none fails.
-  uint64_t calls_of(const Operation& operation, const Failure& failure) {
-    run(operation, {{failure, 0, true}});
+  uint64_t calls_of(const Call& call, const Failure& failure) {
+    run(call, {{failure, 0, true}});
     return disk_.calls();
   }
 
@@ -232,13 +232,13 @@ class EveryFault : public FaultTest, public testing::WithParamInterface<Failure>
 TEST_P(EveryFault, LosesNothingAcknowledged) {
   const uint64_t share = bound("CORVAN_FAULT_SHARE", 8, 1);
   std::mt19937_64 random(setting("CORVAN_FAULT_SEED", 1));
-  for (const Operation& operation : scene_.operations()) {
-    const uint64_t calls = calls_of(operation, GetParam());
+  for (const Call& call : scene_.calls()) {
+    const uint64_t calls = calls_of(call, GetParam());
     for (const bool once : {true, false}) {
       // Up to the call that is not made any more: every one has failed then.
       for (uint64_t nth = 1, fired = 1; fired > 0; ++nth) {
         if (nth <= calls && random() % share != 0) continue;
-        fired = run(operation, {{GetParam(), nth, once}});
+        fired = run(call, {{GetParam(), nth, once}});
         ASSERT_LT(tally_.lost, 20U) << "more of the same is left out";
       }
     }
@@ -265,8 +265,8 @@ TEST_F(TwoFaults, LoseNothingAcknowledged) {
     return Fault{kFailures[below(std::size(kFailures))], 1 + below(1 + below(40)), below(3) > 0};
   };
   for (uint64_t i = 0; limit.given() ? !limit.passed() : i < count; ++i) {
-    const Operation& operation = scene_.operations()[below(scene_.operations().size())];
-    run(operation, {fault(), fault()});
+    const Call& call = scene_.calls()[below(scene_.calls().size())];
+    run(call, {fault(), fault()});
     ASSERT_FALSE(HasFailure()) << "CORVAN_FAULT_SEED=" << seed << ", pair " << i;
   }
 }

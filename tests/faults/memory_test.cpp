@@ -121,22 +121,22 @@ class MemoryEnds : public testing::TestWithParam<End> {
   MemoryEnds() { set_clock(1000000); }
 
   // Whether the trouble can be made for the operation.
-  bool applies(const Operation& operation) const {
-    const bool closed = operation.start != Operation::kOpen;
+  bool applies(const Call& call) const {
+    const bool closed = call.start != Call::kOpen;
     switch (GetParam().trouble) {
       case Trouble::kNone:
         return true;
       case Trouble::kDamaged:
-        return operation.start != Operation::kNoFile;
+        return call.start != Call::kNoFile;
       default:
         return !closed;
     }
   }
 
   // The operation, with a preparing that makes those troubles that it can.
-  Operation in_trouble(Operation operation) {
-    const auto prepare = operation.prepare;
-    operation.prepare = [this, prepare](CvDbSingleton& store) {
+  Call in_trouble(Call call) {
+    const auto prepare = call.prepare;
+    call.prepare = [this, prepare](CvDbSingleton& store) {
       if (prepare) prepare(store);
       const Trouble trouble = GetParam().trouble;
       if (trouble == Trouble::kMessagesRefused) refuse_writes(store, kTables[0]);
@@ -149,15 +149,15 @@ class MemoryEnds : public testing::TestWithParam<End> {
       damage();
       store.open_db();
     };
-    return operation;
+    return call;
   }
 
   void damage() const { write_file(scene_.folder() + "corvan", std::string(8192, 'x')); }
 
   // Right before the operation, and right after it.
-  void arm(const Operation& operation, uint64_t nth, bool once) {
+  void arm(const Call& call, uint64_t nth, bool once) {
     const End& end = GetParam();
-    if (end.trouble == Trouble::kDamaged && operation.start == Operation::kClosed) damage();
+    if (end.trouble == Trouble::kDamaged && call.start == Call::kClosed) damage();
     if (store_connection() != nullptr) {
       sqlite3_set_authorizer(store_connection(), authorize, &trouble_);
     }
@@ -172,8 +172,8 @@ class MemoryEnds : public testing::TestWithParam<End> {
 
   // The store goes on: it saves and reads. A caller who was told that it is not open, or whose
   // opening may not have done all, opens it again.
-  std::string go_on(const Operation& operation, CvDbSingleton& store) const {
-    if (operation.start != Operation::kOpen || GetParam().trouble == Trouble::kDamaged) {
+  std::string go_on(const Call& call, CvDbSingleton& store) const {
+    if (call.start != Call::kOpen || GetParam().trouble == Trouble::kDamaged) {
       store.close_db();
     }
     const cvrtc::Pathname folder(scene_.folder());
@@ -194,16 +194,15 @@ class MemoryEnds : public testing::TestWithParam<End> {
   }
 
   // One run, with the nth allocation failing.
-  ChildReport run(const Operation& operation, uint64_t nth, bool once) {
+  ChildReport run(const Call& call, uint64_t nth, bool once) {
     ChildReport report;
-    report.complaint =
-        scene_
-            .run(
-                in_trouble(operation), [&] { arm(operation, nth, once); }, [&] { disarm(); },
-                GetParam().memory == Memory::kSqlite ? Certain::kEverything
-                                                     : Certain::kAllButTheResult,
-                [&](CvDbSingleton& store) { return go_on(operation, store); })
-            .complaint;
+    report.complaint = scene_
+                           .run(
+                               in_trouble(call), [&] { arm(call, nth, once); }, [&] { disarm(); },
+                               GetParam().memory == Memory::kSqlite ? Certain::kEverything
+                                                                    : Certain::kAllButTheResult,
+                               [&](CvDbSingleton& store) { return go_on(call, store); })
+                           .complaint;
     report.failed = failed_allocations() > 0;
     return report;
   }
@@ -222,22 +221,22 @@ class MemoryEnds : public testing::TestWithParam<End> {
 
   void try_each(uint64_t seed) {
     uint64_t index = 0;
-    for (const Operation& operation : scene_.operations()) {
+    for (const Call& call : scene_.calls()) {
       ++index;
-      if (!applies(operation)) continue;
+      if (!applies(call)) continue;
       // In this process, so that those to come find in the scene what it has worked out.
-      EXPECT_EQ(run(operation, 0, true).complaint, "") << operation.name << " without a failure";
+      EXPECT_EQ(run(call, 0, true).complaint, "") << call.name << " without a failure";
       // Up to the allocation that fails, a run takes what the whole one has taken.
       const uint64_t last = allocations();
       for (const bool once : GetParam().once) {
         const std::vector<uint64_t> points = chosen(seed + index, last, once);
         const std::vector<ChildReport> reports =
-            in_children(points, [&](uint64_t nth) { return run(operation, nth, once); });
+            in_children(points, [&](uint64_t nth) { return run(call, nth, once); });
         for (std::size_t i = 0; i < points.size(); ++i) {
           note(reports[i]);
           if (reports[i].complaint.empty()) continue;
           ADD_FAILURE() << "CORVAN_MEMORY_SEED=" << seed << " CORVAN_MEMORY_SHARE=" << share_ << " "
-                        << operation.name << ", " << GetParam().name << ", allocation " << points[i]
+                        << call.name << ", " << GetParam().name << ", allocation " << points[i]
                         << (once ? " once" : " and from then on") << ": " << reports[i].complaint;
           if (tally_.lost + tally_.aborted > 20) return;
         }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "tests/faults/answers.h"
+#include "tests/support/operations/small_store.h"
 #include "tests/support/rows.h"
 #include "tests/support/sqlite_ledger.h"
 #include "tests/support/uncounted.h"
@@ -19,7 +20,7 @@ namespace corvan_test {
 namespace {
 
 using Corvan::CvDbSingleton;
-using Statements = std::vector<std::string>;
+using SqlTexts = std::vector<std::string>;
 
 // All rows, as they are once the store has been opened: what was being sent has failed.
 constexpr const char* kAllRows =
@@ -71,14 +72,14 @@ bool deletes(const std::vector<Answer>& answers) {
 
 // What was, or may have been, committed as a whole.
 struct Unit {
-  Statements statements;
+  SqlTexts statements;
   bool certain;
 };
 
 // The committed work among the answers: each write on its own, those of a transaction together.
 std::vector<Unit> units_of(const std::vector<Answer>& answers) {
   std::vector<Unit> units;
-  Statements pending;  // of the transaction that is open
+  SqlTexts pending;  // of the transaction that is open
   bool in_transaction = false;
   for (const Answer& answer : answers) {
     const bool done = answer.code() == SQLITE_DONE;
@@ -118,7 +119,10 @@ std::string difference(const std::vector<std::string>& expected,
 
 }  // namespace
 
-Scene::Scene() : operations_(corvan_test::operations(folder_.path())) {
+Scene::Scene() {
+  for (Call& each : all_cases(&Operation::calls, folder_.path())) {
+    if (each.expected) calls_.push_back(std::move(each));
+  }
   fill_store(image_.path());
   copy(image_.file("older"), folder_.file("older"));
   fresh_schema_ = rows(image_.file("corvan"), kSchema);
@@ -130,31 +134,31 @@ Scene::~Scene() {
   CvDbSingleton::delete_instance();
 }
 
-std::vector<Answer> Scene::reset(const Operation& operation) {
+std::vector<Answer> Scene::reset(const Call& call) {
   CvDbSingleton::delete_instance();
   remove_store(folder_.path());
-  if (operation.start == Operation::kNoFile) return {};
+  if (call.start == Call::kNoFile) return {};
   copy(image_.file("corvan"), folder_.file("corvan"));
-  if (operation.start == Operation::kClosed) return {};
+  if (call.start == Call::kClosed) return {};
   if (!store().init_open_db(cvrtc::Pathname(folder_.path()), "", "me")) {
     throw std::runtime_error("the store does not open");
   }
   start_answers();
-  if (operation.prepare) operation.prepare(store());
+  if (call.prepare) call.prepare(store());
   return take_answers();
 }
 
-Outcome Scene::run(const Operation& operation, const std::function<void()>& arm,
+Outcome Scene::run(const Call& call, const std::function<void()>& arm,
                    const std::function<void()>& disarm, Certain certain, const Next& next) {
   Outcome outcome;
-  std::vector<Answer> prepared = reset(operation);
+  std::vector<Answer> prepared = reset(call);
   store();  // exists before anything fails
   std::string result;
   bool threw = false;
   start_answers();
   arm();
   try {
-    result = operation.run(store());
+    result = call.run(store());
   } catch (const std::bad_alloc&) {
     threw = true;
   }
@@ -167,7 +171,7 @@ Outcome Scene::run(const Operation& operation, const std::function<void()>& arm,
     if (certain != Certain::kAllButTheResult) outcome.complaint = "threw";
   } else if (certain != Certain::kNoRows) {
     Answers answers(all);
-    const std::string expected = operation.expected(answers);
+    const std::string expected = call.expected(answers);
     if (!answers.complaint().empty()) {
       outcome.complaint = answers.complaint();
     } else if (result != expected) {
@@ -190,7 +194,7 @@ Outcome Scene::run(const Operation& operation, const std::function<void()>& arm,
   if (outcome.complaint.empty() && !outcome.deleted && certain != Certain::kNoRows) {
     prepared.insert(prepared.end(), all.begin(), all.end());
     prepared.insert(prepared.end(), afterwards.begin(), afterwards.end());
-    outcome.complaint = check_rows(operation, prepared);
+    outcome.complaint = check_rows(call, prepared);
   }
   if (!outcome.complaint.empty()) {
     for (const Answer& each : all) {
@@ -204,7 +208,7 @@ Outcome Scene::run(const Operation& operation, const std::function<void()>& arm,
   return outcome;
 }
 
-std::string Scene::check_rows(const Operation& operation, const std::vector<Answer>& answers) {
+std::string Scene::check_rows(const Call& call, const std::vector<Answer>& answers) {
   const std::string file = folder_.file("corvan");
   const bool opened = store().init_open_db(cvrtc::Pathname(folder_.path()), "", "me");
   std::string integrity;
@@ -214,7 +218,7 @@ std::string Scene::check_rows(const Operation& operation, const std::vector<Answ
   if (!sound) return "is damaged: " + integrity;
   const std::vector<std::string> schema = rows(file, kSchema);
   if (schema != fresh_schema_) return "has another schema:" + difference(fresh_schema_, schema);
-  if (operation.start == Operation::kNoFile) return "";  // the whole schema, and no rows to lose
+  if (call.start == Call::kNoFile) return "";  // the whole schema, and no rows to lose
 
   const std::vector<Unit> units = units_of(answers);
   const std::vector<std::string> actual = rows(file, kAllRows);
@@ -222,7 +226,7 @@ std::string Scene::check_rows(const Operation& operation, const std::vector<Answ
       std::count_if(units.begin(), units.end(), [](const Unit& unit) { return !unit.certain; }));
   if (in_doubt > 10) return "leaves too much in doubt";
   for (std::size_t choice = 0; choice < std::size_t{1} << in_doubt; ++choice) {
-    Statements statements;
+    SqlTexts statements;
     std::size_t bit = 0;
     for (const Unit& unit : units) {
       const bool takes_part = unit.certain || ((choice >> bit) & 1U) != 0;
@@ -235,7 +239,7 @@ std::string Scene::check_rows(const Operation& operation, const std::vector<Answ
   return "has rows that nothing explains:" + difference(rows_after({}), actual);
 }
 
-const std::vector<std::string>& Scene::rows_after(const Statements& statements) {
+const std::vector<std::string>& Scene::rows_after(const SqlTexts& statements) {
   const auto known = rows_after_.find(statements);
   if (known != rows_after_.end()) return known->second;
   const std::string file = replay_.file("corvan");

@@ -1,4 +1,4 @@
-// One operation on the prepared store while something fails, and what is checked afterwards.
+// One call on the small store while something fails, and what is checked afterwards.
 
 #ifndef TESTS_FAULTS_SCENE_H_
 #define TESTS_FAULTS_SCENE_H_
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/faults/operations.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/operations/operation.h"
 #include "tests/support/temporary_folder.h"
 
 namespace corvan_test {
@@ -32,14 +32,15 @@ class Scene {
   Scene();
   ~Scene();
 
-  const std::vector<Operation>& operations() const { return operations_; }
-  // The folder of the store that they run on.
+  // The calls of the table whose results can be worked out from SQLite's answers.
+  const std::vector<Call>& calls() const { return calls_; }
+  // The folder of the store that the calls run on.
   const std::string& folder() const { return folder_.path(); }
 
   // What a caller does next; its complaint, or empty.
   using Next = std::function<std::string(Corvan::CvDbSingleton&)>;
 
-  // Runs the operation on a fresh copy of the store, with `arm` called right before and `disarm`
+  // Makes the call on a fresh copy of the store, with `arm` called right before and `disarm`
   // right after. Then checks
   //  - that it returned what it has to for what SQLite answered, or threw std::bad_alloc where it
   //    may;
@@ -48,21 +49,21 @@ class Scene {
   //    rows that it had before with each committed statement's change, and no others; of a
   //    statement or a commit that failed, all or nothing.
   // `next` runs before that closing, on the store as the operation left it.
-  Outcome run(const Operation& operation, const std::function<void()>& arm,
+  Outcome run(const Call& call, const std::function<void()>& arm,
               const std::function<void()>& disarm, Certain certain = Certain::kEverything,
               const Next& next = {});
 
  private:
-  // What the preparing of the operation did.
-  std::vector<Answer> reset(const Operation& operation);
-  std::string check_rows(const Operation& operation, const std::vector<Answer>& answers);
+  // Copies the small store afresh and prepares the call; returns what preparing it did.
+  std::vector<Answer> reset(const Call& call);
+  std::string check_rows(const Call& call, const std::vector<Answer>& answers);
   // The rows after the statements, run on a copy of the store by a connection of its own.
   const std::vector<std::string>& rows_after(const std::vector<std::string>& statements);
 
   TemporaryFolder image_;
   TemporaryFolder folder_;
   TemporaryFolder replay_;
-  std::vector<Operation> operations_;
+  std::vector<Call> calls_;
   std::map<std::vector<std::string>, std::vector<std::string>> rows_after_;
   std::vector<std::string> fresh_schema_;
   LogCapture log_{cvrtc::LS_SENSITIVE};
