@@ -18,7 +18,7 @@ using Corvan::SessionType;
 namespace {
 
 // The text of a page of the list, with its kinds and conditions.
-Text session_page(const std::string& conditions, const Plan& plan) {
+Text session_page(const std::string& conditions, const QueryPlan& plan) {
   return {kSessionPage + conditions + " order by is_top desc,session_time desc limit ?", plan};
 }
 

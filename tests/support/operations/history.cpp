@@ -16,7 +16,7 @@ using Corvan::MessageResponse;
 
 namespace {
 
-Text history(const std::string& rest, const Plan& plan) {
+Text history(const std::string& rest, const QueryPlan& plan) {
   return {kHistoryPage + rest, plan};
 }
 

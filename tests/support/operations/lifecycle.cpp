@@ -251,7 +251,8 @@ Operation clear_sendstatus() {
               }}};
   op.left_out = {{Suite::kThreads, "writes in one statement, as the others do"},
                  {Suite::kGrowth, "part of the opening, which is timed"},
-                 {Suite::kKill, "part of the opening"}};
+                 {Suite::kKill, "part of the opening"},
+                 {Suite::kReliability, "part of init_open_db()"}};
   return op;
 }
 

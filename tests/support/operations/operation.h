@@ -87,18 +87,19 @@ struct GrowingCase {
   std::string room = kLargest;
 };
 
-// The suites that each operation has to be in. For those from kHostileText on, the operation is
-// named in the suite's own source.
+// The suites that have to try each operation, and the document that has to describe it. The first
+// four read this table; the others name the operation in their own source.
 enum class Suite {
   kStatements,
   kFaults,
   kClosed,
-  kSteps,
-  kHostileText,
+  kSteps,        // as a FlatCase or as a GrowingCase
+  kHostileText,  // an operation with a text parameter
   kModel,
   kThreads,
   kGrowth,
-  kKill
+  kKill,         // an operation that writes
+  kReliability,  // an operation that writes: docs/reliability.md says what a crash leaves of it
 };
 
 struct Operation {

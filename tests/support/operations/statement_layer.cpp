@@ -69,7 +69,8 @@ Operation execute_none_query() {
        }}};
   op.left_out = {{Suite::kModel, "the model has no statements"},
                  {Suite::kGrowth, "runs the caller's statement"},
-                 {Suite::kKill, "runs the caller's statement"}};
+                 {Suite::kKill, "runs the caller's statement"},
+                 {Suite::kReliability, "runs the caller's statement"}};
   return op;
 }
 

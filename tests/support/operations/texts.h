@@ -11,7 +11,7 @@ namespace corvan_test {
 // How SQLite runs a statement: what "explain query plan" says of it. A plan that reads a table or
 // an index from end to end is an exception and needs a reason. A null `shown` says that there is no
 // plan to look at, for the reason given.
-struct Plan {
+struct QueryPlan {
   const char* shown;
   const char* reason = nullptr;
 };
@@ -19,7 +19,7 @@ struct Plan {
 // One text, word for word as the store hands it to SQLite.
 struct Text {
   std::string sql;
-  Plan plan;
+  QueryPlan plan;
 
   operator const std::string&() const { return sql; }  // NOLINT(google-explicit-constructor)
 };
@@ -29,78 +29,81 @@ std::vector<std::string> sql_of(const std::vector<Text>& texts);
 // ---- Plans --------------------------------------------------------------------------------------
 
 // No rows to find: inserts, pragmas, transactions, compaction.
-constexpr Plan kNoPlan{""};
+constexpr QueryPlan kNoPlan{""};
 
-constexpr Plan kRefused{nullptr, "SQLite refuses to prepare it"};
-constexpr Plan kEmptyList{nullptr,
-                          "a list without items matches no row: SQLite ends before the scan that "
-                          "the plan shows"};
+constexpr QueryPlan kRefused{nullptr, "SQLite refuses to prepare it"};
+constexpr QueryPlan kEmptyList{
+    nullptr,
+    "a list without items matches no row: SQLite ends before the scan that "
+    "the plan shows"};
 
-constexpr Plan kScanOfVersion{"SCAN t_version", "the table has one row"};
-constexpr Plan kScanOfSchema{"SCAN sqlite_master", "one row for each table and index"};
-constexpr Plan kSumOfOneKind{"SCAN t_session USING INDEX t_session_list",
-                             "a sum over conversations; those of the one kind are found in the "
-                             "list, and each is looked up"};
-constexpr Plan kSumOfCounters{"SCAN t_session USING COVERING INDEX t_session_latest_id",
-                              "a sum over conversations, whose counters are in one index"};
-constexpr Plan kListFromTop{"SCAN t_session USING INDEX t_session_list",
-                            "walks the list in its order until the page is full"};
-constexpr Plan kListAfterPinned{
+constexpr QueryPlan kScanOfVersion{"SCAN t_version", "the table has one row"};
+constexpr QueryPlan kScanOfSchema{"SCAN sqlite_master", "one row for each table and index"};
+constexpr QueryPlan kSumOfOneKind{
+    "SCAN t_session USING INDEX t_session_list",
+    "a sum over conversations; those of the one kind are found in the "
+    "list, and each is looked up"};
+constexpr QueryPlan kSumOfCounters{"SCAN t_session USING COVERING INDEX t_session_latest_id",
+                                   "a sum over conversations, whose counters are in one index"};
+constexpr QueryPlan kListFromTop{"SCAN t_session USING INDEX t_session_list",
+                                 "walks the list in its order until the page is full"};
+constexpr QueryPlan kListAfterPinned{
     "SEARCH t_session USING INDEX t_session_list (is_top=? AND session_time<?)"};
-constexpr Plan kScanForKinds{"SCAN t_session USING INDEX t_session_list",
-                             "no index begins with the kind: SQLite would take it for the list"};
+constexpr QueryPlan kScanForKinds{
+    "SCAN t_session USING INDEX t_session_list",
+    "no index begins with the kind: SQLite would take it for the list"};
 
-constexpr Plan kByLatestId{"SEARCH t_session USING INDEX t_session_latest_id (latest_id=?)"};
-constexpr Plan kBySessionKey{
+constexpr QueryPlan kByLatestId{"SEARCH t_session USING INDEX t_session_latest_id (latest_id=?)"};
+constexpr QueryPlan kBySessionKey{
     "SEARCH t_session USING INDEX sqlite_autoindex_t_session_1 (session_id=? AND session_type=?)"};
-constexpr Plan kBySessionKeyAlone{
+constexpr QueryPlan kBySessionKeyAlone{
     "SEARCH t_session USING COVERING INDEX sqlite_autoindex_t_session_1 "
     "(session_id=? AND session_type=?)"};
-constexpr Plan kByUserId{"SEARCH t_sync USING INDEX sqlite_autoindex_t_sync_1 (user_id=?)"};
+constexpr QueryPlan kByUserId{"SEARCH t_sync USING INDEX sqlite_autoindex_t_sync_1 (user_id=?)"};
 
-constexpr Plan kByRowId{"SEARCH t_message USING INTEGER PRIMARY KEY (rowid=?)"};
-constexpr Plan kByServerUidAlone{
+constexpr QueryPlan kByRowId{"SEARCH t_message USING INTEGER PRIMARY KEY (rowid=?)"};
+constexpr QueryPlan kByServerUidAlone{
     "SEARCH t_message USING COVERING INDEX t_message_server_uid (server_uid=?)"};
-constexpr Plan kByServerUidIndex{
+constexpr QueryPlan kByServerUidIndex{
     "SEARCH t_message USING INDEX t_message_server_uid (server_uid=?)"};
-constexpr Plan kByClientKeyIndex{
+constexpr QueryPlan kByClientKeyIndex{
     "SEARCH t_message USING INDEX t_message_client_uid "
     "(session_id=? AND session_type=? AND client_uid=? AND sender=?)"};
-constexpr Plan kBySending{"SEARCH t_message USING INDEX t_message_sending (sent_status=?)"};
-constexpr Plan kBySentTime{"SEARCH t_message USING INDEX t_message_sent_time (sent_time<?)"};
-constexpr Plan kByKind{"SEARCH t_message USING INDEX t_message_session_type (session_type=?)"};
+constexpr QueryPlan kBySending{"SEARCH t_message USING INDEX t_message_sending (sent_status=?)"};
+constexpr QueryPlan kBySentTime{"SEARCH t_message USING INDEX t_message_sent_time (sent_time<?)"};
+constexpr QueryPlan kByKind{"SEARCH t_message USING INDEX t_message_session_type (session_type=?)"};
 
 // Within one conversation.
-constexpr Plan kMentionsOfSession{
+constexpr QueryPlan kMentionsOfSession{
     "SEARCH t_message USING INDEX t_message_unread "
     "(session_id=? AND session_type=? AND direction=?)"};
-constexpr Plan kUnreadOfSession{
+constexpr QueryPlan kUnreadOfSession{
     "SEARCH t_message USING COVERING INDEX t_message_unread "
     "(session_id=? AND session_type=? AND direction=? AND sent_time>?)"};
-constexpr Plan kUncoveredBetween{
+constexpr QueryPlan kUncoveredBetween{
     "SEARCH t_message USING INDEX t_message_uncovered "
     "(session_id=? AND session_type=? AND direction=? AND sent_status=? AND sent_time>? AND "
     "sent_time<?)"};
-constexpr Plan kUncoveredUntil{
+constexpr QueryPlan kUncoveredUntil{
     "SEARCH t_message USING INDEX t_message_uncovered "
     "(session_id=? AND session_type=? AND direction=? AND sent_status=? AND sent_time<?)"};
-constexpr Plan kIdsOfSession{
+constexpr QueryPlan kIdsOfSession{
     "SEARCH t_message USING COVERING INDEX t_message_session_type "
     "(session_type=? AND session_id=?)"};
-constexpr Plan kRowsOfSession{
+constexpr QueryPlan kRowsOfSession{
     "SEARCH t_message USING INDEX t_message_session_type (session_type=? AND session_id=?)"};
-constexpr Plan kTimesAfter{
+constexpr QueryPlan kTimesAfter{
     "SEARCH t_message USING COVERING INDEX t_message_session "
     "(session_id=? AND session_type=? AND sent_time>?)"};
-constexpr Plan kRowsAfter{
+constexpr QueryPlan kRowsAfter{
     "SEARCH t_message USING INDEX t_message_session "
     "(session_id=? AND session_type=? AND sent_time>?)"};
-constexpr Plan kRowsBefore{
+constexpr QueryPlan kRowsBefore{
     "SEARCH t_message USING INDEX t_message_session "
     "(session_id=? AND session_type=? AND sent_time<?)"};
-constexpr Plan kRowsByTime{
+constexpr QueryPlan kRowsByTime{
     "SEARCH t_message USING INDEX t_message_session (session_id=? AND session_type=?)"};
-constexpr Plan kTimesOfSession{
+constexpr QueryPlan kTimesOfSession{
     "SEARCH t_message USING COVERING INDEX t_message_session (session_id=? AND session_type=?)"};
 
 // ---- Texts --------------------------------------------------------------------------------------
@@ -181,10 +184,10 @@ inline const std::string kMessagesOfPage =
 // The beginning of kPointAt and of kPointAtAndMove.
 inline const std::string kPointAtAny = "update t_session set latest_id=?";
 
-inline Text unread_of_ids(const std::string& ids, const Plan& plan = kByRowId) {
+inline Text unread_of_ids(const std::string& ids, const QueryPlan& plan = kByRowId) {
   return {kUnreadOfIds + ids + ")", plan};
 }
-inline Text sessions_of_ids(const std::string& ids, const Plan& plan = kByLatestId) {
+inline Text sessions_of_ids(const std::string& ids, const QueryPlan& plan = kByLatestId) {
   return {kSessionsOfIds + ids + ")", plan};
 }
 inline Text messages_of_page(const std::string& ids) {

@@ -1,0 +1,170 @@
+// The table of operations is whole: it has each operation of the header, and each suite tries each
+// operation or says why not. A test that fails here names what is missing.
+
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "tests/support/operations/operation.h"
+
+namespace corvan_test {
+namespace {
+
+std::string source(const std::string& path) {
+  std::ifstream file(CORVAN_SOURCE_DIR + path);
+  EXPECT_TRUE(file.is_open()) << path;
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// A function that the header declares.
+struct Declaration {
+  std::string name;
+  bool takes_text = false;
+};
+
+// The public functions of the class, overload by overload.
+std::vector<Declaration> declarations() {
+  std::string text = source("db/cv_db_singleton.h");
+  const std::size_t begin = text.find("operator=(const CvDbSingleton&) = delete;");
+  text = text.substr(begin, text.find("\n private:") - begin);
+  text = std::regex_replace(text, std::regex("//[^\n]*"), "");
+  text = std::regex_replace(text, std::regex("\\{[^}]*\\}"), ";");
+  const std::regex function("(\\w+)\\(([^;]*)\\)");
+  std::vector<Declaration> all;
+  std::istringstream statements(text.substr(text.find(';')));
+  for (std::string each; std::getline(statements, each, ';');) {
+    std::smatch match;
+    if (!std::regex_search(each, match, function)) continue;
+    const std::string parameters = match[2];
+    all.push_back({match[1], parameters.find("const std::string&") != std::string::npos});
+  }
+  return all;
+}
+
+std::multiset<std::string> names(const std::vector<Declaration>& all) {
+  std::multiset<std::string> names;
+  for (const Declaration& each : all) names.insert(each.name);
+  return names;
+}
+
+TEST(OperationTable, HasEachOperationOfTheHeader) {
+  std::multiset<std::string> in_table;
+  for (const Operation& each : all_operations()) in_table.insert(each.name);
+  EXPECT_EQ(in_table, names(declarations()));
+}
+
+TEST(OperationTable, TellsOverloadsApart) {
+  std::set<std::string> all;
+  for (const Operation& each : all_operations()) {
+    EXPECT_TRUE(all.insert(each.name + each.overload).second) << each.name << each.overload;
+  }
+}
+
+// Whether the suite has to try the operation, and whether it does.
+struct Entry {
+  bool expected;
+  bool present;
+};
+
+void expect_entries(Suite suite, const std::string& where,
+                    const std::function<Entry(const Operation&)>& entry) {
+  for (const Operation& each : all_operations()) {
+    if (!each.outside.empty()) continue;
+    const auto [expected, present] = entry(each);
+    const bool left_out = each.left_out.count(suite) != 0;
+    if (expected && !present && !left_out) {
+      ADD_FAILURE() << each.name << each.overload << " is missing in " << where;
+    }
+    EXPECT_FALSE(left_out && (present || !expected))
+        << each.name << each.overload << " is left out of " << where << " without need";
+  }
+}
+
+bool has_expected_call(const Operation& operation) {
+  bool any = false;
+  for (const Call& each : operation.calls) any = any || each.expected != nullptr;
+  return any;
+}
+
+bool has_call_on_open_store(const Operation& operation) {
+  bool any = false;
+  for (const Call& each : operation.calls) any = any || each.start == Call::kOpen;
+  return any;
+}
+
+TEST(OperationTable, HasTheStatementsOfEachOperation) {
+  expect_entries(Suite::kStatements, "the statements of the table", [](const Operation& each) {
+    return Entry{true, !each.statements.empty()};
+  });
+}
+
+TEST(OperationTable, HasACallUnderFaultsOfEachOperation) {
+  expect_entries(Suite::kFaults, "the calls with an expected result", [](const Operation& each) {
+    return Entry{true, has_expected_call(each)};
+  });
+}
+
+TEST(OperationTable, HasTheAnswerOnAClosedStoreOfEachOperation) {
+  expect_entries(Suite::kClosed, "the calls with a closed answer", [](const Operation& each) {
+    return Entry{true, has_call_on_open_store(each)};
+  });
+}
+
+TEST(OperationTable, SaysHowTheStepsOfEachOperationGrow) {
+  expect_entries(Suite::kSteps, "the flat and growing cases", [](const Operation& each) {
+    return Entry{true, !each.flat.empty() || !each.growing.empty()};
+  });
+}
+
+// What does not read the table has to name the operation: in its source, after `before`.
+void expect_names(Suite suite, const std::string& path,
+                  const std::function<bool(const Operation&)>& expected,
+                  const std::string& before = "\\b") {
+  const std::string text = source(path);
+  expect_entries(suite, path, [&](const Operation& each) {
+    return Entry{expected(each), std::regex_search(text, std::regex(before + each.name + "\\b"))};
+  });
+}
+
+bool any_operation(const Operation&) {
+  return true;
+}
+
+bool writes(const Operation& operation) {
+  return operation.commits != Commits::kNothing;
+}
+
+TEST(OperationTable, HostileTextsNameEachOperationWithATextParameter) {
+  std::set<std::string> with_text;
+  for (const Declaration& each : declarations()) {
+    if (each.takes_text) with_text.insert(each.name);
+  }
+  expect_names(Suite::kHostileText, "tests/db/hostile_text_test.cpp",
+               [&](const Operation& each) { return with_text.count(each.name) != 0; });
+}
+
+TEST(OperationTable, ModelNamesEachOperation) {
+  expect_names(Suite::kModel, "tests/model/operations.cpp", any_operation);
+}
+
+TEST(OperationTable, ThreadsNameEachOperation) {
+  expect_names(Suite::kThreads, "tests/threads/threads_test.cpp", any_operation);
+}
+
+TEST(OperationTable, GrowthBenchmarkNamesEachOperation) {
+  expect_names(Suite::kGrowth, "bench/growth/operations.cpp", any_operation);
+}
+
+TEST(OperationTable, KillsNameEachOperationThatWrites) {
+  expect_names(Suite::kKill, "tests/kill/operations.cpp", writes, "\"");
+}
+
+TEST(OperationTable, ReliabilityDescribesEachOperationThatWrites) {
+  expect_names(Suite::kReliability, "docs/reliability.md", writes);
+}
+
+}  // namespace
+}  // namespace corvan_test
