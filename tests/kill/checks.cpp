@@ -161,7 +161,7 @@ uint32_t big_endian(const std::string& bytes, std::size_t at) {
 
 }  // namespace
 
-std::vector<Model> possible_states(const Model& model, const Operation* next) {
+std::vector<Model> possible_states(const Model& model, const PlannedCall* next) {
   std::vector<Model> states{model};
   if (next != nullptr) {
     if (!model.in_transaction() && next->between) {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/kill/operations.h"
+#include "tests/kill/planner.h"
 #include "tests/model/model.h"
 
 namespace corvan_test {
@@ -15,7 +15,7 @@ namespace corvan_test {
 // The states that may be stored when `next` was not acknowledged: before it, after each of its own
 // commits, after it. Without it only the present one. All are closed: what was not committed is
 // rolled back.
-std::vector<Model> possible_states(const Model& model, const Operation* next);
+std::vector<Model> possible_states(const Model& model, const PlannedCall* next);
 
 // The schema of a store that nothing happened to.
 std::vector<std::string> whole_schema();

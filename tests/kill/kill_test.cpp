@@ -26,7 +26,7 @@
 
 #include "tests/kill/checks.h"
 #include "tests/kill/killing.h"
-#include "tests/kill/operations.h"
+#include "tests/kill/planner.h"
 #include "tests/support/bounds.h"
 #include "tests/support/clock.h"
 #include "tests/support/log_capture.h"
@@ -99,7 +99,7 @@ class StoreLife {
     if (damaged() && acknowledged == 0) return check_damaged();
     for (std::size_t i = 0; i < acknowledged; ++i) has_schema_ |= plan[i].gives_store;
 
-    const Operation* next = acknowledged < plan.size() ? &plan[acknowledged] : nullptr;
+    const PlannedCall* next = acknowledged < plan.size() ? &plan[acknowledged] : nullptr;
     const Expected expected{possible_states(model_, next), schema_, !has_schema_};
     return check_store(expected);
   }

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/kill/operations.h"
+#include "tests/kill/planner.h"
 
 namespace corvan_test {
 

@@ -1,12 +1,10 @@
-#include "tests/kill/operations.h"
+// The operations that a plan is made of, in the order of the store's header.
 
 #include <algorithm>
-#include <array>
 #include <memory>
-#include <tuple>
 #include <utility>
 
-#include "tests/support/clock.h"
+#include "tests/kill/planner.h"
 
 namespace corvan_test {
 
@@ -16,41 +14,6 @@ using Corvan::SessionType;
 using Corvan::UpdateValue;
 
 namespace {
-
-auto columns(const SessionRow& s) {
-  return std::tie(s.session_id, s.session_type, s.title, s.draft, s.is_top, s.session_time,
-                  s.unread_count, s.mention_count, s.silence, s.latest_id, s.read_time,
-                  s.receipt_time);
-}
-
-const SessionRow* find(const std::vector<SessionRow>& rows, const SessionRow& like) {
-  const auto found = std::find_if(rows.begin(), rows.end(), [&like](const SessionRow& row) {
-    return row.session_id == like.session_id && row.session_type == like.session_type;
-  });
-  return found == rows.end() ? nullptr : &*found;
-}
-
-// The messages of `model`, the conversations of `other`.
-Model with_sessions_of(Model model, const Model& other) {
-  const std::vector<SessionRow> rows = model.tables().sessions;
-  for (const SessionRow& row : rows) {
-    if (find(other.tables().sessions, row) == nullptr) {
-      model.delete_session(row.session_id, static_cast<int32_t>(row.session_type));
-    }
-  }
-  for (const SessionRow& row : other.tables().sessions) {
-    const SessionRow* mine = find(rows, row);
-    if (mine == nullptr || columns(*mine) != columns(row)) model.plant(row);
-  }
-  return model;
-}
-
-template <typename Call>
-std::vector<Model> after(const Model& before, const Call& call) {
-  std::vector<Model> states{before};
-  call(states.back());
-  return states;
-}
 
 std::string in_quotes(const std::string& text) {
   return "\"" + text + "\"";
@@ -62,179 +25,10 @@ std::string place(const std::string& room, SessionType kind) {
 
 }  // namespace
 
-const char* name(Phase phase) {
-  static constexpr std::array<const char*, kPhases> names = {"creating",
-                                                             "opening",
-                                                             "recovering",
-                                                             "saving",
-                                                             "saving a batch",
-                                                             "writing",
-                                                             "compound",
-                                                             "in a transaction",
-                                                             "committing",
-                                                             "compacting",
-                                                             "large body",
-                                                             "checkpointing at close",
-                                                             "deleting a damaged file"};
-  return names.at(static_cast<std::size_t>(phase));
-}
-
-int64_t run(const Operation& operation, CvDbSingleton& store) {
-  set_clock(operation.clock);
-  return operation.on_store(store);
-}
-
-int64_t run(const Operation& operation, Model& model) {
-  set_clock(operation.clock);
-  return operation.on_model(model);
-}
-
-// ---- Plans --------------------------------------------------------------------------------------
-
-Planner::Planner(const Model& model, std::string folder, Life life, uint64_t seed)
-    : model_(model), folder_(std::move(folder)), life_(life), random_(seed), clock_(clock_now()) {}
-
-Plan Planner::plan(std::size_t length, bool damaged, Phase opening) {
-  if (damaged) add_damaged_opening();
-  add_opening(opening);
-  if (life_ == Life::kHeavy) add_save();
-  while (plan_.size() < length) add_any();
-  return std::move(plan_);
-}
-
-void Planner::add_any() {
-  static const std::vector<Choice> usual = {
-      {30, &Planner::add_save},         {5, &Planner::add_batch_save},
-      {9, &Planner::add_start},         {4, &Planner::add_sync_time},
-      {3, &Planner::add_completions},   {5, &Planner::add_set_send_time},
-      {4, &Planner::add_sent_status},   {6, &Planner::add_read_status},
-      {4, &Planner::add_receipt},       {4, &Planner::add_content},
-      {5, &Planner::add_delete_by_ids}, {3, &Planner::add_delete_by_uids},
-      {3, &Planner::add_clear_message}, {1, &Planner::add_clear_by_time},
-      {3, &Planner::add_pin},           {3, &Planner::add_draft},
-      {2, &Planner::add_silence},       {2, &Planner::add_remove_session},
-      {1, &Planner::add_clear_session}, {4, &Planner::add_clear_unread},
-      {4, &Planner::add_close},         {1, &Planner::add_marking},
-      {1, &Planner::add_commit}};
-  static const std::vector<Choice> heavy = {{6, &Planner::add_large_content},
-                                            {2, &Planner::add_save},
-                                            {1, &Planner::add_delete_by_ids},
-                                            {1, &Planner::add_start}};
-  if (!model_.is_open()) return add_opening(Phase::kOpening);
-  if (model_.in_transaction() && one_in(5)) return add_commit();
-  if (life_ == Life::kHeavy) return add_any_of(heavy);
-  if (life_ == Life::kGrowing && one_in(25)) return add_large_batch();
-  add_any_of(usual);
-}
-
-void Planner::add_any_of(const std::vector<Choice>& choices) {
-  std::size_t total = 0;
-  for (const Choice& choice : choices) total += choice.weight;
-  std::size_t at = below(total);
-  for (const Choice& choice : choices) {
-    if (at < choice.weight) return (this->*choice.add)();
-    at -= choice.weight;
-  }
-}
-
-void Planner::add(Operation operation) {
-  operation.clock = clock_ += 10;
-  const bool joins = model_.in_transaction();
-  run(operation, model_);
-  // It stayed in the transaction that was there before: nothing of it is committed.
-  if (joins && model_.in_transaction()) operation.phase = Phase::kInTransaction;
-  plan_.push_back(std::move(operation));
-}
-
-template <typename Call>
-Operation Planner::operation(const std::string& text, Phase phase, Call call) {
-  Operation operation;
-  operation.text = text;
-  operation.phase = phase;
-  operation.on_store = [call](CvDbSingleton& store) { return int64_t{call(store)}; };
-  operation.on_model = [call](Model& model) { return int64_t{call(model)}; };
-  return operation;
-}
-
-template <typename Call>
-void Planner::add_messages_first(const std::string& text, Phase phase, Call call) {
-  Operation all = operation(text, phase, call);
-  all.between = [call](const Model& before) {
-    return std::vector<Model>{with_sessions_of(after(before, call).back(), before)};
-  };
-  add(std::move(all));
-}
-
-template <typename Call>
-void Planner::add_batch(const std::string& text, std::size_t count, Call call) {
-  Operation all = operation(text + " of " + std::to_string(count), Phase::kBatch,
-                            [call, count](auto& target) { return call(target, count); });
-  all.between = [call, count](const Model& before) {
-    std::vector<Model> states;
-    for (std::size_t some = 1; some < count; ++some) {
-      states.push_back(before);
-      call(states.back(), some);
-    }
-    return states;
-  };
-  add(std::move(all));
-}
-
-// ---- Arguments ----------------------------------------------------------------------------------
-
-SessionType Planner::kind() {
-  return SessionType(static_cast<int32_t>(1 + below(3)));
-}
-
-std::string Planner::body() {
-  if (one_in(12)) return std::string(1000 + below(6000), 'x');  // on pages of its own
-  return std::string(below(200), static_cast<char>('a' + below(26)));
-}
-
-std::string Planner::server_uid() {
-  return one_in(3) ? "" : "s" + std::to_string(below(4000));
-}
-
-std::string Planner::stored_server_uid() {
-  const auto& rows = model_.tables().messages;
-  const auto row = rows.find(id());
-  return row == rows.end() ? server_uid() : row->second.server_uid;
-}
-
-// Of a stored message where there is one.
-int64_t Planner::id() {
-  const Tables& tables = model_.tables();
-  const auto row = tables.messages.lower_bound(
-      1 + static_cast<int64_t>(below(static_cast<std::size_t>(tables.largest_id) + 1)));
-  return row == tables.messages.end() ? tables.largest_id : row->first;
-}
-
-// Around now, so that messages come in order and out of it.
-int64_t Planner::time() {
-  return clock_ - 100 + static_cast<int64_t>(below(200));
-}
-
-MessageResponse Planner::message() {
-  MessageResponse message;
-  message.msg_id_ = -1;
-  message.is_store_ = true;
-  message.session_id_ = room();
-  message.session_type_ = kind();
-  message.object_name_ = "CV:TxtMsg";
-  message.sender_ = user();
-  message.content_ = body();
-  message.is_receive_ = one_in(2);
-  message.sent_status_ = static_cast<int32_t>(below(3));
-  message.sent_time_ = time();
-  message.client_uid_ = one_in(2) ? 0 : static_cast<int64_t>(below(300));
-  message.server_uid_ = server_uid();
-  return message;
-}
-
 // ---- Lifecycle and transactions -----------------------------------------------------------------
 
 void Planner::add_damaged_opening() {
-  Operation opening;
+  PlannedCall opening;
   opening.text = "init_open_db, which meets a damaged file";
   opening.phase = Phase::kDeleting;
   opening.on_store = [folder = folder_](CvDbSingleton& store) {
@@ -246,7 +40,7 @@ void Planner::add_damaged_opening() {
 
 void Planner::add_opening(Phase phase) {
   const std::string name = user();
-  Operation opening;
+  PlannedCall opening;
   opening.text = "init_open_db(" + in_quotes(name) + ")";
   opening.phase = phase;
   opening.gives_store = true;
@@ -257,10 +51,10 @@ void Planner::add_opening(Phase phase) {
   add(std::move(opening));
 }
 
-// Opening what is open.
+// Opens the store that is open already.
 void Planner::add_marking() {
   const std::string name = model_.user();
-  Operation marking;
+  PlannedCall marking;
   marking.text = "init_open_db(" + in_quotes(name) + ") again";
   marking.on_store = [folder = folder_, name](CvDbSingleton& store) {
     return int64_t{store.init_open_db(cvrtc::Pathname(folder), "", name)};
@@ -270,7 +64,7 @@ void Planner::add_marking() {
 }
 
 void Planner::add_close() {
-  Operation closing;
+  PlannedCall closing;
   closing.text = "close_db";
   closing.phase = Phase::kClosing;
   closing.on_store = [](CvDbSingleton& store) {
@@ -285,20 +79,20 @@ void Planner::add_close() {
 }
 
 void Planner::add_start() {
-  add(operation("start_transaction", Phase::kInTransaction,
-                [](auto& target) { return target.start_transaction(); }));
+  add(planned("start_transaction", Phase::kInTransaction,
+              [](auto& target) { return target.start_transaction(); }));
 }
 
 void Planner::add_commit() {
-  add(operation("commit_transaction", Phase::kCommitting,
-                [](auto& target) { return target.commit_transaction(); }));
+  add(planned("commit_transaction", Phase::kCommitting,
+              [](auto& target) { return target.commit_transaction(); }));
 }
 
 void Planner::add_sync_time() {
   const int64_t at = time();
   const bool receive = one_in(2);
-  add(operation("set_sync_time(" + std::to_string(at) + ")", Phase::kWriting,
-                [at, receive](auto& target) { return target.set_sync_time(at, receive); }));
+  add_one_commit("set_sync_time", std::to_string(at),
+                 [at, receive](auto& target) { return target.set_sync_time(at, receive); });
 }
 
 // ---- Messages -----------------------------------------------------------------------------------
@@ -332,19 +126,19 @@ void Planner::add_batch_save() {
   });
 }
 
-// As a client fetches history: in one transaction.
+// Saves a batch in one transaction, as a client does with fetched history.
 void Planner::add_large_batch() {
   if (!model_.in_transaction()) add_start();
   std::vector<MessageResponse> messages;
   for (std::size_t left = 50 + below(300); left > 0; --left) messages.push_back(message());
-  add(operation("save_message of " + std::to_string(messages.size()), Phase::kInTransaction,
-                [messages](auto& target) {
-                  std::vector<std::unique_ptr<MessageResponse>> batch;
-                  for (const MessageResponse& each : messages) {
-                    batch.push_back(std::make_unique<MessageResponse>(each));
-                  }
-                  return target.save_message(batch) ? batch.back()->msg_id_ : -1;
-                }));
+  add(planned("save_message of " + std::to_string(messages.size()), Phase::kInTransaction,
+              [messages](auto& target) {
+                std::vector<std::unique_ptr<MessageResponse>> batch;
+                for (const MessageResponse& each : messages) {
+                  batch.push_back(std::make_unique<MessageResponse>(each));
+                }
+                return target.save_message(batch) ? batch.back()->msg_id_ : -1;
+              }));
   add_commit();
 }
 
@@ -370,28 +164,26 @@ void Planner::add_set_send_time() {
   const std::string in = room();
   const SessionType of = kind();
   const int32_t reason = one_in(4) ? 7 : 0;
-  add(operation("set_send_time(" + std::to_string(msg_id) + ", " + place(in, of) + ")",
-                Phase::kCompound, [=](auto& target) -> int64_t {
-                  target.set_send_time(msg_id, at, uid, in, of, reason);
-                  return 1;
-                }));
+  add_one_commit("set_send_time", std::to_string(msg_id) + ", " + place(in, of),
+                 [=](auto& target) -> int64_t {
+                   target.set_send_time(msg_id, at, uid, in, of, reason);
+                   return 1;
+                 });
 }
 
 void Planner::add_sent_status() {
   const int64_t msg_id = id();
   const auto status = static_cast<int32_t>(below(4));
-  add(operation(
-      "update_sent_status(" + std::to_string(msg_id) + ", " + std::to_string(status) + ")",
-      Phase::kWriting,
-      [msg_id, status](auto& target) { return target.update_sent_status(msg_id, status); }));
+  add_one_commit(
+      "update_sent_status", std::to_string(msg_id) + ", " + std::to_string(status),
+      [msg_id, status](auto& target) { return target.update_sent_status(msg_id, status); });
 }
 
 void Planner::add_read_status() {
   const int64_t msg_id = id();
   const auto status = static_cast<int32_t>(below(3));
-  add(operation("set_read_status(" + std::to_string(msg_id) + ", " + std::to_string(status) + ")",
-                Phase::kCompound,
-                [msg_id, status](auto& target) { return target.set_read_status(msg_id, status); }));
+  add_one_commit("set_read_status", std::to_string(msg_id) + ", " + std::to_string(status),
+                 [msg_id, status](auto& target) { return target.set_read_status(msg_id, status); });
 }
 
 void Planner::add_receipt() {
@@ -407,15 +199,15 @@ void Planner::add_content() {
   const int64_t msg_id = id();
   const std::string text = body();
   const std::string object_name = one_in(2) ? "" : "CV:Recall";
-  add(operation(
-      "set_message_content(" + std::to_string(msg_id) + ")", Phase::kWriting,
-      [=](auto& target) { return target.set_message_content(msg_id, text, object_name); }));
+  add_one_commit("set_message_content", std::to_string(msg_id), [=](auto& target) {
+    return target.set_message_content(msg_id, text, object_name);
+  });
 }
 
 void Planner::add_large_content() {
   const int64_t msg_id = id();
   const std::string text(2000000 + below(1000000), static_cast<char>('a' + below(26)));
-  add(operation(
+  add(planned(
       "set_message_content(" + std::to_string(msg_id) + ") to " + std::to_string(text.size()),
       Phase::kRewriting,
       [msg_id, text](auto& target) { return target.set_message_content(msg_id, text, ""); }));
@@ -428,8 +220,8 @@ void Planner::add_delete_by_ids() {
     ids.push_back(id());
     list += (list.empty() ? "" : ", ") + std::to_string(ids.back());
   }
-  add(operation("delete_message(" + list + ")", Phase::kCompound,
-                [ids](auto& target) { return target.delete_message(ids); }));
+  add_one_commit("delete_message", list,
+                 [ids](auto& target) { return target.delete_message(ids); });
 }
 
 void Planner::add_delete_by_uids() {
@@ -453,17 +245,16 @@ void Planner::add_clear_message() {
                      [in, of, clean](auto& target) { return target.clear_message(in, of, clean); });
 }
 
-// The older tenth.
+// Clears the oldest tenth of the messages.
 void Planner::add_clear_by_time() {
   std::vector<int64_t> times;
   for (const auto& [id, row] : model_.tables().messages) times.push_back(row.sent_time);
   std::sort(times.begin(), times.end());
   const int64_t at = times.empty() ? 0 : times[times.size() / 10];
   const bool clean = one_in(2);
-  add(operation("clear_message_by_timestamp(" + std::to_string(at) + (clean ? ", clean)" : ")"),
-                clean ? Phase::kVacuuming : Phase::kWriting, [at, clean](auto& target) {
-                  return target.clear_message_by_timestamp(at, clean);
-                }));
+  add(planned("clear_message_by_timestamp(" + std::to_string(at) + (clean ? ", clean)" : ")"),
+              clean ? Phase::kVacuuming : Phase::kWriting,
+              [at, clean](auto& target) { return target.clear_message_by_timestamp(at, clean); }));
 }
 
 // ---- Conversations ------------------------------------------------------------------------------
@@ -472,30 +263,30 @@ void Planner::add_pin() {
   const std::string in = room();
   const SessionType of = kind();
   const bool top = one_in(2);
-  add(operation("set_is_top(" + place(in, of) + ")", Phase::kWriting,
-                [in, of, top](auto& target) { return target.set_is_top(in, of, top, true); }));
+  add_one_commit("set_is_top", place(in, of),
+                 [in, of, top](auto& target) { return target.set_is_top(in, of, top, true); });
 }
 
 void Planner::add_draft() {
   const std::string in = room();
   const SessionType of = kind();
   const std::string draft = one_in(3) ? "" : body();
-  add(operation("set_message_draft(" + place(in, of) + ")", Phase::kWriting,
-                [in, of, draft](auto& target) { return target.set_message_draft(in, of, draft); }));
+  add_one_commit("set_message_draft", place(in, of),
+                 [in, of, draft](auto& target) { return target.set_message_draft(in, of, draft); });
 }
 
 void Planner::add_silence() {
   const std::string in = room();
   const SessionType of = kind();
   const auto status = static_cast<int32_t>(below(3));
-  add(operation("set_silence(" + place(in, of) + ")", Phase::kWriting,
-                [in, of, status](auto& target) { return target.set_silence(in, of, status); }));
+  add_one_commit("set_silence", place(in, of),
+                 [in, of, status](auto& target) { return target.set_silence(in, of, status); });
 }
 
 void Planner::add_remove_session() {
   const std::string in = room();
   const SessionType of = kind();
-  Operation removal = operation("remove_session(" + place(in, of) + ")", Phase::kWriting,
+  PlannedCall removal = planned("remove_session(" + place(in, of) + ")", Phase::kWriting,
                                 [in, of](auto& target) { return target.remove_session(in, of); });
   removal.between = [in, of](const Model& before) {
     return after(before, [&in, of](Model& model) { model.delete_session(in, of); });
@@ -505,15 +296,15 @@ void Planner::add_remove_session() {
 
 void Planner::add_clear_session() {
   const SessionType of = kind();
-  add(operation("clear_session(" + std::to_string(of) + ")", Phase::kCompound,
-                [of](auto& target) { return target.clear_session({of}); }));
+  add_one_commit("clear_session", std::to_string(of),
+                 [of](auto& target) { return target.clear_session({of}); });
 }
 
 void Planner::add_clear_unread() {
   const std::string in = room();
   const SessionType of = kind();
-  add(operation("clear_unread(" + place(in, of) + ")", Phase::kCompound,
-                [in, of](auto& target) { return target.clear_unread(in, of); }));
+  add_one_commit("clear_unread", place(in, of),
+                 [in, of](auto& target) { return target.clear_unread(in, of); });
 }
 
 }  // namespace corvan_test

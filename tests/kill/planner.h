@@ -1,14 +1,15 @@
-// What a process does before it is killed: a plan of operations, chosen from a seed and from the
-// rows that the model holds, to be run on the store and again on the model.
+// What a process does before it is killed: a plan of calls, chosen from a seed and from the rows
+// that the model holds. The plan runs on the store, then again on the model.
 
-#ifndef TESTS_KILL_OPERATIONS_H_
-#define TESTS_KILL_OPERATIONS_H_
+#ifndef TESTS_KILL_PLANNER_H_
+#define TESTS_KILL_PLANNER_H_
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "db/cv_db_singleton.h"
@@ -36,7 +37,7 @@ constexpr std::size_t kPhases = 13;
 const char* name(Phase phase);
 
 // One operation with its arguments. Its result is a number: an id, or whether it succeeded.
-struct Operation {
+struct PlannedCall {
   std::string text;
   Phase phase = Phase::kWriting;
   int64_t clock = 0;         // the time while it runs
@@ -47,10 +48,10 @@ struct Operation {
   // it has a single commit.
   std::function<std::vector<Model>(const Model&)> between;
 };
-using Plan = std::vector<Operation>;
+using Plan = std::vector<PlannedCall>;
 
-int64_t run(const Operation& operation, Corvan::CvDbSingleton& store);
-int64_t run(const Operation& operation, Model& model);
+int64_t run(const PlannedCall& call, Corvan::CvDbSingleton& store);
+int64_t run(const PlannedCall& call, Model& model);
 
 // How a store's life goes.
 enum class Life : uint8_t {
@@ -77,14 +78,18 @@ class Planner {
 
   void add_any();
   void add_any_of(const std::vector<Choice>& choices);
-  void add(Operation operation);
+  void add(PlannedCall call);
   // `call` takes the store or the model.
   template <typename Call>
-  Operation operation(const std::string& text, Phase phase, Call call);
-  // Each of these changes messages, commits, then changes conversations.
+  PlannedCall planned(const std::string& text, Phase phase, Call call);
+  // Adds a call that commits once, as the table of operations says: by one statement, or at the end
+  // of its own transaction.
+  template <typename Call>
+  void add_one_commit(const std::string& name, const std::string& arguments, Call call);
+  // Adds a call that changes messages, commits, then changes conversations.
   template <typename Call>
   void add_messages_first(const std::string& text, Phase phase, Call call);
-  // `call` takes the store or the model, and how many elements of its batch are in turn.
+  // `call` takes the store or the model, and how many elements of the batch it uses.
   template <typename Call>
   void add_batch(const std::string& text, std::size_t count, Call call);
 
@@ -136,6 +141,59 @@ class Planner {
   Plan plan_;
 };
 
+// The state before the call and, after it, the state that `call` makes of it.
+template <typename Call>
+std::vector<Model> after(const Model& before, const Call& call) {
+  std::vector<Model> states{before};
+  call(states.back());
+  return states;
+}
+
+// The messages of `model`, the conversations of `other`.
+Model with_sessions_of(Model model, const Model& other);
+
+// The phase of an operation that commits once. Of several overloads the first in the header counts.
+Phase phase_of(const std::string& name);
+
+template <typename Call>
+PlannedCall Planner::planned(const std::string& text, Phase phase, Call call) {
+  PlannedCall result;
+  result.text = text;
+  result.phase = phase;
+  result.on_store = [call](Corvan::CvDbSingleton& store) { return int64_t{call(store)}; };
+  result.on_model = [call](Model& model) { return int64_t{call(model)}; };
+  return result;
+}
+
+template <typename Call>
+void Planner::add_messages_first(const std::string& text, Phase phase, Call call) {
+  PlannedCall all = planned(text, phase, call);
+  all.between = [call](const Model& before) {
+    return std::vector<Model>{with_sessions_of(after(before, call).back(), before)};
+  };
+  add(std::move(all));
+}
+
+template <typename Call>
+void Planner::add_batch(const std::string& text, std::size_t count, Call call) {
+  PlannedCall all = planned(text + " of " + std::to_string(count), Phase::kBatch,
+                            [call, count](auto& target) { return call(target, count); });
+  all.between = [call, count](const Model& before) {
+    std::vector<Model> states;
+    for (std::size_t some = 1; some < count; ++some) {
+      states.push_back(before);
+      call(states.back(), some);
+    }
+    return states;
+  };
+  add(std::move(all));
+}
+
+template <typename Call>
+void Planner::add_one_commit(const std::string& name, const std::string& arguments, Call call) {
+  add(planned(name + "(" + arguments + ")", phase_of(name), call));
+}
+
 }  // namespace corvan_test
 
-#endif  // TESTS_KILL_OPERATIONS_H_
+#endif  // TESTS_KILL_PLANNER_H_
