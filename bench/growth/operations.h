@@ -9,32 +9,32 @@
 
 namespace corvan_bench {
 
-// One call of an operation on an open store. What it returns is checked.
+// One call of an operation on an open store. It checks what it returns.
 struct Operation {
   std::string name;
   std::function<void()> run;
 };
 
-// Those that read, on one conversation.
+// Reads of one conversation.
 std::vector<Operation> reads(const Target& target);
-// Those that read and look at no one conversation.
+// Reads that are not about one conversation.
 std::vector<Operation> store_reads(FilledStore& filled);
-// Those that write a fixed number of rows.
+// Writes of a fixed number of rows.
 std::vector<Operation> writes(FilledStore& filled, const Target& target);
-// The sums over all conversations, with the nanoseconds that each may take for one.
+// Sums over all conversations, with the nanoseconds that each may take per conversation.
 struct Sum {
   Operation operation;
   double at_most;
 };
 std::vector<Sum> sums();
 
-// What grows with its input, and with what: named with its reason, measured at the largest size.
+// An operation whose time grows with what is stored, and the reason. Measured at the largest size.
 struct Exception {
   std::string operation;
   std::string reason;
-  std::string unit;  // what the time is divided by
-  int64_t count;     // of these
-  double at_most;    // nanoseconds for each
+  std::string unit;  // what the time grows with, such as "message"
+  int64_t count;     // of these units
+  double at_most;    // nanoseconds per unit
   std::function<void()> run;
 };
 std::vector<Exception> exceptions(FilledStore& filled);
