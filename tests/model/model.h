@@ -1,5 +1,6 @@
-// What the store answers and stores, told again in plain containers: no SQL, no file. The random
-// runs of model_test.cpp hold the store against it.
+// A second implementation of the store in plain containers, without SQL and without a file. The
+// random runs of model_test.cpp compare the store with it. Its operations are in a file per
+// section.
 
 #ifndef TESTS_MODEL_MODEL_H_
 #define TESTS_MODEL_MODEL_H_
@@ -57,10 +58,15 @@ struct Tables {
   std::map<int64_t, MessageRow> messages;  // by id
   std::vector<SessionRow> sessions;        // by row id
   std::map<std::string, SyncRow> syncs;    // by user
-  int64_t largest_id = 0;                  // of all messages ever; ids do not come back
+  int64_t largest_id = 0;                  // that a message ever had; ids are not used again
 };
 
-// The operations are the store's own, by name, parameters and order.
+// The bits of set_session_time()'s profile.
+constexpr int kHistory = 1;
+constexpr int kInsertOnly = 2;
+constexpr int kOwnTime = 4;
+
+// The operations have the names, parameters and order of the store's.
 class Model {
  public:
   // ---- Lifecycle --------------------------------------------------------------------------------
@@ -74,7 +80,7 @@ class Model {
 
   // ---- What a second connection does and sees ---------------------------------------------------
 
-  // Adds a row or replaces the one of its key; `row_id` is assigned. Only outside a transaction.
+  // Adds a row, or replaces the row with its key; assigns `row_id`. Only outside a transaction.
   void plant(const MessageRow& row);
   void plant(const SessionRow& row);
 
@@ -250,9 +256,9 @@ class Model {
 
   MessageRow* message(int64_t id);
   SessionRow* session(const std::string& session_id, int64_t session_type);
-  // Those of one conversation, older first; of equal times the smaller id first.
+  // The messages of one conversation, oldest first; among equal times the smaller id first.
   std::vector<MessageRow*> messages(const std::string& session_id, int64_t session_type);
-  // The newest of them that get_maxtime()'s `type` chooses, or null.
+  // The newest of them among those that get_maxtime() chooses by `type`; null if there is none.
   const MessageRow* newest(const std::string& session_id, int64_t session_type, int32_t type);
   const MessageRow* first_of(const std::string& server_uid) const;
   const MessageRow* first_of(const std::string& session_id, int64_t session_type,
@@ -261,10 +267,10 @@ class Model {
   bool open_ = false;
   std::string user_;
   Tables tables_;
-  Tables before_;  // what a transaction began with
+  Tables before_;  // the tables when the transaction began
   bool in_transaction_ = false;
   int64_t last_insert_ = 0;      // the row id of the connection's last insert, into any table
-  bool page_ended_top_ = false;  // the conversation list's memory between pages
+  bool page_ended_top_ = false;  // whether the last page of the list ended among the pinned
 };
 
 }  // namespace corvan_test
