@@ -28,37 +28,42 @@ Operation set_is_top() {
        {kSessionExists,
         kSessionExists,
         {"insert into t_session(is_top,session_time,session_id,session_type,silence,unread_count,mention_count,latest_id) values(?,?,?,?,?,?,?,?)",
-         kNoPlan}}}};
-  op.calls = {{"Pin",
-               [](CvDbSingleton& s) { return text(s.set_is_top("room", kRoom, true, true)); },
-               [](Answers& a) {
-                 // A conversation that could not be looked for is created, and the key refuses it.
-                 return text(a.row(kSessionExists) ? a.done("update t_session set is_top=?")
-                                                   : a.done("insert into t_session(is_top,"));
-               },
-               {"false"}},
-              {"PinMissing",
-               [](CvDbSingleton& s) { return text(s.set_is_top("new", kRoom, true, true)); },
-               [](Answers& a) {
-                 a.run(kSessionExists);
-                 return text(a.done("insert into t_session(is_top,"));
-               },
-               {"false"}},
-              {"Unpin",
-               [](CvDbSingleton& s) { return text(s.set_is_top("room", kRoom, false, true)); },
-               {},
-               {"true"}}};
-  op.flat = {{"SetIsTop",
-              [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().set_is_top(room.id, room.type, true, false));
-                EXPECT_EQ(s.session(room, "is_top"), "1");
-              }},
-             {"SetIsTopOfANewConversation",
-              [](FilledStore& s, const Room&) {
-                EXPECT_TRUE(s.store().set_is_top("new", Corvan::CV_GROUP, true, true));
-                EXPECT_EQ(s.session(new_room(), "is_top"), "1");
-              },
-              {kTiny}}};
+         kNoPlan}}},
+  };
+  op.calls = {
+      {"Pin",
+       [](CvDbSingleton& s) { return text(s.set_is_top("room", kRoom, true, true)); },
+       [](Answers& a) {
+         // A conversation that could not be looked for is created, and the key refuses it.
+         return text(a.row(kSessionExists) ? a.done("update t_session set is_top=?")
+                                           : a.done("insert into t_session(is_top,"));
+       },
+       {"false"}},
+      {"PinMissing",
+       [](CvDbSingleton& s) { return text(s.set_is_top("new", kRoom, true, true)); },
+       [](Answers& a) {
+         a.run(kSessionExists);
+         return text(a.done("insert into t_session(is_top,"));
+       },
+       {"false"}},
+      {"Unpin",
+       [](CvDbSingleton& s) { return text(s.set_is_top("room", kRoom, false, true)); },
+       {},
+       {"true"}},
+  };
+  op.flat = {
+      {"SetIsTop",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().set_is_top(room.id, room.type, true, false));
+         EXPECT_EQ(s.session(room, "is_top"), "1");
+       }},
+      {"SetIsTopOfANewConversation",
+       [](FilledStore& s, const Room&) {
+         EXPECT_TRUE(s.store().set_is_top("new", Corvan::CV_GROUP, true, true));
+         EXPECT_EQ(s.session(new_room(), "is_top"), "1");
+       },
+       {kTiny}},
+  };
   return op;
 }
 
@@ -82,7 +87,8 @@ Operation set_message_draft() {
        {kSessionExists,
         kSessionExists,
         {"insert into t_session(draft,session_id,session_type,session_time,silence,unread_count,mention_count,latest_id) values(?,?,?,?,?,?,?,?,?)",
-         kRefused}}}};
+         kRefused}}},
+  };
   op.calls = {
       {"Draft",
        [](CvDbSingleton& s) { return text(s.set_message_draft("room", kRoom, "d")); },
@@ -96,17 +102,21 @@ Operation set_message_draft() {
        [](Answers& a) {
          return text(!a.row(kSessionExists) || a.done("update t_session set draft=? where"));
        },
-       {"true"}}};
-  op.flat = {{"SetMessageDraft",
-              [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().set_message_draft(room.id, room.type, "to do"));
-                EXPECT_EQ(s.session(room, "draft,session_time"), "to do|900001");
-              }},
-             {"SetMessageDraftToNone", [](FilledStore& s, const Room& room) {
-                s.plant("update t_session set draft='to do'");
-                EXPECT_TRUE(s.store().set_message_draft(room.id, room.type, ""));
-                EXPECT_EQ(s.session(room, "draft"), "");
-              }}};
+       {"true"}},
+  };
+  op.flat = {
+      {"SetMessageDraft",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().set_message_draft(room.id, room.type, "to do"));
+         EXPECT_EQ(s.session(room, "draft,session_time"), "to do|900001");
+       }},
+      {"SetMessageDraftToNone",
+       [](FilledStore& s, const Room& room) {
+         s.plant("update t_session set draft='to do'");
+         EXPECT_TRUE(s.store().set_message_draft(room.id, room.type, ""));
+         EXPECT_EQ(s.session(room, "draft"), "");
+       }},
+  };
   return op;
 }
 
@@ -118,21 +128,26 @@ Operation get_message_draft() {
          std::string draft;
          s.get_message_draft("room", Corvan::CV_GROUP, draft);
        },
-       {{"select draft_message from t_session where session_id=? and session_type=?", kRefused}}}};
-  op.calls = {{"GetDraft",
-               [](CvDbSingleton& s) {
-                 std::string draft = "kept";
-                 const bool found = s.get_message_draft("room", kRoom, draft);
-                 return text(found, draft);
-               },
-               [](Answers& a) {
-                 a.run("select draft_message from t_session");
-                 return text(false, "kept");
-               },
-               {"false, kept"}}};
-  op.left_out = {{Suite::kSteps, "its statement cannot be prepared"},
-                 {Suite::kThreads, "always fails"},
-                 {Suite::kGrowth, "always fails"}};
+       {{"select draft_message from t_session where session_id=? and session_type=?", kRefused}}},
+  };
+  op.calls = {
+      {"GetDraft",
+       [](CvDbSingleton& s) {
+         std::string draft = "kept";
+         const bool found = s.get_message_draft("room", kRoom, draft);
+         return text(found, draft);
+       },
+       [](Answers& a) {
+         a.run("select draft_message from t_session");
+         return text(false, "kept");
+       },
+       {"false, kept"}},
+  };
+  op.left_out = {
+      {Suite::kSteps, "its statement cannot be prepared"},
+      {Suite::kThreads, "always fails"},
+      {Suite::kGrowth, "always fails"},
+  };
   return op;
 }
 
@@ -141,15 +156,21 @@ Operation set_silence() {
   op.statements = {
       {"SetSilence",
        [](CvDbSingleton& s) { s.set_silence("room", Corvan::CV_GROUP, 1); },
-       {{"update t_session set silence=? where session_id=? and session_type=?", kBySessionKey}}}};
-  op.calls = {{"SetSilence",
-               [](CvDbSingleton& s) { return text(s.set_silence("room", kRoom, 2)); },
-               [](Answers& a) { return text(a.done("update t_session set silence=?")); },
-               {"false"}}};
-  op.flat = {{"SetSilence", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().set_silence(room.id, room.type, 2));
-                EXPECT_EQ(s.session(room, "silence"), "2");
-              }}};
+       {{"update t_session set silence=? where session_id=? and session_type=?", kBySessionKey}}},
+  };
+  op.calls = {
+      {"SetSilence",
+       [](CvDbSingleton& s) { return text(s.set_silence("room", kRoom, 2)); },
+       [](Answers& a) { return text(a.done("update t_session set silence=?")); },
+       {"false"}},
+  };
+  op.flat = {
+      {"SetSilence",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().set_silence(room.id, room.type, 2));
+         EXPECT_EQ(s.session(room, "silence"), "2");
+       }},
+  };
   return op;
 }
 
@@ -161,56 +182,70 @@ Operation get_silence() {
          int32_t status = 0;
          s.get_silence("room", Corvan::CV_GROUP, status);
        },
-       {{"select silence from t_session where session_id=? and session_type=?", kBySessionKey}}}};
-  op.calls = {{"GetSilence",
-               [](CvDbSingleton& s) {
-                 int32_t status = -7;
-                 const bool found = s.get_silence("room", kRoom, status);
-                 return text(found, status);
-               },
-               [](Answers& a) {
-                 return a.row("select silence from t_session") ? text(true, 0) : text(false, -7);
-               },
-               {"false, -7"}}};
-  op.flat = {{"GetSilence", [](FilledStore& s, const Room& room) {
-                int32_t status = -1;
-                EXPECT_TRUE(s.store().get_silence(room.id, room.type, status));
-                EXPECT_EQ(status, 0);
-              }}};
+       {{"select silence from t_session where session_id=? and session_type=?", kBySessionKey}}},
+  };
+  op.calls = {
+      {"GetSilence",
+       [](CvDbSingleton& s) {
+         int32_t status = -7;
+         const bool found = s.get_silence("room", kRoom, status);
+         return text(found, status);
+       },
+       [](Answers& a) {
+         return a.row("select silence from t_session") ? text(true, 0) : text(false, -7);
+       },
+       {"false, -7"}},
+  };
+  op.flat = {
+      {"GetSilence",
+       [](FilledStore& s, const Room& room) {
+         int32_t status = -1;
+         EXPECT_TRUE(s.store().get_silence(room.id, room.type, status));
+         EXPECT_EQ(status, 0);
+       }},
+  };
   return op;
 }
 
 Operation remove_session() {
   Operation op("remove_session", Commits::kSeveral);
-  op.statements = {{"RemoveSession",
-                    [](CvDbSingleton& s) { s.remove_session("room", Corvan::CV_GROUP); },
-                    {{"delete from t_session where session_id=? and session_type=?", kBySessionKey},
-                     kReadTime,
-                     kMarkRead}}};
-  op.calls = {{"RemoveSession",
-               [](CvDbSingleton& s) { return text(s.remove_session("peer", kPeer)); },
-               [](Answers& a) {
-                 if (!a.done("delete from t_session where session_id=?")) return text(false);
-                 a.run(kReadTime);
-                 a.run(kMarkRead);
-                 return text(true);
-               },
-               {"false"}}};
-  op.flat = {{"RemoveSession",
-              [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().remove_session(room.id, room.type));
-                EXPECT_EQ(s.session(room, "1"), "");
-                EXPECT_EQ(s.count_in(room, "read_status=0"), 0);
-              },
-              {kTiny}}};
-  op.growing = {// Its row and read time are gone by the time that the messages are marked.
-                {"RemoveSession", kChanged,
-                 [](FilledStore& s, const Room& room) {
-                   EXPECT_TRUE(s.store().remove_session(room.id, room.type));
-                   EXPECT_EQ(s.session(room, "1"), "");
-                   EXPECT_EQ(s.count_in(room, "read_status=0"), 0);
-                 },
-                 kReceived}};
+  op.statements = {
+      {"RemoveSession",
+       [](CvDbSingleton& s) { s.remove_session("room", Corvan::CV_GROUP); },
+       {{"delete from t_session where session_id=? and session_type=?", kBySessionKey},
+        kReadTime,
+        kMarkRead}},
+  };
+  op.calls = {
+      {"RemoveSession",
+       [](CvDbSingleton& s) { return text(s.remove_session("peer", kPeer)); },
+       [](Answers& a) {
+         if (!a.done("delete from t_session where session_id=?")) return text(false);
+         a.run(kReadTime);
+         a.run(kMarkRead);
+         return text(true);
+       },
+       {"false"}},
+  };
+  op.flat = {
+      {"RemoveSession",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().remove_session(room.id, room.type));
+         EXPECT_EQ(s.session(room, "1"), "");
+         EXPECT_EQ(s.count_in(room, "read_status=0"), 0);
+       },
+       {kTiny}},
+  };
+  op.growing = {
+      // Its row and read time are gone by the time that the messages are marked.
+      {"RemoveSession", kChanged,
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().remove_session(room.id, room.type));
+         EXPECT_EQ(s.session(room, "1"), "");
+         EXPECT_EQ(s.count_in(room, "read_status=0"), 0);
+       },
+       kReceived},
+  };
   return op;
 }
 
@@ -236,19 +271,22 @@ Operation clear_session() {
        {kBegin,
         {"delete from t_session where session_type in()", kEmptyList},
         {"delete from t_message where session_type in()", kEmptyList},
-        kCommit}}};
-  op.calls = {{"ClearSession",
-               [](CvDbSingleton& s) {
-                 return text(s.clear_session({Corvan::CV_PRIVATE, Corvan::CV_CHATROOM}));
-               },
-               [](Answers& a) {
-                 a.begin();
-                 const bool cleared = a.done("delete from t_session where session_type in(1,3)") &&
-                                      a.done("delete from t_message where session_type in(1,3)");
-                 a.commit();
-                 return text(cleared);
-               },
-               {"false"}}};
+        kCommit}},
+  };
+  op.calls = {
+      {"ClearSession",
+       [](CvDbSingleton& s) {
+         return text(s.clear_session({Corvan::CV_PRIVATE, Corvan::CV_CHATROOM}));
+       },
+       [](Answers& a) {
+         a.begin();
+         const bool cleared = a.done("delete from t_session where session_type in(1,3)") &&
+                              a.done("delete from t_message where session_type in(1,3)");
+         a.commit();
+         return text(cleared);
+       },
+       {"false"}},
+  };
   op.growing = {
       {"ClearSession", "the conversations, among which it finds those of the kinds",
        [](FilledStore& s, const Room&) {
@@ -256,11 +294,13 @@ Operation clear_session() {
          EXPECT_EQ(s.count("t_session where session_type=5"), 0);
          EXPECT_EQ(s.count("t_message where session_type=5"), 0);
        }},
-      {"ClearSessionOfKindsThatAreNotThere", kSessionsPassed, [](FilledStore& s, const Room&) {
+      {"ClearSessionOfKindsThatAreNotThere", kSessionsPassed,
+       [](FilledStore& s, const Room&) {
          const int before = s.count("t_session");
          EXPECT_TRUE(s.store().clear_session(kNoKinds));
          EXPECT_EQ(s.count("t_session"), before);
-       }}};
+       }},
+  };
   return op;
 }
 
@@ -272,7 +312,8 @@ Operation common_session_operation() {
          s.common_session_operation(
              "room", 2, "update t_session set title='t' where session_id=? and session_type=?");
        },
-       {{"update t_session set title='t' where session_id=? and session_type=?", kBySessionKey}}}};
+       {{"update t_session set title='t' where session_id=? and session_type=?", kBySessionKey}}},
+  };
   op.calls = {
       {"CommonSession",
        [](CvDbSingleton& s) {
@@ -280,16 +321,22 @@ Operation common_session_operation() {
              "room", 2, "update t_session set title='t' where session_id=? and session_type=?"));
        },
        [](Answers& a) { return text(a.done("update t_session set title='t'")); },
-       {"false"}}};
-  op.flat = {{"CommonSessionOperation", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().common_session_operation(
-                    room.id, room.type,
-                    "update t_session set silence=7 where session_id=? and session_type=?"));
-                EXPECT_EQ(s.session(room, "silence"), "7");
-              }}};
-  op.left_out = {{Suite::kThreads, "as common_message_int()"},
-                 {Suite::kGrowth, "runs the caller's statement"},
-                 {Suite::kKill, "runs the caller's statement"}};
+       {"false"}},
+  };
+  op.flat = {
+      {"CommonSessionOperation",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().common_session_operation(
+             room.id, room.type,
+             "update t_session set silence=7 where session_id=? and session_type=?"));
+         EXPECT_EQ(s.session(room, "silence"), "7");
+       }},
+  };
+  op.left_out = {
+      {Suite::kThreads, "as common_message_int()"},
+      {Suite::kGrowth, "runs the caller's statement"},
+      {Suite::kKill, "runs the caller's statement"},
+  };
   return op;
 }
 

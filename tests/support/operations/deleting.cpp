@@ -41,110 +41,128 @@ Operation delete_message_by_ids() {
         unread_of_ids("", kEmptyList),
         sessions_of_ids("", kEmptyList),
         {"delete from t_message where id in()", kEmptyList},
-        kCommit}}};
-  op.calls = {{"DeleteByIds",
-               [](CvDbSingleton& s) {
-                 return text(s.delete_message(std::vector<int64_t>{1, 3, 63}));
-               },
-               [](Answers& a) {
-                 a.begin();
-                 // Message 1 alone is unread in "room"; messages 1, 3 and 63 come in this order.
-                 const int unread =
-                     a.rows("select session_id,session_type,read_status,is_mention,");
-                 const int latest =
-                     a.rows("select session_id,session_type from t_session where latest_id");
-                 const bool deleted = a.done("delete from t_message where id in(1,3,63)");
-                 if (deleted) {
-                   if (unread >= 1)
-                     a.run("update t_session set unread_count=unread_count-1,mention_count");
-                   if (unread >= 3) a.run("update t_session set unread_count=unread_count-1 where");
-                   for (int i = 0; i < latest; ++i) refresh_latest(a);
-                 }
-                 a.commit();
-                 return text(deleted);
-               },
-               {"false"}}};
-  op.flat = {{"DeleteMessagesById", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().delete_message({room.middle.id, room.newest.id}));
-                EXPECT_EQ(s.count_in(room), room.messages - 2);
-                EXPECT_EQ(s.session(room, "unread_count"), "3");
-                EXPECT_NE(s.session(room, "latest_id"), std::to_string(room.newest.id));
-              }}};
+        kCommit}},
+  };
+  op.calls = {
+      {"DeleteByIds",
+       [](CvDbSingleton& s) {
+         return text(s.delete_message(std::vector<int64_t>{1, 3, 63}));
+       },
+       [](Answers& a) {
+         a.begin();
+         // Message 1 alone is unread in "room"; messages 1, 3 and 63 come in this order.
+         const int unread = a.rows("select session_id,session_type,read_status,is_mention,");
+         const int latest = a.rows("select session_id,session_type from t_session where latest_id");
+         const bool deleted = a.done("delete from t_message where id in(1,3,63)");
+         if (deleted) {
+           if (unread >= 1) a.run("update t_session set unread_count=unread_count-1,mention_count");
+           if (unread >= 3) a.run("update t_session set unread_count=unread_count-1 where");
+           for (int i = 0; i < latest; ++i) refresh_latest(a);
+         }
+         a.commit();
+         return text(deleted);
+       },
+       {"false"}},
+  };
+  op.flat = {
+      {"DeleteMessagesById",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().delete_message({room.middle.id, room.newest.id}));
+         EXPECT_EQ(s.count_in(room), room.messages - 2);
+         EXPECT_EQ(s.session(room, "unread_count"), "3");
+         EXPECT_NE(s.session(room, "latest_id"), std::to_string(room.newest.id));
+       }},
+  };
   return op;
 }
 
 Operation delete_message_by_server_uids() {
   Operation op("delete_message", Commits::kSeveral, "(server uids)");
-  op.statements = {{"DeleteByServerUids",
-                    [](CvDbSingleton& s) {
-                      s.delete_message("room", Corvan::CV_GROUP, {"s1", "x"});
-                    },
-                    {{"delete from t_message where server_uid in('s1','x')", kByServerUidIndex},
-                     kNewestMessage,
-                     kPointAtAndMove}},
-                   {"DeleteByServerUidsLeavingNone",  // the empty uid is that of message 3
-                    [](CvDbSingleton& s) {
-                      s.delete_message("room", Corvan::CV_GROUP, {"s1", "", "s2"});
-                    },
-                    {{"delete from t_message where server_uid in('s1','','s2')", kByServerUidIndex},
-                     kNewestMessage,
-                     kPointAt}},
-                   {"DeleteByServerUidsRefused",
-                    [](CvDbSingleton& s) { s.delete_message("room", Corvan::CV_GROUP, {"it's"}); },
-                    {{"delete from t_message where server_uid in('it's')", kRefused}}}};
-  op.calls = {{"DeleteByUids",
-               [](CvDbSingleton& s) {
-                 return s.delete_message("room", kRoom, {"s1", "p7"}), text("");
-               },
-               [](Answers& a) {
-                 if (a.done("delete from t_message where server_uid in('s1','p7')"))
-                   refresh_latest(a);
-                 return text("");
-               },
-               {""}}};
-  op.flat = {{"DeleteMessagesByServerUid", [](FilledStore& s, const Room& room) {
-                s.store().delete_message(room.id, room.type, {room.middle.uid, room.newest.uid});
-                EXPECT_EQ(s.count_in(room), room.messages - 2);
-                EXPECT_NE(s.session(room, "latest_id"), std::to_string(room.newest.id));
-              }}};
+  op.statements = {
+      {"DeleteByServerUids",
+       [](CvDbSingleton& s) {
+         s.delete_message("room", Corvan::CV_GROUP, {"s1", "x"});
+       },
+       {{"delete from t_message where server_uid in('s1','x')", kByServerUidIndex},
+        kNewestMessage,
+        kPointAtAndMove}},
+      {"DeleteByServerUidsLeavingNone",  // the empty uid is that of message 3
+       [](CvDbSingleton& s) {
+         s.delete_message("room", Corvan::CV_GROUP, {"s1", "", "s2"});
+       },
+       {{"delete from t_message where server_uid in('s1','','s2')", kByServerUidIndex},
+        kNewestMessage,
+        kPointAt}},
+      {"DeleteByServerUidsRefused",
+       [](CvDbSingleton& s) { s.delete_message("room", Corvan::CV_GROUP, {"it's"}); },
+       {{"delete from t_message where server_uid in('it's')", kRefused}}},
+  };
+  op.calls = {
+      {"DeleteByUids",
+       [](CvDbSingleton& s) {
+         return s.delete_message("room", kRoom, {"s1", "p7"}), text("");
+       },
+       [](Answers& a) {
+         if (a.done("delete from t_message where server_uid in('s1','p7')")) refresh_latest(a);
+         return text("");
+       },
+       {""}},
+  };
+  op.flat = {
+      {"DeleteMessagesByServerUid",
+       [](FilledStore& s, const Room& room) {
+         s.store().delete_message(room.id, room.type, {room.middle.uid, room.newest.uid});
+         EXPECT_EQ(s.count_in(room), room.messages - 2);
+         EXPECT_NE(s.session(room, "latest_id"), std::to_string(room.newest.id));
+       }},
+  };
   return op;
 }
 
 Operation clear_message() {
   Operation op("clear_message", Commits::kSeveral);
-  op.statements = {{"ClearMessage",
-                    [](CvDbSingleton& s) { s.clear_message("room", Corvan::CV_GROUP, false); },
-                    {kDeleteOfSession, kPointAt}},
-                   {"ClearMessageClean",
-                    [](CvDbSingleton& s) { s.clear_message("room", Corvan::CV_GROUP, true); },
-                    {kDeleteOfSession, kPointAt, {"VACUUM", kNoPlan}}}};
-  op.calls = {{"ClearMessage",
-               [](CvDbSingleton& s) { return text(s.clear_message("peer", kPeer, false)); },
-               [](Answers& a) {
-                 const bool deleted = a.done("delete from t_message where session_id=?");
-                 a.run(kPointAtAny);
-                 return text(deleted);
-               },
-               {"false"}},
-              {"ClearMessageClean",
-               [](CvDbSingleton& s) { return text(s.clear_message("peer", kPeer, true)); },
-               [](Answers& a) {
-                 a.run("delete from t_message where session_id=?");
-                 a.run(kPointAtAny);
-                 return text(a.done("VACUUM"));
-               },
-               {"false"}}};
-  op.flat = {{"ClearMessage",
-              [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().clear_message(room.id, room.type, false));
-                EXPECT_EQ(s.count_in(room), 0);
-                EXPECT_EQ(s.session(room, "latest_id"), "-1");
-              },
-              {kTiny}}};
-  op.growing = {{"ClearMessageOfTheLargest", kDeleted, [](FilledStore& s, const Room& room) {
-                   EXPECT_TRUE(s.store().clear_message(room.id, room.type, false));
-                   EXPECT_EQ(s.count_in(room), 0);
-                 }}};
+  op.statements = {
+      {"ClearMessage",
+       [](CvDbSingleton& s) { s.clear_message("room", Corvan::CV_GROUP, false); },
+       {kDeleteOfSession, kPointAt}},
+      {"ClearMessageClean",
+       [](CvDbSingleton& s) { s.clear_message("room", Corvan::CV_GROUP, true); },
+       {kDeleteOfSession, kPointAt, {"VACUUM", kNoPlan}}},
+  };
+  op.calls = {
+      {"ClearMessage",
+       [](CvDbSingleton& s) { return text(s.clear_message("peer", kPeer, false)); },
+       [](Answers& a) {
+         const bool deleted = a.done("delete from t_message where session_id=?");
+         a.run(kPointAtAny);
+         return text(deleted);
+       },
+       {"false"}},
+      {"ClearMessageClean",
+       [](CvDbSingleton& s) { return text(s.clear_message("peer", kPeer, true)); },
+       [](Answers& a) {
+         a.run("delete from t_message where session_id=?");
+         a.run(kPointAtAny);
+         return text(a.done("VACUUM"));
+       },
+       {"false"}},
+  };
+  op.flat = {
+      {"ClearMessage",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().clear_message(room.id, room.type, false));
+         EXPECT_EQ(s.count_in(room), 0);
+         EXPECT_EQ(s.session(room, "latest_id"), "-1");
+       },
+       {kTiny}},
+  };
+  op.growing = {
+      {"ClearMessageOfTheLargest", kDeleted,
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().clear_message(room.id, room.type, false));
+         EXPECT_EQ(s.count_in(room), 0);
+       }},
+  };
   return op;
 }
 
@@ -156,21 +174,24 @@ Operation clear_message_by_timestamp() {
        {{"delete from t_message where sent_time<?", kBySentTime}}},
       {"ClearByTimestampClean",
        [](CvDbSingleton& s) { s.clear_message_by_timestamp(5, true); },
-       {{"delete from t_message where sent_time<?", kBySentTime}, {"VACUUM", kNoPlan}}}};
-  op.calls = {{"ClearByTime",
-               [](CvDbSingleton& s) { return text(s.clear_message_by_timestamp(1030, false)); },
-               [](Answers& a) { return text(a.done("delete from t_message where sent_time<?")); },
-               {"false"}},
-              {"ClearByTimeClean",
-               [](CvDbSingleton& s) { return text(s.clear_message_by_timestamp(1030, true)); },
-               [](Answers& a) {
-                 const char* const clear = "delete from t_message where sent_time<?";
-                 const bool prepared = a.prepared(clear);
-                 const bool deleted = a.done(clear);
-                 if (prepared) a.run("VACUUM");
-                 return text(deleted);
-               },
-               {"false"}}};
+       {{"delete from t_message where sent_time<?", kBySentTime}, {"VACUUM", kNoPlan}}},
+  };
+  op.calls = {
+      {"ClearByTime",
+       [](CvDbSingleton& s) { return text(s.clear_message_by_timestamp(1030, false)); },
+       [](Answers& a) { return text(a.done("delete from t_message where sent_time<?")); },
+       {"false"}},
+      {"ClearByTimeClean",
+       [](CvDbSingleton& s) { return text(s.clear_message_by_timestamp(1030, true)); },
+       [](Answers& a) {
+         const char* const clear = "delete from t_message where sent_time<?";
+         const bool prepared = a.prepared(clear);
+         const bool deleted = a.done(clear);
+         if (prepared) a.run("VACUUM");
+         return text(deleted);
+       },
+       {"false"}},
+  };
   op.flat = {
       {"ClearMessageByTimestamp",
        [](FilledStore& s, const Room&) {
@@ -187,32 +208,40 @@ Operation clear_message_by_timestamp() {
          EXPECT_TRUE(s.store().clear_message_by_timestamp(kFirstTime, false));
          EXPECT_EQ(s.count("t_message"), before);
        },
-       {kTiny}}};
-  op.growing = {{"ClearMessageByTimestampOfHalf", "the older messages, which it deletes",
-                 [](FilledStore& s, const Room& room) {
-                   EXPECT_TRUE(s.store().clear_message_by_timestamp(room.middle.time, false));
-                   EXPECT_GT(s.count_in(room), 0);
-                   EXPECT_EQ(
-                       s.count("t_message where sent_time<" + std::to_string(room.middle.time)), 0);
-                 }}};
+       {kTiny}},
+  };
+  op.growing = {
+      {"ClearMessageByTimestampOfHalf", "the older messages, which it deletes",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().clear_message_by_timestamp(room.middle.time, false));
+         EXPECT_GT(s.count_in(room), 0);
+         EXPECT_EQ(s.count("t_message where sent_time<" + std::to_string(room.middle.time)), 0);
+       }},
+  };
   return op;
 }
 
 Operation delete_messages_of_conversation() {
   Operation op("delete_message", Commits::kOnce, "(conversation)");
-  op.statements = {{"DeleteOfSession",
-                    [](CvDbSingleton& s) { s.delete_message("room", 2); },
-                    {kDeleteOfSession}}};
-  op.calls = {{"DeleteOfConversation",
-               [](CvDbSingleton& s) { return text(s.delete_message("peer", 1)); },
-               [](Answers& a) { return text(a.done("delete from t_message where session_id=?")); },
-               {"false"}}};
-  op.flat = {{"DeleteMessagesOfAConversation",
-              [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().delete_message(room.id, int32_t{room.type}));
-                EXPECT_EQ(s.count_in(room), 0);
-              },
-              {kTiny}}};
+  op.statements = {
+      {"DeleteOfSession",
+       [](CvDbSingleton& s) { s.delete_message("room", 2); },
+       {kDeleteOfSession}},
+  };
+  op.calls = {
+      {"DeleteOfConversation",
+       [](CvDbSingleton& s) { return text(s.delete_message("peer", 1)); },
+       [](Answers& a) { return text(a.done("delete from t_message where session_id=?")); },
+       {"false"}},
+  };
+  op.flat = {
+      {"DeleteMessagesOfAConversation",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().delete_message(room.id, int32_t{room.type}));
+         EXPECT_EQ(s.count_in(room), 0);
+       },
+       {kTiny}},
+  };
   return op;
 }
 

@@ -24,6 +24,7 @@ constexpr int kTinyMessages = 10;
 constexpr int kUnread = 4;     // so many of a conversation's newest messages are unread
 constexpr int kNewOnes = 5;    // messages that are newer than the read and the receipt time
 constexpr int kMentions = 12;  // of direction 2
+constexpr int kPage = 8;       // of the conversation list: more than the pinned conversations
 
 // Conversations of kind 2. The first two hold received and own messages by turns; the peer's
 // receipt covers the own ones.

@@ -78,7 +78,8 @@ Operation get_history_message_by_object_name() {
         history("<? and object_name in('A','B') order by sent_time desc limit ?", kRowsBefore)}},
       {"HistoryOfEmptyKind",
        page(1, true, {""}),
-       {kSendTime, history("<? order by sent_time desc limit ?", kRowsBefore)}}};
+       {kSendTime, history("<? order by sent_time desc limit ?", kRowsBefore)}},
+  };
   op.calls = {
       {"HistoryOfKind",
        [](CvDbSingleton& s) {
@@ -101,14 +102,18 @@ Operation get_history_message_by_object_name() {
          return text(found, page.size() == 1);
        },
        {},
-       {"false, true", {logged("<? order by sent_time desc limit ?")}}}};
+       {"false, true", {logged("<? order by sent_time desc limit ?")}}},
+  };
   op.flat = {
       {"HistoryNewestPage", history_of_four(false, true, {})},
       {"HistoryPageBefore", history_of_four(true, true, {})},
       {"HistoryPageAfter", history_of_four(true, false, {})},
       {"HistoryNewestPageOfOneKind", history_of_four(false, true, {"CV:TxtMsg"})},
-      {"HistoryNewestPageOfTwoKinds", history_of_four(false, true, {"CV:TxtMsg", "CV:ImgMsg"})}};
-  op.left_out = {{Suite::kThreads, "as get_history_message_by_time()"}};
+      {"HistoryNewestPageOfTwoKinds", history_of_four(false, true, {"CV:TxtMsg", "CV:ImgMsg"})},
+  };
+  op.left_out = {
+      {Suite::kThreads, "as get_history_message_by_time()"},
+  };
   return op;
 }
 
@@ -122,7 +127,8 @@ Operation get_history_message_by_time() {
          s.get_history_message_by_time("room", Corvan::CV_GROUP, "", 1, 5, msg, false);
        },
        {kSendTime, history(">? and object_name in('A') order by sent_time asc limit ?", kRowsAfter),
-        kSendTime, history(">? order by sent_time asc limit ?", kRowsAfter)}}};
+        kSendTime, history(">? order by sent_time asc limit ?", kRowsAfter)}},
+  };
   op.calls = {
       {"HistoryFromNewest",
        [](CvDbSingleton& s) {
@@ -141,25 +147,32 @@ Operation get_history_message_by_time() {
          return text(found, page.size() == 1);
        },
        {},
-       {"false, true", {logged("<? order by sent_time desc limit ?")}}}};
-  op.flat = {{"HistoryPageBeforeOfOneKind", [](FilledStore& s, const Room& room) {
-                std::vector<MessageResponse> page;
-                EXPECT_TRUE(s.store().get_history_message_by_time(room.id, room.type, "CV:VcMsg",
-                                                                  room.newest.id, 2, page, true));
-                EXPECT_EQ(page.size(), 2U);
-              }}};
-  op.growing = {{"HistoryWithoutALimit", "the messages of the conversation, which it returns",
-                 [](FilledStore& s, const Room& room) {
-                   std::vector<MessageResponse> page;
-                   EXPECT_TRUE(s.store().get_history_message_by_time(room.id, room.type, "", 0, -1,
-                                                                     page, true));
-                   EXPECT_EQ(page.size(), static_cast<std::size_t>(room.messages));
-                 }},
-                {"HistoryPageOfAKindThatIsNotThere", kPassed, [](FilledStore& s, const Room& room) {
-                   std::vector<MessageResponse> page;
-                   EXPECT_FALSE(s.store().get_history_message_by_time(
-                       room.id, room.type, "CV:FileMsg", 0, 4, page, true));
-                 }}};
+       {"false, true", {logged("<? order by sent_time desc limit ?")}}},
+  };
+  op.flat = {
+      {"HistoryPageBeforeOfOneKind",
+       [](FilledStore& s, const Room& room) {
+         std::vector<MessageResponse> page;
+         EXPECT_TRUE(s.store().get_history_message_by_time(room.id, room.type, "CV:VcMsg",
+                                                           room.newest.id, 2, page, true));
+         EXPECT_EQ(page.size(), 2U);
+       }},
+  };
+  op.growing = {
+      {"HistoryWithoutALimit", "the messages of the conversation, which it returns",
+       [](FilledStore& s, const Room& room) {
+         std::vector<MessageResponse> page;
+         EXPECT_TRUE(
+             s.store().get_history_message_by_time(room.id, room.type, "", 0, -1, page, true));
+         EXPECT_EQ(page.size(), static_cast<std::size_t>(room.messages));
+       }},
+      {"HistoryPageOfAKindThatIsNotThere", kPassed,
+       [](FilledStore& s, const Room& room) {
+         std::vector<MessageResponse> page;
+         EXPECT_FALSE(s.store().get_history_message_by_time(room.id, room.type, "CV:FileMsg", 0, 4,
+                                                            page, true));
+       }},
+  };
   return op;
 }
 
@@ -172,38 +185,45 @@ Operation get_mention_message() {
          s.get_mention_message("room", Corvan::CV_GROUP, msg);
        },
        {{"select id,content,read_status,sent_time,object_name,sender,server_uid from t_message where session_id=? and session_type=? and is_mention=1 and direction=2 order by sent_time desc limit 10",
-         kMentionsOfSession}}}};
-  op.calls = {{"Mentions",
-               [](CvDbSingleton& s) {
-                 std::vector<MessageResponse> page;
-                 const bool found = s.get_mention_message("room", kRoom, page);
-                 return text(found, page);
-               },
-               [](Answers& a) {
-                 a.run("select id,content,read_status,sent_time,object_name,sender,server_uid");
-                 return page_text({});
-               },
-               {"false, []"}}};
-  op.flat = {{"GetMentionMessage",
-              [](FilledStore& s, const Room& room) {
-                std::vector<MessageResponse> list;
-                EXPECT_TRUE(s.store().get_mention_message(room.id, room.type, list));
-                EXPECT_EQ(list.size(), 10U);
-                EXPECT_EQ(list.back().msg_id_, room.newest.id);
-              },
-              {kOlder}},
-             {"GetMentionMessageWithoutOlderRows",
-              [](FilledStore& s, const Room& room) {
-                std::vector<MessageResponse> list;
-                EXPECT_FALSE(s.store().get_mention_message(room.id, room.type, list));
-              },
-              {kLargest, kTiny, kOwn, kReceived}}};
-  op.growing = {{"GetMentionMessageAmongReadOnes", kPassed,
-                 [](FilledStore& s, const Room& room) {
-                   std::vector<MessageResponse> list;
-                   EXPECT_FALSE(s.store().get_mention_message(room.id, room.type, list));
-                 },
-                 kOlderRead}};
+         kMentionsOfSession}}},
+  };
+  op.calls = {
+      {"Mentions",
+       [](CvDbSingleton& s) {
+         std::vector<MessageResponse> page;
+         const bool found = s.get_mention_message("room", kRoom, page);
+         return text(found, page);
+       },
+       [](Answers& a) {
+         a.run("select id,content,read_status,sent_time,object_name,sender,server_uid");
+         return page_text({});
+       },
+       {"false, []"}},
+  };
+  op.flat = {
+      {"GetMentionMessage",
+       [](FilledStore& s, const Room& room) {
+         std::vector<MessageResponse> list;
+         EXPECT_TRUE(s.store().get_mention_message(room.id, room.type, list));
+         EXPECT_EQ(list.size(), 10U);
+         EXPECT_EQ(list.back().msg_id_, room.newest.id);
+       },
+       {kOlder}},
+      {"GetMentionMessageWithoutOlderRows",
+       [](FilledStore& s, const Room& room) {
+         std::vector<MessageResponse> list;
+         EXPECT_FALSE(s.store().get_mention_message(room.id, room.type, list));
+       },
+       {kLargest, kTiny, kOwn, kReceived}},
+  };
+  op.growing = {
+      {"GetMentionMessageAmongReadOnes", kPassed,
+       [](FilledStore& s, const Room& room) {
+         std::vector<MessageResponse> list;
+         EXPECT_FALSE(s.store().get_mention_message(room.id, room.type, list));
+       },
+       kOlderRead},
+  };
   return op;
 }
 
@@ -216,39 +236,44 @@ Operation get_matched_message() {
          s.get_matched_message("room", Corvan::CV_GROUP, 3, 2, 2, msg);
        },
        {kBegin, kSendTime, history("<? order by sent_time desc limit ?", kRowsBefore), kSendTime,
-        history(">? order by sent_time asc limit ?", kRowsAfter), kCommit}}};
-  op.calls = {// Its second anchor, 200, is no message's id: the newer half is the oldest of the
-              // conversation, oldest first, which goes in front of it newest first.
-              {"Matched",
-               [](CvDbSingleton& s) {
-                 std::vector<MessageResponse> page;
-                 const bool found = s.get_matched_message("room", kRoom, 3, 1, 1, page);
-                 return text(found, page);
-               },
-               [](Answers& a) {
-                 a.begin();
-                 std::vector<std::string> span = page_from(a, true, {kMessage2});
-                 // After an older half that is empty the anchor is message 2: what follows it.
-                 const bool second_anchor = span.empty();
-                 const bool anchored = a.row("select sent_time from t_message where id=?");
-                 const std::vector<std::string> newer =
-                     second_anchor && anchored ? std::vector<std::string>{kMessage3}
-                                               : std::vector<std::string>{kMessage1, kMessage2};
-                 for (const std::string& each : first(newer, a.rows(kHistoryPage))) {
-                   span.insert(span.begin(), each);
-                 }
-                 a.commit();
-                 return page_text(span);
-               },
-               {"false, []",
-                {logged("<? order by sent_time desc limit ?"),
-                 logged(">? order by sent_time asc limit ?")}}}};
-  op.flat = {{"GetMatchedMessage", [](FilledStore& s, const Room& room) {
-                std::vector<MessageResponse> span;
-                EXPECT_TRUE(
-                    s.store().get_matched_message(room.id, room.type, room.middle.id, 3, 2, span));
-                EXPECT_EQ(span.size(), 6U);
-              }}};
+        history(">? order by sent_time asc limit ?", kRowsAfter), kCommit}},
+  };
+  op.calls = {
+      // Its second anchor, 200, is no message's id: the newer half is the oldest of the
+      // conversation, oldest first, which goes in front of it newest first.
+      {"Matched",
+       [](CvDbSingleton& s) {
+         std::vector<MessageResponse> page;
+         const bool found = s.get_matched_message("room", kRoom, 3, 1, 1, page);
+         return text(found, page);
+       },
+       [](Answers& a) {
+         a.begin();
+         std::vector<std::string> span = page_from(a, true, {kMessage2});
+         // After an older half that is empty the anchor is message 2: what follows it.
+         const bool second_anchor = span.empty();
+         const bool anchored = a.row("select sent_time from t_message where id=?");
+         const std::vector<std::string> newer =
+             second_anchor && anchored ? std::vector<std::string>{kMessage3}
+                                       : std::vector<std::string>{kMessage1, kMessage2};
+         for (const std::string& each : first(newer, a.rows(kHistoryPage))) {
+           span.insert(span.begin(), each);
+         }
+         a.commit();
+         return page_text(span);
+       },
+       {"false, []",
+        {logged("<? order by sent_time desc limit ?"),
+         logged(">? order by sent_time asc limit ?")}}},
+  };
+  op.flat = {
+      {"GetMatchedMessage",
+       [](FilledStore& s, const Room& room) {
+         std::vector<MessageResponse> span;
+         EXPECT_TRUE(s.store().get_matched_message(room.id, room.type, room.middle.id, 3, 2, span));
+         EXPECT_EQ(span.size(), 6U);
+       }},
+  };
   return op;
 }
 

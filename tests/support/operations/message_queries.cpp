@@ -61,29 +61,36 @@ Operation get_message_by_id() {
          s.get_message_by_id(msg);
        },
        {{"select session_id,session_type,content,direction,read_status,sent_time,object_name,sent_status,sender,server_uid from t_message where id=?",
-         kByRowId}}}};
-  op.calls = {{"MessageById",
-               [](CvDbSingleton& s) {
-                 MessageResponse m;
-                 m.msg_id_ = 1;
-                 const bool found = s.get_message_by_id(m);
-                 return text(found, m);
-               },
-               [](Answers& a) {
-                 MessageResponse kept;
-                 kept.msg_id_ = 1;
-                 return a.row("select session_id,session_type,content,direction")
-                            ? text(true, kMessage1)
-                            : text(false, kept);
-               },
-               {"false, 1::0:::::000:0"}}};
-  op.flat = {{"GetMessageById", [](FilledStore& s, const Room& room) {
-                MessageResponse m;
-                m.msg_id_ = room.middle.id;
-                EXPECT_TRUE(s.store().get_message_by_id(m));
-                EXPECT_EQ(m.server_uid_, room.middle.uid);
-              }}};
-  op.left_out = {{Suite::kThreads, "reads in one statement, as the others do"}};
+         kByRowId}}},
+  };
+  op.calls = {
+      {"MessageById",
+       [](CvDbSingleton& s) {
+         MessageResponse m;
+         m.msg_id_ = 1;
+         const bool found = s.get_message_by_id(m);
+         return text(found, m);
+       },
+       [](Answers& a) {
+         MessageResponse kept;
+         kept.msg_id_ = 1;
+         return a.row("select session_id,session_type,content,direction") ? text(true, kMessage1)
+                                                                          : text(false, kept);
+       },
+       {"false, 1::0:::::000:0"}},
+  };
+  op.flat = {
+      {"GetMessageById",
+       [](FilledStore& s, const Room& room) {
+         MessageResponse m;
+         m.msg_id_ = room.middle.id;
+         EXPECT_TRUE(s.store().get_message_by_id(m));
+         EXPECT_EQ(m.server_uid_, room.middle.uid);
+       }},
+  };
+  op.left_out = {
+      {Suite::kThreads, "reads in one statement, as the others do"},
+  };
   return op;
 }
 
@@ -96,28 +103,34 @@ Operation get_message_by_uid() {
          s.get_message_by_uid(msg);
        },
        {{"select session_id,session_type,content,direction,read_status,sent_time,object_name,sent_status,sender,id from t_message where server_uid=?",
-         kByServerUidIndex}}}};
-  op.calls = {{"MessageByUid",
-               [](CvDbSingleton& s) {
-                 MessageResponse m;
-                 m.server_uid_ = "p33";
-                 const bool found = s.get_message_by_uid(m);
-                 return text(found, m);
-               },
-               [](Answers& a) {
-                 MessageResponse kept;
-                 kept.server_uid_ = "p33";
-                 return a.row("select session_id,session_type,content,direction")
-                            ? text(true, peer_message(33))
-                            : text(false, kept);
-               },
-               {"false, 0::0::::p33:000:0"}}};
-  op.flat = {{"GetMessageByUid", [](FilledStore& s, const Room& room) {
-                MessageResponse m;
-                m.server_uid_ = room.middle.uid;
-                EXPECT_TRUE(s.store().get_message_by_uid(m));
-                EXPECT_EQ(m.msg_id_, room.middle.id);
-              }}};
+         kByServerUidIndex}}},
+  };
+  op.calls = {
+      {"MessageByUid",
+       [](CvDbSingleton& s) {
+         MessageResponse m;
+         m.server_uid_ = "p33";
+         const bool found = s.get_message_by_uid(m);
+         return text(found, m);
+       },
+       [](Answers& a) {
+         MessageResponse kept;
+         kept.server_uid_ = "p33";
+         return a.row("select session_id,session_type,content,direction")
+                    ? text(true, peer_message(33))
+                    : text(false, kept);
+       },
+       {"false, 0::0::::p33:000:0"}},
+  };
+  op.flat = {
+      {"GetMessageByUid",
+       [](FilledStore& s, const Room& room) {
+         MessageResponse m;
+         m.server_uid_ = room.middle.uid;
+         EXPECT_TRUE(s.store().get_message_by_uid(m));
+         EXPECT_EQ(m.msg_id_, room.middle.id);
+       }},
+  };
   return op;
 }
 
@@ -139,7 +152,8 @@ Operation get_max_time() {
        {{"select sent_time from t_message where session_id=? and session_type=? and sent_status=0 order by sent_time desc limit 1",
          kTimesOfSession},
         {"select id from t_message where session_id=? and session_type=? and sent_status=0 order by id desc limit 1",
-         kRowsOfSession}}}};
+         kRowsOfSession}}},
+  };
   op.calls = {
       {"MaxTime",
        [](CvDbSingleton& s) {
@@ -148,122 +162,158 @@ Operation get_max_time() {
          return text(time);
        },
        [](Answers& a) { return text(a.row("select sent_time from t_message") ? 1059 : -7); },
-       {"-7"}}};
-  op.flat = {{"GetMaxTimeOfSent", max_time(0), {kLargest, kTiny, kOwn, kReceived}},
-             {"GetMaxTimeOfReceived", max_time(1), {kLargest, kTiny, kReceived}},
-             {"GetMaxTimeOfAny", max_time(2), {kLargest, kTiny, kOwn, kReceived}}};
-  op.growing = {{"GetMaxTimeOfSentAmongCoveredMessages", kPassed, no_max_time(0), kCovered},
-                {"GetMaxTimeOfReceivedAmongOwnMessages", kPassed, no_max_time(1), kOwn}};
-  op.left_out = {{Suite::kThreads, "reads in one statement, as the others do"}};
+       {"-7"}},
+  };
+  op.flat = {
+      {"GetMaxTimeOfSent", max_time(0), {kLargest, kTiny, kOwn, kReceived}},
+      {"GetMaxTimeOfReceived", max_time(1), {kLargest, kTiny, kReceived}},
+      {"GetMaxTimeOfAny", max_time(2), {kLargest, kTiny, kOwn, kReceived}},
+  };
+  op.growing = {
+      {"GetMaxTimeOfSentAmongCoveredMessages", kPassed, no_max_time(0), kCovered},
+      {"GetMaxTimeOfReceivedAmongOwnMessages", kPassed, no_max_time(1), kOwn},
+  };
+  op.left_out = {
+      {Suite::kThreads, "reads in one statement, as the others do"},
+  };
   return op;
 }
 
 Operation get_max_message_id() {
   Operation op("get_max_message_id", Commits::kNothing);
-  op.calls = {{"MaxId",
-               [](CvDbSingleton& s) { return text(s.get_max_message_id(kPeer, "peer", 2)); },
-               [](Answers& a) { return text(a.row("select id from t_message") ? 63 : -1); },
-               {"-1"}}};
-  op.flat = {{"GetMaxMessageIdOfSent", max_message_id(0), {kLargest, kTiny, kOwn, kReceived}},
-             {"GetMaxMessageIdOfReceived", max_message_id(1), {kLargest, kTiny, kReceived}},
-             {"GetMaxMessageIdOfAny", max_message_id(2), {kLargest, kTiny, kOwn, kReceived}}};
+  op.calls = {
+      {"MaxId",
+       [](CvDbSingleton& s) { return text(s.get_max_message_id(kPeer, "peer", 2)); },
+       [](Answers& a) { return text(a.row("select id from t_message") ? 63 : -1); },
+       {"-1"}},
+  };
+  op.flat = {
+      {"GetMaxMessageIdOfSent", max_message_id(0), {kLargest, kTiny, kOwn, kReceived}},
+      {"GetMaxMessageIdOfReceived", max_message_id(1), {kLargest, kTiny, kReceived}},
+      {"GetMaxMessageIdOfAny", max_message_id(2), {kLargest, kTiny, kOwn, kReceived}},
+  };
   op.growing = {
       {"GetMaxMessageIdOfSentAmongCoveredMessages", kPassed, no_max_message_id(0), kCovered},
-      {"GetMaxMessageIdOfReceivedAmongOwnMessages", kPassed, no_max_message_id(1), kOwn}};
-  op.left_out = {{Suite::kStatements, "with get_max_time()"}};
+      {"GetMaxMessageIdOfReceivedAmongOwnMessages", kPassed, no_max_message_id(1), kOwn},
+  };
+  op.left_out = {
+      {Suite::kStatements, "with get_max_time()"},
+  };
   return op;
 }
 
 Operation query_message() {
   Operation op("query_message", Commits::kNothing);
-  op.calls = {{"QueryByUid",
-               [](CvDbSingleton& s) {
-                 MessageResponse m;
-                 m.msg_id_ = 1;
-                 m.server_uid_ = "s1";
-                 const bool found = s.query_message(m, true);
-                 return text(found, m);
-               },
-               {},
-               {"false, 1::0::::s1:000:0"}}};
-  op.flat = {{"QueryMessage", [](FilledStore& s, const Room& room) {
-                MessageResponse m;
-                m.server_uid_ = room.middle.uid;
-                EXPECT_TRUE(s.store().query_message(m, true));
-                EXPECT_EQ(m.msg_id_, room.middle.id);
-                m.server_uid_.clear();
-                EXPECT_TRUE(s.store().query_message(m, false));
-                EXPECT_EQ(m.server_uid_, room.middle.uid);
-              }}};
-  op.left_out = {{Suite::kStatements, "calls get_message_by_uid() or get_message_by_id()"},
-                 {Suite::kFaults, "calls get_message_by_uid() or get_message_by_id()"},
-                 {Suite::kThreads, "reads in one statement, as the others do"},
-                 {Suite::kGrowth, "calls get_message_by_uid() or get_message_by_id()"}};
+  op.calls = {
+      {"QueryByUid",
+       [](CvDbSingleton& s) {
+         MessageResponse m;
+         m.msg_id_ = 1;
+         m.server_uid_ = "s1";
+         const bool found = s.query_message(m, true);
+         return text(found, m);
+       },
+       {},
+       {"false, 1::0::::s1:000:0"}},
+  };
+  op.flat = {
+      {"QueryMessage",
+       [](FilledStore& s, const Room& room) {
+         MessageResponse m;
+         m.server_uid_ = room.middle.uid;
+         EXPECT_TRUE(s.store().query_message(m, true));
+         EXPECT_EQ(m.msg_id_, room.middle.id);
+         m.server_uid_.clear();
+         EXPECT_TRUE(s.store().query_message(m, false));
+         EXPECT_EQ(m.server_uid_, room.middle.uid);
+       }},
+  };
+  op.left_out = {
+      {Suite::kStatements, "calls get_message_by_uid() or get_message_by_id()"},
+      {Suite::kFaults, "calls get_message_by_uid() or get_message_by_id()"},
+      {Suite::kThreads, "reads in one statement, as the others do"},
+      {Suite::kGrowth, "calls get_message_by_uid() or get_message_by_id()"},
+  };
   return op;
 }
 
 Operation get_message_by_id_with_state() {
   Operation op("get_message_by_id", Commits::kNothing, "(state)");
-  op.statements = {{"MessageStateById",
-                    [](CvDbSingleton& s) {
-                      std::string id;
-                      int32_t type = 0;
-                      bool unread = false;
-                      bool mention = false;
-                      int64_t time = 0;
-                      s.get_message_by_id(1, id, type, unread, mention, time);
-                    },
-                    {kMessageState}}};
-  op.calls = {{"StateById",
-               [](CvDbSingleton& s) {
-                 std::string id = "kept";
-                 int32_t kind = -7;
-                 bool unread = false;
-                 bool mention = true;
-                 int64_t time = -7;
-                 const bool found = s.get_message_by_id(1, id, kind, unread, mention, time);
-                 return text(found, id, kind, unread, mention, time);
-               },
-               [](Answers& a) {
-                 return a.row("select session_id,session_type,read_status,is_mention,sent_time")
-                            ? text(true, "room", 2, true, true, 100)
-                            : text(false, "kept", -7, false, true, -7);
-               },
-               {"false, kept, -7, false, true, -7"}}};
-  op.flat = {{"GetMessageByIdAndState", [](FilledStore& s, const Room& room) {
-                std::string id;
-                int32_t type = 0;
-                bool unread = false;
-                bool mention = false;
-                int64_t time = 0;
-                EXPECT_TRUE(
-                    s.store().get_message_by_id(room.middle.id, id, type, unread, mention, time));
-                EXPECT_EQ(id, room.id);
-                EXPECT_EQ(time, room.middle.time);
-              }}};
-  op.left_out = {{Suite::kThreads, "reads in one statement, as the others do"}};
+  op.statements = {
+      {"MessageStateById",
+       [](CvDbSingleton& s) {
+         std::string id;
+         int32_t type = 0;
+         bool unread = false;
+         bool mention = false;
+         int64_t time = 0;
+         s.get_message_by_id(1, id, type, unread, mention, time);
+       },
+       {kMessageState}},
+  };
+  op.calls = {
+      {"StateById",
+       [](CvDbSingleton& s) {
+         std::string id = "kept";
+         int32_t kind = -7;
+         bool unread = false;
+         bool mention = true;
+         int64_t time = -7;
+         const bool found = s.get_message_by_id(1, id, kind, unread, mention, time);
+         return text(found, id, kind, unread, mention, time);
+       },
+       [](Answers& a) {
+         return a.row("select session_id,session_type,read_status,is_mention,sent_time")
+                    ? text(true, "room", 2, true, true, 100)
+                    : text(false, "kept", -7, false, true, -7);
+       },
+       {"false, kept, -7, false, true, -7"}},
+  };
+  op.flat = {
+      {"GetMessageByIdAndState",
+       [](FilledStore& s, const Room& room) {
+         std::string id;
+         int32_t type = 0;
+         bool unread = false;
+         bool mention = false;
+         int64_t time = 0;
+         EXPECT_TRUE(s.store().get_message_by_id(room.middle.id, id, type, unread, mention, time));
+         EXPECT_EQ(id, room.id);
+         EXPECT_EQ(time, room.middle.time);
+       }},
+  };
+  op.left_out = {
+      {Suite::kThreads, "reads in one statement, as the others do"},
+  };
   return op;
 }
 
 Operation get_maxtime() {
   Operation op("get_maxtime", Commits::kNothing);
-  op.calls = {{"Maxtime",
-               [](CvDbSingleton& s) {
-                 int64_t time = -7;
-                 s.get_maxtime(time, kRoom, "room", 2);
-                 return text(time);
-               },
-               {},
-               {"-7"}}};
-  op.flat = {{"GetMaxtime", [](FilledStore& s, const Room& room) {
-                int64_t time = 0;
-                s.store().get_maxtime(time, room.type, room.id, 2);
-                EXPECT_EQ(time, room.newest.time);
-              }}};
-  op.left_out = {{Suite::kStatements, "get_max_time() calls it"},
-                 {Suite::kFaults, "get_max_time() calls it"},
-                 {Suite::kThreads, "reads in one statement, as the others do"},
-                 {Suite::kGrowth, "get_max_time() calls it"}};
+  op.calls = {
+      {"Maxtime",
+       [](CvDbSingleton& s) {
+         int64_t time = -7;
+         s.get_maxtime(time, kRoom, "room", 2);
+         return text(time);
+       },
+       {},
+       {"-7"}},
+  };
+  op.flat = {
+      {"GetMaxtime",
+       [](FilledStore& s, const Room& room) {
+         int64_t time = 0;
+         s.store().get_maxtime(time, room.type, room.id, 2);
+         EXPECT_EQ(time, room.newest.time);
+       }},
+  };
+  op.left_out = {
+      {Suite::kStatements, "get_max_time() calls it"},
+      {Suite::kFaults, "get_max_time() calls it"},
+      {Suite::kThreads, "reads in one statement, as the others do"},
+      {Suite::kGrowth, "get_max_time() calls it"},
+  };
   return op;
 }
 

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <string>
 
-#include "tests/support/numbers.h"
 #include "tests/support/operations/operation.h"
 #include "tests/support/operations/results.h"
 #include "tests/support/operations/small_store.h"
@@ -13,6 +12,17 @@ namespace corvan_test {
 using Corvan::CvDbSingleton;
 
 namespace {
+
+// A receipt after `before` has run that covers no message, but moves the receipt time.
+OnFilledStore covers_nothing(const std::string& before) {
+  return [=](FilledStore& s, const Room& room) {
+    if (!before.empty()) s.plant(before);
+    const int covered = s.count_in(room, "sent_status=3");
+    EXPECT_TRUE(s.store().update_message_receipt_status(room.id, room.type, room.newest.time));
+    EXPECT_EQ(s.count_in(room, "sent_status=3"), covered);
+    EXPECT_EQ(s.session(room, "receipt_time"), std::to_string(room.newest.time));
+  };
+}
 
 Operation set_send_time() {
   Operation op("set_send_time", Commits::kOneTransaction);
@@ -33,7 +43,8 @@ Operation set_send_time() {
         kCommit}},
       {"SetSendTimeFailedWithoutTime",
        [](CvDbSingleton& s) { s.set_send_time(2, 0, "", "room", Corvan::CV_GROUP, 7); },
-       {kBegin, {"update t_message set sent_status=2 where id=?", kByRowId}, kCommit}}};
+       {kBegin, {"update t_message set sent_status=2 where id=?", kByRowId}, kCommit}},
+  };
   op.calls = {
       {"SetSendTime",
        [](CvDbSingleton& s) { return s.set_send_time(3, 999, "n1", "room", kRoom, 0), text(""); },
@@ -57,29 +68,39 @@ Operation set_send_time() {
          a.commit();
          return text("");
        },
-       {""}}};
-  op.flat = {{"SetSendTime", [](FilledStore& s, const Room& room) {
-                s.store().set_send_time(room.middle.id, kAfterAll, "named", room.id, room.type, 0);
-                EXPECT_EQ(s.message(room.middle.id, "sent_status,server_uid,sent_time"),
-                          "0|named|900000");
-                EXPECT_EQ(s.session(room, "session_time"), "900000");
-              }}};
+       {""}},
+  };
+  op.flat = {
+      {"SetSendTime",
+       [](FilledStore& s, const Room& room) {
+         s.store().set_send_time(room.middle.id, kAfterAll, "named", room.id, room.type, 0);
+         EXPECT_EQ(s.message(room.middle.id, "sent_status,server_uid,sent_time"), "0|named|900000");
+         EXPECT_EQ(s.session(room, "session_time"), "900000");
+       }},
+  };
   return op;
 }
 
 Operation update_sent_status() {
   Operation op("update_sent_status", Commits::kOnce);
-  op.statements = {{"UpdateSentStatus",
-                    [](CvDbSingleton& s) { s.update_sent_status(2, 1); },
-                    {{"update t_message set sent_status=? where id=?", kByRowId}}}};
-  op.calls = {{"UpdateSentStatus",
-               [](CvDbSingleton& s) { return text(s.update_sent_status(2, 3)); },
-               [](Answers& a) { return text(a.done("update t_message set sent_status=?")); },
-               {"false"}}};
-  op.flat = {{"UpdateSentStatus", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().update_sent_status(room.middle.id, 2));
-                EXPECT_EQ(s.message(room.middle.id, "sent_status"), "2");
-              }}};
+  op.statements = {
+      {"UpdateSentStatus",
+       [](CvDbSingleton& s) { s.update_sent_status(2, 1); },
+       {{"update t_message set sent_status=? where id=?", kByRowId}}},
+  };
+  op.calls = {
+      {"UpdateSentStatus",
+       [](CvDbSingleton& s) { return text(s.update_sent_status(2, 3)); },
+       [](Answers& a) { return text(a.done("update t_message set sent_status=?")); },
+       {"false"}},
+  };
+  op.flat = {
+      {"UpdateSentStatus",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().update_sent_status(room.middle.id, 2));
+         EXPECT_EQ(s.message(room.middle.id, "sent_status"), "2");
+       }},
+  };
   return op;
 }
 
@@ -110,36 +131,42 @@ Operation set_read_status() {
         kCommit}},
       {"SetReadStatusUnknown",
        [](CvDbSingleton& s) { s.set_read_status(99, 1); },
-       {kBegin, kMessageState, kCommit}}};
-  op.calls = {{"SetRead",
-               [](CvDbSingleton& s) { return text(s.set_read_status(1, 1)); },
-               [](Answers& a) {
-                 a.begin();
-                 const bool set =
-                     a.row("select session_id,session_type,read_status,is_mention,sent_time") &&
-                     a.done("update t_message set read_status=?");
-                 if (set) a.run("update t_session set unread_count=unread_count-1,mention_count=");
-                 a.commit();
-                 return text(set);
-               },
-               {"false"}},
-              {"SetUnread",
-               [](CvDbSingleton& s) { return text(s.set_read_status(2, 0)); },
-               [](Answers& a) {
-                 a.begin();
-                 const bool set =
-                     a.row("select session_id,session_type,read_status,is_mention,sent_time") &&
-                     a.done("update t_message set read_status=?");
-                 if (set) a.run("update t_session set unread_count=unread_count+1 where");
-                 a.commit();
-                 return text(set);
-               },
-               {"false"}}};
-  op.flat = {{"SetReadStatus", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().set_read_status(room.newest.id, 1));
-                EXPECT_EQ(s.message(room.newest.id, "read_status"), "1");
-                EXPECT_EQ(s.session(room, "unread_count"), "3");
-              }}};
+       {kBegin, kMessageState, kCommit}},
+  };
+  op.calls = {
+      {"SetRead",
+       [](CvDbSingleton& s) { return text(s.set_read_status(1, 1)); },
+       [](Answers& a) {
+         a.begin();
+         const bool set =
+             a.row("select session_id,session_type,read_status,is_mention,sent_time") &&
+             a.done("update t_message set read_status=?");
+         if (set) a.run("update t_session set unread_count=unread_count-1,mention_count=");
+         a.commit();
+         return text(set);
+       },
+       {"false"}},
+      {"SetUnread",
+       [](CvDbSingleton& s) { return text(s.set_read_status(2, 0)); },
+       [](Answers& a) {
+         a.begin();
+         const bool set =
+             a.row("select session_id,session_type,read_status,is_mention,sent_time") &&
+             a.done("update t_message set read_status=?");
+         if (set) a.run("update t_session set unread_count=unread_count+1 where");
+         a.commit();
+         return text(set);
+       },
+       {"false"}},
+  };
+  op.flat = {
+      {"SetReadStatus",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().set_read_status(room.newest.id, 1));
+         EXPECT_EQ(s.message(room.newest.id, "read_status"), "1");
+         EXPECT_EQ(s.session(room, "unread_count"), "3");
+       }},
+  };
   return op;
 }
 
@@ -157,7 +184,8 @@ Operation update_message_receipt_status() {
        [](CvDbSingleton& s) { s.update_message_receipt_status("room", Corvan::CV_GROUP, 0); },
        {kReceiptTime,
         {"update t_message set sent_status=3 where session_id=? and session_type=? and sent_time<=? and direction=0 and sent_status=0",
-         kUncoveredUntil}}}};
+         kUncoveredUntil}}},
+  };
   op.calls = {
       {"Receipt",
        [](CvDbSingleton& s) { return text(s.update_message_receipt_status("room", kRoom, 250)); },
@@ -167,7 +195,8 @@ Operation update_message_receipt_status() {
          if (done) a.run("update t_session set receipt_time=?");
          return text(done);
        },
-       {"false"}}};
+       {"false"}},
+  };
   op.flat = {
       {"UpdateMessageReceiptStatus",
        [](FilledStore& s, const Room& room) {
@@ -177,21 +206,10 @@ Operation update_message_receipt_status() {
        },
        {kOwn}},
       {"UpdateMessageReceiptStatusWithNothingToCover",
-       [](FilledStore& s, const Room& room) {
-         const int covered = s.count_in(room, "sent_status=3");
-         EXPECT_TRUE(s.store().update_message_receipt_status(room.id, room.type, room.newest.time));
-         EXPECT_EQ(s.count_in(room, "sent_status=3"), covered);
-         EXPECT_EQ(s.session(room, "receipt_time"), std::to_string(room.newest.time));
-       },
+       covers_nothing(""),
        {kLargest, kTiny, kReceived, kCovered}},
       {"UpdateMessageReceiptStatusAtTheFirstReceipt",
-       [](FilledStore& s, const Room& room) {
-         s.plant("update t_session set receipt_time=0");
-         const int covered = s.count_in(room, "sent_status=3");
-         EXPECT_TRUE(s.store().update_message_receipt_status(room.id, room.type, room.newest.time));
-         EXPECT_EQ(s.count_in(room, "sent_status=3"), covered);
-         EXPECT_EQ(s.session(room, "receipt_time"), std::to_string(room.newest.time));
-       },
+       covers_nothing("update t_session set receipt_time=0"),
        {kLargest, kTiny, kReceived, kCovered}},
       {"UpdateMessageReceiptStatusOfALateReceipt",
        [](FilledStore& s, const Room& room) {
@@ -202,15 +220,17 @@ Operation update_message_receipt_status() {
          EXPECT_EQ(s.count_in(room, "sent_status=3"), covered);
          EXPECT_EQ(s.session(room, "receipt_time"), receipt_time);
        },
-       {kLargest, kTiny, kReceived, kCovered}}};
-  op.growing = {{"UpdateMessageReceiptStatusOfAll", kChanged,
-                 [](FilledStore& s, const Room& room) {
-                   s.plant("update t_session set receipt_time=0");
-                   EXPECT_TRUE(
-                       s.store().update_message_receipt_status(room.id, room.type, kAfterAll));
-                   EXPECT_EQ(s.count_in(room, "sent_status=3"), room.messages);
-                 },
-                 kOwn}};
+       {kLargest, kTiny, kReceived, kCovered}},
+  };
+  op.growing = {
+      {"UpdateMessageReceiptStatusOfAll", kChanged,
+       [](FilledStore& s, const Room& room) {
+         s.plant("update t_session set receipt_time=0");
+         EXPECT_TRUE(s.store().update_message_receipt_status(room.id, room.type, kAfterAll));
+         EXPECT_EQ(s.count_in(room, "sent_status=3"), room.messages);
+       },
+       kOwn},
+  };
   return op;
 }
 
@@ -222,18 +242,23 @@ Operation set_message_content() {
        {{"update t_message set content=? where id=?", kByRowId}}},
       {"SetContentAndKind",
        [](CvDbSingleton& s) { s.set_message_content(1, "c", "CV:New"); },
-       {{"update t_message set content=?,object_name=?,is_mention=0 where id=?", kByRowId}}}};
+       {{"update t_message set content=?,object_name=?,is_mention=0 where id=?", kByRowId}}},
+  };
   op.calls = {
       {"SetContent",
        [](CvDbSingleton& s) {
          return text(s.set_message_content(1, std::string(9000, 'z'), "CV:New"));
        },
        [](Answers& a) { return text(a.done("update t_message set content=?,object_name=?")); },
-       {"false"}}};
-  op.flat = {{"SetMessageContent", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().set_message_content(room.middle.id, "changed", "CV:New"));
-                EXPECT_EQ(s.message(room.middle.id, "content,object_name"), "changed|CV:New");
-              }}};
+       {"false"}},
+  };
+  op.flat = {
+      {"SetMessageContent",
+       [](FilledStore& s, const Room& room) {
+         EXPECT_TRUE(s.store().set_message_content(room.middle.id, "changed", "CV:New"));
+         EXPECT_EQ(s.message(room.middle.id, "content,object_name"), "changed|CV:New");
+       }},
+  };
   return op;
 }
 
@@ -246,41 +271,52 @@ Operation get_client_uid_of_conversation() {
          s.get_client_uid("room", Corvan::CV_GROUP, uid);
        },
        {{"select client_uid from t_message where session_id=? and session_type=? and sent_status=0 order by sent_time desc limit 1",
-         kRowsByTime}}}};
-  op.calls = {{"ClientUidOfConversation",
-               [](CvDbSingleton& s) {
-                 int64_t uid = -7;
-                 s.get_client_uid("room", kRoom, uid);
-                 return text(uid);
-               },
-               [](Answers& a) { return text(a.row("select client_uid from t_message") ? 5 : -7); },
-               {"-7"}}};
-  op.flat = {{"GetClientUidOfAConversation",
-              [](FilledStore& s, const Room& room) {
-                int64_t uid = 0;
-                s.store().get_client_uid(room.id, room.type, uid);
-                EXPECT_EQ(std::to_string(uid), s.message(room.newest.id, "client_uid"));
-              },
-              {kLargest, kTiny, kOwn, kReceived}}};
-  op.growing = {{"GetClientUidAmongCoveredMessages", kPassed,
-                 [](FilledStore& s, const Room& room) {
-                   int64_t uid = -5;
-                   s.store().get_client_uid(room.id, room.type, uid);
-                   EXPECT_EQ(uid, -5);
-                 },
-                 kCovered}};
-  op.left_out = {{Suite::kThreads, "reads in one statement, as the others do"}};
+         kRowsByTime}}},
+  };
+  op.calls = {
+      {"ClientUidOfConversation",
+       [](CvDbSingleton& s) {
+         int64_t uid = -7;
+         s.get_client_uid("room", kRoom, uid);
+         return text(uid);
+       },
+       [](Answers& a) { return text(a.row("select client_uid from t_message") ? 5 : -7); },
+       {"-7"}},
+  };
+  op.flat = {
+      {"GetClientUidOfAConversation",
+       [](FilledStore& s, const Room& room) {
+         int64_t uid = 0;
+         s.store().get_client_uid(room.id, room.type, uid);
+         EXPECT_EQ(std::to_string(uid), s.message(room.newest.id, "client_uid"));
+       },
+       {kLargest, kTiny, kOwn, kReceived}},
+  };
+  op.growing = {
+      {"GetClientUidAmongCoveredMessages", kPassed,
+       [](FilledStore& s, const Room& room) {
+         int64_t uid = -5;
+         s.store().get_client_uid(room.id, room.type, uid);
+         EXPECT_EQ(uid, -5);
+       },
+       kCovered},
+  };
+  op.left_out = {
+      {Suite::kThreads, "reads in one statement, as the others do"},
+  };
   return op;
 }
 
 Operation get_client_uid_of_message() {
   Operation op("get_client_uid", Commits::kNothing, "(message)");
-  op.statements = {{"ClientUidOfMessage",
-                    [](CvDbSingleton& s) {
-                      int64_t uid = 0;
-                      s.get_client_uid(1, uid);
-                    },
-                    {{"select client_uid from t_message where id=?", kByRowId}}}};
+  op.statements = {
+      {"ClientUidOfMessage",
+       [](CvDbSingleton& s) {
+         int64_t uid = 0;
+         s.get_client_uid(1, uid);
+       },
+       {{"select client_uid from t_message where id=?", kByRowId}}},
+  };
   op.calls = {
       {"ClientUidOfMessage",
        [](CvDbSingleton& s) {
@@ -292,82 +328,19 @@ Operation get_client_uid_of_message() {
          return text(a.row("select client_uid from t_message where id=?") ? 6 : -7);
        },
        {"-7",
-        {"2 void Corvan::CvDbSingleton::get_client_uid(int64_t, int64_t &): get_client_uid: begin,msg_id_: 3"}}}};
-  op.flat = {{"GetClientUidOfAMessage", [](FilledStore& s, const Room& room) {
-                int64_t uid = 0;
-                s.store().get_client_uid(room.middle.id, uid);
-                EXPECT_EQ(std::to_string(uid), s.message(room.middle.id, "client_uid"));
-              }}};
-  op.left_out = {{Suite::kThreads, "reads in one statement, as the others do"}};
-  return op;
-}
-
-Operation set_sendtime() {
-  Operation op("set_sendtime", Commits::kOnce);
-  op.statements = {{"SetSendtimeUidOnly",
-                    [](CvDbSingleton& s) { s.set_sendtime(2, 0, "u", -1); },
-                    {{"update t_message set sent_status=2,server_uid=? where id=?", kByRowId}}}};
-  op.calls = {
-      {"SetSendtime",
-       [](CvDbSingleton& s) { return text(s.set_sendtime(3, 0, "", 7)); },
-       [](Answers& a) { return text(a.run("update t_message set sent_status=2 where id=?")); },
-       {"-1"}}};
-  op.flat = {{"SetSendtime", [](FilledStore& s, const Room& room) {
-                EXPECT_EQ(s.store().set_sendtime(room.middle.id, kAfterAll, "named", 1), kDone);
-                EXPECT_EQ(s.message(room.middle.id, "sent_status,server_uid,sent_time"),
-                          "2|named|900000");
-              }}};
-  op.left_out = {{Suite::kGrowth, "part of set_send_time()"},
-                 {Suite::kKill, "part of set_send_time()"}};
-  return op;
-}
-
-Operation common_message_int() {
-  Operation op("common_message_int", Commits::kOnce);
-  op.statements = {{"CommonInt",
-                    [](CvDbSingleton& s) {
-                      s.common_message_int(1, 5, "update t_message set sent_status=? where id=?");
-                    },
-                    {{"update t_message set sent_status=? where id=?", kByRowId}}}};
-  op.calls = {{"CommonInt",
-               [](CvDbSingleton& s) {
-                 return text(
-                     s.common_message_int(2, 9, "update t_message set read_status=? where id=?"));
-               },
-               [](Answers& a) { return text(a.done("update t_message set read_status=?")); },
-               {"false"}}};
-  op.flat = {{"CommonMessageInt", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().common_message_int(
-                    room.middle.id, 9, "update t_message set read_status=? where id=?"));
-                EXPECT_EQ(s.message(room.middle.id, "read_status"), "9");
-              }}};
-  op.left_out = {{Suite::kGrowth, "runs the caller's statement"},
-                 {Suite::kKill, "runs the caller's statement"}};
-  return op;
-}
-
-Operation common_message_text() {
-  Operation op("common_message_text", Commits::kOnce);
-  op.statements = {{"CommonText",
-                    [](CvDbSingleton& s) {
-                      s.common_message_text(1, "x", "update t_message set content=? where id=?");
-                    },
-                    {{"update t_message set content=? where id=?", kByRowId}}}};
-  op.calls = {{"CommonText",
-               [](CvDbSingleton& s) {
-                 return text(
-                     s.common_message_text(2, "v", "update t_message set server_uid=? where id=?"));
-               },
-               [](Answers& a) { return text(a.done("update t_message set server_uid=?")); },
-               {"false"}}};
-  op.flat = {{"CommonMessageText", [](FilledStore& s, const Room& room) {
-                EXPECT_TRUE(s.store().common_message_text(
-                    room.middle.id, "changed", "update t_message set content=? where id=?"));
-                EXPECT_EQ(s.message(room.middle.id, "content"), "changed");
-              }}};
-  op.left_out = {{Suite::kThreads, "as common_message_int()"},
-                 {Suite::kGrowth, "runs the caller's statement"},
-                 {Suite::kKill, "runs the caller's statement"}};
+        {"2 void Corvan::CvDbSingleton::get_client_uid(int64_t, int64_t &): get_client_uid: begin,msg_id_: 3"}}},
+  };
+  op.flat = {
+      {"GetClientUidOfAMessage",
+       [](FilledStore& s, const Room& room) {
+         int64_t uid = 0;
+         s.store().get_client_uid(room.middle.id, uid);
+         EXPECT_EQ(std::to_string(uid), s.message(room.middle.id, "client_uid"));
+       }},
+  };
+  op.left_out = {
+      {Suite::kThreads, "reads in one statement, as the others do"},
+  };
   return op;
 }
 
@@ -380,10 +353,7 @@ Operations operations_of_message_state() {
           update_message_receipt_status(),
           set_message_content(),
           get_client_uid_of_conversation(),
-          get_client_uid_of_message(),
-          set_sendtime(),
-          common_message_int(),
-          common_message_text()};
+          get_client_uid_of_message()};
 }
 
 }  // namespace corvan_test

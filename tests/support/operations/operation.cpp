@@ -32,10 +32,11 @@ Operations all_operations(const std::string& folder) {
   Operations all = operations_of_lifecycle(folder);
   for (Operations (*section)() :
        {operations_of_transactions, operations_of_saving, operations_of_duplicate_tests,
-        operations_of_message_state, operations_of_deleting, operations_of_message_queries,
-        operations_of_history, operations_of_read_state, operations_of_conversation_settings,
-        operations_of_conversation_rows, operations_of_conversation_list, operations_of_counters,
-        operations_of_unread_sums, operations_of_statement_layer}) {
+        operations_of_message_state, operations_of_message_state_blocks, operations_of_deleting,
+        operations_of_message_queries, operations_of_history, operations_of_read_state,
+        operations_of_conversation_settings, operations_of_conversation_rows,
+        operations_of_conversation_list, operations_of_conversation_list_blocks,
+        operations_of_counters, operations_of_unread_sums, operations_of_statement_layer}) {
     Operations more = section();
     std::move(more.begin(), more.end(), std::back_inserter(all));
   }

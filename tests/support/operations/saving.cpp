@@ -44,7 +44,8 @@ Operation save_message() {
        {kByServerUid, kByClientKey, kComplete}},
       {"SaveFetchedOlder",
        [](CvDbSingleton& s) { save(s, NewMessage().at(1).client(5).named("x").fetched()); },
-       {kByServerUid, kInsertMessage, kSessionExists, kReadSession}}};
+       {kByServerUid, kInsertMessage, kSessionExists, kReadSession}},
+  };
   op.calls = {
       {"SaveFirstOfConversation",
        [](CvDbSingleton& s) {
@@ -90,7 +91,8 @@ Operation save_message() {
          }
          return text(id);
        },
-       {"-1"}}};
+       {"-1"}},
+  };
   op.flat = {
       {"SaveMessage",
        [](FilledStore& s, const Room& room) {
@@ -125,13 +127,15 @@ Operation save_message() {
          const UpdateValue key = key_of(s, room, room.newest.id);
          EXPECT_EQ(s.save(message_in(room).from(key.sender_).client(key.client_uid_)), -1);
        }},
-      {"SaveMessageThatCompletes", [](FilledStore& s, const Room& room) {
+      {"SaveMessageThatCompletes",
+       [](FilledStore& s, const Room& room) {
          const UpdateValue key = key_of(s, room, room.newest.id);
          s.plant("update t_message set server_uid='' where id=" + std::to_string(room.newest.id));
          EXPECT_EQ(s.save(message_in(room).from(key.sender_).client(key.client_uid_)),
                    room.newest.id);
          EXPECT_EQ(s.message(room.newest.id, "server_uid"), "new in " + room.id);
-       }}};
+       }},
+  };
   return op;
 }
 
@@ -149,45 +153,51 @@ Operation save_message_batch() {
          s.save_message(batch);
        },
        {{"insert into t_message(session_id,session_type,object_name,sender,content,direction,read_status,sent_status,sent_time,client_uid,server_uid) values(?,?,?,?,?,?,?,?,?,?,?)",
-         kNoPlan}}}};
-  op.calls = {{"SaveBatch",
-               [](CvDbSingleton& s) {
-                 std::vector<std::unique_ptr<MessageResponse>> batch;
-                 for (int i = 0; i < 3; ++i) {
-                   batch.push_back(std::make_unique<MessageResponse>());
-                   batch.back()->session_id_ = "room";
-                   batch.back()->session_type_ = kRoom;
-                   batch.back()->msg_id_ = -1;
-                   batch.back()->is_store_ = true;
-                 }
-                 const bool saved = s.save_message(batch);
-                 return text(saved, batch[0]->msg_id_, batch[1]->msg_id_, batch[2]->msg_id_);
-               },
-               [](Answers& a) {
-                 const char* const insert = "insert into t_message(";
-                 if (!a.prepared(insert)) return a.run(insert), text(false, -1, -1, -1);
-                 std::string ids;
-                 for (int i = 0; i < 3; ++i) {
-                   a.run(insert);
-                   ids += (i > 0 ? ", " : "") + text(a.last_row_id());
-                 }
-                 return text(true, ids);
-               },
-               {"false, -1, -1, -1"}}};
-  op.flat = {{"SaveMessageBatch", [](FilledStore& s, const Room& room) {
-                std::vector<std::unique_ptr<MessageResponse>> batch;
-                for (int i = 0; i < 3; ++i) {
-                  auto m = std::make_unique<MessageResponse>();
-                  m->session_id_ = room.id;
-                  m->session_type_ = room.type;
-                  m->msg_id_ = -1;
-                  m->is_store_ = true;
-                  m->sent_time_ = kAfterAll;
-                  batch.push_back(std::move(m));
-                }
-                EXPECT_TRUE(s.store().save_message(batch));
-                EXPECT_EQ(s.count_in(room), room.messages + 3);
-              }}};
+         kNoPlan}}},
+  };
+  op.calls = {
+      {"SaveBatch",
+       [](CvDbSingleton& s) {
+         std::vector<std::unique_ptr<MessageResponse>> batch;
+         for (int i = 0; i < 3; ++i) {
+           batch.push_back(std::make_unique<MessageResponse>());
+           batch.back()->session_id_ = "room";
+           batch.back()->session_type_ = kRoom;
+           batch.back()->msg_id_ = -1;
+           batch.back()->is_store_ = true;
+         }
+         const bool saved = s.save_message(batch);
+         return text(saved, batch[0]->msg_id_, batch[1]->msg_id_, batch[2]->msg_id_);
+       },
+       [](Answers& a) {
+         const char* const insert = "insert into t_message(";
+         if (!a.prepared(insert)) return a.run(insert), text(false, -1, -1, -1);
+         std::string ids;
+         for (int i = 0; i < 3; ++i) {
+           a.run(insert);
+           ids += (i > 0 ? ", " : "") + text(a.last_row_id());
+         }
+         return text(true, ids);
+       },
+       {"false, -1, -1, -1"}},
+  };
+  op.flat = {
+      {"SaveMessageBatch",
+       [](FilledStore& s, const Room& room) {
+         std::vector<std::unique_ptr<MessageResponse>> batch;
+         for (int i = 0; i < 3; ++i) {
+           auto m = std::make_unique<MessageResponse>();
+           m->session_id_ = room.id;
+           m->session_type_ = room.type;
+           m->msg_id_ = -1;
+           m->is_store_ = true;
+           m->sent_time_ = kAfterAll;
+           batch.push_back(std::move(m));
+         }
+         EXPECT_TRUE(s.store().save_message(batch));
+         EXPECT_EQ(s.count_in(room), room.messages + 3);
+       }},
+  };
   return op;
 }
 

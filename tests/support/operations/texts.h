@@ -194,6 +194,11 @@ inline Text messages_of_page(const std::string& ids) {
   return {kMessagesOfPage + ids + ")", kByRowId};
 }
 
+// A page of the conversation list, with its kinds and conditions.
+inline Text session_page(const std::string& conditions, const QueryPlan& plan) {
+  return {kSessionPage + conditions + " order by is_top desc,session_time desc limit ?", plan};
+}
+
 }  // namespace corvan_test
 
 #endif  // TESTS_SUPPORT_OPERATIONS_TEXTS_H_

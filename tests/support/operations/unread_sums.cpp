@@ -46,56 +46,70 @@ std::function<void(CvDbSingleton&)> by_kind(const std::vector<SessionType>& kind
 
 Operation get_total_unread_count() {
   Operation op("get_total_unread_count", Commits::kNothing);
-  op.statements = {{"TotalUnread",
-                    [](CvDbSingleton& s) {
-                      int32_t unread = 0;
-                      s.get_total_unread_count(unread);
-                    },
-                    {{"select sum(unread_count) from t_session", kSumOfCounters}}}};
-  op.calls = {{"TotalUnread",
-               [](CvDbSingleton& s) {
-                 int32_t unread = -7;
-                 const bool read = s.get_total_unread_count(unread);
-                 return text(read, unread);
-               },
-               [](Answers& a) {
-                 const int rows = a.rows("select sum(unread_count) from t_session");
-                 return text(rows >= 0, rows > 0 ? 61 : -7);
-               },
-               {"false, -7"}}};
-  op.growing = {{"GetTotalUnreadCount", kSummed, [](FilledStore& s, const Room&) {
-                   int32_t unread = 0;
-                   EXPECT_TRUE(s.store().get_total_unread_count(unread));
-                   EXPECT_EQ(unread, 4 * s.count("t_session"));
-                 }}};
+  op.statements = {
+      {"TotalUnread",
+       [](CvDbSingleton& s) {
+         int32_t unread = 0;
+         s.get_total_unread_count(unread);
+       },
+       {{"select sum(unread_count) from t_session", kSumOfCounters}}},
+  };
+  op.calls = {
+      {"TotalUnread",
+       [](CvDbSingleton& s) {
+         int32_t unread = -7;
+         const bool read = s.get_total_unread_count(unread);
+         return text(read, unread);
+       },
+       [](Answers& a) {
+         const int rows = a.rows("select sum(unread_count) from t_session");
+         return text(rows >= 0, rows > 0 ? 61 : -7);
+       },
+       {"false, -7"}},
+  };
+  op.growing = {
+      {"GetTotalUnreadCount", kSummed,
+       [](FilledStore& s, const Room&) {
+         int32_t unread = 0;
+         EXPECT_TRUE(s.store().get_total_unread_count(unread));
+         EXPECT_EQ(unread, 4 * s.count("t_session"));
+       }},
+  };
   return op;
 }
 
 Operation get_unread_count() {
   Operation op("get_unread_count", Commits::kNothing);
-  op.statements = {{"UnreadOfSession",
-                    [](CvDbSingleton& s) {
-                      int32_t unread = 0;
-                      s.get_unread_count("room", Corvan::CV_GROUP, unread);
-                    },
-                    {{"select unread_count from t_session where session_id=? and session_type=?",
-                      kBySessionKey}}}};
-  op.calls = {{"UnreadOfConversation",
-               [](CvDbSingleton& s) {
-                 int32_t unread = -7;
-                 const bool read = s.get_unread_count("peer", kPeer, unread);
-                 return text(read, unread);
-               },
-               [](Answers& a) {
-                 const int rows = a.rows("select unread_count from t_session");
-                 return text(rows >= 0, rows > 0 ? 60 : -7);
-               },
-               {"false, -7"}}};
-  op.flat = {{"GetUnreadCount", [](FilledStore& s, const Room& room) {
-                int32_t unread = 0;
-                EXPECT_TRUE(s.store().get_unread_count(room.id, room.type, unread));
-                EXPECT_EQ(unread, 4);
-              }}};
+  op.statements = {
+      {"UnreadOfSession",
+       [](CvDbSingleton& s) {
+         int32_t unread = 0;
+         s.get_unread_count("room", Corvan::CV_GROUP, unread);
+       },
+       {{"select unread_count from t_session where session_id=? and session_type=?",
+         kBySessionKey}}},
+  };
+  op.calls = {
+      {"UnreadOfConversation",
+       [](CvDbSingleton& s) {
+         int32_t unread = -7;
+         const bool read = s.get_unread_count("peer", kPeer, unread);
+         return text(read, unread);
+       },
+       [](Answers& a) {
+         const int rows = a.rows("select unread_count from t_session");
+         return text(rows >= 0, rows > 0 ? 60 : -7);
+       },
+       {"false, -7"}},
+  };
+  op.flat = {
+      {"GetUnreadCount",
+       [](FilledStore& s, const Room& room) {
+         int32_t unread = 0;
+         EXPECT_TRUE(s.store().get_unread_count(room.id, room.type, unread));
+         EXPECT_EQ(unread, 4);
+       }},
+  };
   return op;
 }
 
@@ -107,30 +121,38 @@ Operation get_message_count() {
          int32_t count = 0;
          s.get_message_count("room", Corvan::CV_GROUP, count);
        },
-       {{"select count(id) from t_message where session_id=? and session_type=?", kIdsOfSession}}}};
-  op.calls = {{"MessageCount",
-               [](CvDbSingleton& s) {
-                 int32_t count = -7;
-                 const bool read = s.get_message_count("peer", kPeer, count);
-                 return text(read, count);
-               },
-               [](Answers& a) {
-                 const int rows = a.rows("select count(id) from t_message");
-                 return text(rows >= 0, rows > 0 ? 60 : -7);
-               },
-               {"false, -7"}}};
-  op.flat = {{"GetMessageCount",
-              [](FilledStore& s, const Room& room) {
-                int32_t count = 0;
-                EXPECT_TRUE(s.store().get_message_count(room.id, room.type, count));
-                EXPECT_EQ(count, kTinyMessages);
-              },
-              {kTiny}}};
-  op.growing = {{"GetMessageCountOfTheLargest", kCounted, [](FilledStore& s, const Room& room) {
-                   int32_t count = 0;
-                   EXPECT_TRUE(s.store().get_message_count(room.id, room.type, count));
-                   EXPECT_EQ(count, room.messages);
-                 }}};
+       {{"select count(id) from t_message where session_id=? and session_type=?", kIdsOfSession}}},
+  };
+  op.calls = {
+      {"MessageCount",
+       [](CvDbSingleton& s) {
+         int32_t count = -7;
+         const bool read = s.get_message_count("peer", kPeer, count);
+         return text(read, count);
+       },
+       [](Answers& a) {
+         const int rows = a.rows("select count(id) from t_message");
+         return text(rows >= 0, rows > 0 ? 60 : -7);
+       },
+       {"false, -7"}},
+  };
+  op.flat = {
+      {"GetMessageCount",
+       [](FilledStore& s, const Room& room) {
+         int32_t count = 0;
+         EXPECT_TRUE(s.store().get_message_count(room.id, room.type, count));
+         EXPECT_EQ(count, kTinyMessages);
+       },
+       {kTiny}},
+  };
+  op.growing = {
+      {"GetMessageCountOfTheLargest", kCounted,
+       [](FilledStore& s, const Room& room) {
+         int32_t count = 0;
+         EXPECT_TRUE(s.store().get_message_count(room.id, room.type, count));
+         EXPECT_EQ(count, room.messages);
+       }},
+  };
   return op;
 }
 
@@ -156,33 +178,37 @@ Operation get_cate_unread_count() {
       {"UnreadOfKindsUnmuted",
        by_kind({Corvan::CV_PRIVATE, Corvan::CV_GROUP}, false),
        {{"select sum(unread_count) from t_session where silence=0 and session_type in(1,2)",
-         kSumOfCounters}}}};
-  op.calls = {{"UnreadOfKinds",
-               [](CvDbSingleton& s) {
-                 int32_t unread = -7;
-                 const bool read = s.get_cate_unread_count({Corvan::CV_GROUP}, unread, false);
-                 return text(read, unread);
-               },
-               [](Answers& a) {
-                 const int rows =
-                     a.rows("select sum(unread_count) from t_session where silence=0 and");
-                 return text(rows >= 0, rows > 0 ? 1 : -7);
-               },
-               {"false, -7"}},
-              {"UnreadOfAllKinds",
-               [](CvDbSingleton& s) {
-                 int32_t unread = -7;
-                 const bool read = s.get_cate_unread_count({}, unread, true);
-                 return text(read, unread);
-               },
-               {},
-               {"false, -7"}}};
-  op.growing = {{"GetCateUnreadCount", kSummed, unread_of({}, true, "1")},
-                {"GetCateUnreadCountWithoutTheMuted", kSummed, unread_of({}, false, "silence=0")},
-                {"GetCateUnreadCountOfOneKind", kSummed,
-                 unread_of({Corvan::CV_GROUP}, true, "session_type=2")},
-                {"GetCateUnreadCountOfTwoKindsWithoutTheMuted", kSummed,
-                 unread_of(kTwoKinds, false, "session_type in(1,2) and silence=0")}};
+         kSumOfCounters}}},
+  };
+  op.calls = {
+      {"UnreadOfKinds",
+       [](CvDbSingleton& s) {
+         int32_t unread = -7;
+         const bool read = s.get_cate_unread_count({Corvan::CV_GROUP}, unread, false);
+         return text(read, unread);
+       },
+       [](Answers& a) {
+         const int rows = a.rows("select sum(unread_count) from t_session where silence=0 and");
+         return text(rows >= 0, rows > 0 ? 1 : -7);
+       },
+       {"false, -7"}},
+      {"UnreadOfAllKinds",
+       [](CvDbSingleton& s) {
+         int32_t unread = -7;
+         const bool read = s.get_cate_unread_count({}, unread, true);
+         return text(read, unread);
+       },
+       {},
+       {"false, -7"}},
+  };
+  op.growing = {
+      {"GetCateUnreadCount", kSummed, unread_of({}, true, "1")},
+      {"GetCateUnreadCountWithoutTheMuted", kSummed, unread_of({}, false, "silence=0")},
+      {"GetCateUnreadCountOfOneKind", kSummed,
+       unread_of({Corvan::CV_GROUP}, true, "session_type=2")},
+      {"GetCateUnreadCountOfTwoKindsWithoutTheMuted", kSummed,
+       unread_of(kTwoKinds, false, "session_type in(1,2) and silence=0")},
+  };
   return op;
 }
 
@@ -198,23 +224,27 @@ Operation get_unread_mention_count() {
        },
        {{"select sum(unread_count),sum(mention_count) from t_session", kSumOfCounters},
         {"select sum(unread_count),sum(mention_count) from t_session where session_type in(2)",
-         kSumOfOneKind}}}};
-  op.calls = {{"UnreadAndMentions",
-               [](CvDbSingleton& s) {
-                 int32_t unread = -7;
-                 int32_t mention = -7;
-                 const bool read = s.get_unread_mention_count({}, unread, mention);
-                 return text(read, unread, mention);
-               },
-               [](Answers& a) {
-                 const int rows =
-                     a.rows("select sum(unread_count),sum(mention_count) from t_session");
-                 return rows > 0 ? text(true, 61, 1) : text(rows == 0, -7, -7);
-               },
-               {"false, -7, -7"}}};
-  op.growing = {{"GetUnreadMentionCount", kSummed, unread_and_mentions_of({}, "1")},
-                {"GetUnreadMentionCountOfTwoKinds", kSummed,
-                 unread_and_mentions_of(kTwoKinds, "session_type in(1,2)")}};
+         kSumOfOneKind}}},
+  };
+  op.calls = {
+      {"UnreadAndMentions",
+       [](CvDbSingleton& s) {
+         int32_t unread = -7;
+         int32_t mention = -7;
+         const bool read = s.get_unread_mention_count({}, unread, mention);
+         return text(read, unread, mention);
+       },
+       [](Answers& a) {
+         const int rows = a.rows("select sum(unread_count),sum(mention_count) from t_session");
+         return rows > 0 ? text(true, 61, 1) : text(rows == 0, -7, -7);
+       },
+       {"false, -7, -7"}},
+  };
+  op.growing = {
+      {"GetUnreadMentionCount", kSummed, unread_and_mentions_of({}, "1")},
+      {"GetUnreadMentionCountOfTwoKinds", kSummed,
+       unread_and_mentions_of(kTwoKinds, "session_type in(1,2)")},
+  };
   return op;
 }
 
