@@ -1,0 +1,37 @@
+// Messages whose every text follows from a key, so that half a row, or half an update, shows.
+
+#ifndef TESTS_THREADS_KEYED_MESSAGES_H_
+#define TESTS_THREADS_KEYED_MESSAGES_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/support/store_test.h"
+
+namespace corvan_test {
+
+// The kinds of message; each has a body of its own.
+constexpr const char* kText = "CV:TxtMsg";
+constexpr const char* kEdited = "CV:EditMsg";
+
+std::string body(const std::string& key, const std::string& kind);
+
+// Whether all texts of a message follow from the same key.
+bool whole(const std::string& content, const std::string& kind, const std::string& sender);
+bool whole(const Corvan::MessageResponse& m);
+
+NewMessage message(const std::string& key);
+
+int64_t save_into(Corvan::CvDbSingleton& store, const NewMessage& m);
+
+// What the log must hold after a run.
+struct Expected {
+  std::size_t stored = 0;         // saves that inserted
+  std::vector<std::string> seen;  // server uids of saves that were refused
+};
+
+}  // namespace corvan_test
+
+#endif  // TESTS_THREADS_KEYED_MESSAGES_H_
