@@ -1,5 +1,5 @@
-// The operations that random sequences are made of: all that the store has for messages,
-// conversations, counters, transactions and sync times, and what happens around them.
+// Runs the operations that random sequences are made of: those on messages, conversations,
+// counters, transactions and sync times, and what happens around them.
 
 #ifndef TESTS_MODEL_OPERATIONS_H_
 #define TESTS_MODEL_OPERATIONS_H_
@@ -14,8 +14,8 @@ namespace corvan_test {
 // from the step's number and from the rows that the model holds.
 void run_operation(Step& step);
 
-// A number that names its operation by the place in their table, counted around its end; `picks`
-// chooses the arguments. Other numbers, which are larger, choose the operation by its weight.
+// A step's number that names the operation by its place in the lists, modulo their length; `picks`
+// chooses the arguments. Larger numbers choose the operation by weight.
 uint64_t operation_number(uint8_t place, uint16_t picks);
 
 }  // namespace corvan_test

@@ -80,4 +80,17 @@ bool full(std::size_t size, int32_t limit) {
   return limit >= 0 && size >= static_cast<std::size_t>(limit);
 }
 
+std::string sql_text(const std::string& value) {
+  std::string literal = "'";
+  for (const char c : value) {
+    literal += c;
+    if (c == '\'') literal += c;
+  }
+  return literal + "'";
+}
+
+std::string sql_text(int64_t value) {
+  return std::to_string(value);
+}
+
 }  // namespace corvan_test

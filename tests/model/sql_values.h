@@ -30,6 +30,10 @@ std::optional<std::set<int64_t>> number_list(const std::string& text);
 void append(std::string& list, const std::string& element);
 std::string kind_list(const std::vector<Corvan::SessionType>& entry);
 
+// A value as a literal of a statement.
+std::string sql_text(const std::string& value);
+std::string sql_text(int64_t value);
+
 // Whether `kind` is listed; true for every kind if none is listed.
 bool among(const std::vector<Corvan::SessionType>& entry, int64_t kind);
 
