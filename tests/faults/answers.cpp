@@ -12,7 +12,7 @@ namespace {
 
 bool watching = false;
 std::vector<corvan_test::Answer> answers;
-std::map<sqlite3_stmt*, std::size_t> open_answers;  // the answer of each statement that is prepared
+std::map<sqlite3_stmt*, std::size_t> open_answers;  // index into `answers` by prepared statement
 
 void note_prepare(const char* sql, int code, sqlite3_stmt* stmt) {
   const corvan_test::Uncounted uncounted;
@@ -33,7 +33,7 @@ void note_step(sqlite3_stmt* stmt, int code) {
   answer.in_transaction = sqlite3_get_autocommit(db) == 0;
 }
 
-// Its values, before a step may take the memory that they lie in.
+// Records the bound values before the step, which may release their memory.
 void note_values(sqlite3_stmt* stmt) {
   const corvan_test::Uncounted uncounted;
   const auto found = open_answers.find(stmt);

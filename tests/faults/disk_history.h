@@ -20,22 +20,22 @@ namespace corvan_test {
 // Messages being sent (1) read as failed (2): opening marks them so.
 using StoreState = std::vector<std::string>;
 
-// The SQL that reads it.
+// The SQL that reads a StoreState.
 extern const char* const kStoreState;
 
-// Of a store that was just created; a file without a schema will be one at its next opening.
+// The state of a new store. A file without a schema becomes one at its next opening.
 const StoreState& new_store_state();
 
 // Opens the store on the folder, for the user "me".
 bool open_store(const std::string& folder);
 
 struct History {
-  // What was committed after so many events.
+  // The content that was committed after `event` events.
   struct State {
     std::size_t event;
     StoreState content;
   };
-  // After so many events the caller knew that the store had got as far as this state.
+  // After `event` events the caller knew that the store had reached this state.
   struct Acknowledged {
     std::size_t event;
     std::size_t state;
@@ -45,13 +45,13 @@ struct History {
   std::vector<State> states;  // the first one is that of record.start
   std::vector<Acknowledged> acknowledged;
 
-  // The first and the last state that a loss of power after so many events may leave: from what was
-  // acknowledged by then up to the commit that was under way.
+  // The first and last state that a loss of power after so many events may leave: from the last
+  // acknowledged state to that of the commit under way.
   std::pair<std::size_t, std::size_t> allowed(std::size_t event) const;
 };
 
-// A closed store in a folder of its own whose work on the disk is written down, with the state
-// after each commit. One at a time.
+// Records what a store in a temporary folder does to the disk, and its state after each commit.
+// Only one object may exist at a time.
 class Recording {
  public:
   explicit Recording(const DiskImage& start,
@@ -63,10 +63,10 @@ class Recording {
   Corvan::CvDbSingleton& store() { return *Corvan::CvDbSingleton::get_instance(); }
   std::string file(const std::string& name) const { return folder_.file(name); }
 
-  // Opens the store, which is acknowledged then.
+  // Opens the store, then acknowledges.
   void open();
 
-  // The store has returned: its caller relies on all that was done until now.
+  // Notes that the store has returned: from here the caller relies on everything done so far.
   void acknowledge();
 
   // Runs `call`, then acknowledges.
@@ -76,8 +76,8 @@ class Recording {
     acknowledge();
   }
 
-  // Ends the recording, closes the store and reads the states from the record. Throws when the
-  // record is not what is in the folder.
+  // Ends the recording, closes the store and reads the states from the record. Throws if the record
+  // does not match the folder.
   History finish();
 
   // The linker's wrapper calls it after each step that left the store outside of a transaction.

@@ -1,10 +1,10 @@
 // What the disk may hold after a loss of power.
 //
-// Durable is what was synced: of a file's content all that was done to it before its last sync, of
-// the folder's entries (a file that was created, one that was deleted) all before the folder's last
-// sync. The rest is pending: each write and truncation may have reached the disk or not, whatever
-// became of the others, and of a write any sectors of it. The pending changes of one entry reach
-// the disk in their order; the entries are independent of each other.
+// Synced changes are durable: the changes of a file's content before the last sync of the file, and
+// the created and deleted entries before the last sync of the folder. The rest is pending. Each
+// pending write or truncation reaches the disk or not, independently of the others; of a write any
+// sectors may reach it. The pending changes of one entry reach the disk in order; entries are
+// independent of each other.
 
 #ifndef TESTS_FAULTS_DISK_IMAGES_H_
 #define TESTS_FAULTS_DISK_IMAGES_H_
@@ -22,13 +22,13 @@
 namespace corvan_test {
 
 // The part of one pending write that reached the disk: its bytes from `begin` to before `end`. A
-// truncation is kept when there is any.
+// truncation counts as kept if the part is not empty.
 struct KeptPart {
   std::size_t begin;
   std::size_t end;
 };
 
-// What became of all that was pending.
+// What became of the pending changes.
 struct Fate {
   std::string name;
   std::vector<KeptPart> changes;               // one for each of Disk::changes(), in their order
@@ -55,8 +55,8 @@ class Disk {
   // The pending writes and truncations, oldest first.
   const std::vector<const DiskEvent*>& changes() const { return changes_; }
 
-  // All dropped, all kept, all but the first and but the last, the last one torn, content without
-  // entries and entries without content, random subsets.
+  // The fates to try: all changes dropped, all kept, all but the first, all but the last, the last
+  // one torn, content without entries, entries without content, and random subsets.
   std::vector<Fate> fates(const FateBounds& bounds, std::mt19937_64& random) const;
 
   Fate all_kept() const { return fate("all pending kept", true, true); }

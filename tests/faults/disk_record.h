@@ -1,5 +1,5 @@
-// Writes down, in order, all that SQLite does to the files of one folder, so that what a loss of
-// power at any moment would have left of them can be built afterwards (disk_images.h).
+// Records, in order, everything that SQLite does to the files of one folder. From the record,
+// disk_images.h builds what a loss of power at any moment would have left.
 
 #ifndef TESTS_FAULTS_DISK_RECORD_H_
 #define TESTS_FAULTS_DISK_RECORD_H_
@@ -39,17 +39,17 @@ struct DiskRecord {
   std::vector<DiskEvent> events;
 };
 
-// SQLite's default file system while it lives. One folder holds all files that are opened
-// meanwhile.
+// SQLite's default file system while it exists. All files that are opened meanwhile must be in one
+// folder.
 class DiskRecorder : public VfsShim {
  public:
-  enum class Syncs { kCounted, kIgnored };  // ignored: carried out, and not written down
+  enum class Syncs { kCounted, kIgnored };  // ignored: carried out but not recorded
 
   explicit DiskRecorder(DiskImage start, Syncs syncs = Syncs::kCounted);
 
   const DiskRecord& record() const { return record_; }
 
-  // From now on nothing is written down, whatever happens.
+  // Stops recording.
   void end() { ended_ = true; }
 
   int open(const char* path, ShimFile& file, int flags, int* out_flags) override;

@@ -1,6 +1,6 @@
-// Operations that report a failure although their change is stored after a restart: the sync at the
-// end of their commit failed, and their pages are already in the write-ahead log with the mark of a
-// commit. docs/reliability.md tells callers what to do about it.
+// Operations that report a failure although their change is stored after a restart: the sync of
+// their commit failed, but their pages and the commit mark are already in the write-ahead log.
+// docs/reliability.md tells callers what to do.
 
 #include <sqlite3.h>
 
@@ -13,7 +13,7 @@
 namespace corvan_test {
 namespace {
 
-// Lets syncs of the write-ahead log fail while it is told to.
+// Makes syncs of the write-ahead log fail on demand.
 class FailingSync : public VfsShim {
  public:
   int sync(ShimFile& file, int flags) override {
@@ -32,10 +32,10 @@ class FalseFailure : public StoreTest {
   }
   void TearDown() override {
     StoreTest::TearDown();
-    Corvan::CvDbSingleton::delete_instance();  // before the file system goes
+    Corvan::CvDbSingleton::delete_instance();  // before the file system is destroyed
   }
 
-  // Runs the operation while the log cannot be synced.
+  // Runs the operation while syncs of the log fail.
   template <typename Operation>
   auto without_sync(const Operation& operation) {
     disk_.failing = true;
@@ -48,7 +48,7 @@ class FalseFailure : public StoreTest {
     return without_sync([&] { return save(message); });
   }
 
-  // Goes on as the next process does when this one is killed now: on the files as they are.
+  // Continues like the next process would after a kill: on the files as they are.
   void restart() {
     std::filesystem::copy_file(folder.file("corvan"), later_.file("corvan"));
     std::filesystem::copy_file(folder.file("corvan-wal"), later_.file("corvan-wal"));

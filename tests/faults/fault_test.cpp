@@ -1,6 +1,6 @@
-// Every call that SQLite makes of the file system fails in turn, in every operation; then any two.
-// Environment: CORVAN_FAULT_SHARE tries one call of so many, CORVAN_FAULT_PAIRS so many pairs,
-// CORVAN_FAULT_SEED others.
+// Every file system call of SQLite fails in turn, in every operation; then pairs of calls fail.
+// Environment: CORVAN_FAULT_SHARE tries one call in so many, CORVAN_FAULT_PAIRS is the number of
+// pairs, CORVAN_FAULT_SEED chooses them.
 
 #include <gtest/gtest.h>
 
@@ -50,7 +50,7 @@ const Failure kFailures[] = {
     {"RemoveFails", DiskCall::kRemove, SQLITE_IOERR_DELETE},
     {"AccessFails", DiskCall::kAccess, SQLITE_IOERR_ACCESS},
     {"ReadFails", DiskCall::kRead, SQLITE_IOERR_READ},
-    // SQLite takes what is missing as zeros: it expects that behind a file's end.
+    // SQLite reads the missing bytes as zeros, as it does after the end of a file.
     {"ReadIsShort", DiskCall::kRead, SQLITE_IOERR_SHORT_READ},
     {"WriteFails", DiskCall::kWrite, SQLITE_IOERR_WRITE},
     {"DiskIsFull", DiskCall::kWrite, SQLITE_FULL},  // after half of what is to be written
@@ -67,7 +67,7 @@ const Failure kFailures[] = {
     {"ShmLockFails", DiskCall::kShmLock, SQLITE_IOERR_SHMLOCK},
 };
 
-// A call that is to fail: the nth of its kind, and all that follow too unless it is only once.
+// A call to fail: the nth of its kind and, unless `once`, all later ones.
 struct Fault {
   Failure failure;
   uint64_t nth;
@@ -83,7 +83,7 @@ class FaultyDisk : public VfsShim {
   }
   void disarm() { faults_.clear(); }
 
-  // Since the arming: the calls of the kinds that are to fail, and those of them that failed.
+  // Since the arming: the number of calls of the chosen kinds, and of those that failed.
   uint64_t calls() const { return calls_; }
   uint64_t fired() const { return fired_; }
 
@@ -99,7 +99,7 @@ class FaultyDisk : public VfsShim {
     if (const int code = failing(DiskCall::kAccess)) return code;
     return VfsShim::access(path, flags, result);
   }
-  // SQLite waits for locks of the shared memory, up to ten seconds: not here.
+  // SQLite waits up to ten seconds for locks of the shared memory. Skip the wait.
   int sleep(int microseconds) override { return microseconds; }
   int read(ShimFile& file, void* data, int size, int64_t offset) override {
     const int code = failing(DiskCall::kRead);
@@ -150,7 +150,7 @@ class FaultyDisk : public VfsShim {
     if (const int code = failing(DiskCall::kShmMap)) return code;
     return VfsShim::shm_map(file, page, size, extend, memory);
   }
-  // Letting go of a lock never fails.
+  // Releasing a lock never fails.
   int shm_lock(ShimFile& file, int offset, int count, int flags) override {
     const bool takes = (flags & SQLITE_SHM_LOCK) != 0;
     if (const int code = takes ? failing(DiskCall::kShmLock) : SQLITE_OK) return code;
@@ -158,7 +158,7 @@ class FaultyDisk : public VfsShim {
   }
 
  private:
-  // The code with which this call has to fail, or 0.
+  // The code that this call has to fail with, or 0.
   int failing(DiskCall call) {
     for (Fault& fault : faults_) {
       if (fault.failure.call != call) continue;
@@ -171,7 +171,7 @@ class FaultyDisk : public VfsShim {
     return SQLITE_OK;
   }
 
-  std::vector<Fault> faults_;  // an `nth` of 0 is one that is over
+  std::vector<Fault> faults_;  // a fault with an `nth` of 0 is over
   uint64_t calls_ = 0;
   uint64_t fired_ = 0;
 };
@@ -194,7 +194,7 @@ class FaultTest : public testing::Test {
 
   FaultTest() { set_clock(1000000); }
 
-  // Runs the operation with these faults; the number of calls that failed.
+  // Makes the call with these faults; returns the number of calls that failed.
   uint64_t run(const Call& call, const std::vector<Fault>& faults) {
     const bool false_data = std::any_of(faults.begin(), faults.end(),
                                         [](const Fault& fault) { return lies(fault.failure); });
@@ -215,7 +215,7 @@ class FaultTest : public testing::Test {
     return disk_.fired();
   }
 
-  // How many calls of this kind the operation makes when none fails.
+  // The number of calls of this kind that are made when none fails.
   uint64_t calls_of(const Call& call, const Failure& failure) {
     run(call, {{failure, 0, true}});
     return disk_.calls();
@@ -226,7 +226,7 @@ class FaultTest : public testing::Test {
   static inline Tally tally_;
 };
 
-// Every call of one kind, one after the other, in every operation.
+// Every call of one kind in turn, in every operation.
 class EveryFault : public FaultTest, public testing::WithParamInterface<Failure> {};
 
 TEST_P(EveryFault, LosesNothingAcknowledged) {
@@ -235,7 +235,7 @@ TEST_P(EveryFault, LosesNothingAcknowledged) {
   for (const Call& call : scene_.calls()) {
     const uint64_t calls = calls_of(call, GetParam());
     for (const bool once : {true, false}) {
-      // Up to the call that is not made any more: every one has failed then.
+      // Ends after the last call: then each of them has failed.
       for (uint64_t nth = 1, fired = 1; fired > 0; ++nth) {
         if (nth <= calls && random() % share != 0) continue;
         fired = run(call, {{GetParam(), nth, once}});
@@ -250,7 +250,7 @@ std::string failure_name(const testing::TestParamInfo<Failure>& info) {
 }
 INSTANTIATE_TEST_SUITE_P(Disk, EveryFault, testing::ValuesIn(kFailures), failure_name);
 
-// Two calls, of any kinds, in any operation.
+// Two calls of any kinds, in any operation.
 class TwoFaults : public FaultTest {};
 
 TEST_F(TwoFaults, LoseNothingAcknowledged) {

@@ -1,4 +1,4 @@
-// What the platform facilities do when memory ends.
+// What the platform facilities do when memory runs out.
 
 #include <gtest/gtest.h>
 
@@ -36,7 +36,7 @@ std::string longer(const std::string& name) {
 
 // ---- The platform facilities --------------------------------------------------------------------
 
-// Each allocation fails in turn: std::bad_alloc may leave the work, which then leaks nothing.
+// Makes each allocation fail in turn. The work may throw std::bad_alloc, but it leaks nothing.
 void each_allocation_fails(const std::function<void()>& work) {
   for (const bool once : {true, false}) {
     for (uint64_t nth = 1, failed = 1; failed > 0; ++nth) {
@@ -53,7 +53,7 @@ void each_allocation_fails(const std::function<void()>& work) {
   }
 }
 
-// What the logger allocates when it is used first, it keeps.
+// The logger keeps what it allocates at its first use.
 class MemoryEndsInBase : public testing::Test {
  protected:
   static void SetUpTestSuite() { cvrtc::LogMessage::MinSeverity(); }
@@ -85,7 +85,7 @@ TEST_F(MemoryEndsInBase, TableIndex) {
   each_allocation_fails([] { Corvan::CvDatabase::table_index(); });
 }
 
-// A line that there is no memory for is lost, or its end is.
+// Without memory a line is lost, or truncated.
 TEST_F(MemoryEndsInBase, LogMessageToASink) {
   const std::string text = longer("text") + std::string(2000, '.');
   LogCapture log;
@@ -97,7 +97,7 @@ TEST_F(MemoryEndsInBase, LogMessageToASink) {
   });
 }
 
-// What is written, in a place that takes no memory.
+// The written text, stored without an allocation.
 class FixedBuffer : public std::streambuf {
  public:
   FixedBuffer() { clear(); }
@@ -151,9 +151,8 @@ bool interrupted_read(CvDbSingleton& store) {
   return store.get_silence("room", Corvan::CV_GROUP, status);
 }
 
-// Run in a process in which nothing has used the logger, which takes memory of its own for its
-// first line. 0 when the operation fails, or std::bad_alloc leaves it, and it leaves no statement
-// open.
+// Runs in a process that has not used the logger yet, which allocates for its first line. Returns 0
+// if the operation fails or throws std::bad_alloc, and leaves no statement open.
 int without_memory_for_the_logger(bool (*operation)(CvDbSingleton&)) {
   const TemporaryFolder folder;
   CvDbSingleton& store = *CvDbSingleton::get_instance();
@@ -171,7 +170,7 @@ int without_memory_for_the_logger(bool (*operation)(CvDbSingleton&)) {
   return open;
 }
 
-// Each of them in a process of its own, started anew.
+// Each of them in a new process.
 class MemoryEndsAtTheFirstLineDeathTest : public testing::Test {
  protected:
   MemoryEndsAtTheFirstLineDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }

@@ -21,7 +21,7 @@ using Work = std::function<ChildReport(uint64_t)>;
 constexpr unsigned kSeconds = 120;          // for one process
 constexpr std::ptrdiff_t kPointsEach = 25;  // of one process
 
-// What goes through the pipe for a point, with the complaint behind it.
+// What the pipe carries for a point; the complaint follows.
 struct Record {
   bool failed;
   std::size_t complaint_size;
@@ -37,7 +37,7 @@ void put(int pipe_end, const void* data, std::size_t size) {
   }
 }
 
-// All that comes until the other end is closed.
+// Everything until the other end is closed.
 std::string take_all(int pipe_end) {
   std::string all;
   std::array<char, 4096> some{};
@@ -85,11 +85,11 @@ std::string ending(int status) {
   return "exited with " + std::to_string(WEXITSTATUS(status));
 }
 
-// The reports of one process, and how it ended when not as it should.
+// The reports of one process, and how it ended if it did not exit normally.
 std::pair<std::vector<ChildReport>, std::string> in_child(const Points& points, const Work& work) {
   std::array<int, 2> ends{};
   if (pipe(ends.data()) != 0) throw std::runtime_error("no pipe");
-  std::fflush(nullptr);  // else both processes write what is waiting
+  std::fflush(nullptr);  // otherwise both processes write the buffered output
   const pid_t child = fork();
   if (child < 0) throw std::runtime_error("no process");
   if (child == 0) {

@@ -1,8 +1,8 @@
-// Memory that ends: allocations of SQLite, and those of the code that is tested, fail when told to.
+// Makes allocations of SQLite and of the tested code fail.
 //
-// Linking memory_faults.cpp replaces operator new, in all its forms, and what SQLite allocates
-// with; both then pass on to the C library's as long as nothing is armed. SQLite keeps no memory of
-// its own aside for small allocations: each one counts.
+// Linking memory_faults.cpp replaces every form of operator new, and SQLite's allocator. Both call
+// the C library while nothing is armed. SQLite's lookaside memory is off, so that each small
+// allocation counts.
 
 #ifndef TESTS_FAULTS_MEMORY_FAULTS_H_
 #define TESTS_FAULTS_MEMORY_FAULTS_H_
@@ -11,16 +11,15 @@
 
 namespace corvan_test {
 
-// Whose allocations.
+// Whose allocations fail.
 enum class Memory { kSqlite, kOwn, kBoth };
 
-// Lets the nth allocation from now on fail, and all that follow too unless it is only once; with
-// `nth` 0 none. What is allocated while an Uncounted lives neither counts nor fails. For one
-// thread.
+// Makes the nth allocation from now on fail, and, unless `once`, all later ones; none if `nth` is
+// 0. Allocations while an Uncounted exists neither count nor fail. For one thread.
 void arm_memory(Memory memory, uint64_t nth, bool once);
 void disarm_memory();
 
-// Since the arming: the allocations, and those of them that failed.
+// Since the arming: the number of allocations, and of those that failed.
 uint64_t allocations();
 uint64_t failed_allocations();
 

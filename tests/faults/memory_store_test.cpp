@@ -1,4 +1,4 @@
-// What callers see when memory ends, in the cases that are worth a name.
+// What callers see when memory runs out: the cases that docs and header name.
 
 #include <gtest/gtest.h>
 
@@ -37,7 +37,7 @@ class MemoryEndsInTransaction : public StoreTest {
       const bool set = store().set_read_status(1, 5);
       disarm_memory();
       ASSERT_TRUE(!set || in_transaction()) << "it was ended in every case";
-      // One in which nothing succeeded stays open as well.
+      // A transaction in which nothing succeeded stays open, too.
       if (!set && in_transaction()) {
         ASSERT_TRUE(store().commit_transaction());
       }
@@ -127,7 +127,7 @@ TEST_F(MemoryEndsInStore, NothingOpensWithoutMemoryToStartTheLibrary) {
   log.take();
 }
 
-// The line of the failed prepare is lost, or the rest of it; all else is done.
+// The line of the failed prepare is lost or truncated; everything else is done.
 TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLine) {
   store().close_db();
   write_file(file(), std::string(8192, 'x'));
@@ -180,7 +180,7 @@ TEST_F(MemoryEndsInOpening, TheCallerClosesAndOpensAgain) {
   EXPECT_EQ(save(NewMessage()), 1);
 }
 
-// The connection is open for the user: opening again finds nothing more to do.
+// The connection is open for the user, so another opening does nothing more.
 TEST_F(MemoryEndsInOpening, OpeningAgainWithoutClosingLeavesTheFileWithoutTables) {
   EXPECT_TRUE(open());
   EXPECT_EQ(rows(kTables), Rows{});

@@ -1,10 +1,10 @@
-// Memory ends: every allocation of SQLite, and every one of the store and the platform facilities,
-// fails in turn, in every operation, in processes that are forked for it. CORVAN_MEMORY_SHARE tries
-// one point of so many, CORVAN_MEMORY_SEED says which.
+// Every allocation of SQLite, of the store and of the platform facilities fails in turn, in every
+// operation, in forked processes. CORVAN_MEMORY_SHARE tries one allocation in so many;
+// CORVAN_MEMORY_SEED chooses which.
 //
-// Where SQLite's memory ends, operations return what they have to for what SQLite answered. Where
-// their own ends, they do that as well, or std::bad_alloc leaves them. Either way nothing is left
-// open, the store goes on, and the rows are those of the statements that ran.
+// When SQLite runs out of memory, operations return what SQLite's answers require. When the store
+// does, they return the same or throw std::bad_alloc. Either way nothing is left open, the store
+// stays usable, and the rows are those of the statements that ran.
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ using Corvan::MessageResponse;
 
 // ---- Every operation ----------------------------------------------------------------------------
 
-// What SQLite refuses meanwhile.
+// What SQLite refuses at the same time.
 enum class Trouble {
   kNone,
   kMessagesRefused,       // the steps that write messages fail
@@ -48,7 +48,7 @@ enum class Trouble {
 struct End {
   std::string name;
   Memory memory;
-  std::vector<bool> once;  // whether it comes back after one allocation
+  std::vector<bool> once;  // whether only one allocation fails
   Trouble trouble = Trouble::kNone;
 };
 
@@ -73,7 +73,7 @@ const End kEnds[] = {
     {"OwnWhileTheFileIsDamaged", Memory::kOwn, {true, false}, Trouble::kDamaged},
 };
 
-// Triggers of the connection, which refuse all writes of the table.
+// Temporary triggers that refuse all writes to the table.
 void refuse_writes(CvDbSingleton& store, const std::string& table) {
   for (const char* event : {"insert", "update", "delete"}) {
     store.execute_none_query("create temp trigger refuse_" + table + event + " before " + event +
@@ -108,7 +108,7 @@ extern "C" int authorize(void* trouble, int action, const char* detail, const ch
   return denied(*static_cast<Trouble*>(trouble), action, detail) ? SQLITE_DENY : SQLITE_OK;
 }
 
-// A cheap mix of numbers into one that chooses points.
+// A cheap hash that chooses points.
 uint64_t mixed(uint64_t a, uint64_t b) {
   return (a * 0x9E3779B97F4A7C15ULL ^ b) * 0xD1B54A32D192ED03ULL >> 33;
 }
@@ -120,7 +120,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
 
   MemoryEnds() { set_clock(1000000); }
 
-  // Whether the trouble can be made for the operation.
+  // Whether this trouble can be made for the call.
   bool applies(const Call& call) const {
     const bool closed = call.start != Call::kOpen;
     switch (GetParam().trouble) {
@@ -133,7 +133,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
     }
   }
 
-  // The operation, with a preparing that makes those troubles that it can.
+  // The call, with preparations that also make the trouble.
   Call in_trouble(Call call) {
     const auto prepare = call.prepare;
     call.prepare = [this, prepare](CvDbSingleton& store) {
@@ -154,7 +154,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
 
   void damage() const { write_file(scene_.folder() + "corvan", std::string(8192, 'x')); }
 
-  // Right before the operation, and right after it.
+  // Called right before the call and right after it.
   void arm(const Call& call, uint64_t nth, bool once) {
     const End& end = GetParam();
     if (end.trouble == Trouble::kDamaged && call.start == Call::kClosed) damage();
@@ -170,8 +170,8 @@ class MemoryEnds : public testing::TestWithParam<End> {
     }
   }
 
-  // The store goes on: it saves and reads. A caller who was told that it is not open, or whose
-  // opening may not have done all, opens it again.
+  // Checks that the store still saves and reads. A caller whose opening failed, or may be
+  // incomplete, opens it again.
   std::string go_on(const Call& call, CvDbSingleton& store) const {
     if (call.start != Call::kOpen || GetParam().trouble == Trouble::kDamaged) {
       store.close_db();
@@ -193,7 +193,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
     return "";
   }
 
-  // One run, with the nth allocation failing.
+  // One run, in which the nth allocation fails.
   ChildReport run(const Call& call, uint64_t nth, bool once) {
     ChildReport report;
     report.complaint = scene_
@@ -207,10 +207,10 @@ class MemoryEnds : public testing::TestWithParam<End> {
     return report;
   }
 
-  // One point of so many is tried. Our own allocations are few: more of them.
+  // One allocation in so many is tried; more of the store's own, which are few.
   uint64_t one_of() const { return GetParam().memory == Memory::kOwn ? (share_ + 9) / 10 : share_; }
 
-  // Those of the allocations up to the last that the seed chooses.
+  // The allocations, up to the last, that the seed chooses.
   std::vector<uint64_t> chosen(uint64_t seed, uint64_t last, bool once) const {
     std::vector<uint64_t> points;
     for (uint64_t nth = 1; nth <= last; ++nth) {
@@ -224,9 +224,9 @@ class MemoryEnds : public testing::TestWithParam<End> {
     for (const Call& call : scene_.calls()) {
       ++index;
       if (!applies(call)) continue;
-      // In this process, so that those to come find in the scene what it has worked out.
+      // Runs in this process, so that the children inherit the rows that the scene has worked out.
       EXPECT_EQ(run(call, 0, true).complaint, "") << call.name << " without a failure";
-      // Up to the allocation that fails, a run takes what the whole one has taken.
+      // A run makes the same allocations as this one until one fails.
       const uint64_t last = allocations();
       for (const bool once : GetParam().once) {
         const std::vector<uint64_t> points = chosen(seed + index, last, once);

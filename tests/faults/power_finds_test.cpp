@@ -1,4 +1,4 @@
-// The suite of power losses finds losses, and its disk behaves as a disk may.
+// Checks the power suite itself: it finds losses, and its simulated disk does what a disk may do.
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ bool any_contains(const std::vector<std::string>& lines, const std::string& part
   });
 }
 
-// Saves with a checkpoint amid them, after a statement that changes how SQLite syncs.
+// Saves with a checkpoint between them, after a statement that changes how SQLite syncs.
 Scenario saves_after(const std::string& pragma) {
   return {pragma, standard_store, [pragma](Recording& recording) {
             recording.open();
@@ -69,7 +69,7 @@ TEST(PowerFinds, LossesWhereTheDiskIgnoresSyncs) {
 
 TEST(PowerFinds, AStateThatNobodyCommitted) {
   History history = record({"", standard_store, play_saves});
-  // The third of the saves is taken out of the history: nothing may leave what it has committed.
+  // Take the state of the third save out of the history: no loss of power may leave it any more.
   const auto before = history.acknowledged.at(3).state;
   const auto after = history.acknowledged.at(4).state;
   ASSERT_LT(before, after);

@@ -40,7 +40,7 @@ void save_each(Recording& recording, int first, int count) {
 
 namespace {
 
-// Saves them in the caller's transaction, or in none.
+// Saves these messages in the caller's transaction, if there is one.
 void save_all(CvDbSingleton& store, int first, int count) {
   for (int i = first; i < first + count; ++i) EXPECT_GT(save(store, numbered(i)), 0);
 }
@@ -54,7 +54,7 @@ void execute(CvDbSingleton& store, const std::string& sql) {
 
 namespace {
 
-// A store, closed, that `fill` has filled.
+// The folder of a closed store that `fill` has filled.
 template <typename Fill>
 DiskImage store_image(const Fill& fill) {
   set_clock(1000000);
@@ -96,7 +96,7 @@ DiskImage sending_store() {
   return image;
 }
 
-// The standard store beside an older one, "older", with rows that are in both, in either, and more.
+// The standard store and an older one, "older". Some rows are in both, some in one of them.
 DiskImage store_and_older() {
   static const DiskImage image = [] {
     DiskImage both = standard_store();
@@ -163,7 +163,7 @@ void play_automatic_checkpoints(Recording& recording) {
   save_each(recording, 0, 8);
 }
 
-// Checkpoints of every kind, each with saves after it that begin the log anew.
+// Checkpoints of every kind, each followed by saves, which restart the log.
 void play_checkpoints(Recording& recording) {
   recording.open();
   save_each(recording, 0, 2);

@@ -1,4 +1,4 @@
-// What the store does while power may be lost.
+// The scenarios during which power is lost.
 
 #ifndef TESTS_FAULTS_POWER_SCENARIOS_H_
 #define TESTS_FAULTS_POWER_SCENARIOS_H_
@@ -16,7 +16,7 @@ namespace corvan_test {
 struct Scenario {
   std::string name;
   std::function<DiskImage()> start;
-  std::function<void(Recording&)> play;  // opens the store, which is closed for it afterwards
+  std::function<void(Recording&)> play;  // opens the store; the recording closes it
 };
 
 void PrintTo(const Scenario& scenario, std::ostream* out);

@@ -29,7 +29,7 @@ namespace {
 
 using Corvan::CvDbSingleton;
 
-// Of all tests of the process but those that have losses on purpose.
+// Findings of all tests in the process, except those that cause losses on purpose.
 Findings total;
 
 class PrintTotal : public testing::Environment {
@@ -42,7 +42,7 @@ class PrintTotal : public testing::Environment {
 };
 const testing::Environment* const print_total = testing::AddGlobalTestEnvironment(new PrintTotal);
 
-// Of many complaints the first few say as much as all.
+// Shows the first few complaints only.
 void expect_nothing_lost(const Scenario& scenario, const Bounds& bounds) {
   constexpr std::size_t kShown = 5;
   const History history = record(scenario);
@@ -101,7 +101,7 @@ TEST(PowerSettings, EveryCommitWaitsForTheDisk) {
   }
 }
 
-// How often each kind of event came to each file, such as "sync corvan-wal".
+// The number of events by kind and file, such as "sync corvan-wal".
 std::map<std::string, int> kinds_of_events(const History& history) {
   std::map<std::string, int> kinds;
   for (const DiskEvent& event : history.record.events) ++kinds[kind_and_file(event)];
@@ -115,7 +115,7 @@ std::size_t states_of(const History& history) {
   return states.size();
 }
 
-// That the scenarios reach what they are named for.
+// The scenarios reach what they are named for.
 TEST(PowerRecords, HoldWhatTheScenariosAreFor) {
   const auto expect = [](const std::string& name, const std::set<std::string>& expected) {
     std::map<std::string, int> kinds = kinds_of_events(record(named(name, own_scenarios())));
@@ -134,7 +134,8 @@ TEST(PowerRecords, HoldWhatTheScenariosAreFor) {
   EXPECT_GT(store_after_power_loss()["corvan-wal"].size(), standard_store()["corvan"].size());
 }
 
-// Power may be lost between the commits of an operation, so what is one transaction has one.
+// Power may be lost between the commits of an operation. An operation that is one transaction must
+// have one.
 TEST(PowerRecords, HoldOneCommitOfEachOperationThatIsOneTransaction) {
   for (const char* const name : {"SetSendTimeAccepted", "SetReadStatusRead", "SetReadStatusUnread",
                                  "DeleteByIds", "ClearSession", "ClearUnread"}) {
@@ -146,8 +147,8 @@ TEST(PowerRecords, HoldOneCommitOfEachOperationThatIsOneTransaction) {
   EXPECT_EQ(states_of(record({"", no_store, [](Recording& recording) { recording.open(); }})), 1U);
 }
 
-// What the table says of an operation's commits, on each of its calls: one that changes nothing has
-// none.
+// The same for every call of the operations that the table calls one transaction. A call that
+// changes nothing commits nothing.
 TEST(PowerRecords, HoldAtMostOneCommitOfWhatCommitsAtOnce) {
   for (const Operation& operation : all_operations()) {
     if (operation.commits != Commits::kOneTransaction) continue;

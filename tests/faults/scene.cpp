@@ -22,7 +22,7 @@ namespace {
 using Corvan::CvDbSingleton;
 using SqlTexts = std::vector<std::string>;
 
-// All rows, as they are once the store has been opened: what was being sent has failed.
+// All rows as an opening leaves them: messages being sent have failed.
 constexpr const char* kAllRows =
     "select 'm',id,session_id,session_type,object_name,length(content),substr(content,1,9),sender,"
     "direction,case sent_status when 1 then 2 else sent_status end,read_status,is_mention,"
@@ -53,7 +53,7 @@ bool starts_with(const std::string& text, const std::string& start) {
   return text.compare(0, start.size(), start) == 0;
 }
 
-// A constraint that refuses a statement leaves nothing in doubt.
+// A statement that a constraint refused certainly changed nothing.
 bool refused(const Answer& answer) {
   return answer.code() == SQLITE_CONSTRAINT;
 }
@@ -63,14 +63,14 @@ bool changes_rows(const Answer& answer) {
          starts_with(answer.sql, "delete") || starts_with(answer.sql, "replace");
 }
 
-// Whether the store deletes its file, for SQLite calls it damaged.
+// Whether the store deletes its file because SQLite calls it damaged.
 bool deletes(const std::vector<Answer>& answers) {
   return std::any_of(answers.begin(), answers.end(), [](const Answer& answer) {
     return answer.prepared == SQLITE_CORRUPT || answer.prepared == SQLITE_NOTADB;
   });
 }
 
-// What was, or may have been, committed as a whole.
+// Statements that were, or may have been, committed together.
 struct Unit {
   SqlTexts statements;
   bool certain;
@@ -95,8 +95,8 @@ std::vector<Unit> units_of(const std::vector<Answer>& answers) {
         pending.push_back(answer.expanded);
       }
     }
-    // SQLite may have ended the transaction itself: what it held is gone, what follows is not in
-    // it.
+    // SQLite may have ended the transaction itself. Its statements are gone, and later ones are not
+    // in it.
     if (in_transaction && stepped && !answer.in_transaction) {
       pending.clear();
       in_transaction = false;
@@ -105,7 +105,7 @@ std::vector<Unit> units_of(const std::vector<Answer>& answers) {
   return units;
 }
 
-// What the one has and the other has not, and the other way round.
+// The rows that are only in one of the two lists.
 std::string difference(const std::vector<std::string>& expected,
                        const std::vector<std::string>& actual) {
   const auto lacks = [](const std::vector<std::string>& rows, const std::string& row) {
@@ -252,7 +252,7 @@ const std::vector<std::string>& Scene::rows_after(const SqlTexts& statements) {
     plant(file, sql);
     result = rows(file, kAllRows);
   } catch (const std::runtime_error&) {
-    // They cannot have run after each other: no rows are like these.
+    // The statements cannot have run in this order: no rows match.
   }
   return result;
 }

@@ -14,17 +14,17 @@
 
 namespace corvan_test {
 
-// What one run came to.
+// The result of one run.
 struct Outcome {
-  std::string complaint;  // empty when all was as it has to be
+  std::string complaint;  // empty if nothing is wrong
   bool deleted = false;   // SQLite called the file damaged while a statement was being prepared
 };
 
-// How much of what follows a failure is certain.
+// How much can be checked after a failure.
 enum class Certain {
   kEverything,
   kAllButTheResult,  // std::bad_alloc may leave the operation
-  kNoRows,           // SQLite was handed false data and cannot know: only what is left open counts
+  kNoRows,           // SQLite was given false data without knowing: only open statements count
 };
 
 class Scene {
@@ -37,13 +37,12 @@ class Scene {
   // The folder of the store that the calls run on.
   const std::string& folder() const { return folder_.path(); }
 
-  // What a caller does next; its complaint, or empty.
+  // What the caller does next. Returns a complaint; empty if nothing is wrong.
   using Next = std::function<std::string(Corvan::CvDbSingleton&)>;
 
   // Makes the call on a fresh copy of the store, with `arm` called right before and `disarm`
   // right after. Then checks
-  //  - that it returned what it has to for what SQLite answered, or threw std::bad_alloc where it
-  //    may;
+  // - that it returned what SQLite's answers require, or threw std::bad_alloc where it may;
   //  - that no statement is open, and no transaction, unless SQLite refused to end it;
   //  - that after closing and opening again the file is sound, has the whole schema, and has those
   //    rows that it had before with each committed statement's change, and no others; of a

@@ -1,5 +1,5 @@
-// A file system for SQLite that stands in front of the real one and passes every call on. Suites
-// derive from it to let calls fail or to write down what they did.
+// A file system for SQLite that passes every call on to the real one. Suites derive from it to make
+// calls fail or to record them.
 
 #ifndef TESTS_FAULTS_VFS_SHIM_H_
 #define TESTS_FAULTS_VFS_SHIM_H_
@@ -12,7 +12,7 @@ namespace corvan_test {
 
 class VfsShim;
 
-// An open file. SQLite allocates it, with room for the real one behind it.
+// An open file. SQLite allocates it, with room for the real file after it.
 struct ShimFile {
   sqlite3_file base;
   VfsShim* shim;
@@ -22,8 +22,8 @@ struct ShimFile {
   sqlite3_file* real() { return reinterpret_cast<sqlite3_file*>(this + 1); }
 };
 
-// SQLite's default file system while the object lives. One at a time; every connection that was
-// opened meanwhile is closed before its end.
+// SQLite's default file system while the object exists. Only one may exist at a time. Close every
+// connection that was opened meanwhile before it is destroyed.
 //
 // Each virtual function is one method of sqlite3_vfs or sqlite3_io_methods (version 2) and returns
 // an SQLite result code; as defined here it calls the real file system's.

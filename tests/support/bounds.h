@@ -1,5 +1,5 @@
-// How far the suites go that try points at random or in turn: every number has a default for each
-// change, a larger one for CI, and an environment variable for whoever looks for more.
+// How much the suites try that take points at random or in turn. Each number has a default for
+// everyday runs, a larger one for CI, and an environment variable.
 
 #ifndef TESTS_SUPPORT_BOUNDS_H_
 #define TESTS_SUPPORT_BOUNDS_H_
@@ -13,12 +13,12 @@ namespace corvan_test {
 // The number that the environment variable holds, or `fallback`.
 uint64_t setting(const char* name, uint64_t fallback);
 
-// The number of the environment variable `name`; without it `thorough` when CORVAN_BOUNDS is
+// The number in the environment variable `name`. If it is not set: `thorough` if CORVAN_BOUNDS is
 // "thorough", else `usual`.
 uint64_t bound(const char* name, uint64_t usual, uint64_t thorough);
 
-// CORVAN_SECONDS, counted from the start of the process: a suite goes on with new seeds until they
-// have passed. Without the variable there is no time to fill, and none that ends.
+// The time limit in CORVAN_SECONDS, counted from the start of the process: a suite continues with
+// new seeds until it has passed. Without the variable no limit is given, and none passes.
 class TimeLimit {
  public:
   TimeLimit();
@@ -30,12 +30,13 @@ class TimeLimit {
   uint64_t seconds_;
 };
 
-// What a suite has done, in one line of standard output for scripts/soak.sh to collect.
+// Counts what a suite has done. Printed as one line of standard output, which scripts/soak.sh
+// collects.
 struct Tally {
-  uint64_t points = 0;   // runs, each with its own fault, or none
-  uint64_t faults = 0;   // of them, those in which one took place
-  uint64_t lost = 0;     // acknowledged work that was gone afterwards
-  uint64_t aborted = 0;  // processes that ended otherwise than they should
+  uint64_t points = 0;   // runs, each with its own fault or without one
+  uint64_t faults = 0;   // runs in which the fault took place
+  uint64_t lost = 0;     // runs after which acknowledged work was gone
+  uint64_t aborted = 0;  // processes that ended in a way that they should not
 };
 void print(const std::string& suite, const Tally& tally);
 

@@ -1,4 +1,4 @@
-// The library's clock, defined here in place of base/timestamp.cpp: the linker takes this one.
+// Replaces the clock of base/timestamp.cpp: the linker takes this definition.
 
 #include "tests/support/clock.h"
 

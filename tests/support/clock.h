@@ -5,7 +5,7 @@
 
 namespace corvan_test {
 
-// What Corvan::Timestamp() answers from now on. It stands still in between.
+// The time that Corvan::Timestamp() returns from now on. It changes only by this call.
 void set_clock(int64_t now);
 int64_t clock_now();
 

@@ -1,5 +1,5 @@
-// Failures of statements: how to bring them about, and how the store's log tells of them. Lines are
-// as LogCapture gives them.
+// Makes statements fail, and gives the lines that the store's log then has, in the form of
+// LogCapture.
 
 #ifndef TESTS_SUPPORT_FAILURES_H_
 #define TESTS_SUPPORT_FAILURES_H_

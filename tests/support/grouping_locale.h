@@ -6,7 +6,7 @@
 
 namespace corvan_test {
 
-// While it lives, the global locale separates digits by threes, as those of many countries do.
+// While it exists, the global locale groups digits by thousands, as many locales do.
 class GroupingLocale {
  public:
   GroupingLocale() : before_(std::locale::global(std::locale(std::locale(), new Grouping))) {}

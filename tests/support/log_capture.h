@@ -9,8 +9,8 @@
 
 namespace corvan_test {
 
-// Collects the log lines at or above a severity while it lives, each as its severity's number, a
-// blank and the text, such as "3 void f(): text". Restores the logger's defaults at its end.
+// Collects log lines at or above a severity while it exists. A line is the number of its severity,
+// a blank and the text, such as "3 void f(): text". The destructor restores the logger's defaults.
 class LogCapture {
  public:
   explicit LogCapture(cvrtc::LoggingSeverity min_severity = cvrtc::LS_SENSITIVE);

@@ -4,8 +4,8 @@
 namespace corvan_test {
 
 // Gives up the capabilities of root, for this process and all programs that it runs. The user stays
-// the same, so permissions bind root like any other owner of a file. False if that is not possible.
-// For use in a child process: it cannot be undone.
+// the same, so file permissions apply to root as to any other owner. False if that is not possible.
+// Call it in a child process: it cannot be undone.
 bool drop_privileges();
 
 }  // namespace corvan_test

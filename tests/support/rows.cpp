@@ -1,4 +1,5 @@
-// Prepared by a call that sqlite_ledger.cpp does not wrap: the ledger holds the store's texts only.
+// Prepares with a call that sqlite_ledger.cpp does not wrap, so that the ledger holds only the
+// store's texts.
 
 #include "tests/support/rows.h"
 

@@ -1,5 +1,5 @@
-// Stands between the store and SQLite: the linker sends the calls named here to the __wrap_
-// functions and gives these the library's own as __real_ functions.
+// Stands between the store and SQLite: the linker redirects the calls to the __wrap_ functions,
+// which reach the library's functions as __real_ functions.
 
 #include "tests/support/sqlite_ledger.h"
 
@@ -99,7 +99,7 @@ char* __wrap_sqlite3_expanded_sql(sqlite3_stmt* stmt) {
 int __wrap_sqlite3_finalize(sqlite3_stmt* stmt) {
   {
     const std::lock_guard<std::mutex> lock(mutex);
-    // Tests finalise statements, too, on connections of their own.
+    // Tests also finalise statements of their own connections.
     if (stmt != nullptr && sqlite3_db_handle(stmt) == connection) {
       steps.vm_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_VM_STEP, 0);
       steps.full_scan_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_FULLSCAN_STEP, 0);

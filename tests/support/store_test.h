@@ -1,4 +1,4 @@
-// What every test of the store starts from: an open store in a folder of its own.
+// The fixture of the store's tests: an open store in a temporary folder.
 
 #ifndef TESTS_SUPPORT_STORE_TEST_H_
 #define TESTS_SUPPORT_STORE_TEST_H_
@@ -98,9 +98,8 @@ struct NewMessage {
 
 int64_t save(Corvan::CvDbSingleton& store, const NewMessage& message);
 
-// Opens the store for "me" in a temporary folder, with the clock at 1000000 and warnings and errors
-// of the log captured in `log`. Ends each test with the check that no statement and no transaction
-// was left open.
+// Opens the store for "me" in a temporary folder, sets the clock to 1000000 and captures warnings
+// and errors in `log`. After each test, checks that no statement and no transaction is open.
 class StoreTest : public testing::Test {
  protected:
   StoreTest();
@@ -113,12 +112,12 @@ class StoreTest : public testing::Test {
 
   int64_t save(const NewMessage& message);
 
-  // The committed rows of the store's file, and a change of it behind the store's back.
+  // Reads committed rows of the store's file, or changes it, without the store.
   std::string file() const { return folder.file("corvan"); }
   Rows rows(const std::string& sql) const { return corvan_test::rows(file(), sql); }
   void plant(const std::string& sql) const { corvan_test::plant(file(), sql); }
 
-  // Adds a row of t_session behind the store's back; times and ids are the caller's.
+  // Adds a row to t_session without the store, with these times and ids.
   void plant_session(const std::string& id, int32_t type, int64_t time, int64_t latest_id,
                      int32_t unread = 0, int32_t mention = 0) const;
 

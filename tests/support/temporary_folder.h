@@ -5,7 +5,7 @@
 
 namespace corvan_test {
 
-// A new empty folder, removed with all it holds when the object ends.
+// A new empty folder. The destructor removes it with everything in it.
 class TemporaryFolder {
  public:
   TemporaryFolder();
@@ -21,8 +21,8 @@ class TemporaryFolder {
   std::string path_;
 };
 
-// Lets the folders made from now on lie in memory where there is room for that, for suites that
-// write files by the thousand. TMPDIR, where it is set, wins.
+// Makes new temporary folders in memory if there is room, for suites that write thousands of files.
+// TMPDIR has precedence.
 void prefer_memory();
 
 bool file_exists(const std::string& path);

@@ -3,8 +3,8 @@
 
 namespace corvan_test {
 
-// While one lives, what this thread allocates is the test's own: suites that let allocations fail
-// neither count it nor let it fail.
+// While one exists, the allocations of this thread belong to the test: suites that make allocations
+// fail neither count them nor make them fail.
 class Uncounted {
  public:
   Uncounted() { ++depth; }
