@@ -1,4 +1,4 @@
-// What the measured calls share: the store, and checks of what it returns.
+// The store, and checks of its results, for the measured calls.
 
 #ifndef BENCH_GROWTH_CALLS_H_
 #define BENCH_GROWTH_CALLS_H_
@@ -24,7 +24,7 @@ constexpr Corvan::SessionType kNoSuchKind = Corvan::CV_RECEPTION;
 
 inline const std::vector<Corvan::SessionType> kTwoKinds = {Corvan::CV_PRIVATE, Corvan::CV_GROUP};
 
-// Reads a page of history, or of the conversation list, which must have so many rows.
+// Reads a page of history, or of the conversation list, which must have `rows` rows.
 void expect_page(const Target& t, int64_t before, bool desc, const std::vector<std::string>& kinds,
                  std::size_t rows);
 void expect_list(const std::vector<Corvan::SessionType>& kinds, int64_t before, std::size_t rows);

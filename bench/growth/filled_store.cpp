@@ -15,7 +15,7 @@ namespace {
 
 using Corvan::MessageResponse;
 
-// A bulk loader: large transactions, with a cache that a client would not give to the store.
+// Loads in large transactions, with a larger cache than a client would use.
 class Loader {
  public:
   explicit Loader(const std::string& file) {

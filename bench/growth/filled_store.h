@@ -12,21 +12,21 @@ namespace corvan_bench {
 
 // A conversation that the benchmark looks at, with some of its messages.
 struct Target {
-  std::string name;  // as the tables call it
+  std::string name;  // its name in the tables
   std::string session_id;
   Corvan::SessionType session_type = Corvan::CV_GROUP;
   int64_t newest_time = 0;
-  int64_t middle_id = 0;  // of a message in its middle
+  int64_t middle_id = 0;  // of the message in the middle
   int64_t middle_time = 0;
   std::string middle_server_uid;
   int64_t messages = 0;
 };
 
-// A store of `messages` messages and about `conversations` conversations. One holds a tenth of all
-// messages; "tiny" holds ten; five hold a hundredth each: "own" only own messages that no receipt
-// covers, "covered" only own ones that one covers, "received" only received ones, "older" and
-// "older-read" those of direction 2, the last twenty of "older" being unread mentions. Five
-// conversations are pinned.
+// A store of `messages` messages and about `conversations` conversations. The largest conversation
+// holds a tenth of all messages, "tiny" holds ten. Five others hold a hundredth each: "own" has own
+// messages that no receipt covers, "covered" own messages that a receipt covers, "received"
+// received messages, "older" and "older-read" messages of direction 2. The last twenty of "older"
+// are unread mentions. Five conversations are pinned.
 class FilledStore {
  public:
   FilledStore(int64_t messages, int conversations);
@@ -38,7 +38,7 @@ class FilledStore {
   const Target& tiny() const { return tiny_; }
   Target target(const std::string& name, const std::string& session_id, int session_type) const;
 
-  // An id of some message that was filled in, another one at each call.
+  // The id of a stored message, another one at each call.
   int64_t some_id();
 
  private:

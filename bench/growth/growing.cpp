@@ -16,8 +16,8 @@ std::vector<Sum> sums() {
       verify(unread > 0, "unread messages");
     };
   };
-  // A condition on the rows and a second counter each take longer. From three kinds on, SQLite
-  // looks each row's kind up.
+  // A condition on the rows and a second counter each take longer. With three kinds or more, SQLite
+  // looks each row's kind up in a list.
   constexpr double kPlain = 50;
   constexpr double kWithMore = 100;
   constexpr double kWithManyKinds = 150;

@@ -20,7 +20,8 @@ constexpr double kMostForReads = 1.5;
 constexpr double kMostForWrites = 2.5;  // deeper trees, random server uids
 constexpr double kMostForOpening = 1.5;
 
-// Warm median of a few milliseconds' calls; each is made ready by `before` and followed by `after`.
+// The median of a few milliseconds of calls, after some to warm up. `before` prepares each call,
+// `after` follows it.
 double time_of_operation(
     const std::function<void()>& run, const std::function<void()>& before = [] {},
     const std::function<void()>& after = [] {}) {
@@ -37,7 +38,7 @@ double time_of_operation(
   return median(times);
 }
 
-// The least of the medians of several passes over all sizes, by operation and size.
+// The smallest median of several passes over all sizes, by operation and size.
 class Times {
  public:
   explicit Times(std::size_t sizes) : sizes_(sizes) {}
@@ -93,7 +94,8 @@ class Growth {
         filled.store().close();
       }
     }
-    const std::vector<Report::Row> growing = measure_exceptions();  // before writes mix the shapes
+    // Measured before the writes change the conversations.
+    const std::vector<Report::Row> growing = measure_exceptions();
     for (int pass = 0; pass < (options_.quick ? 1 : 3); ++pass) {
       for (std::size_t i = 0; i < stores_.size(); ++i) {
         FilledStore& filled = *stores_[i];
@@ -128,7 +130,8 @@ class Growth {
 
   static void measure_writes(const std::vector<Operation>& operations, const std::string& suffix,
                              std::size_t size, Times& times) {
-    // An operation with a transaction of its own cannot begin it inside ours, and commits ours.
+    // An operation with a transaction of its own cannot begin it inside this one, and commits this
+    // one.
     Corvan::CvDbSingleton& store = *Corvan::CvDbSingleton::get_instance();
     for (const Operation& each : operations) {
       times.add(each.name + suffix, size,
@@ -138,7 +141,7 @@ class Growth {
     }
   }
 
-  // What a commit waits for the disk would hide what the rest of an operation takes.
+  // The time that a commit waits for the disk would hide the rest.
   static void open_without_syncs(FilledStore& filled) {
     filled.store().open();
     filled.store()->execute_none_query("pragma synchronous=off");
@@ -159,7 +162,8 @@ class Growth {
     return names;
   }
 
-  // The size that the bounds are for, and beyond it the largest.
+  // The index of the size that the bounds apply to: a million messages, or the largest if all are
+  // smaller.
   std::size_t bounded() const { return std::min<std::size_t>(stores_.size() - 1, 2); }
 
   void check(const std::string& what, double ratio, double at_most) {
@@ -216,7 +220,8 @@ class Growth {
     check_each("sums", rows);
   }
 
-  // Of rows that end with a measured number and what it may be at most, the one that comes closest.
+  // Checks rows that end with a measured number and its bound; reports the row that is closest to
+  // its bound.
   void check_each(const std::string& what, const std::vector<Report::Row>& rows) {
     double worst = 0;
     std::string worst_name;
@@ -250,7 +255,7 @@ class Growth {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Transactions inside transactions are no news here.
+  // Do not log the failure to begin a transaction inside another.
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_NONE);
   try {
     return Growth(parse_options(argc, argv)).run();

@@ -33,7 +33,7 @@ constexpr const char* kEverything =
     "select user_id,receive_time,sent_time from t_sync order by user_id;"
     "select name,seq from sqlite_sequence where seq>0";
 
-// What kEverything must give.
+// The rows that kEverything must return.
 Rows everything(const Tables& tables) {
   Rows rows{"versions|1", "1"};
   for (const auto& each : tables.messages) rows.push_back(row_text(each.second));
@@ -75,7 +75,7 @@ std::string shortened(const std::string& row) {
   return row.size() <= kLength ? row : row.substr(0, kLength) + "...";
 }
 
-// The rows that are in one of the two alone.
+// The rows that are only in one of the two lists.
 std::string difference(const Rows& expected, const Rows& actual) {
   const auto without = [](const Rows& all, const Rows& others, const char* mark) {
     std::string lines;
@@ -89,7 +89,8 @@ std::string difference(const Rows& expected, const Rows& actual) {
   return without(expected, actual, "  missing ") + without(actual, expected, "  instead ");
 }
 
-// Which of the states the rows are; the problem is told against the first and the last.
+// Finds the state that has these rows. If there is none, describes the difference from the first
+// and the last state.
 Finding match(const Found& found, const Expected& expected) {
   const Rows& schema = found.integrity_and_schema;
   if (schema.empty() || schema == Rows{"ok"}) {
@@ -116,14 +117,14 @@ Finding match(const Found& found, const Expected& expected) {
                             difference(everything(last.tables()), found.everything)};
 }
 
-// On the store or on the model.
+// Runs on the store or on the model.
 template <typename Target>
 int64_t save_one_more(Target& target) {
   return target.save_message("checked", Corvan::CV_PRIVATE, "CV:TxtMsg", "peer", "afterwards", true,
                              0, 0, true, 5, 0, "", false, false, true);
 }
 
-// What the store gives of it is checked in the rows.
+// The rows are compared later, so the result is not needed.
 Model opened_with_one_more(Model model) {
   model.open("me");
   save_one_more(model);
@@ -204,8 +205,9 @@ Finding check_with_store(const std::string& folder, const Expected& expected, in
   return finding;
 }
 
-// The log's header has 32 bytes; a page follows a header of 24 with the file's size in pages in the
-// last of a transaction, else 0. A page with other salts than the log's is of an earlier round.
+// The log begins with a header of 32 bytes. Each page follows a header of 24 bytes, which has the
+// file's size in pages if the page ends a transaction, else 0. A page whose salts differ from the
+// log's is left over from before the last checkpoint.
 bool ends_inside_commit(const std::string& file) {
   constexpr std::size_t kHeader = 32;
   constexpr std::size_t kFrameHeader = 24;

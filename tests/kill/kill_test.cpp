@@ -1,15 +1,14 @@
-// The store keeps what it acknowledged when its process is killed. A process of its own works on a
-// store and tells of each operation that has returned; it is killed at some moment, and what lies
-// in the folder then is compared with the model, which has run the same operations. One operation
-// may be in doubt: what is stored is the state before it, after one of its own commits, or after
-// it.
+// The store keeps what it acknowledged when its process is killed. A child process works on a store
+// and reports each operation that has returned. It is killed at some moment, and the content of the
+// folder is compared with the model, which has run the same operations. One operation may be in
+// doubt: the stored state is the one before it, after one of its own commits, or after it.
 //
-// A killed process leaves all that it wrote with the operating system. That what was acknowledged
-// outlives the system or its power, too, is not shown here.
+// The operating system keeps everything that a killed process wrote. That acknowledged work also
+// outlives the system or its power is shown by power_test.
 //
-// Environment: CORVAN_KILL_SEED is the first life's seed, CORVAN_KILL_CYCLES the number of kills. A
-// seed gives the same operations again as long as the operations in doubt end the same way; the
-// moments of the kills differ from run to run.
+// Environment: CORVAN_KILL_SEED is the seed of the first life, CORVAN_KILL_CYCLES the number of
+// kills. A seed repeats the same operations as long as the operations in doubt end the same way.
+// The moments of the kills differ from run to run.
 
 #include <gtest/gtest.h>
 
@@ -59,7 +58,7 @@ class KillTest : public KillChecksTest {
     return static_cast<Phase>(found - hits.begin());
   }
 
-  // Lives one after the other, from this seed on, while `more` says so.
+  // Runs one life after the other, from this seed on, while `more` returns true.
   template <typename More>
   void kill_while(uint64_t seed, const More& more) {
     for (; more(); ++seed) {
@@ -83,7 +82,8 @@ TEST_F(KillTest, KeepsWhatWasAcknowledged) {
              [&] { return limit.given() ? !limit.passed() : tally.points < cycles; });
   if (HasFailure()) return;
 
-  // Few cycles may miss something; enough of them go on until nothing is missing.
+  // A small number of cycles may miss a phase. From the usual number on, continue until none is
+  // missing.
   if (cycles >= kUsualCycles) {
     kill_while(setting("CORVAN_KILL_SEED", 1) + cycles, [&] {
       return (missing() || statistics.inside_commits == 0) && tally.points < 4 * cycles;
@@ -103,7 +103,7 @@ TEST_F(KillTest, KeepsWhatWasAcknowledged) {
 
 // ---- The checks find what is lost ---------------------------------------------------------------
 
-// A plan that ends with a commit of something.
+// A plan that ends with a commit that changes messages.
 Plan plan_with_commit(StoreLife& life) {
   for (;;) {
     Plan plan = life.next_plan();
@@ -189,8 +189,8 @@ TEST_F(KillChecksTest, FindsAProcessThatEndsOtherwise) {
 }  // namespace
 }  // namespace corvan_test
 
-// Keeps the process small, and so quick to fork, under address sanitizer, which takes its defaults
-// from here and otherwise holds on to hundreds of megabytes that were freed.
+// The defaults of address sanitizer. They keep the process small, and so quick to fork: the
+// sanitizer otherwise keeps hundreds of freed megabytes.
 // NOLINTBEGIN(bugprone-reserved-identifier): the sanitizer's name
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {

@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What goes through a pipe; small enough that a write is whole or missing.
+// One message of a pipe, small enough that each write is complete or missing.
 struct Record {
   int64_t index = 0;
   int64_t result = 0;
@@ -28,7 +28,7 @@ constexpr unsigned kSeconds = 60;  // for one process; it is killed much earlier
 constexpr int kThrew = 3;
 constexpr int kNoPipe = 4;
 
-// Both ends, closed at the end of the scope.
+// Both ends of a pipe, closed by the destructor.
 class Pipe {
  public:
   Pipe() {
@@ -41,7 +41,7 @@ class Pipe {
     close_end(1);
   }
 
-  // Ends of the file are seen only when no process holds the end for writing.
+  // The reader meets the end of the file only when no process has the write end open.
   void only_read() { close_end(1); }
   void only_write() { close_end(0); }
 
@@ -49,7 +49,7 @@ class Pipe {
     return write(ends_[1], &record, sizeof(record)) == static_cast<ssize_t>(sizeof(record));
   }
 
-  // Nothing when the process at the other end is gone.
+  // No value if the process at the other end is gone.
   std::optional<Record> get() const {
     Record record{};
     ssize_t got = 0;
@@ -74,9 +74,9 @@ struct Pipes {
   Pipe start;    // to it
 };
 
-// Waits at the operation that the aim names until the killer is ready, too: else that would sleep
-// through what it aims at on a busy machine. Ends by a signal alone: nothing is left to destructors
-// or to what runs at exit.
+// Waits at the operation of the aim until the killer is ready: on a busy machine the killer could
+// otherwise sleep through the operation. Ends by a signal, so that neither destructors nor exit
+// handlers run.
 [[noreturn]] void work(const Plan& plan, const Aim& aim, Pipes& pipes, Watch& watch) {
   alarm(kSeconds);
   pipes.records.only_write();
@@ -135,7 +135,7 @@ uint32_t Watch::microseconds(Phase phase) const {
 }
 
 Killed kill_at_work(const Plan& plan, const Aim& aim, Watch& watch) {
-  prctl(PR_SET_TIMERSLACK, 1);  // in nanoseconds: sleeping ends on time
+  prctl(PR_SET_TIMERSLACK, 1);  // in nanoseconds, so that sleeps end on time
   watch.reset();
   Pipes pipes;
   const pid_t child = fork();

@@ -1,4 +1,4 @@
-// A process that works on a store, and its end.
+// Starts a process that works on a store, and kills it.
 
 #ifndef TESTS_KILL_KILLING_H_
 #define TESTS_KILL_KILLING_H_
@@ -15,7 +15,7 @@
 
 namespace corvan_test {
 
-// What the two processes both see; all else that the killed one knew is gone with it.
+// Memory that both processes share. Everything else that the killed process knew is lost.
 class Watch {
  public:
   Watch();
@@ -29,7 +29,7 @@ class Watch {
 
   // The operation that is running.
   std::optional<std::size_t> running() const;
-  // How long the last of this phase took.
+  // How long the last operation of this phase took.
   uint32_t microseconds(Phase phase) const;
 
  private:
@@ -40,7 +40,7 @@ class Watch {
   Page* page_;
 };
 
-// When the process dies: so long after it has acknowledged so many operations.
+// When to kill the process: this long after it has acknowledged this many operations.
 struct Aim {
   std::size_t acknowledged = 0;
   uint32_t microseconds = 0;
@@ -49,10 +49,10 @@ struct Aim {
 struct Killed {
   std::vector<int64_t> results;        // of the operations that it acknowledged
   std::optional<std::size_t> running;  // the operation in the middle of which it died
-  std::string otherwise;               // how it ended when not by the kill
+  std::string otherwise;               // how the process ended if it was not killed
 };
 
-// Runs the plan in a process of its own and kills it. No store may be open here.
+// Runs the plan in a child process and kills it. No store may be open in this process.
 Killed kill_at_work(const Plan& plan, const Aim& aim, Watch& watch);
 
 }  // namespace corvan_test

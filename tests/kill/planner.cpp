@@ -141,7 +141,7 @@ void Planner::add(PlannedCall call) {
   call.clock = clock_ += 10;
   const bool joins = model_.in_transaction();
   run(call, model_);
-  // It stayed in the transaction that was there before: nothing of it is committed.
+  // The call joined the caller's transaction, so it committed nothing.
   if (joins && model_.in_transaction()) call.phase = Phase::kInTransaction;
   plan_.push_back(std::move(call));
 }
@@ -167,7 +167,7 @@ std::string Planner::stored_server_uid() {
   return row == rows.end() ? server_uid() : row->second.server_uid;
 }
 
-// Of a stored message where there is one.
+// The id of a stored message if there is one.
 int64_t Planner::id() {
   const Tables& tables = model_.tables();
   const auto row = tables.messages.lower_bound(
@@ -175,7 +175,7 @@ int64_t Planner::id() {
   return row == tables.messages.end() ? tables.largest_id : row->first;
 }
 
-// Around now, so that messages come in order and out of it.
+// A time around now, so that messages arrive both in order and out of order.
 int64_t Planner::time() {
   return clock_ - 100 + static_cast<int64_t>(below(200));
 }

@@ -17,19 +17,19 @@
 
 namespace corvan_test {
 
-// What a kill can come in the middle of.
+// What a kill can interrupt.
 enum class Phase : uint8_t {
   kCreating,       // opening a folder without a store
   kOpening,        // opening a store that was closed
   kRecovering,     // opening a store with what a killed process left in its log
   kSaving,         // the single save: two commits
-  kBatch,          // several commits of a kind
+  kBatch,          // several commits of the same kind
   kWriting,        // one or two statements, each with its commit
   kCompound,       // several statements in one transaction of the operation's own
   kInTransaction,  // an operation inside the caller's transaction
   kCommitting,     // commit_transaction()
   kVacuuming,      // a deletion that compacts the file
-  kRewriting,      // a large body: the log grows to where it is checkpointed while open
+  kRewriting,      // a large body: the log grows until it is checkpointed while open
   kClosing,        // close_db(): the checkpoint and the end of the log
   kDeleting,       // opening, and deleting, a file that is damaged
 };
@@ -44,8 +44,8 @@ struct PlannedCall {
   bool gives_store = false;  // once it has returned, the file has its schema
   std::function<int64_t(Corvan::CvDbSingleton&)> on_store;
   std::function<int64_t(Model&)> on_model;
-  // Outside a transaction: the states between its own commits, from the state before it. None when
-  // it has a single commit.
+  // The states between its own commits, outside a transaction, given the state before it. Empty if
+  // it commits once.
   std::function<std::vector<Model>(const Model&)> between;
 };
 using Plan = std::vector<PlannedCall>;
@@ -53,7 +53,7 @@ using Plan = std::vector<PlannedCall>;
 int64_t run(const PlannedCall& call, Corvan::CvDbSingleton& store);
 int64_t run(const PlannedCall& call, Model& model);
 
-// How a store's life goes.
+// The kinds of life that a store can have.
 enum class Life : uint8_t {
   kFresh,    // begins in an empty folder and is short
   kDamaged,  // begins with a file that is no store
@@ -63,11 +63,11 @@ enum class Life : uint8_t {
 
 class Planner {
  public:
-  // Plans for a process that opens the store in `folder`, which holds what `model` does.
+  // Makes plans for a process that opens the store in `folder`, whose content is `model`.
   Planner(const Model& model, std::string folder, Life life, uint64_t seed);
 
-  // `damaged` begins with meeting a damaged file. `opening` is the phase of the first opening after
-  // that; a store that is opened again was closed in between.
+  // If `damaged`, the plan begins with an opening of a damaged file. `opening` is the phase of the
+  // first opening after that; later openings follow a close.
   Plan plan(std::size_t length, bool damaged, Phase opening);
 
  private:

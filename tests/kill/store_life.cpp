@@ -80,7 +80,7 @@ Phase StoreLife::opening() const {
 
 Aim StoreLife::choose_aim(const Plan& plan, std::optional<Phase> wanted) {
   std::array<std::vector<std::size_t>, kPhases> operations;
-  // Large bodies fill the log to where it is checkpointed only in the end.
+  // Only the later large bodies fill the log until it is checkpointed.
   for (std::size_t i = life_ == Life::kHeavy ? plan.size() / 2 : 0; i < plan.size(); ++i) {
     operations.at(static_cast<std::size_t>(plan[i].phase)).push_back(i);
   }

@@ -17,7 +17,7 @@ using Corvan::MessageResponse;
 
 namespace {
 
-// The batch save on records that can be copied, a duplicate among them being a record of its own.
+// The batch save on records that can be copied. A duplicate is a separate record.
 template <typename Target>
 bool save_batch(Target& target, std::vector<MessageResponse>& records) {
   std::vector<std::unique_ptr<MessageResponse>> batch;

@@ -11,7 +11,7 @@ namespace corvan_test {
 
 // ---- Rows ---------------------------------------------------------------------------------------
 
-// Without an id left the insert fails, and SQLite gives up the whole transaction.
+// If no id is left, the insert fails and SQLite rolls back the whole transaction.
 bool Model::insert(MessageRow row) {
   if (tables_.largest_id == std::numeric_limits<int64_t>::max()) {
     roll_back();

@@ -15,7 +15,7 @@
 
 namespace corvan_test {
 
-// The rows, with every integer as wide as a column holds it.
+// The rows, with every integer as wide as its column.
 struct MessageRow {
   int64_t id = 0;
   std::string session_id;
@@ -58,7 +58,7 @@ struct Tables {
   std::map<int64_t, MessageRow> messages;  // by id
   std::vector<SessionRow> sessions;        // by row id
   std::map<std::string, SyncRow> syncs;    // by user
-  int64_t largest_id = 0;                  // that a message ever had; ids are not used again
+  int64_t largest_id = 0;  // the largest that a message ever had; ids are not used again
 };
 
 // The bits of set_session_time()'s profile.
@@ -106,7 +106,7 @@ class Model {
   bool save_message(const std::vector<std::unique_ptr<Corvan::MessageResponse>>& msg);
   bool is_message_exist(const std::string& session_id, Corvan::SessionType session_type,
                         int64_t timestamp);
-  // The store gives no order to what it appends; the model appends in ascending order.
+  // The order in which the store appends is not defined; the model appends in ascending order.
   bool is_message_exist(const std::string& msg_uid, std::vector<std::string>& exist_uid);
   bool is_message_exist(std::vector<Corvan::UpdateValue>& msg);
   void set_send_time_for_dup_msg(int64_t msg_id, int64_t sent_time, const std::string& msg_uid);
@@ -132,7 +132,7 @@ class Model {
   void get_client_uid(int64_t msg_id, int64_t& client_uid);
   int32_t set_sendtime(int64_t msg_id, int64_t sent_time, const std::string& msg_uid,
                        int32_t fail_reason);
-  // `column` is what the caller's statement sets; a name that is no column fails.
+  // `column` is the column that the caller's statement sets; the call fails if there is none.
   bool common_message_int(int64_t msg_id, int32_t value, const std::string& column);
   bool common_message_text(int64_t msg_id, const std::string& value, const std::string& column);
 
@@ -192,7 +192,7 @@ class Model {
                    int32_t& status);
   bool remove_session(const std::string& session_id, Corvan::SessionType session_type);
   bool clear_session(const std::vector<Corvan::SessionType>& entry);
-  // The caller's statement sets `column` to 7; a name that is no column fails.
+  // The caller's statement sets `column` to 7; the call fails if there is no such column.
   bool common_session_operation(const std::string& session_id, int32_t session_type,
                                 const std::string& column);
   bool is_session_exist(const std::string& session_id, int32_t session_type);

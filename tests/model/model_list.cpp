@@ -38,7 +38,7 @@ bool Model::get_session_list_by_page(const std::vector<SessionType>& entry, int6
     }
   }
 
-  // Each run of equally pinned rows by itself.
+  // Sorts each run of rows with the same pin separately.
   for (auto run = page.begin(); run != page.end();) {
     const auto end = std::find_if(run, page.end(),
                                   [&](const Session& row) { return row.is_top_ != run->is_top_; });
@@ -72,7 +72,7 @@ bool Model::load_session(std::vector<Session>& session, std::string& session_typ
                          int64_t timestamp, int32_t limit, bool is_top) {
   const auto kinds = number_list(session_type);
   if (!open_ || !kinds) return false;
-  // Among the pinned without a time, the limit takes the time's place and the query fails.
+  // Among the pinned without a time, the limit is bound in place of the time and the query fails.
   if (is_top && timestamp <= 0) return !session.empty();
 
   std::vector<SessionRow> rows;
@@ -82,7 +82,8 @@ bool Model::load_session(std::vector<Session>& session, std::string& session_typ
                                : timestamp <= 0 || (older && row.is_top == 0);
     if (wanted && kinds->count(row.session_type) > 0) rows.push_back(row);
   }
-  std::reverse(rows.begin(), rows.end());  // of one place and kind the younger row comes first
+  // Among rows of equal time and kind the younger row comes first.
+  std::reverse(rows.begin(), rows.end());
   std::stable_sort(rows.begin(), rows.end(), [](const SessionRow& a, const SessionRow& b) {
     if (a.is_top != b.is_top) return a.is_top > b.is_top;
     if (a.session_time != b.session_time) return a.session_time > b.session_time;

@@ -79,7 +79,7 @@ bool Model::save_message(const std::vector<std::unique_ptr<MessageResponse>>& ms
     row.client_uid = each->client_uid_;
     row.server_uid = cut(each->server_uid_);
     insert(row);
-    each->msg_id_ = last_insert_;  // after a failure the one before
+    each->msg_id_ = last_insert_;  // after a failure the id of the insert before
   }
   return true;
 }

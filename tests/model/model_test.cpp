@@ -1,6 +1,6 @@
-// Random sequences of operations, run in the store and in the model. Equal seeds give equal
-// sequences everywhere: an operation is a number, and all that it picks, its arguments too, follows
-// from that number and from the rows that the model holds when its turn comes.
+// Runs random sequences of operations in the store and in the model. Equal seeds give equal
+// sequences on every machine: an operation is a number, and its arguments follow from that number
+// and from the model's rows at that moment.
 //
 // Environment: CORVAN_MODEL_SEED (first seed), CORVAN_MODEL_SEQUENCES, CORVAN_MODEL_LENGTH,
 // CORVAN_SECONDS.

@@ -1,4 +1,4 @@
-// The operations that a step can run, in two lists.
+// The operations that a step can run, with their weights.
 
 #ifndef TESTS_MODEL_OPERATION_LIST_H_
 #define TESTS_MODEL_OPERATION_LIST_H_
@@ -10,7 +10,7 @@
 
 namespace corvan_test {
 
-// An operation's name, and its call on the store or on the model.
+// An operation's name, and its call, which takes the store or the model.
 #define CALL(name) #name, [](auto& target, auto&... args) { return target.name(args...); }
 
 struct ModelOperation {

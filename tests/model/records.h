@@ -1,4 +1,4 @@
-// The model's rows as the store hands them out.
+// The model's rows as the records that the store returns.
 
 #ifndef TESTS_MODEL_RECORDS_H_
 #define TESTS_MODEL_RECORDS_H_
@@ -20,7 +20,7 @@ Corvan::MessageResponse listed(const MessageRow& row, const std::string& session
 
 // Fills a Session's fields from its latest message.
 void fold(const MessageRow& row, Corvan::Session& conv);
-// Fills a Session's fields, but its id and kind, from its row.
+// Fills a Session's fields from its row, except id and kind.
 void fold(const SessionRow& row, Corvan::Session& conv);
 
 void hand_out(const Corvan::Session& conv, Corvan::SessionInfo& info);

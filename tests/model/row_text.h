@@ -1,4 +1,4 @@
-// Rows of the model as a query of their columns gives them.
+// Rows of the model as text, like the result of a query for their columns.
 
 #ifndef TESTS_MODEL_ROW_TEXT_H_
 #define TESTS_MODEL_ROW_TEXT_H_

@@ -27,7 +27,7 @@ Rows rows_of(const Tables& tables) {
   return rows;
 }
 
-// Those of one list that the other does not have.
+// The elements of one list that the other does not have.
 std::string lines(const Rows& rows, const Rows& others) {
   std::string all;
   for (const std::string& row : rows) {
@@ -61,7 +61,7 @@ SideBySide::~SideBySide() {
   Corvan::CvDbSingleton::delete_instance();
 }
 
-// A store that went wrong may have left connections and locks behind.
+// A faulty store may have left connections and locks.
 void SideBySide::start_anew() {
   Corvan::CvDbSingleton::delete_instance();
   second_.reset();
@@ -136,7 +136,7 @@ SideBySide::Parted SideBySide::compare(const Step& step, const Model& model, boo
   return {{lines(expected, actual), lines(actual, expected)}};
 }
 
-// Both with no rows, open for "me"; a new connection has inserted nothing yet.
+// Makes both empty and opens them for "me". A new connection has no last row id.
 void SideBySide::empty(Model& model) {
   set_clock(1000000);
   second_->close();
@@ -151,7 +151,7 @@ void SideBySide::empty(Model& model) {
   }
   model.open("me");
   std::vector<SessionInfo> none;
-  store().get_session_list_by_page({}, 0, 0, none);  // forgets how the last page ended
+  store().get_session_list_by_page({}, 0, 0, none);  // resets how the last page ended
 }
 
 }  // namespace corvan_test

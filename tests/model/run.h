@@ -21,9 +21,9 @@
 
 namespace corvan_test {
 
-using Sequence = std::vector<uint64_t>;  // one number an operation
+using Sequence = std::vector<uint64_t>;  // one number for each operation
 
-// Where the store and the model part.
+// Where the store and the model first differ.
 struct Difference {
   std::size_t index;  // of the operation
   std::string call;
@@ -32,10 +32,10 @@ struct Difference {
 };
 std::string report(const Difference& difference);
 
-// Equal seeds give equal sequences everywhere.
+// Equal seeds give equal sequences on every machine.
 Sequence sequence_of(uint64_t seed, std::size_t length);
 
-// The store in a folder of its own, beside the model.
+// The store, in a temporary folder, and the model.
 class SideBySide {
  public:
   SideBySide();
@@ -43,14 +43,15 @@ class SideBySide {
   SideBySide& operator=(const SideBySide&) = delete;
   ~SideBySide();
 
-  // The first difference, from a start without rows. Every result and every argument is compared,
-  // and whether a statement or a transaction was left open; the stored rows after every `interval`
-  // operations and at the end. `calls` receives the operations that were run, as text.
+  // Runs the sequence, beginning without rows, and returns the first difference. Compares every
+  // result and argument and whether a statement or transaction was left open, and the stored rows
+  // after every `interval` operations and at the end. `calls` receives the operations that were
+  // run, as text.
   std::optional<Difference> run(const Sequence& sequence, std::size_t interval,
                                 std::vector<std::string>* calls = nullptr);
 
-  // Leaves out operations of a sequence that has a difference for as long as it has one, and tells
-  // what is left, operation by operation.
+  // Removes operations from a sequence as long as it still has a difference. Describes the rest,
+  // operation by operation.
   std::string shrink(Sequence sequence);
 
   uint64_t operations() const { return operations_; }  // run so far

@@ -1,5 +1,5 @@
-// Opens, prepares and closes by calls that support/sqlite_ledger.cpp does not wrap: the ledger is
-// the store's alone.
+// Opens, prepares and closes with calls that support/sqlite_ledger.cpp does not wrap, so that the
+// ledger holds only the store's texts.
 
 #include "tests/model/second_connection.h"
 

@@ -10,9 +10,9 @@ struct sqlite3_stmt;
 
 namespace corvan_test {
 
-// A connection of its own to the store's file: sees what is committed, and changes rows behind the
-// store's back. Opened when it is first used and then kept, with no transaction open in between;
-// closed by hand before the store closes, so that the store is the last one to do it.
+// A separate connection to the store's file, which sees what is committed and changes rows without
+// the store. It is opened at its first use and kept, without an open transaction. Close it before
+// the store, so that the store's connection is the last to close.
 class SecondConnection {
  public:
   explicit SecondConnection(std::string file);
@@ -20,8 +20,8 @@ class SecondConnection {
   SecondConnection& operator=(const SecondConnection&) = delete;
   ~SecondConnection();
 
-  // All rows: messages by id, conversations in the order of their rows, sync times by user; each as
-  // its columns with "|" between. This and run() throw std::runtime_error, with SQLite's text.
+  // All rows: messages by id, conversations by row id, sync times by user; each row is its columns
+  // joined by "|". This and run() throw std::runtime_error with SQLite's text.
   std::vector<std::string> rows();
 
   void run(const std::string& sql);
@@ -37,7 +37,7 @@ class SecondConnection {
   using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
 
   void open();
-  // Moves `sql` behind the statement.
+  // Moves `sql` to the end of the statement.
   Statement prepare(const char*& sql) const;
   void append(sqlite3_stmt* stmt, std::vector<std::string>& rows) const;
   [[noreturn]] void fail() const;

@@ -1,4 +1,4 @@
-// What SQLite makes of values and of lists that are pasted into statements, for the model.
+// How SQLite treats values, and lists that are pasted into statements.
 
 #ifndef TESTS_MODEL_SQL_VALUES_H_
 #define TESTS_MODEL_SQL_VALUES_H_
@@ -30,7 +30,7 @@ std::optional<std::set<int64_t>> number_list(const std::string& text);
 void append(std::string& list, const std::string& element);
 std::string kind_list(const std::vector<Corvan::SessionType>& entry);
 
-// A value as a literal of a statement.
+// A value as an SQL literal.
 std::string sql_text(const std::string& value);
 std::string sql_text(int64_t value);
 

@@ -16,7 +16,7 @@ using Corvan::UpdateValue;
 
 namespace {
 
-// More than a page of the file holds; texts of different ends differ nowhere else.
+// Longer than a page of the file; two such texts differ only at their ends.
 std::string long_text(const std::string& end) {
   return std::string(5000, 'x') + end;
 }
@@ -34,7 +34,7 @@ Step::Step(CvDbSingleton& store, Model& model, SecondConnection& second, const s
   choose_conversation();
 }
 
-// Often one that is stored.
+// Often a stored value.
 void Step::choose_conversation() {
   room_ = any_room();
   kind_ = any_kind();
@@ -119,7 +119,7 @@ int64_t Step::id() {
   if (like_ && flag()) return like_->id;
   const MessageRow* row = one_in(3) ? nullptr : stored_message();
   if (row != nullptr) {
-    // Now and then what the 32-bit reader makes of it.
+    // Sometimes as the 32-bit reader returns it.
     return one_in(8) ? static_cast<int32_t>(static_cast<uint32_t>(row->id)) : row->id;
   }
   return of({int64_t{0}, int64_t{0}, int64_t{-1}, int64_t{-1}, int64_t{1}, int64_t{2}, int64_t{3},

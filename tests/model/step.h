@@ -1,4 +1,4 @@
-// One operation in the making: its picks, its arguments, and its run in the store and in the model.
+// One operation: picks its arguments and runs it in the store and in the model.
 
 #ifndef TESTS_MODEL_STEP_H_
 #define TESTS_MODEL_STEP_H_
@@ -30,7 +30,7 @@ class Step {
   Step(Corvan::CvDbSingleton& store, Model& model, SecondConnection& second,
        const std::string& folder, uint64_t number);
 
-  // Runs it in both, each with its own copy of the arguments.
+  // Runs the operation in both, each with its own copy of the arguments.
   template <typename Call, typename... Args>
   void both(const char* name, Call call, const std::tuple<Args...>& args) {
     call_ = [name, args] { return std::string(name) + "(" + text(args) + ")"; };
@@ -42,7 +42,7 @@ class Step {
     expected_ = text(expected);
   }
 
-  // Behind the store's back; a transaction of the store would keep it out.
+  // Add rows through the second connection, unless the store has a transaction open.
   void plant_messages();
   void plant_session();
   void plant_page();
@@ -54,7 +54,8 @@ class Step {
   // The operation with its arguments.
   std::string call() const { return call_(); }
 
-  // Whether both gave the same result and left the same arguments; if not, what they gave and left.
+  // Whether both returned the same result and left the same arguments; if not, what they returned
+  // and left.
   bool agrees() const { return agrees_; }
   const std::string& actual() const { return actual_; }
   const std::string& expected() const { return expected_; }
@@ -78,14 +79,14 @@ class Step {
     return values;
   }
 
-  // Mostly of the one conversation that the operation is about.
+  // Mostly the conversation that the operation is about.
   std::string room() { return one_in(5) ? any_room() : room_; }
   Corvan::SessionType kind() { return one_in(5) ? any_kind() : kind_; }
   int32_t kind_number() { return kind(); }
   std::vector<Corvan::SessionType> kinds() {
     return some([this] { return kind(); });
   }
-  // For the list: kinds of which the order of the rows is known.
+  // Kinds for the list whose rows have a defined order.
   std::vector<Corvan::SessionType> listed_kinds();
   std::string kind_list();
 
@@ -97,13 +98,13 @@ class Step {
   std::string id_list();
 
   int64_t time();
-  // Of a message to save; from the clock when below 1.
+  // The time of a message to save; the store uses the clock if it is below 1.
   int64_t new_time() { return one_in(3) ? of({int64_t{0}, int64_t{-1}}) : time(); }
-  // Half the time at the conversation's own or just behind it.
+  // In half of the cases the conversation's receipt time or the one after it.
   int64_t receipt_time();
   int64_t cursor();
   std::string server_uid();
-  // A list of server uids as a caller pastes them, well quoted or not.
+  // A list of server uids as a caller pastes it, correctly quoted or not.
   std::string server_uid_list();
   int64_t client_uid() { return like_ ? like_->client_uid : of({0, 0, -1, 1, 1, 2, 2}); }
   std::string sender();
@@ -115,7 +116,7 @@ class Step {
     return of({0, 0, 1, 2, 3});
   }
   int32_t count() { return of({0, 1, 1, 2, 3, 3, 1000000, -1, kMaxInt, kMinInt}); }
-  // A stored integer, now and then beyond 32 bits.
+  // A stored integer, sometimes above 32 bits.
   int64_t wide(std::initializer_list<int64_t> values) {
     return one_in(6)
                ? of({kWide, kWide, kWide + 1, int64_t{kMaxInt}, int64_t{kMinInt}, int64_t{-1}})
@@ -146,16 +147,16 @@ class Step {
   Corvan::SessionType any_kind();
   void choose_conversation();
 
-  // A row that is stored, by preference one of the conversation; null when there is none.
+  // A stored row, preferably of the conversation; null if there is none.
   const MessageRow* stored_message();
   const SessionRow* stored_session();
-  // That of the conversation, or null.
+  // The row of the conversation, or null.
   const SessionRow* own_session() const;
 
   void plant(const char* name, const std::vector<MessageRow>& messages,
              const std::vector<SessionRow>& sessions);
 
-  // The result, if there is one, and each argument.
+  // The result, if there is one, and all arguments after the call.
   template <typename Target, typename Call, typename... Args>
   static auto outcome(Target& target, Call call, std::tuple<Args...> args) {
     using Result = decltype(call(target, std::declval<Args&>()...));

@@ -13,7 +13,7 @@ using namespace std::string_literals;
 
 namespace {
 
-// The values as an insert takes them.
+// The values as literals, for an insert.
 template <typename... Values>
 std::string sql_list(const std::tuple<Values...>& values) {
   std::string all;
@@ -24,7 +24,7 @@ std::string sql_list(const std::tuple<Values...>& values) {
 
 }  // namespace
 
-// One message, or more mentions than their page holds.
+// Plants one message, or more mentions than a page of mentions can have.
 void Step::plant_messages() {
   const bool mentions = one_in(4);
   std::vector<MessageRow> rows(mentions ? 20 : 1);
@@ -75,7 +75,7 @@ void Step::plant_session() {
   plant("plant_session", {}, {row});
 }
 
-// Conversations of few times, each with its newest message.
+// Plants conversations with few different times, each with its newest message.
 void Step::plant_page() {
   std::vector<MessageRow> messages(30);
   std::vector<SessionRow> sessions(messages.size());
@@ -128,7 +128,7 @@ void Step::plant(const char* name, const std::vector<MessageRow>& messages,
   for (const SessionRow& row : sessions) model_.plant(row);
 }
 
-// Another user's store is opened after a close only.
+// Another user's store is opened only after a close.
 void Step::open(const std::string& user) {
   if (user != model_.user()) close();
   tell("open(" + text(user) + ")");

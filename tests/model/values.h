@@ -1,4 +1,4 @@
-// Arguments and results of operations: whether two are the same, and how they read in a report.
+// Compares arguments and results of operations, and formats them for a report.
 
 #ifndef TESTS_MODEL_VALUES_H_
 #define TESTS_MODEL_VALUES_H_
@@ -75,7 +75,7 @@ bool same(const std::tuple<Values...>& a, const std::tuple<Values...>& b) {
 
 // ---- How they read ------------------------------------------------------------------------------
 
-// A zero byte as \0, and a character that comes many times in a row once, with how often.
+// Writes a zero byte as \0, and a long run of one character as that character with its count.
 std::string printable(const std::string& value);
 
 template <typename Value>
