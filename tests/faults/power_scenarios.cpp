@@ -7,6 +7,7 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "tests/faults/disk_images.h"
 #include "tests/support/operations/small_store.h"
 #include "tests/support/store_test.h"
 
