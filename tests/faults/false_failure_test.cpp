@@ -77,7 +77,7 @@ TEST_F(FalseFailure, SaveThatReturnsMinusOneIsStoredAfterARestart) {
       << "its conversation was not brought up to date";
 }
 
-TEST_F(FalseFailure, SavedAgainAfterARestartItIsStoredTwice) {
+TEST_F(FalseFailure, MessageSavedAgainAfterARestartIsStoredTwice) {
   const NewMessage message = NewMessage().at(200).text("second");
   EXPECT_EQ(save_without_sync(message), -1);
   restart();
@@ -85,7 +85,7 @@ TEST_F(FalseFailure, SavedAgainAfterARestartItIsStoredTwice) {
   EXPECT_EQ(contents_after_restart(), (Rows{"first", "second", "second"}));
 }
 
-TEST_F(FalseFailure, AServerUidKeepsItFromBeingStoredTwice) {
+TEST_F(FalseFailure, MessageWithAServerUidIsNotStoredTwice) {
   const NewMessage message = NewMessage().at(200).named("s2").text("second");
   EXPECT_EQ(save_without_sync(message), -1);
   restart();
@@ -94,7 +94,7 @@ TEST_F(FalseFailure, AServerUidKeepsItFromBeingStoredTwice) {
   EXPECT_EQ(contents_after_restart(), (Rows{"first", "second"}));
 }
 
-TEST_F(FalseFailure, AnOwnMessageSavedAgainIsMarkedAsSent) {
+TEST_F(FalseFailure, OwnMessageSavedAgainIsMarkedAsSent) {
   const NewMessage message = NewMessage().own(7).at(200).status(2);
   EXPECT_EQ(save_without_sync(message), -1);
   restart();
@@ -103,7 +103,7 @@ TEST_F(FalseFailure, AnOwnMessageSavedAgainIsMarkedAsSent) {
   EXPECT_EQ(rows_after_restart("select sent_status from t_message where client_uid=7"), Rows{"0"});
 }
 
-TEST_F(FalseFailure, SavedAgainBeforeARestartItIsStoredOnce) {
+TEST_F(FalseFailure, MessageSavedAgainBeforeARestartIsStoredOnce) {
   const NewMessage message = NewMessage().at(200).text("second");
   EXPECT_EQ(save_without_sync(message), -1);
   EXPECT_GT(save(message), 0);
@@ -111,14 +111,14 @@ TEST_F(FalseFailure, SavedAgainBeforeARestartItIsStoredOnce) {
   EXPECT_EQ(contents_after_restart(), (Rows{"first", "second"}));
 }
 
-TEST_F(FalseFailure, AnyCommitBeforeTheRestartTakesItAway) {
+TEST_F(FalseFailure, LaterCommitRemovesTheFailedWrite) {
   EXPECT_EQ(save_without_sync(NewMessage().at(200).text("second")), -1);
   EXPECT_TRUE(store().set_sync_time(1, true));
   restart();
   EXPECT_EQ(contents_after_restart(), Rows{"first"});
 }
 
-TEST_F(FalseFailure, ClosingTheStoreTakesItAway) {
+TEST_F(FalseFailure, ClosingTheStoreRemovesTheFailedWrite) {
   EXPECT_EQ(save_without_sync(NewMessage().at(200).text("second")), -1);
   store().close_db();
   ASSERT_TRUE(open());

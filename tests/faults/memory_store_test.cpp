@@ -65,7 +65,7 @@ TEST_F(MemoryEndsInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt) 
   EXPECT_EQ(committed(), Rows{"1|0"});
 }
 
-TEST_F(MemoryEndsInTransaction, SoDoesThatOfAnOperationThatSucceeds) {
+TEST_F(MemoryEndsInTransaction, TransactionOfASuccessfulOperationStaysOpenToo) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_FALSE(store().start_transaction());
   log.take();
@@ -74,7 +74,7 @@ TEST_F(MemoryEndsInTransaction, SoDoesThatOfAnOperationThatSucceeds) {
   EXPECT_EQ(committed(), Rows{"1|5"});
 }
 
-TEST_F(MemoryEndsInTransaction, TheNextOperationThatIsATransactionEndsIt) {
+TEST_F(MemoryEndsInTransaction, NextOperationWithATransactionCommitsTheOpenOne) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_EQ(save(NewMessage().at(200)), 2);
   EXPECT_EQ(committed(), Rows{"1|1"});
@@ -83,7 +83,7 @@ TEST_F(MemoryEndsInTransaction, TheNextOperationThatIsATransactionEndsIt) {
   EXPECT_EQ(committed(), (Rows{"1|5", "2|1"}));
 }
 
-TEST_F(MemoryEndsInTransaction, WhatIsInItIsLostWhenTheStoreIsClosedBefore) {
+TEST_F(MemoryEndsInTransaction, ClosingTheStoreRollsTheOpenTransactionBack) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_EQ(save(NewMessage().at(200)), 2);
   store().close_db();
@@ -174,7 +174,7 @@ class MemoryEndsInOpening : public StoreTest {
   static constexpr const char* kTables = "select name from sqlite_master where type='table'";
 };
 
-TEST_F(MemoryEndsInOpening, TheCallerClosesAndOpensAgain) {
+TEST_F(MemoryEndsInOpening, CallerCanCloseAndOpenAgain) {
   store().close_db();
   ASSERT_TRUE(open());
   EXPECT_EQ(save(NewMessage()), 1);

@@ -70,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(Own, Power, testing::ValuesIn(own_scenarios()), scenari
 INSTANTIATE_TEST_SUITE_P(Operations, Power, testing::ValuesIn(scenarios_of_operations()),
                          scenario_name);
 
-TEST(PowerSeeds, GoOnForAsLongAsThereIsTime) {
+TEST(PowerSeeds, RunUntilTheTimeLimit) {
   const TimeLimit limit;
   if (!limit.given()) GTEST_SKIP() << "CORVAN_SECONDS is not set: no time to fill";
   std::vector<Scenario> scenarios = own_scenarios();

@@ -177,7 +177,7 @@ TEST_F(KillChecksTest, FindsADamagedFileThatWasChanged) {
   }
 }
 
-TEST_F(KillChecksTest, FindsAProcessThatEndsOtherwise) {
+TEST_F(KillChecksTest, FindsAProcessThatWasNotKilled) {
   StoreLife life(kGrowingSeed, watch, statistics, schema);
   Plan plan = life.next_plan();
   plan[1].on_store = [](Corvan::CvDbSingleton&) -> int64_t { throw std::bad_alloc(); };

@@ -29,7 +29,7 @@ OnFilledStore first_page(const std::vector<SessionType>& kinds) {
   };
 }
 
-// The page after a first one of this length, which ends among the pinned or not.
+// The page after a first page of this length. `is_top`: the first page ends among the pinned.
 OnFilledStore second_page(int first, bool is_top) {
   return [=](FilledStore& s, const Room&) {
     std::vector<SessionInfo> page;
@@ -86,11 +86,11 @@ Operation get_session_list_by_page() {
        [](Answers& a) {
          const int rows = a.rows(kSessionPage);
          if (rows <= 0) return text(false, "[]");
-         // Messages come in the order of their ids: that of "room" first.
+         // The messages arrive by id: the one of "room" first.
          const int messages = a.rows(kMessagesOfPage);
          std::vector<std::string> all = {kPinnedEntry, kPeerEntry, kRoomEntry};
          if (messages < 1) all[2].erase(all[2].size() - 5);
-         // The page has "peer" when it has "room", whose message then comes first.
+         // A page with "room" also has "peer", whose message comes second.
          if (messages < (rows == 3 ? 2 : 1)) all[1].erase(all[1].size() - 5);
          return text(true, first(all, rows));
        },

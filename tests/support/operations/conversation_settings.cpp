@@ -34,7 +34,7 @@ Operation set_is_top() {
       {"Pin",
        [](CvDbSingleton& s) { return text(s.set_is_top("room", kRoom, true, true)); },
        [](Answers& a) {
-         // A conversation that could not be looked for is created, and the key refuses it.
+         // If the lookup fails, the store tries to create the conversation, and the key refuses it.
          return text(a.row(kSessionExists) ? a.done("update t_session set is_top=?")
                                            : a.done("insert into t_session(is_top,"));
        },
@@ -237,7 +237,7 @@ Operation remove_session() {
        {kTiny}},
   };
   op.growing = {
-      // Its row and read time are gone by the time that the messages are marked.
+      // The row and its read time are deleted before the messages are marked.
       {"RemoveSession", kChanged,
        [](FilledStore& s, const Room& room) {
          EXPECT_TRUE(s.store().remove_session(room.id, room.type));

@@ -14,7 +14,7 @@ using Corvan::CvDbSingleton;
 
 namespace {
 
-// Points a conversation at its newest message.
+// What follows a deletion for a conversation: its newest message is set again.
 void refresh_latest(Answers& a) {
   if (a.row_or_done(kNewestMessage)) a.run(kPointAtAny);
 }
@@ -50,7 +50,7 @@ Operation delete_message_by_ids() {
        },
        [](Answers& a) {
          a.begin();
-         // Message 1 alone is unread in "room"; messages 1, 3 and 63 come in this order.
+         // Only message 1 of "room" is unread. The rows arrive in the order 1, 3, 63.
          const int unread = a.rows("select session_id,session_type,read_status,is_mention,");
          const int latest = a.rows("select session_id,session_type from t_session where latest_id");
          const bool deleted = a.done("delete from t_message where id in(1,3,63)");
@@ -86,7 +86,7 @@ Operation delete_message_by_server_uids() {
        {{"delete from t_message where server_uid in('s1','x')", kByServerUidIndex},
         kNewestMessage,
         kPointAtAndMove}},
-      {"DeleteByServerUidsLeavingNone",  // the empty uid is that of message 3
+      {"DeleteByServerUidsLeavingNone",  // message 3 has the empty uid
        [](CvDbSingleton& s) {
          s.delete_message("room", Corvan::CV_GROUP, {"s1", "", "s2"});
        },

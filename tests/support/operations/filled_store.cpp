@@ -20,12 +20,12 @@ namespace {
 
 // ---- What is stored -----------------------------------------------------------------------------
 
-constexpr int kNamed = 8;  // conversations with a name above
+constexpr int kNamed = 8;  // the conversations that filled_store.h names
 
 struct Planted {
   std::string session_id;
   int type = Corvan::CV_GROUP;
-  int place = 0;  // from its conversation's newest
+  int place = 0;  // counted from its conversation's newest message
   int direction = 1;
   int sent_status = 0;
 };
@@ -65,7 +65,7 @@ Planted planted(int newer, int messages, int conversations) {
   return m;
 }
 
-// Nothing here outlives a test: no write waits for the disk.
+// The files do not outlive a test, so writes need not be synced.
 constexpr const char* kWithoutSync = "pragma synchronous=off;";
 
 std::string planted_messages(int messages, int conversations) {
@@ -120,7 +120,7 @@ class FilledFiles {
  private:
   static void fill(const TemporaryFolder& place, int factor) {
     std::string tables;
-    std::string indexes;  // quicker to make once the messages are there
+    std::string indexes;  // faster to create after the messages
     for (const auto& [name, sql] : Corvan::CvDatabase::table_index()) {
       (sql.find("create index") == 0 ? indexes : tables) += sql + ";";
     }

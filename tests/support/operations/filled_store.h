@@ -21,7 +21,7 @@ constexpr int kFactor = 10;  // the large store holds this many times as much
 constexpr int64_t kFirstTime = 200000;  // no time equals a message's id
 constexpr int64_t kAfterAll = 900000;   // later than every time
 constexpr int kTinyMessages = 10;
-constexpr int kUnread = 4;     // so many of a conversation's newest messages are unread
+constexpr int kUnread = 4;     // this many of a conversation's newest messages are unread
 constexpr int kNewOnes = 5;    // messages that are newer than the read and the receipt time
 constexpr int kMentions = 12;  // of direction 2
 constexpr int kPage = 8;       // of the conversation list: more than the pinned conversations
@@ -64,7 +64,7 @@ Room new_room();
 
 std::string quoted(const std::string& text);
 
-// One of the two stores, open. Only what an operation does through store() is counted.
+// One of the two stores, open. Only the steps of calls through store() are counted.
 class FilledStore : public StoreTest {
  public:
   using StoreTest::file;
@@ -88,7 +88,7 @@ class FilledStore : public StoreTest {
   void open_large();
   Room room(const std::string& id) const;
 
-  // What SQLite does for the store while `run` runs on this conversation.
+  // The steps that SQLite takes for the store while `run` runs on this conversation.
   StepCounts steps_of(const std::function<void(FilledStore&, const Room&)>& run,
                       const std::string& room_id);
 

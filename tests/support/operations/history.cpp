@@ -28,7 +28,7 @@ std::function<void(CvDbSingleton&)> page(int64_t id, bool desc,
   };
 }
 
-// The log line that a page of history writes before its text goes to SQLite.
+// The log line that is written before the text of a page is prepared.
 std::string logged(const std::string& rest) {
   return "2 bool Corvan::CvDbSingleton::get_history_message_by_object_name(const std::string &, "
          "Corvan::SessionType, const std::vector<std::string> &, int64_t, int32_t, "
@@ -51,11 +51,11 @@ OnFilledStore history_of_four(bool from_middle, bool desc, const std::vector<std
   };
 }
 
-// A page of history, read by the id of its anchor. `all` holds what it gives when nothing fails.
+// A page of history. `all` is the page if nothing fails.
 std::vector<std::string> page_from(Answers& a, bool anchored, const std::vector<std::string>& all) {
   const bool found = a.row(anchored ? "select sent_time from t_message where id=?"
                                     : "select sent_time from t_message where session_id=?");
-  // Without its time the anchor is at 0, or, behind the newest message, at 1.
+  // Without the anchor's time the page begins at time 0, or at 1 after the newest message.
   const int rows = a.rows(kHistoryPage);
   return found ? first(all, rows) : std::vector<std::string>{};
 }
@@ -239,8 +239,8 @@ Operation get_matched_message() {
         history(">? order by sent_time asc limit ?", kRowsAfter), kCommit}},
   };
   op.calls = {
-      // Its second anchor, 200, is no message's id: the newer half is the oldest of the
-      // conversation, oldest first, which goes in front of it newest first.
+      // The second anchor, 200, is not the id of a message, so the newer half begins with the
+      // oldest messages of the conversation. They are inserted at the front, newest first.
       {"Matched",
        [](CvDbSingleton& s) {
          std::vector<MessageResponse> page;
@@ -250,7 +250,7 @@ Operation get_matched_message() {
        [](Answers& a) {
          a.begin();
          std::vector<std::string> span = page_from(a, true, {kMessage2});
-         // After an older half that is empty the anchor is message 2: what follows it.
+         // If the older half is empty, the second anchor is message 2.
          const bool second_anchor = span.empty();
          const bool anchored = a.row("select sent_time from t_message where id=?");
          const std::vector<std::string> newer =

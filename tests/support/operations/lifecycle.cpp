@@ -17,7 +17,7 @@ using Corvan::CvDbSingleton;
 
 namespace {
 
-constexpr int kSchemaRows = 20;  // tables and indexes, with some to spare
+constexpr int kSchemaRows = 20;  // more than the tables and indexes of the schema
 
 // Whether this SQLite library has secure deletion switched on by default. Found out at the first
 // call: SQLite must not be used before main().
@@ -86,7 +86,7 @@ Operation close_db() {
        [](CvDbSingleton& s) { return s.close_db(), text(""); },
        [](Answers&) { return text(""); },
        {""},
-       // So that closing has something to bring from the log into the file.
+       // A write, so that closing has something to checkpoint.
        [](CvDbSingleton& s) { s.set_silence("room", kRoom, 2); }},
   };
   op.left_out = {
@@ -174,7 +174,7 @@ Operation check_integrity() {
          if (!a.prepared("pragma integrity_check;")) {
            return a.run("pragma integrity_check;"), text(false, "not a database file");
          }
-         // It ends at "ok", else with the last finding.
+         // The store stops after the row "ok"; otherwise it reads all findings.
          return a.row("pragma integrity_check;") ? text(true, "ok") : text(false, "findings");
        },
        {"false, not a database file"}},
@@ -227,8 +227,8 @@ Operation createdb_copydata(const std::string& folder) {
        [](CvDbSingleton& s) { return s.createdb_copydata(), text(""); },
        [](Answers& a) {
          a.begin();
-         // Of each of the tables, and of the index; SQLite's own tables and keys lie
-         // between them.
+         // The number of CREATE statements by the number of rows: SQLite's own tables and indexes
+         // have none.
          constexpr std::array<int, 8> kStatements = {0, 1, 1, 2, 2, 3, 3, 4};
          const int rows = a.rows("select type,tbl_name,sql from odb.sqlite_master");
          const int statements = kStatements.at(static_cast<std::size_t>(std::max(rows, 0)));

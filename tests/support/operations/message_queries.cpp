@@ -43,7 +43,7 @@ OnFilledStore no_max_message_id(int32_t choice) {
   };
 }
 
-// Both calls with this choice.
+// Calls get_max_time() and get_max_message_id() with this type.
 std::function<void(CvDbSingleton&)> newest(int32_t type) {
   return [=](CvDbSingleton& s) {
     int64_t time = 0;

@@ -13,7 +13,7 @@ using Corvan::CvDbSingleton;
 
 namespace {
 
-// A receipt after `before` has run that covers no message, but moves the receipt time.
+// Runs `before`, then a receipt that covers no message but moves the receipt time.
 OnFilledStore covers_nothing(const std::string& before) {
   return [=](FilledStore& s, const Room& room) {
     if (!before.empty()) s.plant(before);

@@ -37,7 +37,7 @@ Operation start_transaction() {
            const bool sent = s.update_sent_status(2, 3);
            return text(begun, id, sent, s.commit_transaction());
          } catch (const std::bad_alloc&) {
-           s.commit_transaction();  // the caller's to end
+           s.commit_transaction();  // the caller has to end it
            throw;
          }
        },
@@ -93,7 +93,7 @@ Operation set_sync_time() {
       {"SetSyncTime",
        [](CvDbSingleton& s) { return text(s.set_sync_time(5, true)); },
        [](Answers& a) {
-         a.run(kSyncTimes);  // both count as 0 when they cannot be read
+         a.run(kSyncTimes);  // both marks count as 0 if this fails
          return text(a.done("replace into t_sync"));
        },
        {"false", {kReadWarning}}},
