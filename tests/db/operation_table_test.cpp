@@ -68,6 +68,15 @@ TEST(OperationTable, TellsOverloadsApart) {
   }
 }
 
+TEST(OperationTable, HasNoCasesOfOperationsOutsideTheSuites) {
+  for (const Operation& each : all_operations()) {
+    if (each.outside.empty()) continue;
+    EXPECT_TRUE(each.statements.empty() && each.calls.empty() && each.flat.empty() &&
+                each.growing.empty() && each.left_out.empty())
+        << each.name << each.overload;
+  }
+}
+
 // Whether the suite has to try the operation, and whether it does.
 struct Entry {
   bool expected;
