@@ -110,19 +110,18 @@ std::map<std::string, std::string> CvDatabase::table_index() {
        "receipt_time integer default 0,"
        "unique(session_id,session_type))"},
 
-      // load_session_with_latestid, called by delete_message by ids. The sums of counters find all
-      // their columns in it too, and scan it. Only the sum over a single kind looks up the
-      // conversations of that kind.
+      // load_session_with_latestid, called by delete_message by ids. The sums of counters scan it,
+      // because it has all their columns. Only the sums over a single kind, muted conversations
+      // included, scan t_session_list and read the rows of that kind.
       {"t_session_latest_id",
        "create index if not exists t_session_latest_id "
        "on t_session(latest_id,session_type,silence,unread_count,mention_count)"},
 
       // The conversation list, read from the end: among equal pins and times the larger kind comes
       // first, and within one kind the younger row. No index begins with the kind: a page of
-      // several
-      // kinds after the pinned ones would use it and sort all their conversations. The condition is
-      // always true. It hides the index from "or is_top=0" in a page's condition, which would
-      // otherwise fetch and sort all unpinned conversations.
+      // several kinds after the pinned ones would use it and sort all their conversations. The
+      // condition is always true. It hides the index from "or is_top=0" in a page's condition,
+      // which would otherwise fetch and sort all unpinned conversations.
       {"t_session_list",
        "create index if not exists t_session_list "
        "on t_session(is_top,session_time,session_type) where session_type is not null"},

@@ -39,13 +39,13 @@ struct MessageResponse {
   bool is_command_ = false;    ///< a command message; for the message layer
   bool sync_time_ = false;     ///< concerns the sync times; for the message layer
   int64_t sent_time_ = 0;      ///< milliseconds since the Unix epoch; history is ordered by it
-  int64_t client_uid_ = 0;     ///< the sending client's own number of the message
+  int64_t client_uid_ = 0;     ///< the sending client's number; read back by get_client_uid() only
 };
 
 /// One conversation's row together with its latest message, as the session loaders fill it.
 struct Session {
   std::string session_id_;     ///< the conversation's id
-  std::string title_;          ///< the title; empty if a save created the conversation
+  std::string title_;          ///< the title; empty unless add_session() was given one
   std::string draft_;          ///< the unsent text; empty if there is none
   std::string content_;        ///< of the latest message
   std::string object_name_;    ///< of the latest message
@@ -59,12 +59,13 @@ struct Session {
   int32_t is_recieve_ = 0;     ///< direction of the latest message; spelled unlike is_receive_
   int32_t read_status_ = 0;    ///< of the latest message
   int32_t sent_status_ = 0;    ///< of the latest message
-  int64_t session_time_ = 0;   ///< the place in the list, in milliseconds since the Unix epoch
+  int64_t session_time_ = 0;   ///< orders the list; load_message() puts the message's time here
   int64_t latest_id_ = 0;      ///< row id of the latest message; 0 or less if there is none
 
   /// Orders the conversation list: pinned first, then newer first. This is a strict order only
-  /// among rows with equal is_top_: the first test has no counterpart for a row that is less pinned
-  /// than `other`, so a pinned row and a newer unpinned one are each less than the other.
+  /// among rows with equal is_top_. The first test deliberately has no counterpart for a row that
+  /// is less pinned than `other`: a pinned row and a newer unpinned one are each less than the
+  /// other.
   bool operator<(const Session& other) const {
     if (is_top_ > other.is_top_) return true;
     return session_time_ > other.session_time_;
@@ -74,7 +75,7 @@ struct Session {
 /// One entry of the conversation list.
 struct SessionInfo {
   std::string session_id_;     ///< the conversation's id
-  std::string title_;          ///< the title; empty if a save created the conversation
+  std::string title_;          ///< the title; empty unless add_session() was given one
   std::string draft_;          ///< the unsent text; empty if there is none
   int32_t session_type_ = 0;   ///< the conversation's kind, a SessionType
   int32_t is_top_ = 0;         ///< 1 if pinned, otherwise 0

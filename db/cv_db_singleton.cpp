@@ -89,8 +89,8 @@ void put(std::ostream& out, const Field& field) {
   }
 }
 
-// Writes one log line: signature, ": " and the fields. Fields are not computed if the logger does
-// not accept the severity. If memory runs out, the line is lost and the caller continues.
+// Writes one log line: signature, ": " and the fields. Nothing is computed or formatted if the
+// logger rejects the severity. If memory runs out, the line is lost and the caller continues.
 template <typename... Fields>
 void log(cvrtc::LoggingSeverity severity, const char* signature, const Fields&... fields) {
   if (!LogMessage::Loggable(severity)) return;

@@ -1,5 +1,5 @@
 /// @file
-/// The message store of one signed-in user. This is the only header that a program includes.
+/// The message store of one signed-in user. Its callers need no other header, except for its log.
 ///
 /// It keeps messages, conversations with their settings and counters, and read, receipt and sync
 /// times in one SQLite file. It neither interprets message bodies nor keeps user profiles.
@@ -38,27 +38,27 @@ namespace Corvan {
 /// only log their failures. An update or deletion that matches no row succeeds unless its comment
 /// says otherwise. If nothing is found or the operation fails, out-parameters do not change.
 ///
-/// Lists: results are appended to the caller's vector, which is never cleared. "Returns non-empty"
-/// means: returns whether the vector has elements afterwards. A negative limit means no limit.
+/// Lists: results are appended; the caller's vector is never cleared. "Returns non-empty" means:
+/// returns whether the vector has elements afterwards. A negative limit or count is no limit.
 ///
 /// SQL text: a parameter described as SQL text becomes part of a statement as it is, without
 /// escaping. The caller must make sure that it is safe.
 ///
 /// Errors: SQLite failures are logged. If a read fails in the middle, the rows read so far are the
 /// result. Without an open connection, whatever needs the file fails with false, -1, 0 or an empty
-/// result and logs no error; a call that has nothing to write may still succeed. Only
-/// std::bad_alloc can leave an operation, after its statements are finalised and its transaction is
-/// ended. A missing statement or connection where one is required aborts the process.
+/// result and logs no error; a call that has nothing to write may still succeed. Operations throw
+/// only std::bad_alloc, after they have finalised their statements and ended their transaction. A
+/// missing statement or connection where one is required aborts the process.
 ///
 /// Partial success: some operations return success although a step inside them, or their commit,
 /// failed. Their comments say "Success may be partial"; docs/reliability.md lists the cases.
 ///
 /// Failed writes: a write whose commit fails with SQLite's code 10 (it could not be synced) or 7
-/// (out of memory right after the sync) is rolled back, but can be stored after a restart. Look for
-/// it then before you repeat it; docs/reliability.md says how.
+/// (out of memory right after the sync) is rolled back, but may be stored after a restart. After a
+/// restart, look for it before you repeat it; docs/reliability.md says how.
 ///
 /// Damage: if SQLite reports the file as damaged (11) or not a database (26) while preparing a
-/// statement, the store closes itself and deletes the file that open_db() opened last.
+/// statement, the store closes itself and deletes the file that init_open_db() opened last.
 ///
 /// Transactions: an operation marked "One transaction" begins and commits its own. Inside a
 /// transaction of the caller, it commits the caller's.
@@ -93,17 +93,17 @@ class CvDbSingleton {
   /// component is treated as a file name and replaced. `app_key` is not used.
   ///
   /// False only if SQLite cannot open the file; the store is closed then. Success may be partial:
-  /// if the file was damaged, it has been deleted, the store is closed, and the next call starts a
-  /// new file. Close the store first if it is open for another user or its files were removed (else
-  /// the old connection leaks), and after std::bad_alloc (else the file may stay without tables).
+  /// the set-up failed, or a damaged file was deleted; the store is closed then, and the next call
+  /// creates a file. Close the store first if it is open for another user or its files are gone
+  /// (else the old connection leaks), and after std::bad_alloc (else the file may lack its tables).
   /// @snippet operations.cpp init_open_db
   bool init_open_db(const cvrtc::Pathname& db_path, const std::string& app_key,
                     const std::string& user_id);
 
-  /// Closes the connection, if any. Open statements are interrupted and no longer the store's.
+  /// Closes the connection, if any. Open statements are interrupted and make the connection leak.
   void close_db();
 
-  /// The schema's version text; empty if the file has none.
+  /// The schema's version text; empty if there is none or it cannot be read.
   std::string get_database_version();
 
   /// Whether a table of this name exists. `name` is SQL text inside a literal.
@@ -127,10 +127,10 @@ class CvDbSingleton {
   /// @} @name Lifecycle and opening: building blocks
   /// @{
 
-  /// Opens the last init_open_db()'s file: SQLite's result code. A failure closes the store.
+  /// Opens the file of the last init_open_db(): SQLite's result code. A failure closes the store.
   int32_t open_db();
 
-  /// Opens `file_name` and returns SQLite's result code. A connection that is open is not closed.
+  /// Opens `file_name` and returns SQLite's result code. A connection that is open already leaks.
   /// The caller must close the new one, even after a failure. If this file is found damaged, the
   /// file that open_db() without a name opened last is deleted instead.
   int32_t open_db(const std::string& file_name);
@@ -152,30 +152,31 @@ class CvDbSingleton {
   /// memory), the transaction stays open until a commit or close_db().
   bool commit_transaction();
 
-  /// Moves the user's mark of received (`is_receive`) or sent messages forward to `sync_time`.
+  /// Moves the user's sync mark of received (`is_receive`) or sent messages forward to `sync_time`.
   /// False, with nothing written, if the mark is there already or later. If the marks cannot be
   /// read, both count as 0, a warning is logged, and the other mark is overwritten with 0.
   /// @snippet operations.cpp set_sync_time
   bool set_sync_time(int64_t sync_time, bool is_receive);
 
-  /// Reads the user's marks; true also if none are stored yet. Only `sent_time` may be null.
+  /// Reads the user's sync marks; true also if none are stored yet. Only `sent_time` may be null.
   bool get_sync_time(int64_t* recv_time, int64_t* sent_time);
 
   /// @} @name Saving messages
   /// @{
 
-  /// Stores one message and updates or creates its conversation. Returns its id, or -1 if nothing
-  /// was stored: the insert failed, or a message with this server uid, or this conversation, client
-  /// uid and sender, exists. If it has a server uid, is_message_exist(server_uid) tells which.
+  /// Stores one message and updates or creates its conversation. Returns the message's id. Stores
+  /// nothing and returns -1 if the insert fails or a message exists with this server uid (see
+  /// is_message_exist(server_uid)), or with this conversation, sender and client uid above 0.
   ///
   /// A message that is found by its client uid and has no server uid yet is completed: it is marked
-  /// as sent, with `server_uid` and `sent_time`, and its id is returned (32-bit id). Own messages
-  /// are looked up under the signed-in user's id. `history` (fetched, not live) and `insert_only`
-  /// (keep the conversation from moving back) skip the lookup by client uid.
+  /// as sent, with `server_uid` and `sent_time`, and its id is returned (32-bit id). Its
+  /// conversation is not updated. Own messages are looked up under the signed-in user's id, not
+  /// `sender`. `history` (fetched, not live) and `insert_only` (keep the conversation from moving
+  /// back) skip the lookup by client uid.
   ///
   /// `read_status` is ignored: own messages and messages in chat rooms are stored as read (1), all
   /// others as unread (0). A `sent_time` below 1 is replaced by the current time. `is_count` adds 1
-  /// to the unread messages and `is_mention` 1 to the mentions: see set_session_time().
+  /// to the unread messages and `is_mention` 1 to the mentions; set_session_time() says when not.
   ///
   /// Not one transaction: two threads can store the same message twice. Success may be partial.
   /// @snippet operations.cpp save_message
@@ -186,14 +187,14 @@ class CvDbSingleton {
                        const std::string& server_uid, bool history, bool insert_only,
                        bool is_count);
 
-  /// Inserts the records with `is_store_` set and an `msg_id_` below 0 as they are: no duplicate
-  /// test, no mention flag, no update of conversations. Each inserted record receives its id,
-  /// others below 0 receive 0. Pointers must not be null. False only if the statement cannot be
-  /// prepared. Success may be partial: if an insert fails, its record gets the id of the one
-  /// before.
+  /// Inserts the records with `is_store_` set and `msg_id_` below 0 as they are: no duplicate test,
+  /// no mention flag, no update of conversations. Each inserted record receives its id; others with
+  /// an id below 0 receive 0. Pointers must not be null. False only if the statement cannot be
+  /// prepared. Success may be partial: if an insert fails, its record receives the row id of the
+  /// last successful insert.
   bool save_message(const std::vector<std::unique_ptr<MessageResponse>>& msg);
 
-  /// Whether the conversation has, after `timestamp`, a received message or a covered own one (3).
+  /// Whether the conversation has a received or a covered (3) own message later than `timestamp`.
   bool is_message_exist(const std::string& session_id, SessionType session_type, int64_t timestamp);
 
   /// Appends to `exist_uid` those of the given server uids that are stored. `msg_uid` is SQL text:
@@ -227,8 +228,8 @@ class CvDbSingleton {
   /// @{
 
   /// Stores the server's answer to a send: sent if `fail_reason` is 0, otherwise failed. A
-  /// non-empty `msg_uid` and a `sent_time` above 0 are stored too; such a time also moves the
-  /// conversation, even if the send failed. One transaction.
+  /// non-empty `msg_uid` and a `sent_time` above 0 are stored too. Such a time also moves the
+  /// conversation, even if the send failed or the message is missing. One transaction.
   /// @snippet operations.cpp set_send_time
   void set_send_time(int64_t msg_id, int64_t sent_time, const std::string& msg_uid,
                      const std::string& session_id, SessionType session_type, int32_t fail_reason);
@@ -250,7 +251,7 @@ class CvDbSingleton {
   bool update_message_receipt_status(const std::string& session_id, SessionType session_type,
                                      int64_t sent_time);
 
-  /// Replaces a message's body. A non-empty `object_name` replaces its kind and clears the mention.
+  /// Replaces a message's body. A non-empty `object_name` replaces its kind and clears is_mention.
   bool set_message_content(int64_t msg_id, const std::string& content,
                            const std::string& object_name);
 
@@ -279,7 +280,7 @@ class CvDbSingleton {
   /// Deletes messages by id; ids below 1 are skipped. If a conversation loses unread messages,
   /// lowers its counters by the unread messages and mentions that it loses, as
   /// load_distinct_session_with_unread() counts them. A conversation whose newest message is
-  /// deleted gets the newest remaining one. One transaction. Success may be partial.
+  /// deleted gets the newest remaining one and its time. One transaction. Success may be partial.
   /// @snippet operations.cpp delete_message
   bool delete_message(const std::vector<int64_t>& msg_id_v);
 
@@ -289,12 +290,12 @@ class CvDbSingleton {
   void delete_message(const std::string& session_id, SessionType session_type,
                       const std::vector<std::string>& msg);
 
-  /// Deletes all messages of a conversation. Its row, time and counters stay, without a newest
-  /// message. With `clean`, compacts the file and returns that result. Success may be partial.
+  /// Deletes all messages of a conversation. Its row keeps its time and counters, but has no newest
+  /// message. With `clean`, compacts the file and returns only that result. Success may be partial.
   bool clear_message(const std::string& session_id, SessionType session_type, bool clean);
 
-  /// Deletes every message sent before `sent_time`, in all conversations, without changing their
-  /// rows. With `clean`, compacts the file too. The result is that of the deletion.
+  /// Deletes every message sent before `sent_time`, in all conversations; their rows stay as they
+  /// are. With `clean`, compacts the file too. The result is that of the deletion.
   bool clear_message_by_timestamp(int64_t sent_time, bool clean);
 
   /// @} @name Deleting and clearing messages: building blocks
@@ -309,12 +310,12 @@ class CvDbSingleton {
   /// Fills `msg` from the row of its `msg_id_`. False if there is none.
   bool get_message_by_id(MessageResponse& msg);
 
-  /// Fills `msg` from the row of its `server_uid_` (32-bit id). False if there is none.
+  /// Fills `msg` by its `server_uid_`, even an empty one (32-bit id). False if there is none.
   bool get_message_by_uid(MessageResponse& msg);
 
   /// Appends one page of history: up to `count` messages before the time of message `messageId`,
   /// newest first (`desc`), or after it, oldest first; messages with exactly this time are skipped.
-  /// 0 starts after the newest message; an id that is not stored means time 0. Names in
+  /// Id 0 starts after the newest message; an id that is not stored means time 0. Names in
   /// `object_name` restrict the page to these kinds; empty names are ignored, and without a name
   /// all kinds match. The names are SQL text inside literals. Returns non-empty (32-bit ids).
   bool get_history_message_by_object_name(const std::string& session_id, SessionType session_type,
@@ -334,10 +335,10 @@ class CvDbSingleton {
   bool get_mention_message(const std::string& session_id, SessionType session_type,
                            std::vector<MessageResponse>& msg);
 
-  /// One transaction that reads two pages as get_history_message_by_time() does. Up to `left_count`
-  /// messages before message id `sent_time` are appended to `msg`. Up to `right_count` + 1 messages
-  /// after a second message are inserted at the front, newest first; its id is the newest time of
-  /// the first page, or `sent_time` - 1 if that page is empty. Returns non-empty (32-bit ids).
+  /// Reads two pages as get_history_message_by_time() does. Up to `left_count` messages before
+  /// message id `sent_time` are appended to `msg`. Up to `right_count` + 1 messages after a second
+  /// one are inserted in front, newest first. That one's id is the newest time of the first page,
+  /// or `sent_time` - 1 if that page is empty. One transaction. Returns non-empty (32-bit ids).
   bool get_matched_message(const std::string& session_id, SessionType session_type,
                            int64_t sent_time, int32_t left_count, int32_t right_count,
                            std::vector<MessageResponse>& msg);
@@ -370,8 +371,9 @@ class CvDbSingleton {
   /// A message's time; 0 if no such message exists.
   int64_t get_send_time(int64_t msg_id);
 
-  /// Marks the received messages after the conversation's read time as read and clears their
-  /// mention flags. Read states other than 0 stay, and so do the counters and the read time.
+  /// Marks the received messages after the conversation's read time (all without a row) as read and
+  /// clears their mention flags. Read states other than 0 stay, and so do the counters and the read
+  /// time. Success may be partial.
   bool update_message_status(const std::string& session_id, int32_t session_type);
 
   /// @} @name Read state and send time: building blocks
@@ -429,9 +431,9 @@ class CvDbSingleton {
   /// Moves a conversation to a message just saved, even back in time, and adds to its counters.
   /// `profile` combines bits 1 (history), 2 (insert only) and 4 (insert only with the caller's
   /// time). If the message is not newer than the conversation:
-  /// - history changes nothing, not even the counters, if there is a newest message;
-  /// - insert only keeps the conversation's time, and with the caller's time any newest message;
-  /// - a message of kind "CV:QbNtf" keeps any newest message, whatever the bits.
+  /// - with history, nothing changes, not even the counters, if there is a newest message;
+  /// - with insert only, the time stays, and with the caller's time any newest message stays too;
+  /// - if its kind is "CV:QbNtf", any newest message stays, whatever the bits.
   void set_session_time(const std::string& session_id, SessionType session_type, int64_t sent_time,
                         const std::string& object_name, int64_t msg_id, int32_t unread,
                         int32_t mention, uint32_t profile);
@@ -457,39 +459,39 @@ class CvDbSingleton {
   /// Whether the last entry was pinned is remembered between calls, so only one reader per process
   /// can page at a time. False if nothing was appended. Success may be partial.
   ///
-  /// An entry's `session_time` is the time of its latest message, or the conversation's own with a
-  /// draft or without a message. Do not page by it: where it is later than the own time, pages
-  /// repeat without end; where earlier, conversations are missed. `message_.sent_time_` is not set.
-  /// 32-bit ids.
+  /// An entry's `session_time` is the time of its latest message, or the conversation's own time if
+  /// it has a draft or no message. Do not page by it: where it is later than the conversation's own
+  /// time, pages repeat without end; where earlier, conversations are missed. `message_.sent_time_`
+  /// is not set. 32-bit ids.
   /// @snippet operations.cpp get_session_list_by_page
   bool get_session_list_by_page(const std::vector<SessionType>& entry, int64_t sent_time,
                                 int32_t limit, std::vector<SessionInfo>& session);
 
   /// Fills `session` from the row of its id and kind and from its latest message, whose time
-  /// becomes `session_time`. False if there is no such row. 32-bit id.
+  /// becomes `session_time`. False if there is no such row. Success may be partial. 32-bit id.
   bool get_session(SessionInfo& session);
 
   /// @} @name Conversation list: building blocks
   /// A `session_type` or `msg_id` that is a text is SQL text: numbers separated by commas.
   /// @{
 
-  /// Appends one page of rows without messages; `is_top` if the page before ended with a pinned
-  /// one. Returns non-empty (32-bit ids).
+  /// Appends one page of rows without messages, as get_session_list_by_page() pages them; `is_top`
+  /// says whether the page before ended with a pinned row. Returns non-empty (32-bit ids).
   bool load_session(std::vector<Session>& session, std::string& session_type, int64_t timestamp,
                     int32_t limit, bool is_top);
 
   /// Fills `conv`, except its id and kind, from the row. False if there is none. 32-bit id.
   bool load_session(Session& conv, const std::string& session_id, int32_t session_type);
 
-  /// Appends one element per message with these ids, under its conversation. True if the query ran.
+  /// Appends each message with one of these ids, and its conversation's key. True if the query ran.
   bool load_message(std::vector<Session>& session, const std::string& msg_id);
 
   /// Fills `conv` with the fields and time of message `latest_id_`. False if there is none.
   bool load_message(Session& conv);
 
   /// Counts unread messages and mentions among these messages, by conversation. Returns non-empty.
-  /// A message is added to every element of its conversation. If it is unread or a mention, it is
-  /// also appended unless the last element took it: unread ones of A, B, A give A 2, B 1, A 1.
+  /// Each is added to every element of its conversation. If it is unread or a mention, it is also
+  /// appended unless the last element is of its conversation: unread A, B, A give A 2, B 1, A 1.
   bool load_distinct_session_with_unread(std::vector<Session>& session, const std::string& msg_id);
 
   /// Appends the keys of the conversations whose newest message is one of these. Returns non-empty.
@@ -507,7 +509,7 @@ class CvDbSingleton {
   /// @{
 
   /// Recounts both counters from the unread messages with direction 2 sent after `sendTime`, which
-  /// becomes the read time. The store itself never writes this direction.
+  /// becomes the read time. The store itself never writes this direction, so both are usually 0.
   bool sync_unread(const std::string& session_id, int32_t session_type, int64_t sendTime);
 
   /// Marks a conversation as read: received messages after the read time become read, the counters
@@ -519,8 +521,8 @@ class CvDbSingleton {
   /// Reads the time up to which the peer has read.
   void get_receipt_time(const std::string& session_id, int32_t session_type, int64_t& receipt_time);
 
-  /// Unread messages of all conversations; 0 if there are none. This operation and the next four
-  /// return false only if their statement cannot be prepared, so success may be partial.
+  /// Unread messages of all conversations. A sum or count of nothing is 0. This operation and the
+  /// next four return false only if their statement cannot be prepared, so success may be partial.
   bool get_total_unread_count(int32_t& unread);
 
   /// Unread messages of one conversation; `unread` is kept if there is no such conversation.
@@ -597,11 +599,11 @@ class CvDbSingleton {
   /// The connection's last error text. Aborts the process without an open connection.
   const std::string get_error();
 
-  /// Runs one statement and ignores its rows: 101 if it is done, 100 if it gave a row, else the
-  /// code of the failure. `sql` is SQL text.
+  /// Runs one statement up to its first row: 101 if it is done, 100 if it gave a row, else the code
+  /// of the failure. `sql` is SQL text.
   int32_t execute_none_query(const std::string& sql);
 
-  /// The first column of the first row as an integer, -1 without one. `pragma` is SQL text.
+  /// The first column of the first row as an integer; -1 without one. `pragma` is SQL text.
   int32_t get_pragma(const std::string& pragma);
 
   /// Replaces `str` by the number in plain decimal, whatever the global locale is.
@@ -616,7 +618,7 @@ class CvDbSingleton {
   }
 
   /// Prepares `keyword` for a LIKE pattern inside an SQL literal: puts a backslash before "_" and
-  /// "%" and doubles quotes. A backslash stays as it is. If a backslash was added, sets `flag`; the
+  /// "%" and doubles "'". A backslash stays as it is. If a backslash was added, sets `flag`; the
   /// LIKE clause must then name the backslash as its escape character. `flag` is never cleared.
   static std::string escape_char(const std::string& keyword, bool& flag);
 
