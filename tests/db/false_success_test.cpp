@@ -4,12 +4,14 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "tests/support/failures.h"
 #include "tests/support/store_test.h"
+#include "tests/support/temporary_folder.h"
 
 namespace corvan_test {
 namespace {
@@ -19,10 +21,11 @@ using Corvan::SessionInfo;
 
 constexpr auto kRoom = Corvan::CV_GROUP;
 
-// While it exists, no statement that reads this column can be prepared.
+// While it exists, no statement that reads this column can be prepared, or not the first `times`.
 class UnreadableColumn {
  public:
-  explicit UnreadableColumn(std::string name) : name_(std::move(name)), db_(store_connection()) {
+  explicit UnreadableColumn(std::string name, int times = std::numeric_limits<int>::max())
+      : name_(std::move(name)), left_(times), db_(store_connection()) {
     sqlite3_set_authorizer(db_, authorize, this);
   }
   UnreadableColumn(const UnreadableColumn&) = delete;
@@ -33,11 +36,15 @@ class UnreadableColumn {
   static int authorize(void* self, int action, const char* table, const char* column,
                        const char* /*schema*/, const char* /*trigger*/) {
     if (action != SQLITE_READ) return SQLITE_OK;
+    UnreadableColumn& denied = *static_cast<UnreadableColumn*>(self);
     const std::string name = std::string(table) + "." + column;
-    return name == static_cast<UnreadableColumn*>(self)->name_ ? SQLITE_DENY : SQLITE_OK;
+    if (name != denied.name_ || denied.left_ == 0) return SQLITE_OK;
+    --denied.left_;
+    return SQLITE_DENY;
   }
 
   std::string name_;
+  int left_;  // a denial ends its statement
   sqlite3* db_;
 };
 
@@ -208,6 +215,22 @@ TEST_F(FalseSuccess, PageThatEndsEarlyIsReportedAsAPage) {
   EXPECT_EQ(page.back().msg_id_, 2);  // of three
 }
 
+TEST_F(FalseSuccess, PageOfAnUnreadableAnchorStartsAtTheOldestMessage) {
+  const UnreadableColumn time("t_message.sent_time", 1);
+  std::vector<MessageResponse> page;
+  EXPECT_TRUE(store().get_history_message_by_object_name("room", kRoom, {}, 2, 9, page, false));
+  EXPECT_EQ(page.size(), 3U);  // if the anchor had been read: message 3 alone
+}
+
+// ---- Read state and send time -------------------------------------------------------------------
+
+TEST_F(FalseSuccess, EarlierMessagesAreMarkedAsReadWhenTheReadTimeCannotBeRead) {
+  plant("update t_session set read_time=200");
+  const UnreadableColumn time("t_session.read_time");
+  EXPECT_TRUE(store().update_message_status("room", kRoom));
+  EXPECT_EQ(rows("select read_status from t_message where id=1"), Rows{"1"});  // of time 100
+}
+
 // ---- Conversation rows and settings -------------------------------------------------------------
 
 TEST_F(FalseSuccess, ConversationThatCannotBeLookedForIsReportedAsUnpinned) {
@@ -248,6 +271,16 @@ TEST_F(FalseSuccess, ListEntryComesWithoutAMessageThatCannotBeRead) {
   EXPECT_EQ(page[0].message_.content_, "");
 }
 
+TEST_F(FalseSuccess, ConversationComesWithoutAMessageThatCannotBeRead) {
+  const UnreadableColumn content("t_message.content");
+  SessionInfo session;
+  session.session_id_ = "room";
+  session.session_type_ = kRoom;
+  EXPECT_TRUE(store().get_session(session));
+  EXPECT_EQ(session.unread_count_, 1);
+  EXPECT_EQ(session.message_.content_, "");
+}
+
 // ---- Counters, read and receipt times -----------------------------------------------------------
 
 TEST_F(FalseSuccess, SumThatCannotBeReadKeepsTheCallersValueAndReturnsTrue) {
@@ -268,6 +301,27 @@ TEST_F(FalseSuccess, ConversationIsReportedAsReadWhenTheCountersStay) {
   EXPECT_TRUE(store().clear_unread("room", kRoom));
   EXPECT_EQ(rows("select read_status from t_message where id=1"), Rows{"1"});
   EXPECT_EQ(room(), Rows{"300|1|1|3|0"});
+}
+
+TEST_F(FalseSuccess, ReadTimeBecomesZeroWhenTheNewestReceivedTimeCannotBeRead) {
+  plant("update t_session set read_time=50");
+  const UnreadableColumn time("t_message.sent_time", 1);
+  EXPECT_TRUE(store().clear_unread("room", kRoom));
+  EXPECT_EQ(rows("select read_time,unread_count from t_session"), Rows{"0|0"});
+}
+
+// ---- Lifecycle and opening ----------------------------------------------------------------------
+
+TEST_F(FalseSuccess, OpeningReturnsTrueWhenTheSchemaCannotBeWritten) {
+  store().close_db();
+  const TemporaryFolder other;
+  write_file(other.file("corvan"), "");
+  sqlite3* locker = nullptr;
+  ASSERT_EQ(sqlite3_open(other.file("corvan").c_str(), &locker), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(locker, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_TRUE(store().init_open_db(cvrtc::Pathname(other.path()), "", "me"));
+  sqlite3_close(locker);
+  EXPECT_EQ(save(NewMessage()), -1);  // no table
 }
 
 // ---- Transactions and sync times ----------------------------------------------------------------
