@@ -9,25 +9,11 @@
 
 #include "tools/store/connection.h"
 #include "tools/store/library_store.h"
+#include "tools/store/sqlite_errors.h"
 #include "tools/store/store_copy.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
-
-// What may help after a statement has failed, to stand behind the failure; nothing where nothing is
-// known to.
-inline const char* advice_after(int rc) {
-  switch (rc & 0xff) {
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-      return "; see 'corvan check' and 'corvan salvage'";
-    case SQLITE_FULL:
-    case SQLITE_IOERR:
-      return "; name a folder with room for temporary files in TMPDIR";
-    default:
-      return "";
-  }
-}
 
 // Nothing that opening with the library does is done to the copy: nothing is marked, nothing
 // deleted.

@@ -8,12 +8,9 @@
 #include <string>
 
 #include "tools/store/connection.h"
+#include "tools/store/sqlite_errors.h"
 
 namespace corvan_tool {
-
-// Why a statement on a store's own file has failed: SQLite's words, what became of the store, and
-// what the user can do where that is known.
-std::string failure_text(const Connection& connection, int rc, const std::string& outcome);
 
 // One transaction that changes a store's file, or leaves it as it was. Nobody else writes while it
 // is open. What is not committed is taken back when the object goes.
