@@ -6,9 +6,9 @@
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/connection.h"
-#include "tools/store/library_store.h"
 #include "tools/store/pending_output.h"
 #include "tools/store/store_copy.h"
+#include "tools/store/store_state.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
@@ -101,12 +101,8 @@ int run_backup(const BackupOptions& options) {
   backup.log_bytes = copy_store(options.folder, file).log;
 
   // Looking may change the copy; what turns out to be damaged is kept as it was found.
-  bool sound =
-      look_at_store(file, store_file(options.folder), backup.damage) != StoreState::kDamaged;
-  if (sound) {
-    require_store(file, store_file(options.folder), false);
-    sound = settle(file, options.to, backup);
-  }
+  backup.damage = damage_of_store(file, store_file(options.folder));
+  const bool sound = backup.damage.empty() && settle(file, options.to, backup);
   if (!sound) copy_store(options.folder, file);
   std::filesystem::remove(file + "-shm");  // of the copy's own making
   backup.bytes = store_sizes(file).file;

@@ -144,27 +144,22 @@ std::vector<MessageResponse> read_history(const HistoryOptions& options) {
   return messages;
 }
 
-// What SQLite's integrity check says, a finding a line.
+// The findings of SQLite's integrity check, one per line.
 std::string check(const std::string& folder) {
-  const std::string name = store_file(folder);
-  const StoreCopy copy(folder);
-  const std::string file = store_file(copy.folder());
+  const Snapshot store(folder, Snapshot::kAccepted);
+  if (!store.damage().empty()) return store.damage();
+  const StatementProgress progress(store.connection().handle(), "million steps of the check");
   std::string result;
-  if (look_at_store(file, name, result) == StoreState::kDamaged) return result;
-  require_store(file, name, false);
-
-  const Connection connection(file);
-  const StatementProgress progress(connection.handle(), "million steps of the check");
   const auto add = [&result](const std::string& finding) {
     if (!result.empty()) result += '\n';
     result += finding;
   };
-  const int rc = connection.each_row("pragma integrity_check",
-                                     [&add](sqlite3_stmt* row) { add(text_at(row, 0)); });
-  if (rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB) {
-    add(connection.error());
-  } else if (rc != SQLITE_DONE) {
-    throw ToolError(name + ": " + connection.error() + advice_after(rc));
+  const int rc = store.connection().each_row("pragma integrity_check",
+                                             [&add](const Row& row) { add(row.text(0)); });
+  if (is_damage(rc)) {
+    add(store.connection().error());
+  } else {
+    store.require(rc);
   }
   return result;
 }

@@ -10,9 +10,9 @@
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/connection.h"
-#include "tools/store/library_store.h"
 #include "tools/store/schema.h"
-#include "tools/store/store_copy.h"
+#include "tools/store/snapshot.h"
+#include "tools/store/store_state.h"
 #include "tools/store/transaction.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
@@ -215,10 +215,8 @@ int run_index(const IndexOptions& options) {
   const Schema schema = new_schema();
   Result result;
   if (options.dry_run) {
-    const StoreCopy copy(options.folder);
-    const std::string copied = store_file(copy.folder());
-    require_store(copied, name, false);
-    result = Update(copied, name).run(schema, options);
+    const Snapshot store(options.folder);
+    result = Update(store.file(), store.name()).run(schema, options);
   } else {
     require_store_in(options.folder, false);
     result = Update(name, name).run(schema, options);

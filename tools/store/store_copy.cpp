@@ -12,12 +12,9 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <string_view>
-#include <system_error>
 #include <thread>
 #include <vector>
 
-#include "tools/store/file_names.h"
 #include "tools/store/regular_file.h"
 #include "tools/ui/error.h"
 #include "tools/ui/progress.h"
@@ -149,94 +146,7 @@ std::optional<StoreSizes> copy_files(const std::string& from, const std::string&
   return StoreSizes{static_cast<int64_t>(main->size), static_cast<int64_t>(log ? log->size : 0)};
 }
 
-int64_t size_of(const std::string& path) {
-  std::error_code missing;
-  const auto size = std::filesystem::file_size(path, missing);
-  return missing ? 0 : static_cast<int64_t>(size);
-}
-
-// What stands in the place of one of a store's files and is none.
-constexpr const char* kMoveAway = "; move it away and try again";
-
-constexpr std::string_view kJournalMagic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
-
-// Whether the journal may hold pages that SQLite would give back to a file. That of a transaction
-// that began with an empty file holds none.
-bool may_hold_pages(const std::string& journal) {
-  constexpr std::size_t kPagesBefore = 16;  // their number's place
-  const ReadOnlyFile file(journal, true);
-  std::string header;
-  if (file.size() == 0) return false;
-  if (!file.read(0, kPagesBefore + 4, header)) return true;
-  const bool is_journal = header.compare(0, kJournalMagic.size(), kJournalMagic) == 0;
-  const bool is_begun = header[0] == '\0';  // the magic comes with the first sync
-  return (!is_journal && !is_begun) || header.substr(kPagesBefore) != std::string(4, '\0');
-}
-
-// Throws ToolError if SQLite would roll the journal back together with others: it opens the file
-// that such a journal names last, anywhere on the disk, and deletes it. `name` is the journal's
-// name in the error. A journal that begins with a zero byte is not rolled back.
-void require_no_super_journal(const std::string& journal, const std::string& name) {
-  constexpr std::size_t kLeast = 16;  // magic, checksum and length of the name
-  const ReadOnlyFile file(journal, true);
-  std::string first;
-  std::string last;
-  if (file.size() < kLeast || !file.read(0, 1, first) || first[0] == '\0' ||
-      !file.read(file.size() - kJournalMagic.size(), kJournalMagic.size(), last) ||
-      last != kJournalMagic) {
-    return;
-  }
-  throw ToolError(name +
-                  ": belongs to a transaction over several databases; open them with the program "
-                  "that wrote it, or move it away and try again");
-}
-
-// The file itself where `file` is a link to it.
-std::string real_file(const std::string& file) {
-  std::error_code error;
-  const std::filesystem::path real = std::filesystem::canonical(file, error);
-  return error ? file : real.string();
-}
-
 }  // namespace
-
-std::string store_file(const std::string& folder) {
-  return (std::filesystem::path(folder) / kStoreName).string();
-}
-
-StoreSizes store_sizes(const std::string& file) {
-  const std::string real = real_file(file);
-  return {size_of(real), size_of(real + kLogSuffix)};
-}
-
-bool has_log(const std::string& file) {
-  const std::string real = real_file(file);
-  return size_of(real + kLogSuffix) > 0 || size_of(real + kJournalSuffix) > 0;
-}
-
-void require_regular_files(const std::string& folder) {
-  const std::string file = store_file(folder);
-  require_regular_or_missing(file);
-  const std::string real = real_file(file);
-  for (const char* suffix : {kLogSuffix, kIndexSuffix, kJournalSuffix}) {
-    require_regular_or_missing(real + suffix, kMoveAway);
-  }
-  require_no_super_journal(real + kJournalSuffix, real + kJournalSuffix);
-}
-
-void require_no_lone_log(const std::string& folder) {
-  const std::string real = real_file(store_file(folder));
-  const StoreSizes sizes = store_sizes(real);
-  if (sizes.file > 0) return;
-  if (sizes.log > 0) {
-    throw ToolError(real + kLogSuffix +
-                    ": a log whose store is gone; 'corvan salvage' brings out what it holds" +
-                    kMoveAway);
-  }
-  if (may_hold_pages(real + kJournalSuffix)) {
-    throw ToolError(real + kJournalSuffix + ": a journal whose store is gone" + kMoveAway);
-  }
-}
 
 StoreSizes copy_store(const std::string& folder, const std::string& to) {
   const std::string from = store_file(folder);
@@ -247,9 +157,7 @@ StoreSizes copy_store(const std::string& folder, const std::string& to) {
   }
   if (!S_ISREG(status.st_mode)) throw ToolError(from + ": not a file");
   const std::string real = real_file(from);
-  for (const char* suffix : {kLogSuffix, kJournalSuffix}) {
-    require_regular_or_missing(real + suffix, kMoveAway);
-  }
+  require_regular_beside(real, {kLogSuffix, kJournalSuffix});
   for (int attempt = 0;; ++attempt) {
     if (const auto sizes = copy_files(real, to)) {
       // In the copy: the journal itself may be replaced meanwhile.
