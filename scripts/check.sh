@@ -4,6 +4,7 @@
 # Usage: check.sh [NAME...]; without a name all of them:
 #   format     the layout of every C++ file
 #   scripts    the syntax of every script, and shellcheck's warnings
+#   includes   every include of base/, db/, addons/ and tools/ points downwards
 #   links      the relative links and headings in the documents
 #   reference  the reference of the headers, without a warning
 #   headers    every header compiles alone, with g++ and with clang++
@@ -29,6 +30,11 @@ check_scripts() {
   files '*.sh' .ci/run | while read -r script; do bash -n "$script" || exit 1; done
   # SC1090: the mutants' script reads what it has written itself.
   files '*.sh' .ci/run | xargs shellcheck --severity=warning --exclude=SC1090
+}
+
+check_includes() {
+  files 'base/*.h' 'base/*.cpp' 'db/*.h' 'db/*.cpp' 'addons/*.h' 'addons/*.cpp' 'tools/*.h' 'tools/*.cpp' |
+    xargs awk -f scripts/includes.awk
 }
 
 check_links() { files '*.md' | xargs awk -f scripts/links.awk; }
@@ -105,13 +111,14 @@ check_tidy() {
 declare -A mend=(
   [format]="clang-format -i FILE"
   [scripts]="mend the script; shellcheck FILE explains"
+  [includes]="move what both need into a folder below"
   [links]="mend the link, or the heading that it names"
   [reference]="document what is named, in the header or, for what its name says, in docs/api/names.dox"
   [headers]="include in the header what it uses"
   [cppcheck]="mend the code; a finding that is none goes into scripts/cppcheck.txt with its reason"
   [tidy]="mend the code; a finding that is none: // NOLINT(name): and its reason"
 )
-order=(format scripts links reference headers cppcheck tidy)
+order=(format scripts includes links reference headers cppcheck tidy)
 
 names=("$@")
 [ $# -gt 0 ] || names=("${order[@]}")
