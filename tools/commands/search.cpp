@@ -210,7 +210,7 @@ constexpr const char* kSearchResult =
     "upper and lower case letters are equal, and so are composed and decomposed ones. The newest\n"
     "message comes first; among messages of the same time, the one with the larger id.\n"
     "With --json: an object with messages, an array of objects with the keys of 'history'; and\n"
-    "next_place, the TIME:ID to give with --before for the next page, null after the last page.\n"
+    "next_place, the TIME:ID to give with --before for the next page, null if there is none.\n"
     "Exit status 1 if there are no such messages.\n";
 
 }  // namespace
