@@ -44,7 +44,7 @@ TEST_F(BackupTest, HoldsEveryRow) {
   }
 }
 
-TEST_F(BackupTest, HasInOneFileWhatOnlyTheLogHolds) {
+TEST_F(BackupTest, IncludesTheContentOfTheLogInOneFile) {
   const WriteAhead writer(file(), "update t_message set content='in the log' where id=1");
   const Listing before = listing(store());
   const Json result = json({"backup", store(), backup, "--json"});
@@ -75,8 +75,8 @@ TEST_F(BackupTest, KeepsADamagedStoreAsItIsWithItsLog) {
   EXPECT_EQ(read_file(file()), bytes);
 }
 
-TEST_F(BackupTest, WantOfRoomIsNoDamage) {
-  // File and log can be copied, the file with the log in it cannot be written.
+TEST_F(BackupTest, DoesNotReportLackOfRoomAsDamage) {
+  // The file and the log fit one by one, but the file with the log's content does not.
   const WriteAhead writer(file(), "insert into t_message(content) values(zeroblob(200000))");
   largest_file = std::filesystem::file_size(file() + "-wal") + 4096;
   ASSERT_LT(largest_file, 4096 * std::stoul(rows("pragma page_count")[0]));
@@ -88,7 +88,7 @@ TEST_F(BackupTest, WantOfRoomIsNoDamage) {
   EXPECT_EQ(content(), Rows({"store"}));
 }
 
-TEST_F(BackupTest, WhatIsThereIsNotOverwritten) {
+TEST_F(BackupTest, DoesNotOverwrite) {
   std::filesystem::create_directory(backup);
   const Outcome outcome = run({"backup", store(), backup});
   EXPECT_EQ(outcome.status, 2);
@@ -97,7 +97,7 @@ TEST_F(BackupTest, WhatIsThereIsNotOverwritten) {
   EXPECT_EQ(listing(backup), Listing{});
 }
 
-TEST_F(BackupTest, IsItsOwnersAlone) {
+TEST_F(BackupTest, IsReadableOnlyByItsOwner) {
   output({"backup", store(), backup});
   const auto others = std::filesystem::perms::group_all | std::filesystem::perms::others_all;
   for (const std::string& path : {backup, backup + "/corvan"}) {
@@ -106,7 +106,7 @@ TEST_F(BackupTest, IsItsOwnersAlone) {
   }
 }
 
-TEST_F(BackupTest, AMissingParentIsNamed) {
+TEST_F(BackupTest, NamesAMissingParentFolder) {
   const Outcome outcome = run({"backup", store(), folder.file("none/backup")});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + folder.file("none") + ": no such folder; make it first\n");

@@ -18,7 +18,7 @@ using namespace corvan_test;
 
 class CompactTest : public ToolTest {
  protected:
-  // A store with three conversations, made in this order, and the room of deleted messages.
+  // A store with three conversations and the free space of deleted messages.
   CompactTest() {
     std::string lines;
     for (int i = 0; i < 300; ++i) {
@@ -43,7 +43,7 @@ class CompactTest : public ToolTest {
   }
 };
 
-TEST_F(CompactTest, GivesBackTheRoomAndKeepsEveryRow) {
+TEST_F(CompactTest, FreesSpaceAndKeepsEveryRow) {
   const Rows before = everything();
   const auto size = std::filesystem::file_size(file());
   const Json result = json({"compact", store(), "--json"});
@@ -56,7 +56,7 @@ TEST_F(CompactTest, GivesBackTheRoomAndKeepsEveryRow) {
   EXPECT_EQ(rows("pragma freelist_count"), Rows({"0"}));
 }
 
-TEST_F(CompactTest, TakesInTheLogOfAClientThatHasTheStoreOpen) {
+TEST_F(CompactTest, IncludesTheLogOfAClientThatHasTheStoreOpen) {
   const WriteAhead writer(file(), "update t_message set content='in the log' where id=10");
   const auto log = std::filesystem::file_size(file() + "-wal");
   const std::string text = output({"compact", store()});
@@ -66,7 +66,7 @@ TEST_F(CompactTest, TakesInTheLogOfAClientThatHasTheStoreOpen) {
   EXPECT_EQ(rows("select content from t_message where id=10"), Rows({"in the log"}));
 }
 
-TEST_F(CompactTest, AStoreInUseStaysAsItIs) {
+TEST_F(CompactTest, DoesNotChangeALockedStore) {
   const WriteAhead writer(file(), "begin;update t_message set content='held' where id=10");
   const std::string bytes = read_file(file());
   const Outcome outcome = run({"compact", store()});
@@ -77,9 +77,9 @@ TEST_F(CompactTest, AStoreInUseStaysAsItIs) {
   EXPECT_EQ(read_file(file()), bytes);
 }
 
-TEST_F(CompactTest, ADamagedStoreIsRefusedAsItIs) {
+TEST_F(CompactTest, RefusesADamagedStoreAndDoesNotChangeIt) {
   std::string bytes = read_file(file());
-  // An index is enough: what is damaged is not rewritten.
+  // A damaged index is enough to refuse the store.
   const std::string page =
       rows("select rootpage from sqlite_master where name='t_message_sent_time'")[0];
   const std::size_t at = (std::stoul(page) - 1) * 4096;
@@ -92,7 +92,7 @@ TEST_F(CompactTest, ADamagedStoreIsRefusedAsItIs) {
   EXPECT_EQ(read_file(file()), bytes);
 }
 
-TEST_F(CompactTest, CountsTheLogOfAFileThatALinkLeadsTo) {
+TEST_F(CompactTest, CountsTheLogOfALinkedFile) {
   const WriteAhead writer(file(), "update t_message set content='in the log' where id=10");
   const auto log = std::filesystem::file_size(file() + "-wal");
   const std::string linked = folder.file("linked");
@@ -102,7 +102,7 @@ TEST_F(CompactTest, CountsTheLogOfAFileThatALinkLeadsTo) {
   EXPECT_EQ(json({"compact", linked, "--json"})["before"]["log_bytes"], log);
 }
 
-TEST_F(CompactTest, AReadOnlyStoreIsAClearError) {
+TEST_F(CompactTest, ReportsAReadOnlyStore) {
   make_read_only();
   const Listing before = listing(store());
   const Outcome outcome = run({"compact", store()});
@@ -113,7 +113,7 @@ TEST_F(CompactTest, AReadOnlyStoreIsAClearError) {
   EXPECT_EQ(listing(store()), before);
 }
 
-TEST_F(CompactTest, AnInterruptWhileItWaitsLeavesTheStoreAndNoCopy) {
+TEST_F(CompactTest, AnInterruptWhileWaitingChangesNothing) {
   const Rows before = everything();
   const WriteAhead writer(file(), "begin immediate");  // for which the program waits two seconds
   for (const char* command : {"compact", "index"}) {
@@ -126,7 +126,7 @@ TEST_F(CompactTest, AnInterruptWhileItWaitsLeavesTheStoreAndNoCopy) {
   }
 }
 
-TEST_F(CompactTest, AFullDiskLeavesTheStoreWhole) {
+TEST_F(CompactTest, AFullDiskDoesNoHarm) {
   const Rows before = everything();
   largest_file = 65536;
   const Outcome outcome = run({"compact", store()});

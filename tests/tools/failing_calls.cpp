@@ -1,9 +1,9 @@
-// Loaded into a program before its libraries: lets syncs or reads of files fail as on a bad disk.
+// Preloaded into a program: makes syncs or reads of files fail as on a bad disk.
 //
 // CORVAN_FAIL_CALL: "sync" or "read".
-// CORVAN_FAIL_IN: calls count when the file's path contains this text.
-// CORVAN_FAIL_AT: the number of the call that fails; "N+" for it and all after it.
-// CORVAN_FAIL_MARK: a file that is made when one has failed.
+// CORVAN_FAIL_IN: only calls for files whose path contains this text count.
+// CORVAN_FAIL_AT: the number of the call that fails, or "N+" for this call and all later ones.
+// CORVAN_FAIL_MARK: a file that is created when a call has failed.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -30,7 +30,7 @@ bool is_counted(int fd, const char* call) {
          std::strstr(path.data(), setting("CORVAN_FAIL_IN")) != nullptr;
 }
 
-// Sets errno if the call is to fail.
+// Returns whether the call must fail, and sets errno then.
 bool fails(int fd, const char* call, int failure = EIO) {
   static long count = 0;
   const int error = errno;
@@ -64,6 +64,6 @@ extern "C" int fdatasync(int fd) {
 
 extern "C" ssize_t pread64(int fd, void* data, size_t size, off64_t at) {
   using Read = ssize_t(int, void*, size_t, off64_t);
-  // SQLite takes EIO for damage here.
+  // SQLite treats EIO as damage here.
   return fails(fd, "read", ESTALE) ? -1 : next<Read>("pread64")(fd, data, size, at);
 }

@@ -1,7 +1,7 @@
-// Loaded into a program before its libraries: lets flock() fail.
+// Preloaded into a program: makes flock() fail.
 //
-// CORVAN_LOCK_ERROR: the errno, in decimal, that it fails with.
-// CORVAN_LOCK_FAILS: how often it fails, from the first call on.
+// CORVAN_LOCK_ERROR: the errno, in decimal.
+// CORVAN_LOCK_FAILS: the number of calls that fail, from the first on.
 
 #include <dlfcn.h>
 #include <sys/file.h>

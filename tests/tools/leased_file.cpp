@@ -12,7 +12,7 @@ namespace corvan_test {
 LeasedFile::LeasedFile(const std::string& path)
     : fd_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
 #ifdef F_SETLEASE
-  // A signal that nobody minds tells of the opener.
+  // The lease's signal when a process opens the file; by default it is ignored.
   held_ = fcntl(fd_, F_SETSIG, SIGURG) == 0 && fcntl(fd_, F_SETLEASE, F_WRLCK) == 0;
 #endif
 }

@@ -7,7 +7,7 @@
 
 namespace corvan_test {
 
-// While it lives, whoever opens the file waits. The file is made when it is missing.
+// While it lives, processes that open the file wait. Creates the file if it is missing.
 class LeasedFile {
  public:
   explicit LeasedFile(const std::string& path);
@@ -15,10 +15,10 @@ class LeasedFile {
   LeasedFile& operator=(const LeasedFile&) = delete;
   ~LeasedFile();
 
-  // False where the file system, or the system, has no leases.
+  // False if the file system or the system has no leases.
   bool is_held() const { return held_; }
 
-  // Waits until somebody wants to open the file; false when nobody does for five seconds.
+  // Waits until a process opens the file. False if none does within five seconds.
   bool wait_for_opener() const;
 
  private:

@@ -1,4 +1,4 @@
-// Runs the tool as its users do, and what its tests have in common.
+// Runs the tool as its users do, and helpers that its tests share.
 
 #ifndef TESTS_TOOLS_PROGRAM_H_
 #define TESTS_TOOLS_PROGRAM_H_
@@ -28,15 +28,15 @@ struct Outcome {
   std::string err;
 };
 
-// The program's path, after that of the emulator where the machine cannot run it by itself.
+// The program's path, after the emulator's if the machine needs one.
 Arguments program();
 
 // A file's content and time of modification, by its name.
 using Listing = std::map<std::string, std::string>;
 Listing listing(const std::string& folder);
 
-// A connection that stays open in write-ahead mode and has run some statements: what these have
-// written lies in the log alone.
+// A connection that stays open in WAL mode and has run some statements. Their changes are only in
+// the log.
 class WriteAhead {
  public:
   WriteAhead(const std::string& file, const std::string& sql);
@@ -48,19 +48,18 @@ class WriteAhead {
   sqlite3* db_ = nullptr;
 };
 
-// A line of a log: a received message in the group "room", with members replaced or, by null,
-// removed.
+// A line of a log: a received message in the group "room". `changes` replaces members; null removes
+// them.
 std::string line(const Json& changes);
 
-// All that was written to the other end of a pseudo-terminal. One read() can return a part of it:
+// All that was written to the other end of a pseudo-terminal. One read() can return less, because
 // the kernel passes the text on in the background.
 std::string written_to_terminal(int terminal, int other_end);
 
 // The names of an object's members, in their order.
 Rows keys(const Json& object);
 
-// Runs the program with its temporary files in a folder of its own, which is empty after each
-// test.
+// Runs the program with a folder for its temporary files, which must be empty after each test.
 class ToolTest : public testing::Test {
  protected:
   ToolTest();
@@ -68,33 +67,34 @@ class ToolTest : public testing::Test {
 
   Outcome run(const Arguments& arguments, const std::string& input = "");
 
-  // run() with a result of success and nothing on standard error: standard output.
+  // Runs the program, expects success and no text on standard error, and returns standard output.
   std::string output(const Arguments& arguments);
   Json json(const Arguments& arguments);
 
-  // Runs the program with a standard output that takes nothing: the exit status. What it said is
-  // read_err().
+  // Runs the program with a standard output that cannot be written, and returns the exit status.
+  // read_err() returns what it wrote to standard error.
   int run_without_output(const Arguments& arguments);
 
-  // What the program writes to a terminal of so many columns; nothing where there are no terminals.
+  // What the program writes to a terminal of this width; nothing on systems without
+  // pseudo-terminals.
   std::optional<std::string> terminal_output(const Arguments& arguments, unsigned short columns);
 
-  // Starts the program with standard output to `out`, which it closes: the process's id.
+  // Starts the program with standard output to `out`, which is closed. Returns the process id.
   pid_t start(const Arguments& arguments, int out);
-  // Waits for its end. Its standard error goes to `err`.
+  // Waits for its end and returns the exit status.
   int wait(pid_t pid);
 
   // Writes a file and returns its path.
   std::string write(const std::string& name, const std::string& content);
   std::string read_err() const { return read_file(temporary("err")); }
 
-  // The store's folder, and a query of its file. The folder is not made.
+  // The store's folder, which is not created, and its file.
   const std::string& store() const { return store_; }
   std::string file() const { return store_ + "/corvan"; }
   Rows rows(const std::string& sql) const { return corvan_test::rows(file(), sql); }
   void plant(const std::string& sql) const { corvan_test::plant(file(), sql); }
 
-  // Imports lines for the user "me" and expects that to succeed.
+  // Imports lines for the user "me" and expects success.
   void import(const std::string& lines);
 
   std::string temporary(const std::string& name) const { return files_.file(name); }
@@ -106,21 +106,20 @@ class ToolTest : public testing::Test {
 
   TemporaryFolder folder;
 
-  // The program is run without the capabilities of root, who may otherwise read and write all
-  // files.
+  // Runs the program without the capabilities of root, who could read and write all files.
   bool unprivileged = false;
 
-  // Added to the program's environment, as "NAME=value".
+  // Variables for the program's environment, as "NAME=value".
   std::vector<std::string> variables;
 
-  // Above 0: the program cannot write a file beyond so many bytes, as on a full disk.
+  // If above 0, the program cannot write files larger than this, as on a full disk.
   rlim_t largest_file = 0;
 
-  // Above 0: the program is ended by SIGALRM after so many seconds.
+  // If above 0, SIGALRM ends the program after so many seconds.
   unsigned most_seconds = 0;
 
-  // Above 0: the program gets no more memory than so many bytes of address space. Without effect
-  // where the program cannot run so: under a checker or an emulator. can_limit_memory() tells.
+  // If above 0, limits the program's address space to so many bytes. Has no effect if
+  // can_limit_memory() returns false: under a checker or an emulator.
   rlim_t most_memory = 0;
   static bool can_limit_memory();
 

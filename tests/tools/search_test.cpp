@@ -44,11 +44,12 @@ class SearchTest : public ToolTest {
     EXPECT_EQ(outcome.status, ids.empty() ? 1 : 0) << outcome.err;
     EXPECT_EQ(outcome.err, ids.empty() ? "corvan: no such messages\n" : "");
     next = result["next_place"].is_null() ? "" : result["next_place"];
-    next_id = result["next_before"].is_null() ? "" : result["next_before"].dump();
+    next_id = next.substr(next.find(':') + 1);
+    EXPECT_EQ(keys(result), (Rows{"messages", "next_place"}));
     return ids;
   }
 
-  // The messages of all pages of one, each continued by what `continuation` holds then.
+  // The messages of all pages of one message each. `continuation` refers to `next` or `next_id`.
   std::vector<int> all_pages(const std::string& text, const std::string& continuation) {
     std::vector<int> all;
     Arguments arguments = {text, "--limit", "1"};
@@ -59,7 +60,7 @@ class SearchTest : public ToolTest {
     return all;
   }
 
-  // What brings the page after the one found last.
+  // For --before: the place that the last search returned, and its id alone.
   std::string next;
   std::string next_id;
 };
@@ -74,7 +75,7 @@ TEST_F(SearchTest, FindsAPartOfTheTextInAnyScriptNewestFirst) {
   EXPECT_EQ(found({"！"}), Ids());
 }
 
-TEST_F(SearchTest, NothingInTheTextHasAMeaning) {
+TEST_F(SearchTest, SearchesLiterally) {
   EXPECT_EQ(found({"%"}), Ids({4}));
   EXPECT_EQ(found({"_"}), Ids({4}));
   EXPECT_EQ(found({"'now'"}), Ids({4}));
@@ -88,7 +89,7 @@ TEST_F(SearchTest, IgnoresCaseAndCompositionWhenAsked) {
   EXPECT_EQ(found({"cafe am", "--ignore-case"}), Ids());
 }
 
-TEST_F(SearchTest, KeepsToConversations) {
+TEST_F(SearchTest, FiltersByConversation) {
   EXPECT_EQ(found({"am ", "--session", "room"}), Ids({2, 6, 1}));
   EXPECT_EQ(found({"am ", "--session", "room", "--type", "private"}), Ids({6}));
   EXPECT_EQ(found({"am ", "--session", "o'her"}), Ids({5}));
@@ -96,13 +97,13 @@ TEST_F(SearchTest, KeepsToConversations) {
   EXPECT_EQ(found({"am ", "--type", "1", "--type", "system"}), Ids({6}));
 }
 
-TEST_F(SearchTest, PagesMeetEveryMessageOnce) {
+TEST_F(SearchTest, PagesShowEveryMessageOnce) {
   plant("update t_message set sent_time=7 where id in(1,2,5)");  // of one time: the larger id first
   EXPECT_EQ(all_pages("am ", next), Ids({6, 5, 2, 1}));
   EXPECT_EQ(all_pages("am ", next_id), Ids({6, 5, 2, 1}));
 }
 
-TEST_F(SearchTest, PagesMeetMessagesOfAnyTimeAndId) {
+TEST_F(SearchTest, PagesShowMessagesOfAnyTimeAndId) {
   plant(
       "update t_message set sent_time=null where id=1;"
       "update t_message set sent_time='soon' where id=5;"
@@ -112,7 +113,7 @@ TEST_F(SearchTest, PagesMeetMessagesOfAnyTimeAndId) {
   EXPECT_EQ(all_pages("am ", next_id), Ids({6, 5, 1, -4}));
 }
 
-TEST_F(SearchTest, APageFollowsAMessageThatHasMovedOrIsGone) {
+TEST_F(SearchTest, ContinuesAfterAMessageThatHasMovedOrIsGone) {
   EXPECT_EQ(found({"am ", "--limit", "2"}), Ids({2, 6}));
   plant("delete from t_message where id=6");
   EXPECT_EQ(found({"am ", "--before", next}), Ids({5, 1}));
@@ -121,13 +122,13 @@ TEST_F(SearchTest, APageFollowsAMessageThatHasMovedOrIsGone) {
   EXPECT_EQ(found({"am ", "--before", next}), Ids({5, 1}));
 }
 
-TEST_F(SearchTest, TheTextSaysHowToGoOn) {
+TEST_F(SearchTest, NamesTheOptionForTheNextPage) {
   const std::string text = output({"search", store(), "am ", "--limit", "2"});
   EXPECT_NE(text.find("\nmore: --before 1700000000004:6\n"), std::string::npos) << text;
   EXPECT_EQ(output({"search", store(), "am ", "--limit", "4"}).find("more:"), std::string::npos);
 }
 
-TEST_F(SearchTest, WhatCannotBeMeantIsAnError) {
+TEST_F(SearchTest, RejectsInvalidOptions) {
   EXPECT_EQ(run({"search", store(), ""}).status, 2);
   for (const char* place : {"x", "1:", ":1", "1:2:3", "1:x"}) {
     const Outcome refused = run({"search", store(), "am", "--before", place});
@@ -139,7 +140,7 @@ TEST_F(SearchTest, WhatCannotBeMeantIsAnError) {
   EXPECT_EQ(outcome.err.find("corvan: " + file() + ": no message 99; "), 0U) << outcome.err;
 }
 
-TEST_F(SearchTest, FindsWhatOnlyTheLogHoldsAndChangesNothing) {
+TEST_F(SearchTest, SearchesTheLogAndChangesNothing) {
   const WriteAhead writer(file(),
                           "update t_message set content='in the log',sent_status=1 where id=3");
   const Listing before = listing(store());
@@ -148,7 +149,7 @@ TEST_F(SearchTest, FindsWhatOnlyTheLogHoldsAndChangesNothing) {
   EXPECT_EQ(listing(store()), before);
 }
 
-TEST_F(SearchTest, ContentThatIsNoUtf8IsSearchedAsItIs) {
+TEST_F(SearchTest, SearchesContentThatIsNotUtf8) {
   plant("update t_message set content=cast(x'ff414d20' as text) where id=3");
   EXPECT_EQ(found({"AM "}), Ids({3}));
   EXPECT_EQ(found({"AM ", "--ignore-case", "--limit", "9"}), Ids({2, 6, 3, 5, 1}));
@@ -156,7 +157,7 @@ TEST_F(SearchTest, ContentThatIsNoUtf8IsSearchedAsItIs) {
   EXPECT_EQ(found({"ПРИВЕТ", "--ignore-case"}), Ids({3}));
 }
 
-TEST_F(SearchTest, ATerminalShowsTheHit) {
+TEST_F(SearchTest, ClippedTablesShowTheHit) {
   std::string before;
   for (int i = 0; i < 40; ++i) before += "İ";  // which folding makes longer
   plant("update t_message set content='" + before + "Fund" + std::string(90, '.') + "' where id=3");

@@ -49,7 +49,7 @@ TEST_F(StatsTest, CountsRowsConversationsAndMonths) {
                          {{"month", "2026-06"}, {"messages", 2}, {"received", 2}}}));
 }
 
-TEST_F(StatsTest, AVirtualTableOfAnUnknownModuleHasNoRows) {
+TEST_F(StatsTest, AVirtualTableOfAnUnknownModuleHasAnUnknownNumberOfRows) {
   const Json before = stats();
   plant(
       "pragma writable_schema=on;insert into sqlite_master(type,name,tbl_name,rootpage,sql) "
@@ -66,7 +66,7 @@ TEST_F(StatsTest, AVirtualTableOfAnUnknownModuleHasNoRows) {
   EXPECT_NE(line.substr(0, line.find('\n')).find("unknown"), std::string::npos) << text;
 }
 
-TEST_F(StatsTest, TheBytesOfAllPartsAreTheFiles) {
+TEST_F(StatsTest, TheSizesAddUpToTheFile) {
   const Json result = stats();
   EXPECT_EQ(result["file_bytes"], std::filesystem::file_size(file()));
   EXPECT_EQ(result["log_bytes"], 0);
@@ -85,14 +85,14 @@ TEST_F(StatsTest, TheBytesOfAllPartsAreTheFiles) {
   EXPECT_LE(rest, 4 * 4096);
 }
 
-TEST_F(StatsTest, CountsTheLogAndWhatItHolds) {
+TEST_F(StatsTest, CountsTheLogAndItsContent) {
   const WriteAhead writer(file(), "delete from t_message where session_id='other'");
   const Json result = stats();
   EXPECT_EQ(result["log_bytes"], std::filesystem::file_size(file() + "-wal"));
   EXPECT_EQ(result["conversations"], 2);
 }
 
-TEST_F(StatsTest, WhatIsFreeMayBeMoreThanTheFileTakes) {
+TEST_F(StatsTest, FreePagesMayExceedTheFile) {
   const WriteAhead writer(file(),
                           "insert into t_message(content) values(zeroblob(1000000));"
                           "delete from t_message where content=zeroblob(1000000)");
@@ -101,7 +101,7 @@ TEST_F(StatsTest, WhatIsFreeMayBeMoreThanTheFileTakes) {
   EXPECT_EQ(output({"stats", store()}).find("of which"), std::string::npos);
 }
 
-TEST_F(StatsTest, TimesWithoutADateAreCountedApart) {
+TEST_F(StatsTest, CountsTimesWithoutADateSeparately) {
   plant(
       "update t_message set sent_time=0 where id=1;"
       "update t_message set sent_time=-62167219200000 where id=2;"
@@ -110,7 +110,7 @@ TEST_F(StatsTest, TimesWithoutADateAreCountedApart) {
   EXPECT_NE(output({"stats", store()}).find("no date"), std::string::npos);
 }
 
-TEST_F(StatsTest, ShowsAsManyOfTheLargestAsAsked) {
+TEST_F(StatsTest, LimitsTheLargestConversations) {
   EXPECT_EQ(json({"stats", store(), "--json", "--limit", "1"})["largest"].size(), 1U);
   const std::string text = output({"stats", store(), "--limit", "1"});
   EXPECT_NE(text.find("largest of 3 conversations"), std::string::npos) << text;

@@ -52,7 +52,7 @@ class TerminalTextTest : public ExportSample {
   }
 };
 
-TEST_F(TerminalTextTest, JsonEscapesWhatDrivesATerminal) {
+TEST_F(TerminalTextTest, JsonEscapesControlCharacters) {
   const std::string text = "中文 😀 שלום \xE2\x80\x8D " + all_drivers() + "é";
   import(line({{"session_id", text}, {"content", text}, { "sender", text }}));
   plant("update t_session set unread_count=9,title=session_id,draft=session_id");
@@ -76,7 +76,7 @@ TEST_F(TerminalTextTest, JsonEscapesWhatDrivesATerminal) {
   }
 }
 
-TEST_F(TerminalTextTest, AnExportInJsonIsHarmlessAndExact) {
+TEST_F(TerminalTextTest, AJsonExportIsEscapedAndExact) {
   import(line({}));
   const std::string text = all_drivers() +
                            "ordinary text around them, longer than hexadecimal "
@@ -106,7 +106,7 @@ TEST_F(TerminalTextTest, AnExportInJsonIsHarmlessAndExact) {
 }
 
 // Escapes are longer than what they stand for; restore has room for twice a text.
-TEST_F(TerminalTextTest, ATextOfControlsTakesTwiceItsRoomInAnExport) {
+TEST_F(TerminalTextTest, EscapesAtMostDoubleTheSizeOfAnExport) {
   import(line({}));
   for (const std::string& driver : drivers()) {
     std::string text;
@@ -122,7 +122,7 @@ TEST_F(TerminalTextTest, ATextOfControlsTakesTwiceItsRoomInAnExport) {
   }
 }
 
-TEST_F(TerminalTextTest, TablesAndErrorsEscapeWhatDrivesATerminal) {
+TEST_F(TerminalTextTest, TablesAndErrorsEscapeControlCharacters) {
   const std::string text = "x" + all_drivers();
   import(line({{"session_id", text}, {"content", text}, { "sender", text }}));
   plant("update t_session set unread_count=9,title=session_id");
@@ -157,7 +157,7 @@ TEST_F(TerminalTextTest, TablesAndErrorsEscapeWhatDrivesATerminal) {
   EXPECT_NE(bad.err.find("\\x7f\\u061c\\u200e"), std::string::npos) << bad.err;
 }
 
-TEST_F(TerminalTextTest, CsvIsEscapedOnATerminalAlone) {
+TEST_F(TerminalTextTest, CsvIsEscapedOnlyOnATerminal) {
   const std::string text = "=" + all_drivers() + "\r\n\t中\"";
   import(line({{"session_id", text}, {"content", text}, { "sender", text }}));
   plant("update t_session set title=session_id");

@@ -40,7 +40,7 @@ TEST(DisplayWidthTest, CombiningCharactersTakeNone) {
   EXPECT_EQ(display_width("a\u200bb"), 2) << "a space of no width";
 }
 
-TEST(DisplayWidthTest, EmojiTakeTwoWithAllThatBelongsToThem) {
+TEST(DisplayWidthTest, EmojiSequencesTakeTwoColumns) {
   EXPECT_EQ(display_width("😀"), 2);
   EXPECT_EQ(display_width("😀😀"), 4);
   EXPECT_EQ(display_width("👍\U0001F3FD"), 2) << "a skin tone";
@@ -62,7 +62,7 @@ TEST(DisplayWidthTest, VariationSelectorsChoosePresentation) {
   EXPECT_EQ(display_width("1\ufe0f\u20e3"), 2) << "a keycap";
 }
 
-TEST(DisplayWidthTest, InvalidBytesTakeWhatTheirReplacementsTake) {
+TEST(DisplayWidthTest, InvalidBytesTakeTheWidthOfTheirReplacement) {
   for (const std::string text : {"\xff", "a\xffz", "\xc3", "\xe4\xb8", "\xf0\x9f\x98", "\x80\x80",
                                  "\xed\xa0\x80", "\xc0\xaf", "\xf5\x80\x80\x80", "中\xe4"}) {
     EXPECT_EQ(display_width(text), display_width(printable(text)));
@@ -83,7 +83,7 @@ TEST(ClippedTest, LongTextEndsWithAnEllipsisWithinTheWidth) {
   EXPECT_EQ(clipped("中文字", 2), "…");
 }
 
-TEST(ClippedTest, CharactersAreNotTornApart) {
+TEST(ClippedTest, CharactersAreNotSplit) {
   EXPECT_EQ(clipped("e\u0301e\u0301e\u0301", 2), "e\u0301…");
   const std::string family = "👨\u200d👩\u200d👧";
   EXPECT_EQ(clipped(family + family, 3), family + "…");
@@ -113,7 +113,7 @@ TEST(PrintableTest, NoControlCharacterIsLeft) {
   }
 }
 
-TEST(PrintableTest, TurnsOfDirectionBecomeEscapes) {
+TEST(PrintableTest, BidirectionalControlsBecomeEscapes) {
   EXPECT_EQ(printable("\u202egnp.exe"), "\\u202egnp.exe");
   for (const char* turn :
        {"\u202a", "\u202b", "\u202c", "\u202d", "\u202e", "\u2066", "\u2067", "\u2068", "\u2069",
@@ -188,7 +188,7 @@ TEST(TextTableTest, ALineTooShortForTheTableStillShowsEveryColumn) {
   EXPECT_EQ(printed(table, 3), "A     …\naaaa  …\n");
 }
 
-TEST(TextTableTest, ATableWithoutRowsIsItsHeadings) {
+TEST(TextTableTest, ATableWithoutRowsShowsItsHeadings) {
   EXPECT_EQ(printed(TextTable({{"A"}, {"B", TextTable::kRight}}), 0), "A  B\n");
 }
 

@@ -2,9 +2,7 @@
 
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
-#include "tools/store/connection.h"
-#include "tools/store/library_store.h"
-#include "tools/store/store_copy.h"
+#include "tools/store/snapshot.h"
 #include "tools/ui/error.h"
 #include "tools/verify/repair.h"
 #include "tools/verify/report.h"
@@ -14,13 +12,9 @@ namespace corvan_tool {
 namespace {
 
 Report look(const std::string& folder) {
-  const std::string name = store_file(folder);
-  const StoreCopy copy(folder);
-  const std::string copied = store_file(copy.folder());
-  std::string detail;
-  if (look_at_store(copied, name, detail) == StoreState::kDamaged) return damaged_file(detail);
-  require_store(copied, name, false);
-  return look_at_all(Connection(copied), name);
+  const Snapshot store(folder, Snapshot::kAccepted);
+  if (!store.damage().empty()) return damaged_file(store.damage());
+  return look_at_all(store.connection(), store.name());
 }
 
 int run_verify(const RepairOptions& options) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "db/cv_db_records.h"
 #include "tools/store/snapshot.h"
 
 namespace corvan_tool {

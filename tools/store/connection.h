@@ -1,95 +1,127 @@
-// A connection to a store's file beside the library's own.
+// A connection of the tool's own to a store's file, and the statements that run on it.
 
 #ifndef TOOLS_STORE_CONNECTION_H_
 #define TOOLS_STORE_CONNECTION_H_
 
 #include <sqlite3.h>
 
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 
 namespace corvan_tool {
 
-// A path as SQLite takes it for nothing else: one built to know URIs takes "file:..." for one.
-inline std::string unmistakable_path(const std::string& path) {
-  return path.rfind("file:", 0) == 0 ? "./" + path : path;
-}
+class Connection;
+
+// The current row of a statement. Valid until the statement is stepped, reset or destroyed. Columns
+// count from 0.
+class Row {
+ public:
+  // Also reads rows of the library's own statements.
+  explicit Row(sqlite3_stmt* stmt) : stmt_(stmt) {}
+
+  // The whole text, zero bytes included; empty for SQL NULL.
+  std::string text(int column) const;
+  std::int64_t int64(int column) const { return sqlite3_column_int64(stmt_, column); }
+  std::int32_t int32(int column) const { return sqlite3_column_int(stmt_, column); }
+  bool is_null(int column) const { return type(column) == SQLITE_NULL; }
+  // SQLITE_INTEGER, SQLITE_TEXT, ...
+  int type(int column) const { return sqlite3_column_type(stmt_, column); }
+
+  // For the functions of SQLite that have no member here.
+  operator sqlite3_stmt*() const { return stmt_; }
+
+ private:
+  sqlite3_stmt* stmt_;
+};
+
+// A prepared statement. Parameters count from 1; bound texts and blobs must live until the
+// statement is stepped for the last time.
+class Statement {
+ public:
+  // A failure to prepare is returned by step(). `flags` are those of sqlite3_prepare_v3().
+  Statement(const Connection& connection, const std::string& sql, unsigned flags = 0);
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+  ~Statement() { sqlite3_finalize(stmt_); }
+
+  void bind(int parameter, std::int64_t value) { sqlite3_bind_int64(stmt_, parameter, value); }
+  void bind(int parameter, std::string_view text);
+  void bind_blob(int parameter, std::string_view bytes);
+  void bind_real(int parameter, double value) { sqlite3_bind_double(stmt_, parameter, value); }
+  void bind_null(int parameter) { sqlite3_bind_null(stmt_, parameter); }
+
+  // SQLITE_ROW, SQLITE_DONE, or the code of the failure.
+  int step() { return prepared_ == SQLITE_OK ? sqlite3_step(stmt_) : prepared_; }
+
+  // Makes the statement ready to be stepped from the beginning. Keeps what is bound.
+  void reset() { sqlite3_reset(stmt_); }
+
+  // After step() has returned SQLITE_ROW.
+  Row row() const { return Row(stmt_); }
+
+  // SQLITE_OK, or the code of the failure to prepare.
+  int prepared() const { return prepared_; }
+
+ private:
+  sqlite3_stmt* stmt_ = nullptr;
+  int prepared_ = SQLITE_OK;
+};
 
 // Waits for up to two seconds where another process holds a lock.
 class Connection {
  public:
-  // Makes no file. A failure is left to the first statement. `file` is a path, or with
-  // SQLITE_OPEN_URI a URI.
-  explicit Connection(const std::string& file, int flags = SQLITE_OPEN_READWRITE)
-      : opened_(sqlite3_open_v2(
-            ((flags & SQLITE_OPEN_URI) != 0 ? file : unmistakable_path(file)).c_str(), &db_, flags,
-            nullptr)) {
-    sqlite3_busy_timeout(db_, 2000);
-  }
+  // Creates no file unless the flags say so. A failure to open is returned by the first statement.
+  // `file` is a path, or with SQLITE_OPEN_URI a URI.
+  explicit Connection(const std::string& file, int flags = SQLITE_OPEN_READWRITE);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
-  // Takes back a transaction that was not committed.
+  // Rolls back an open transaction.
   ~Connection() { sqlite3_close_v2(db_); }
 
-  // Binds the arguments, integers and texts, from the first place on, and calls `read`, which may
-  // throw, with each row: SQLITE_DONE after the last one, else the code of the failure.
+  // Binds the arguments, integers and texts, from parameter 1 on, and calls `read`, which may
+  // throw, with each Row. Returns SQLITE_DONE, or the code of the failure.
   template <typename Read, typename... Arguments>
   int each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
-    if (opened_ != SQLITE_OK) return opened_;
-    sqlite3_stmt* prepared = nullptr;
-    int rc = sqlite3_prepare_v2(db_, sql.c_str(), -1, &prepared, nullptr);
-    if (rc != SQLITE_OK) return rc;
-    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> stmt(prepared, sqlite3_finalize);
-    [[maybe_unused]] int place = 0;
-    (bind(stmt.get(), ++place, arguments), ...);
-    while ((rc = sqlite3_step(stmt.get())) == SQLITE_ROW) read(stmt.get());
+    Statement statement(*this, sql);
+    [[maybe_unused]] int parameter = 0;
+    (statement.bind(++parameter, arguments), ...);
+    int rc = SQLITE_DONE;
+    while ((rc = statement.step()) == SQLITE_ROW) read(statement.row());
     return rc;
   }
 
-  // SQLITE_DONE, or the code of the failure.
+  // Returns SQLITE_DONE, or the code of the failure.
   template <typename... Arguments>
   int run(const std::string& sql, const Arguments&... arguments) const {
     return each_row(
-        sql, [](sqlite3_stmt* /*row*/) {}, arguments...);
+        sql, [](const Row& /*row*/) {}, arguments...);
   }
 
-  // What went wrong last, in SQLite's words.
+  // SQLite's text for the last failure.
   std::string error() const { return sqlite3_errmsg(db_); }
 
-  // For what SQLite offers beyond statements. The connection stays this object's.
+  // SQLITE_OK, or the code of the failure to open.
+  int opened() const { return opened_; }
+
+  // For what SQLite offers beyond statements. The connection remains this object's.
   sqlite3* handle() const { return db_; }
 
  private:
-  static void bind(sqlite3_stmt* stmt, int place, int64_t value) {
-    sqlite3_bind_int64(stmt, place, value);
-  }
-  static void bind(sqlite3_stmt* stmt, int place, std::string_view text) {
-    // A null pointer would bind SQL NULL. The text outlives the statement: it is an argument.
-    sqlite3_bind_text64(stmt, place, text.data() == nullptr ? "" : text.data(), text.size(),
-                        SQLITE_STATIC, SQLITE_UTF8);
-  }
-
   sqlite3* db_ = nullptr;
   const int opened_;
 };
 
-// A column of a row, whole even where it holds zero bytes; empty for SQL NULL.
+// A path that SQLite cannot mistake for a URI: a build that knows URIs takes "file:..." for one.
+std::string unmistakable_path(const std::string& path);
+
+// Row::text().
 inline std::string text_at(sqlite3_stmt* row, int column) {
-  const unsigned char* const text = sqlite3_column_text(row, column);
-  if (text == nullptr) return "";
-  return {reinterpret_cast<const char*>(text),
-          static_cast<std::size_t>(sqlite3_column_bytes(row, column))};
+  return Row(row).text(column);
 }
 
-// A name as SQL takes it, whatever is in it.
-inline std::string quoted_name(const std::string& name) {
-  std::string result = "\"";
-  for (const char c : name) result.append(c == '"' ? 2 : 1, c);
-  return result + '"';
-}
+// A name quoted as an SQL identifier.
+std::string quoted_name(const std::string& name);
 
 }  // namespace corvan_tool
 

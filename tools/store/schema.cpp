@@ -4,16 +4,14 @@
 
 #include <algorithm>
 
-#include "base/cv_database.h"
 #include "tools/store/connection.h"
-#include "tools/ui/error.h"
 #include "tools/ui/names.h"
 
 namespace corvan_tool {
 
 namespace {
 
-// The statement in lower case, without the white space that does not separate words.
+// The statement in lower case, without white space that separates no words.
 std::string normal_form(const std::string& sql) {
   if (sql.find("--") != std::string::npos || sql.find("/*") != std::string::npos) return sql;
   const auto is_bracket = [](char c) { return c == '(' || c == ')' || c == ','; };
@@ -39,8 +37,7 @@ std::string normal_form(const std::string& sql) {
   return result;
 }
 
-// Every name in the provider's set begins with its table's name. An index of such a name that is
-// not in the set comes from an older one; of any other name, from somebody else.
+// Names of the store's own indexes begin with the name of their table.
 bool has_store_name(const Index& index) {
   return index.name.rfind(index.table + "_", 0) == 0;
 }
@@ -67,40 +64,40 @@ int read_schema(const Connection& connection, Schema& schema) {
   return connection.each_row(
       "select type,name,tbl_name,sql from sqlite_master where type in('table','index') "
       "and sql is not null and name not like 'sqlite\\_%' escape '\\' order by name",
-      [&schema](sqlite3_stmt* row) {
-        if (text_at(row, 0) == "table") {
-          schema.tables.push_back({text_at(row, 1), text_at(row, 3), {}});
+      [&schema](const Row& row) {
+        if (row.text(0) == "table") {
+          schema.tables.push_back({row.text(1), row.text(3), {}});
         } else {
-          schema.indexes.push_back({text_at(row, 1), text_at(row, 2), text_at(row, 3)});
+          schema.indexes.push_back({row.text(1), row.text(2), row.text(3)});
         }
       });
 }
 
 int read_parts(const Connection& connection, Table& table) {
   int rc = connection.each_row(
-      "pragma table_xinfo(" + quoted_name(table.name) + ")", [&table](sqlite3_stmt* row) {
-        std::string part = "column " + lower_case(text_at(row, 1) + " " + text_at(row, 2));
-        if (sqlite3_column_int(row, 3) != 0) part += " not null";
-        if (sqlite3_column_type(row, 4) != SQLITE_NULL) part += " default " + text_at(row, 4);
-        if (sqlite3_column_int(row, 5) != 0) part += " primary key";
-        if (sqlite3_column_int(row, 6) == 1) part += " hidden";
-        if (sqlite3_column_int(row, 6) > 1) part += " generated";
+      "pragma table_xinfo(" + quoted_name(table.name) + ")", [&table](const Row& row) {
+        std::string part = "column " + lower_case(row.text(1) + " " + row.text(2));
+        if (row.int32(3) != 0) part += " not null";
+        if (!row.is_null(4)) part += " default " + row.text(4);
+        if (row.int32(5) != 0) part += " primary key";
+        if (row.int32(6) == 1) part += " hidden";
+        if (row.int32(6) > 1) part += " generated";
         table.parts.push_back(part);
       });
   std::vector<std::string> keys;
   if (rc == SQLITE_DONE) {
     rc = connection.each_row("pragma index_list(" + quoted_name(table.name) + ")",
-                             [&keys](sqlite3_stmt* row) {
-                               if (text_at(row, 3) != "c") keys.push_back(text_at(row, 1));
+                             [&keys](const Row& row) {
+                               if (row.text(3) != "c") keys.push_back(row.text(1));
                              });
   }
   for (const std::string& key : keys) {
     std::string columns;
     if (rc == SQLITE_DONE) {
-      rc = connection.each_row(
-          "pragma index_info(" + quoted_name(key) + ")", [&columns](sqlite3_stmt* row) {
-            columns += (columns.empty() ? "" : ",") + lower_case(text_at(row, 2));
-          });
+      rc = connection.each_row("pragma index_info(" + quoted_name(key) + ")",
+                               [&columns](const Row& row) {
+                                 columns += (columns.empty() ? "" : ",") + lower_case(row.text(2));
+                               });
     }
     table.parts.push_back("key " + columns);
   }
@@ -112,7 +109,7 @@ int read_columns(const Connection& connection, const std::string& table,
                  std::vector<std::string>& names) {
   return connection.each_row(
       "pragma table_xinfo(" + quoted_name(table) + ")",
-      [&names](sqlite3_stmt* row) { names.push_back(lower_case(text_at(row, 1))); });
+      [&names](const Row& row) { names.push_back(lower_case(row.text(1))); });
 }
 
 int find_row_id(const Connection& connection, const std::string& table, std::string& name) {
@@ -125,7 +122,7 @@ int find_row_id(const Connection& connection, const std::string& table, std::str
     const int read =
         connection.run(std::string("select ") + one + " from " + quoted_name(table) + " limit 0");
     if (read == SQLITE_DONE) name = one;
-    // A table that is WITHOUT ROWID has none of the names.
+    // A WITHOUT ROWID table has none of the names.
     return read == SQLITE_ERROR ? SQLITE_DONE : read;
   }
   return SQLITE_DONE;
@@ -138,24 +135,12 @@ std::string no_row_id_text(const std::string& table) {
          "with row ids";
 }
 
-Schema new_schema() {
-  const Connection scratch(":memory:");
-  const auto require = [&scratch](int rc) {
-    if (rc != SQLITE_DONE) throw ToolError("a new store's schema: " + scratch.error());
-  };
-  for (const auto& [name, sql] : Corvan::CvDatabase::table_index()) require(scratch.run(sql));
-  Schema schema;
-  require(read_schema(scratch, schema));
-  for (Table& table : schema.tables) require(read_parts(scratch, table));
-  return schema;
-}
-
 std::optional<int64_t> stored_bytes(const Connection& connection, const std::string& name) {
   std::optional<int64_t> bytes;
   connection.each_row(
-      // A table of the file may have that name; in the temporary schema there is none.
+      // Qualified, because the file may have a table named dbstat.
       "select sum(pgsize) from temp.dbstat('main') where name=?",
-      [&bytes](sqlite3_stmt* row) { bytes = sqlite3_column_int64(row, 0); }, name);
+      [&bytes](const Row& row) { bytes = row.int64(0); }, name);
   return bytes;
 }
 

@@ -1,4 +1,4 @@
-// What a new store's file is made of, and where another file differs.
+// The schema of a new store, and how the schema of a file differs from it.
 
 #ifndef TOOLS_STORE_SCHEMA_H_
 #define TOOLS_STORE_SCHEMA_H_
@@ -16,76 +16,97 @@ class Connection;
 struct Index {
   std::string name;
   std::string table;
-  std::string sql;  // the statement that makes it
+  std::string sql;  // the statement that creates it
 };
 
 struct Table {
   std::string name;
-  std::string sql;                 // the statement that makes it
-  std::vector<std::string> parts;  // each column and key in words, sorted, once they were read
+  std::string sql;                 // the statement that creates it
+  std::vector<std::string> parts;  // by read_parts(): columns and keys in words, sorted
 };
 
 struct Schema {
   std::vector<Table> tables;
   std::vector<Index> indexes;
 
-  // Null when there is none of that name, in whatever case.
+  // Null if there is none of that name. Letter case does not count.
   const Table* table(const std::string& name) const;
   const Index* index(const std::string& name) const;
 };
 
-// What a new store has, with the parts of its tables. Throws ToolError when this SQLite cannot make
-// it.
+// The schema of a new store, with the parts of its tables. Throws ToolError if this SQLite cannot
+// create it.
 Schema new_schema();
 
-// A file's tables, without SQLite's own, and its indexes without those that are part of a table,
-// both by name: SQLITE_DONE, or the code of the failure.
+// The columns of a new store's tables and indexes, for code that reads records without SQLite.
+struct ColumnLayout {
+  std::string name;
+  std::string type;        // in lower case
+  bool is_row_id = false;  // an alias of the row id
+};
+struct IndexLayout {
+  std::string name;
+  std::string sql;                   // empty if it is part of its table
+  std::vector<std::string> columns;  // without the row id, which follows them in each entry
+  bool has_all_rows = true;          // not a partial index
+};
+struct TableLayout {
+  std::string name;
+  std::string sql;
+  std::vector<ColumnLayout> columns;
+  std::vector<IndexLayout> indexes;  // those that are part of the table included
+};
+
+// Throws ToolError if this SQLite cannot create a new store.
+std::vector<TableLayout> new_store_layout();
+
+// The functions below return SQLITE_DONE, or the code of the failure.
+
+// Reads the tables and indexes of a file, by name. Leaves out SQLite's own tables, and indexes that
+// are part of a table.
 int read_schema(const Connection& connection, Schema& schema);
 
-// Likewise a table's parts.
 int read_parts(const Connection& connection, Table& table);
 
-// Likewise the names of all columns of a table, generated and hidden ones included, in lower case
-// as SQL compares them. A table that is not there has none.
+// Reads the names of all columns, generated and hidden ones included, in lower case. A missing
+// table has none.
 int read_columns(const Connection& connection, const std::string& table,
                  std::vector<std::string>& names);
 
-// Likewise the name by which SQL reads a table's row ids: "rowid" unless a column has that name.
-// Empty when columns have all three such names, or the table is WITHOUT ROWID.
+// Finds the name by which SQL reads a table's row ids: "rowid" unless a column has that name. Empty
+// if columns have all three possible names, or if the table is WITHOUT ROWID.
 int find_row_id(const Connection& connection, const std::string& table, std::string& name);
 
-// SQL for the name of t_message in the letters' case of the file. SQLite looks for the largest id
-// under that name in sqlite_sequence, and there the case counts.
+// SQL for the name of t_message as the file spells it. sqlite_sequence holds the largest id under
+// that name, and compares it with letter case.
 constexpr const char* kNameOfMessages =
     "(select name from sqlite_master where type='table' and lower(name)='t_message')";
 
-// The bytes that a table or an index takes; nothing where SQLite was built without its table of
-// sizes.
+// The size of a table or an index in bytes; nothing if SQLite was built without dbstat.
 std::optional<int64_t> stored_bytes(const Connection& connection, const std::string& name);
 
 // Error text for a table whose row ids find_row_id() could not name, with advice.
 std::string no_row_id_text(const std::string& table);
 
-// Whether two statements make the same table or index: they then differ at most in the case of
-// letters and in white space, and only outside of quotes. In doubt, as with comments, they must be
-// equal.
+// Whether two statements create the same table or index: they may differ in letter case and in
+// white space outside of quotes. Statements with comments must be equal.
 bool is_same_statement(const std::string& one, const std::string& other);
 
 // An index in which a file differs from a new store.
 struct IndexDifference {
   enum Kind {
-    kMissing,
-    kDiffers,  // of a name that a new store has, made by another statement
-    kOlder,    // not in a new store, named like its own: from an older set
-    kOther,    // not in a new store, of any other name: somebody else's
+    kMissing,  // only in a new store
+    kDiffers,  // in both, with different statements
+    kOlder,    // only in the file, named like the store's own: from an older release
+    kOther,    // only in the file, with any other name: somebody else's
   };
   Kind kind = kMissing;
-  Index index;          // as a new store has it; of the last two kinds, as the file has it
-  std::string old_sql;  // of one that differs
+  Index index;          // kOlder and kOther: as in the file; otherwise as in a new store
+  std::string old_sql;  // kDiffers: as in the file
 };
 
-// The differences on the store's tables, those that a new store lacks at the end. `kept` receives
-// how many indexes are as in a new store.
+// The differences on the store's tables: first indexes of a new store, then the file's others.
+// `kept` receives the number of indexes that are equal.
 std::vector<IndexDifference> index_differences(const Schema& wanted, const Schema& present,
                                                std::size_t& kept);
 

@@ -1,65 +1,51 @@
-// A store's copy for commands that look with statements of their own.
+// A snapshot of a store for commands that only read.
 
 #ifndef TOOLS_STORE_SNAPSHOT_H_
 #define TOOLS_STORE_SNAPSHOT_H_
 
-#include <sqlite3.h>
-
 #include <string>
 
 #include "tools/store/connection.h"
-#include "tools/store/library_store.h"
+#include "tools/store/sqlite_errors.h"
 #include "tools/store/store_copy.h"
-#include "tools/ui/error.h"
 
 namespace corvan_tool {
 
-// What may help after a statement has failed, to stand behind the failure; nothing where nothing is
-// known to.
-inline const char* advice_after(int rc) {
-  switch (rc & 0xff) {
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-      return "; see 'corvan check' and 'corvan salvage'";
-    case SQLITE_FULL:
-    case SQLITE_IOERR:
-      return "; name a folder with room for temporary files in TMPDIR";
-    default:
-      return "";
-  }
-}
-
-// Nothing that opening with the library does is done to the copy: nothing is marked, nothing
-// deleted.
+// A temporary copy of a store, with an open connection to it. The copy is not opened through the
+// library, which would change message states and delete a damaged file.
 class Snapshot {
  public:
-  // Throws ToolError when there is no readable store in `folder`.
-  explicit Snapshot(const std::string& folder)
-      : name_(store_file(folder)),
-        copy_(folder),
-        connection_((require_store(file(), name_, false), file())) {}
+  enum Damage { kRefused, kAccepted };
 
-  // The store's own file, for texts.
+  // Throws ToolError if there is no readable store in `folder`. A damaged one is accepted if
+  // `damage` says so; then damage() is not empty.
+  explicit Snapshot(const std::string& folder, Damage damage = kRefused);
+
+  // The path of the original store's file, for texts.
   const std::string& name() const { return name_; }
-  // The copy's.
+  // The path of the copied file.
   std::string file() const { return store_file(copy_.folder()); }
-  const Connection& connection() const { return connection_; }
   const StoreSizes& sizes() const { return copy_.sizes(); }
+  const Connection& connection() const { return connection_; }
 
-  // As Connection::each_row. Throws ToolError when a row cannot be read.
+  // SQLite's text for the damage; empty for a store that can be opened.
+  const std::string& damage() const { return damage_; }
+
+  // As Connection::each_row(). Throws ToolError if a row cannot be read.
   template <typename Read, typename... Arguments>
   void each_row(const std::string& sql, const Read& read, const Arguments&... arguments) const {
     require(connection_.each_row(sql, read, arguments...));
   }
 
-  // Throws ToolError unless `rc`, of a statement on the connection, is SQLITE_DONE.
-  void require(int rc) const {
-    if (rc != SQLITE_DONE) throw ToolError(name_ + ": " + connection_.error() + advice_after(rc));
-  }
+  // Throws ToolError unless `rc`, the result of a statement on the connection, is SQLITE_DONE.
+  void require(int rc) const;
 
  private:
+  std::string examine(Damage damage) const;
+
   const std::string name_;
   const StoreCopy copy_;
+  const std::string damage_;
   const Connection connection_;
 };
 

@@ -9,32 +9,10 @@
 
 namespace corvan_tool {
 
-std::string failure_text(const Connection& connection, int rc, const std::string& outcome) {
-  switch (rc & 0xff) {
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-      return std::string("in use by another process (") + sqlite3_errstr(rc & 0xff) + "); " +
-             outcome + "; try again while the client rests";
-    case SQLITE_READONLY:
-    case SQLITE_CANTOPEN:
-    case SQLITE_PERM:
-      return connection.error() + "; " + outcome + "; make the file and its folder writable";
-    case SQLITE_FULL:
-      return connection.error() + "; " + outcome +
-             "; make room in the store's folder and in the one for temporary files "
-             "(SQLITE_TMPDIR, TMPDIR)";
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-      return connection.error() + "; " + outcome + "; see 'corvan check' and 'corvan salvage'";
-    default:
-      return connection.error() + "; " + outcome;
-  }
-}
-
 StoreTransaction::StoreTransaction(const std::string& file, std::string name,
                                    const std::string& begin)
     : file_(file), name_(std::move(name)), connection_(std::make_unique<Connection>(file)) {
-  // As the library does: no rests of messages where something was.
+  // As the library does: deleted messages are overwritten.
   require(connection_->run("pragma secure_delete=on"));
   require(connection_->run(begin));
 }

@@ -13,10 +13,10 @@
 #include <utility>
 
 #include "tools/store/connection.h"
-#include "tools/store/library_store.h"
 #include "tools/store/pending_output.h"
 #include "tools/store/schema.h"
-#include "tools/store/store_copy.h"
+#include "tools/store/snapshot.h"
+#include "tools/store/store_state.h"
 #include "tools/store/transaction.h"
 #include "tools/ui/error.h"
 #include "tools/ui/output.h"
@@ -336,12 +336,9 @@ Outcome repair_store(const RepairOptions& options, std::string& backup) {
 }
 
 Outcome try_repair(const RepairOptions& options) {
-  const std::string name = store_file(options.folder);
-  const StoreCopy copy(options.folder);
-  const std::string copied = store_file(copy.folder());
-  require_store(copied, name, false);
-  const StoreTransaction transaction(copied, name, "begin immediate");
-  Outcome outcome = make_plan(transaction.connection(), name, options.what);
+  const Snapshot store(options.folder);
+  const StoreTransaction transaction(store.file(), store.name(), "begin immediate");
+  Outcome outcome = make_plan(transaction.connection(), store.name(), options.what);
   make_changes(transaction, outcome.changes);
   return outcome;
 }

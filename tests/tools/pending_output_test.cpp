@@ -24,7 +24,7 @@ using corvan_tool::ToolError;
 using corvan_tool::Unfinished;
 namespace fs = std::filesystem;
 
-class UnfinishedTest : public testing::Test {
+class PendingOutputTest : public testing::Test {
  protected:
   std::string place(const std::string& name) const { return folder.file(name); }
   Rows content() const {
@@ -35,7 +35,7 @@ class UnfinishedTest : public testing::Test {
   const TemporaryFolder folder;
 };
 
-TEST_F(UnfinishedTest, GetsItsNameWhenKept) {
+TEST_F(PendingOutputTest, GetsItsNameWhenKept) {
   {
     Unfinished made = Unfinished::folder(place("made") + "/");
     write_file(made.path() + "/inside", "x");
@@ -46,7 +46,7 @@ TEST_F(UnfinishedTest, GetsItsNameWhenKept) {
   EXPECT_EQ(read_file(place("made/inside")), "x");
 }
 
-TEST_F(UnfinishedTest, DisappearsUnlessKept) {
+TEST_F(PendingOutputTest, DisappearsUnlessKept) {
   {
     const Unfinished one = Unfinished::folder(place("one"));
     write_file(one.path() + "/inside", "x");
@@ -57,7 +57,7 @@ TEST_F(UnfinishedTest, DisappearsUnlessKept) {
   EXPECT_EQ(content(), Rows());
 }
 
-TEST_F(UnfinishedTest, TakesNoPlaceThatIsTaken) {
+TEST_F(PendingOutputTest, RefusesAPlaceThatExists) {
   write_file(place("there"), "mine");
   fs::create_symlink(place("nowhere"), place("link"));
   EXPECT_THROW(Unfinished::file(place("there")), ToolError);
@@ -71,7 +71,7 @@ TEST_F(UnfinishedTest, TakesNoPlaceThatIsTaken) {
   EXPECT_EQ(read_file(place("there")), "mine");
 }
 
-TEST_F(UnfinishedTest, IsMadeAtOnceUnderANameOfItsOwn) {
+TEST_F(PendingOutputTest, IsCreatedAtOnceUnderATemporaryName) {
   fs::create_symlink(place("others"), place("one.unfinished-" + std::to_string(getpid())));
   Unfinished one = Unfinished::file(place("one"));
   const Unfinished same = Unfinished::file(place("one"));
@@ -87,7 +87,7 @@ TEST_F(UnfinishedTest, IsMadeAtOnceUnderANameOfItsOwn) {
   EXPECT_FALSE(fs::exists(place("others")));
 }
 
-TEST_F(UnfinishedTest, TakesAnyNameThatAFileCanHave) {
+TEST_F(PendingOutputTest, AcceptsAnyFileName) {
   std::string name(1, 'n');
   while (name.size() < 253) name += "é";
   Unfinished::file(place(name)).keep();
@@ -95,7 +95,7 @@ TEST_F(UnfinishedTest, TakesAnyNameThatAFileCanHave) {
   EXPECT_EQ(content(), Rows({"f" + name, name}));
 }
 
-TEST_F(UnfinishedTest, TellsWhatIsWrongWithAPlace) {
+TEST_F(PendingOutputTest, ReportsWhyAPlaceIsRefused) {
   write_file(place("there"), "mine");
   const auto error_of = [](const std::string& at) -> std::string {
     try {
@@ -113,7 +113,7 @@ TEST_F(UnfinishedTest, TellsWhatIsWrongWithAPlace) {
 
 class InterruptTest : public ToolTest {};
 
-TEST_F(InterruptTest, ASignalLeavesNothingUnfinished) {
+TEST_F(InterruptTest, ASignalRemovesPendingOutput) {
   import(line({}));
   write_file(file() + "-wal", "");
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
@@ -129,7 +129,7 @@ TEST_F(InterruptTest, ASignalLeavesNothingUnfinished) {
   }
 }
 
-TEST_F(InterruptTest, WhatTakesLongTellsATerminalHowFarItIs) {
+TEST_F(InterruptTest, LongCommandsShowProgressOnATerminal) {
   const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (terminal < 0) GTEST_SKIP() << "no pseudo-terminals on this machine";
   ASSERT_EQ(grantpt(terminal), 0);
