@@ -1,4 +1,4 @@
-// Where the benchmarks run: what their figures depend on.
+// Prints the environment that the figures depend on.
 
 #include <sqlite3.h>
 #include <sys/utsname.h>
@@ -24,7 +24,7 @@ std::string processor() {
   return "unknown";
 }
 
-// Type and options of the file system that the stores lie in.
+// Type and options of the file system of the stores.
 std::string file_system(const std::string& folder) {
   std::ifstream in("/proc/self/mounts");
   std::string device;

@@ -1,7 +1,7 @@
-// What `corvan import` costs beside the saves that it makes. One made-up log is imported by the
-// tool, and its messages are saved straight from memory, in turns, each time into a new store.
-// Compared are the processor times, in user and in system mode, from before the store is opened
-// until it is closed; the import's is its whole process's.
+// Measures the overhead of `corvan import` over its saves. The tool imports a generated log, and
+// the same messages are saved directly from memory, alternately, each time into a new store.
+// Compares the processor times (user and system) from before the store is opened until it is
+// closed; for the import, those of its whole process.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -36,18 +36,18 @@ using namespace corvan_bench;
 using corvan_test::TemporaryFolder;
 
 constexpr double kLargestRatio = 1.6;
-constexpr double kLargestGrowth = 1.1;   // of memory, from a quarter of the messages to all
-constexpr int kFewestForMemory = 20000;  // with fewer, caches of a fixed size still fill
+constexpr double kLargestGrowth = 1.1;   // of memory, from a quarter of the messages to all of them
+constexpr int kFewestForMemory = 20000;  // below that, caches are still filling
 constexpr int kRounds = 3;
-constexpr int kBatch = 1000;  // saves a transaction, as the tool's default
+constexpr int kBatch = 1000;  // saves per transaction: the tool's default
 
 // Always the same messages in the same order.
 class Messages {
  public:
   Corvan::MessageResponse next() {
     Corvan::MessageResponse m = stream_.next();
-    if (m.is_receive_) m.client_uid_ = 0;             // a log has it for own messages
-    if (++count_ % 4 == 0) m.content_ += "\n\"ok\"";  // a log has these characters as escapes
+    if (m.is_receive_) m.client_uid_ = 0;             // a log has it only for own messages
+    if (++count_ % 4 == 0) m.content_ += "\n\"ok\"";  // these characters are escaped in a log
     return m;
   }
 
@@ -78,7 +78,7 @@ double processor_time() {
   return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
 }
 
-// The processor seconds of the saves; making the messages is no part of them.
+// Processor seconds of the saves, without generating the messages.
 double save_directly(BenchStore& store, int count) {
   Messages messages;
   double start = processor_time();
@@ -134,7 +134,7 @@ void verify_equal(const std::string& file, const std::string& other, int message
         .at(0);
   };
   Report::verify(count("t_message") == std::to_string(messages), "all messages are stored");
-  // Rows have keys and no NULL, so that each is joined to its equal or to nothing.
+  // Rows have keys and no NULL, so a join matches each row with its equal only.
   for (const std::string table : {"t_message", "t_session"}) {
     const std::string all = count(table);
     Report::verify(
@@ -159,8 +159,8 @@ int measure(const Options& options) {
     return static_cast<double>(std::filesystem::file_size(file)) / 1e6;
   };
 
-  // A program that is started is credited with the memory of the process that starts it, so memory
-  // is looked at before the first direct saves.
+  // A child process starts with the peak memory of its parent, so memory is measured before the
+  // first direct saves.
   const double quarter_peak = import_log(quarter, TemporaryFolder()).peak_kib;
   double peak = 0;
   std::vector<double> import_times;

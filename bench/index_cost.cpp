@@ -1,5 +1,5 @@
-// What each index costs and what it buys: stores that differ in one index each, filled side by
-// side.
+// Measures the cost and the benefit of each index, with stores that differ in one index and are
+// filled side by side.
 
 #include <algorithm>
 #include <exception>
@@ -21,7 +21,7 @@ namespace {
 using namespace corvan_bench;
 using Corvan::CvDbSingleton;
 
-// The least that the statements need: the set that the costs are measured against.
+// The minimal set of indexes, as the baseline of the costs.
 const std::map<std::string, std::string> kPlainSet = {
     {"t_message_sending", ""},
     {"t_message_session",
@@ -34,8 +34,8 @@ const std::map<std::string, std::string> kPlainSet = {
      "create index t_session_list on t_session(session_type,is_top,session_time)"},
 };
 
-// One index left out of the schema's set, or the plain one in its place, and an operation that has
-// need of it.
+// An index that is removed from the schema's set, or replaced by the plain one, and an operation
+// that needs it.
 struct Variant {
   std::string index;
   std::string operation;
@@ -85,20 +85,20 @@ std::vector<Variant> variants() {
 
 struct Sizes {
   int rounds;
-  int messages;  // a round, of each kind of save
+  int messages;  // per round and kind of save
   int conversations;
 };
 
-// A client that fetches history gets a page of one conversation at a time, and saves what it has
-// fetched as batches. Live messages come in packets, and after a reconnect in large ones, a few of
-// a conversation at a time; each is a single save.
+// A client fetches history in pages of one conversation and saves each page as a batch. Live
+// messages arrive in packets, which are large after a reconnect, with a few messages of each
+// conversation; each message is a single save.
 constexpr int kHistoryPage = 50;
 constexpr int kBatch = 1000;
 constexpr int kBurst = 4;
 constexpr int kPacket = 10;
 constexpr int kLargePacket = 1000;
 
-// One store and the times of its saves, microseconds a message, a value a round.
+// One store, with the times of its saves per round, in microseconds per message.
 class Filled {
  public:
   Filled(const std::map<std::string, std::string>& replaced, const Sizes& sizes)
@@ -162,7 +162,7 @@ class Filled {
     });
   }
 
-  // Of a message; bringing what is left in the log to its place is part of it.
+  // Notes the time per message, including the checkpoint of the log.
   void note_time(std::vector<double>& times, const std::function<void()>& save) {
     const double time = time_of([&] {
       save();
@@ -180,7 +180,7 @@ class Filled {
   std::vector<double> large_packets_;
 };
 
-// The median of the rounds' ratios: what disturbs the machine disturbs both sides of one.
+// The median of the ratios per round: a disturbance affects both sides of a ratio.
 double median_ratio(const std::vector<double>& a, const std::vector<double>& b) {
   std::vector<double> ratios;
   for (std::size_t i = 0; i < a.size(); ++i) ratios.push_back(a[i] / b[i]);
@@ -209,7 +209,7 @@ int measure(const Options& options) {
   std::vector<Filled*> all = {&plain, &whole};
   for (const auto& each : without) all.push_back(each.get());
   for (int round = 0; round < sizes.rounds; ++round) {
-    // Each round begins with another store, so that none always follows the same one.
+    // Each round begins with another store, so that no store always follows the same one.
     std::rotate(all.begin(), all.begin() + 1, all.end());
     for (Filled* each : all) each->round();
   }
@@ -226,7 +226,7 @@ int measure(const Options& options) {
        {"single, 1,000 a transaction", median(plain.large_packets()), median(whole.large_packets()),
         large_packets},
        {"size of the file", plain.bytes(), whole.bytes(), nullptr}});
-  // Before any operation changes a store.
+  // Measured before any operation changes a store.
   const double whole_bytes = whole.bytes();
   std::vector<double> saved_bytes;
   for (const auto& each : without) saved_bytes.push_back(whole_bytes - each->bytes());

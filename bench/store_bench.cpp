@@ -1,4 +1,4 @@
-// What the operations on a client's hot path take. Stores lie in the folder that TMPDIR names.
+// Times the operations on a client's hot path. Stores are in the folder named by TMPDIR.
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
@@ -15,7 +15,7 @@ namespace {
 
 using Corvan::CvDbSingleton;
 
-// A new store in a folder of its own, removed at the end.
+// A new store in its own folder, which is removed at the end.
 class BenchStore {
  public:
   BenchStore() {

@@ -1,5 +1,4 @@
-# What an installation holds besides the libraries and the tool: headers, the CMake package, and the
-# pkg-config files.
+# Installs the headers, the CMake package and the pkg-config files.
 
 include(CMakePackageConfigHelpers)
 
@@ -31,7 +30,7 @@ install(FILES "${PROJECT_BINARY_DIR}/CorvanConfig.cmake"
               "${PROJECT_BINARY_DIR}/CorvanConfigVersion.cmake"
         DESTINATION "${CORVAN_CMAKEDIR}" COMPONENT dev)
 
-# The prefix is found from the file itself, so that an installation can be moved.
+# The prefix is relative to the .pc file, so that an installation can be moved.
 set(pkgconfigdir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
   set(prefix "${CMAKE_INSTALL_PREFIX}")
@@ -44,7 +43,7 @@ else()
   set(libdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
   set(includedir "\${prefix}/${CORVAN_INCLUDEDIR}")
 endif()
-# Where there is no shared library, every program needs SQLite itself; where there is no archive, none.
+# With only the static library, every program links SQLite; with only the shared one, none does.
 set(requires "Requires.private: sqlite3 >= ${CORVAN_SQLITE_MINIMUM}")
 if(CORVAN_LIBRARY STREQUAL "static")
   set(requires "Requires: sqlite3 >= ${CORVAN_SQLITE_MINIMUM}")

@@ -1,4 +1,4 @@
-# The libraries and what of them is installed.
+# Functions that define the libraries and their installation.
 
 include(GNUInstallDirs)
 include(CheckLinkerFlag)
@@ -6,7 +6,7 @@ include(CheckLinkerFlag)
 set(CORVAN_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/corvan")
 set(CORVAN_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/Corvan")
 
-# One flavour of a library, as the target Corvan::<export_name> in the tree and in the package.
+# Defines a flavour (static or shared) of a library as Corvan::<export_name>, here and in the package.
 function(corvan_flavour target export_name set)
   add_library(Corvan::${export_name} ALIAS ${target})
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${export_name})
@@ -24,9 +24,10 @@ endfunction()
 
 # corvan_library(NAME SOURCE...)
 #
-# The static library corvan_NAME as Corvan::NAME_static and, where CORVAN_LIBRARY asks for it, the
-# shared library corvan_NAME_shared, of the same objects, as Corvan::NAME_shared. The latter exports
-# what exports.map.in, beside the sources, names. Corvan::NAME is one of the two.
+# Defines the static library corvan_NAME as Corvan::NAME_static. If CORVAN_LIBRARY includes shared
+# libraries, also defines corvan_NAME_shared from the same objects, as Corvan::NAME_shared; it exports the
+# symbols in exports.map.in beside the sources. Corvan::NAME is the shared library if only that is wanted,
+# otherwise the static one.
 function(corvan_library name)
   add_library(corvan_${name} STATIC ${ARGN})
   corvan_flavour(corvan_${name} ${name}_static CorvanStatic)

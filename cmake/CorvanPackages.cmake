@@ -2,7 +2,7 @@
 
 set(CPACK_PACKAGE_NAME corvan)
 set(CPACK_PACKAGE_VENDOR "Corvan store developers")
-set(CORVAN_MAINTAINER "Corvan store developers" CACHE STRING "Who makes the packages: name <address>")
+set(CORVAN_MAINTAINER "Corvan store developers" CACHE STRING "Maintainer of the packages: name <address>")
 set(CPACK_PACKAGE_CONTACT "${CORVAN_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_GENERATOR DEB)
@@ -17,7 +17,8 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(soversion "${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
 
-# corvan_package(COMPONENT NAME SECTION SUMMARY CONTENT): one package; CONTENT ends its description.
+# corvan_package(COMPONENT NAME SECTION SUMMARY CONTENT): defines a package; its description ends with
+# CONTENT.
 function(corvan_package component name section summary content)
   string(TOUPPER "${component}" upper)
   set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${component} PARENT_SCOPE)
@@ -43,7 +44,7 @@ if(NOT CORVAN_LIBRARY STREQUAL "static")
   set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 endif()
 
-# dpkg-shlibdeps does not find a library that another of the packages brings.
+# Not with shared libraries alone: dpkg-shlibdeps does not find libraries from the other packages.
 if(CORVAN_BUILD_TOOLS AND NOT CORVAN_LIBRARY STREQUAL "shared")
   corvan_package(tools corvan-tools utils "command-line tool"
 "This package holds the tool that imports conversation logs into a store

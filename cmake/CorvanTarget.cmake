@@ -1,8 +1,8 @@
-# What every target of the project is compiled with.
+# Compile options of every target in the project.
 function(corvan_target target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
-  # Stores beyond 2 GiB and times beyond 2038, on 32 bits, too.
+  # Support stores above 2 GiB and times after 2038 on 32-bit systems.
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast

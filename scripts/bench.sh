@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the benchmarks and runs them, in about five minutes; prints where
-# they run and their tables, and leaves build/bench/results.json and pictures (SVG) beside it. Fails
-# when a result is wrong or a bound is not kept.
+# Installs missing packages, builds the benchmarks and runs them, in about five minutes. Prints the
+# environment and the tables; writes build/bench/results.json and pictures (SVG) beside it. Fails if
+# a result is wrong or a bound is exceeded.
 #
 # Usage: bench.sh [--quick|--full] [NAME...]
-#   --quick  the smallest sizes, without bounds on times: shows in seconds that all of it works
-#   --full   the largest sizes, too: ten million messages, an import of 400,000
+#   --quick  the smallest sizes, without bounds on times: a test of the benchmarks in seconds
+#   --full   also the largest sizes: ten million messages, an import of 400,000
 #   NAME     only these: environment calls index_cost growth floor instructions peers import
-# Stores lie in the folder that TMPDIR names, else in build/bench/stores.
+# Stores are created in TMPDIR if it is set, otherwise in build/bench/stores.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,7 +26,7 @@ done
 all=(environment calls index_cost growth floor instructions peers import)
 for name in "${names[@]}"; do
   if [[ " ${all[*]} " != *" $name "* ]]; then
-    echo "bench.sh: no benchmark is called $name; there are: ${all[*]}" >&2
+    echo "bench.sh: unknown benchmark: $name; benchmarks: ${all[*]}" >&2
     exit 2
   fi
 done
@@ -45,13 +45,13 @@ results=build/bench/results
 rm -rf "$results"
 mkdir -p "$results"
 
-# On a disk: a file system in memory would leave out what a sync costs.
+# On a disk: on a file system in memory, syncs would cost nothing.
 stores=${TMPDIR:-$PWD/build/bench/stores}
 mkdir -p "$stores"
 memory=$stores
 [ ! -w /dev/shm ] || memory=/dev/shm
 
-# A program's results in a file of its own; 1 is a bound that is not kept.
+# run NAME PROGRAM: writes the results to $results/NAME.json. Status 1 means that a bound was exceeded.
 run() {
   local name=$1
   shift
@@ -77,7 +77,7 @@ for name in "${names[@]}"; do
       ;;
     index_cost) run index_cost $programs/index_cost ;;
     growth) run growth $programs/growth ;;
-    # In memory: a disk's syncs would hide what is compared.
+    # In memory: syncs on a disk would hide the difference.
     floor) stores=$memory run floor $programs/floor/floor_bench ;;
     instructions) run instructions $programs/floor/instruction_bench ;;
     peers) run peers $programs/peers/peers_bench ;;
@@ -91,6 +91,6 @@ bash bench/plots/plot.sh build/bench/results.json build/bench
 echo
 echo "Results: build/bench/results.json; pictures: build/bench/*.svg"
 if [ ${#failed[@]} -gt 0 ]; then
-  echo "bench.sh: bounds are not kept by: ${failed[*]}" >&2
+  echo "bench.sh: bounds exceeded by: ${failed[*]}" >&2
   exit 1
 fi

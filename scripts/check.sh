@@ -1,22 +1,22 @@
 #!/usr/bin/env bash
-# Checks everything that needs no run of the tests: one line a check, and below it what to mend.
+# Runs all checks that do not run the tests. Prints one line per check and, if it fails, what to fix.
 #
-# Usage: check.sh [NAME...]; without a name all of them:
+# Usage: check.sh [NAME...]; without a name, all checks:
 #   format     the layout of every C++ file
 #   scripts    the syntax of every script, and shellcheck's warnings
 #   links      the relative links and headings in the documents
-#   reference  the reference of the headers, without a warning
+#   reference  Doxygen's reference of the headers, without warnings
 #   headers    every header compiles alone, with g++ and with clang++
 #   cppcheck   cppcheck on the library, the tool and the examples
-#   tidy       clang-tidy on the same; its search for paths that fail, which takes the longest, skips a
-#              file while nothing that it includes has changed since it passed
+#   tidy       clang-tidy on the same; its path-sensitive analysis, the slowest part, skips a file if
+#              neither the file nor anything it includes has changed since it passed
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 results=build/check
 export results
 
-# The files of the project that match: also those not committed yet, but none that has been removed.
+# The matching files of the project, including new files that are not committed, without deleted ones.
 files() {
   git ls-files --cached --others --exclude-standard "$@" | sort -u |
     while IFS= read -r file; do [ ! -e "$file" ] || printf '%s\n' "$file"; done
@@ -27,7 +27,7 @@ check_format() { files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror; }
 check_scripts() {
   local script
   files '*.sh' .ci/run | while read -r script; do bash -n "$script" || exit 1; done
-  # SC1090: the mutants' script reads what it has written itself.
+  # SC1090: mutate.sh sources a file that it has written itself.
   files '*.sh' .ci/run | xargs shellcheck --severity=warning --exclude=SC1090
 }
 
@@ -35,14 +35,14 @@ check_links() { files '*.md' | xargs awk -f scripts/links.awk; }
 
 check_reference() { bash scripts/docs.sh; }
 
-# What each file is compiled with, and the headers that CMake makes. Without precompiled headers, which
-# only the compiler that made them reads.
+# Generates compile_commands.json and the generated headers. Without precompiled headers: only the
+# compiler that wrote them can read them.
 configure() {
   cmake --preset clang -B "$results/clang" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
     >"$results/configure.log" 2>&1 || { cat "$results/configure.log"; return 1; }
 }
 
-# A header that a unit of its name includes before all else is compiled alone whenever that unit is.
+# If X.cpp includes X.h first, compiling X.cpp already shows that X.h compiles alone.
 is_first_in_its_unit() {
   local unit=${1%.h}.cpp
   [ -e "$unit" ] && [ "$(grep -m 1 '^#include' "$unit")" = "#include \"$1\"" ]
@@ -65,7 +65,7 @@ check_cppcheck() {
       --suppressions-list=scripts/cppcheck.txt --inline-suppr --error-exitcode=1 -I . -j 2
 }
 
-# Looks for paths that fail, a file at a time, unless all that it reads is as it was when it last passed.
+# Runs the path-sensitive analysis on one file, unless all its input is unchanged since it last passed.
 analyze() {
   local file=$1
   local stamp=$results/tidy/${file//\//_}
@@ -78,8 +78,8 @@ analyze() {
   echo "$now" >"$stamp"
 }
 
-# All other checks see a header as often as it is included, and the JSON library's takes them long:
-# several files at once, through one that includes them.
+# Runs all other clang-tidy checks on a unity file, which includes several files. These checks process
+# each header once per file that includes it, and the JSON library's header is slow.
 match() {
   clang-tidy -p "$results/together" --quiet --warnings-as-errors='*' \
     --checks='-clang-analyzer-*,-bugprone-suspicious-include' \
@@ -94,7 +94,7 @@ check_tidy() {
     -DCMAKE_UNITY_BUILD=ON -DCORVAN_BUILD_TESTS=OFF >>"$results/configure.log" 2>&1 ||
     { cat "$results/configure.log"; return 1; }
   mkdir -p "$results/tidy"
-  # The largest first, so that both processors end together.
+  # The largest files first, so that both processors finish at about the same time.
   {
     files 'base/*.cpp' 'db/*.cpp' 'tools/*.cpp' 'examples/*.cpp' | xargs ls -S | sed 's/^/analyze /'
     sed -n 's/^ *"file": "\(.*\)".*/\1/p' "$results/together/compile_commands.json" |
@@ -102,27 +102,27 @@ check_tidy() {
   } | xargs -P 2 -I{} bash -c '{}'
 }
 
-declare -A mend=(
+declare -A advice=(
   [format]="clang-format -i FILE"
-  [scripts]="mend the script; shellcheck FILE explains"
-  [links]="mend the link, or the heading that it names"
-  [reference]="document what is named, in the header or, for what its name says, in docs/api/names.dox"
-  [headers]="include in the header what it uses"
-  [cppcheck]="mend the code; a finding that is none goes into scripts/cppcheck.txt with its reason"
-  [tidy]="mend the code; a finding that is none: // NOLINT(name): and its reason"
+  [scripts]="fix the script; shellcheck FILE explains"
+  [links]="fix the link, or the heading that it names"
+  [reference]="document the named member in the header or, if its name says everything, in docs/api/names.dox"
+  [headers]="include everything that the header uses"
+  [cppcheck]="fix the code, or add a false positive to scripts/cppcheck.txt with the reason"
+  [tidy]="fix the code, or mark a false positive: // NOLINT(name): reason"
 )
 order=(format scripts links reference headers cppcheck tidy)
 
 names=("$@")
 [ $# -gt 0 ] || names=("${order[@]}")
 for name in "${names[@]}"; do
-  if [ -z "${mend[$name]:-}" ]; then
-    echo "check.sh: unknown check: $name; there are: ${order[*]}" >&2
+  if [ -z "${advice[$name]:-}" ]; then
+    echo "check.sh: unknown check: $name; checks: ${order[*]}" >&2
     exit 2
   fi
 done
 if [ -e build ] && [ ! -w build ]; then
-  echo "check.sh: $PWD/build: belongs to somebody else; remove it or make it writable" >&2
+  echo "check.sh: $PWD/build: owned by another user; remove it or make it writable" >&2
   exit 2
 fi
 bash scripts/install.sh build tools tests lint docs
@@ -131,7 +131,7 @@ mkdir -p "$results"
 failed=()
 for name in "${names[@]}"; do
   began=$SECONDS
-  # A shell of its own, which ends at its first failure; as a condition it would go on.
+  # In the background: as the condition of an if, the function would ignore set -e.
   "check_$name" >"$results/$name.log" 2>&1 &
   if wait $!; then
     verdict=ok
@@ -142,7 +142,7 @@ for name in "${names[@]}"; do
   if [ $verdict = FAILED ]; then
     failed+=("$name")
     sed 's/^/    /' "$results/$name.log"
-    echo "    -> ${mend[$name]}"
+    echo "    -> ${advice[$name]}"
   fi
 done
 [ ${#failed[@]} = 0 ] || { echo "check.sh: failed: ${failed[*]}" >&2; exit 1; }

@@ -1,11 +1,10 @@
 #!/usr/bin/env bash
-# Runs scripts/demo.sh and scripts/test.sh in an empty Debian system, made in a folder: first as root in
-# root's home, which nobody else can enter, then as an ordinary user in a home of the same kind. Needs root.
+# Runs scripts/demo.sh and scripts/test.sh in an empty Debian system that it creates in a folder: first
+# as root, then as an ordinary user, both in a home that nobody else can enter. Needs root.
 #
 # Usage: clean_system.sh CODENAME FOLDER
-# CODENAME is that of a Debian release, such as trixie. FOLDER keeps the empty system for the next run and,
-# when a command fails, the system that it failed in. Packages come from where this machine's apt takes
-# Debian's.
+# CODENAME names a Debian release, such as trixie. FOLDER keeps the empty system for the next run and,
+# if a command fails, the system in which it failed. Packages come from this machine's Debian mirrors.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -15,17 +14,17 @@ fail() {
 }
 [ $# = 2 ] || fail "usage: clean_system.sh CODENAME FOLDER"
 codename=$1
-[ "$(id -u)" = 0 ] || fail "making a Debian system in a folder needs root; run it as root"
-unshare --mount true 2>/dev/null || fail "no right to mount here; run it as root outside a container"
+[ "$(id -u)" = 0 ] || fail "setting up a Debian system in a folder needs root"
+unshare --mount true 2>/dev/null || fail "mounting is not permitted here; run it as root outside a container"
 bash scripts/install.sh clean-system
 mkdir -p "$2"
 folder=$(realpath "$2")
 exec 9>"$folder/lock"
-flock --nonblock 9 || fail "$folder: another run uses it; wait for its end"
+flock --nonblock 9 || fail "$folder: another run is using it; wait for it to finish"
 empty=$folder/empty
 system=$folder/system
 
-# Mounts of this script end with its processes. One of somebody else's is left alone.
+# Mounts made by this script disappear with its processes. Refuses if anything else is mounted below $1.
 remove() {
   local mounts
   mounts=$(findmnt --list --noheadings --output TARGET)
@@ -33,7 +32,7 @@ remove() {
   rm -rf --one-file-system "$1"
 }
 
-# This machine's Debian archives as sources of the release; nothing if its apt has none.
+# This machine's Debian archives as sources.list lines for the release; empty if apt knows none.
 sources() {
   local uri name
   # shellcheck disable=SC2016  # apt-get expands the fields
@@ -66,12 +65,12 @@ make_empty_system() {
   download_settings >"$folder/apt.conf"
   local options=(--mode=root --variant=minbase --aptopt="$folder/apt.conf")
   [[ $archives != *https:* ]] || options+=(--include=ca-certificates)
-  # Without archives mmdebstrap takes its own.
+  # Without archives, mmdebstrap uses its default mirror.
   unshare --mount mmdebstrap "${options[@]}" "$codename" "$empty.part" ${archives:+-} <<<"$archives"
   mv "$empty.part" "$empty"
 }
 
-# The files that git tracks, as they are now; without git, all but what is built.
+# The tracked files in their current state; without git, all files except build output.
 files() {
   local file
   { git -c safe.directory="$PWD" ls-files -z 2>/dev/null ||
@@ -79,7 +78,7 @@ files() {
     while IFS= read -r -d '' file; do [ ! -e "$file" ] || printf '%s\0' "$file"; done
 }
 
-# A new system with the project in root's home.
+# Creates a new system with the project in root's home.
 make_system() {
   remove "$system"
   cp -a "$empty" "$system"
@@ -92,7 +91,7 @@ make_system() {
   files | tar --null --files-from=- --create | tar --extract --no-same-owner --directory "$system/root/corvan"
 }
 
-# Runs a script in the system, whose mounts and processes end with it. in_system SCRIPT
+# in_system SCRIPT: runs it in the system. Mounts and processes end with the script.
 in_system() {
   local variable kept=()
   for variable in http_proxy https_proxy no_proxy; do
@@ -119,7 +118,7 @@ make_empty_system
 make_system
 run_as root "bash scripts/demo.sh"
 run_as root "bash scripts/test.sh"
-# The ordinary user gets root's home and what is built there: the paths in it stay right.
+# The ordinary user takes over root's home with the build in it, so that the build's paths stay valid.
 in_system "useradd --home-dir /root tester && chown -R tester: /root"
 run_as tester "bash scripts/demo.sh"
 run_as tester "bash scripts/test.sh"

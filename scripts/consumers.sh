@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Builds and installs the libraries as their users have them, and builds, links and runs programs
-# against them from a folder outside the source: static and shared, through the CMake package,
-# through pkg-config, and as a part of another project; with the default base and with a host's own;
-# from the Debian packages, too. One line a check; fails at the first that does not hold.
+# Installs the libraries, and builds, links and runs programs against them from a folder outside the
+# source tree: static and shared; through the CMake package, pkg-config, add_subdirectory and the
+# Debian packages; with the default base and with a host's own. Prints one line per check and stops at
+# the first failure.
 #
 # Usage: consumers.sh [--build FOLDER] [--tool] [--dpkg]
-#   --build  builds the libraries there, not in build/consumers
-#   --tool   builds the tool and its package as well, which takes two minutes more
-#   --dpkg   as root: also installs the Debian packages on this machine, and purges them again
-# CXX names the compiler.
+#   --build  build folder for the libraries (default: build/consumers)
+#   --tool   also builds the tool and its package; takes two more minutes
+#   --dpkg   also installs the Debian packages on this machine, and purges them again; needs root
+# CXX selects the compiler.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -25,7 +25,7 @@ while [ $# -gt 0 ]; do
     --tool) tool=ON ;;
     --dpkg) dpkg=yes ;;
     *)
-      echo "consumers.sh: not understood: $1;" \
+      echo "consumers.sh: unknown argument: $1;" \
         "usage: consumers.sh [--build FOLDER] [--tool] [--dpkg]" >&2
       exit 2
       ;;
@@ -41,7 +41,7 @@ purposes=(build packages)
 [ "$tool" = OFF ] || purposes+=(tools)
 bash scripts/install.sh "${purposes[@]}"
 export CXX=${CXX:-g++}
-unset CCACHE_BASEDIR  # writes other paths into the compiler's command line, and so into the files
+unset CCACHE_BASEDIR  # it would change the paths on the compiler's command line, and so in the output
 source=$PWD
 version=$(sed -n 's/^project(corvan_store VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
 minor=${version%.*}
@@ -58,11 +58,11 @@ fail() {
   if [ -s "$work/log" ]; then tail -n 40 "$work/log" >&2; fi
   exit 1
 }
-# quietly COMMAND...: what it writes is shown when the check fails.
+# quietly COMMAND...: shows its output only if it fails.
 quietly() {
   "$@" >"$work/log" 2>&1 || fail "failed: $*"
 }
-# refused TEXT COMMAND...: fails, and says TEXT.
+# refused TEXT COMMAND...: the command must fail and print TEXT.
 refused() {
   local text=$1
   shift
@@ -73,7 +73,7 @@ passed() {
   echo "passed: $check"
 }
 
-# run PROGRAM: one of the consumers, in an empty folder.
+# run PROGRAM: runs one of the consumers in an empty folder.
 run() {
   local printed
   rm -rf run
@@ -82,14 +82,14 @@ run() {
   [ "$printed" = "peer: Hello!"$'\n'"headers $version, $version; schema 1" ] ||
     fail "printed: $printed"
 }
-# loads PROGRAM yes|no: whether the libraries that it loads are there and are ours.
+# loads PROGRAM yes|no: whether it loads our shared library, and finds it.
 loads() {
   local found=no
   [[ "$(ldd "$1")" != *"libcorvan_db.so.$minor => /"* ]] || found=yes
   [ "$found" = "$2" ] || fail "loads the shared library: $found, wanted: $2"
 }
 
-# consumer_cmake FLAVOUR|"" PREFIX OPTION...: configures and builds it in the folder "program".
+# consumer_cmake FLAVOUR|"" PREFIX OPTION...: configures and builds the consumer in the folder "program".
 consumer_cmake() {
   rm -rf program
   quietly cmake -S consumers/cmake_package -B program -G Ninja -DCORVAN_FLAVOUR="$1" \
@@ -106,15 +106,14 @@ consumer_pkg_config() {
   rm -f consumers/pkg_config/consumer
   quietly with_pkg_config "$1" make -C consumers/pkg_config "${@:2}"
 }
-# Where the shared libraries of PREFIX are.
+# The folder of the shared libraries below a prefix.
 library_folder() {
   find "$1" -name "libcorvan_db.so.$minor" -printf '%h'
 }
 
-# tree NAME OPTION...: builds the project, installs it below the prefix that it was configured for,
-# and moves it to tree-NAME, where nothing but the files themselves can tell what is where. With
-# little optimisation, which takes half the time and changes nothing that is checked here; and with
-# shared libraries that must not leave symbols undefined, as some toolchains have it for all.
+# tree NAME OPTION...: builds and installs the project, then moves the installation to tree-NAME, so that
+# nothing can depend on the configured prefix. -O1 halves the build time and affects no check.
+# --no-undefined is what some toolchains pass for all shared libraries.
 tree() {
   quietly cmake -S "$source" -B "$build/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_CXX_FLAGS_RELEASE=-O1 -DCMAKE_CXX_COMPILER="$CXX" -DCORVAN_WERROR=ON -DCORVAN_BUILD_TESTS=OFF \
@@ -131,9 +130,9 @@ for library in static shared both; do
   check="build and install: $library"
   tree "$library" -DCORVAN_BUILD_TOOLS="$([ "$library" = both ] && echo "$tool" || echo OFF)"
   [ -z "$(find "staged-$library" -type f)" ] || fail "files outside of the prefix"
-  # What was built where is nobody's business.
+  # Installed files must not contain paths of this build.
   if grep -rlF -e "$build" -e "$source" -e "$work" "tree-$library" >log; then
-    fail "files name a folder of the build"
+    fail "files contain a path of the build"
   fi
   passed
 done
@@ -143,8 +142,8 @@ quietly cmake --install "$build/static" --prefix "$work/elsewhere"
 diff -r elsewhere tree-static >log || fail "differs from what DESTDIR installs"
 passed
 
-# Every function of the archives is exported but for private members, and nothing else is but for
-# inline members of the same classes.
+# The shared libraries export every function of the archives except private members, and nothing else
+# except inline members of the same classes.
 check="exported symbols"
 folder=$(library_folder tree-both)
 for name in base db; do
@@ -166,7 +165,7 @@ for name in base db; do
     fail "libcorvan_$name.so: not libcorvan_$name.so.$minor"
 done
 [[ "$(readelf -d "$folder/libcorvan_db.so")" != *corvan_base* ]] ||
-  fail "libcorvan_db.so: brings the default base"
+  fail "libcorvan_db.so: depends on the default base"
 passed
 
 if [ "$tool" = ON ]; then
@@ -193,12 +192,12 @@ consumer_cmake "" "$work/tree-both"
 loads program/consumer no
 passed
 
-check="CMake package: without a component, shared for BUILD_SHARED_LIBS"
+check="CMake package: without a component, shared with BUILD_SHARED_LIBS=ON"
 consumer_cmake "" "$work/tree-both" -DBUILD_SHARED_LIBS=ON
 loads program/consumer yes
 passed
 
-check="CMake package: a component that is optional and not there"
+check="CMake package: an optional component that is not installed"
 consumer_cmake "OPTIONAL_COMPONENTS;shared" "$work/tree-static"
 loads program/consumer no
 passed
@@ -208,7 +207,7 @@ consumer_cmake shared "$work/tree-shared" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=O
 run "$work/program/consumer"
 passed
 
-check="CMake package: refuses what is not there"
+check="CMake package: refuses a missing component or version"
 rm -rf program
 refused "not installed here: shared" cmake -S consumers/cmake_package -B program -G Ninja \
   -DCMAKE_PREFIX_PATH="$work/tree-static" -DCORVAN_FLAVOUR=shared
@@ -241,13 +240,13 @@ folder=$(find "$work/tree-shared" -name corvan.pc -printf '%h')
 quietly env -u PKG_CONFIG_PATH PKG_CONFIG_LIBDIR="$folder" pkg-config --cflags --libs corvan
 passed
 
-# What else SQLite names for a static program need not be installed with it: no link here.
+# No linking here: the other libraries that SQLite's .pc file names for static programs may be missing.
 check="pkg-config --static: names SQLite, after the store"
 named=$(with_pkg_config tree-both pkg-config --static --libs corvan)
 [[ "$named " == *"-lcorvan_db -lcorvan_base -lsqlite3 "* ]] || fail "names: $named"
 passed
 
-# ---- A part of another project ---------------------------------------------------------------------
+# ---- Part of another project -----------------------------------------------------------------------
 
 for shared in OFF ON; do
   check="add_subdirectory: BUILD_SHARED_LIBS=$shared"
@@ -272,7 +271,7 @@ passed
 
 # ---- A base of the host's own ----------------------------------------------------------------------
 
-# own_base PROGRAM MAP: it runs on its own base, and nothing of ours went into it.
+# own_base PROGRAM MAP: checks that it runs on its own base and that nothing of ours was linked in.
 own_base() {
   quietly cmake -DPROGRAM="$1" -DFOLDER="$work/own_store" -DMAP="$2" -DSTORE=libcorvan_db \
     -DBASE=libcorvan_base -P own_base/check.cmake
@@ -323,7 +322,7 @@ for package in "${packages[@]}"; do
 done
 passed
 
-# consumers_of PREFIX: that the libraries there serve programs.
+# consumers_of PREFIX: builds and runs programs with the libraries there.
 consumers_of() {
   consumer_cmake static "$1"
   run "$work/program/consumer"
@@ -337,14 +336,14 @@ consumers_of() {
   unset LD_LIBRARY_PATH
 }
 
-check="Debian packages: unpacked, they serve programs"
+check="Debian packages: programs build and run with the unpacked files"
 for package in "${packages[@]}"; do dpkg-deb -x "$package" unpacked; done
 [ "$tool" = OFF ] || quietly unpacked/usr/bin/corvan --version
 consumers_of "$work/unpacked/usr"
 passed
 
 if [ -n "$dpkg" ]; then
-  check="Debian packages: installed, they serve programs"
+  check="Debian packages: programs build and run with the installed packages"
   # shellcheck disable=SC2086  # several names on purpose
   trap 'dpkg --purge $names >/dev/null; rm -rf "$work"' EXIT
   quietly dpkg -i "${packages[@]}"

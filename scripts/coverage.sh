@@ -1,16 +1,18 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds with clang++'s coverage, runs the tests and prints how much of
-# each file of db/ and base/ they reach, then each line and each branch that they do not reach.
-# Fails when a test does, when tests/coverage_exclusions.txt does not name one of them, and when it
-# names something that is not there or is reached. In HTML: build/coverage/html/index.html.
+# Installs what is missing, builds with clang++'s coverage, runs the tests and prints how many lines and
+# branches of each file in db/ and base/ they reach, then each line and branch that they miss. HTML
+# report: build/coverage/html/index.html.
+#
+# Fails if a test fails, if a missed line or branch is not listed in tests/coverage_exclusions.txt, or if
+# an entry of that list does not exist or is reached.
 #
 # Usage: coverage.sh [--report]
-#   --report  reports on the last run again, as after an edit of the exclusions
+#   --report  reports on the last run again, for example after an edit of the exclusions
 #
-# A branch is an outcome, true or false, of a condition that stands in the source; the ways of an
-# exception are none. A condition in a template counts once, whatever the template is used for; one
-# in a macro counts where the macro is used. What follows a call that throws is counted as if it had
-# been reached: of the suite in which memory ends only what lies in exception handlers counts.
+# A branch is one outcome, true or false, of a condition in the source; exceptional control flow does not
+# count. A condition in a template counts once for all instances; a condition in a macro counts at each
+# use of the macro. clang++ counts the code after a throwing call as reached. So the suite that makes
+# allocations fail contributes only the code in exception handlers.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -34,7 +36,7 @@ program() {
   find "$out/tests" -name "$1" -type f -perm -u+x -print -quit
 }
 
-# Runs one suite. It counts in the file itself (%c), so that a process that aborts counts, too.
+# Runs one suite. Counters are updated in the profile itself (%c), so that aborted processes count too.
 run_suite() {
   local name=${1##*/}
   LLVM_PROFILE_FILE="$PWD/$out/profiles/$name-%p%c.profraw" \
@@ -55,11 +57,11 @@ if [ -n "$run" ]; then
   done
   cmake --build "$out" --target "${targets[@]}"
 
-  # The stores lie in memory where there is room, and go with the script.
+  # Stores are kept in memory where that is possible, and removed when the script ends.
   memory=${TMPDIR:-/tmp}
   [ ! -w /dev/shm ] || memory=/dev/shm
   TMPDIR=$(mktemp -d "$memory/corvan-coverage-XXXXXX")
-  chmod 755 "$TMPDIR"  # some tests give up the rights of root
+  chmod 755 "$TMPDIR"  # for tests that give up root's privileges
   export TMPDIR
   trap 'rm -rf "$TMPDIR"' EXIT
   rm -rf "$out/profiles"
@@ -73,7 +75,7 @@ if [ -n "$run" ]; then
   profiles ! -name 'memory_test-*' | xargs -0 llvm-profdata merge -sparse -o "$out/returns.profdata"
 fi
 if [ ! -e "$out/all.profdata" ] || [ ! -e "$out/returns.profdata" ]; then
-  echo "coverage.sh: there is no last run to report on" >&2
+  echo "coverage.sh: no earlier run to report on" >&2
   exit 2
 fi
 
@@ -82,7 +84,7 @@ for suite in "${suites[@]}"; do
   object=$(program "$suite")
   [ -z "$object" ] || objects+=(-object "$object")
 done
-# cov COMMAND PROFILE...: the tests' own functions of equal names do not match, which is no matter.
+# cov COMMAND PROFILE...: suppresses warnings about test functions that have equal names.
 cov() {
   local command=$1 profile=$2
   shift 2
@@ -93,9 +95,9 @@ rm -rf "$out/html"
 cov show all -format=html -output-dir="$out/html" -show-branches=count \
   -show-instantiations=false >/dev/null
 
-# "L file line count" for each line with code, "B file line column number true false" for each use
-# of a condition: columns and numbers tell several on a line apart, counts are how often each
-# outcome was. "H file line count" for the lines that count in handlers.
+# Prints "L file line count" per line of code, "H file line count" per line that counts in handlers, and
+# "B file line column number true false" per use of a condition. Column and number distinguish several
+# conditions in one line; the last two fields say how often each outcome occurred.
 lines() {
   cov export "$1" -format=lcov |
     awk -F '[:,]' -v OFS='\t' -v kind="$2" '
@@ -106,7 +108,7 @@ conditions() {
   cov export "$1" -format=text | jq -r '
     .data[0].functions[]
     | .filenames as $files
-    # Where a macro is used, by the number that its text has among the files.
+    # The place where each macro is used, by the number of its expansion in the files.
     | (reduce (.regions[] | select(.[7] == 1)) as $r ({}; .[$r[6] | tostring] = $r)) as $uses
     | def place($at): $uses[$at[2] | tostring] as $use
         | if $use then place([$use[0], $use[1], $use[5]]) else $at end;
@@ -127,7 +129,7 @@ awk -F '\t' -v exclusions="$exclusions" '
     gsub(/^[ \t]+|[ \t]+$/, "", text)
     return text
   }
-  # Reads a file of the source, and marks what lies in its exception handlers.
+  # Reads a source file and marks the lines in its exception handlers.
   function load(file,  text, at, end) {
     if (file in length_of) return
     while ((getline text < file) > 0) {
@@ -141,7 +143,7 @@ awk -F '\t' -v exclusions="$exclusions" '
     }
     length_of[file] = at + 0
   }
-  # The number of the line, or 0 when it is not there.
+  # The number of the line; 0 if there is no such line.
   function find(file, inside, text,  at, from) {
     for (at = 1; at <= length_of[file]; ++at) {
       if (index(lines[file, at], inside) == 0) continue
@@ -158,7 +160,7 @@ awk -F '\t' -v exclusions="$exclusions" '
     print text
     failed = 1
   }
-  # One line or outcome that the tests do not reach, under its key.
+  # Notes one line or outcome that the tests miss.
   function missed(key, place, what,  line) {
     missing[key] = 1
     split(key, line, SUBSEP)
@@ -180,13 +182,13 @@ awk -F '\t' -v exclusions="$exclusions" '
     if ($0 ~ /^#/ || $0 ~ /^$/) next
     count = split($0, part, / \| /)
     if (count != 5 || part[4] !~ /^(sometimes )?(line|([1-9] )?(true|false))$/) {
-      complain(exclusions ":" FNR ": is not: file | in | line | what | reason")
+      complain(exclusions ":" FNR ": expected: file | in | line | what | reason")
       next
     }
     load(part[1])
     line = find(part[1], part[2], part[3])
     if (line == 0) {
-      complain(exclusions ":" FNR ": this line is not there: " part[3])
+      complain(exclusions ":" FNR ": no such line: " part[3])
       next
     }
     sometimes = sub(/^sometimes /, "", part[4])
@@ -220,7 +222,7 @@ awk -F '\t' -v exclusions="$exclusions" '
     }
     for (i = 1; i <= all; ++i) {
       split(order[i], part, SUBSEP)
-      # One that was never asked follows from a line or an outcome that was not reached.
+      # A condition that was never evaluated follows a line or an outcome that is missed already.
       if (yes[order[i]] + no[order[i]] == 0) continue
       b[part[1]] += 2
       bh[part[1]] += (yes[order[i]] > 0) + (no[order[i]] > 0)
@@ -265,7 +267,7 @@ awk -F '\t' -v exclusions="$exclusions" '
     for (key in reason) {
       if (key in missing || by_chance[key]) continue
       split(key, part, SUBSEP)
-      complain(source[key] ": is reached, or no outcome: " part[1] ":" part[2] ", " part[3])
+      complain(source[key] ": is reached, or does not exist: " part[1] ":" part[2] ", " part[3])
     }
     exit failed
   }' "$exclusions" "$out/counts.tsv" || failed=yes

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the tool, imports a conversation log into a new store and shows
-# what is in it. Usage: demo.sh [--user ID] [FILE...]
-# Without a FILE a made-up log is imported; the user of the files is "me" unless named.
+# Installs missing packages, builds the tool, imports a conversation log into a new store and shows its
+# content. Usage: demo.sh [--user ID] [FILE...]
+# Without FILE, imports a generated log. The default user is "me".
 set -euo pipefail
 
 user=me
@@ -18,7 +18,7 @@ done
 cd "$(dirname "$0")/.."
 
 if [ -e build ] && [ ! -w build ]; then
-  echo "demo.sh: $PWD/build: belongs to somebody else; remove it or make it writable" >&2
+  echo "demo.sh: $PWD/build: owned by another user; remove it or make it writable" >&2
   exit 2
 fi
 bash scripts/install.sh build tools
@@ -43,7 +43,7 @@ show "$corvan" list "$store" --limit 12
 newest=$("$corvan" list "$store" --limit 1 --json)
 session=$(sed -n 's/^    "session_id": "\(.*\)",$/\1/p' <<<"$newest" | head -n 1)
 kind=$(sed -n 's/^    "session_type": \(.*\),$/\1/p' <<<"$newest" | head -n 1)
-# An id with a quote or a backslash in it is left out: it reads otherwise in JSON.
+# Skip ids that JSON escapes: sed does not unescape them.
 if [ -n "$session" ] && [[ "$session" != *\\* ]]; then
   show "$corvan" history "$store" "$session" --type "$kind" --limit 8
 fi

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the reference of the library's headers, build/docs/api/html/index.html, and fails on any
-# warning of Doxygen's. Usage: docs.sh
+# Builds the reference of the library's headers, build/docs/api/html/index.html. Any Doxygen warning is
+# an error. Usage: docs.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

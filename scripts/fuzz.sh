@@ -1,25 +1,20 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the fuzzers and runs each for SECONDS (120 unless given), on a
-# copy of its corpus under build/fuzz/corpus that gathers new inputs from run to run. Prints one line
-# a fuzzer: runs, new corpus files, crashes. A crash fails the script; its input is kept and named.
+# Installs what is missing, builds the fuzzers and runs each for SECONDS (default 120). Each works on a
+# copy of its seeds, build/fuzz/corpus, which keeps the inputs that it finds from run to run. Prints one
+# line per fuzzer: runs, new corpus files, crashes. If a fuzzer crashes, the script fails, keeps the input
+# and prints its name. The test fuzz_corpus_test runs the seeds without a fuzzer.
 #
-# Usage: fuzz.sh [--regression] [SECONDS]
-#   --regression  runs the corpus that the project keeps and nothing else, within ten seconds
+# Usage: fuzz.sh [SECONDS]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-regression=
-seconds=120
-for argument in "$@"; do
-  case "$argument" in
-    --regression) regression=yes ;;
-    *[!0-9]* | "" | 0)
-      echo "fuzz.sh: not understood: $argument; usage: fuzz.sh [--regression] [SECONDS]" >&2
-      exit 2
-      ;;
-    *) seconds=$argument ;;
-  esac
-done
+seconds=${1:-120}
+case "$seconds" in
+  *[!0-9]* | "" | 0)
+    echo "fuzz.sh: not a number of seconds: $seconds; usage: fuzz.sh [SECONDS]" >&2
+    exit 2
+    ;;
+esac
 
 bash scripts/install.sh build tools tests fuzz
 cmake --preset fuzz
@@ -29,7 +24,7 @@ out=build/fuzz
 mkdir -p "$out/crashes"
 export ASAN_OPTIONS=detect_stack_use_after_return=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}
 
-# The stores lie in memory where there is room, and go with the script.
+# Stores are kept in memory where that is possible, and removed when the script ends.
 memory=${TMPDIR:-/tmp}
 [ ! -w /dev/shm ] || memory=/dev/shm
 TMPDIR=$(mktemp -d "$memory/corvan-fuzz-XXXXXX")
@@ -40,20 +35,16 @@ files() {
   find "$1" -type f | wc -l
 }
 
-# run NAME FUZZER LONGEST: one fuzzer on tests/fuzz/corpus/NAME, with inputs of up to LONGEST bytes.
+# run NAME FUZZER LONGEST: runs one fuzzer with the seeds of tests/fuzz/corpus/NAME. LONGEST limits the
+# size of its inputs, in bytes.
 run() {
   local name=$1 fuzzer=$out/tests/fuzz/$2 log=$out/$1.log
-  local corpus=tests/fuzz/corpus/$name
+  local corpus=$out/corpus/$name
   local options=(-max_len="$3" -timeout=30 -rss_limit_mb=2048 -malloc_limit_mb=64)
   options+=(-print_final_stats=1 -artifact_prefix="$out/crashes/$name-")
-  if [ -n "$regression" ]; then
-    options+=(-runs=0)
-  else
-    mkdir -p "$out/corpus/$name"
-    cp "$corpus"/* "$out/corpus/$name/"
-    corpus=$out/corpus/$name
-    options+=(-max_total_time="$seconds")
-  fi
+  options+=(-max_total_time="$seconds")
+  mkdir -p "$corpus"
+  cp "tests/fuzz/corpus/$name"/* "$corpus/"
   local before status=0
   before=$(files "$corpus")
   touch "$log.start"
@@ -67,7 +58,7 @@ run() {
     "files, $(grep -c . <<<"$crashes" || true) crashes"
   [ "$status" != 0 ] || return 0
   failed=yes
-  echo "fuzz.sh: $2 failed; input: ${crashes:-none was kept}; what it said: $log" >&2
+  echo "fuzz.sh: $2 failed; input: ${crashes:-none was kept}; its output: $log" >&2
   grep -v -E '^(#|INFO)' "$log" | cut -c 1-500 | head -n 60 >&2
 }
 

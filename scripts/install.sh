@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that the named purposes need and this machine lacks; says which.
-# Never removes a package.
+# Installs the missing Debian packages for the given purposes and prints their names. Never removes a
+# package.
 # Usage: install.sh build|tools|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
 #                   tests-source|libc++|cross-arm64|cross-armhf|clean-system...
 set -euo pipefail
@@ -37,7 +37,7 @@ done
 missing=()
 for package in "${packages[@]}"; do
   status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
-  # pkg-config is a virtual package where pkgconf provides it.
+  # pkgconf may provide pkg-config; then it is only a virtual package.
   if [ "$package" = pkg-config ] && command -v pkg-config >/dev/null; then status=installed; fi
   [ "$status" = installed ] || missing+=("$package")
 done
@@ -46,7 +46,7 @@ done
 as_root=()
 if [ "$(id -u)" != 0 ]; then
   if ! command -v sudo >/dev/null; then
-    echo "install.sh: neither root nor sudo; please install: ${missing[*]}" >&2
+    echo "install.sh: neither root nor sudo; install yourself: ${missing[*]}" >&2
     exit 1
   fi
   as_root=(sudo)

@@ -1,5 +1,5 @@
-# Prints each relative link of the Markdown files named that leads nowhere: FILE:LINE: TARGET: why.
-# Run from the project's top. Exit status 1 when there is one. Links to other sites are not followed.
+# Prints each broken relative link in the given Markdown files as FILE:LINE: TARGET: reason. Run it from
+# the project's top folder. Exit status 1 if there is one. Links to other sites are not checked.
 
 function folder(path) { return path ~ /\// ? substr(path, 1, match(path, /\/[^\/]*$/)) : "" }
 
@@ -11,7 +11,7 @@ function without_dots(path) {
   return path
 }
 
-# The anchor that readers of Markdown make of a heading in ASCII.
+# The anchor that Markdown renderers generate for an ASCII heading.
 function anchor(heading) {
   sub(/^#+ +/, "", heading)
   gsub(/\]\([^)]*\)/, "", heading)

@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# Writes the manual page of the tool to standard output. What it says of the commands is what the
-# program says itself, so the page is made anew when a help text changes; a test compares the two.
+# Writes the manual page of the tool to FILE. The page consists of the program's own help texts.
 #
-# Usage: man.sh PROGRAM > docs/man/corvan.1
+# Usage: man.sh PROGRAM FILE
 set -euo pipefail
 
-if [ $# != 1 ] || ! program=$(command -v "$1"); then
-  echo "man.sh: usage: man.sh PROGRAM, the corvan that was built" >&2
+if [ $# != 2 ] || ! program=$(command -v "$1"); then
+  echo "man.sh: usage: man.sh PROGRAM FILE; PROGRAM is the corvan that was built" >&2
   exit 2
 fi
+trap 'rm -f "$2.new"' EXIT
+exec 3>&1 >"$2.new"
 
-# The texts of --help as roff: a paragraph for each option, the other lines as they stand.
+# Escapes plain text for roff.
 roff() {
   sed -e 's/\\/\\e/g' -e 's/-/\\-/g' -e "s/^\\([.']\\)/\\\\\\&\\1/"
 }
@@ -26,7 +27,7 @@ command_names() {
 cat <<'HEAD'
 .TH CORVAN 1 "" "Corvan message store" "User Commands"
 .SH NAME
-corvan \- look into, check, repair and rescue message stores
+corvan \- inspect, check, repair and rescue message stores
 .SH SYNOPSIS
 .B corvan
 .I COMMAND
@@ -72,35 +73,37 @@ cat <<'TAIL'
 success
 .TP
 .B 1
-a negative answer, which the command tells of
+a negative answer, as each command describes
 .TP
 .B 2
-bad usage, bad input, a store that cannot be read or written, or output that cannot be written; what was
-done all the same is said on standard error
+bad usage, bad input, a store that cannot be read or written, or output that cannot be written. If
+something was done all the same, standard error says what
 .SH ENVIRONMENT
 .TP
 .B TMPDIR
-where copies for looking are made; they take as much room as the store
+folder for temporary copies of stores; they take as much room as the store
 .TP
 .B SQLITE_TMPDIR
-where SQLite makes its temporary files, before TMPDIR
+folder for temporary files of SQLite; used in preference to TMPDIR
 .SH EXAMPLES
 .TP
 .B corvan backup FOLDER safe
-before anything else, a copy of a store with its log inside
+copy a store, with the contents of its log in the one file; do this before anything else
 .TP
 .B corvan verify FOLDER
-what is wrong with its rows, counters and schema
+check its rows, counters and schema
 .TP
 .B corvan verify FOLDER \-\-repair counters \-\-dry\-run
-what mending the counters would change
+show which counters a repair would change
 .TP
 .B corvan salvage damaged/corvan rescued
-what can still be read of a damaged file, in a new store
+copy everything that can still be read in a damaged file into a new store
 .TP
 .B corvan export FOLDER \-\-format html \-\-output pages
-the conversations as pages for a browser
+write the conversations as pages for a browser
 .SH NOTES
 Opening a store with the library marks messages that are being sent as failed, and deletes a file that
-SQLite calls damaged. The commands that look work on a copy and do neither.
+SQLite reports as damaged. Commands that only read work on a copy and do neither.
 TAIL
+exec >&3
+mv "$2.new" "$2"

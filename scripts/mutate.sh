@@ -1,26 +1,26 @@
 #!/usr/bin/env bash
-# Shows that the tests notice faults: applies each fault of tests/mutants/mutants.txt to a copy of
-# db/cv_db_singleton.cpp, one at a time, and runs the tests until one fails. Prints one line a fault:
-# its name and the first test that fails, or SURVIVED. Fails when a fault survives. Exits with 2 when
-# a fault cannot be applied or compiled, or when the tests fail without one.
+# Mutation testing: applies each fault of tests/mutants/mutants.txt to a copy of db/cv_db_singleton.cpp,
+# one at a time, and runs the tests until one fails. Prints one line per fault: its name and the first
+# test that fails, or SURVIVED. Fails if a fault survives. Exits with status 2 if a fault cannot be
+# applied or compiled, or if a test fails without a fault.
 #
 # Usage: mutate.sh [--list] [NAME...]
 #   --list  prints the names of the faults and what they change
-#   NAME    tries only these
-# All is built in build/mutants, from a copy of the tree. CORVAN_FAULT_SHARE and the other bounds of
-# the suites in the environment count here, too.
+#   NAME    tries only these faults
+# Builds in build/mutants, from a copy of the tree. The suites' environment variables, such as
+# CORVAN_FAULT_SHARE, apply here too.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 unit=db/cv_db_singleton.cpp
 list_file=tests/mutants/mutants.txt
 export out=$PWD/build/mutants
-# Run in this order: the quick ones, which look at one operation at a time, come first.
+# In the order of the runs: the quick suites, which test one operation at a time, come first.
 export suites="db_test model_test fault_test memory_test"
 export CORVAN_FAULT_SHARE=${CORVAN_FAULT_SHARE:-20}
 
-# faults COMMAND [NAME]: reads the list. "names" prints all names, "show" the change of NAME, "apply"
-# the whole unit with it, "first" the tests of its section.
+# faults COMMAND [NAME]: reads the list of faults. "names" prints all names, "show" the change of NAME,
+# "apply" the whole unit with this change, "first" the filter for the tests of its section.
 faults() {
   awk -v command="$1" -v name="${2:-}" -v faults="$list_file" '
     function trimmed(text) {
@@ -31,7 +31,7 @@ faults() {
       print "mutate.sh: " faults ": " current ": " text >"/dev/stderr"
       exit (failed = 2)
     }
-    # The first line of the text to be replaced; it stands once in the function, or in the unit.
+    # The first line of the text to replace, which must occur once in the function, or in the unit.
     function find(  at, from, i, found) {
       from = 1
       if (inside != "") {
@@ -47,10 +47,10 @@ faults() {
         if (inside != "" && at > from && line[at] ~ /^}/) break
         for (i = 1; i <= olds && trimmed(line[at + i - 1]) == old[i]; ++i);
         if (i <= olds) continue
-        if (found) fail("stands there more than once: " old[1])
+        if (found) fail("occurs more than once: " old[1])
         found = at
       }
-      if (!found) fail("does not stand there: " old[1])
+      if (!found) fail("does not occur: " old[1])
       return found
     }
     function finish(  at, i, start) {
@@ -78,7 +78,7 @@ faults() {
     /^\[.*\]$/ {
       finish()
       current = substr($0, 2, length($0) - 2)
-      if (current in seen) fail("is there twice")
+      if (current in seen) fail("occurs twice")
       seen[current] = 1
       current_first = first
       inside = ""
@@ -94,14 +94,14 @@ faults() {
     /^in / { inside = substr($0, 4); next }
     /^-/ { old[++olds] = trimmed(substr($0, 2)); next }
     /^\+/ { new[++news] = substr($0, 2); next }
-    { fail("not understood: " $0) }
+    { fail("unknown line: " $0) }
     END {
       if (!failed) finish()
       exit failed
     }' "$unit" "$list_file"
 }
 
-# try_one NAME: builds and runs one fault; prints its line and notes the outcome in its folder.
+# try_one NAME: builds and runs one fault, prints its line and stores the outcome in its folder.
 try_one() {
   local name=$1
   export folder=$out/faults/$name TMPDIR=$memory/$name
@@ -118,8 +118,8 @@ try_one() {
   rm -rf "$TMPDIR" "$folder"/*_test "$folder/unit.o"
 }
 
-# Builds the unit in $folder and runs one suite after the other with it until a test fails: prints
-# which one, or that the unit cannot be built, or nothing.
+# Builds the unit in $folder and runs one suite after the other until a test fails. Prints that test, or
+# that the unit cannot be built, or nothing.
 first_failure() {
   local suite
   if ! (cd "$out/build" && . "$out/compile") >"$folder/build.log" 2>&1; then
@@ -139,13 +139,13 @@ first_failure() {
   return 0
 }
 
-# fails SUITE FILTER: runs these tests until one fails, and prints which one.
+# fails SUITE FILTER: runs these tests until one fails, and prints its name.
 fails() {
   local suite=$1 test status=0
   timeout -k 5 120 "$folder/$suite" --gtest_fail_fast --gtest_filter="$2" \
     >"$folder/$suite.log" 2>&1 || status=$?
   [ "$status" != 0 ] || return 1
-  # The test that failed, or in which the process ended.
+  # The test that failed, or during which the process ended.
   test=$(sed -n 's/^\[  FAILED  \] \([^ ,]*\).*/\1/p' "$folder/$suite.log" | head -n 1)
   [ -n "$test" ] || test=$(sed -n 's/^\[ RUN      \] //p' "$folder/$suite.log" | tail -n 1)
   case $status in
@@ -171,7 +171,7 @@ done
 all=$(faults names)
 for name in "${names[@]}"; do
   if ! grep -qxF -e "$name" <<<"$all"; then
-    echo "mutate.sh: no fault is called $name; there are those of --list" >&2
+    echo "mutate.sh: unknown fault: $name; --list prints their names" >&2
     exit 2
   fi
 done
@@ -181,7 +181,7 @@ if [ -n "$list" ]; then
   exit
 fi
 
-# Each fault in a folder of its own, and the unit as it is in one more.
+# One folder per fault, and one for the unchanged unit.
 rm -rf "$out/faults" "$out/tree"
 for name in "${names[@]}"; do
   mkdir -p "$out/faults/$name"
@@ -191,7 +191,7 @@ done
 mkdir -p "$out/faults/none" "$out/tree"
 cp "$unit" "$out/faults/none/unit.cpp"
 
-# The times of the files are kept, so that only what has changed since the last run is built.
+# Copying keeps the files' times, so that only what has changed since the last run is built.
 bash scripts/install.sh build tests
 cp -a CMakeLists.txt README.md cmake base db docs tests "$out/tree/"
 cmake -S "$out/tree" -B "$out/build" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-O0 \
@@ -200,7 +200,7 @@ cmake -S "$out/tree" -B "$out/build" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CX
 # shellcheck disable=SC2086
 cmake --build "$out/build" --target $suites
 
-# From here on nothing but the unit and the suites is built, in the ways of this build.
+# From here on only the unit and the suites are built, with the commands of this build.
 ninja -C "$out/build" -t commands db/libcorvan_db.a | grep "/$unit\$" |
   sed 's| -MD .*| -o "$folder/unit.o" -c "$folder/unit.cpp"|' >"$out/compile"
 grep -qF '$folder/unit.cpp' "$out/compile"
@@ -213,7 +213,7 @@ for suite in $suites; do
   grep -qF '$folder/unit.o' "$out/link_$suite"
 done
 
-# The stores lie in memory where there is room, and go with the script.
+# Stores are kept in memory where that is possible, and removed when the script ends.
 memory=${TMPDIR:-/tmp}
 [ ! -w /dev/shm ] || memory=/dev/shm
 memory=$(mktemp -d "$memory/corvan-mutants-XXXXXX")

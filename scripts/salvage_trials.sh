@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes a store, damages it in fixed ways and salvages each: prints a table of what came back
-# against what the sound pages hold; docs/reliability.md shows one. Fails when a row is missed that
-# lies on sound pages alone. Usage: salvage_trials.sh [MESSAGES]
+# Damages copies of a store in fixed ways and salvages each. Prints a table of the recovered rows and of
+# those that are on sound pages; docs/reliability.md shows one. Fails if a row that is entirely on sound
+# pages is missed. Usage: salvage_trials.sh [MESSAGES]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

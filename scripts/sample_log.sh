@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Writes a made-up conversation log for `corvan import --user me`: always the same one.
+# Writes a generated conversation log for `corvan import --user me`. Its content is always the same.
 # Usage: sample_log.sh [MESSAGES]
 set -euo pipefail
 

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Measures the bytes that the store adds to a program: the stripped executable of a small host with
-# the static library, less the same host without it, compiled for size, with what is not called left
-# out. SQLite and the standard library are linked dynamically and not counted. Prints a table; fails
-# when a row is above its bound, which is what the row measured when it was set and a tenth.
+# Measures the bytes that the store adds to a program: the stripped executable of a small host with the
+# static library, minus the same host without it. Both are compiled for size, without unused code.
+# SQLite and the standard library are linked dynamically and do not count. Prints a table. Fails if a
+# row exceeds its bound, which is 10 % above the size measured when the bound was set.
 #
 # Usage: size.sh [--build FOLDER] [FLAG...]
-#   --build  builds there, not in build/size
-#   FLAG     for the compiler, after those of the preset "size", such as -O3 or -flto: without bounds.
-#            With -flto "every operation" means no more than is called.
+#   --build  build folder (default: build/size)
+#   FLAG     compiler flag, added to those of the preset "size", such as -O3 or -flto; disables the
+#            bounds. With -flto, "every operation" includes only the operations that are called.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,7 +18,7 @@ if [ "${1:-}" = --build ]; then
   shift 2
 fi
 for flag in "$@"; do
-  [[ $flag == -* ]] || { echo "size.sh: not a flag of the compiler: $flag" >&2; exit 2; }
+  [[ $flag == -* ]] || { echo "size.sh: not a compiler flag: $flag" >&2; exit 2; }
 done
 
 bash scripts/install.sh build size
@@ -28,7 +28,7 @@ declare -A bounds=(
 )
 flags=(-Os -DNDEBUG -ffunction-sections -fdata-sections "$@")
 
-# host NAME OPTION...: the bytes of the stripped program.
+# host NAME OPTION...: builds the host and prints the size of the stripped program.
 host() {
   "$cxx" -std=c++17 "${flags[@]}" tests/consumers/size/host.cpp -o "$folder/$1" -s \
     -Wl,--gc-sections "${@:2}"

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Runs the suites that try the store at random or point by point in their long forms, for SECONDS in
-# all, each suite its share, with a seed of its own for every run (CORVAN_SOAK_SEED sets it). Prints
-# one line a suite: points tried, faults injected, lost, aborted. Fails when a suite does, or when
-# anything was lost or aborted; what it said is in build/soak/SUITE.log, which names seeds.
+# Runs the random and exhaustive suites in their long forms, for SECONDS in total, divided equally. Each
+# run has a new seed, unless CORVAN_SOAK_SEED sets it. Prints one line per suite: points tried, faults
+# injected, lost, aborted. Fails if a suite fails, or if anything was lost or aborted. Logs, with the
+# seeds, are in build/soak/SUITE.log.
 #
 # Usage: soak.sh SECONDS [SUITE...]
 #   SUITE  only these: model faults power memory kill damage threads fuzz
-# The time is for running; what is not built yet is built first. A suite that tries every point ends
-# when it has, be it sooner or later.
+# SECONDS does not include building. An exhaustive suite ends after its last point, which may be earlier
+# or later.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,7 +21,7 @@ shift
 all=(model faults power memory kill damage threads fuzz)
 for name in "$@"; do
   if [[ " ${all[*]} " != *" $name "* ]]; then
-    echo "soak.sh: no suite is called $name; there are: ${all[*]}" >&2
+    echo "soak.sh: unknown suite: $name; suites: ${all[*]}" >&2
     exit 2
   fi
 done
@@ -29,7 +29,7 @@ suites=("$@")
 [ ${#suites[@]} -gt 0 ] || suites=("${all[@]}")
 share=$(((seconds + ${#suites[@]} - 1) / ${#suites[@]}))
 
-# The threads run under the checker of data races, the rest as quick as can be.
+# The threads suite runs under the thread sanitizer, the others as fast as possible.
 preset_of() {
   if [ "$1" = threads ]; then echo tsan; else echo release; fi
 }
@@ -69,7 +69,7 @@ for suite in "${suites[@]}"; do
     sed -n 's/^\(operations\|import\): \([0-9]*\) runs.* \([0-9]*\) crashes$/fuzz of \1: points tried \2, faults injected 0, lost 0, aborted \3/p' "$log"
   else
     "build/$(preset_of "$suite")/$(program_of "$suite")" >"$log" 2>&1 || status=$?
-    # A suite of several tests prints a line for each of them.
+    # A suite with several tests prints one tally line per test: add them up.
     sum=$(sed -n 's/^\[ tally \] .*: points tried \([0-9]*\), faults injected \([0-9]*\), lost \([0-9]*\), aborted \([0-9]*\)$/\1 \2 \3 \4/p' "$log" |
       awk '{ p += $1; f += $2; l += $3; a += $4 }
            END { printf "points tried %d, faults injected %d, lost %d, aborted %d", p, f, l, a }')

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds with warnings as errors and runs all tests; with an option also under
-# the checkers of addresses, undefined behaviour, leaks and data races.
+# Installs missing packages, builds with warnings as errors and runs all tests.
 #
 # Usage: test.sh [--checked|--thorough]
-#   --checked   all tests plainly and under the first three checkers; the threads under the last
-#   --thorough  the same, and the suites that try the store at random or point by point go further:
-#               the one against the model and the threads under the checkers, the others plainly
+#   --checked   also runs all tests under the address, undefined-behaviour and leak sanitizers, and the
+#               threads suite under the thread sanitizer
+#   --thorough  as --checked, and the random and exhaustive suites run longer: model and threads under
+#               the sanitizers, the others without
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -22,17 +22,17 @@ case "${1:-}" in
 esac
 
 if [ -e build ] && [ ! -w build ]; then
-  echo "test.sh: $PWD/build: belongs to somebody else; remove it or make it writable" >&2
+  echo "test.sh: $PWD/build: owned by another user; remove it or make it writable" >&2
   exit 2
 fi
 bash scripts/install.sh build tools tests ${checked:+checkers}
 
-# Several files at once, and without debug information: it halves the time, and a failed test names
-# its line anyway. To debug: cmake --preset debug -DCMAKE_UNITY_BUILD=OFF -DCMAKE_CXX_FLAGS_DEBUG=-g
+# A unity build without debug information takes half the time; a failed test prints its line anyway.
+# To debug: cmake --preset debug -DCMAKE_UNITY_BUILD=OFF -DCMAKE_CXX_FLAGS_DEBUG=-g
 cmake --preset debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_CXX_FLAGS_DEBUG=-O0
 cmake --build --preset debug
 
-# The suite against the model goes further where the checkers watch it.
+# The model suite runs longer under the sanitizers, below.
 echo "== tests, debug =="
 CORVAN_BOUNDS=${thorough:+thorough} CORVAN_MODEL_SEQUENCES=300 ctest --preset debug
 [ -n "$checked" ] || exit 0

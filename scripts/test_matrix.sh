@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Builds everything and runs all tests with the compilers, standard libraries and architectures that the
-# library is meant for, one leg after the other. Installs what is missing.
+# Builds everything and runs all tests with each supported compiler, standard library and architecture,
+# one leg after the other. Installs missing packages.
 #
 # Usage: test_matrix.sh [LEG...]
 #   g++        g++ with libstdc++
 #   clang++    clang++ with libc++
-#   arm64      cross-built with g++, run under QEMU's user emulation
-#   armhf      likewise, 32 bits
-#   debian12   scripts/demo.sh and scripts/test.sh in an empty Debian 12 made in a folder; needs root
-#   debian13   likewise, Debian 13
-# Without a LEG: all of them. The legs arm64 and armhf take long: programs run about ten times slower there.
+#   arm64      cross-built with g++, run under QEMU's user-mode emulation
+#   armhf      as arm64, 32 bits
+#   debian12   scripts/demo.sh and scripts/test.sh in an empty Debian 12, created in a folder; needs root
+#   debian13   as debian12, with Debian 13
+# Without LEG: all legs. arm64 and armhf take long, because programs run about ten times slower there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,7 +21,7 @@ for leg in "${legs[@]}"; do
     g++ | clang++ | arm64 | armhf) ;;
     debian12 | debian13)
       if [ "$(id -u)" != 0 ]; then
-        echo "test_matrix.sh: $leg: needs root; run it as root, or name other legs: ${all[*]:0:4}" >&2
+        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:4}" >&2
         exit 2
       fi
       ;;
@@ -36,7 +36,7 @@ done
 build() {
   local leg=$1
   shift
-  # Several files at once, and without debug information, which nobody looks at here.
+  # A unity build without debug information, because nobody debugs this build.
   cmake -S . -B "build/matrix/$leg" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 \
     -DCMAKE_UNITY_BUILD=ON -DCORVAN_WERROR=ON -DCORVAN_GTEST_SOURCE=/usr/src/googletest "$@"
   cmake --build "build/matrix/$leg"
@@ -49,8 +49,8 @@ test_leg() {
   (cd "build/matrix/$leg" && ctest --output-on-failure --no-tests=error -j 2 --timeout "$seconds" "$@")
 }
 
-# Unpacks the libraries of another architecture under build/, without root, and without this machine's
-# package system hearing of it. sysroot ARCHITECTURE FOLDER
+# sysroot ARCHITECTURE FOLDER: downloads and unpacks the libraries of another architecture, without root
+# and without changing this machine's package database.
 sysroot() {
   local architecture=$1 folder=$2
   [ ! -e "$folder/complete" ] || return 0
@@ -60,7 +60,7 @@ sysroot() {
     -o "Dir::State::Lists=$PWD/$folder/apt/lists" -o "Dir::Cache=$PWD/$folder/apt/cache"
     -o Dir::State::status=/dev/null -o APT::Sandbox::User=root -o Debug::NoLocking=true)
   echo "Unpacking libraries for $architecture into $folder"
-  # One list that a mirror lacks need not matter: the packages come from any of them.
+  # A mirror may lack one of the lists. The packages may still be found in the others.
   "${apt[@]}" update || echo "test_matrix.sh: some lists are missing; trying without them" >&2
   # The names of these libraries differ from release to release.
   local runtime
@@ -79,7 +79,7 @@ sysroot() {
 cross() {
   local architecture=$1
   if [ "$(dpkg --print-architecture)" = "$architecture" ]; then
-    echo "== $architecture: this machine's own architecture; the leg g++ is it =="
+    echo "== $architecture: this machine's own architecture; covered by the leg g++ =="
     return 0
   fi
   bash scripts/install.sh build "cross-$architecture"

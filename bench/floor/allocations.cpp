@@ -1,5 +1,4 @@
-// Replaces the global operator new of the program that links it; the array and nothrow forms call
-// these.
+// Replaces the global operator new. The array and nothrow forms call it.
 
 #include "bench/floor/allocations.h"
 

@@ -5,7 +5,7 @@
 
 namespace corvan_bench {
 
-// What operator new has handed out in this process. SQLite's memory is not among it.
+// Allocations through operator new in this process, without SQLite's own.
 struct Allocations {
   int64_t count = 0;
   int64_t bytes = 0;

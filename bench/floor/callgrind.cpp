@@ -13,11 +13,11 @@ namespace corvan_bench {
 
 namespace {
 
-// A dump names its cause, here the name that was asked for, and its sum.
+// A dump contains the name that was given to callgrind, and the number of instructions.
 constexpr const char* kTrigger = "desc: Trigger: Client Request: ";
 constexpr const char* kTotals = "totals: ";
 
-// What follows `prefix` when the line begins with it; else empty.
+// The rest of the line after `prefix`; empty if the line does not begin with it.
 std::string after(const std::string& prefix, const std::string& line) {
   return line.compare(0, prefix.size(), prefix) == 0 ? line.substr(prefix.size()) : "";
 }

@@ -11,11 +11,13 @@
 
 namespace corvan_bench {
 
-// Inside a process that run_under_callgrind() started: counts what `function` takes, under `name`.
+// Counts the instructions of `function` under `name`. Only in a process that run_under_callgrind()
+// started.
 void count_instructions(const std::string& name, const std::function<void()>& function);
 
-// Runs this program again, with these arguments, under callgrind; the instructions counted there,
-// by name. Valgrind's files go into `folder`. Throws std::runtime_error when the run fails.
+// Runs this program again under callgrind, with these arguments, and returns the counted
+// instructions by name. Valgrind writes its files to `folder`. Throws std::runtime_error if the run
+// fails.
 std::map<std::string, int64_t> run_under_callgrind(const std::string& folder,
                                                    const std::vector<std::string>& arguments);
 

@@ -15,8 +15,7 @@ using Corvan::MessageResponse;
 using Corvan::SessionInfo;
 using Corvan::SessionType;
 
-// The store and the floors have the operations under the same names; `Operations` is a class that
-// has them.
+// `Operations` is the store or a floor, which have operations with the same names.
 template <typename Operations>
 class Direct : public Contender {
  public:

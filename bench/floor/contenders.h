@@ -1,5 +1,5 @@
-// What is compared: the store and the two floors, each on a file of its own, behind one interface,
-// so that a call costs the same to reach.
+// The contenders: the store and the two floors, each with its own file. They share an interface, so
+// that reaching a call costs the same for all.
 
 #ifndef BENCH_FLOOR_CONTENDERS_H_
 #define BENCH_FLOOR_CONTENDERS_H_
@@ -38,10 +38,10 @@ class Contender {
 
 enum class Kind { kStore, kFloor, kCachedFloor };
 
-// The contender's name in the tables.
+// The name used in the tables.
 const char* name_of(Kind kind);
 
-// Opens the fixture in `folder`. There is one store a process: one contender of its kind at a time.
+// Opens the fixture in `folder`. The store is a singleton: only one store contender can exist.
 std::unique_ptr<Contender> make_contender(Kind kind, const std::string& folder);
 
 }  // namespace corvan_bench

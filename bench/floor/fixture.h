@@ -13,15 +13,15 @@ namespace corvan_bench {
 constexpr const char* kUser = "me";
 constexpr Corvan::SessionType kConversationKind = Corvan::CV_GROUP;
 constexpr int kConversations = 40;
-constexpr int kMessages = 2000;  // they and what is saved on top fit in SQLite's page cache
+constexpr int kMessages = 2000;  // with all later saves they fit in SQLite's page cache
 
 std::string conversation(int number);
 
-// Message `number` of the fixture, or a further one: received, and newer than those before it.
+// Message `number`, in the fixture or after it: received, and newer than all before it.
 Corvan::MessageResponse message(int number);
 
-// Writes the fixture's file into `folder` through the store: messages dealt out to the
-// conversations in turn, some conversations pinned, muted or with a draft. Nothing may be open.
+// Writes the fixture's file to `folder` through the store: messages distributed round-robin over
+// the conversations, some of them pinned, muted or with a draft. Precondition: no store is open.
 void write_fixture(const std::string& folder);
 
 // Copies the fixture's file from one folder to another.

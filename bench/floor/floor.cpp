@@ -15,7 +15,7 @@ using Corvan::MessageResponse;
 using Corvan::SessionInfo;
 using Corvan::SessionType;
 
-// A list of numbers with commas between, as the statements take it.
+// Joins numbers with commas, for an SQL list.
 class NumberList {
  public:
   explicit NumberList(std::size_t numbers) { text_.reserve(numbers * 8); }
@@ -31,7 +31,7 @@ class NumberList {
   std::string text_;
 };
 
-// Makes room for a page; one without a limit, or with a large one, grows.
+// Reserves memory for a page. Unlimited and very large pages grow as needed.
 template <typename Record>
 void reserve_page(std::vector<Record>& records, int32_t limit) {
   if (!records.empty() || limit <= 0) return;
@@ -472,7 +472,7 @@ bool Floor<Statements>::get_session_list_by_page(const std::vector<SessionType>&
   NumberList ids(static_cast<std::size_t>(sessions.end() - page));
   for (auto s = page; s != sessions.end(); ++s) ids.add(s->message_.msg_id_);
 
-  // The key of t_session sees to it that a message has one row at most; messages come by id.
+  // The key of t_session ensures at most one row per message; messages are ordered by id.
   std::vector<SessionInfo*> by_id;
   by_id.reserve(static_cast<std::size_t>(sessions.end() - page));
   for (auto s = page; s != sessions.end(); ++s) by_id.push_back(&*s);

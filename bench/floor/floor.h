@@ -1,6 +1,6 @@
-// The floor: the store's operations written straight against SQLite's C interface. Each issues the
-// statements that the store issues, in its order, and fills the same records, with nothing around
-// it: no log lines, no checks, no failures handled.
+// The floor: the store's operations, written directly on SQLite's C interface. Each runs the same
+// statements in the same order and fills the same records, without logging, checks or error
+// handling.
 
 #ifndef BENCH_FLOOR_FLOOR_H_
 #define BENCH_FLOOR_FLOOR_H_
@@ -17,7 +17,7 @@
 
 namespace corvan_bench {
 
-// The connection that the store opens: the same flags, settings and first statements.
+// Opens a connection like the store: same flags, settings and first statements.
 class FloorConnection {
  public:
   explicit FloorConnection(const std::string& file);
@@ -31,8 +31,8 @@ class FloorConnection {
   sqlite3* db_ = nullptr;
 };
 
-// `Statements` is PreparedEachTime or PreparedOnce. Parameters and results are those of the store's
-// operations of the same names.
+// `Statements` is PreparedEachTime or PreparedOnce. Parameters and results are as in the store's
+// operations with the same names.
 template <typename Statements>
 class Floor {
  public:
@@ -70,8 +70,8 @@ class Floor {
 
   FloorConnection connection_;
   std::string user_id_;
-  Statements fixed_;         // texts that hold no value; of these there are few
-  PreparedEachTime pasted_;  // texts with ids or counts in them, hardly ever the same twice
+  Statements fixed_;         // texts without values; there are few of them
+  PreparedEachTime pasted_;  // texts with ids or counts, rarely the same twice
   bool page_ended_pinned_ = false;
 };
 

@@ -1,6 +1,6 @@
-// What the store's layer costs: the time and the memory that its operations take beyond those of a
-// floor that issues the same statements directly. The disk is no part of that: files lie in memory
-// where the system has a folder there, unless TMPDIR names another.
+// Measures the overhead of the store in time and memory against a floor that runs the same
+// statements directly. To exclude the disk, files are kept in memory if the system has a folder for
+// that, unless TMPDIR names another.
 
 #include <algorithm>
 #include <cstdlib>
@@ -28,8 +28,8 @@ namespace {
 constexpr double kAtMost = 1.05;
 constexpr const char* kMemoryFolder = "/dev/shm";
 
-// What disturbs a run can only lengthen it, so the quickest quarter tells most of the operation and
-// least of the machine.
+// Disturbances can only slow a run down, so the lower quartile reflects the operation better than
+// the median.
 double lower_quartile(std::vector<double> values) {
   const auto quarter = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 4);
   std::nth_element(values.begin(), quarter, values.end());
@@ -47,7 +47,7 @@ struct Competitor {
     Operation& op = *operations[operation];
     double run = 0;
     run_operation(op, *contender, false, [&run](const auto& calls) { run = time_of(calls); });
-    op.result();  // throws when it is wrong
+    op.result();  // throws if it is wrong
     return run / op.calls();
   }
 
@@ -72,8 +72,8 @@ struct Times {
   double ratio() const { return lower_quartile(store) / lower_quartile(floor); }
 };
 
-// In each round each operation of each contender once, so that the machine's moods fall on all;
-// store and floor take turns at being first.
+// Each round runs each operation of each contender once, so that disturbances affect all of them.
+// Store and floor alternate in going first.
 std::vector<Times> times_of(Competitor& store, Competitor& floor, Competitor& cached, int rounds) {
   std::vector<Times> times(store.operations.size());
   for (int round = 0; round < rounds; ++round) {
@@ -104,7 +104,7 @@ void compare_times(Competitor& store, Competitor& floor, Competitor& cached, con
                {"operation", "store, median", "floor, median", "store, lower quartile",
                 "floor, lower quartile", "beyond the floor, %", "floor, statements kept"},
                rows);
-  if (options.quick) return;  // three rounds cannot tell a twentieth
+  if (options.quick) return;  // three rounds cannot resolve 5 %
   for (std::size_t i = 0; i < times.size(); ++i) {
     report.bound("time of store / floor, lower quartiles, " + store.operations[i]->name(),
                  times[i].ratio(), kAtMost);

@@ -1,6 +1,5 @@
-// The instructions that the store's operations take beyond those of a floor that issues the same
-// statements directly, SQLite's own on both sides. Unlike times, they are the same on a busy
-// machine.
+// Counts the instructions of the store's operations against a floor that runs the same statements
+// directly. Both counts include SQLite. Unlike times, they do not depend on the machine's load.
 
 #include <exception>
 #include <iostream>
@@ -25,7 +24,7 @@ namespace corvan_bench {
 namespace {
 
 constexpr double kAtMost = 1.05;
-constexpr const char* kCount = "--count";  // how compare() calls this program again
+constexpr const char* kCount = "--count";  // compare() passes it to a new process of this program
 
 Kind kind_of(const std::string& name) {
   for (const Kind kind : {Kind::kStore, Kind::kFloor, Kind::kCachedFloor}) {
@@ -34,7 +33,7 @@ Kind kind_of(const std::string& name) {
   throw std::runtime_error("no contender " + name);
 }
 
-// Counts every operation of a contender. The first run of each warms SQLite's caches.
+// Counts every operation of a contender. The first, uncounted run warms SQLite's caches.
 int count(Kind kind, const std::string& folder) {
   const std::unique_ptr<Contender> contender = make_contender(kind, folder);
   for (const std::unique_ptr<Operation>& operation : make_operations()) {
@@ -42,12 +41,12 @@ int count(Kind kind, const std::string& folder) {
     run_operation(*operation, *contender, false, [&operation](const auto& calls) {
       count_instructions(operation->name(), calls);
     });
-    operation->result();  // throws when it is wrong
+    operation->result();  // throws if it is wrong
   }
   return 0;
 }
 
-// A process for each contender, so that all start from the same state.
+// One process per contender, so that all start in the same state.
 std::map<std::string, int64_t> counts_of(Kind kind, const std::string& fixture_folder) {
   const corvan_test::TemporaryFolder folder;
   copy_fixture(fixture_folder, folder.path());

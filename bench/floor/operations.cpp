@@ -139,7 +139,7 @@ class UnreadCount final : public Operation {
   int32_t unread_ = -1;
 };
 
-// Marks messages read in one run and unread in the next.
+// Alternately marks messages as read and unread.
 class SetReadStatus final : public Operation {
  public:
   SetReadStatus() : Operation("set a read status", 25) {}
@@ -157,7 +157,7 @@ class SetReadStatus final : public Operation {
   bool set_ = false;
 };
 
-// Deletes messages, the newest of their conversations among them, that are saved before each run.
+// Deletes messages that are saved before each run, including the newest of their conversations.
 class Delete final : public Operation {
  public:
   Delete(std::string name, int calls, int ids) : Operation(std::move(name), calls), ids_(ids) {}
@@ -175,7 +175,7 @@ class Delete final : public Operation {
     contender.run("commit transaction");
   }
   void call(Contender& contender, int number) override {
-    // From the newest on, so that each call meets a conversation's newest message.
+    // Newest first, so that each call deletes a conversation's newest message.
     done_ = contender.delete_messages(deleted_[static_cast<std::size_t>(calls() - 1 - number)]);
   }
   std::string result() const override {

@@ -1,4 +1,4 @@
-// The operations that are compared.
+// The measured operations.
 
 #ifndef BENCH_FLOOR_OPERATIONS_H_
 #define BENCH_FLOOR_OPERATIONS_H_
@@ -11,8 +11,8 @@
 
 namespace corvan_bench {
 
-// One operation with what its calls take and give. A run is set_up(), `calls` times call(), then
-// finish(): only the calls are measured. Each contender has operations of its own.
+// One operation with the arguments and results of its calls. A run is set_up(), then call() `calls`
+// times, then finish(); only the calls are measured. Each contender has its own objects.
 class Operation {
  public:
   Operation(std::string name, int calls) : name_(std::move(name)), calls_(calls) {}
@@ -25,14 +25,13 @@ class Operation {
 
   virtual void set_up(Contender&) {}
   virtual void call(Contender& contender, int number) = 0;
-  // With `keep` what the calls stored stays; else it may be taken back.
+  // If `keep` is false, changes of the calls may be rolled back.
   virtual void finish(Contender&, bool /*keep*/) {}
 
-  // All that the last call gave, as a text; throws std::runtime_error when it is not what was asked
-  // for.
+  // The complete result of the last call as text. Throws std::runtime_error if it is wrong.
   virtual std::string result() const = 0;
 
-  // Makes the records that the last call gave once more.
+  // Creates the records of the last call again, to count their allocations.
   virtual void copy_records() const {}
 
  private:
@@ -42,7 +41,7 @@ class Operation {
 
 std::vector<std::unique_ptr<Operation>> make_operations();
 
-// One run of `operation`; `measure` is given a function that makes its calls.
+// Runs `operation` once. `measure` receives a function that makes the calls.
 template <typename Measure>
 void run_operation(Operation& operation, Contender& contender, bool keep, Measure&& measure) {
   operation.set_up(contender);

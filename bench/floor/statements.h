@@ -1,5 +1,5 @@
-// How the floor comes by its statements. Both ways have the same members: take() before the values
-// are bound, release() after the last step.
+// Two ways for the floor to obtain statements, with the same members: take() before values are
+// bound, release() after the last step.
 
 #ifndef BENCH_FLOOR_STATEMENTS_H_
 #define BENCH_FLOOR_STATEMENTS_H_
@@ -28,8 +28,8 @@ class PreparedEachTime {
   sqlite3* db_;
 };
 
-// Prepares a statement at its first use and keeps it; one of a text must be released before the
-// next is taken.
+// Prepares a statement at its first use and keeps it. A statement must be released before the same
+// text is taken again.
 class PreparedOnce {
  public:
   explicit PreparedOnce(sqlite3* db) : db_(db) {}
@@ -51,10 +51,10 @@ class PreparedOnce {
 
  private:
   sqlite3* db_;
-  std::unordered_map<std::string_view, sqlite3_stmt*> kept_;  // the keys are the statements' own
+  std::unordered_map<std::string_view, sqlite3_stmt*> kept_;  // the keys point into the statements
 };
 
-// A statement in use, from here to the end of the scope.
+// A statement in use until the end of the scope.
 template <typename Statements>
 class Query {
  public:

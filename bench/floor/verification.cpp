@@ -16,7 +16,7 @@ namespace corvan_bench {
 
 namespace {
 
-std::vector<std::string> statements;  // run on traced connections, in order
+std::vector<std::string> statements;  // those run on traced connections, in order
 
 int note_statement(unsigned, void*, void*, void* text) {
   statements.emplace_back(static_cast<const char*>(text));
@@ -27,7 +27,7 @@ int trace_connection(sqlite3* db, char**, const void*) {
   return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, note_statement, nullptr);
 }
 
-// Traces every connection that is opened while it lives.
+// Traces every connection that is opened during its lifetime.
 class Tracing {
  public:
   Tracing() { sqlite3_auto_extension(entry()); }
@@ -53,7 +53,7 @@ Conduct conduct_of(Kind kind, const std::string& fixture_folder) {
   {
     const Tracing tracing;
     const std::unique_ptr<Contender> contender = make_contender(kind, folder.path());
-    statements.clear();  // those of opening differ
+    statements.clear();  // the statements of opening differ
     for (const std::unique_ptr<Operation>& operation : make_operations()) {
       run_operation(*operation, *contender, true, [](const auto& calls) { calls(); });
       conduct.results.push_back(operation->result());

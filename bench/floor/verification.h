@@ -5,9 +5,9 @@
 
 namespace corvan_bench {
 
-// Lets each contender run each operation on a copy of the fixture in `fixture_folder`, and throws
-// std::runtime_error unless all run the same statements in the same order, give the same results
-// and leave the same rows.
+// Runs each operation of each contender on a copy of the fixture in `fixture_folder`. Throws
+// std::runtime_error unless all contenders run the same statements in the same order, return the
+// same results and leave the same rows.
 void verify_contenders(const std::string& fixture_folder);
 
 }  // namespace corvan_bench

@@ -1,4 +1,4 @@
-// The list of the contenders. Each peer is there only when its library was found.
+// The list of contenders. A peer is included only if its library was found.
 
 #ifndef BENCH_PEERS_CONTENDERS_H_
 #define BENCH_PEERS_CONTENDERS_H_
@@ -15,18 +15,18 @@ namespace corvan_bench {
 struct Contender {
   std::string name;
   std::string library;   // with its version
-  std::string settings;  // how it is used
+  std::string settings;  // as shown in the table
   std::function<std::unique_ptr<Store>()> make;
-  bool has_thread = false;  // writes from a thread of its own, too
+  bool has_thread = false;  // also writes from its own thread
 };
 
-// Those that were built, the project's own store first.
+// The contenders that were built, the project's own store first.
 std::vector<Contender> contenders();
 
-// The names of those that were not.
+// The names of the peers that were not built.
 std::vector<std::string> left_out();
 
-// The contenders' stores; each is defined only when its library was found.
+// Create the contenders' stores. Each is defined only if its library was found.
 enum class DraftIndexes { kFirstDraft, kAllNeeded };
 std::unique_ptr<Store> make_corvan_store();
 std::unique_ptr<Store> make_sqlitecpp_store(DraftIndexes indexes);

@@ -1,4 +1,4 @@
-// One contender at work, and what it writes.
+// A contender at work, and the accounting of its writes.
 
 #ifndef BENCH_PEERS_CONTESTANT_H_
 #define BENCH_PEERS_CONTESTANT_H_
@@ -13,7 +13,7 @@
 
 namespace corvan_bench {
 
-// A contender's store, in a folder of its own.
+// A contender's store in its own folder.
 struct Contestant {
   explicit Contestant(Contender what) : contender(std::move(what)), store(contender.make()) {
     store->open(folder.path());
@@ -21,13 +21,13 @@ struct Contestant {
 
   const Contender contender;
   const corvan_test::TemporaryFolder folder;
-  const std::unique_ptr<Store> store;  // ends before its folder
+  const std::unique_ptr<Store> store;  // destroyed before its folder
 };
 
 using Contestants = std::vector<std::unique_ptr<Contestant>>;
 
-// What each contestant writes during one piece of work: its calls run within a CountInto(of(i)),
-// and the main thread has a CountInto for everything else.
+// The writes of each contestant during one piece of work. Calls of contestant i run in the scope of
+// a CountInto(of(i)); a CountInto of the main thread collects everything else.
 class Traffic {
  public:
   explicit Traffic(std::size_t contestants)
@@ -37,8 +37,8 @@ class Traffic {
 
   IoCounts& of(std::size_t contestant) { return counts_[contestant]; }
 
-  // At the end of the work: what threads of their own wrote in the meantime is the one contestant's
-  // that has such threads.
+  // Call at the end of the work. Attributes the writes of other threads to the one contestant that
+  // has such threads.
   void add_threads(const Contestants& all) {
     for (std::size_t i = 0; i < all.size(); ++i) {
       if (!all[i]->contender.has_thread) continue;

@@ -1,4 +1,4 @@
-// The project's own store behind the interface of the comparison.
+// Adapter for the project's own store.
 
 #include <stdexcept>
 #include <utility>
@@ -63,8 +63,8 @@ class CorvanStore final : public Store {
     return unread;
   }
 
-  // The list takes only mentions of direction 2, which come from copied older stores and are never
-  // written by the store itself: the direction is planted, through a connection of its own.
+  // The mention list includes only messages with direction 2, which come from copied older stores.
+  // The store never writes that direction, so it is set through a separate connection.
   void prepare_mentions(const ConversationName& name) override {
     corvan_test::plant(
         file_, "update t_message set direction=2 where is_mention=1 and session_id='" + name.id +

@@ -1,4 +1,4 @@
-// What a sync takes on the disk that the stores lie on: most of what a small transaction takes.
+// Measures a sync on the stores' disk. It takes most of the time of a small transaction.
 
 #ifndef BENCH_PEERS_DISK_PROBE_H_
 #define BENCH_PEERS_DISK_PROBE_H_
@@ -24,7 +24,7 @@ class DiskProbe {
   DiskProbe& operator=(const DiskProbe&) = delete;
   ~DiskProbe() { close(file_); }
 
-  // Appends a page and syncs it.
+  // Times appending and syncing a page.
   void measure() {
     const std::array<char, 4096> page = {};
     times_.push_back(time_of([&] {

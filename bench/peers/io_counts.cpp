@@ -24,7 +24,7 @@ ssize_t count_write(int file, ssize_t written) {
   return written;
 }
 
-// The C library's function of this name.
+// The C library's function with this name.
 template <typename Function>
 Function* next(const char* name) {
   void* const found = dlsym(RTLD_NEXT, name);
@@ -67,8 +67,8 @@ void count_sqlite_commits() {
 
 }  // namespace corvan_bench
 
-// The functions that stand before the C library's. They have names of their own here and the
-// library's only for the linker: with 64-bit offsets its headers rename some.
+// Functions that replace those of the C library. They have the library's names only for the linker,
+// because its headers rename some functions when file offsets have 64 bits.
 
 using corvan_bench::count_sync;
 using corvan_bench::count_write;

@@ -1,5 +1,5 @@
-// What a store writes: transactions, syncs and bytes. The program defines the C library's writing
-// and syncing functions itself, so that the calls of shared libraries come here first.
+// Counts the transactions, syncs and bytes of a store. The program defines the C library's write
+// and sync functions itself, so that it also intercepts the calls of shared libraries.
 
 #ifndef BENCH_PEERS_IO_COUNTS_H_
 #define BENCH_PEERS_IO_COUNTS_H_
@@ -10,12 +10,12 @@
 namespace corvan_bench {
 
 struct IoCounts {
-  std::atomic<int64_t> commits{0};  // that wrote something
-  std::atomic<int64_t> syncs{0};    // and writes through a handle that syncs each write
-  std::atomic<int64_t> bytes{0};    // handed to the kernel
+  std::atomic<int64_t> commits{0};  // without empty ones
+  std::atomic<int64_t> syncs{0};    // including writes through a handle that syncs each write
+  std::atomic<int64_t> bytes{0};    // passed to the kernel
 };
 
-// Counts this thread's calls into `counts`, until the object ends.
+// Counts this thread's calls in `counts` during the object's lifetime.
 class CountInto {
  public:
   explicit CountInto(IoCounts& counts);
@@ -27,11 +27,11 @@ class CountInto {
   IoCounts* const before_;
 };
 
-// The calls of the threads that have no CountInto.
+// The calls of threads without a CountInto.
 IoCounts& thread_counts();
 
-// Called by the stores at a commit, but those on SQLite, whose commits are counted by a hook on
-// each connection opened after count_sqlite_commits().
+// Stores that do not use SQLite call this at a commit. Commits of SQLite are counted by a hook on
+// each connection that is opened after count_sqlite_commits().
 void count_commit();
 void count_sqlite_commits();
 

@@ -1,4 +1,4 @@
-// Keys and values as bytes.
+// Encodes keys and values as bytes.
 
 #ifndef BENCH_PEERS_KEY_VALUE_CODEC_H_
 #define BENCH_PEERS_KEY_VALUE_CODEC_H_
@@ -16,13 +16,13 @@ class Encoder {
     bytes_.push_back(static_cast<char>(value));
     return *this;
   }
-  // Big-endian, so that numbers which are not negative are ordered as their bytes are.
+  // Big-endian, so that non-negative numbers sort like their bytes.
   Encoder& number(int64_t value) {
     const auto bits = static_cast<uint64_t>(value);
     for (int shift = 56; shift >= 0; shift -= 8) byte(static_cast<uint8_t>(bits >> shift));
     return *this;
   }
-  // For keys: texts that are not the last part end with a zero byte, which no text holds.
+  // For keys: every text but the last ends with a zero byte, which no text contains.
   Encoder& ended_text(std::string_view text) {
     bytes_.append(text);
     return byte(0);

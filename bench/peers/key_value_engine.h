@@ -1,4 +1,4 @@
-// What the key-value stores are asked for: ordered keys, transactions, cursors.
+// Interface of the key-value stores: ordered keys, transactions, cursors.
 
 #ifndef BENCH_PEERS_KEY_VALUE_ENGINE_H_
 #define BENCH_PEERS_KEY_VALUE_ENGINE_H_
@@ -11,12 +11,12 @@
 
 namespace corvan_bench {
 
-// Keys are ordered as unsigned bytes.
+// Keys are compared as unsigned bytes.
 class KeyValueEngine {
  public:
-  // A place among the keys. Views are valid until the next move or write. Inside a transaction, a
-  // cursor leaves out what the transaction erased; whether it sees what the transaction put is the
-  // engine's choice.
+  // A position in the ordered keys. Views are valid until the next move or write. Inside a
+  // transaction a cursor skips keys that the transaction erased; whether it sees keys that the
+  // transaction put depends on the engine.
   class Cursor {
    public:
     Cursor() = default;
@@ -24,8 +24,8 @@ class KeyValueEngine {
     Cursor& operator=(const Cursor&) = delete;
     virtual ~Cursor() = default;
 
-    virtual void seek(std::string_view key) = 0;         // to the first key not less
-    virtual void seek_before(std::string_view key) = 0;  // to the last key that is less
+    virtual void seek(std::string_view key) = 0;         // to the first key >= `key`
+    virtual void seek_before(std::string_view key) = 0;  // to the last key < `key`
     virtual void next() = 0;
     virtual void prev() = 0;
     virtual bool valid() const = 0;
@@ -41,21 +41,21 @@ class KeyValueEngine {
   virtual void open(const std::string& folder) = 0;
   virtual void close() = 0;
 
-  // One write transaction at a time; a commit is on the disk when it returns.
+  // Only one write transaction at a time. commit() returns when the data is on the disk.
   virtual void begin() = 0;
   virtual void commit() = 0;
 
-  // Ends what a read outside a transaction holds. No cursor is open by then.
+  // Releases the snapshot of reads outside a transaction. Precondition: no cursor is open.
   virtual void end_read() {}
 
-  // Sees what the open transaction put and erased.
+  // Includes the changes of the open transaction.
   virtual bool get(std::string_view key, std::string& value) = 0;
   virtual void put(std::string_view key, std::string_view value) = 0;
   virtual void erase(std::string_view key) = 0;
   virtual std::unique_ptr<Cursor> cursor() = 0;
 };
 
-// The message store on such an engine.
+// Creates a message store on such an engine.
 std::unique_ptr<Store> make_key_value_store(std::unique_ptr<KeyValueEngine> engine);
 
 }  // namespace corvan_bench

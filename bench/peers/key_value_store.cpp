@@ -1,4 +1,4 @@
-// A message store on ordered keys: what a table's indexes do for SQL is kept by hand here.
+// A message store on ordered keys. Its indexes are maintained by hand.
 
 #include <algorithm>
 #include <limits>
@@ -15,16 +15,16 @@ using Cursor = KeyValueEngine::Cursor;
 
 constexpr int64_t kMaxNumber = std::numeric_limits<int64_t>::max();
 
-// The first byte of a key tells what it is for.
+// The first byte of a key is its family.
 enum Family : uint8_t {
   kMessage = 'm',       // conversation, time, id -> message
-  kMention = 'a',       // as the message's; only the unread mentions -> nothing
+  kMention = 'a',       // same key as the message, for unread mentions -> nothing
   kMessageId = 'i',     // id -> message's key
   kServerUid = 's',     // server uid -> message's key
   kClientUid = 'k',     // conversation, client uid, sender -> message's key
-  kBeingSent = 'p',     // id; only the messages being sent -> nothing
+  kBeingSent = 'p',     // id, for messages being sent -> nothing
   kConversation = 'c',  // conversation -> its row
-  kList = 'l',          // in the order of the list; conversation -> nothing
+  kList = 'l',          // list order, conversation -> nothing
   kUnread = 'u',        // -> unread messages of all conversations
 };
 
@@ -76,7 +76,7 @@ std::string encode(const StoredMessage& stored) {
       .bytes();
 }
 
-// Conversation, time and id are in the key.
+// Without conversation, time and id, which are in the key.
 StoredMessage decode_message(std::string_view key, std::string_view value) {
   StoredMessage stored;
   MessageResponse& m = stored.message;
@@ -108,7 +108,7 @@ struct Row {
   int32_t mentions = 0;
   int64_t time = 0;
   int64_t latest_id = 0;
-  int64_t latest_time = 0;  // with the id the newest message's key
+  int64_t latest_time = 0;  // with the id: the key of the newest message
   int64_t read_time = 0;
 };
 
@@ -143,7 +143,7 @@ Row decode_row(std::string_view value) {
   return row;
 }
 
-// Upwards: pinned first, then newest first.
+// Ascending order: pinned first, then newest first.
 std::string list_key(const ConversationName& name, const Row& row) {
   return Encoder()
       .byte(kList)
@@ -266,7 +266,7 @@ class KeyValueStore final : public Store {
   }
 
  private:
-  // Ends a read, after the cursors that are made within it.
+  // Ends a read. Declare it before the cursors, so that it is destroyed after them.
   class Read {
    public:
     explicit Read(KeyValueEngine& engine) : engine_(engine) {}
@@ -320,8 +320,8 @@ class KeyValueStore final : public Store {
     engine_->commit();
   }
 
-  // Reads a conversation's row, or begins a new one, changes it and keeps the list and the total of
-  // the unread in step.
+  // Reads or creates a conversation's row, applies `change`, and updates the list and the unread
+  // total.
   template <typename Change>
   void change_row(const ConversationName& name, Change&& change) {
     const std::string key = conversation_key(name);
@@ -375,7 +375,7 @@ class KeyValueStore final : public Store {
     return entry;
   }
 
-  // Up to `count` keys of the family before `time`, newest first, each made a message by `take`.
+  // Up to `count` keys of the family before `time`, newest first; `take` turns each into a message.
   template <typename Take>
   std::vector<MessageResponse> walk_back(Family family, const ConversationName& name, int64_t time,
                                          int32_t count, Take&& take) {
@@ -390,7 +390,7 @@ class KeyValueStore final : public Store {
     return list;
   }
 
-  // Marks what was received after the read time; the new read time.
+  // Marks messages received after the read time as read; returns the new read time.
   int64_t mark_messages_read(const ConversationName& name, int64_t read_time) {
     std::vector<std::pair<std::string, StoredMessage>> unread;
     {

@@ -25,7 +25,7 @@ std::string_view to_view(const leveldb::Slice& slice) {
   return {slice.data(), slice.size()};
 }
 
-// What a transaction has put (a value) and erased (none) by now: a batch cannot be read.
+// The changes of the open transaction, because a batch cannot be read. No value: erased.
 using Pending = std::unordered_map<std::string, std::optional<std::string>>;
 
 class LevelDbCursor final : public KeyValueEngine::Cursor {
@@ -69,8 +69,8 @@ class LevelDbCursor final : public KeyValueEngine::Cursor {
   const Pending& pending_;
 };
 
-// A transaction is one batch, whose log record is synced when it is committed. The Bloom filter is
-// what the manual advises for keys that are mostly not there, as the duplicate tests' are.
+// A transaction is one batch, and its log record is synced at the commit. The manual recommends a
+// Bloom filter for look-ups of keys that are mostly missing, such as those of the duplicate checks.
 class LevelDbEngine final : public KeyValueEngine {
  public:
   void open(const std::string& folder) override {

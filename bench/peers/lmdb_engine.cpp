@@ -10,14 +10,14 @@ namespace corvan_bench {
 
 namespace {
 
-// The file's largest size. Only what is used is on the disk.
+// Maximum file size. Unused parts take no disk space.
 constexpr std::size_t kMapSize = std::size_t{4} << 30;
 
 void check(int code) {
   if (code != MDB_SUCCESS) throw std::runtime_error(std::string("LMDB: ") + mdb_strerror(code));
 }
 
-// Whether something was found.
+// True if the key was found; throws on other errors.
 bool found(int code) {
   if (code == MDB_NOTFOUND) return false;
   check(code);
@@ -25,7 +25,7 @@ bool found(int code) {
 }
 
 MDB_val to_val(std::string_view text) {
-  return {text.size(), const_cast<char*>(text.data())};  // the interface lacks the const
+  return {text.size(), const_cast<char*>(text.data())};  // LMDB does not modify it
 }
 std::string_view to_view(const MDB_val& value) {
   return {static_cast<const char*>(value.mv_data), value.mv_size};
@@ -61,8 +61,8 @@ class LmdbCursor final : public KeyValueEngine::Cursor {
   bool valid_ = false;
 };
 
-// One tree holds all keys, so that a commit writes one path of inner pages. No flags: each commit
-// writes its pages, syncs them, and writes the page that makes them current through a handle that
+// All keys are in one tree, so that a commit writes a single path of inner pages. Without flags,
+// each commit writes its pages, syncs them, and then writes the meta page through a handle that
 // syncs each write.
 class LmdbEngine final : public KeyValueEngine {
  public:
@@ -99,7 +99,7 @@ class LmdbEngine final : public KeyValueEngine {
     if (changed_) count_commit();
   }
 
-  // The read transaction is kept, as the manual advises, and renewed for each read.
+  // As the manual recommends, the read transaction is kept and renewed for each read.
   void end_read() override {
     if (reading_) mdb_txn_reset(read_);
     reading_ = false;
@@ -138,8 +138,8 @@ class LmdbEngine final : public KeyValueEngine {
   MDB_txn* write_ = nullptr;  // null outside a transaction
   MDB_txn* read_ = nullptr;
   MDB_dbi dbi_ = 0;
-  bool reading_ = false;  // the read transaction holds a snapshot
-  bool changed_ = false;  // the write transaction did
+  bool reading_ = false;  // the read transaction has a snapshot
+  bool changed_ = false;  // the write transaction has changes
 };
 
 }  // namespace

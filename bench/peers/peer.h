@@ -1,5 +1,5 @@
-// What the contenders of this comparison have in common: the part of a message store that a client
-// uses most, as far as every contender can be asked for the same.
+// The interface of all contenders: the operations that a client uses most, as far as every
+// contender can provide them.
 
 #ifndef BENCH_PEERS_PEER_H_
 #define BENCH_PEERS_PEER_H_
@@ -12,13 +12,13 @@
 
 namespace corvan_bench {
 
-// All contenders exchange the records that the client has.
+// All contenders use the records of the client.
 using Corvan::MessageResponse;
 using Corvan::SessionInfo;
 
 constexpr const char* kUser = "me";  // the signed-in user
 
-// The values of MessageResponse::sent_status_ that matter here.
+// Values of MessageResponse::sent_status_ that are used here.
 enum SentStatus : int32_t { kSent = 0, kSending = 1, kFailed = 2 };
 
 struct ConversationName {
@@ -30,13 +30,13 @@ inline ConversationName conversation_of(const MessageResponse& message) {
   return {message.session_id_, message.session_type_};
 }
 
-// A message is unread when it was received and its `read_status_` is 0.
+// A message is unread if it was received and its `read_status_` is 0.
 inline bool is_unread(const MessageResponse& message) {
   return message.is_receive_ && message.read_status_ == 0;
 }
 
-// One store. Whatever it writes is on the disk when the call that commits returns. All operations
-// throw when they fail.
+// One store. All changes are on the disk when the committing call returns. All operations throw on
+// failure.
 class Store {
  public:
   Store() = default;
@@ -44,29 +44,28 @@ class Store {
   Store& operator=(const Store&) = delete;
   virtual ~Store() = default;
 
-  // Opens the store in `folder`, which ends with "/", or creates it, and marks every message that
-  // is still being sent as failed.
+  // Opens or creates the store in `folder`, which ends with "/", and marks every message that is
+  // still being sent as failed.
   virtual void open(const std::string& folder) = 0;
   virtual void close() = 0;
 
-  // The transaction around save() and add(). The other writers are one transaction each.
+  // The transaction around save() and add(). Each other write is its own transaction.
   virtual void begin() = 0;
   virtual void commit() = 0;
 
-  // Stores a message and brings its conversation's row up to date: newest message, its time,
-  // unread messages and unread mentions. Returns the message's id; ids count from 1. Refuses, with
-  // -1, a message whose server uid is stored, and an own one of a stored conversation, client uid
-  // and sender.
+  // Stores a message and updates its conversation's row: newest message, its time, unread messages
+  // and unread mentions. Returns the message's id, counted from 1. Returns -1 for a duplicate: a
+  // message whose server uid is stored, or an own message whose conversation, client uid and sender
+  // are.
   virtual int64_t save(const MessageResponse& message, bool mention) = 0;
 
-  // save() of a message that is known to be new, so that a store which is slow at the tests can be
-  // filled, too.
+  // As save(), for a message that is known to be new. Fills stores whose duplicate checks are slow.
   virtual int64_t add(const MessageResponse& message, bool mention) = 0;
 
   // Pins a conversation.
   virtual void pin(const ConversationName& name) = 0;
 
-  // The first `count` conversations, pinned first, then newest first, with their newest messages.
+  // The first `count` conversations with their newest messages: pinned first, then newest first.
   virtual std::vector<SessionInfo> first_page(int32_t count) = 0;
 
   // Up to `count` messages sent before the message of this id, newest first.
@@ -76,17 +75,17 @@ class Store {
   // Unread messages of all conversations.
   virtual int64_t total_unread() = 0;
 
-  // Called once, untimed, before mentions() of this conversation.
+  // Called once, without timing, before mentions() of this conversation.
   virtual void prepare_mentions(const ConversationName& /*name*/) {}
 
   // The ten newest unread mentions, oldest first.
   virtual std::vector<MessageResponse> mentions(const ConversationName& name) = 0;
 
-  // Marks the conversation's messages read, and no longer as mentions, and zeroes its counters.
+  // Marks the conversation's messages as read and not as mentions, and resets its counters to 0.
   virtual void mark_read(const ConversationName& name) = 0;
 
-  // Deletes messages, lowers the counters by the unread and the mentions among them, and points a
-  // conversation whose newest message went at the newest that is left.
+  // Deletes messages, lowers the counters by the unread messages and mentions among them, and
+  // updates the newest message of each conversation.
   virtual void remove(const std::vector<int64_t>& ids) = 0;
 };
 

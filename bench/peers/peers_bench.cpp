@@ -1,7 +1,7 @@
-// The project's store against what else it could have been made of: the same work, the same
-// durability, on the same file system, in one run. All contenders take part in each piece of work
-// in turn, so that what disturbs the machine disturbs all of them, and what they return is
-// compared. Stores lie in the folder that TMPDIR names, which must be on a disk.
+// Compares the project's store with alternatives: the same work, the same durability, on the same
+// file system, in one run. The contenders take turns at each piece of work, so that disturbances
+// affect all of them, and their results are compared. Stores are in the folder named by TMPDIR,
+// which must be on a disk.
 
 #include <linux/magic.h>
 #include <sys/vfs.h>
@@ -30,15 +30,15 @@ namespace {
 struct Sizes {
   int64_t messages = 100'000;
   int32_t conversations = 2'000;
-  int64_t singles = 1'000;  // messages saved one a transaction
-  double limit = 20e6;      // microseconds after which a replay in batches is stopped
+  int64_t singles = 1'000;  // messages saved in one transaction each
+  double limit = 20e6;      // microseconds until a batch replay is stopped
   int reads = 100;          // rounds of a read
   int openings = 20;        // rounds of an opening
   int32_t marked = 40;      // conversations marked as read
   int32_t removals = 10;    // deletions
 };
 
-constexpr std::size_t kBatch = 1000;  // deliveries a transaction
+constexpr std::size_t kBatch = 1000;  // deliveries per transaction
 constexpr int32_t kPage = 20;         // entries, or messages
 constexpr int32_t kPinned = 5;        // conversations
 constexpr int64_t kLargestMentions = 20;
@@ -81,8 +81,8 @@ void require_disk(const std::string& folder) {
   }
 }
 
-// The bytes that this process has handed to the kernel, as the kernel counts them; nothing where it
-// does not tell.
+// The bytes that this process has passed to the kernel, as counted by the kernel; no value if it
+// does not report them.
 std::optional<int64_t> bytes_by_kernel() {
   std::ifstream io("/proc/self/io");
   std::string name;
@@ -93,7 +93,7 @@ std::optional<int64_t> bytes_by_kernel() {
   return std::nullopt;
 }
 
-// Saves deliveries in one transaction, or with none around them.
+// Saves deliveries, in one transaction or in none.
 void save(Store& store, const Delivery* begin, const Delivery* end, bool in_transaction) {
   if (in_transaction) store.begin();
   for (const Delivery* each = begin; each != end; ++each) {
@@ -129,25 +129,26 @@ class Comparison {
   void compare_contents();
   void print_results();
 
-  // Adds the new ones among the deliveries from this one on.
+  // Adds the new messages among the deliveries from index `from` on.
   static void catch_up(Store& store, const std::vector<Delivery>& deliveries, std::size_t from);
 
-  // Saves messages one a transaction, but for the project's store when it is to begin none. The
-  // times of each contestant for each delivery.
+  // Saves each message in its own transaction, or, for the project's store, optionally without one.
+  // Returns the times of each contestant for each delivery.
   std::vector<std::vector<double>> save_singly(Traffic& traffic, bool corvan_begins);
 
-  // Calls `operation` with each contestant's store; the result, which is the same for all.
+  // Calls `operation` with each contestant's store and returns the result, which must be equal for
+  // all.
   template <typename Operation>
   auto agreed(const std::string& what, Operation&& operation);
-  // The same, timed in rounds and added as a row.
+  // As agreed(), but timed in rounds and added as a row.
   template <typename Operation>
   auto measure_read(const std::string& what, Operation&& operation);
-  // Times an operation that does something else in each round, counted from 0.
+  // Times an operation that depends on the round, counted from 0.
   template <typename Operation>
   void measure_write(const std::string& what, int32_t rounds, Operation&& operation);
 
-  // Calls `operation` with each contestant's index, forwards in one round and backwards in the
-  // next, so that none always follows the same other one.
+  // Calls `operation` with each contestant's index, forwards in even rounds and backwards in odd
+  // ones, so that no contestant always follows the same other one.
   template <typename Operation>
   void in_turn(std::size_t round, Operation&& operation) const {
     const std::size_t last = all_.size() - 1;
@@ -166,7 +167,7 @@ class Comparison {
     add_row(what, medians);
   }
 
-  // What a contestant wrote in so many operations.
+  // Adds a row with the writes of a contestant per operation.
   void add_writing(const std::string& what, const std::string& name, const IoCounts& counts,
                    double operations) {
     writing_.push_back({what, name, static_cast<double>(counts.commits) / operations,
@@ -184,7 +185,7 @@ class Comparison {
   const Sizes sizes_;
   Workload workload_;
   Contestants all_;  // the project's store first
-  DiskProbe disk_;   // measured among the replays with one message a transaction
+  DiskProbe disk_;   // measured between the replays with one message per transaction
 
   // Rows of the tables.
   std::vector<Report::Row> work_;
@@ -209,7 +210,7 @@ auto Comparison::measure_read(const std::string& what, Operation&& operation) {
   for (int round = 0; round < sizes_.reads; ++round) {
     in_turn(static_cast<std::size_t>(round), [&](std::size_t i) {
       Store& store = *all_[i]->store;
-      // Untimed first, so that none pays for what the one before left of the processor's caches.
+      // First without timing: the previous contestant has displaced the processor's caches.
       auto result = operation(store);
       times[i].push_back(time_of([&] { result = operation(store); }));
       Report::verify(same(result, expected), what);
@@ -385,7 +386,7 @@ void Comparison::measure_reads() {
 }
 
 void Comparison::measure_marking_read() {
-  // Conversations of the upper half; measure_removing() takes those of the lower one.
+  // Conversations of the upper half; measure_removing() uses those of the lower half.
   measure_write("marking a conversation read", sizes_.marked, [&](Store& store, int32_t round) {
     store.mark_read(workload_.name(sizes_.conversations / 2 + round));
   });
@@ -393,7 +394,7 @@ void Comparison::measure_marking_read() {
 }
 
 void Comparison::measure_removing() {
-  // From each conversation one message, from every fifth its newest.
+  // One message from each conversation; from every fifth, the newest.
   std::vector<std::vector<int64_t>> rounds(static_cast<std::size_t>(sizes_.removals));
   int32_t conversation = Workload::kLargest;
   for (std::vector<int64_t>& removed : rounds) {

@@ -1,4 +1,4 @@
-// Whether two contenders returned the same.
+// Compares the results of two contenders.
 
 #ifndef BENCH_PEERS_SAME_H_
 #define BENCH_PEERS_SAME_H_
@@ -12,7 +12,7 @@
 
 namespace corvan_bench {
 
-// What every read fills of a message.
+// Compares the fields that every read fills.
 inline auto message_fields(const MessageResponse& m) {
   return std::tie(m.session_id_, m.session_type_, m.msg_id_, m.object_name_, m.content_, m.sender_,
                   m.server_uid_, m.is_receive_, m.read_status_, m.sent_status_);
@@ -24,7 +24,7 @@ inline bool same(int64_t a, int64_t b) {
 inline bool same(const MessageResponse& a, const MessageResponse& b) {
   return message_fields(a) == message_fields(b) && a.sent_time_ == b.sent_time_;
 }
-// The conversation list leaves its messages' times out.
+// Without the times of the messages: the conversation list does not fill them.
 inline bool same(const SessionInfo& a, const SessionInfo& b) {
   const auto fields = [](const SessionInfo& entry) {
     return std::tie(entry.session_id_, entry.session_type_, entry.title_, entry.draft_,

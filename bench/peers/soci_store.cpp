@@ -1,7 +1,7 @@
-// The first draft on SOCI. Its statements are bound to variables once, when they are prepared.
+// The draft on SOCI. Its statements are bound to variables once, when they are prepared.
 
 #include <soci/soci-config.h>
-// The packages are built with Boost, but its headers are needed only to bind Boost's own sequences.
+// The packages are built with Boost, but Boost's headers are needed only to bind Boost's own types.
 #undef SOCI_HAVE_BOOST
 
 #include <soci/soci.h>
@@ -19,7 +19,7 @@ namespace {
 using soci::into;
 using soci::use;
 
-// What the kept statements take their parameters from.
+// The variables that the kept statements read their parameters from.
 struct Parameters {
   std::string conversation_id;
   std::string object_name;
@@ -56,8 +56,8 @@ struct Parameters {
   }
 };
 
-// What they put their columns into. The indicator takes the NULLs of a conversation without its
-// newest message.
+// The variables that they write columns to. The indicator is needed for the NULLs of a conversation
+// without a newest message.
 struct Columns {
   soci::indicator null = soci::i_ok;
   std::string conversation_id;
@@ -143,8 +143,8 @@ struct Statements {
   soci::statement correct_latest;
 };
 
-// Runs a query to its end, so that it holds no snapshot; calls `take_row` for each row and returns
-// whether there was one.
+// Runs a query to its end, so that it releases its snapshot. Calls `take_row` for each row and
+// returns true if there was one.
 template <typename TakeRow>
 bool read_all(soci::statement& statement, TakeRow&& take_row) {
   bool any = false;
@@ -287,7 +287,7 @@ class SociStore final : public SqliteDraft {
     statements_->correct_latest.execute(true);
   }
 
-  // The message of the current row, but its time.
+  // The message of the current row, without its time.
   MessageResponse message(const ConversationName& name) const {
     MessageResponse message;
     message.session_id_ = name.id;

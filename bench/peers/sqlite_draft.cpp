@@ -41,9 +41,9 @@ constexpr std::array kSchema = {
     "create index if not exists message_time on message(conversation_id,kind,sent_time)",
 };
 
-// What the draft turns out to need once it holds a real user's messages: the two duplicate tests,
-// without which a replay slows down with every message, and the order of the conversation list,
-// without which each page joins and sorts all conversations.
+// The indexes that the draft turns out to need with a real user's messages. Two serve the duplicate
+// checks; without them a replay slows down with every message. One has the order of the
+// conversation list; without it each page joins and sorts all conversations.
 constexpr std::array kNeededIndexes = {
     "create index if not exists message_server_uid on message(server_uid)",
     "create index if not exists message_client_uid on message(conversation_id,kind,client_uid)",

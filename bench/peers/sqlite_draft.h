@@ -1,5 +1,5 @@
-// The store that a first draft on SQLite would be, but for the wrapper that runs its statements:
-// schema, SQL texts and the order of the steps. A wrapper derives from it and runs the statements.
+// A plausible first draft of a store on SQLite: schema, SQL texts and the order of the steps. A
+// derived class runs the statements through a wrapper library.
 
 #ifndef BENCH_PEERS_SQLITE_DRAFT_H_
 #define BENCH_PEERS_SQLITE_DRAFT_H_
@@ -14,11 +14,11 @@
 
 namespace corvan_bench {
 
-// Parameters are bound in the order in which they stand in the text.
+// Parameters are bound in the order of the text.
 namespace draft_sql {
 
-// Without an index on the server uid, looking for it within the conversation is the best there is:
-// it walks the index on conversation and time instead of the whole table.
+// Without an index on the server uid, the best search is within the conversation: it walks the
+// index on conversation and time instead of the whole table.
 inline constexpr const char* kFindServerUidInConversation =
     "select id from message where server_uid=:server_uid and conversation_id=:conversation_id "
     "and kind=:kind limit 1";
@@ -95,7 +95,7 @@ class SqliteDraft : public Store {
   void remove(const std::vector<int64_t>& ids) final;
 
  protected:
-  // What counters and conversations have to know of a message before it is deleted.
+  // The fields of a message that are needed to update its conversation when it is deleted.
   struct Removal {
     ConversationName conversation;
     int32_t unread = 0;
@@ -103,14 +103,14 @@ class SqliteDraft : public Store {
   };
 
   virtual void connect(const std::string& file) = 0;
-  // Prepares the statements that are kept until close().
+  // Prepares the statements; they are kept until close().
   virtual void prepare(const std::string& find_server_uid) = 0;
-  // Runs a statement once and drops its rows.
+  // Runs a statement once and ignores its rows.
   virtual void execute(const std::string& sql) = 0;
   // The first column of the first row.
   virtual int64_t number(const std::string& sql) = 0;
 
-  // Each runs the statement of its name.
+  // Each runs the statement with its name.
   virtual bool find_server_uid(const MessageResponse& message) = 0;
   virtual bool find_client_uid(const MessageResponse& message) = 0;
   virtual int64_t insert_message(const MessageResponse& message, bool mention) = 0;
@@ -123,7 +123,7 @@ class SqliteDraft : public Store {
   virtual void lower_counters(const Removal& removal) = 0;
   virtual void correct_latest(const ConversationName& name, int64_t deleted_id) = 0;
 
-  // Whether find_server_uid() binds the conversation, too.
+  // Whether find_server_uid() also binds the conversation.
   bool within_conversation() const { return indexes_ == DraftIndexes::kFirstDraft; }
 
  private:

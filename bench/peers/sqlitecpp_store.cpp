@@ -1,4 +1,4 @@
-// The first draft on SQLiteCpp.
+// The draft on SQLiteCpp.
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <SQLiteCpp/VariadicBind.h>
@@ -45,7 +45,7 @@ struct Statements {
   SQLite::Statement correct_latest;
 };
 
-// One use of a kept statement: bound at the start, ready for the next use at the end.
+// One use of a kept statement: binds it at the start, resets it at the end.
 class Query {
  public:
   template <typename... Values>
@@ -67,7 +67,7 @@ class Query {
   SQLite::Statement& statement_;
 };
 
-// The columns from `first` on, as the texts select them: id to sent_status.
+// Reads the columns from `first` on, in the order of the SQL texts: id to sent_status.
 void read_message(Query& query, int first, const ConversationName& name, MessageResponse& message) {
   message.session_id_ = name.id;
   message.session_type_ = name.kind;

@@ -44,15 +44,15 @@ int64_t Workload::random(int64_t below) {
   return static_cast<int64_t>(random_() % static_cast<uint64_t>(below));
 }
 
-// As random as a server's, so that indexes on it are filled at random places.
+// Random like a server's uids, so that indexes on it are filled in random order.
 std::string Workload::random_uid() {
   std::array<char, 32> text = {};
   std::snprintf(text.data(), text.size(), "%016llX", static_cast<unsigned long long>(random_()));
   return text.data();
 }
 
-// 20 to 140 letters and blanks. They repeat themselves less than a language does, so that a store
-// which compresses gains no more by it than it would from users' messages.
+// 20 to 140 letters and blanks. They are less repetitive than natural language, so that compression
+// gains no more than it would with real messages.
 std::string Workload::random_text() {
   static constexpr std::string_view kLetters = "    eeeettaaooiinnsshhrrddllcumwfgypbvk";
   std::string text;

@@ -1,4 +1,4 @@
-// The messages that all contenders store.
+// The messages for all contenders.
 
 #ifndef BENCH_PEERS_WORKLOAD_H_
 #define BENCH_PEERS_WORKLOAD_H_
@@ -15,30 +15,30 @@ namespace corvan_bench {
 struct Delivery {
   MessageResponse message;
   bool mention = false;
-  int64_t expected_id = 0;  // -1 for a repeated one
+  int64_t expected_id = 0;  // -1 for a repeated message
 };
 
-// Messages in the order of their times, one in ten of them in the largest conversation and the rest
-// spread evenly, private and group. One in ten is an own one from another device. The same in every
-// run.
+// Messages in time order. One in ten is in the largest conversation; the rest are spread evenly
+// over private and group conversations. One in ten is an own message from another device. Equal in
+// every run.
 class Workload {
  public:
-  // `largest_mentions`: how many of the largest conversation's messages are mentions, about, once
-  // `messages` are delivered. Of the other group messages two in a hundred are.
+  // `largest_mentions` is the approximate number of mentions in the largest conversation after
+  // `messages` deliveries. Of the other group messages, 2 % are mentions.
   Workload(int64_t messages, int32_t conversations, int64_t largest_mentions);
 
-  // The next `count` new messages, and after every hundredth a repeated one of those delivered by
-  // then: with its server uid, or, an own one, with its client uid and another server uid.
+  // The next `count` new messages. After every hundredth, an earlier message is repeated: with its
+  // server uid or, if it is an own message, with its client uid and another server uid.
   std::vector<Delivery> next(int64_t count);
 
-  // An own message that is being sent, in the largest conversation.
+  // An own message in the largest conversation that is being sent.
   Delivery being_sent();
 
   static constexpr int32_t kLargest = 0;
   int32_t conversations() const { return static_cast<int32_t>(ids_.size()); }
   ConversationName name(int32_t conversation) const;
 
-  // The ids of the conversation's messages, in the order of their times.
+  // The ids of the conversation's messages in time order.
   const std::vector<int64_t>& ids(int32_t conversation) const {
     return ids_[static_cast<std::size_t>(conversation)];
   }

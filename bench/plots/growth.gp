@@ -1,4 +1,4 @@
-# Time of an operation by the size of the store. Given: data, picture.
+# Plots the time of operations by the size of the store. Variables: data, picture.
 set terminal svg noenhanced size 900,560 font "sans-serif,13" background "white"
 set output picture
 set title "Time of one call by the number of messages stored"

@@ -1,4 +1,4 @@
-# What the contenders take for the same work, in units of what the store takes. Given: data, picture.
+# Plots the contenders' times for the same work, relative to the store's. Variables: data, picture.
 set terminal svg noenhanced size 1200,640 font "sans-serif,12" background "white"
 set output picture
 set title "Time for the same work; Corvan = 1, less is better"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Draws what results.json holds: growth.svg, peers.svg. Usage: plot.sh RESULTS FOLDER
+# Draws growth.svg and peers.svg from results.json. Usage: plot.sh RESULTS FOLDER
 set -euo pipefail
 results=$1
 folder=$2
@@ -8,7 +8,7 @@ data=$(mktemp -d)
 trap 'rm -rf "$data"' EXIT
 
 if jq -e '.growth' "$results" >/dev/null; then
-  # One column an operation, one line a size.
+  # One column per operation, one line per size.
   jq -r '
     [.growth.tables[] | select(.title | test("^(Reads|Writes|Sums)")) | .rows[]] as $rows
     | ["history, newest page [largest]", "list, first page of two kinds",
@@ -24,7 +24,7 @@ if jq -e '.growth' "$results" >/dev/null; then
 fi
 
 if jq -e '.peers' "$results" >/dev/null; then
-  # How many times ours each contender takes; a rate counts by its reciprocal.
+  # The contenders' times relative to ours; rates are inverted.
   jq -r '
     (.peers.tables[] | select(.title | startswith("Work on a store")) | .rows) as $rows
     | ($rows[0] | keys_unsorted | map(select(. != "work"))) as $names

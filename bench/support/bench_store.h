@@ -10,7 +10,7 @@
 
 namespace corvan_bench {
 
-// A store in a temporary folder. Only one can be open at a time; none is at first.
+// A store in a temporary folder, initially closed. Only one can be open at a time.
 class BenchStore {
  public:
   BenchStore() = default;
@@ -18,17 +18,17 @@ class BenchStore {
   BenchStore& operator=(const BenchStore&) = delete;
   ~BenchStore() { close(); }
 
-  // Throws std::runtime_error when it cannot be opened, std::logic_error when another one is open.
+  // Throws std::runtime_error if it cannot be opened, std::logic_error if another one is open.
   void open();
   void close();
 
-  // Gives the new, closed store other indexes than the schema's: `replaced` maps an index's name
-  // to its statement; an empty one leaves the index out.
+  // Changes the indexes of the new, closed store: `replaced` maps an index's name to its statement;
+  // an empty statement drops the index.
   void replace_indexes(const std::map<std::string, std::string>& replaced) const;
 
   Corvan::CvDbSingleton* operator->() const { return Corvan::CvDbSingleton::get_instance(); }
   std::string file() const { return folder_.file("corvan"); }
-  // The first column of a query's only row, through a connection of its own.
+  // The first column of a query's only row, read through a separate connection.
   double number(const std::string& sql) const;
 
  private:

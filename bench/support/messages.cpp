@@ -15,7 +15,7 @@ constexpr std::array<const char*, 10> kWords = {"meeting", "tomorrow", "yes",   
                                                 "好的",    "明天见",   "lunch", "see you there",
                                                 "thanks",  "😀"};
 
-// The conversation with this number; 0 is the largest.
+// The conversation with this number; number 0 is the largest conversation.
 std::string conversation_id(std::uint64_t number) {
   return "conversation-" + std::to_string(100000 + number);
 }

@@ -11,12 +11,12 @@
 
 namespace corvan_bench {
 
-// Messages as a client meets them: in time order, in bursts of one conversation; a tenth in the
-// largest conversation, a quarter in a twentieth of the others. Seven of ten are received. Of the
-// own ones in private conversations most are covered by a receipt. Equal seeds give equal messages.
+// Messages as a client receives them: in time order, in bursts of one conversation. 10 % are in the
+// largest conversation, 25 % in a twentieth of the others. 70 % are received. Most own messages in
+// private conversations are covered by a receipt. Equal seeds give equal messages.
 class MessageStream {
  public:
-  // `burst` is the mean number of messages that follow each other in one conversation.
+  // `burst` is the mean number of consecutive messages in one conversation.
   MessageStream(std::uint64_t seed, int conversations, int burst);
 
   Corvan::MessageResponse next();
@@ -38,7 +38,7 @@ class MessageStream {
   int64_t time_ = 1700000000000;
 };
 
-// Saves a message with the single save, as one that has just come in or been sent.
+// Saves a message with the single save, as if it had just been received or sent.
 int64_t save_live(const Corvan::MessageResponse& message);
 
 }  // namespace corvan_bench

@@ -5,15 +5,15 @@
 
 namespace corvan_bench {
 
-// What every benchmark takes on its command line.
+// The command-line options of every benchmark.
 struct Options {
-  std::string json;    // file for the results; empty for none
-  bool quick = false;  // the smallest sizes, to see that the benchmark works
-  bool full = false;   // the largest sizes, too
+  std::string json;    // file for the results; empty: none
+  bool quick = false;  // the smallest sizes, as a test of the benchmark
+  bool full = false;   // also the largest sizes
 };
 
-// Ends the process with a line on standard error and status 2 when the command line is wrong, with
-// status 0 after "--help".
+// Ends the process with a message on standard error and status 2 if the command line is wrong, and
+// with status 0 after "--help".
 Options parse_options(int argc, char** argv);
 
 }  // namespace corvan_bench

@@ -13,7 +13,7 @@ namespace corvan_bench {
 
 namespace {
 
-// Three digits that count, thousands of a large number set apart.
+// Formats with three significant digits, and with separators between thousands.
 std::string number_text(double value) {
   const double size = std::fabs(value);
   int decimals = 0;

@@ -10,27 +10,27 @@
 
 namespace corvan_bench {
 
-// The results of one benchmark: printed as tables while they come, and written as JSON at the end.
+// The results of one benchmark, printed as tables at once and written as JSON at the end.
 class Report {
  public:
-  // A text, a count or a measured number; numbers are printed with three digits that count.
+  // A text, a count or a measured number. Numbers are printed with three significant digits.
   using Cell = nlohmann::ordered_json;
   using Row = std::vector<Cell>;
 
   Report(std::string benchmark, Options options);
 
-  // Prints a table; each row has a cell for each column.
+  // Prints a table. Each row has one cell per column.
   void table(const std::string& title, const std::vector<std::string>& columns,
              const std::vector<Row>& rows);
 
-  // Prints a bound and whether it holds; one that does not makes finish() return 1.
+  // Prints a bound and whether it holds. If it does not, finish() returns 1.
   void bound(const std::string& what, double measured, double at_most);
   void bound_below(const std::string& what, double measured, double at_least);
 
-  // A condition without which the figures mean nothing: throws std::runtime_error.
+  // Throws std::runtime_error if a condition of the benchmark does not hold.
   static void verify(bool holds, const std::string& what);
 
-  // Writes the JSON file, if one is asked for; the exit status of the benchmark.
+  // Writes the JSON file if one was requested, and returns the exit status of the benchmark.
   int finish();
 
  private:

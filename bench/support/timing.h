@@ -8,7 +8,7 @@
 
 namespace corvan_bench {
 
-// Microseconds that one call takes.
+// The time of one call in microseconds.
 template <typename Function>
 double time_of(Function&& function) {
   const auto start = std::chrono::steady_clock::now();
@@ -23,8 +23,8 @@ inline double median(std::vector<double> values) {
   return *middle;
 }
 
-// The median microseconds of each function, all called in turn, round after round, so that what
-// disturbs the machine disturbs all of them.
+// The median time of each function in microseconds. The functions take turns in each round, so that
+// disturbances affect all of them.
 inline std::vector<double> alternating_medians(
     int rounds, const std::vector<std::function<void()>>& functions) {
   std::vector<std::vector<double>> times(functions.size());

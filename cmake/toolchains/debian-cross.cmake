@@ -1,7 +1,9 @@
-# Builds for another architecture with Debian's cross compilers, and runs what was built under QEMU.
-# Variables say for which, as scripts/test_matrix.sh sets them: CORVAN_CROSS_TRIPLET
-# (aarch64-linux-gnu), CORVAN_CROSS_PROCESSOR (aarch64), CORVAN_CROSS_SYSROOT, the folder into which
-# the packages of that architecture were unpacked, and CORVAN_CROSS_EMULATOR (qemu-aarch64-static).
+# Builds for another architecture with Debian's cross compilers and runs programs under QEMU. Variables,
+# set by scripts/test_matrix.sh:
+#   CORVAN_CROSS_TRIPLET    such as aarch64-linux-gnu
+#   CORVAN_CROSS_PROCESSOR  such as aarch64
+#   CORVAN_CROSS_SYSROOT    the folder with the unpacked packages of that architecture
+#   CORVAN_CROSS_EMULATOR   such as qemu-aarch64-static
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES
   CORVAN_CROSS_TRIPLET CORVAN_CROSS_PROCESSOR CORVAN_CROSS_SYSROOT CORVAN_CROSS_EMULATOR)
 set(triplet "${CORVAN_CROSS_TRIPLET}")
@@ -11,7 +13,7 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR "${CORVAN_CROSS_PROCESSOR}")
 set(CMAKE_C_COMPILER "${triplet}-gcc")
 set(CMAKE_CXX_COMPILER "${triplet}-g++")
-# 32-bit ARM passes some values otherwise than before g++ 7; nothing here is so old.
+# Silence the notes on the ABI change of 32-bit ARM in g++ 7: nothing here was built before it.
 set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
 
 set(CMAKE_FIND_ROOT_PATH "${sysroot}")
@@ -22,7 +24,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_LIBDIR} "${sysroot}/usr/lib/${triplet}/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${sysroot}")
 
-# With its folder: tests start programs without a search for them.
+# The absolute path: tests start programs without searching PATH.
 find_program(emulator_path "${CORVAN_CROSS_EMULATOR}" REQUIRED)
 set(CMAKE_CROSSCOMPILING_EMULATOR
   "${emulator_path};-L;/usr/${triplet};-E;LD_LIBRARY_PATH=${sysroot}/usr/lib/${triplet}")

@@ -1,5 +1,5 @@
-# Checks in the linker's MAP of PROGRAM that the library STORE went into it, and nothing of the library
-# BASE; then runs it with FOLDER, under the EMULATOR if there is one, and checks what it says.
+# Checks in the linker's MAP that PROGRAM contains the library STORE and nothing of the library BASE. Then
+# runs it with FOLDER, under the EMULATOR if one is given, and checks its output.
 
 file(READ "${MAP}" map)
 string(FIND "${map}" "${STORE}" store)

@@ -1,4 +1,4 @@
-// Work done in a process of its own, so that a crash is a result.
+// Runs work in a child process, so that a crash can be reported.
 
 #ifndef TESTS_DAMAGE_CHILD_H_
 #define TESTS_DAMAGE_CHILD_H_
@@ -9,8 +9,8 @@
 
 namespace corvan_test {
 
-// What a process did with the files of a store. It lies in memory that both processes see: what was
-// written before a crash is there after it.
+// What a process did with the files of a store. It lies in shared memory, so the parent sees what
+// the child wrote before a crash.
 struct Outcome {
   bool opened = false;             // the first opening returned true
   bool deleted = false;            // the file was deleted, by the operation `deleted_by` first
@@ -34,8 +34,8 @@ struct Ended {
   std::string otherwise;  // how the process ended when not as it should: by a signal, by a checker
 };
 
-// Runs `work` in a process of its own, for a minute at most. It ends through exit(), where the
-// checkers look for leaks. An exception is a complaint.
+// Runs `work` in a child process, for at most a minute. The child ends through exit(), so that the
+// sanitizers look for leaks. An exception counts as a complaint.
 Ended in_child(const std::function<void(Outcome&)>& work);
 
 }  // namespace corvan_test

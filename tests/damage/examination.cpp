@@ -24,8 +24,8 @@ bool open_store(const std::string& folder) {
   return store().init_open_db(cvrtc::Pathname(folder), "", "me");
 }
 
-// Two failures come with every store: the reader of the draft names a column that is not there, and
-// a copy creates each table and index of the older store, whether it is there or not.
+// Two failures are expected of every store: reading a draft names a column that does not exist, and
+// a copy creates each table and index of the older store even if it exists already.
 bool tells_of_failure(const std::string& line) {
   return line != prepare_failed("no such column: draft_message") &&
          line.find(" already exists") == std::string::npos;
@@ -85,7 +85,7 @@ class Examination {
     });
   }
 
-  // Runs one operation and looks at what it did to the file.
+  // Runs one operation and checks what it did to the file.
   void step(const std::string& name, const std::function<void()>& run) {
     note_running(outcome_, name);
     const bool was_there = file_is_there();
@@ -111,13 +111,13 @@ class Examination {
     corvan_test::complain(outcome_, all);
   }
 
-  // A name that leads to a regular file, the file itself or a link.
+  // Whether the name leads to a regular file, directly or through a link.
   bool file_is_there() const {
     std::error_code none;
     return std::filesystem::is_regular_file(file_, none);
   }
 
-  // After a deletion the second opening at the latest gives an empty store that works.
+  // After a deletion, the first or second opening gives an empty store that works.
   void check_new_store() {
     note_running(outcome_, "opening anew");
     for (int i = 0; i < 2 && store_connection() == nullptr; ++i) open_store(folder_);

@@ -1,5 +1,5 @@
-// Runs all operations on the files of a folder, and holds what happens against what the store
-// promises: only damage met while a statement is being prepared deletes a file.
+// Runs all operations on the files of a folder and checks what happens against the store's promise:
+// a file is deleted only if SQLite reports damage while it prepares a statement.
 
 #ifndef TESTS_DAMAGE_EXAMINATION_H_
 #define TESTS_DAMAGE_EXAMINATION_H_
@@ -12,13 +12,13 @@
 
 namespace corvan_test {
 
-// What is read from a sound store, operation by operation.
+// What each operation reads from a sound store.
 using Answers = std::vector<std::string>;
 
 // Opens, reads and closes the store of these files.
 Answers answers_of(const Files& files);
 
-// Whether a log line tells that SQLite called a file damaged, or no database, while preparing.
+// Whether a log line says that SQLite, while preparing, found a file damaged or not a database.
 bool tells_of_damage_at_prepare(const std::string& line);
 
 struct Expected {
@@ -26,7 +26,7 @@ struct Expected {
   bool can_unlink = true;  // the folder lets the store delete a file
 };
 
-// Works on the folder's file "corvan", which is closed at the end. A complaint tells of each broken
+// Works on the folder's file "corvan" and closes it at the end. There is one complaint per broken
 // promise.
 void examine(const std::string& folder, const Expected& expected, Outcome& outcome);
 

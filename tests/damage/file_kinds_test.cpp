@@ -1,4 +1,4 @@
-// Files that are no store of ours, in whole or in part, each with what becomes of it.
+// Opens files that are not stores, or only partly, and checks what happens to each.
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What became of a file, in words.
+// What happened to a file, in words.
 std::string fate(const Ended& ended) {
   const Outcome& outcome = ended.outcome;
   const std::string breach = ended.otherwise + outcome.complaint.data();
@@ -45,14 +45,14 @@ class FileKinds : public testing::Test {
   static void SetUpTestSuite() { prefer_memory(); }
   FileKinds() { other_store(); }
 
-  // Examines what lies in the folder.
+  // Examines the files in the folder.
   const Ended& examined(const Expected& expected = {}) {
     last_ = in_child([&](Outcome& outcome) { examine(folder.path(), expected, outcome); });
     return last_;
   }
   std::string fate_here(const Expected& expected = {}) { return fate(examined(expected)); }
 
-  // The same in a folder of its own.
+  // The same in a new folder.
   std::string fate_of(const Files& files, const Expected& expected = {}) {
     const TemporaryFolder own;
     write_files(own.path(), files);
@@ -61,7 +61,7 @@ class FileKinds : public testing::Test {
   }
   std::string fate_of(const std::string& content) { return fate_of(Files{{"", content}}); }
 
-  // The failure that was logged first.
+  // The first failure that was logged.
   std::string failure() const { return last_.outcome.failure.data(); }
 
   std::string file() const { return folder.file("corvan"); }
@@ -76,7 +76,7 @@ class FileKinds : public testing::Test {
   Ended last_;
 };
 
-// The closed store with `bytes` in its file header.
+// The closed store with `bytes` written into its file header.
 std::string with_header(std::size_t at, const std::string& bytes) {
   return overwritten(closed_store().at(""), at, bytes);
 }
@@ -104,7 +104,7 @@ TEST_F(FileKinds, EmptyFileBecomesAStore) {
   EXPECT_EQ(fate_of(""), kWorks);
 }
 
-// SQLite takes it for an empty one.
+// SQLite treats it as an empty file.
 TEST_F(FileKinds, FileOfOneByteBecomesAStore) {
   EXPECT_EQ(fate_of("x"), kWorks);
 }
@@ -126,7 +126,7 @@ TEST_F(FileKinds, HeaderWithAnotherTextEncodingIsDeleted) {
   }
 }
 
-// A file that a later SQLite has written is deleted as well.
+// This also deletes files that a later release of SQLite wrote.
 TEST_F(FileKinds, HeaderWithALaterReadVersionIsDeleted) {
   EXPECT_EQ(fate_of(with_header(19, "\x63")), kDeleted);
   EXPECT_NE(failure().find(";;;26;;;"), std::string::npos) << failure();
@@ -138,7 +138,7 @@ TEST_F(FileKinds, HeaderWithALaterWriteVersionIsReadOnly) {
       << failure();
 }
 
-// No code of damage: nothing works, and nothing is deleted.
+// SQLite does not report damage here: every operation fails, and nothing is deleted.
 TEST_F(FileKinds, HeaderWithALaterSchemaFormatFailsAndIsKept) {
   write_file(file(), with_header(47, "\x05"));
   EXPECT_EQ(fate_here(), kWorksInPart);
@@ -164,11 +164,11 @@ TEST_F(FileKinds, FileCutWithinTheFirstPageIsDeleted) {
   }
 }
 
-TEST_F(FileKinds, FileCutToNothingIsAnEmptyStoreWithoutAWord) {
+TEST_F(FileKinds, TruncatedFileBecomesAnEmptyStoreWithoutALogLine) {
   EXPECT_EQ(fate_of({{"", ""}}, closed_answers()), "kept and written, other rows read");
 }
 
-// ---- Sound databases of others ------------------------------------------------------------------
+// ---- Sound databases of other programs ----------------------------------------------------------
 
 TEST_F(FileKinds, DatabaseOfOtherTablesReceivesTheSchemaAndKeepsItsRows) {
   plant_file("create table t_theirs(a); insert into t_theirs values('x')");
@@ -177,7 +177,7 @@ TEST_F(FileKinds, DatabaseOfOtherTablesReceivesTheSchemaAndKeepsItsRows) {
   EXPECT_EQ(rows(file(), "select database_version from t_version"), Rows{"1"});
 }
 
-// But for the copy of an older store, which is in UTF-8.
+// All but the copy of an older store, which is in UTF-8.
 TEST_F(FileKinds, DatabaseInUtf16Works) {
   plant_file("pragma encoding='UTF-16le'; create table t_theirs(a)");
   EXPECT_EQ(fate_here(), kWorksInPart);
@@ -200,7 +200,7 @@ TEST_F(FileKinds, MessagesOfOtherColumnsFailAndAreKept) {
   EXPECT_EQ(rows(file(), "select * from t_message"), Rows{"1|2"});
 }
 
-// Taken for a store: nothing is created, whatever is missing.
+// The version makes it count as a store, so missing tables are not created.
 TEST_F(FileKinds, VersionWithoutTheOtherTablesFailsAndIsKept) {
   plant_file("create table t_version(database_version); insert into t_version values('9')");
   EXPECT_EQ(fate_here(), kWorksInPart);
@@ -226,7 +226,7 @@ TEST_F(FileKinds, ViewInPlaceOfATableFailsAndIsKept) {
   EXPECT_NE(failure().find(";;;1;;;"), std::string::npos) << failure();
 }
 
-// ---- What is no regular file --------------------------------------------------------------------
+// ---- Names that are not regular files -----------------------------------------------------------
 
 TEST_F(FileKinds, DirectoryFailsToOpen) {
   fs::create_directory(file());
@@ -243,7 +243,7 @@ TEST_F(FileKinds, LinkToASoundFileIsFollowed) {
             Rows{"1"});
 }
 
-// The link is deleted, what it leads to stays as it was.
+// The link is deleted; its target stays unchanged.
 TEST_F(FileKinds, LinkToADamagedFileIsDeletedAlone) {
   const std::string noise(2 * kPage, 'x');
   write_file(folder.file("target"), noise);
@@ -287,14 +287,14 @@ TEST_F(FileKinds, LogOfAnotherStoreBesideANewFileIsForgotten) {
   EXPECT_EQ(fate_of({{"", ""}, {"-wal", log}}, empty), kWorks);
 }
 
-// SQLite replays it: its pages replace those of the same numbers. Nothing tells of it at first.
+// SQLite replays it, so its pages replace those with the same numbers, at first without an error.
 TEST_F(FileKinds, LogOfAnotherStoreBesideASoundFileReplacesItsPages) {
   const std::string log = other_store().at("-wal");
   const std::string text = fate_of({{"", closed_store().at("")}, {"-wal", log}}, closed_answers());
   EXPECT_EQ(text.rfind("kept and written, other rows read", 0), 0U) << text;
 }
 
-// It holds the first page, which makes a database of any file.
+// The log holds the first page, so SQLite accepts any file beside it.
 TEST_F(FileKinds, LogWithTheFirstPageKeepsAFileThatIsNoDatabase) {
   const std::string log = crashed_store().at("-wal");
   const std::string text = fate_of({{"", std::string(2 * kPage, 'x')}, {"-wal", log}});
@@ -316,7 +316,7 @@ TEST_F(FileKinds, IndexWithoutItsLogIsMadeAnew) {
             kWorks);
 }
 
-// Without a log nothing can be read; without its index nothing can be written.
+// Without a usable log nothing can be read; without its index nothing can be written.
 TEST_F(FileKinds, DirectoryInPlaceOfTheLogFailsAndKeepsTheFile) {
   write_files(folder.path(), closed_store());
   fs::create_directory(folder.file("corvan-wal"));
@@ -334,14 +334,14 @@ TEST_F(FileKinds, DirectoryInPlaceOfTheIndexMakesTheFileReadOnly) {
   EXPECT_TRUE(fs::is_directory(folder.file("corvan-shm")));
 }
 
-// The store with a transaction half written into its file, and what undoes it in "-journal".
+// The store with half of a transaction in its file, and the journal that rolls it back.
 Files store_with_hot_journal() {
   const TemporaryFolder folder;
   write_files(folder.path(), closed_store());
   plant(folder.file("corvan"), "pragma journal_mode=delete");
   sqlite3* db = nullptr;
   sqlite3_open(folder.file("corvan").c_str(), &db);
-  // So few pages of memory that the others are written before the end of the transaction.
+  // A cache so small that pages are written before the transaction ends.
   sqlite3_exec(db, "pragma cache_size=5; begin; update t_message set content='torn'", nullptr,
                nullptr, nullptr);
   Files files = read_files(folder.path());
@@ -364,9 +364,9 @@ TEST_F(FileKinds, JournalOfNoiseIsIgnored) {
   EXPECT_EQ(fate_of({{"-journal", random.bytes(20000)}}, {answers_of({}), true}), kWorks);
 }
 
-// ---- Without the rights to write ----------------------------------------------------------------
+// ---- Without permission to write ----------------------------------------------------------------
 
-// Files that may not be written, or not deleted either.
+// Files that must not be written, and some that must not be deleted.
 class WithoutRights : public FileKinds {
  protected:
   void lay(const Files& files, fs::perms folder_rights) const {
@@ -405,7 +405,7 @@ TEST_F(WithoutRights, NoFileInAFolderToReadFailsToOpen) {
   EXPECT_EQ(fate(examined_without_rights({})), "not opened");
 }
 
-// The folder's rights decide, not the file's.
+// The permissions of the folder decide, not those of the file.
 TEST_F(WithoutRights, DamagedFileToReadIsDeleted) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderOfAll);
   EXPECT_EQ(fate(examined_without_rights({})), kDeleted);

@@ -21,7 +21,7 @@ void open(const TemporaryFolder& folder) {
   }
 }
 
-// The message of this number: every fourth is the user's own, every ninth fills several pages.
+// Message number N: every fourth is the user's own, every ninth fills several pages.
 void save(int number, const std::string& prefix) {
   const bool own = number % 4 == 0;
   const auto kind = static_cast<SessionType>(1 + number % 5);
@@ -37,7 +37,7 @@ void save(int number, const std::string& prefix) {
                        uid, false, false, !own);
 }
 
-// Messages from `first` to before `last`, and some settings of their conversations.
+// Saves messages `first` to `last` - 1 and some settings of their conversations.
 void fill(int first, int last, const std::string& prefix) {
   store().start_transaction();
   for (int number = first; number < last; ++number) save(number, prefix);
@@ -50,7 +50,7 @@ void fill(int first, int last, const std::string& prefix) {
   store().delete_message(std::vector<int64_t>{first + 3, first + 12});
 }
 
-// In one piece: a file is read for every point.
+// Reads in one piece for speed: each point of the random test reads a file.
 std::string content_of(const std::string& file) {
   std::string content(static_cast<std::size_t>(std::filesystem::file_size(file)), '\0');
   std::ifstream in(file, std::ios::binary);

@@ -17,7 +17,8 @@ namespace corvan_test {
 // The store of this process.
 Corvan::CvDbSingleton& store();
 
-// Contents by what follows "corvan" in the name: "", "-wal", "-shm", "-journal".
+// Contents of the files by the suffix of their names after "corvan": "", "-wal", "-shm",
+// "-journal".
 using Files = std::map<std::string, std::string>;
 
 Files read_files(const std::string& folder);
@@ -25,7 +26,7 @@ void write_files(const std::string& folder, const Files& files);
 
 constexpr std::size_t kPage = 4096;
 
-// The same numbers on every platform, which the standard's distributions do not give.
+// A random generator with the same numbers on every platform, unlike the standard distributions.
 class Random {
  public:
   explicit Random(uint64_t seed) : engine_(seed) {}
@@ -37,18 +38,18 @@ class Random {
   std::mt19937_64 engine_;
 };
 
-// `text` with `part` in place of what stands at `at`.
+// `text` with the bytes at `at` overwritten by `part`.
 std::string overwritten(std::string text, std::size_t at, const std::string& part);
 
-// A store of a few hundred messages in conversations of every kind, some larger than a page, as it
-// lies in its folder after it was closed.
+// The files of a closed store: a few hundred messages in conversations of every kind, some messages
+// larger than a page.
 const Files& closed_store();
 
-// The same with what was saved later, as a process leaves it that ended with the store open: the
-// later rows are in "-wal" alone. "-shm" is among the files.
+// The same store after further saves, as a process leaves it that ends without closing: the later
+// rows are only in "-wal". Includes "-shm".
 const Files& crashed_store();
 
-// As crashed_store(), of another user, with other rows.
+// Like crashed_store(), but of another user and with other rows.
 const Files& other_store();
 
 }  // namespace corvan_test

@@ -76,18 +76,18 @@ void log_cut(Files& files, Random& random) {
 void log_of_noise(Files& files, Random& random) {
   files["-wal"] = random.bytes(1 + random.below(20 * kPage));
 }
-// Begins as a log does.
+// Keeps the log's header.
 void log_header_and_noise(Files& files, Random& random) {
   files["-wal"].replace(kLogHeader, std::string::npos, random.bytes(20 * kPage));
 }
-// Up to a frame of the log: what SQLite takes for the whole.
+// Ends with a whole frame: SQLite accepts what is there as the whole log.
 void log_of_another_store(Files& files, Random& random) {
   const std::string& other = other_store().at("-wal");
   const std::size_t frames = (other.size() - kLogHeader) / (kPage + 24);
   files["-wal"] = other.substr(0, kLogHeader + (1 + random.below(frames)) * (kPage + 24));
 }
 
-// The index of the log is kept as it was, too.
+// The log's index is kept as well.
 void index_1_bit(Files& files, Random& random) {
   flip_bits(files["-shm"], 1, 136, random);  // its header
 }

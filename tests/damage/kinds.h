@@ -1,4 +1,4 @@
-// The kinds of damage that strike at random.
+// Kinds of random damage.
 
 #ifndef TESTS_DAMAGE_KINDS_H_
 #define TESTS_DAMAGE_KINDS_H_

@@ -1,6 +1,6 @@
-// Damage that strikes at random. The number of the seed chooses the kind, too, so that one point is
-// replayed with CORVAN_DAMAGE_SEED and CORVAN_DAMAGE_POINTS=1; "-wal" alone has numbers of SQLite's
-// own choice in it, which differ from run to run.
+// Random damage. The seed also chooses the kind of damage, so CORVAN_DAMAGE_SEED together with
+// CORVAN_DAMAGE_POINTS=1 repeats one point. Only "-wal" differs from run to run, because SQLite
+// puts random numbers into it.
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -25,7 +25,7 @@
 namespace corvan_test {
 namespace {
 
-// What became of the files of one kind of damage. Each is in one column, but for `found`.
+// Results of one kind of damage. Each file counts in exactly one column besides `found`.
 struct Counts {
   uint64_t tried = 0;
   uint64_t deleted = 0;
@@ -117,7 +117,7 @@ TEST_F(RandomDamage, DeletesOnlyWhatIsFoundDamagedAtAPrepare) {
   print("damage", tally_);
 }
 
-// What the table counts as harm is none of the sweep's own doing.
+// Shows that the sweep itself does no harm.
 TEST_F(RandomDamage, SoundFilesAreUnharmed) {
   for (const Files* files : {&closed_store(), &crashed_store()}) {
     const TemporaryFolder folder;
@@ -135,11 +135,11 @@ TEST_F(RandomDamage, SoundFilesAreUnharmed) {
   }
 }
 
-// ---- That the checks see what they look for -----------------------------------------------------
+// ---- The checks notice violations ---------------------------------------------------------------
 
 class DamageChecks : public RandomDamage {
  protected:
-  // The complaint about a sound file when `watcher` sees each statement.
+  // The complaint about a sound file if `watcher` interferes with each statement.
   static std::string complaint(PrepareWatcher watcher) {
     const TemporaryFolder folder;
     write_files(folder.path(), closed_store());
@@ -151,7 +151,7 @@ class DamageChecks : public RandomDamage {
     return ended.otherwise + ended.outcome.complaint.data();
   }
 
-  // A statement that the sweep has once.
+  // A statement that occurs once in the sweep.
   static bool is_check(const char* sql) { return std::strcmp(sql, "pragma integrity_check;") == 0; }
 
   static inline std::string watched_file;

@@ -1,4 +1,4 @@
-// What callers might not expect of a damaged file.
+// Behaviour with damaged files that may surprise callers.
 
 #include <sqlite3.h>
 
@@ -24,14 +24,14 @@ const std::string kMalformed = "database disk image is malformed";
 
 class DamageSurprises : public StoreTest {
  protected:
-  // The files are made with the one store that a process has: before it is opened.
+  // A process has one store, so the files are made with it before the test opens it.
   static void SetUpTestSuite() {
     prefer_memory();
     closed_store();
     other_store();
   }
 
-  // The store, closed, with these files in place of its own.
+  // Closes the store and replaces its files.
   void lay(const Files& files) {
     store().close_db();
     for (const char* name : {"corvan", "corvan-wal", "corvan-shm"}) {
@@ -42,10 +42,10 @@ class DamageSurprises : public StoreTest {
   }
   void lay(const std::string& content) { lay(Files{{"", content}}); }
 
-  // Whether the file can be read; a statement that reads none does not meet its damage.
+  // Whether a file is open. Reads a row, because a statement that reads nothing notices no damage.
   bool is_open() { return store().is_table_exist("t_message"); }
   bool deleted() const { return !file_exists(file()); }
-  // The files of the folder, sorted.
+  // The names of the folder's files, sorted.
   Rows files() const {
     Rows names;
     for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
@@ -55,13 +55,13 @@ class DamageSurprises : public StoreTest {
     return names;
   }
 
-  // Whether damage met while preparing was logged since the last call.
+  // Whether damage at a prepare has been logged since the last call.
   bool met_at_prepare() {
     const Rows lines = log.take();
     return std::any_of(lines.begin(), lines.end(), tells_of_damage_at_prepare);
   }
 
-  // Opens the closed store's file; only its schema is read by then.
+  // Opens the closed store's file. This reads no more than its schema.
   void open_closed_store() {
     lay(closed_store());
     ASSERT_TRUE(open());
@@ -71,9 +71,9 @@ class DamageSurprises : public StoreTest {
   }
 };
 
-// ---- The opening that deletes -------------------------------------------------------------------
+// ---- Opening a damaged file deletes it ----------------------------------------------------------
 
-TEST_F(DamageSurprises, OpeningReturnsTrueThoughItDeletedTheFileAndTheStoreIsClosed) {
+TEST_F(DamageSurprises, OpeningReturnsTrueAlthoughItDeletedTheFileAndClosedTheStore) {
   lay(kNoise);
   EXPECT_TRUE(open());
   EXPECT_EQ(log.take(), Rows{prepare_failed("file is not a database", SQLITE_NOTADB)});
@@ -101,8 +101,8 @@ TEST_F(DamageSurprises, OlderStoreThatIsDamagedWhenAttachedIsNotAttachedAndNothi
   EXPECT_EQ(save(NewMessage()), 1);
 }
 
-// Attaches a sound older store, which is damaged then; SQLite reads its schema again after the open
-// store was compacted.
+// Attaches a sound older store and then damages it. SQLite reads its schema again after the open
+// store has been compacted.
 class DamagedWhileAttached : public DamageSurprises {
  protected:
   void SetUp() override {
@@ -138,8 +138,8 @@ TEST_F(DamagedWhileAttached, CopyDeletesTheSoundOpenFile) {
   expect_only_the_sound_file_deleted();
 }
 
-// The schema that attaching has read is still known.
-TEST_F(DamagedWhileAttached, CopyThatMeetsItWhileSteppingKeepsBothFiles) {
+// SQLite still knows the schema that it read when attaching.
+TEST_F(DamagedWhileAttached, CopyThatFindsTheDamageWhileSteppingKeepsBothFiles) {
   store().createdb_copydata();
   EXPECT_FALSE(met_at_prepare());
   EXPECT_TRUE(is_open());
@@ -158,10 +158,10 @@ TEST_F(DamageSurprises, OpeningADamagedFileByNameDeletesTheOneThatWasOpenedBefor
   EXPECT_EQ(read_file(folder.file("other")), kNoise);
 }
 
-// ---- Damage met while stepping ------------------------------------------------------------------
+// ---- Damage found while stepping ----------------------------------------------------------------
 
-// The schema, which SQLite reads while preparing, is in the first page.
-TEST_F(DamageSurprises, DamageMetWhileSteppingIsLoggedAndTheFileKept) {
+// The damage is outside the first page, which holds the schema that SQLite reads when it prepares.
+TEST_F(DamageSurprises, DamageFoundWhileSteppingIsLoggedAndTheFileKept) {
   Files files = closed_store();
   files[""].replace(kPage, std::string::npos, files[""].size() - kPage, '\xff');
   lay(files);
@@ -182,7 +182,7 @@ TEST_F(DamageSurprises, DamageMetWhileSteppingIsLoggedAndTheFileKept) {
 
 // ---- "-wal" and "-shm" of a deleted file --------------------------------------------------------
 
-// Closing a connection deletes them, whatever they hold.
+// Closing the connection deletes them, whatever they hold.
 TEST_F(DamageSurprises, LogAndIndexGoWithTheDeletedFile) {
   lay({{"", kNoise}, {"-wal", kNoise}, {"-shm", kNoise}});
   EXPECT_TRUE(open());
@@ -190,7 +190,7 @@ TEST_F(DamageSurprises, LogAndIndexGoWithTheDeletedFile) {
   EXPECT_EQ(files(), Rows{});
 }
 
-// The next opening deletes the log that it finds beside an empty file.
+// The next opening deletes a log that lies beside an empty file.
 TEST_F(DamageSurprises, NewStoreTakesNothingFromTheLogOfTheDeletedFile) {
   lay(kNoise);
   EXPECT_TRUE(open());
@@ -206,7 +206,7 @@ TEST_F(DamageSurprises, NewStoreTakesNothingFromTheLogOfTheDeletedFile) {
   EXPECT_EQ(files(), Rows{"corvan"});
 }
 
-// As a crashed process leaves it, with a schema that cannot be read, in "-wal" alone.
+// What a crashed process leaves, but with an unreadable schema, which is only in "-wal".
 Files store_with_damaged_schema_in_log() {
   const TemporaryFolder own;
   write_files(own.path(), closed_store());
@@ -230,7 +230,7 @@ TEST_F(DamageSurprises, LogThatWasReadGoesWithTheDeletedFile) {
   EXPECT_EQ(files(), Rows{});
 }
 
-// As long as another connection has the file open, which the store itself never does.
+// They stay as long as another connection has the file open. The store itself never opens a second.
 TEST_F(DamageSurprises, LogAndIndexStayForAnotherConnection) {
   const Files damaged = store_with_damaged_schema_in_log();
   lay(damaged);
@@ -248,8 +248,8 @@ TEST_F(DamageSurprises, LogAndIndexStayForAnotherConnection) {
   EXPECT_EQ(rows("pragma integrity_check"), Rows{"ok"});
 }
 
-// A statement that the caller holds keeps the old connection from closing. It can be finalised
-// after the next opening, which is not disturbed.
+// A statement that the caller holds keeps the old connection open. It can be finalised after the
+// next opening without disturbing it.
 TEST_F(DamageSurprises, HeldStatementOutlivesTheDeletedFile) {
   ASSERT_EQ(save(NewMessage()), 1);
   int32_t rc = 0;
@@ -273,7 +273,7 @@ TEST_F(DamageSurprises, HeldStatementOutlivesTheDeletedFile) {
 
 // ---- A file cut short while it is open ----------------------------------------------------------
 
-// SQLite knows the schema by then: every statement can be prepared.
+// SQLite has read the schema already, so every statement can be prepared.
 TEST_F(DamageSurprises, FileCutWhileItIsOpenFailsAndIsKept) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{100}, kPage, 20 * kPage + 7}) {
     open_closed_store();
@@ -289,7 +289,7 @@ TEST_F(DamageSurprises, FileCutWhileItIsOpenFailsAndIsKept) {
   }
 }
 
-// What is left is met by the opening after: it is deleted, or, when nothing is left, taken for new.
+// The next opening deletes what is left, or makes a new store if nothing is left.
 TEST_F(DamageSurprises, FileCutWhileItWasOpenIsLostAtTheNextOpening) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{100}, kPage, 20 * kPage + 7}) {
     open_closed_store();
@@ -303,7 +303,7 @@ TEST_F(DamageSurprises, FileCutWhileItWasOpenIsLostAtTheNextOpening) {
   }
 }
 
-// ---- Looking for damage -------------------------------------------------------------------------
+// ---- Checking for damage ------------------------------------------------------------------------
 
 TEST_F(DamageSurprises, IntegrityCheckDeletesAFileWhoseSchemaItCannotRead) {
   for (const std::string& damaged :
@@ -332,7 +332,7 @@ TEST_F(DamageSurprises, IntegrityCheckReportsADamagedPageAndKeepsTheFile) {
   EXPECT_EQ(read_file(file()), files[""]);
 }
 
-TEST_F(DamageSurprises, IntegrityCheckDoesNotSeeATextThatWasChanged) {
+TEST_F(DamageSurprises, IntegrityCheckDoesNotNoticeAChangedText) {
   Files files = closed_store();
   const std::size_t at = files[""].find("room1:b");
   ASSERT_NE(at, std::string::npos);

@@ -30,7 +30,7 @@ SessionType kind_of(int number) {
   return kKinds[static_cast<std::size_t>(number) % kKinds.size()];
 }
 
-// ---- Answers as text ----------------------------------------------------------------------------
+// ---- Results as text ----------------------------------------------------------------------------
 
 std::string text(const std::string& value) {
   return value;
@@ -67,7 +67,7 @@ std::string lines(const std::vector<Record>& records) {
   return all;
 }
 
-// What `read` gives for each conversation.
+// The result of `read` for each conversation.
 template <typename Read>
 std::string of_each(const Read& read) {
   std::string all;

@@ -1,4 +1,4 @@
-// The operations of every section, one after the other, on a file that may be damaged.
+// Runs the operations of every section, one after the other, on a file that may be damaged.
 
 #ifndef TESTS_DAMAGE_SWEEP_H_
 #define TESTS_DAMAGE_SWEEP_H_
@@ -10,7 +10,7 @@
 
 namespace corvan_test {
 
-// What an operation works on: the store, which may be closed, and another sound store's file.
+// What an operation works on: the store, which may be closed, and the file of another, sound store.
 struct Subject {
   Corvan::CvDbSingleton& store;
   std::string old_file;
@@ -21,7 +21,7 @@ struct SweepOperation {
   std::string (*run)(const Subject& subject);  // what it read, as text; empty for a write
 };
 
-// Reads all that is stored, in every way that callers have.
+// Reads everything that is stored through every reading operation.
 const std::vector<SweepOperation>& sweep_reads();
 
 // Saves, changes, copies, deletes and compacts.

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Every command of the tool that a document names is one. Usage: commands_test.sh PROGRAM, from the
-# project's top.
+# Checks that every command of the tool that a document names exists. Usage: commands_test.sh PROGRAM,
+# in the project's root folder.
 set -eu
-# In text as `corvan COMMAND ...`, in a block of commands at a line's start, after a prompt or a ";".
+# Finds `corvan COMMAND ...` in text, and in code blocks at the start of a line, after a prompt or a ";".
 named=$(find . -name '*.md' ! -path './build*/*' ! -path './.git/*' -exec \
   sed -nE 's/`corvan /\n&/g; s/; corvan /\n&/g; s/^(\$ )?corvan /\n&/; T; p' {} + |
   sed -nE 's/^(`|; |\$ )?corvan ([a-z]+)([^a-z=].*)?$/\2/p' | sort -u)

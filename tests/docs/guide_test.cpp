@@ -1,5 +1,5 @@
-// Runs every C++ snippet of docs/guide.md in an empty folder and compares what it prints with what
-// the guide says that it prints.
+// Runs every C++ snippet of docs/guide.md in an empty folder and compares its output with the lines
+// "// prints:" in the guide.
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ namespace {
 
 using Corvan::CvDbSingleton;
 
-// The lines that a snippet says it prints.
+// The output that a snippet announces.
 std::string promised(const std::string& snippet) {
   const std::string mark = "// prints: ";
   std::istringstream lines(snippet);
@@ -31,7 +31,7 @@ std::string promised(const std::string& snippet) {
   return promise;
 }
 
-// What is written to standard output while the object lives.
+// Captures standard output while the object lives.
 class Output {
  public:
   Output() : before_(std::cout.rdbuf(text_.rdbuf())) {}
@@ -49,7 +49,7 @@ class Guide : public testing::TestWithParam<Snippet> {
  protected:
   static void SetUpTestSuite() { prefer_memory(); }
 
-  // A snippet that opens a user's first store finds it closed, every other one finds one open.
+  // The snippet that opens a store starts with a closed one; all others start with an open one.
   void SetUp() override {
     std::filesystem::current_path(folder_.path());
     if (GetParam().text.find("create_directories(\"users/") != std::string::npos) return;

@@ -1,4 +1,4 @@
-// The C++ snippets of docs/guide.md, as functions. CMakeLists.txt writes the unit that defines
+// The C++ snippets of docs/guide.md as functions; CMakeLists.txt generates the unit that defines
 // them.
 
 #ifndef TESTS_DOCS_SNIPPETS_H_
@@ -24,7 +24,7 @@ inline void PrintTo(const Snippet& snippet, std::ostream* out) {
   *out << "docs/guide.md:" << snippet.line;
 }
 
-// In the guide's order.
+// In the order of the guide.
 std::vector<Snippet> guide_snippets();
 
 }  // namespace corvan_test

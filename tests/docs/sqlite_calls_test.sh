@@ -1,5 +1,5 @@
 #!/bin/sh
-# The calls of SQLite that the built store makes are those that the document names, no more and no less.
+# Checks that the document names exactly the functions of SQLite that the built store calls.
 # Usage: sqlite_calls_test.sh NM LIBRARY DOCUMENT
 set -eu
 called=$("$1" -u "$2" | grep -o 'sqlite3_[a-z0-9_]*' | sort -u)

@@ -1,4 +1,4 @@
-// The fuzzers' inputs as they are kept, one after the other, without a fuzzer.
+// Runs the fuzzers' seeds without a fuzzer.
 
 #include <gtest/gtest.h>
 

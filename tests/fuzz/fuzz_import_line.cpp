@@ -1,4 +1,4 @@
-// libFuzzer's entry: lines of a conversation log.
+// Entry point of the fuzzer for lines of conversation logs.
 
 #include <cstdlib>
 #include <iostream>

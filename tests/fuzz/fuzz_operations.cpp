@@ -1,5 +1,5 @@
-// libFuzzer's entry: sequences of operations on the store and the model. Inputs are changed and
-// crossed by whole operations; a byte more or less would make others of all that follow.
+// Entry point of the fuzzer for sequences of operations on the store and the model. Mutation and
+// crossover work on whole operations: one byte more or less would change all that follow.
 
 #include <algorithm>
 #include <array>
@@ -51,7 +51,7 @@ class Changes {
     }
   }
 
-  // A few operations, as they follow one another.
+  // A few consecutive operations.
   Operations piece(const Operations& all) {
     if (all.empty()) return {};
     const std::size_t from = below(all.size());
