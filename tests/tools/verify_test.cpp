@@ -674,8 +674,8 @@ TEST_F(VerifyTest, TextTellsWhereWhatAndWhy) {
   EXPECT_EQ(outcome.out.substr(0, outcome.out.find('\n')),
             "1 finding: 0 impossible, 1 allowed; 1 note");
   for (const char* part :
-       {"\n\ncounter-unread (allowed, 1): unread_count is more than ", "\n  by: save_message, ",
-        "\n  mended by: --repair counters\n    room (group) unread_count 5, derived: 3\n",
+       {"\n\ncounter-unread (allowed, 1): unread_count is higher than ", "\n  by: save_message, ",
+        "\n  repaired by: --repair counters\n    room (group) unread_count 5, derived: 3\n",
         "\n\nfailed (note, 1): ",
         "\n    u01 (private) sent_status 2: messages 7, 8, 9, 10, 11, 12, 13, 14, 15, 16 and 2 "
         "more\n"}) {
@@ -1060,8 +1060,8 @@ TEST_F(VerifyTest, MessagesThatWereNotCountedAreANoteAndNamedInARepair) {
   EXPECT_NE(text.find("counters  counter-low  room (group)  unread_count  1 -> 2\n"),
             std::string::npos)
       << text;
-  EXPECT_NE(text.find("would be changed: 1\nnotes among them: 1; ordinary use can leave these, "
-                      "'corvan verify' tells how\n"),
+  EXPECT_NE(text.find("would be changed: 1\nnotes among them: 1; ordinary use can cause these, "
+                      "see 'corvan verify'\n"),
             std::string::npos)
       << text;
 }
@@ -1157,8 +1157,8 @@ TEST_F(VerifyTest, WhatIsLeftIsSaidWithTheReason) {
       "update t_session set unread_count='x',mention_count=4 where session_id='room';"
       "update t_session set session_time=null where session_id='u01'");
   const std::string reason =
-      "what it follows from is of another type than its column's, or the conversation has several "
-      "rows; see 'corvan verify'";
+      "a value that it depends on has the wrong type, or the conversation has several rows; "
+      "see 'corvan verify'";
   const Outcome tried = run({"verify", store(), "--repair", "counters,times", "--dry-run"});
   EXPECT_EQ(tried.status, 1);
   EXPECT_EQ(tried.out,
@@ -1178,8 +1178,8 @@ TEST_F(VerifyTest, WhatIsLeftIsSaidWithTheReason) {
   EXPECT_EQ(rows("select mention_count from t_session where session_id='room'"), Rows{"1"});
   const Outcome none = run({"verify", store(), "--repair", "times"});
   EXPECT_EQ(none.status, 1);
-  EXPECT_EQ(none.out.rfind("nothing could be mended\nleft: times u01 ", 0), 0U) << none.out;
-  EXPECT_EQ(output({"verify", store(), "--repair", "latest"}), "nothing to mend\n");
+  EXPECT_EQ(none.out.rfind("nothing could be repaired\nleft: times u01 ", 0), 0U) << none.out;
+  EXPECT_EQ(output({"verify", store(), "--repair", "latest"}), "nothing to repair\n");
 }
 
 TEST_F(VerifyTest, BackupsOfOneSecondLieBesideTheStore) {
@@ -1241,7 +1241,7 @@ TEST_F(VerifyTest, RepairChangesWhatIsNamedAndTellsIt) {
               corvan_test::rows(backup + "/corvan", "select * from t_message"));
 
     EXPECT_EQ(changes(repair(word)), Rows{});
-    EXPECT_EQ(backups(), Rows{}) << "a backup though nothing was mended";
+    EXPECT_EQ(backups(), Rows{}) << "a backup although nothing was repaired";
   }
   write_file(file(), broken);
   Rows changed = changes(repair(kAll, {"--backup", folder.file("all")}));
@@ -1261,8 +1261,8 @@ TEST_F(VerifyTest, RepairInText) {
   ASSERT_EQ(backups().size(), 1U);
   EXPECT_EQ(backups()[0].rfind("store.before-repair-2", 0), 0U);
   EXPECT_EQ(done,
-            table + "changed: 1; the store as it was is in " + folder.file(backups()[0]) + "\n");
-  EXPECT_EQ(output({"verify", store(), "--repair", "counters"}), "nothing to mend\n");
+            table + "changed: 1; the original was copied to " + folder.file(backups()[0]) + "\n");
+  EXPECT_EQ(output({"verify", store(), "--repair", "counters"}), "nothing to repair\n");
 }
 
 TEST_F(VerifyTest, ClientMayHaveTheStoreOpen) {
@@ -1359,8 +1359,8 @@ TEST_F(VerifyTest, CommitThatFailsOrIsInterruptedLeavesTheStoreAndTheCopy) {
   const std::string first = folder.file("first");
   const Outcome outcome = run({"verify", store(), "--repair", "counters", "--backup", first});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_NE(outcome.err.find("; nothing was changed; try again while the client rests; the store "
-                             "as it was is in " +
+  EXPECT_NE(outcome.err.find("; nothing was changed; try again while the client rests; the "
+                             "original was copied to " +
                              first + "\n"),
             std::string::npos)
       << outcome.err;
@@ -1420,7 +1420,7 @@ TEST_F(VerifyTest, DamagedFileIsSaidAndNotRepaired) {
   const Outcome outcome = run({"verify", store()});
   EXPECT_NE(outcome.out.find("; the file is damaged: see 'corvan salvage'\n"), std::string::npos);
   expect_refused({}, file() +
-                         ": damaged; nothing was changed; 'corvan salvage' brings out what can "
+                         ": damaged; nothing was changed; 'corvan salvage' recovers what can "
                          "be read");
   EXPECT_EQ(read_file(file()), broken);
 
