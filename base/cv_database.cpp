@@ -4,9 +4,9 @@ namespace Corvan {
 
 namespace {
 
-// Written only when everything else is there: a file without a version receives the schema again at
-// its next opening, and so what a full disk or a failed call kept it from having at this one. Under
-// a fixed row id, so that a second run replaces the row.
+// Written only if everything else exists. A file without a version receives the schema again at its
+// next opening, and with it whatever a full disk or a failed call prevented this time. The row id
+// is fixed, so that a second run replaces the row.
 std::string version_row(const std::map<std::string, std::string>& schema) {
   std::string names;
   for (const auto& entry : schema) names += (names.empty() ? "'" : ",'") + entry.first + "'";
@@ -17,21 +17,19 @@ std::string version_row(const std::map<std::string, std::string>& schema) {
 
 }  // namespace
 
-// The statements stay within what SQLite 3.14 can parse, the oldest release that the store runs on:
-// an older library that meets newer syntax in a schema reports the file as damaged. Inserts leave
-// columns out, so every column but the row id has a default.
+// The statements use only syntax that SQLite 3.14 can parse, the oldest release that the store runs
+// on: a library that meets newer syntax in a schema reports the file as damaged. Inserts leave
+// columns out, so every column except the row id has a default.
 //
-// The planner sees no statistics: it takes any equality on an index's first column to leave ten
-// rows, and believes a condition of a partial index only when the statement repeats it, or, of "is
-// not null", compares the column. Where an
-// index looks odd, it is so that no statement is led astray whatever a store holds, in whatever
-// order its indexes were created. Each one costs every save: docs/performance.md has what it costs
-// and what it buys.
+// The planner has no statistics. It assumes that any equality on an index's first column leaves ten
+// rows. It uses a partial index only if the statement repeats the index's condition or, for "is not
+// null", compares the column. Indexes that look odd keep every statement on its intended plan,
+// whatever the store contains and in whatever order its indexes were created. Each index costs time
+// in every save; docs/performance.md lists costs and benefits.
 std::map<std::string, std::string> CvDatabase::table_index() {
   std::map<std::string, std::string> schema = {
-      // Autoincrement: an id never comes back after its message is deleted, so nothing that still
-      // names the deleted message, such as an acknowledgement or a latest_id, can reach another
-      // one.
+      // Autoincrement: the id of a deleted message is never used again, so whatever still refers to
+      // the deleted message, such as an acknowledgement or a latest_id, cannot reach another one.
       {"t_message",
        "create table if not exists t_message("
        "id integer primary key autoincrement,"
@@ -57,7 +55,7 @@ std::map<std::string, std::string> CvDatabase::table_index() {
       {"t_message_sent_time",
        "create index if not exists t_message_sent_time on t_message(sent_time)"},
 
-      // Opening: the messages that are being sent, which are few.
+      // clear_sendstatus, at opening: few messages are being sent.
       {"t_message_sending",
        "create index if not exists t_message_sending "
        "on t_message(sent_status) where sent_status=1"},
@@ -67,35 +65,35 @@ std::map<std::string, std::string> CvDatabase::table_index() {
       {"t_message_server_uid",
        "create index if not exists t_message_server_uid on t_message(server_uid)"},
 
-      // Everything within one conversation by time. Rows of equal time come by id: upwards in
-      // ascending queries, downwards in descending ones. The columns after the id let a walk pass
-      // over a message that a query does not want without reading its row: history by kind of
-      // message, the newest received or sent one, what follows a time.
+      // Everything in one conversation by time. Rows with equal times are ordered by id, in the
+      // direction of the query. The columns after the id let queries skip messages without reading
+      // their rows: history by kind of message, the newest received or sent message, messages after
+      // a time.
       {"t_message_session",
        "create index if not exists t_message_session "
        "on t_message(session_id,session_type,sent_time,id,direction,sent_status,object_name)"},
 
-      // One conversation by id: get_max_message_id. Its number of messages, and, since the kind is
-      // in front, clear_session by kinds.
+      // One conversation by id: get_max_message_id. Its number of messages: get_message_count. And
+      // clear_session, since the kind is the first column.
       {"t_message_session_type",
        "create index if not exists t_message_session_type on t_message(session_type,session_id)"},
 
-      // update_message_receipt_status: own messages that no receipt covers. The columns that its
-      // condition names are its own, too: a statement takes the index that meets more columns, and
-      // would else take t_message_session.
+      // update_message_receipt_status: own messages that no receipt covers. The columns of the
+      // condition are also columns of the index, because the planner prefers the index that matches
+      // more columns; otherwise it would be t_message_session.
       {"t_message_uncovered",
        "create index if not exists t_message_uncovered "
        "on t_message(session_id,session_type,direction,sent_status,sent_time) "
        "where direction=0 and sent_status=0"},
 
-      // get_mention_message and get_unred_mention, which look at rows of direction 2 alone. The
-      // store never writes one: the index is empty but in copies of older stores.
+      // get_mention_message and get_unred_mention, which only read rows with direction 2. The store
+      // never writes such rows, so the index is empty except in copies of older stores.
       {"t_message_unread",
        "create index if not exists t_message_unread "
        "on t_message(session_id,session_type,direction,sent_time,id,read_status,is_mention) "
        "where direction=2"},
 
-      // Its key serves every statement on one conversation.
+      // The unique key serves every statement on one conversation.
       {"t_session",
        "create table if not exists t_session("
        "session_id text default '',"
@@ -112,24 +110,24 @@ std::map<std::string, std::string> CvDatabase::table_index() {
        "receipt_time integer default 0,"
        "unique(session_id,session_type))"},
 
-      // load_session_with_latestid, which delete_message by ids calls. What the sums of counters
-      // look at is in it as well; they read it from end to end, but for the sum over a single kind,
-      // which looks up the conversations of that kind.
+      // load_session_with_latestid, called by delete_message by ids. The sums of counters find all
+      // their columns in it too, and scan it. Only the sum over a single kind looks up the
+      // conversations of that kind.
       {"t_session_latest_id",
        "create index if not exists t_session_latest_id "
        "on t_session(latest_id,session_type,silence,unread_count,mention_count)"},
 
-      // The conversation list, walked in its order, from the end: of equal pins and times the
-      // larger
-      // kind comes first, and of one kind the younger row. No index begins with the kind: a page of
-      // several kinds past the pinned ones would take it, and sort all their conversations. The
-      // condition always holds. It hides the index from a part of a page's condition, "or
-      // is_top=0", which would else fetch and sort all unpinned conversations.
+      // The conversation list, read from the end: among equal pins and times the larger kind comes
+      // first, and within one kind the younger row. No index begins with the kind: a page of
+      // several
+      // kinds after the pinned ones would use it and sort all their conversations. The condition is
+      // always true. It hides the index from "or is_top=0" in a page's condition, which would
+      // otherwise fetch and sort all unpinned conversations.
       {"t_session_list",
        "create index if not exists t_session_list "
        "on t_session(is_top,session_time,session_type) where session_type is not null"},
 
-      // Its key serves get_sync_time and set_sync_time.
+      // The primary key serves get_sync_time and set_sync_time.
       {"t_sync",
        "create table if not exists t_sync("
        "user_id text primary key default '',"

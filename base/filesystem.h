@@ -1,4 +1,5 @@
-// What the store asks of the file system.
+/// @file
+/// The file-system query that the store needs.
 
 #ifndef BASE_FILESYSTEM_H_
 #define BASE_FILESYSTEM_H_
@@ -7,10 +8,11 @@
 
 namespace cvrtc {
 
+/// The file-system query that the store needs.
 class Filesystem {
  public:
-  // Whether a regular file, or a link to one, exists at `path`. A path that cannot be examined
-  // counts as none.
+  /// Whether a regular file, or a link to one, exists at `path`. False also if `path` cannot be
+  /// examined.
   static bool IsFile(const Pathname& path);
 };
 

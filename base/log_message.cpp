@@ -20,8 +20,8 @@ struct Logger {
   std::shared_ptr<const LogMessage::Sink> sink;  // null: standard error
 };
 
-// Never destroyed: lines may still be written while the process's static objects go. Not on the
-// heap: its first line may be about memory that is gone.
+// Never destroyed: lines may still be written while static objects are destroyed. Not on the heap:
+// its first line may be about running out of memory.
 Logger& logger() {
   alignas(Logger) static std::array<std::byte, sizeof(Logger)> place;
   static auto* const instance = new (place.data()) Logger;
@@ -49,7 +49,7 @@ LogMessage::~LogMessage() {
       std::cerr << stream_.str() + '\n';
     }
   } catch (const std::bad_alloc&) {
-    // A line that there is no memory for is lost.
+    // Out of memory: the line is lost.
   }
 }
 

@@ -1,4 +1,5 @@
-// The library's clock.
+/// @file
+/// The library's clock.
 
 #ifndef BASE_TIMESTAMP_H_
 #define BASE_TIMESTAMP_H_
@@ -7,8 +8,8 @@
 
 namespace Corvan {
 
-// Milliseconds since the Unix epoch, never earlier than the call before it, even when the system's
-// clock is set back. May be called from any thread.
+/// Milliseconds since the Unix epoch. Never earlier than the result of the call before, even if the
+/// system's clock is set back. May be called from any thread.
 int64_t Timestamp();
 
 }  // namespace Corvan

@@ -22,7 +22,7 @@
 #include "base/log_message.h"
 #include "base/timestamp.h"
 
-// Whether a leak checker watches. g++ defines nothing when it is the only one: the build does then.
+// Defined under a leak checker. g++ defines no macro for -fsanitize=leak alone, so the build does.
 #if !defined(CV_LEAK_CHECKED)
 #if defined(__SANITIZE_ADDRESS__)
 #define CV_LEAK_CHECKED 1
@@ -36,7 +36,7 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-// Aborts the process with the condition's text and a note when the condition does not hold.
+// Aborts the process with the condition's text and a note if the condition is false.
 #define CV_CHECK(condition, note) \
   if (condition) {                \
   } else                          \
@@ -44,7 +44,7 @@
 
 namespace Corvan {
 
-// The way from the helpers below to prepare().
+// Gives the helpers below access to prepare().
 struct CvDbPreparing {
   static sqlite3_stmt* prepare(CvDbSingleton& store, const char* sql, int32_t& success) {
     return store.prepare(sql, success);
@@ -55,7 +55,7 @@ namespace {
 
 using cvrtc::LogMessage;
 
-// A statement's text, most often a literal, which is not copied.
+// A statement's text, usually a literal; it is not copied.
 class Sql {
  public:
   Sql(const char* text) : text_(text) {}
@@ -76,10 +76,10 @@ constexpr uint32_t kProfileHistory = 1;
 constexpr uint32_t kProfileInsertOnly = 2;
 constexpr uint32_t kProfileCustomizedTime = 4;
 
-// The kind of message that does not become a conversation's newest one when it is late.
+// Messages of this kind do not become their conversation's newest one if they are late.
 constexpr const char* kNotificationName = "CV:QbNtf";
 
-// A field of a log line; one that is costly to come by is given as a function that makes it.
+// Writes a field of a log line. A field that is expensive to compute is passed as a function.
 template <typename Field>
 void put(std::ostream& out, const Field& field) {
   if constexpr (std::is_invocable_v<const Field&>) {
@@ -89,9 +89,8 @@ void put(std::ostream& out, const Field& field) {
   }
 }
 
-// Writes one log line: signature, ": " and the fields. No field is made or formatted when the
-// logger does not accept the severity. A line that there is no memory for is lost: what it tells of
-// goes on as it would without.
+// Writes one log line: signature, ": " and the fields. Fields are not computed if the logger does
+// not accept the severity. If memory runs out, the line is lost and the caller continues.
 template <typename... Fields>
 void log(cvrtc::LoggingSeverity severity, const char* signature, const Fields&... fields) {
   if (!LogMessage::Loggable(severity)) return;
@@ -114,8 +113,8 @@ const char* column_text(sqlite3_stmt* stmt, int32_t index) {
   return text == nullptr ? "" : reinterpret_cast<const char*>(text);
 }
 
-// The statement's text with its values in place; empty when SQLite has no memory for it. The buffer
-// that SQLite makes for it is not released.
+// The statement's text with the bound values; empty if SQLite is out of memory. SQLite's buffer for
+// it is never released.
 std::string expanded_sql(sqlite3_stmt* stmt) {
   const char* text = sqlite3_expanded_sql(stmt);
 #if defined(CV_LEAK_CHECKED)
@@ -124,7 +123,7 @@ std::string expanded_sql(sqlite3_stmt* stmt) {
   return text == nullptr ? "" : text;
 }
 
-// Counters and times come from rows that anyone may have written: sums wrap within their type.
+// Counters and times can hold any value in rows that something else wrote, so sums wrap around.
 int32_t wrapping_sum(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
@@ -132,7 +131,7 @@ int64_t wrapping_sum(int64_t a, int64_t b) {
   return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
 }
 
-// Appends `item` to a list with commas between; before the first item nothing is added.
+// Appends `item` to a list of items separated by commas.
 void append_item(std::string& list, const std::string& item) {
   if (!list.empty()) list += ",";
   list += item;
@@ -151,15 +150,15 @@ std::string decimal(int64_t number) {
   return text;
 }
 
-// The clause by which get_maxtime() and get_max_message_id() choose among messages.
+// The condition on messages in get_maxtime() and get_max_message_id().
 const char* choice_clause(int32_t type) {
   if (type == kReceived) return " and direction=1";
   if (type == kSentState) return " and sent_status=0";
   return "";
 }
 
-// One prepared statement, finalised at the latest when the object ends. Texts bound to it are not
-// copied: they outlive it, and nothing changes them meanwhile.
+// One prepared statement, finalised by the destructor at the latest. Bound texts are not copied:
+// they must outlive the object, unchanged.
 class Statement {
  public:
   Statement(CvDbSingleton& store, Sql sql)
@@ -171,17 +170,17 @@ class Statement {
   bool prepared() const { return prepare_code_ == SQLITE_OK; }
   int32_t prepare_code() const { return prepare_code_; }
 
-  // Binds each value to the next parameter, from the first on.
+  // Binds each value to the next parameter, starting with the first.
   template <typename... Values>
   void bind(const Values&... values) {
     (CvDbSingleton::bind(stmt_, ++bound_, values), ...);
   }
 
-  // Steps once; true for a row.
+  // Steps once; true if there is a row.
   bool row() { return step() == SQLITE_ROW; }
   int32_t step() { return store_.step(stmt_, false); }
 
-  // Steps once and finalises, whatever the result, which is returned.
+  // Steps once, finalises whatever the result, and returns the result.
   int32_t run() { return store_.step(std::exchange(stmt_, nullptr), true); }
 
   // Makes the statement ready for the next set of values.
@@ -208,7 +207,7 @@ class Statement {
   int32_t bound_ = 0;
 };
 
-// A transaction from here to the end of the scope, committed on every path.
+// A transaction that the destructor commits on every path.
 class Transaction {
  public:
   explicit Transaction(CvDbSingleton& store) : store_(store) { store_.start_transaction(); }
@@ -218,7 +217,7 @@ class Transaction {
     try {
       store_.commit_transaction();
     } catch (const std::bad_alloc&) {
-      // Only a damaged file's closing takes memory, and closing ends the transaction.
+      // Only closing a damaged file allocates memory here, and closing ends the transaction.
     }
   }
 
@@ -226,7 +225,7 @@ class Transaction {
   CvDbSingleton& store_;
 };
 
-// Runs one statement with these values: the code of the step, or of the prepare when that failed.
+// Runs one statement with these values. Returns the step's code, or the prepare's if that fails.
 template <typename... Values>
 int32_t run(CvDbSingleton& store, Sql sql, const Values&... values) {
   Statement statement(store, sql);
@@ -235,20 +234,20 @@ int32_t run(CvDbSingleton& store, Sql sql, const Values&... values) {
   return statement.run();
 }
 
-// Runs a write; true when it ran to completion, also when it changed no row.
+// Runs a write. True if it ran to completion, even if it changed no row.
 template <typename... Values>
 bool write(CvDbSingleton& store, Sql sql, const Values&... values) {
   return run(store, sql, values...) == SQLITE_DONE;
 }
 
-// Whether a query has a row.
+// Whether a query returns a row.
 template <typename... Values>
 bool exists(CvDbSingleton& store, Sql sql, const Values&... values) {
   return run(store, sql, values...) == SQLITE_ROW;
 }
 
-// Reads the first column of a query's first row; without a row `value` is kept. False only when the
-// statement cannot be prepared.
+// Reads the first column of a query's first row into `value`, which does not change if there is no
+// row. False only if the statement cannot be prepared.
 template <typename Integer, typename... Values>
 bool read(CvDbSingleton& store, Integer& value, Sql sql, const Values&... values) {
   Statement query(store, sql);
@@ -258,7 +257,7 @@ bool read(CvDbSingleton& store, Integer& value, Sql sql, const Values&... values
   return true;
 }
 
-// Makes room for a page in an empty vector; a page without a limit, or with a large one, grows.
+// Reserves space for a page, but at most kLargest records, if the vector is empty.
 template <typename Record>
 void reserve_page(std::vector<Record>& records, int32_t limit) {
   constexpr int32_t kLargest = 64;
@@ -266,7 +265,7 @@ void reserve_page(std::vector<Record>& records, int32_t limit) {
   records.reserve(static_cast<std::size_t>(std::min(limit, kLargest)));
 }
 
-// Appends a record that `fill` fills in its place, or, when memory ends meanwhile, nothing.
+// Appends a record that `fill` fills in place, or nothing if memory runs out meanwhile.
 template <typename Record, typename Fill>
 void append_record(std::vector<Record>& records, const Fill& fill) {
   Record& record = records.emplace_back();
@@ -278,8 +277,8 @@ void append_record(std::vector<Record>& records, const Fill& fill) {
   }
 }
 
-// Fills what a conversation's row shows of its latest message, but its time. From column `first` on
-// stand content, object_name, sender, direction, read_status, sent_status, sent_time, server_uid.
+// Fills the latest message's fields, except its time. The columns from `first` on are content,
+// object_name, sender, direction, read_status, sent_status, sent_time, server_uid.
 void fill_message(Session& row, const Statement& query, int32_t first) {
   row.content_ = query.text(first);
   row.object_name_ = query.text(first + 1);
@@ -290,7 +289,7 @@ void fill_message(Session& row, const Statement& query, int32_t first) {
   row.server_uid_ = query.text(first + 7);
 }
 
-// Fills a list entry from a row, but its id and kind, which the entry has, and the message's time.
+// Fills a list entry, which has its id and kind already, from a row; not the message's time.
 void fill_entry(SessionInfo& entry, Session&& row) {
   entry.title_ = std::move(row.title_);
   entry.draft_ = std::move(row.draft_);
@@ -311,8 +310,9 @@ void fill_entry(SessionInfo& entry, Session&& row) {
   entry.message_.sent_status_ = row.sent_status_;
 }
 
-// Calls `take` with the query at each of the messages of these ids. Columns are the conversation,
-// the kind and, from 2, what fill_message() takes. False when the statement cannot be prepared.
+// Calls `take` with the query at each message with one of these ids. Columns 0 and 1 are the
+// conversation's id and kind; fill_message() reads those from 2 on. False if the statement cannot
+// be prepared.
 template <typename Take>
 bool for_each_message(CvDbSingleton& store, const std::string& msg_id, const Take& take) {
   Statement query(store,
@@ -324,8 +324,8 @@ bool for_each_message(CvDbSingleton& store, const std::string& msg_id, const Tak
   return true;
 }
 
-// Finds rows by their conversation. Kept in the order of the ids' hashes, which compare quicker
-// than the ids.
+// Finds rows by their conversation. Sorted by the hashes of the ids, because hashes compare faster
+// than ids.
 class RowIndex {
  public:
   explicit RowIndex(std::vector<Session>& rows) {
@@ -356,8 +356,8 @@ class RowIndex {
   std::vector<Entry> entries_;
 };
 
-// Sorts a page whose rows come in runs of equal is_top_. Only within a run does the records' order
-// order strictly, so each run is sorted on its own and stays in its place.
+// Sorts a page whose rows come in runs of equal is_top_. Session's operator< is a strict order only
+// within a run, so each run is sorted in its place.
 void sort_page(std::vector<Session>& rows) {
   auto run_begin = rows.begin();
   while (run_begin != rows.end()) {
@@ -395,8 +395,7 @@ bool CvDbSingleton::init_open_db(const cvrtc::Pathname& db_path, const std::stri
   local_path_.SetFilename("corvan");
   cvrtc::Pathname dbpath = local_path_;
   dbpath.SetExtension(".db");
-  // The store's file has no extension; one with ".db" only counts as a sign that the files are
-  // there.
+  // The store's file has no extension; one with ".db" only counts as a sign that the files exist.
   const bool exists_dec = is_file_exist(local_path_);
   const bool exists_enc = is_file_exist(dbpath);
   if (db_ != nullptr && user_id == user_id_ && (exists_dec || exists_enc)) {
@@ -562,8 +561,8 @@ int64_t CvDbSingleton::save_message(const std::string& session_id, SessionType s
   const bool use_customized_time = insert_only && sent_time > 0;
   if (sent_time < 1) sent_time = local_time;
 
-  // The caller's read status is not stored: it follows from who wrote the message, and where. An
-  // own message is looked up under the signed-in user, whatever its sender column is going to hold.
+  // The caller's read status is replaced by one derived from direction and kind of conversation.
+  // Own messages are looked up under the signed-in user's id, whatever `sender` is.
   const std::string& send_user_id = is_receive ? sender : user_id_;
   read_status = is_receive ? 0 : 1;
   if (session_type == CV_CHATROOM) read_status = 1;
@@ -921,7 +920,7 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
     search_time = get_send_time(messageId);
   } else {
     get_maxtime(search_time, session_type, session_id, kAny);
-    search_time = wrapping_sum(search_time, int64_t{1});  // the newest lies strictly before it
+    search_time = wrapping_sum(search_time, int64_t{1});  // so that the newest message is before it
   }
 
   std::string names;
@@ -938,7 +937,7 @@ bool CvDbSingleton::get_history_message_by_object_name(const std::string& sessio
   sql += " limit ?";
   log(cvrtc::LS_INFO, kSignature, "get_history_message_by_object_name: ", sql);
 
-  // It may lie in `msg`, which grows while it is bound.
+  // A copy, because `session_id` may be part of `msg`, which grows while the text is bound.
   const std::string id = session_id;  // NOLINT(performance-unnecessary-copy-initialization)
   Statement query(*this, sql);
   if (!query.prepared()) return false;
@@ -979,7 +978,7 @@ bool CvDbSingleton::get_history_message_by_time(const std::string& session_id,
 
 bool CvDbSingleton::get_mention_message(const std::string& session_id, SessionType session_type,
                                         std::vector<MessageResponse>& msg) {
-  // It may lie in `msg`, which grows while it is bound.
+  // A copy, because `session_id` may be part of `msg`, which grows while the text is bound.
   const std::string id = session_id;  // NOLINT(performance-unnecessary-copy-initialization)
   Statement query(*this,
                   "select id,content,read_status,sent_time,object_name,sender,server_uid "
@@ -1163,8 +1162,8 @@ bool CvDbSingleton::set_message_draft(const std::string& session_id, SessionType
     return update.run() == SQLITE_DONE;
   }
   if (len == 0) return true;
-  // One value more than columns: SQLite refuses the statement, so that a draft alone never creates
-  // a conversation.
+  // One more value than columns: SQLite rejects the statement, so a draft alone never creates a
+  // conversation.
   Statement insert(*this,
                    "insert into t_session(draft,session_id,session_type,session_time,silence,"
                    "unread_count,mention_count,latest_id) values(?,?,?,?,?,?,?,?,?)");
@@ -1175,7 +1174,7 @@ bool CvDbSingleton::set_message_draft(const std::string& session_id, SessionType
 
 bool CvDbSingleton::get_message_draft(const std::string& session_id, SessionType session_type,
                                       std::string& draft) {
-  // The column is `draft` everywhere else; under this name the statement cannot be prepared.
+  // The schema's column is `draft`; with this name the statement cannot be prepared.
   Statement query(*this,
                   "select draft_message from t_session where session_id=? and session_type=?");
   if (!query.prepared()) return false;
@@ -1250,7 +1249,7 @@ void CvDbSingleton::set_session_time(const std::string& session_id, SessionType 
   int32_t latestmention = 0;
   get_sessiontime(session_id, session_type, session_time, latest_id, latestunread, latestmention);
 
-  // A message newer than the conversation always moves it.
+  // A message that is newer than the conversation always moves it.
   if (sent_time <= session_time) {
     const bool has_latest = latest_id > 0;
     if ((profile & kProfileHistory) != 0 && has_latest) return;
@@ -1274,7 +1273,7 @@ void CvDbSingleton::set_sessiontime(int64_t sent_time, int64_t msg_id,
   int32_t unread = 0;
   int32_t mention = 0;
   get_sessiontime(session_id, session_type, session_time, latest_id, unread, mention);
-  // An id of 0 holds the time as well here, unlike in set_session_time().
+  // Unlike in set_session_time(), a newest message of id 0 counts here.
   if (sent_time <= session_time && latest_id >= 0) return;
   run(*this,
       "update t_session set session_time=?,latest_id=? where session_id=? and session_type=?",
@@ -1317,8 +1316,8 @@ bool CvDbSingleton::get_session_list_by_page(const std::vector<SessionType>& ent
   std::string msg_id;
   for (const Session& row : rows) append_item(msg_id, row.latest_id_);
 
-  // A message belongs to the row of its conversation, whichever row named its id; of several the
-  // last one counts.
+  // A message goes to the row of its own conversation, whichever row has its id as the latest one.
+  // If a row gets several messages, the last one counts.
   const RowIndex index(rows);
   for_each_message(*this, msg_id, [&index](const Statement& query) {
     index.for_each(query.text(0), query.get_int(1), [&query](Session& row) {
@@ -1642,7 +1641,7 @@ sqlite3_stmt* CvDbSingleton::prepare(const char* query, int32_t& success) {
         "sqlite3_stmt *Corvan::CvDbSingleton::prepare_sql(const std::string &, int32_t &)",
         "P-more-C;;;prepare_db;;;", success, ";;;", error);
   } catch (const std::bad_alloc&) {
-    // The line is lost, the failure is returned all the same.
+    // The line is lost; the failure is still returned.
   }
   finalize(stmt);
   if (success == SQLITE_CORRUPT || success == SQLITE_NOTADB) {

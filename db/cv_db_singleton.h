@@ -1,8 +1,8 @@
-// The message store of one signed-in user: all that a caller includes.
-//
-// Stored in one SQLite file: messages, conversations with their settings and counters, read and
-// receipt times, sync times. Not stored: who a user is, what a message body means, anything that
-// the network layer can ask for again.
+/// @file
+/// The message store of one signed-in user. This is the only header that a program includes.
+///
+/// It keeps messages, conversations with their settings and counters, and read, receipt and sync
+/// times in one SQLite file. It neither interprets message bodies nor keeps user profiles.
 
 #ifndef DB_CV_DB_SINGLETON_H_
 #define DB_CV_DB_SINGLETON_H_
@@ -21,175 +21,164 @@ struct sqlite3_stmt;
 
 namespace Corvan {
 
-// The store. One object a process, one connection an object, one file a connection.
-//
-// Reading this class: each section is one subject, in the same order here, in the unit and in
-// tests/db. A section first lists the operations for callers, then, under "Building blocks", what
-// those operations are made of; blocks are reachable too, and skip the bookkeeping that the
-// operations around them do.
-//
-// Lifetime: get_instance() creates the object, init_open_db() opens the user's file, close_db() or
-// delete_instance() closes it. A caller that switches users closes the store first.
-//
-// Errors: returned, not thrown. `bool` operations return false; the others say below what they
-// return. With no open connection whatever needs the file fails at once and without an error line:
-// false, -1, 0 or an empty result; a call that has nothing to write may still succeed. An SQLite
-// failure is logged and returned; only one that ends a read in the middle is logged alone, and what
-// was read until then is the result. Unless an operation says otherwise, an out-parameter keeps the
-// caller's value when nothing was found or the operation failed. Only std::bad_alloc may leave an
-// operation, which then has finalised its statements and ended its transaction.
-// A write that fails because its commit cannot be synced (SQLite's code 10), or because memory ends
-// right after that (7), is rolled back, but it stays in the write-ahead log. If the process is then
-// killed, the next opening finds the write committed. The next commit that succeeds takes it away,
-// and so does closing the store, unless that fails or another process has the file open. After a
-// restart, look whether such a write is there before you repeat it.
-// A missing statement or connection where one is required is a programming error and aborts the
-// process. When SQLite calls the open file damaged (11) or not a database (26) while a statement is
-// being prepared, the connection is closed and the file that open_db() opened last is deleted: the
-// next init_open_db() starts an empty one.
-//
-// Lists: results are appended to the caller's vector, which is never cleared, and an operation that
-// says "non-empty" answers whether the vector holds anything afterwards. A negative count or limit
-// sets none.
-//
-// Threads: the store takes no lock. SQLite serialises statements on the one connection, so reads
-// and single writes may come from several threads; creating, opening, closing and deleting the
-// object, explicit transactions and paging the conversation list are driven from one thread or
-// under the caller's own serialisation. A statement issued between start_transaction() and
-// commit_transaction() joins the transaction, whichever thread issues it. An operation of several
-// statements is no unit to other threads, and the last row id and the error text are the
-// connection's: while others insert, the id that a save returns and makes its conversation's newest
-// can be one of theirs. Closing while an operation runs on another thread is undefined, and so is
-// meeting a damaged file then.
-//
-// Transactions: operations marked "one transaction" begin and commit one of their own. Called
-// inside a caller's transaction they commit that one.
-//
-// Units: times are milliseconds of Corvan::Timestamp(); the store only compares, stores and orders
-// them. Message ids are row ids, from 1. Texts are UTF-8 and end at their first zero byte.
-// Operations that say "32-bit id" return an id through a 32-bit column reader: above 2,147,483,647
-// it is truncated.
-//
-// A conversation is named by the pair of its id and its kind.
+/// The store: one object per process, one connection per object, one file per connection.
+///
+/// The sections have the same order in the unit and in tests/db. Building blocks are what the
+/// operations above them are made of; they are public, but skip the bookkeeping around them.
+///
+/// Lifetime: get_instance() creates the object, init_open_db() opens the user's file, close_db() or
+/// delete_instance() closes it. Close the store before you open it for another user.
+///
+/// Keys and units: a conversation is identified by its id and its kind (`session_type`). Message
+/// ids are row ids, from 1. "32-bit id" means that ids above 2,147,483,647 are returned truncated.
+/// Times are milliseconds of Corvan::Timestamp(); the store only compares, orders and stores them.
+/// Texts are UTF-8 and end at their first zero byte.
+///
+/// Results: a failed operation returns false or the value that its comment names. Void operations
+/// only log their failures. An update or deletion that matches no row succeeds unless its comment
+/// says otherwise. If nothing is found or the operation fails, out-parameters do not change.
+///
+/// Lists: results are appended to the caller's vector, which is never cleared. "Returns non-empty"
+/// means: returns whether the vector has elements afterwards. A negative limit means no limit.
+///
+/// SQL text: a parameter described as SQL text becomes part of a statement as it is, without
+/// escaping. The caller must make sure that it is safe.
+///
+/// Errors: SQLite failures are logged. If a read fails in the middle, the rows read so far are the
+/// result. Without an open connection, whatever needs the file fails with false, -1, 0 or an empty
+/// result and logs no error; a call that has nothing to write may still succeed. Only
+/// std::bad_alloc can leave an operation, after its statements are finalised and its transaction is
+/// ended. A missing statement or connection where one is required aborts the process.
+///
+/// Partial success: some operations return success although a step inside them, or their commit,
+/// failed. Their comments say "Success may be partial"; docs/reliability.md lists the cases.
+///
+/// Failed writes: a write whose commit fails with SQLite's code 10 (it could not be synced) or 7
+/// (out of memory right after the sync) is rolled back, but can be stored after a restart. Look for
+/// it then before you repeat it; docs/reliability.md says how.
+///
+/// Damage: if SQLite reports the file as damaged (11) or not a database (26) while preparing a
+/// statement, the store closes itself and deletes the file that open_db() opened last.
+///
+/// Transactions: an operation marked "One transaction" begins and commits its own. Inside a
+/// transaction of the caller, it commits the caller's.
+///
+/// Threads: the store takes no lock; SQLite serialises statements on the one connection. Reads and
+/// single writes may come from several threads. Creating, opening, closing and deleting the store,
+/// explicit transactions and paging the conversation list need one thread or a lock of the caller.
+/// - A statement of any thread joins the transaction that is open, whoever started it.
+/// - Statements of other threads can run between the statements of one operation.
+/// - While other threads insert, the id that a save returns, and stores as its conversation's
+///   newest message, can be one of theirs. The error text can be another thread's too.
+/// - Do not close the store while another thread is using it; the result is undefined. The same
+///   holds if the store closes itself because the file is damaged.
 class CvDbSingleton {
  public:
   CvDbSingleton(const CvDbSingleton&) = delete;
   CvDbSingleton& operator=(const CvDbSingleton&) = delete;
 
-  // ---- Lifecycle and opening --------------------------------------------------------------------
+  /// @name Lifecycle and opening
+  /// @{
 
-  // The one instance, created at the first call; never null. The store owns it.
+  /// The only instance, created by the first call; never null. The store owns it.
   static CvDbSingleton* get_instance();
 
-  // Closes and destroys the instance, if there is one. Pointers to it are dangling from then on.
+  /// Closes and destroys the instance, if there is one. Pointers to it become invalid.
   static void delete_instance();
 
-  // Opens the file "corvan" in the folder of `db_path` for `user_id`, creating it and its schema
-  // when it is new, and marks every message still being sent as failed. With the store already open
-  // for this user, and "corvan" or "corvan.db" present in that folder, only that marking is done,
-  // on the file that is open. `app_key` is accepted and not used.
-  //
-  // False only when SQLite cannot open the file; the store is then closed. True may also mean that
-  // the file was found damaged and deleted just now: the store is closed as well, and a second call
-  // starts a new file.
-  //
-  // A connection that is open for another user, or whose files are gone, is neither used further
-  // nor closed: close the store before. So, too, after std::bad_alloc: an opening that it left may
-  // have opened a file without tables.
-  //
-  // `db_path` is a folder when its text ends with the delimiter; of any other text the last
-  // component is replaced by the file's name.
+  /// Opens the file "corvan" in the folder of `db_path` for `user_id`. Creates the file and its
+  /// schema if needed, and marks every message still being sent as failed. If the store is open for
+  /// this user already and the folder contains "corvan" or "corvan.db", only this marking is done,
+  /// in the open file. `db_path` is a folder if it ends with the delimiter; otherwise its last
+  /// component is treated as a file name and replaced. `app_key` is not used.
+  ///
+  /// False only if SQLite cannot open the file; the store is closed then. Success may be partial:
+  /// if the file was damaged, it has been deleted, the store is closed, and the next call starts a
+  /// new file. Close the store first if it is open for another user or its files were removed (else
+  /// the old connection leaks), and after std::bad_alloc (else the file may stay without tables).
+  /// @snippet operations.cpp init_open_db
   bool init_open_db(const cvrtc::Pathname& db_path, const std::string& app_key,
                     const std::string& user_id);
 
-  // Closes the connection; without one it does nothing. Statements that are still open are
-  // interrupted, and no longer the store's.
+  /// Closes the connection, if any. Open statements are interrupted and no longer the store's.
   void close_db();
 
-  // The schema's version text; empty when the file has none.
+  /// The schema's version text; empty if the file has none.
   std::string get_database_version();
 
-  // Whether a table of this name exists. `name` is SQL text, the caller's duty: pasted into a
-  // literal unescaped.
+  /// Whether a table of this name exists. `name` is SQL text inside a literal.
   bool is_table_exist(const std::string& name);
 
-  // SQLite's integrity check. `result` is appended to: pass an empty text and true means that the
-  // file is sound and `result` reads "ok"; otherwise `result` holds the findings joined by "_".
-  // When the check cannot be prepared, "not a database file" replaces it; a damaged file is deleted
-  // then, as with any statement.
+  /// Runs SQLite's integrity check and appends its findings to `result`, joined by "_". Pass an
+  /// empty text: true then means that the file is sound and `result` is "ok". If the check cannot
+  /// be prepared, `result` becomes "not a database file", and a damaged file is deleted as always.
   bool check_integrity(std::string& result);
 
-  // Reads the file's schema table: the SQLite result code, 0 when the file can be read, 26 when it
-  // is not a database, 21 with no open connection. `password` plays no part.
+  /// Reads the file's schema table and returns SQLite's result code: 0 if the file can be read, 26
+  /// if it is not a database, 21 without an open connection. `password` is not used.
   int32_t is_db_unlocked(const std::string& password);
 
-  // Copies schema and rows of an older store, which the caller has attached as "odb", into this
-  // one; rows of equal keys are replaced, ids are kept, and its user_version is taken over when it
-  // is above 0. One transaction. Attaching and detaching are the caller's; failures are logged
-  // only. What creates the tables and indexes of "odb" is SQL text, the caller's duty: it runs here
-  // as it stands in that file. Damage of that file, too, deletes the store's own.
+  /// Copies schema and rows of an older store, which the caller attaches as "odb" and detaches
+  /// later. Rows with equal keys are replaced, ids are kept, and the older store's user_version is
+  /// taken over if it is above 0. One transaction. The statements in "odb" that create its tables
+  /// and indexes are SQL text. If "odb" is found damaged, this store's own file is deleted.
   void createdb_copydata();
 
-  // -- Building blocks --
+  /// @} @name Lifecycle and opening: building blocks
+  /// @{
 
-  // Opens the file of the last init_open_db(): the SQLite result code, 0 for success. After a
-  // failure the store is closed.
+  /// Opens the last init_open_db()'s file: SQLite's result code. A failure closes the store.
   int32_t open_db();
 
-  // Opens `file_name`, whatever was open before: the SQLite result code. The connection is set even
-  // after a failure; closing it is the caller's duty. When this file is found damaged, it is the
-  // one that open_db() without a name opened last that is deleted.
+  /// Opens `file_name` and returns SQLite's result code. A connection that is open is not closed.
+  /// The caller must close the new one, even after a failure. If this file is found damaged, the
+  /// file that open_db() without a name opened last is deleted instead.
   int32_t open_db(const std::string& file_name);
 
-  // Whether a regular file exists there.
+  /// Whether a regular file exists at this path.
   static bool is_file_exist(const cvrtc::Pathname& path_name);
 
-  // Marks every message being sent (1) as failed (2). The flag is not used.
+  /// Marks every message being sent (1) as failed (2). The flag is not used.
   void clear_sendstatus(bool exist_tmp_table);
 
-  // ---- Transactions and sync times --------------------------------------------------------------
+  /// @} @name Transactions and sync times
+  /// @{
 
-  // Begins a transaction; false when one is open already, which stays open.
+  /// Begins a transaction. False if one is open already; that one stays open.
+  /// @snippet operations.cpp start_transaction
   bool start_transaction();
 
-  // Commits. When that fails the transaction is rolled back and the answer is false; if it was the
-  // sync that failed, the transaction may be there after a restart. One that SQLite can do neither
-  // with, as when its memory ends, stays open: what follows joins it until the next commit or until
-  // the store is closed.
+  /// Commits; if that fails, rolls back and returns false. If SQLite can do neither (out of
+  /// memory), the transaction stays open until a commit or close_db().
   bool commit_transaction();
 
-  // Moves the user's mark of received (`is_receive`) or sent messages forward to `sync_time`.
-  // False, with nothing written, when the mark is not earlier than that. When the marks cannot be
-  // read, a warning is logged, both count as 0, and the other mark is written as 0.
+  /// Moves the user's mark of received (`is_receive`) or sent messages forward to `sync_time`.
+  /// False, with nothing written, if the mark is there already or later. If the marks cannot be
+  /// read, both count as 0, a warning is logged, and the other mark is overwritten with 0.
+  /// @snippet operations.cpp set_sync_time
   bool set_sync_time(int64_t sync_time, bool is_receive);
 
-  // The user's marks. True also when none are stored yet. `recv_time` must not be null, `sent_time`
-  // may be.
+  /// Reads the user's marks; true also if none are stored yet. Only `sent_time` may be null.
   bool get_sync_time(int64_t* recv_time, int64_t* sent_time);
 
-  // ---- Saving messages --------------------------------------------------------------------------
+  /// @} @name Saving messages
+  /// @{
 
-  // Stores one message and brings its conversation up to date, creating it at its first message.
-  // Returns the message's id, or -1 when nothing was stored: a message of this server uid, or of
-  // this conversation, client uid and sender, is there already, or the insert failed, which
-  // is_message_exist(server_uid) tells apart for a message that the server has named. A message
-  // found by its client uid that the server has not named yet is completed with `server_uid` and
-  // `sent_time`, and its id returned (32-bit id). Own messages are looked up under the signed-in
-  // user's id.
-  //
-  // If the sync of the insert failed, the message may be there after a restart, without its
-  // conversation having been brought up to date. Saved again then, it is refused if it has a server
-  // uid. If it is found by its client uid alone, it is completed, and so marked as sent. Otherwise
-  // it is stored twice.
-  //
-  // The read status is derived: 1 for own messages and in chat rooms, else 0; `read_status` is not
-  // stored. A `sent_time` below 1 becomes the clock's time. `history` (fetched, not live) and
-  // `insert_only` (the conversation keeps a time that is not earlier) skip the test by client uid.
-  // `is_count` counts one more unread message, `is_mention` one more unread mention;
-  // set_session_time() says when they do not.
-  //
-  // Not one transaction: the tests, the message and its conversation are statements of their own,
-  // so two threads that save one message at the same time can both store it.
+  /// Stores one message and updates or creates its conversation. Returns its id, or -1 if nothing
+  /// was stored: the insert failed, or a message with this server uid, or this conversation, client
+  /// uid and sender, exists. If it has a server uid, is_message_exist(server_uid) tells which.
+  ///
+  /// A message that is found by its client uid and has no server uid yet is completed: it is marked
+  /// as sent, with `server_uid` and `sent_time`, and its id is returned (32-bit id). Own messages
+  /// are looked up under the signed-in user's id. `history` (fetched, not live) and `insert_only`
+  /// (keep the conversation from moving back) skip the lookup by client uid.
+  ///
+  /// `read_status` is ignored: own messages and messages in chat rooms are stored as read (1), all
+  /// others as unread (0). A `sent_time` below 1 is replaced by the current time. `is_count` adds 1
+  /// to the unread messages and `is_mention` 1 to the mentions: see set_session_time().
+  ///
+  /// Not one transaction: two threads can store the same message twice. Success may be partial.
+  /// @snippet operations.cpp save_message
   int64_t save_message(const std::string& session_id, SessionType session_type,
                        const std::string& object_name, const std::string& sender,
                        const std::string& content, bool is_receive, int32_t sent_status,
@@ -197,419 +186,427 @@ class CvDbSingleton {
                        const std::string& server_uid, bool history, bool insert_only,
                        bool is_count);
 
-  // Inserts the records of a stored kind (`is_store_`) whose `msg_id_` is below 0, as they are: no
-  // duplicate test, no conversation, no mention flag. Each record inserted receives its id; a
-  // record whose insert failed receives the id of the insert before it. Other records with an id
-  // below 0 leave with 0. False only when the statement cannot be prepared. No pointer may be null.
+  /// Inserts the records with `is_store_` set and an `msg_id_` below 0 as they are: no duplicate
+  /// test, no mention flag, no update of conversations. Each inserted record receives its id,
+  /// others below 0 receive 0. Pointers must not be null. False only if the statement cannot be
+  /// prepared. Success may be partial: if an insert fails, its record gets the id of the one
+  /// before.
   bool save_message(const std::vector<std::unique_ptr<MessageResponse>>& msg);
 
-  // Whether the conversation has, after `timestamp`, a received message or an own one that the
-  // peer's receipt covers.
+  /// Whether the conversation has, after `timestamp`, a received message or a covered own one (3).
   bool is_message_exist(const std::string& session_id, SessionType session_type, int64_t timestamp);
 
-  // Appends to `exist_uid` those of the given server uids that are stored. `msg_uid`, a list of
-  // quoted texts with commas between, is SQL text, the caller's duty. True when the query ran.
+  /// Appends to `exist_uid` those of the given server uids that are stored. `msg_uid` is SQL text:
+  /// a list of quoted texts separated by commas. True if the query ran.
   bool is_message_exist(const std::string& msg_uid, std::vector<std::string>& exist_uid);
 
-  // Looks each element up by conversation, client uid (0 and below too) and sender, and fills
-  // `msg_id_` (32-bit id) and `server_uid_old_` of those that are stored. True when any is.
+  /// Looks up each element by conversation, client uid (0 and below too) and sender. Fills
+  /// `msg_id_` (32-bit id) and `server_uid_old_` of those that are stored. True if any is.
   bool is_message_exist(std::vector<UpdateValue>& msg);
 
-  // Completes a message: sent, with this server uid and time.
+  /// Marks a message as sent, with this server uid and time.
   void set_send_time_for_dup_msg(int64_t msg_id, int64_t sent_time, const std::string& msg_uid);
 
-  // Completes each message with an id above 0 whose `server_uid_old_` is empty, with its
-  // `server_uid_new_` and `sent_time_`.
+  /// Marks each element's message as sent, with `server_uid_new_` and `sent_time_`, if its
+  /// `msg_id_` is above 0 and its `server_uid_old_` is empty.
   void set_send_time_for_dup_msg(const std::vector<UpdateValue>& msg);
 
-  // -- Building blocks --
+  /// @} @name Saving messages: building blocks
+  /// @{
 
-  // Whether a message of this server uid is stored. The empty one matches nothing.
+  /// Whether a message with this server uid is stored. An empty uid matches nothing.
   bool is_message_exist(const std::string& msg_uid);
 
-  // Whether a message of this conversation, client uid and sender is stored; its id (32-bit id) and
-  // server uid. A client uid below 1 matches nothing.
+  /// Looks up a message by conversation, client uid and sender, and fills its id (32-bit id) and
+  /// server uid. False if there is none, or if `client_uid` is below 1.
   bool is_message_exist(int64_t client_uid, const std::string& sender_id,
                         const std::string& session_id, int32_t session_type, int64_t& msg_id,
                         std::string& msg_uid);
 
-  // ---- Message state ----------------------------------------------------------------------------
+  /// @} @name Message state
+  /// @{
 
-  // The server's answer to a send: sent when `fail_reason` is 0, else failed. A `msg_uid` that is
-  // not empty and a `sent_time` above 0 are stored too; such a time also moves the conversation,
-  // for a failure as well. One transaction; failures are logged only.
+  /// Stores the server's answer to a send: sent if `fail_reason` is 0, otherwise failed. A
+  /// non-empty `msg_uid` and a `sent_time` above 0 are stored too; such a time also moves the
+  /// conversation, even if the send failed. One transaction.
+  /// @snippet operations.cpp set_send_time
   void set_send_time(int64_t msg_id, int64_t sent_time, const std::string& msg_uid,
                      const std::string& session_id, SessionType session_type, int32_t fail_reason);
 
-  // Writes a sending state. True also when no such message exists.
+  /// Writes a sending state.
   bool update_sent_status(int64_t msg_id, int32_t sentStatus);
 
-  // Writes a read state and clears the mention flag. A change between unread (0) and read (1 or
-  // more) corrects the conversation's counters. One transaction. False when no such message exists.
+  /// Writes a read state and clears the mention flag. Corrects the conversation's counters if an
+  /// unread message (0) becomes read (1 or more) or vice versa. One transaction; false if there is
+  /// no such message. Success may be partial.
+  /// @snippet operations.cpp set_read_status
   bool set_read_status(int64_t msg_id, int32_t read_status);
 
-  // The peer has read everything up to `sent_time`: own messages that the server accepted, sent
-  // after the stored receipt time and up to `sent_time`, become covered (3), and the receipt time
-  // moves forward. A time not later than the stored one covers every such message up to it and
-  // moves nothing. True also when there is no such message.
+  /// Applies the peer's receipt for everything up to `sent_time`: own sent messages (0) after the
+  /// stored receipt time and up to `sent_time` become covered (3), and the receipt time moves
+  /// forward. If `sent_time` is not later than the stored one, every own sent message up to
+  /// `sent_time` is covered and the receipt time stays. Success may be partial.
+  /// @snippet operations.cpp update_message_receipt_status
   bool update_message_receipt_status(const std::string& session_id, SessionType session_type,
                                      int64_t sent_time);
 
-  // Replaces a message's body. An `object_name` that is not empty replaces the kind as well and
-  // clears the mention flag. True also when no such message exists.
+  /// Replaces a message's body. A non-empty `object_name` replaces its kind and clears the mention.
   bool set_message_content(int64_t msg_id, const std::string& content,
                            const std::string& object_name);
 
-  // The client uid of the conversation's newest message in the sent state, whoever wrote it.
+  /// Reads the client uid of the conversation's newest message in the sent state (0), own or not.
   void get_client_uid(const std::string& session_id, SessionType session_type, int64_t& client_uid);
 
-  // The client uid of a message.
+  /// Reads the client uid of a message.
   void get_client_uid(int64_t msg_id, int64_t& client_uid);
 
-  // -- Building blocks --
+  /// @} @name Message state: building blocks
+  /// @{
 
-  // The message's part of set_send_time(): 101, or the SQLite result code of the failure.
+  /// The part of set_send_time() that updates the message: 101, or SQLite's code of the failure.
   int32_t set_sendtime(int64_t msg_id, int64_t sent_time, const std::string& msg_uid,
                        int32_t fail_reason);
 
-  // Runs `sql`, which takes a value and a message id as its only parameters, in this order. `sql`
-  // is SQL text, the caller's duty: one statement. True also when no such message exists.
+  /// Runs `sql`, SQL text of one statement with two parameters: a value, then a message id.
   bool common_message_int(int64_t msg_id, int32_t value, const std::string& sql);
+
+  /// Like common_message_int(), with a text as the value. `sql` is SQL text.
   bool common_message_text(int64_t msg_id, const std::string& value, const std::string& sql);
 
-  // ---- Deleting and clearing messages -----------------------------------------------------------
+  /// @} @name Deleting and clearing messages
+  /// @{
 
-  // Deletes messages by id, lowers their conversations' counters by the unread among them and,
-  // where any are, by the mentions among them, and points each conversation whose newest message
-  // went at the newest that is left. Ids below 1 are skipped. One transaction. The answer is that
-  // of the deletion: true also when no such message exists.
+  /// Deletes messages by id; ids below 1 are skipped. If a conversation loses unread messages,
+  /// lowers its counters by the unread messages and mentions that it loses, as
+  /// load_distinct_session_with_unread() counts them. A conversation whose newest message is
+  /// deleted gets the newest remaining one. One transaction. Success may be partial.
+  /// @snippet operations.cpp delete_message
   bool delete_message(const std::vector<int64_t>& msg_id_v);
 
-  // Deletes messages by server uid, in whatever conversation they lie, and points the named
-  // conversation at its newest message. The counters stay. Pasted into literals unescaped, the uids
-  // are SQL text, the caller's duty.
+  /// Deletes messages by server uid, in any conversation, and updates the newest message of the
+  /// named conversation, not the counters. The uids are SQL text inside literals. An empty uid
+  /// matches every message without a server uid.
   void delete_message(const std::string& session_id, SessionType session_type,
                       const std::vector<std::string>& msg);
 
-  // Deletes all messages of a conversation, which then has no newest message; its row, time and
-  // counters stay. With `clean` the file is compacted and the answer is that of the compaction.
+  /// Deletes all messages of a conversation. Its row, time and counters stay, without a newest
+  /// message. With `clean`, compacts the file and returns that result. Success may be partial.
   bool clear_message(const std::string& session_id, SessionType session_type, bool clean);
 
-  // Deletes every message sent before `sent_time`, in all conversations, whose rows stay as they
-  // are. With `clean` the file is compacted. The answer is that of the deletion.
+  /// Deletes every message sent before `sent_time`, in all conversations, without changing their
+  /// rows. With `clean`, compacts the file too. The result is that of the deletion.
   bool clear_message_by_timestamp(int64_t sent_time, bool clean);
 
-  // -- Building blocks --
+  /// @} @name Deleting and clearing messages: building blocks
+  /// @{
 
-  // Deletes all messages of a conversation and nothing else. True also when there is none.
+  /// Deletes all messages of a conversation and nothing else.
   bool delete_message(const std::string& session_id, int32_t session_type);
 
-  // ---- Message queries --------------------------------------------------------------------------
+  /// @} @name Message queries
+  /// @{
 
-  // Fills `msg` from the row of its `msg_id_`. False, with `msg` untouched, when there is none.
+  /// Fills `msg` from the row of its `msg_id_`. False if there is none.
   bool get_message_by_id(MessageResponse& msg);
 
-  // Fills `msg` from the row of its `server_uid_` (32-bit id). False, with `msg` untouched, when
-  // there is none.
+  /// Fills `msg` from the row of its `server_uid_` (32-bit id). False if there is none.
   bool get_message_by_uid(MessageResponse& msg);
 
-  // One page of history: up to `count` messages strictly before (`desc`, newest first) or strictly
-  // after (else, oldest first) the time of message `messageId`. 0 starts behind the newest message;
-  // an id that is not stored stands for time 0. Messages of the anchor's own time are in neither
-  // page. `object_name` restricts the kinds; empty names in it do not count, and none restricts
-  // nothing. Its names are SQL text, the caller's duty: pasted into literals unescaped. Returns
-  // non-empty (32-bit ids).
+  /// Appends one page of history: up to `count` messages before the time of message `messageId`,
+  /// newest first (`desc`), or after it, oldest first; messages with exactly this time are skipped.
+  /// 0 starts after the newest message; an id that is not stored means time 0. Names in
+  /// `object_name` restrict the page to these kinds; empty names are ignored, and without a name
+  /// all kinds match. The names are SQL text inside literals. Returns non-empty (32-bit ids).
   bool get_history_message_by_object_name(const std::string& session_id, SessionType session_type,
                                           const std::vector<std::string>& object_name,
                                           int64_t messageId, int32_t count,
                                           std::vector<MessageResponse>& msg, bool desc);
 
-  // The same for one kind, or for all when `object_name` is empty. This name, too,
-  // is SQL text, the caller's duty. In spite of its name, `search_time` is a message id, or 0.
+  /// Like get_history_message_by_object_name(), for one kind, or for all if `object_name` is empty;
+  /// this name is SQL text inside a literal. Despite its name, `search_time` is a message id or 0.
+  /// @snippet operations.cpp get_history_message_by_time
   bool get_history_message_by_time(const std::string& session_id, SessionType session_type,
                                    const std::string& object_name, int64_t search_time,
                                    int32_t count, std::vector<MessageResponse>& msg, bool desc);
 
-  // Inserts the ten newest mentions that carry direction 2, oldest first, at the front of `msg`.
-  // The store itself never writes that direction: such rows come from a copied older store. Returns
-  // non-empty (32-bit ids).
+  /// Inserts the ten newest mentions with direction 2 at the front of `msg`, oldest first. Only
+  /// rows copied from an older store have this direction. Returns non-empty (32-bit ids).
   bool get_mention_message(const std::string& session_id, SessionType session_type,
                            std::vector<MessageResponse>& msg);
 
-  // A span read as two pages in one transaction: up to `left_count` messages before the message of
-  // id `sent_time`, appended to `msg`, and up to `right_count` + 1 after the message whose id
-  // equals the newest time of the first page (or `sent_time` - 1 when that page is empty), inserted
-  // at the front newest first. Both numbers are resolved as message ids, as in
-  // get_history_message_by_time(). Returns non-empty (32-bit ids).
+  /// One transaction that reads two pages as get_history_message_by_time() does. Up to `left_count`
+  /// messages before message id `sent_time` are appended to `msg`. Up to `right_count` + 1 messages
+  /// after a second message are inserted at the front, newest first; its id is the newest time of
+  /// the first page, or `sent_time` - 1 if that page is empty. Returns non-empty (32-bit ids).
   bool get_matched_message(const std::string& session_id, SessionType session_type,
                            int64_t sent_time, int32_t left_count, int32_t right_count,
                            std::vector<MessageResponse>& msg);
 
-  // The time of the conversation's newest message: of all (`type` 2), of those received (1), of
-  // those in the sent state (0).
+  /// Reads the time of the conversation's newest message: of all messages (`type` 2), of the
+  /// received ones (1), or of those in the sent state (0).
   void get_max_time(int64_t& sent_time, SessionType session_type, const std::string& session_id,
                     int32_t type);
 
-  // The largest message id of the conversation, chosen by `type` as in get_max_time(); -1 for none.
+  /// The conversation's largest message id, with `type` as in get_max_time(); -1 if there is none.
   int64_t get_max_message_id(SessionType session_type, const std::string& session_id, int32_t type);
 
-  // -- Building blocks --
+  /// @} @name Message queries: building blocks
+  /// @{
 
-  // get_message_by_uid() or get_message_by_id().
+  /// Does what get_message_by_uid() (`by_uid`) or get_message_by_id() does.
   bool query_message(MessageResponse& msg, bool by_uid);
 
-  // A message's conversation and state. False when no such message exists.
+  /// Reads a message's conversation, state and time. False if no such message exists.
   bool get_message_by_id(int64_t msg_id, std::string& session_id, int32_t& session_type,
                          bool& is_unread, bool& is_mention, int64_t& sent_time);
 
-  // What get_max_time() does.
+  /// Does what get_max_time() does.
   void get_maxtime(int64_t& sent_time, SessionType session_type, const std::string& session_id,
                    int32_t type);
 
-  // ---- Read state and send time -----------------------------------------------------------------
+  /// @} @name Read state and send time
+  /// @{
 
-  // A message's time; 0 when no such message exists.
+  /// A message's time; 0 if no such message exists.
   int64_t get_send_time(int64_t msg_id);
 
-  // Marks the received messages sent after the conversation's read time as read, and no longer as
-  // mentions; read states other than 0 stay. Counters and read time stay too. True also when there
-  // is no such message.
+  /// Marks the received messages after the conversation's read time as read and clears their
+  /// mention flags. Read states other than 0 stay, and so do the counters and the read time.
   bool update_message_status(const std::string& session_id, int32_t session_type);
 
-  // -- Building blocks --
+  /// @} @name Read state and send time: building blocks
+  /// @{
 
-  // The time up to which the user has read the conversation.
+  /// Reads the time up to which the user has read the conversation.
   void get_readtime(const std::string& session_id, int32_t session_type, int64_t& read_time);
 
-  // ---- Conversation rows and settings -----------------------------------------------------------
+  /// @} @name Conversation rows and settings
+  /// @{
 
-  // Pins or unpins. A missing conversation is created only when both flags are set; otherwise
-  // nothing is written and the answer is true.
+  /// Pins or unpins a conversation. A missing one is created if both flags are set; otherwise
+  /// nothing is written and the result is true. Success may be partial.
   bool set_is_top(const std::string& session_id, SessionType session_type, bool is_top,
                   bool create);
 
-  // Stores a draft and moves the conversation to now; an empty draft clears it and leaves the time.
-  // For a missing conversation an empty draft succeeds without a write and any other fails.
+  /// Stores a draft and sets the conversation's time to now; an empty draft keeps the time. Without
+  /// the conversation, an empty draft succeeds and any other fails. Success may be partial.
   bool set_message_draft(const std::string& session_id, SessionType session_type,
                          const std::string& draft);
 
-  // Always false, with `draft` untouched: it reads a column that the schema does not have. The
-  // draft is read by get_session() and get_session_list_by_page().
+  /// Always false: it reads a column that the schema does not have. get_session() reads the draft.
   bool get_message_draft(const std::string& session_id, SessionType session_type,
                          std::string& draft);
 
-  // Writes the do-not-disturb setting; 0 is off. True also when no such conversation exists.
+  /// Writes the do-not-disturb setting; 0 is off.
   bool set_silence(const std::string& session_id, SessionType session_type, int32_t status);
 
-  // The do-not-disturb setting; a stored 1 is reported as 0. False when no such conversation
-  // exists.
+  /// Reads the do-not-disturb setting; a stored 1 is reported as 0. False if there is no such row.
   bool get_silence(const std::string& session_id, SessionType session_type, int32_t& status);
 
-  // Deletes the conversation's row and marks its received messages read, which stay. The answer is
-  // that of the deletion: true also when there is no row.
+  /// Deletes the conversation's row, then marks its received messages as read. The result is that
+  /// of the deletion. Success may be partial.
   bool remove_session(const std::string& session_id, SessionType session_type);
 
-  // Deletes every conversation of these kinds, then their messages. One transaction, committed with
-  // what succeeded. False when either failed.
+  /// Deletes every conversation of these kinds, then their messages. False if either fails; what
+  /// succeeded is committed. One transaction. Success may be partial.
   bool clear_session(const std::vector<SessionType>& entry);
 
-  // Runs `sql`, which takes a conversation's id and kind as its only parameters, in this order.
-  // `sql` is SQL text, the caller's duty: one statement.
+  /// Runs `sql`, SQL text of one statement with two parameters: a conversation's id and its kind.
   bool common_session_operation(const std::string& session_id, int32_t session_type,
                                 const std::string& sql);
 
-  // -- Building blocks --
+  /// @} @name Conversation rows and settings: building blocks
+  /// @{
 
-  // Whether the conversation has a row. False, too, when that cannot be looked up.
+  /// Whether the conversation has a row; false also if the lookup fails.
   bool is_session_exist(const std::string& session_id, int32_t session_type);
 
-  // Creates a conversation's row with `name` as its title and these counters; a `create_time` of 0
-  // becomes the clock's time. False when there is one already.
+  /// Creates a conversation's row with `name` as its title and these counters. A `create_time` of 0
+  /// is replaced by the current time. False if the row exists already.
   bool add_session(const std::string& session_id, SessionType session_type, int64_t create_time,
                    int64_t msg_id, const std::string& name, int32_t count, int32_t mention);
 
-  // Moves a conversation to a message just saved and adds to its counters. `profile` has bit 1 for
-  // history, 2 for insert only, 4 for insert only with a time of its own. They govern a message not
-  // newer than the conversation: history changes nothing when there is a newest message; insert
-  // only leaves the time, and with a time of its own the newest message as well. A late "CV:QbNtf"
-  // leaves the newest message, too. Failures are logged only.
+  /// Moves a conversation to a message just saved, even back in time, and adds to its counters.
+  /// `profile` combines bits 1 (history), 2 (insert only) and 4 (insert only with the caller's
+  /// time). If the message is not newer than the conversation:
+  /// - history changes nothing, not even the counters, if there is a newest message;
+  /// - insert only keeps the conversation's time, and with the caller's time any newest message;
+  /// - a message of kind "CV:QbNtf" keeps any newest message, whatever the bits.
   void set_session_time(const std::string& session_id, SessionType session_type, int64_t sent_time,
                         const std::string& object_name, int64_t msg_id, int32_t unread,
                         int32_t mention, uint32_t profile);
 
-  // Moves a conversation to a message whose time was corrected, unless the conversation is at that
-  // time or later and its newest message's id is 0 or more. Failures are logged only.
+  /// Moves a conversation to a message whose time was corrected. Does nothing if the conversation
+  /// is at that time or later and the id of its newest message is 0 or more.
   void set_sessiontime(int64_t sent_time, int64_t msg_id, const std::string& session_id,
                        SessionType session_type);
 
-  // A conversation's time, newest message (32-bit id) and counters.
+  /// Reads a conversation's time, newest message (32-bit id) and counters.
   void get_sessiontime(const std::string& session_id, int32_t session_type, int64_t& time,
                        int64_t& msg_id, int32_t& unread, int32_t& mention);
 
-  // Deletes the conversation's row; its messages stay. True also when there is none.
+  /// Deletes the conversation's row; its messages stay.
   bool delete_session(const std::string& session_id, int32_t session_type);
 
-  // ---- Conversation list ------------------------------------------------------------------------
+  /// @} @name Conversation list
+  /// @{
 
-  // Appends one page of the conversations of these kinds, pinned first, then newest first, each
-  // with its latest message. `sent_time` 0 starts the list. Ask for the next page with the smallest
-  // get_sessiontime() time among the entries whose `is_top_` equals the last one's, which is
-  // remembered between calls, once for the process: one reader pages at a time. False when nothing
-  // was appended.
-  //
-  // An entry's `session_time` is its latest message's time, or, with a draft or without that
-  // message, the conversation's own. Pages that are asked for with it repeat without end where it
-  // is later than the own one, and leave conversations out where it is earlier.
-  // `message_.sent_time_` is not set. 32-bit ids.
+  /// Appends one page of the conversations of these kinds with their latest messages: pinned first,
+  /// then newest first. Pass 0 as `sent_time` for the first page. For the next one, pass the
+  /// smallest get_sessiontime() time among the entries whose `is_top_` equals the last entry's.
+  /// Whether the last entry was pinned is remembered between calls, so only one reader per process
+  /// can page at a time. False if nothing was appended. Success may be partial.
+  ///
+  /// An entry's `session_time` is the time of its latest message, or the conversation's own with a
+  /// draft or without a message. Do not page by it: where it is later than the own time, pages
+  /// repeat without end; where earlier, conversations are missed. `message_.sent_time_` is not set.
+  /// 32-bit ids.
+  /// @snippet operations.cpp get_session_list_by_page
   bool get_session_list_by_page(const std::vector<SessionType>& entry, int64_t sent_time,
                                 int32_t limit, std::vector<SessionInfo>& session);
 
-  // Fills `session` from the row of its `session_id_` and `session_type_`, with its latest message,
-  // whose time it takes. False, with `session` untouched, when there is none. 32-bit id.
+  /// Fills `session` from the row of its id and kind and from its latest message, whose time
+  /// becomes `session_time`. False if there is no such row. 32-bit id.
   bool get_session(SessionInfo& session);
 
-  // -- Building blocks --
+  /// @} @name Conversation list: building blocks
+  /// A `session_type` or `msg_id` that is a text is SQL text: numbers separated by commas.
+  /// @{
 
-  // A `session_type` or `msg_id` that is a text is SQL text, the caller's duty: numbers with commas
-  // between.
-
-  // Appends one page of rows without their messages; `is_top` tells that the page before ended
-  // among the pinned. Returns non-empty (32-bit ids).
+  /// Appends one page of rows without messages; `is_top` if the page before ended with a pinned
+  /// one. Returns non-empty (32-bit ids).
   bool load_session(std::vector<Session>& session, std::string& session_type, int64_t timestamp,
                     int32_t limit, bool is_top);
 
-  // Fills all of `conv` that the conversation's row holds, but its id and kind. False when there is
-  // no row. 32-bit id.
+  /// Fills `conv`, except its id and kind, from the row. False if there is none. 32-bit id.
   bool load_session(Session& conv, const std::string& session_id, int32_t session_type);
 
-  // Appends the messages of these ids, each under its conversation. True when the query ran.
+  /// Appends one element per message with these ids, under its conversation. True if the query ran.
   bool load_message(std::vector<Session>& session, const std::string& msg_id);
 
-  // Fills what `conv` holds of its latest message, and its time with that message's, from the row
-  // of `latest_id_`. False when there is no row.
+  /// Fills `conv` with the fields and time of message `latest_id_`. False if there is none.
   bool load_message(Session& conv);
 
-  // Counts, by conversation, the unread and the mentions among the messages of these ids. A message
-  // is added to every element of its conversation; one that is unread or a mention is appended as
-  // an element of its own unless the last one took it, so a conversation can come up again. Returns
-  // non-empty.
+  /// Counts unread messages and mentions among these messages, by conversation. Returns non-empty.
+  /// A message is added to every element of its conversation. If it is unread or a mention, it is
+  /// also appended unless the last element took it: unread ones of A, B, A give A 2, B 1, A 1.
   bool load_distinct_session_with_unread(std::vector<Session>& session, const std::string& msg_id);
 
-  // Appends id and kind of the conversations whose newest message is one of these. Returns
-  // non-empty.
+  /// Appends the keys of the conversations whose newest message is one of these. Returns non-empty.
   bool load_session_with_latestid(std::vector<Session>& session, const std::string& msg_id);
 
-  // The conversation's newest message (32-bit id) and its time. True also when it has none.
+  /// Reads id (32-bit id) and time of the conversation's newest message; true also if it has none.
   bool get_message_latestid(const std::string& session_id, int32_t session_type, int64_t& msg_id,
                             int64_t& sent_time);
 
-  // Points a conversation at a message; the conversation's time is set too when `msg_id` is above
-  // 0. True also when no such conversation exists.
+  /// Sets a conversation's newest message and, if `msg_id` is above 0, its time.
   bool set_message_latestid(const std::string& session_id, int32_t session_type, int64_t msg_id,
                             int64_t sent_time);
 
-  // ---- Counters, read and receipt times ---------------------------------------------------------
+  /// @} @name Counters, read and receipt times
+  /// @{
 
-  // Replaces both counters by a recount over the unread messages of direction 2 sent after
-  // `sendTime`, which becomes the read time. The store itself never writes that direction. True
-  // also when no such conversation exists.
+  /// Recounts both counters from the unread messages with direction 2 sent after `sendTime`, which
+  /// becomes the read time. The store itself never writes this direction.
   bool sync_unread(const std::string& session_id, int32_t session_type, int64_t sendTime);
 
-  // The user has read the conversation: received messages after the read time are marked read, the
-  // counters become 0, the read time that of the newest received message. One transaction. The
-  // answer is that of the marking; when it failed the counters stay.
+  /// Marks a conversation as read: received messages after the read time become read, the counters
+  /// become 0, and the read time becomes the time of the newest received message, or 0. If the
+  /// marking fails, returns false and keeps the counters. One transaction. Success may be partial.
+  /// @snippet operations.cpp clear_unread
   bool clear_unread(const std::string& session_id, SessionType session_type);
 
-  // The time up to which the peer has read.
+  /// Reads the time up to which the peer has read.
   void get_receipt_time(const std::string& session_id, int32_t session_type, int64_t& receipt_time);
 
-  // Unread messages of all conversations. This and the next four return false only when their
-  // statement cannot be prepared. The sums and the number of messages are 0 where there is nothing
-  // to count; get_unread_count() keeps `unread` when no such conversation exists.
+  /// Unread messages of all conversations; 0 if there are none. This operation and the next four
+  /// return false only if their statement cannot be prepared, so success may be partial.
   bool get_total_unread_count(int32_t& unread);
 
-  // Unread messages of one conversation.
+  /// Unread messages of one conversation; `unread` is kept if there is no such conversation.
   bool get_unread_count(const std::string& session_id, SessionType session_type, int32_t& unread);
 
-  // `unread` receives the number of all messages of the conversation, read or not.
+  /// Stores the number of all messages of the conversation, read or not, in `unread`.
   bool get_message_count(const std::string& session_id, SessionType session_type, int32_t& unread);
 
-  // Unread messages of the conversations of these kinds, or of every kind when none is named;
-  // muted ones count only `with_dnd`.
+  /// Unread messages of the conversations of these kinds, or of all kinds if `entry` names none.
+  /// Muted conversations count only with `with_dnd`.
   bool get_cate_unread_count(const std::vector<SessionType>& entry, int32_t& unread, bool with_dnd);
 
-  // Unread messages and mentions of the conversations of these kinds, muted ones too, or of every
-  // kind when none is named.
+  /// Like get_cate_unread_count() with muted conversations; counts the unread mentions too.
+  /// @snippet operations.cpp get_unread_mention_count
   bool get_unread_mention_count(const std::vector<SessionType>& entry, int32_t& unread,
                                 int32_t& mention);
 
-  // -- Building blocks --
+  /// @} @name Counters, read and receipt times: building blocks
+  /// @{
 
-  // Lowers the counters. An `unread` of 0 changes nothing, a negative one of any size raises the
-  // unread count by one; a `mention` below 1 leaves the mentions. Nothing stops at 0. True also
-  // when no such conversation exists.
+  /// Lowers the counters by these values, also below 0. An `unread` of 0 changes nothing; any
+  /// negative one raises the unread count by 1. A `mention` below 1 keeps the mentions.
   bool set_unread_by_value(const std::string& session_id, int32_t session_type, int32_t unread,
                            int32_t mention);
 
-  // The recount of sync_unread(); both 0 when there is no such message.
+  /// The recount of sync_unread(); both counts are 0 if there is no such message.
   bool get_unred_mention(const std::string& session_id, int32_t session_type, int64_t sendTime,
                          int32_t& unread, int32_t& mention);
 
-  // Sets both counters to 0 and the read time.
+  /// Sets both counters to 0 and writes the read time.
   void set_unread_readtime(const std::string& session_id, int32_t session_type, int64_t read_time);
 
-  // Writes the time up to which the peer has read, also an earlier one. Failures are logged only.
+  /// Writes the time up to which the peer has read, even an earlier one.
   void set_receipttime(const std::string& session_id, int32_t session_type, int64_t receipt_time);
 
-  // What get_receipt_time() does.
+  /// Does what get_receipt_time() does.
   void get_receipttime(const std::string& session_id, int32_t session_type, int64_t& receipt_time);
 
-  // ---- Statement layer --------------------------------------------------------------------------
+  /// @} @name Statement layer: building blocks
+  /// Parameters count from 1, columns from 0. Results are SQLite's result codes, or -1 without an
+  /// open connection. A null `stmt`, or running a text without a statement, aborts the process.
+  /// @{
 
-  // -- Building blocks --
-
-  // Parameters count from 1, columns from 0. Results are SQLite result codes; -1
-  // stands for no open connection. A null `stmt` aborts the process wherever one is required.
-
-  // Prepares one statement: the handle, which the caller passes to finalize(), or null after a
-  // failure or for a text without a statement. `success` receives 0 or the code of the failure.
-  // `query` is SQL text, the caller's duty; what follows its first statement is dropped.
+  /// Prepares one statement. Returns the handle, which the caller passes to finalize(), or null
+  /// after a failure or for a text without a statement. `success` receives 0 or the code of the
+  /// failure. `query` is SQL text; anything after its first statement is ignored.
   sqlite3_stmt* prepare_sql(const std::string& query, int32_t& success);
 
-  // Binds a value. A text is not copied: it must live, unchanged, until the statement is finalised
-  // or the parameter bound again. It ends at its first zero byte.
+  /// Binds a 32-bit integer.
   static int32_t bind(sqlite3_stmt* stmt, int32_t icol, int32_t value);
+  /// Binds a 64-bit integer.
   static int32_t bind(sqlite3_stmt* stmt, int32_t icol, int64_t value);
+  /// Binds a text, up to its first zero byte. The text is not copied: it must stay alive and
+  /// unchanged until the statement is finalised or the parameter is bound again.
   static int32_t bind(sqlite3_stmt* stmt, int32_t icol, const std::string& value);
 
-  // Steps once, without a retry: 100 for a row, 101 for done, less for a failure. With `finaled`
-  // the statement is finalised too, whatever the result.
+  /// Steps once, without a retry: 100 for a row, 101 for done, less than 100 for a failure. With
+  /// `finaled`, finalises the statement too, whatever the result.
   int32_t step(sqlite3_stmt* stmt, bool finaled);
 
-  // Makes the statement ready to run again; its bindings stay.
+  /// Makes the statement ready to run again and keeps its bindings.
   void reset(sqlite3_stmt* stmt);
 
-  // Ends the statement; null is allowed.
+  /// Finalises the statement; unlike elsewhere, null is allowed.
   void finalize(sqlite3_stmt* stmt);
 
-  // A column of the current row; NULL reads as 0 or empty.
+  /// A column of the current row as a 32-bit integer; 0 for NULL.
   static int32_t get_int(sqlite3_stmt* stmt, int32_t index);
+  /// A column of the current row as a 64-bit integer; 0 for NULL.
   static int64_t get_int64(sqlite3_stmt* stmt, int32_t index);
+  /// A column of the current row as a text; empty for NULL.
   static const std::string get_text(sqlite3_stmt* stmt, int32_t index);
 
-  // The connection's last error text. Aborts the process when there is no connection.
+  /// The connection's last error text. Aborts the process without an open connection.
   const std::string get_error();
 
-  // Runs one statement and drops its rows: 101 when it ended, 100 when it gave a row, else the code
-  // of the failure. `sql` is SQL text, the caller's duty; without a statement it aborts.
+  /// Runs one statement and ignores its rows: 101 if it is done, 100 if it gave a row, else the
+  /// code of the failure. `sql` is SQL text.
   int32_t execute_none_query(const std::string& sql);
 
-  // The first column of the first row as an integer; -1 for no row or a failure. `pragma` is
-  // SQL text, the caller's duty; without a statement it aborts.
+  /// The first column of the first row as an integer, -1 without one. `pragma` is SQL text.
   int32_t get_pragma(const std::string& pragma);
 
-  // Replaces `str` by the number in plain decimal, whatever the global locale is.
+  /// Replaces `str` by the number in plain decimal, whatever the global locale is.
   static void number_to_string(std::string& str, int64_t number);
+  /// The same for every other integer type whose values fit in int64_t.
   template <typename Integer>
   static void number_to_string(std::string& str, Integer number) {
     static_assert(std::is_integral<Integer>::value, "only whole numbers are written");
@@ -618,13 +615,15 @@ class CvDbSingleton {
     number_to_string(str, static_cast<int64_t>(number));
   }
 
-  // `keyword` made ready for a LIKE pattern inside an SQL literal: "_" and "%" with a backslash
-  // before them, quotes doubled, a backslash as it is. `flag` is set when a backslash was added,
-  // which the LIKE clause must then name as its escape character; it is never cleared.
+  /// Prepares `keyword` for a LIKE pattern inside an SQL literal: puts a backslash before "_" and
+  /// "%" and doubles quotes. A backslash stays as it is. If a backslash was added, sets `flag`; the
+  /// LIKE clause must then name the backslash as its escape character. `flag` is never cleared.
   static std::string escape_char(const std::string& keyword, bool& flag);
 
-  // Appends the kinds from 1 to 5 to `type`, in decimal with commas between; others are skipped.
+  /// Appends the kinds from 1 to 5 to `type`, separated by commas; other values are skipped.
   void join_type(const std::vector<SessionType>& entry, std::string& type);
+
+  /// @}
 
  private:
   friend struct CvDbPreparing;  // lets the unit's own statements use prepare()
@@ -632,15 +631,15 @@ class CvDbSingleton {
   CvDbSingleton() = default;
   ~CvDbSingleton();
 
-  // What prepare_sql() does, without copying a literal for it.
+  // Does what prepare_sql() does, without copying a literal.
   sqlite3_stmt* prepare(const char* query, int32_t& success);
 
   static CvDbSingleton* instance_;
 
   sqlite3* db_ = nullptr;        // the open connection; null when closed
   cvrtc::Pathname local_path_;   // the file of the last init_open_db()
-  cvrtc::Pathname local_path8_;  // the file open_db() opened last: deleted when found damaged
-  std::string user_id_;          // whose database is open
+  cvrtc::Pathname local_path8_;  // the file open_db() opened last; deleted if found damaged
+  std::string user_id_;          // the user whose database is open
   [[maybe_unused]] bool corrupt_ = false;  // never set
 };
 

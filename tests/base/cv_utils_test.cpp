@@ -25,7 +25,7 @@ TEST(CvUtils, ScansFromLeftToRight) {
   EXPECT_EQ(replaced("aaa", "aa", "b"), "ba");
 }
 
-TEST(CvUtils, DoesNotJoinInsertedTextWithWhatFollows) {
+TEST(CvUtils, DoesNotMatchAcrossTheEndOfInsertedText) {
   EXPECT_EQ(replaced("aab", "ab", "a"), "aa");
   EXPECT_EQ(replaced("abb", "ab", "a"), "ab");
 }
@@ -39,13 +39,13 @@ TEST(CvUtils, EmptySearchTextChangesNothing) {
   EXPECT_EQ(replaced("", "", "x"), "");
 }
 
-TEST(CvUtils, TextWithoutTheSearchTextStays) {
+TEST(CvUtils, TextWithoutAMatchDoesNotChange) {
   EXPECT_EQ(replaced("abc", "d", "x"), "abc");
   EXPECT_EQ(replaced("ab", "abc", "x"), "ab");
   EXPECT_EQ(replaced("", "a", "x"), "");
 }
 
-TEST(CvUtils, GoesOnBehindAZeroByte) {
+TEST(CvUtils, ContinuesAfterAZeroByte) {
   EXPECT_EQ(replaced(std::string("_\0_", 3), "_", "-"), std::string("-\0-", 3));
 }
 

@@ -7,7 +7,7 @@
 namespace corvan_test {
 namespace {
 
-TEST(FatalMessage, WritesPlaceAndTextAndAborts) {
+TEST(FatalMessage, WritesFileLineAndTextAndAborts) {
   EXPECT_EXIT(cvrtc::FatalMessage("db/unit.cpp", 1207).stream() << "Check failed: x\n# note",
               testing::KilledBySignal(SIGABRT),
               "^Fatal error in db/unit\\.cpp, line 1207\nCheck failed: x\n# note\n(qemu: .*\n)?$");

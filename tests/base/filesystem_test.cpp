@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Starts in an empty folder that holds the regular file "file".
+// Starts in a folder that contains only the regular file "file".
 class Filesystem : public testing::Test {
  protected:
   Filesystem() {
@@ -44,11 +44,11 @@ TEST_F(Filesystem, EmptyRegularFileIsAFile) {
   EXPECT_TRUE(is_file("empty"));
 }
 
-TEST_F(Filesystem, NothingThereIsNoFile) {
+TEST_F(Filesystem, MissingPathIsNotAFile) {
   EXPECT_FALSE(is_file("missing"));
 }
 
-TEST_F(Filesystem, FolderIsNoFile) {
+TEST_F(Filesystem, FolderIsNotAFile) {
   fs::create_directory(folder_ / "sub");
   EXPECT_FALSE(is_file("sub"));
   EXPECT_FALSE(is_file("sub/"));
@@ -59,7 +59,7 @@ TEST_F(Filesystem, LinkToAFileIsAFile) {
   EXPECT_TRUE(is_file("link"));
 }
 
-TEST_F(Filesystem, LinkToAFolderOrToNothingIsNoFile) {
+TEST_F(Filesystem, LinkToAFolderOrToNothingIsNotAFile) {
   fs::create_directory(folder_ / "sub");
   fs::create_directory_symlink("sub", folder_ / "folder_link");
   fs::create_symlink("missing", folder_ / "dead_link");
@@ -67,12 +67,12 @@ TEST_F(Filesystem, LinkToAFolderOrToNothingIsNoFile) {
   EXPECT_FALSE(is_file("dead_link"));
 }
 
-TEST_F(Filesystem, PathThatCannotBeExaminedIsNoFile) {
+TEST_F(Filesystem, PathThatCannotBeExaminedIsNotAFile) {
   EXPECT_FALSE(is_file("file/below"));
   EXPECT_FALSE(is_file(std::string(10000, 'x')));
 }
 
-TEST_F(Filesystem, EmptyPathIsNoFile) {
+TEST_F(Filesystem, EmptyPathIsNotAFile) {
   EXPECT_FALSE(cvrtc::Filesystem::IsFile(cvrtc::Pathname()));
 }
 

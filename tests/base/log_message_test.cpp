@@ -17,7 +17,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// Read before any test can have set another.
+// Read before any test can change it.
 const cvrtc::LoggingSeverity severity_at_start = cvrtc::LogMessage::MinSeverity();
 
 // Restores the logger's defaults at the end of each test.
@@ -28,8 +28,7 @@ class LogMessage : public testing::Test {
     cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_WARNING);
   }
 
-  // Collects what the logger hands over from now on, as the severity's number, a blank and the
-  // text.
+  // Collects the lines that the logger hands over from now on: number of the severity, blank, text.
   void collect() {
     cvrtc::LogMessage::SetSink([this](cvrtc::LoggingSeverity severity, const std::string& text) {
       const std::lock_guard<std::mutex> lock(mutex_);
@@ -41,7 +40,7 @@ class LogMessage : public testing::Test {
   Lines lines_;
 };
 
-// Keeps what is written to standard error while it lives.
+// While it exists, captures what is written to standard error.
 class StandardError {
  public:
   StandardError() : previous_(std::cerr.rdbuf(text_.rdbuf())) {}
@@ -65,7 +64,7 @@ TEST_F(LogMessage, SeveritiesAreNumberedFromZero) {
   EXPECT_EQ(cvrtc::LS_NONE, 5);
 }
 
-TEST_F(LogMessage, AcceptsWarningsUntilTheHostSaysOtherwise) {
+TEST_F(LogMessage, AcceptsWarningsUntilTheHostChangesIt) {
   EXPECT_EQ(severity_at_start, cvrtc::LS_WARNING);
 }
 
@@ -103,7 +102,7 @@ TEST_F(LogMessage, NothingIsHandedOverBeforeTheMessageEnds) {
   EXPECT_EQ(lines_, Lines{"3 first second"});
 }
 
-TEST_F(LogMessage, TextOfASeverityNotAcceptedIsDropped) {
+TEST_F(LogMessage, TextBelowTheMinimumSeverityIsDropped) {
   collect();
   cvrtc::LogMessage(cvrtc::LS_INFO).stream() << "dropped";
   cvrtc::LogMessage(cvrtc::LS_WARNING).stream() << "kept";
@@ -118,7 +117,7 @@ TEST_F(LogMessage, WritesALineToStandardErrorWithoutASink) {
   EXPECT_EQ(error.text(), "one\ntwo\n");
 }
 
-TEST_F(LogMessage, EmptySinkBringsStandardErrorBack) {
+TEST_F(LogMessage, EmptySinkRestoresStandardError) {
   const StandardError error;
   collect();
   cvrtc::LogMessage(cvrtc::LS_WARNING).stream() << "to the sink";
@@ -128,7 +127,7 @@ TEST_F(LogMessage, EmptySinkBringsStandardErrorBack) {
   EXPECT_EQ(error.text(), "to standard error\n");
 }
 
-TEST_F(LogMessage, LineThatItsSinkHasNoMemoryForIsLostAlone) {
+TEST_F(LogMessage, OnlyTheLineThatTheSinkHasNoMemoryForIsLost) {
   bool memory = false;
   cvrtc::LogMessage::SetSink([&](cvrtc::LoggingSeverity, const std::string& text) {
     if (!memory) throw std::bad_alloc();

@@ -9,7 +9,7 @@ namespace {
 
 using Path = cvrtc::Pathname;
 
-// The parts, so that a misplaced boundary shows.
+// The parts with marks between them, so that a wrong boundary is visible.
 std::string parts(const Path& path) {
   return "[" + path.folder() + "][" + path.basename() + "][" + path.extension() + "]";
 }

@@ -25,7 +25,7 @@ TEST(Timestamp, IsTheSystemTimeInMilliseconds) {
   EXPECT_LE(now, after);
 }
 
-TEST(Timestamp, MovesOnWithTime) {
+TEST(Timestamp, AdvancesWithTime) {
   const int64_t before = Corvan::Timestamp();
   std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_GE(Corvan::Timestamp(), before + 5);

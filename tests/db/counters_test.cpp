@@ -21,15 +21,14 @@ constexpr const char* kReceipts = "select receipt_time from t_session order by r
 
 class Counters : public StoreTest {
  protected:
-  // Conversation ("room", group), with a namesake of another kind behind it that must stay as it
-  // is.
+  // Conversation ("room", group), and one of another kind with the same id, which must not change.
   void plant_room(int32_t unread, int32_t mention) const {
     plant_session("room", CV_GROUP, 100, -1, unread, mention);
     plant_session("room", CV_PRIVATE, 100, -1, 9, 9);
   }
   static Rows with_namesake(const std::string& row) { return {row, "9|9|0"}; }
 
-  // An unread message of direction 2 in the room, as only an older store has them.
+  // An unread message with direction 2 in the room; only older stores have such rows.
   void plant_copied(int64_t time, int32_t is_mention = 0, int32_t read_status = 0) const {
     plant(
         "insert into t_message(session_id,session_type,direction,sent_time,is_mention,read_status) "
@@ -38,7 +37,7 @@ class Counters : public StoreTest {
         std::to_string(read_status) + ")");
   }
 
-  // Conversations of three kinds, a muted one among each of two of them.
+  // Conversations of three kinds; two kinds have a muted one.
   void plant_kinds() const {
     plant(
         "insert into t_session(session_id,session_type,unread_count,mention_count,silence) values"
@@ -50,7 +49,7 @@ class Counters : public StoreTest {
     return count;
   }
 
-  // Takes a table away from statements to come.
+  // Removes a table, so that later statements cannot be prepared.
   void drop(const std::string& table) {
     ASSERT_EQ(store().execute_none_query("drop table " + table), kDone);
   }
@@ -58,7 +57,7 @@ class Counters : public StoreTest {
   // Makes every update of a table fail when it is stepped.
   void refuse_updates(const std::string& table) const { plant(refuse("update on " + table)); }
 
-  // t_session and t_message become views that can be prepared and not be stepped.
+  // Replaces t_session and t_message by views that can be prepared but not stepped.
   void make_rows_unreadable() const {
     plant(
         "drop table t_session; drop table t_message;"

@@ -18,12 +18,12 @@ constexpr const char* kSessions =
     "select session_id,session_time,latest_id,unread_count,mention_count from t_session "
     "order by session_id";
 
-// What a compaction inside a transaction leaves in the log.
+// The log line of a compaction inside a transaction.
 Rows vacuum_lines() {
   return run_failed(1, "cannot VACUUM from within a transaction");
 }
 
-// Some hundred pages of messages, all of them of the conversation of NewMessage.
+// Some hundred pages of messages, all in the conversation of NewMessage.
 constexpr const char* kManyMessages =
     "with recursive n(i) as (select 1 union all select i+1 from n where i<200) "
     "insert into t_message(session_id,session_type,sent_time,content) "
@@ -82,7 +82,7 @@ TEST_F(DeleteMessage, IdsAbove32BitsAreDeletedWhole) {
   EXPECT_EQ(rows(kIds), Rows{"5"});
 }
 
-TEST_F(DeleteMessage, LargestIdThereIsIsDeleted) {
+TEST_F(DeleteMessage, LargestPossibleIdIsDeleted) {
   plant("insert into t_message(id) values(5),(9223372036854775807)");
   EXPECT_TRUE(store().delete_message(Ids{9223372036854775807}));
   EXPECT_EQ(rows(kIds), Rows{"5"});
@@ -157,7 +157,7 @@ TEST_F(DeleteMessage, ConversationThatComesUpTwiceIsLoweredByEachShare) {
   save(NewMessage().in("a", CV_GROUP).at(300));
   save(NewMessage().in("b", CV_GROUP).at(300));
   EXPECT_TRUE(store().delete_message(Ids{1, 2, 3}));
-  // Message 3 joins the first share of "a" and opens a second one behind that of "b": 3 - 2 - 1.
+  // Message 3 is added to the first element of "a" and gets one of its own after "b": 3 - 2 - 1.
   EXPECT_EQ(rows(kSessions), (Rows{"a|300|4|0|0", "b|300|5|1|0"}));
 }
 
@@ -278,7 +278,7 @@ TEST_F(DeleteMessage, DeletionIsKeptWhenTheNewestLeftCannotBeRead) {
   plant("update t_session set session_time=900");
   plant(
       "drop table t_message; create table t_message(id integer); insert into t_message values(1)");
-  ASSERT_FALSE(store().is_table_exist("t_missing"));  // reads the schema anew
+  ASSERT_FALSE(store().is_table_exist("t_missing"));  // reads the schema again
   EXPECT_TRUE(store().delete_message(Ids{1}));
   EXPECT_EQ(rows(kIds), Rows{});
   EXPECT_EQ(rows(kSessions), Rows{"room|900|1|1|0"});
@@ -522,7 +522,7 @@ TEST_F(DeleteMessage, ClearingByTimeIgnoresAFailedCompaction) {
   EXPECT_EQ(log.take(), vacuum_lines());
 }
 
-TEST_F(DeleteMessage, ClearingByTimeReportsAFailedDeletionAndCompactsAllTheSame) {
+TEST_F(DeleteMessage, ClearingByTimeReportsAFailedDeletionAndStillCompacts) {
   save(NewMessage().at(100));
   plant(refuse("delete on t_message"));
   take_ledger();

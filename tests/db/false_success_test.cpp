@@ -1,6 +1,5 @@
-// Answers that say more than what happened. Each follows from how an operation is made: from steps
-// that nobody looks at, or from several commits. docs/reliability.md tells callers what to do about
-// them.
+// Operations that report success although part of the work failed, because they do not check every
+// step or because they commit more than once. docs/reliability.md tells callers what to do.
 
 #include <sqlite3.h>
 
@@ -20,7 +19,7 @@ using Corvan::SessionInfo;
 
 constexpr auto kRoom = Corvan::CV_GROUP;
 
-// Lets no statement be prepared that reads this column, while it lives.
+// While it exists, no statement that reads this column can be prepared.
 class UnreadableColumn {
  public:
   explicit UnreadableColumn(std::string name) : name_(std::move(name)), db_(store_connection()) {
@@ -42,7 +41,7 @@ class UnreadableColumn {
   sqlite3* db_;
 };
 
-// Turns every commit into a roll-back, while it lives.
+// While it exists, every commit is turned into a rollback.
 class RefusedCommits {
  public:
   RefusedCommits() : db_(store_connection()) {
@@ -67,7 +66,7 @@ class FalseSuccess : public StoreTest {
     log.take();
   }
   void TearDown() override {
-    EXPECT_NE(log.take(), Rows{});  // the log is where the failure shows
+    EXPECT_NE(log.take(), Rows{});  // only the log shows the failure
     StoreTest::TearDown();
   }
 
@@ -109,7 +108,7 @@ TEST_F(FalseSuccess, SaveReturnsTheIdOfAMessageWithoutAConversation) {
 TEST_F(FalseSuccess, SaveThatCannotReadItsConversationStartsItsCountersAgain) {
   const UnreadableColumn time("t_session.session_time");
   EXPECT_EQ(save(NewMessage().at(50)), 4);
-  EXPECT_EQ(room(), Rows{"50|1|0|4|0"});  // 2 unread and a mention at 300, had it been read
+  EXPECT_EQ(room(), Rows{"50|1|0|4|0"});  // if it had been read: 2 unread and a mention at 300
 }
 
 TEST_F(FalseSuccess, EchoReturnsTheIdOfAMessageThatItDidNotComplete) {
@@ -125,7 +124,7 @@ TEST_F(FalseSuccess, BatchReturnsTrueAndForeignIdsWhenItsInsertsFail) {
   batch.back()->is_store_ = true;
   batch.back()->msg_id_ = -1;
   EXPECT_TRUE(store().save_message(batch));
-  EXPECT_EQ(batch.back()->msg_id_, 3);  // of the message that was saved before
+  EXPECT_EQ(batch.back()->msg_id_, 3);  // the id of the message saved before
   EXPECT_EQ(messages(), (Rows{"1", "2", "3"}));
 }
 
@@ -283,14 +282,14 @@ TEST_F(FalseSuccess, SyncTimeIsSetAndTheOtherOneLostWhenTheyCannotBeRead) {
 TEST_F(FalseSuccess, CommitFailsThoughAnOperationInsideHasCommitted) {
   ASSERT_TRUE(store().start_transaction());
   EXPECT_EQ(save(NewMessage().at(900)), 4);
-  EXPECT_TRUE(store().set_read_status(1, 1));  // a transaction of its own
-  EXPECT_EQ(save(NewMessage().at(901)), 5);    // on its own from here on
+  EXPECT_TRUE(store().set_read_status(1, 1));  // commits a transaction of its own
+  EXPECT_EQ(save(NewMessage().at(901)), 5);    // from here on outside a transaction
   EXPECT_FALSE(store().commit_transaction());
   EXPECT_EQ(messages(), (Rows{"1", "2", "3", "4", "5"}));
 }
 
-// A disk that is full makes SQLite roll the whole transaction back. Nothing tells the store's
-// caller until the commit, and saves go on, each with a commit of its own.
+// On a full disk SQLite rolls back the whole transaction. The caller does not notice before the
+// commit, and later saves continue, each with its own commit.
 TEST_F(FalseSuccess, SavesInATransactionThatSqliteRolledBackAreLostOrStoredOneByOne) {
   ASSERT_TRUE(store().start_transaction());
   EXPECT_EQ(save(NewMessage().at(900)), 4);
@@ -298,7 +297,7 @@ TEST_F(FalseSuccess, SavesInATransactionThatSqliteRolledBackAreLostOrStoredOneBy
   ASSERT_EQ(store().get_pragma("pragma max_page_count=" + std::to_string(pages)), pages);
   EXPECT_EQ(save(NewMessage().at(901).text(std::string(100000, 'x'))), -1);  // the disk is full
   EXPECT_FALSE(in_transaction());
-  EXPECT_EQ(save(NewMessage().at(902)), 4);  // the id of the one that is gone, too
+  EXPECT_EQ(save(NewMessage().at(902)), 4);  // also the id of a message that was rolled back
   EXPECT_FALSE(store().commit_transaction());
   EXPECT_EQ(rows("select id,sent_time from t_message where id>3"), Rows{"4|902"});
 }

@@ -1,9 +1,9 @@
-// Texts that a peer, or a careless caller, could choose: what they can do and what they cannot.
+// Texts that a peer or a careless caller could choose: what they can do and what they cannot.
 //
-// A text that is bound is stored, compared and given back byte for byte, up to its first zero byte,
-// whatever it holds. A text that is pasted, the caller's duty, is part of the statement: it can
-// widen what the statement reads or deletes, and nothing else. A text longer than SQLite's limit
-// is not bound at all: the statement runs with NULL in its place.
+// A bound text is stored, compared and returned byte for byte, up to its first zero byte. SQL text
+// becomes part of the statement: it can widen what the statement reads or deletes, and nothing
+// else. A text longer than SQLite's limit is not bound at all: the statement runs with NULL
+// instead.
 
 #include <sqlite3.h>
 
@@ -33,7 +33,7 @@ using Corvan::UpdateValue;
 
 using Uids = std::vector<std::string>;
 
-// Every column of every table, texts with their type and as hexadecimal digits, and the schema.
+// Every column of every table, with types and texts as hexadecimal digits, and the schema.
 const char* const kEverything =
     "select 'm',id,typeof(session_id),hex(session_id),session_type,typeof(object_name),"
     "hex(object_name),typeof(content),hex(content),typeof(sender),hex(sender),direction,"
@@ -46,7 +46,7 @@ const char* const kEverything =
     "select 'v',hex(database_version) from t_version;"
     "select 'x',type,hex(name),hex(sql) from sqlite_master order by rowid";
 
-// Three messages in two conversations, with what a crafted text may be after.
+// Three messages in two conversations, with contents that a crafted text may try to reach.
 const char* const kFixture =
     "delete from t_message; delete from t_session; delete from t_sync; delete from sqlite_sequence;"
     "insert into t_message(id,session_id,session_type,object_name,content,sender,direction,"
@@ -94,7 +94,7 @@ std::string lines(const Rows& rows) {
   return text;
 }
 
-// The history pager gives the asked conversation's id back as it was asked for.
+// The history pager returns the conversation's id as the caller passed it.
 std::string fields(const MessageResponse& m) {
   return joined(m.msg_id_, until_zero(m.session_id_), m.session_type_, m.object_name_, m.content_,
                 m.sender_, m.server_uid_, m.sent_time_, m.sent_status_, m.read_status_);
@@ -123,31 +123,31 @@ Uids contents(const std::vector<MessageResponse>& messages) {
 
 // ---- Texts that are bound -----------------------------------------------------------------------
 
-// What stands for any text: a hostile one must be treated as this one is.
+// A plain text: hostile texts must be treated in the same way.
 const char* const kPlain = "plain text of the test";
 
 const std::vector<std::string>& hostile_texts() {
   static const std::vector<std::string> texts{
-      // Quotes, and statements behind them.
+      // Quotes, followed by statements.
       "'", "''", "\"", "`", "[", "]", "')", "x'); drop table t_message;--",
       "x'; delete from t_session; --", "\"; drop table t_session; --", "') or ('1'='1",
       "x' union select content from t_message--", "1 or 1=1", "';commit;--",
-      // What a pattern, a literal, a comment or a parameter may begin with.
+      // The beginnings of patterns, literals, comments and parameters.
       "%", "_", "%_%", "*", "\\", "\\'", "a\\", "\\x00", "--", "-- '", "/*", "*/", "/* ' */", "?",
       "?1", ":a", "@a", "$a", ";", "%s%n%d", ";;;P-more-C;;;",
-      // What could be taken for another type.
+      // Texts that look like values of another type.
       "NULL", "null", "x'41'", "123", "-1", "007", "1e5", "0x10", "9223372036854775808", "1.50",
       // Blanks and control characters.
       " ", " leading", "trailing ", "\t\r\n", "two\nlines", "\x01\x02\x1b[31m\x7f", "\b\b\b",
-      // Bytes that are no UTF-8: a stray one, overlong forms of "/" and zero, a lone surrogate, a
-      // code point too large, a form cut short. Byte order marks, a non-character, another writing
-      // direction, letters beyond the first plane.
+      // Invalid UTF-8: a stray byte, overlong forms of "/" and zero, a lone surrogate, a code point
+      // that is too large, a truncated sequence. Byte order marks, a non-character, right-to-left
+      // text, letters beyond the first plane.
       "\xff", "a\x80z", "\xc0\xaf", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe2\x82",
       "\xf8\x88\x80\x80\x80", "\xef\xbb\xbftext", "\xff\xfe", "\xef\xbf\xbf", "\xe2\x80\xaeoffline",
       "\xf0\x9f\x98\x80",
-      // What follows a zero byte is not stored.
+      // Bytes after a zero byte are not stored.
       "before\0behind"s, "x'\0'; drop table t_message;--"s,
-      // A long one.
+      // A long text.
       std::string(std::size_t{1} << 20, '\'')};
   return texts;
 }
@@ -162,8 +162,8 @@ class HostileText : public StoreTest {
     plant(kFixture);
   }
 
-  // Runs an operation with each of the texts from the same state, and expects what it returns, what
-  // it logs and every row afterwards to be what they are for a plain text.
+  // Runs an operation with each text from the same state, and expects the same result, log lines
+  // and rows as for a plain text.
   void check(const std::string& name, const Run& run) {
     const std::string plain = outcome(run, kPlain);
     const std::string plain_rows = lines(rows(kEverything));
@@ -177,7 +177,7 @@ class HostileText : public StoreTest {
     }
   }
 
-  // The same for an operation on one conversation, which is missing or has messages of either side.
+  // The same for an operation on one conversation, which is missing or has messages of both sides.
   void check_conversation(const std::string& name, const Run& run) {
     check(name + " of a missing conversation", run);
     check(name, [&](const std::string& id) {
@@ -235,7 +235,7 @@ class HostileText : public StoreTest {
   }
 };
 
-TEST_F(HostileText, InTheUsersIdAndWhatPlaysNoPart) {
+TEST_F(HostileText, InTheUsersIdAndUnusedParameters) {
   check("user", [this](const std::string& user) {
     store().close_db();
     bool done = open(user);
@@ -549,7 +549,7 @@ TEST_F(HostileText, InReadStateAndCounters) {
   });
 }
 
-// A folder's name is no statement, no pattern and no URI.
+// A folder's name is not used as a statement, a pattern or a URI.
 TEST_F(HostileText, InTheFoldersName) {
   for (const char* name : {"it's", "\"quoted\"", "a?mode=memory", "a#b", "a%20b", "x'; drop--",
                            "tab\there", "\xff\xfe", ".db", "-wal", "%s%n", "*"}) {
@@ -565,7 +565,7 @@ TEST_F(HostileText, InTheFoldersName) {
 
 // ---- A zero byte at the front -------------------------------------------------------------------
 
-// Such a text is not empty to the store and empty to SQLite.
+// Such a text is not empty for the store, but empty for SQLite.
 const std::string kZeroFirst = "\0behind"s;
 
 TEST_F(HostileText, SaveWithAZeroByteBeforeItsUidIsRefusedForAnyUnnamedMessage) {
@@ -590,14 +590,14 @@ TEST_F(HostileText, ZeroByteBeforeADraftClearsItAndMovesTheConversation) {
             Rows{"|1000000"});
 }
 
-TEST_F(HostileText, HistoryGivesTheAskedIdBackWithWhatFollowsAZeroByte) {
+TEST_F(HostileText, HistoryReturnsTheCallersIdWithBytesAfterAZeroByte) {
   const std::string asked = "room\0behind"s;
   const std::vector<MessageResponse> page = history(asked);
   ASSERT_EQ(page.size(), 2U);
   EXPECT_EQ(page[0].session_id_, asked);
 }
 
-// A zero byte ends a statement, too, and with it what a pasted text was to be enclosed in.
+// A zero byte also ends a statement, before the quote that closes the literal around SQL text.
 TEST_F(HostileText, ZeroByteEndsTheStatementItIsPastedInto) {
   EXPECT_EQ(history("room", "CV:TxtMsg')\0"s).size(), 1U);
   EXPECT_TRUE(history("room", "CV:TxtMsg\0"s).empty());
@@ -606,7 +606,7 @@ TEST_F(HostileText, ZeroByteEndsTheStatementItIsPastedInto) {
 
 // ---- Texts that are pasted ----------------------------------------------------------------------
 
-// Whatever the text, a statement that reads stays one: every row is what it was.
+// Whatever the text, a reading statement only reads: no row changes.
 class PastedText : public HostileText {
  protected:
   void SetUp() override {
@@ -629,7 +629,7 @@ class PastedText : public HostileText {
   Rows before_;
 };
 
-// The ends of the statements that the texts are pasted into, and what a writer would put there.
+// The ends of the statements that contain SQL text, and what an attacker would put there.
 const std::vector<std::string>& written_attempts() {
   static const std::vector<std::string> texts{
       "1);delete from t_message;--",
@@ -711,7 +711,7 @@ TEST_F(PastedText, KindCanReadOtherKindsAndConversations) {
   const std::vector<MessageResponse> page = history_by_kind("x') or ('1'='1");
   EXPECT_EQ(contents(page), (Uids{"third", "second", "first"}));
   for (const MessageResponse& m : page) {
-    EXPECT_EQ(m.session_id_, "room");  // the third is in another one
+    EXPECT_EQ(m.session_id_, "room");  // the third is in another conversation
     EXPECT_EQ(m.session_type_, CV_GROUP);
   }
   EXPECT_EQ(contents(history("room", "x') or ('1'='1")), (Uids{"third", "second", "first"}));
@@ -728,7 +728,7 @@ TEST_F(PastedText, TableNameCanAskAnything) {
   EXPECT_FALSE(store().is_table_exist("t_missing"));
   EXPECT_TRUE(store().is_table_exist("' or '1'='1"));
   const std::string first = "' or exists(select 1 from t_message where content like 'thi%')--";
-  EXPECT_TRUE(store().is_table_exist(first));  // and so, letter by letter, learn each row
+  EXPECT_TRUE(store().is_table_exist(first));  // in this way, each row can be read letter by letter
   const std::string other = "' or exists(select 1 from t_message where content like 'tho%')--";
   EXPECT_FALSE(store().is_table_exist(other));
 }
@@ -748,7 +748,8 @@ TEST_F(PastedText, UidCanDeleteWhatASubselectFinds) {
 
 TEST_F(PastedText, UidCannotRunASecondStatement) {
   store().delete_message("room", CV_GROUP, Uids{"uid1'); delete from t_session; --"});
-  EXPECT_EQ(rows("select id from t_message order by id"), (Rows{"2", "3"}));  // the first one ran
+  EXPECT_EQ(rows("select id from t_message order by id"),
+            (Rows{"2", "3"}));  // the first statement ran
   EXPECT_EQ(rows("select session_id from t_session order by 1"), (Rows{"room", "secret"}));
 }
 
@@ -873,7 +874,7 @@ TEST_F(OlderStore, NamesWithQuotesAreCopied) {
   log.take();  // the tables that this older store does not have
 }
 
-// A trigger is left out by its type; SQLite does not read a file that calls one a table.
+// Triggers are skipped by their type; SQLite rejects a file that calls a trigger a table.
 TEST_F(OlderStore, TriggerDisguisedAsATableIsRefusedWhenItIsAttached) {
   corvan_test::plant(old_,
                      "create table t_sync(user_id text primary key,a integer,b integer);"
@@ -885,8 +886,8 @@ TEST_F(OlderStore, TriggerDisguisedAsATableIsRefusedWhenItIsAttached) {
   expect_unchanged("attach");
 }
 
-// An index is taken over with the rest: with one that the schema here does not have, copied rows
-// replace others, and later saves fail.
+// Indexes are copied as well. With one that this schema does not have, copied rows replace others,
+// and later saves fail.
 TEST_F(OlderStore, UniqueIndexThatIsCopiedRefusesMessages) {
   corvan_test::plant(old_,
                      "create table t_message(id integer primary key,a,b,c,d,e,f,g,h,i,j,"
@@ -922,7 +923,7 @@ TEST_F(OlderStore, SchemaTextThatSqliteCannotReadIsRefusedWhenItIsAttached) {
   EXPECT_TRUE(file_exists(file()));
 }
 
-// Damage is met while a statement is prepared, whichever file it is in: the store's own is deleted.
+// If a statement that is being prepared meets damage in either file, the store's own is deleted.
 TEST_F(OlderStore, DamageOfTheAttachedSchemaDeletesTheStoresOwnFile) {
   corvan_test::plant(old_, "create table t_gift(a)");
   attach();
@@ -954,7 +955,7 @@ TEST_F(HostileText, EscapedKeywordIsALiteralOfItself) {
   }
 }
 
-// A backslash passes as it is: it escapes what follows it.
+// A backslash is not escaped, so it escapes the character after it.
 TEST_F(HostileText, KeywordWithABackslashIsNotALiteralOfItself) {
   bool escaped = false;
   const std::string pattern = Corvan::CvDbSingleton::escape_char("\\%", escaped);
@@ -970,7 +971,7 @@ TEST_F(HostileText, KeywordWithABackslashIsNotALiteralOfItself) {
 
 constexpr int kLimit = 1000;
 
-// The store's connection takes no text longer than kLimit.
+// The store's connection accepts no text longer than kLimit.
 class LengthLimit : public HostileText {
  protected:
   void SetUp() override {
@@ -1004,12 +1005,12 @@ TEST_F(LengthLimit, TextAtTheLimitIsBoundAndALongerOneIsNot) {
   EXPECT_EQ(Corvan::CvDbSingleton::bind(stmt, 1, within_), SQLITE_OK);
   EXPECT_EQ(Corvan::CvDbSingleton::bind(stmt, 1, over_), SQLITE_TOOBIG);
   EXPECT_EQ(store().step(stmt, false), SQLITE_ROW);
-  EXPECT_EQ(sqlite3_column_type(stmt, 0), SQLITE_NULL);  // nor does the one before it stay
+  EXPECT_EQ(sqlite3_column_type(stmt, 0), SQLITE_NULL);  // and the value bound before is gone too
   store().finalize(stmt);
   EXPECT_EQ(log.take(), Rows{});
 }
 
-// From here on: what fails without a word. Each test ends with an empty log.
+// From here on: silent failures. Each test ends with an empty log.
 class SilentLoss : public LengthLimit {
  protected:
   void TearDown() override {
@@ -1039,7 +1040,7 @@ TEST_F(SilentLoss, SavedKindAndSenderAreNull) {
   EXPECT_EQ(added("object_name,sender", "t_message"), (Rows{"NULL|u01", "CV:TxtMsg|NULL"}));
 }
 
-// Neither test finds the message again.
+// Neither duplicate test finds the message.
 TEST_F(SilentLoss, SavedAgainIsStoredTwice) {
   EXPECT_EQ(save(NewMessage().named(over_)), 4);
   EXPECT_EQ(save(NewMessage().named(over_)), 5);
@@ -1050,7 +1051,8 @@ TEST_F(SilentLoss, SavedAgainIsStoredTwice) {
   EXPECT_FALSE(store().is_message_exist(over_));
 }
 
-// Each save makes a conversation that none of the operations on one finds; the list has it.
+// Each save creates a conversation that only the list finds, not the operations on one
+// conversation.
 TEST_F(SilentLoss, SavedUnderNoConversation) {
   EXPECT_EQ(save(NewMessage().in(over_, CV_GROUP).client(8)), 4);
   EXPECT_EQ(save(NewMessage().in(over_, CV_GROUP).client(8)), 5);
@@ -1149,7 +1151,7 @@ TEST_F(SilentLoss, SyncTimesOfTheUserAreWrittenAgainAndAgain) {
   EXPECT_EQ(received, 77);
 }
 
-// A conversation that was stored under another limit: nothing reaches it, and nothing says so.
+// A conversation that was stored under a higher limit: no operation reaches it or reports this.
 TEST_F(SilentLoss, WritersOfAConversationChangeNothing) {
   plant("insert into t_session(session_id,session_type,unread_count) values('" + over_ + "',2,1);" +
         "insert into t_message(session_id,session_type,direction,sent_time,server_uid) values('" +
@@ -1236,11 +1238,11 @@ TEST_F(LengthLimit, StoredTextOverTheLimitIsNotRead) {
   m.msg_id_ = 1;
   EXPECT_FALSE(store().get_message_by_id(m));
   EXPECT_EQ(log.take(), kTooBig);
-  EXPECT_EQ(contents(history("room")), Uids{"second"});  // what was read until then
+  EXPECT_EQ(contents(history("room")), Uids{"second"});  // the rows read until then
   EXPECT_EQ(log.take(), kTooBig);
 }
 
-// The texts that grow with their parameters; the others are of fixed lengths.
+// The statements that grow with their parameters; all others have fixed lengths.
 TEST_F(LengthLimit, StatementOverTheLimitIsNotPrepared) {
   const std::string quoted = "'" + over_ + "'";
   std::vector<int64_t> ids(kLimit, 1);

@@ -36,7 +36,7 @@ class Lifecycle : public StoreTest {
     }
   }
 
-  // What an opening ran, but the switch that it writes only where SQLite was built without it.
+  // The statements of an opening, except secure_delete, which depends on how SQLite was built.
   static Rows opening_statements() {
     Rows statements = take_ledger();
     const auto end = std::remove(statements.begin(), statements.end(), "pragma secure_delete=ON");
@@ -46,7 +46,7 @@ class Lifecycle : public StoreTest {
 
   bool is_open() { return store().get_pragma("select 1") == 1; }
 
-  // The store's connection, to be closed by a test in which the store lets go of it.
+  // The store's connection, for tests in which the store leaks it and the test closes it.
   sqlite3* connection() {
     int32_t rc = 0;
     sqlite3_stmt* stmt = store().prepare_sql("select 1", rc);
@@ -55,7 +55,7 @@ class Lifecycle : public StoreTest {
     return db;
   }
 
-  // An older store "old" of the same schema, attached as "odb" once it is ready.
+  // An older store "old" with the same schema, attached as "odb" when it is ready.
   std::string create_old_store() const {
     const std::string old = folder.file("old");
     for (const auto& [name, sql] : Corvan::CvDatabase::table_index()) corvan_test::plant(old, sql);
@@ -72,7 +72,7 @@ class Lifecycle : public StoreTest {
 
 // ---- The instance -------------------------------------------------------------------------------
 
-TEST_F(Lifecycle, InstanceIsOneAndTheSame) {
+TEST_F(Lifecycle, InstanceIsAlwaysTheSame) {
   ASSERT_NE(CvDbSingleton::get_instance(), nullptr);
   EXPECT_EQ(CvDbSingleton::get_instance(), CvDbSingleton::get_instance());
 }
@@ -127,8 +127,7 @@ TEST_F(Lifecycle, ConnectionIsOpenedToReadWriteCreateAndSerialise) {
   EXPECT_EQ(open_flags(), 0x10006);
 }
 
-// Has each new connection start with secure deletion on or off, whatever the library's own choice
-// is.
+// Makes each new connection start with secure deletion on or off, whatever the library's default.
 class SecureDeletion {
  public:
   explicit SecureDeletion(bool on) {
@@ -302,7 +301,7 @@ TEST_F(Lifecycle, OpenStoreOnlyMarksMessagesForTheSameUser) {
   EXPECT_EQ(rows("select sent_status from t_message"), Rows{"2"});
 }
 
-TEST_F(Lifecycle, AppKeyPlaysNoPart) {
+TEST_F(Lifecycle, AppKeyIsNotUsed) {
   EXPECT_TRUE(store().init_open_db(Pathname(folder.path()), "another key", "me"));
   EXPECT_EQ(take_ledger(), Rows{mark_failed});
 }
@@ -326,7 +325,7 @@ TEST_F(Lifecycle, OpenStoreReopensForAnotherUserWithoutClosing) {
   EXPECT_EQ(sqlite3_close(previous), SQLITE_OK);
 }
 
-TEST_F(Lifecycle, FileNameWithExtensionDoesNotStandForTheClosedFile) {
+TEST_F(Lifecycle, FileWithExtensionIsNotOpened) {
   store().close_db();
   remove_store_files();
   write_file(folder.file("corvan.db"), "");
@@ -437,7 +436,7 @@ TEST_F(Lifecycle, FindingsAreJoined) {
   EXPECT_EQ(result, "CHECK constraint failed in t_checked_CHECK constraint failed in t_checked");
 }
 
-TEST_F(Lifecycle, IntegrityOfWhatIsNoDatabaseReplacesTheCallersText) {
+TEST_F(Lifecycle, IntegrityOfAFileThatIsNotADatabaseReplacesTheCallersText) {
   store().close_db();
   write_file(file(), std::string(8192, 'x'));
   ASSERT_EQ(store().open_db(), SQLITE_OK);

@@ -1,5 +1,5 @@
-// The log lines of the operations: exact text, severity and order, and silence when the logger does
-// not accept the severity.
+// The log lines of the operations: exact text, severity and order, and none if the logger does not
+// accept the severity.
 
 #include <sqlite3.h>
 
@@ -200,7 +200,7 @@ TEST_F(LogLines, ErrorTextOfAFailedStepIsFetchedOnlyForItsLine) {
   EXPECT_EQ(take_fetched_texts().errors, 0);
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_WARNING);
   EXPECT_EQ(save(NewMessage()), -1);
-  EXPECT_EQ(take_fetched_texts().errors, 2);  // for the step and for the finalising
+  EXPECT_EQ(take_fetched_texts().errors, 2);  // for the step and for finalising
 }
 
 TEST_F(LogLines, ErrorTextOfAFailedPrepareIsFetchedInAnyCase) {

@@ -33,10 +33,10 @@ std::string history(const std::vector<int64_t>& times, const std::string& id = "
   return "insert into t_message(session_id,session_type,direction,sent_time) values" + values;
 }
 
-// Turns every message into a mention that an older store copied here.
+// Turns every message into a mention with direction 2, as copied from an older store.
 constexpr const char* kMakeMentions = ";update t_message set direction=2,is_mention=1";
 
-// Puts in the table's place a view of it whose content fails for message 2.
+// Replaces the table by a view of it whose content fails for message 2.
 constexpr const char* kMessage2Fails =
     "alter table t_message rename to t_rows;"
     "create view t_message as select id,session_id,session_type,object_name,sender,direction,"
@@ -46,13 +46,13 @@ Rows step_failed_lines() {
   return run_failed(1, "integer overflow");
 }
 
-// A row in which every column has a value of its own.
+// A row with a different value in every column.
 constexpr const char* kWholeRow =
     "insert into t_message(id,session_id,session_type,object_name,content,sender,direction,"
     "sent_status,read_status,is_mention,sent_time,client_uid,server_uid) "
     "values(41,'s',5,'kind','body','author',2,8,9,1,4000000000000,7,'uid')";
 
-// Every field, those that queries fill first.
+// Every field; the fields that queries fill come first.
 std::string text(const MessageResponse& m) {
   std::ostringstream out;
   out << m.session_id_ << "|" << m.session_type_ << "|" << m.content_ << "|" << m.is_receive_ << "|"
@@ -81,7 +81,7 @@ MessageResponse with_uid(const std::string& uid) {
   return message;
 }
 
-// A record in which the fields that no query fills have values of their own too.
+// A record in which the fields that no query fills are set too.
 MessageResponse marked() {
   MessageResponse message;
   message.session_id_ = "old";
@@ -308,13 +308,13 @@ TEST_F(MessageQuery, AscendingPageGivesEqualTimesTheSmallerIdFirst) {
   EXPECT_EQ(page(store(), kAscending, 1, 2), (Ids{2, 3}));
 }
 
-TEST_F(MessageQuery, UnknownAnchorStandsForTimeZero) {
+TEST_F(MessageQuery, UnknownAnchorMeansTimeZero) {
   plant(history({100, 200}));
   EXPECT_EQ(page(store(), kDescending, 9), Ids{});
   EXPECT_EQ(page(store(), kAscending, 9), (Ids{1, 2}));
 }
 
-TEST_F(MessageQuery, NegativeAnchorStandsForTimeZero) {
+TEST_F(MessageQuery, NegativeAnchorMeansTimeZero) {
   plant(history({100, 200}) + ";insert into t_message(id,sent_time) values(-1,150)");
   EXPECT_EQ(page(store(), kDescending, -1), Ids{});
   EXPECT_EQ(page(store(), kAscending, -1), (Ids{1, 2}));
@@ -379,7 +379,7 @@ TEST_F(MessageQuery, EmptyPageIsFalse) {
                                                           kDescending));
 }
 
-TEST_F(MessageQuery, EmptyPageIsTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, EmptyPageIsTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_history_message_by_object_name("room", CV_GROUP, {}, 0, 10, messages,
                                                          kDescending));
@@ -404,7 +404,7 @@ TEST_F(MessageQuery, PageComparesTimesIn64Bits) {
   EXPECT_EQ(page(store(), kAscending, 2), Ids{3});
 }
 
-TEST_F(MessageQuery, AnchorBehindTheLatestTimeThereIsWraps) {
+TEST_F(MessageQuery, AnchorAfterTheLargestPossibleTimeWraps) {
   plant(history({100, kMaxTime}));
   EXPECT_EQ(page(store(), kDescending, 0), Ids{});
   EXPECT_EQ(page(store(), kAscending, 0), (Ids{1, 2}));
@@ -459,7 +459,7 @@ TEST_F(MessageQuery, PageThatCannotBePreparedLeavesTheVectorAndFails) {
   EXPECT_EQ(log.take(), Rows(2, no_table("t_message")));  // the anchor and the page
 }
 
-TEST_F(MessageQuery, PageEndsAtAFailedStepAndKeepsWhatItHas) {
+TEST_F(MessageQuery, PageEndsAtAFailedStepAndKeepsItsMessages) {
   plant(history({100, 200, 300}));
   plant(kMessage2Fails);
   Messages messages;
@@ -480,7 +480,7 @@ TEST_F(MessageQuery, PageWhoseFirstStepFailsIsFalse) {
 
 // ---- The pager for one kind ---------------------------------------------------------------------
 
-TEST_F(MessageQuery, PageByTimeTakesAMessageIdForItsTime) {
+TEST_F(MessageQuery, PageByTimeTakesAMessageIdAsItsTime) {
   plant(history({2, 3, 4, 5}));
   Messages messages;
   EXPECT_TRUE(
@@ -488,7 +488,7 @@ TEST_F(MessageQuery, PageByTimeTakesAMessageIdForItsTime) {
   EXPECT_EQ(ids(messages), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, PageByTimeZeroStartsBehindTheNewestMessage) {
+TEST_F(MessageQuery, PageByTimeZeroStartsAfterTheNewestMessage) {
   plant(history({100, 200, 300}));
   Messages messages;
   EXPECT_TRUE(
@@ -519,7 +519,7 @@ TEST_F(MessageQuery, PageByTimeIsAppendedToTheVector) {
   EXPECT_EQ(ids(messages), Ids{77});
 }
 
-TEST_F(MessageQuery, EmptyPageByTimeIsTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, EmptyPageByTimeIsTrueForANonEmptyVector) {
   Messages page(1);
   EXPECT_TRUE(store().get_history_message_by_time("room", CV_GROUP, "", 0, 5, page, true));
   EXPECT_EQ(page.size(), 1U);
@@ -539,7 +539,7 @@ TEST_F(MessageQuery, MentionFillsTheRowsFields) {
   Messages messages;
   EXPECT_TRUE(store().get_mention_message("s", CV_SYSTEM, messages));
   ASSERT_EQ(messages.size(), 1U);
-  // The sent status is 0 whatever the row holds.
+  // The sent status is 0, whatever is stored.
   EXPECT_EQ(text(messages[0]), "s|5|body|1|9|4000000000000|kind|0|author|41|uid|0|0|0000|0");
 }
 
@@ -598,7 +598,7 @@ TEST_F(MessageQuery, MentionsOfAConversationNamedInsideTheVector) {
   EXPECT_EQ(messages[0].session_id_, "room");
 }
 
-TEST_F(MessageQuery, NoMentionsAreTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, NoMentionsAreTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_mention_message("room", CV_GROUP, messages));
   EXPECT_EQ(ids(messages), Ids{77});
@@ -630,7 +630,7 @@ TEST_F(MessageQuery, MentionsThatCannotBePreparedLeaveTheVectorAndFail) {
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
-TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepWhatTheyHave) {
+TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepThoseRead) {
   plant(history({100, 200, 300}) + kMakeMentions);
   plant(kMessage2Fails);
   Messages messages;
@@ -641,9 +641,9 @@ TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepWhatTheyHave) {
 
 // ---- A span around a point ----------------------------------------------------------------------
 
-// Each test's times are small, so that a time can name a message, or large, so that none does.
+// Times are small where a time is to be taken for a message id, and large where it must not be.
 
-TEST_F(MessageQuery, SpanTakesTheNewestTimeOfItsOlderPageForTheSecondAnchor) {
+TEST_F(MessageQuery, SpanTakesTheNewestTimeOfItsOlderPageAsTheSecondAnchor) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));
   // Before message 4 (time 5): 3 and 2. Message 3 was sent at 4: after message 4: 5 and 6.
   EXPECT_EQ(span(store(), 4, 2, 1), (Ids{6, 5, 3, 2}));
@@ -659,15 +659,15 @@ TEST_F(MessageQuery, SpanWhoseSecondAnchorIsUnknownStartsAtTheOldestMessages) {
   EXPECT_EQ(span(store(), 4, 2, 1), (Ids{2, 1, 3, 2}));
 }
 
-TEST_F(MessageQuery, SpanWithoutOlderMessagesTakesThePointLessOneForTheSecondAnchor) {
+TEST_F(MessageQuery, SpanWithoutOlderMessagesTakesThePointMinusOneAsTheSecondAnchor) {
   plant(history({500, 600, 200, 700}));
-  // Nothing lies before message 3; after message 2 (time 600) lies message 4.
+  // Nothing is before message 3. Message 4 is after message 2 (time 600).
   EXPECT_EQ(span(store(), 3, 5, 5), Ids{4});
 }
 
 TEST_F(MessageQuery, SpanAroundTheFirstMessageIsAnchoredBehindTheNewest) {
   plant(history({100, 200, 300}));
-  // Nothing lies before message 1, and 0 stands for the end of the conversation.
+  // Nothing is before message 1, and 0 means the end of the conversation.
   Messages messages;
   EXPECT_FALSE(store().get_matched_message("room", CV_GROUP, 1, 5, 5, messages));
   EXPECT_EQ(ids(messages), Ids{});
@@ -700,7 +700,7 @@ TEST_F(MessageQuery, SpanReadsOneMoreThanTheRightCount) {
   EXPECT_EQ(span(store(), -4, 0, -1), Ids{});
 }
 
-TEST_F(MessageQuery, SpanBehindTheSmallestPointThereIsWraps) {
+TEST_F(MessageQuery, SpanAroundTheSmallestPossiblePointWraps) {
   plant(history({100, 200, 300}));
   EXPECT_EQ(span(store(), std::numeric_limits<int64_t>::min(), 5, 1), (Ids{2, 1}));
 }
@@ -710,7 +710,7 @@ TEST_F(MessageQuery, SpanOfTheLargestRightCountHoldsEverything) {
   EXPECT_EQ(span(store(), -4, 0, std::numeric_limits<int32_t>::max()), (Ids{3, 2, 1}));
 }
 
-TEST_F(MessageQuery, SpanEnclosesWhatTheVectorHeld) {
+TEST_F(MessageQuery, SpanIsAddedAroundTheVectorsElements) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));
   Messages messages = {with_id(77), with_id(78)};
   EXPECT_TRUE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
@@ -730,7 +730,7 @@ TEST_F(MessageQuery, EmptySpanIsFalse) {
   EXPECT_FALSE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
 }
 
-TEST_F(MessageQuery, EmptySpanIsTrueForAVectorThatHeldSomething) {
+TEST_F(MessageQuery, EmptySpanIsTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
   EXPECT_EQ(ids(messages), Ids{77});
@@ -771,7 +771,7 @@ TEST_F(MessageQuery, SpanThatCannotBePreparedFailsAndCommits) {
 
 // ---- Latest time and id -------------------------------------------------------------------------
 
-// The newest message of each choice is another one, and so is the one of the largest id.
+// Each `type` has a different newest message and a different largest id.
 constexpr const char* kChoices =
     "insert into t_message(id,session_id,session_type,direction,sent_status,sent_time) values"
     "(4294967301,'room',2,0,1,4000000000003),"

@@ -21,7 +21,7 @@ constexpr const char* kReceiptTime = "select receipt_time from t_session";
 
 constexpr const char* kSetReadStatus = "update t_message set read_status=?,is_mention=0 where id=?";
 
-// Message 1 with this read state, in a conversation with 5 unread messages and 3 mentions.
+// Adds message 1 with this read state, in a conversation with 5 unread messages and 3 mentions.
 std::string message_with(int32_t read_status, int32_t is_mention) {
   return "insert into t_session(session_id,session_type,unread_count,mention_count) "
          "values('room',2,5,3);"
@@ -30,13 +30,13 @@ std::string message_with(int32_t read_status, int32_t is_mention) {
          std::to_string(read_status) + "," + std::to_string(is_mention) + ")";
 }
 
-// The conversation of NewMessage with this receipt time.
+// Adds the conversation of NewMessage with this receipt time.
 std::string receipt_at(int64_t time) {
   return "insert into t_session(session_id,session_type,receipt_time) values('room',2," +
          std::to_string(time) + ")";
 }
 
-// Messages 1, 2, ... of that conversation, own and accepted, sent at these times.
+// Adds messages 1, 2, ... of that conversation, own and accepted, sent at these times.
 std::string accepted_at(const std::vector<int64_t>& times) {
   std::string values;
   for (const int64_t time : times) {
@@ -242,7 +242,7 @@ TEST_F(MessageState, UnreadingAReadMessageAddsOne) {
   EXPECT_EQ(rows(kCounters), Rows{"6|3"});
 }
 
-TEST_F(MessageState, UnreadingAReadMentionAddsOneAndStillTakesTheMentionOff) {
+TEST_F(MessageState, UnreadingAReadMentionAddsOneAndLowersTheMentions) {
   plant(message_with(1, 1));
   EXPECT_TRUE(store().set_read_status(1, 0));
   EXPECT_EQ(rows(kReadState), Rows{"0|0"});

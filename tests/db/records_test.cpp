@@ -36,7 +36,7 @@ auto values(const Session& s) {
                   s.latest_id_);
 }
 
-// All but the message.
+// All fields except the message.
 auto values(const SessionInfo& s) {
   return std::tie(s.session_id_, s.title_, s.draft_, s.session_type_, s.is_top_, s.silence_,
                   s.unread_count_, s.mention_count_, s.session_time);
@@ -47,7 +47,7 @@ auto values(const UpdateValue& u) {
                   u.msg_id_, u.sent_time_, u.client_uid_);
 }
 
-// Whether the members lie in memory in the order given here, which is the order of declaration.
+// Whether the members are in memory in this order, which is the order of declaration.
 template <typename... Fields>
 bool in_declared_order(const std::tuple<const Fields&...>& fields) {
   const std::vector<const void*> places =

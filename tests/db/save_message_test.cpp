@@ -35,7 +35,7 @@ const std::string kResetRefused = reset_failed(kRefusedCode, kRefusedText);
 const std::string kFinalizeRefused = finalize_failed(kRefusedCode, kRefusedText);
 const std::string kNoTable = no_table("t_message");
 
-// Records of the batch save that are to be stored.
+// Records for the batch save to store.
 Batch batch_of(const std::vector<std::string>& contents) {
   Batch batch;
   for (const std::string& content : contents) {
@@ -49,7 +49,7 @@ Batch batch_of(const std::vector<std::string>& contents) {
   return batch;
 }
 
-// The key of an own message of the conversation that NewMessage is in.
+// The key of an own message in the conversation of NewMessage.
 UpdateValue key_of(int64_t client_uid) {
   UpdateValue value;
   value.session_id_ = "room";
@@ -113,7 +113,7 @@ TEST_F(SaveMessage, SentStatusIsStoredAsGiven) {
   EXPECT_EQ(rows("select sent_status from t_message"), Rows{"-2147483648"});
 }
 
-TEST_F(SaveMessage, KindOutsideTheNamedOnesIsStoredAsGiven) {
+TEST_F(SaveMessage, UnknownKindIsStoredAsGiven) {
   save(NewMessage().in("room", Corvan::SessionType(9)));
   EXPECT_EQ(rows("select session_type from t_message"), Rows{"9"});
   EXPECT_EQ(rows("select session_type from t_session"), Rows{"9"});
@@ -158,7 +158,7 @@ TEST_F(SaveMessage, NegativeTimeCountsAsNone) {
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"1000000"});
 }
 
-TEST_F(SaveMessage, SmallestTimeOfItsOwnIsKept) {
+TEST_F(SaveMessage, SmallestPositiveTimeIsKept) {
   save(NewMessage().at(1));
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"1"});
 }
@@ -296,7 +296,7 @@ TEST_F(SaveMessage, OwnMessageIsLookedUpUnderTheSignedInUser) {
   EXPECT_EQ(save(NewMessage().own(5).from("alias").named("u1")), 1);
 }
 
-TEST_F(SaveMessage, OwnMessageStoresTheCallersSenderAndIsThenNotFoundUnderIt) {
+TEST_F(SaveMessage, OwnMessageStoredUnderAnotherSenderIsNotFoundAgain) {
   save(NewMessage().own(5).from("alias"));
   EXPECT_EQ(save(NewMessage().own(5).from("alias").named("u1")), 2);
   EXPECT_EQ(rows("select sender from t_message"), (Rows{"alias", "alias"}));
@@ -466,7 +466,7 @@ TEST_F(SaveMessage, OlderHistoryMovesAConversationWithoutNewestMessage) {
   EXPECT_EQ(rows(kProgress), Rows{"400|1|4|2"});
 }
 
-TEST_F(SaveMessage, InsertOnlyWithOlderTimeOfItsOwnOnlyAddsToTheCounters) {
+TEST_F(SaveMessage, InsertOnlyWithAnOlderTimeOfTheCallerOnlyAddsToTheCounters) {
   plant_session("room", CV_GROUP, 500, 9, 3, 2);
   save(NewMessage().at(400).mention().inserted_only());
   EXPECT_EQ(rows(kProgress), Rows{"500|9|4|3"});
@@ -480,7 +480,7 @@ TEST_F(SaveMessage, InsertOnlyWithoutTimeBecomesTheNewestMessageAndKeepsTheTime)
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"1000000"});
 }
 
-TEST_F(SaveMessage, InsertOnlyWithTimeOfItsOwnBecomesTheNewestMessageWhereThereIsNone) {
+TEST_F(SaveMessage, InsertOnlyWithATimeOfTheCallerBecomesTheNewestMessageIfThereIsNone) {
   plant_session("room", CV_GROUP, 500, -1);
   save(NewMessage().at(400).inserted_only());
   EXPECT_EQ(rows(kProgress), Rows{"500|1|1|0"});
@@ -511,7 +511,7 @@ TEST_F(SaveMessage, CountersAtTheirLimitWrap) {
   EXPECT_EQ(rows(kProgress), Rows{"501|1|-2147483648|-2147483648"});
 }
 
-TEST_F(SaveMessage, LatestTimeThereIsIsStored) {
+TEST_F(SaveMessage, LargestPossibleTimeIsStored) {
   save(NewMessage().at(std::numeric_limits<int64_t>::max()));
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"9223372036854775807"});
   EXPECT_EQ(rows("select session_time from t_session"), Rows{"9223372036854775807"});

@@ -11,7 +11,7 @@ namespace {
 
 using Corvan::CvDatabase;
 
-// The one entry that creates a row; every other creates what it is named after.
+// The only entry that creates a row; every other one creates the table or index of its name.
 constexpr const char* kVersionRow = "t_version_row";
 
 class Schema : public StoreTest {
@@ -22,8 +22,8 @@ class Schema : public StoreTest {
                 "')");
   }
 
-  // The column lists of the table's indexes, those of its keys too, sorted. A partial one is
-  // marked; its condition is seen in the plans of the statements that it is for.
+  // The column lists of the table's indexes and keys, sorted. Partial indexes are marked; the plans
+  // of their statements show their conditions.
   Rows indexes(const std::string& table) const {
     return rows(
         "select (select group_concat(name) from (select name from pragma_index_info(l.name) "
@@ -32,7 +32,7 @@ class Schema : public StoreTest {
         table + "') l order by columns");
   }
 
-  // SQLite's error text; empty when the statement runs.
+  // SQLite's error text; empty if the statement runs.
   std::string failure(const std::string& sql) const {
     try {
       plant(sql);
@@ -90,7 +90,7 @@ TEST_F(Schema, MessageIdIsTheRowId) {
   EXPECT_EQ(rows("select rowid from t_message where id=7"), Rows{"7"});
 }
 
-TEST_F(Schema, IdOfADeletedMessageDoesNotComeBack) {
+TEST_F(Schema, IdOfADeletedMessageIsNotReused) {
   const int64_t first = save(NewMessage().client(1));
   ASSERT_TRUE(store().delete_message(std::vector<int64_t>{first}));
   EXPECT_EQ(save(NewMessage().client(2)), first + 1);

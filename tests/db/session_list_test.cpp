@@ -24,7 +24,7 @@ using Corvan::SessionType;
 constexpr int64_t kAboveInt = int64_t{1} << 31;
 const std::vector<SessionType> all_kinds{CV_PRIVATE, CV_GROUP, CV_CHATROOM};
 
-// The page's statement, for groups alone.
+// The statement of a page of groups.
 std::string page_sql(const std::string& filter) {
   return "select session_id,session_type,title,draft,is_top,session_time,unread_count,"
          "mention_count,silence,latest_id from t_session where session_type in(2)" +
@@ -34,7 +34,7 @@ const std::string first_page = page_sql("");
 const std::string page_after_pinned = page_sql(" and ((session_time<? and is_top=1) or is_top=0)");
 const std::string page_after_unpinned = page_sql(" and session_time<? and is_top=0");
 
-// A row of t_session; without more, an unpinned group that has no message.
+// A row of t_session; by default an unpinned group without messages.
 struct Row {
   Row(std::string session_id, int64_t session_time)
       : id(std::move(session_id)), time(session_time) {}
@@ -85,14 +85,14 @@ SessionInfo named(const std::string& id, int32_t type) {
   return session;
 }
 
-// What the loaders of messages fill.
+// The fields that the loaders of messages fill.
 std::string message(const Session& s) {
   return s.content_ + "|" + s.object_name_ + "|" + s.sender_ + "|" + std::to_string(s.is_recieve_) +
          "|" + std::to_string(s.read_status_) + "|" + std::to_string(s.sent_status_) + "|" +
          std::to_string(s.session_time_) + "|" + s.server_uid_;
 }
 
-// What the loaders of conversations fill, but id and kind.
+// The fields that the loaders of conversations fill, except id and kind.
 std::string conversation(const Session& s) {
   return s.title_ + "|" + s.draft_ + "|" + std::to_string(s.is_top_) + "|" +
          std::to_string(s.session_time_) + "|" + std::to_string(s.unread_count_) + "|" +
@@ -110,7 +110,7 @@ class SessionList : public StoreTest {
         std::to_string(row.is_top) + "," + std::to_string(row.latest_id) + ",'" + row.draft + "')");
   }
 
-  // A message of a group, read and without a mention unless marked.
+  // A message of a group, by default read and without a mention.
   void plant_message(int64_t id, const std::string& session_id, int64_t time,
                      const std::string& content = "hello", int32_t read_status = 1,
                      int32_t is_mention = 0) const {
@@ -128,7 +128,7 @@ class SessionList : public StoreTest {
     return list;
   }
 
-  // The ids of one page of groups; none when the call fails.
+  // The ids of one page of groups; empty if the call fails.
   Rows page_ids(int64_t time, int32_t limit = 10) {
     std::vector<SessionInfo> list;
     const bool found = store().get_session_list_by_page({CV_GROUP}, time, limit, list);
@@ -138,7 +138,7 @@ class SessionList : public StoreTest {
     return ids;
   }
 
-  // The statement by which a page is asked for.
+  // The statement that reads a page.
   std::string page_statement(int64_t time) {
     take_ledger();
     std::vector<SessionInfo> list;
@@ -146,19 +146,19 @@ class SessionList : public StoreTest {
     return take_ledger().front();
   }
 
-  // Leaves the list as after a page that ended among the pinned, or not.
+  // Sets what the store remembers of the page before: whether it ended with a pinned row.
   void page_that_ends(bool pinned) {
     plant_row(Row("last page", 1).pinned(pinned ? 1 : 0).of(CV_CHATROOM));
     std::vector<SessionInfo> list;
     ASSERT_TRUE(store().get_session_list_by_page({CV_CHATROOM}, 0, 1, list));
   }
 
-  // Takes a table away from statements to come.
+  // Removes a table, so that later statements cannot be prepared.
   void drop(const std::string& table) {
     ASSERT_EQ(store().execute_none_query("drop table " + table), kDone);
   }
 
-  // Makes t_message one that can be prepared and not be stepped.
+  // Replaces t_message by a view that can be prepared but not stepped.
   void make_messages_unreadable() const {
     plant(
         "drop table t_message;"
@@ -166,7 +166,7 @@ class SessionList : public StoreTest {
         "abs(-9223372036854775808) as sent_time");
   }
 
-  // The elements of a count of the messages of these ids, as id, unread and mentions.
+  // The elements that count the messages with these ids, as id, unread and mentions.
   Rows distinct(const std::string& ids) {
     std::vector<Session> list;
     const bool found = store().load_distinct_session_with_unread(list, ids);
@@ -269,7 +269,7 @@ TEST_F(SessionList, PinnedStaysBeforeANewerUnpinned) {
   for (int i = 0; i < 20; ++i) {
     const std::string id(1, static_cast<char>('a' + i));
     plant_row(Row(id, 100 - i).pinned(i < 10 ? 1 : 0).latest(i + 1));
-    // The unpinned have newer messages than the pinned.
+    // Unpinned conversations have newer messages than pinned ones.
     plant_message(i + 1, id, i < 10 ? 1000 - i : 2000 - i);
     expected.push_back(id);
   }
@@ -334,7 +334,7 @@ TEST_F(SessionList, MessageOfAnEqualIdOfAnotherKindIsNotShown) {
   EXPECT_EQ(page(0)[0].message_.content_, "");
 }
 
-// Two ids that libstdc++ hashes alike, on machines of 64 bits.
+// Two ids with the same hash in libstdc++ on 64-bit machines.
 TEST_F(SessionList, MessageOfAnIdOfEqualHashIsNotShown) {
   const std::string id = "room-one00000726";
   const std::string other = "room-405tDZ5Xiq4";
@@ -371,7 +371,7 @@ TEST_F(SessionList, LastMessageOfAConversationCounts) {
   EXPECT_EQ(list[0].session_time, 250);
 }
 
-TEST_F(SessionList, DraftKeepsTheTimeAndNotTheMessageAway) {
+TEST_F(SessionList, DraftKeepsTheTimeAndShowsTheMessage) {
   plant_row(Row("room", 100).latest(7).drafted("to do"));
   plant_message(7, "room", 900);
   const auto list = page(0);
@@ -586,7 +586,7 @@ TEST_F(SessionList, ConversationOfANegativeLatestIdAsksForItsMessage) {
   EXPECT_EQ(message(session), "room|2|-3||hello|||0|1|0|200");
 }
 
-TEST_F(SessionList, ConversationShowsTheMessageItNamesWhereverItLies) {
+TEST_F(SessionList, ConversationShowsItsLatestMessageEvenFromAnotherConversation) {
   plant_row(Row("room", 100).latest(7));
   plant_message(7, "elsewhere", 900);
   SessionInfo session = named("room", CV_GROUP);

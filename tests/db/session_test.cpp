@@ -16,7 +16,7 @@ using Corvan::CV_PRIVATE;
 using Corvan::SessionType;
 
 constexpr const char* kSessions = "select * from t_session order by rowid";
-// What set_session_time() writes.
+// The columns that set_session_time() writes.
 constexpr const char* kState =
     "select session_time,latest_id,unread_count,mention_count from t_session order by rowid";
 
@@ -37,12 +37,12 @@ class SessionRows : public StoreTest {
 
   void drop_sessions() { ASSERT_EQ(store().execute_none_query("drop table t_session"), kDone); }
 
-  // Makes a kind of write of a table fail when it is stepped.
+  // Makes one kind of write to a table fail when it is stepped.
   void refuse_to(const std::string& action, const std::string& table = "t_session") const {
     plant(refuse(action + " on " + table));
   }
 
-  // t_session becomes a view that can be prepared and not be stepped.
+  // Replaces t_session by a view that can be prepared but not stepped.
   void make_sessions_unreadable() const {
     plant(
         "drop table t_session;"
@@ -54,7 +54,7 @@ class SessionRows : public StoreTest {
 
 // ---- Pinning ------------------------------------------------------------------------------------
 
-TEST_F(SessionRows, PinningAMissingConversationCreatesItOnlyWhenTold) {
+TEST_F(SessionRows, PinningAMissingConversationCreatesItOnlyIfAsked) {
   EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, false));
   EXPECT_EQ(rows(kSessions), Rows{});
   EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, true));
@@ -237,7 +237,7 @@ TEST_F(SessionRows, RemovingMarksTheMessagesRead) {
             (Rows{"room|1|0", "other|0|0"}));
 }
 
-TEST_F(SessionRows, RemovingMarksMessagesUpToTheReadTimeOfTheRowTooAsItIsGone) {
+TEST_F(SessionRows, RemovingMarksMessagesBeforeTheReadTimeToo) {
   plant(
       "insert into t_session(session_id,session_type,read_time) values('room',2,1000);"
       "insert into t_message(session_id,session_type,direction,sent_time) values('room',2,1,500)");
@@ -266,7 +266,7 @@ TEST_F(SessionRows, RemovingSucceedsWhenTheMessagesCannotBeMarked) {
 
 // ---- Clearing kinds -----------------------------------------------------------------------------
 
-TEST_F(SessionRows, ClearingTakesConversationsAndMessagesOfTheKinds) {
+TEST_F(SessionRows, ClearingDeletesConversationsAndMessagesOfTheKinds) {
   save(NewMessage().in("a", CV_PRIVATE));
   save(NewMessage().in("b", CV_GROUP));
   save(NewMessage().in("c", CV_CHATROOM));
@@ -343,7 +343,7 @@ TEST_F(SessionRows, ExistsByIdAndKind) {
   EXPECT_FALSE(store().is_session_exist("roo", CV_GROUP));
 }
 
-TEST_F(SessionRows, ExistsNotWhenItCannotBeAsked) {
+TEST_F(SessionRows, DoesNotExistIfTheLookupFails) {
   plant_room(-1);
   drop_sessions();
   EXPECT_FALSE(store().is_session_exist("room", CV_GROUP));
@@ -413,7 +413,7 @@ TEST_F(SessionRows, OlderInsertedMessageKeepsTheTime) {
   EXPECT_EQ(rows(kState), Rows{"100|9|4|2"});
 }
 
-TEST_F(SessionRows, OlderInsertedMessageWithItsOwnTimeKeepsTimeAndLatestMessage) {
+TEST_F(SessionRows, OlderInsertedMessageWithTheCallersTimeKeepsTimeAndLatestMessage) {
   plant_room(7);
   store().set_session_time("room", CV_GROUP, 99, kText, 9, 1, 1, kInsertOnly | kCustomizedTime);
   EXPECT_EQ(rows(kState), Rows{"100|7|4|2"});
@@ -431,7 +431,7 @@ TEST_F(SessionRows, NotificationIsKnownByItsWholeName) {
   EXPECT_EQ(rows(kState), Rows{"99|9|3|1"});
 }
 
-// Every combination, each on a conversation of its own, against the rules written out once.
+// Every combination, each on its own conversation, against one literal copy of the rules.
 TEST_F(SessionRows, MessageMovesItsConversationByProfileLatestTimeAndName) {
   Rows expected;
   std::vector<std::string> labels;
@@ -524,7 +524,7 @@ TEST_F(SessionRows, NewerCorrectedTimeMovesTheConversationAlone) {
   EXPECT_EQ(rows(kState), Rows{"101|9|3|1"});
 }
 
-TEST_F(SessionRows, CorrectedTimeNotNewerIsHeldByALatestIdFromZeroOn) {
+TEST_F(SessionRows, CorrectedTimeNotNewerIsIgnoredIfTheLatestIdIsZeroOrMore) {
   for (const int64_t latest : {0, 7}) {
     plant("delete from t_session");
     plant_room(latest);

@@ -44,28 +44,28 @@ class StatementLayer : public StoreTest {
     return stmt;
   }
 
-  // The failing code of a prepare, which must return no statement.
+  // The code of a prepare that fails and must return no statement.
   int32_t prepare_failure(const std::string& sql) {
     int32_t rc = 7;
     EXPECT_EQ(store().prepare_sql(sql, rc), nullptr);
     return rc;
   }
 
-  // A statement on its only row.
+  // A statement that has been stepped to its only row.
   sqlite3_stmt* on_row(const std::string& sql) {
     sqlite3_stmt* stmt = prepare(sql);
     EXPECT_EQ(store().step(stmt, false), SQLITE_ROW);
     return stmt;
   }
 
-  // The store's file, closed, becomes something else.
+  // Closes the store and replaces its file by something else.
   void overwrite_file(const std::string& content) {
     store().close_db();
     write_file(file(), content);
     ASSERT_EQ(store().open_db(), SQLITE_OK);
   }
 
-  // The file's definition of t_sync becomes one that SQLite cannot read.
+  // Replaces the file's definition of t_sync by one that SQLite cannot read.
   void damage_schema() {
     plant(
         "pragma writable_schema=on;"
@@ -74,7 +74,7 @@ class StatementLayer : public StoreTest {
     ASSERT_EQ(store().open_db(), SQLITE_OK);
   }
 
-  // The first page of t_message becomes noise.
+  // Overwrites the first page of t_message with noise.
   void damage_messages() {
     const auto page =
         std::stoul(rows("select rootpage from sqlite_master where name='t_message'").front());
@@ -175,7 +175,7 @@ TEST_F(StatementLayer, DamagedFileThatIsGoneAlreadyIsClosedOnly) {
   EXPECT_EQ(prepare_failure("select 1"), kNoConnection);
 }
 
-TEST_F(StatementLayer, WhatIsNoRegularFileIsNotDeleted) {
+TEST_F(StatementLayer, OnlyARegularFileIsDeleted) {
   overwrite_file(std::string(8192, 'x'));
   ASSERT_EQ(std::rename(file().c_str(), folder.file("moved").c_str()), 0);
   std::filesystem::create_symlink("missing", file());
@@ -287,7 +287,7 @@ TEST_F(StatementLayer, FailedStepIsLoggedOnceAndReturned) {
   store().finalize(stmt);
 }
 
-TEST_F(StatementLayer, StepFinalizesWhatItWasTold) {
+TEST_F(StatementLayer, StepFinalizesOnlyIfAsked) {
   EXPECT_EQ(store().step(prepare("select 1"), true), SQLITE_ROW);
   EXPECT_EQ(store().step(prepare(kInsert), true), SQLITE_DONE);
   EXPECT_EQ(open_statements(), 0);
@@ -533,12 +533,12 @@ TEST_F(StatementLayer, EscapeFlagIsNeverCleared) {
   EXPECT_EQ(escaped("", true), Escaped("", true));
 }
 
-TEST_F(StatementLayer, WildcardBehindAZeroByteIsNotSeen) {
+TEST_F(StatementLayer, WildcardAfterAZeroByteIsNotSeen) {
   const std::string hidden("a\0_%'", 5);
   EXPECT_EQ(escaped(hidden), Escaped(hidden, false));
 }
 
-TEST_F(StatementLayer, SeenWildcardIsEscapedBehindAZeroByteToo) {
+TEST_F(StatementLayer, SeenWildcardIsEscapedAfterAZeroByteToo) {
   EXPECT_EQ(escaped(std::string("_\0_", 3)), Escaped(std::string("\\_\0\\_", 5), true));
 }
 

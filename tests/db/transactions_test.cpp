@@ -18,7 +18,7 @@ const std::string read_failed =
 
 class Transactions : public StoreTest {
  protected:
-  // t_sync becomes a view that cannot be read, but written: its rows end up in t_written.
+  // Replaces t_sync by a view that can be written but not read; rows written go to t_written.
   void make_sync_times_unreadable() {
     plant(
         "drop table t_sync;"
@@ -194,7 +194,7 @@ TEST_F(Transactions, OtherUsersKeepTheirTimes) {
   EXPECT_EQ(rows(kSyncRows), (Rows{"me|1000|0", "you|7000|7000"}));
 }
 
-TEST_F(Transactions, FailedReadIsLoggedAndTheTimeIsWrittenAllTheSame) {
+TEST_F(Transactions, FailedReadIsLoggedAndTheTimeIsStillWritten) {
   make_sync_times_unreadable();
   EXPECT_TRUE(store().set_sync_time(1000, true));
   EXPECT_TRUE(store().set_sync_time(500, false));

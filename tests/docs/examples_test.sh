@@ -1,9 +1,11 @@
 #!/bin/sh
-# The operations used most have an example in the reference, and every example is shown there.
-# Usage: examples_test.sh AWK, from the project's top.
+# The most used operations have an example in the reference, and the reference shows every example.
+# Run from the project's top.
 set -eu
 tags=$(sed -n 's/^ *\/\/! \[\(.*\)\]$/\1/p' examples/operations.cpp)
-shown=$("$1" -f docs/api/filter.awk db/cv_db_singleton.h | sed -n 's/.*@snippet operations.cpp //p')
+# The examples whose @snippet line stands directly before the declaration of the same name.
+shown=$(sed -n '/@snippet operations.cpp/{N;s/.*@snippet operations.cpp \([a-z_]*\)\n.*[ *]\1(.*/\1/p;}' \
+  db/cv_db_singleton.h)
 status=0
 for tag in $(printf '%s\n' "$tags" | sort -u); do
   if [ "$(printf '%s\n' "$tags" | grep -cx "$tag")" != 2 ]; then
