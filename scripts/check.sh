@@ -4,6 +4,7 @@
 # Usage: check.sh [NAME...]; without a name, all checks:
 #   format     the layout of every C++ file
 #   scripts    the syntax of every script, and shellcheck's warnings
+#   includes   every include of base/, db/, addons/ and tools/ points downwards
 #   links      the relative links and headings in the documents
 #   reference  Doxygen's reference of the headers, without warnings
 #   headers    every header compiles alone, with g++ and with clang++
@@ -29,6 +30,11 @@ check_scripts() {
   files '*.sh' .ci/run | while read -r script; do bash -n "$script" || exit 1; done
   # SC1090: mutate.sh sources a file that it has written itself.
   files '*.sh' .ci/run | xargs shellcheck --severity=warning --exclude=SC1090
+}
+
+check_includes() {
+  files 'base/*.h' 'base/*.cpp' 'db/*.h' 'db/*.cpp' 'addons/*.h' 'addons/*.cpp' 'tools/*.h' 'tools/*.cpp' |
+    xargs awk -f scripts/includes.awk
 }
 
 check_links() { files '*.md' | xargs awk -f scripts/links.awk; }
@@ -105,13 +111,14 @@ check_tidy() {
 declare -A advice=(
   [format]="clang-format -i FILE"
   [scripts]="fix the script; shellcheck FILE explains"
+  [includes]="move what both files need into a folder below"
   [links]="fix the link, or the heading that it names"
   [reference]="document the named member in its header, with a /// comment"
   [headers]="include everything that the header uses"
   [cppcheck]="fix the code, or add a false positive to scripts/cppcheck.txt with the reason"
   [tidy]="fix the code, or mark a false positive: // NOLINT(name): reason"
 )
-order=(format scripts links reference headers cppcheck tidy)
+order=(format scripts includes links reference headers cppcheck tidy)
 
 names=("$@")
 [ $# -gt 0 ] || names=("${order[@]}")

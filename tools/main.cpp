@@ -1,5 +1,5 @@
-// corvan, the command-line tool: imports conversation logs into a store, looks into stores, checks,
-// repairs and rescues them, and brings their content out.
+// corvan, the command-line tool: imports conversation logs into a store; shows, checks, repairs,
+// rescues and exports stores.
 
 #include <sys/stat.h>
 
@@ -23,7 +23,10 @@ using namespace corvan_tool;
 int run(int argc, char** argv) {
   CommandLine line;
   add_import(line);
-  add_look(line);
+  add_list(line);
+  add_history(line);
+  add_unread(line);
+  add_show(line);
   add_search(line);
   add_stats(line);
   add_check(line);
@@ -42,11 +45,11 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader that leaves early must not keep what is unfinished from being removed.
+  // Writes fail instead, so that unfinished output is removed.
   std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);  // nor must a file that may not grow: its write fails instead
-  umask(umask(0) | S_IRWXG | S_IRWXO);  // what is made holds messages: it is its owner's alone
-  std::ios::sync_with_stdio(false);     // writes standard output in blocks
+  std::signal(SIGXFSZ, SIG_IGN);
+  umask(umask(0) | S_IRWXG | S_IRWXO);  // new files hold messages: only their owner may read them
+  std::ios::sync_with_stdio(false);     // standard output is written in blocks
   remove_unfinished_when_interrupted();
   remove_abandoned_folders();
   try {

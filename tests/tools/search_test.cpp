@@ -44,11 +44,12 @@ class SearchTest : public ToolTest {
     EXPECT_EQ(outcome.status, ids.empty() ? 1 : 0) << outcome.err;
     EXPECT_EQ(outcome.err, ids.empty() ? "corvan: no such messages\n" : "");
     next = result["next_place"].is_null() ? "" : result["next_place"];
-    next_id = result["next_before"].is_null() ? "" : result["next_before"].dump();
+    next_id = next.substr(next.find(':') + 1);
+    EXPECT_EQ(keys(result), (Rows{"messages", "next_place"}));
     return ids;
   }
 
-  // The messages of all pages of one, each continued by what `continuation` holds then.
+  // The messages of all pages of one message each. `continuation` refers to `next` or `next_id`.
   std::vector<int> all_pages(const std::string& text, const std::string& continuation) {
     std::vector<int> all;
     Arguments arguments = {text, "--limit", "1"};
@@ -59,7 +60,7 @@ class SearchTest : public ToolTest {
     return all;
   }
 
-  // What brings the page after the one found last.
+  // For --before: the place that the last search returned, and its id alone.
   std::string next;
   std::string next_id;
 };

@@ -1,5 +1,5 @@
-// The commands of the tool: each function puts one command, with its options and its help, on the
-// command line.
+// The commands of the tool. Each function adds one command with its options and help to the command
+// line, and is defined in the file of that name.
 
 #ifndef TOOLS_COMMANDS_COMMANDS_H_
 #define TOOLS_COMMANDS_COMMANDS_H_
@@ -9,7 +9,10 @@ namespace corvan_tool {
 class CommandLine;
 
 void add_import(CommandLine& line);
-void add_look(CommandLine& line);
+void add_list(CommandLine& line);
+void add_history(CommandLine& line);
+void add_unread(CommandLine& line);
+void add_show(CommandLine& line);
 void add_search(CommandLine& line);
 void add_stats(CommandLine& line);
 void add_check(CommandLine& line);

@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <chrono>
 #include <iostream>
 #include <string>
 #include <utility>
@@ -46,7 +45,7 @@ struct IndexOutcome {
 IndexOutcome update_indexes(const std::string& file, const std::string& name,
                             const IndexOptions& options) {
   const Schema wanted = new_schema();
-  const auto start = std::chrono::steady_clock::now();
+  const Stopwatch stopwatch;
   // Exclusive: outside WAL mode an immediate transaction would notice readers only at commit.
   StoreTransaction transaction(file, name, "begin exclusive");
   IndexOutcome outcome;
@@ -64,7 +63,7 @@ IndexOutcome update_indexes(const std::string& file, const std::string& name,
              rest.is_empty();
     });
   }
-  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  outcome.seconds = stopwatch.seconds();
   return outcome;
 }
 

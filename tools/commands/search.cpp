@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <utf8proc.h>
 
 #include <cstdint>
@@ -8,16 +9,20 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/message_row.h"
 #include "tools/store/snapshot.h"
+#include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
+#include "tools/ui/time.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {
@@ -37,8 +42,8 @@ struct SearchOptions {
   bool json = false;
 };
 
-// What texts are compared by when their letters' case does not matter: Unicode's case folding, and
-// one form for each composed letter. Bytes that are no UTF-8 are all alike.
+// `text` in the form by which texts are compared regardless of letter case: with Unicode case
+// folding, composed letters in one form, and U+FFFD for bytes that are not UTF-8.
 std::string folded(std::string_view text) {
   const std::string valid = valid_utf8(text);
   utf8proc_uint8_t* result = nullptr;
@@ -64,14 +69,15 @@ void fold_value(sqlite3_context* context, int /*count*/, sqlite3_value** values)
   }
 }
 
-// Where a page ends. What comes after it is older, or of the same time and with a smaller id.
+// The last message of a page. The next page continues with older messages, and with those of the
+// same time that have smaller ids.
 struct Place {
   int64_t time = 0;
   int64_t id = 0;
 };
 
 std::string place_text(const MessageResponse& m) {
-  return std::to_string(m.sent_time_) + ":" + std::to_string(m.msg_id_);
+  return fmt::format("{}:{}", m.sent_time_, m.msg_id_);
 }
 
 class Search {
@@ -85,26 +91,32 @@ class Search {
     }
   }
 
-  // At most limit + 1 messages, newest first: the last one tells that there are more.
+  // The newest messages first, and one more than the limit if there are more.
   std::vector<MessageResponse> run() const {
-    std::vector<MessageResponse> found;
     const std::optional<Place> before = place_before();
     const Place place = before.value_or(Place());
-    std::string sql = "select " + kMessageColumns + " from t_message where instr(" +
-                      (options_.ignore_case ? "folded(content)" : "content") + ",?1)>0";
-    if (before) sql += std::string(" and (") + kMessageTime + ",id)<(?2,?3)";
-    if (options_.session_id) sql += " and session_id collate binary=?4";
-    if (!options_.kinds.empty()) sql += " and session_type in(" + kinds() + ")";
-    sql += std::string(" order by ") + kMessageTime + " desc,id desc limit ?5";
+    std::vector<MessageResponse> found;
     store_.each_row(
-        sql, [&found](sqlite3_stmt* row) { found.push_back(message_at(row)); },
+        query(), [&found](const Row& row) { found.push_back(message_at(row)); },
         options_.ignore_case ? folded(options_.text) : options_.text, place.time, place.id,
         options_.session_id.value_or(""), int64_t{options_.limit} + 1);
     return found;
   }
 
  private:
-  // --before: TIME:ID, or the id of a message, whose time is looked up.
+  // ?1 is the text, ?2 and ?3 the place of --before, ?4 the conversation, ?5 the limit.
+  std::string query() const {
+    std::string sql = fmt::format("select {} from t_message where instr({},?1)>0", kMessageColumns,
+                                  options_.ignore_case ? "folded(content)" : "content");
+    if (options_.before) sql += fmt::format(" and ({},id)<(?2,?3)", kMessageTime);
+    if (options_.session_id) sql += " and session_id collate binary=?4";
+    if (!options_.kinds.empty()) {
+      sql += fmt::format(" and session_type in({})", listed_types(options_.kinds));
+    }
+    return sql + fmt::format(" order by {} desc,id desc limit ?5", kMessageTime);
+  }
+
+  // --before is TIME:ID, or an id alone, whose time is looked up.
   std::optional<Place> place_before() const {
     if (!options_.before) return std::nullopt;
     const std::string& text = *options_.before;
@@ -127,16 +139,8 @@ class Search {
     std::optional<int64_t> time;
     store_.each_row(
         std::string("select ") + kMessageTime + " from t_message where id=?",
-        [&time](sqlite3_stmt* row) { time = sqlite3_column_int64(row, 0); }, id);
+        [&time](const Row& row) { time = row.int64(0); }, id);
     return time;
-  }
-
-  std::string kinds() const {
-    std::string list;
-    for (const int32_t kind : options_.kinds) {
-      list += (list.empty() ? "" : ",") + std::to_string(kind);
-    }
-    return list;
   }
 
   const SearchOptions& options_;
@@ -144,7 +148,7 @@ class Search {
   const StatementProgress progress_{store_.connection().handle(), "million steps of the search"};
 };
 
-// Where in `text` stands what its folded form has at `place`.
+// The position in `text` of what is at `place` in its folded form.
 std::size_t unfolded_place(std::string_view text, std::size_t place) {
   std::string_view rest = text;
   for (std::size_t size = 0; !rest.empty();) {
@@ -155,7 +159,7 @@ std::size_t unfolded_place(std::string_view text, std::size_t place) {
   return text.size();
 }
 
-// The content from shortly before the first hit on, for a table that cuts what is too long.
+// The content from shortly before the first hit on, so that a clipped table shows the hit.
 std::string from_the_hit(const std::string& content, const SearchOptions& options) {
   constexpr std::size_t kBefore = 24;
   if (terminal_width() == 0) return content;
@@ -169,30 +173,32 @@ std::string from_the_hit(const std::string& content, const SearchOptions& option
   return "…" + content.substr(from);
 }
 
+void print_found_json(const std::vector<MessageResponse>& found, bool has_more) {
+  Json messages = Json::array();
+  for (const MessageResponse& m : found) messages.push_back(message_json(m, true));
+  print_json({{"messages", std::move(messages)},
+              {"next_place", has_more ? Json(place_text(found.back())) : Json(nullptr)}});
+}
+
+void print_found(const std::vector<MessageResponse>& found, const SearchOptions& options) {
+  TextTable table(
+      {{"ID", TextTable::kRight}, {"TIME (UTC)"}, {"TYPE"}, {"SESSION"}, {"SENDER"}, {"CONTENT"}});
+  for (const MessageResponse& m : found) {
+    table.add({std::to_string(m.msg_id_), time_text(m.sent_time_), kind_name(m.session_type_),
+               m.session_id_, m.sender_, from_the_hit(m.content_, options)});
+  }
+  table.print(std::cout, terminal_width());
+}
+
 int run_search(const SearchOptions& options) {
   std::vector<MessageResponse> found = Search(options).run();
-  const bool more = found.size() > static_cast<std::size_t>(options.limit);
-  if (more) found.pop_back();
-
+  const bool has_more = found.size() > static_cast<std::size_t>(options.limit);
+  if (has_more) found.pop_back();
   if (options.json) {
-    Json messages = Json::array();
-    for (const MessageResponse& m : found) messages.push_back(message_json(m, true));
-    print_json({{"messages", std::move(messages)},
-                {"next_before", more ? Json(found.back().msg_id_) : Json(nullptr)},
-                {"next_place", more ? Json(place_text(found.back())) : Json(nullptr)}});
+    print_found_json(found, has_more);
   } else if (!found.empty()) {
-    TextTable table({{"ID", TextTable::kRight},
-                     {"TIME (UTC)"},
-                     {"KIND"},
-                     {"SESSION"},
-                     {"SENDER"},
-                     {"CONTENT"}});
-    for (const MessageResponse& m : found) {
-      table.add({std::to_string(m.msg_id_), time_text(m.sent_time_), kind_name(m.session_type_),
-                 m.session_id_, m.sender_, from_the_hit(m.content_, options)});
-    }
-    table.print(std::cout, terminal_width());
-    if (more) std::cout << "more: --before " << place_text(found.back()) << '\n';
+    print_found(found, options);
+    if (has_more) std::cout << "more: --before " << place_text(found.back()) << '\n';
   }
   if (!found.empty()) return kOk;
   std::cerr << "corvan: no such messages\n";
@@ -200,27 +206,27 @@ int run_search(const SearchOptions& options) {
 }
 
 constexpr const char* kSearchResult =
-    "TEXT is found as it stands, in any script, anywhere in a message's content; nothing in it has a\n"
-    "special meaning. With --ignore-case upper and lower case letters, and composed and decomposed\n"
-    "ones, are the same. Newest first; of equal times the larger id comes first.\n"
-    "With --json: an object with messages, an array of objects with the keys of 'history';\n"
-    "next_place, the TIME:ID to give with --before for the next page, and next_before, that\n"
-    "message's id alone; both null after the last page.\n"
-    "Exit status 1 when there are no such messages.\n";
+    "TEXT is searched literally, in any script, anywhere in a message's content. With --ignore-case,\n"
+    "upper and lower case letters are equal, and so are composed and decomposed ones. The newest\n"
+    "message comes first; among messages of the same time, the one with the larger id.\n"
+    "With --json: an object with messages, an array of objects with the keys of 'history'; and\n"
+    "next_place, the TIME:ID to give with --before for the next page, null if there is none.\n"
+    "Exit status 1 if there are no such messages.\n";
 
 }  // namespace
 
 void add_search(CommandLine& line) {
   auto [command, options] = line.add<SearchOptions>(
       "search", "Find messages by a part of their text", kSearchResult, run_search);
-  command.argument("TEXT", options.text, "what to look for");
-  command.option("--session", "SESSION", options.session_id, "only in the conversation of this id");
-  command.kinds(options.kinds, "only in conversations of this kind, may be given again: ");
-  command.flag("--ignore-case", options.ignore_case, "let upper and lower case be the same");
+  command.argument("TEXT", options.text, "the text to search for");
+  command.option("--session", "SESSION", options.session_id,
+                 "only in the conversation with this id");
+  command.kinds(options.kinds, "only in conversations of this type, may be repeated: ");
+  command.flag("--ignore-case", options.ignore_case, "ignore letter case");
   command.option("--before", "TIME:ID", options.before,
-                 "the page that follows this message, given by its time and id or, while it is "
-                 "there, by its id alone (default: from the newest on)");
-  command.number("--limit", "N", options.limit, "at most so many (default 20)");
+                 "the page after this message, named by time and id, or by its id alone while it "
+                 "exists (default: the newest messages)");
+  command.number("--limit", "N", options.limit, "at most N messages (default 20)");
 }
 
 }  // namespace corvan_tool

@@ -189,7 +189,7 @@ void print_stats(const Stats& stats) {
 
   std::cout << "\nlargest of " << stats.conversations << " conversations with messages\n";
   TextTable largest(
-      {{"KIND"}, {"MESSAGES", TextTable::kRight}, {"TEXT", TextTable::kRight}, {"SESSION"}});
+      {{"TYPE"}, {"MESSAGES", TextTable::kRight}, {"TEXT", TextTable::kRight}, {"SESSION"}});
   for (const LargeConversation& c : stats.largest) {
     largest.add({kind_name(c.kind), std::to_string(c.messages), size_text(c.content_bytes), c.id});
   }

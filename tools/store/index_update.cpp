@@ -1,11 +1,11 @@
 #include "tools/store/index_update.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 #include "tools/store/connection.h"
 #include "tools/store/transaction.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 
@@ -30,9 +30,9 @@ void run(const StoreTransaction& transaction, const Index& index, const std::str
 }
 
 void create(const StoreTransaction& transaction, IndexChange& change) {
-  const auto start = std::chrono::steady_clock::now();
+  const Stopwatch stopwatch;
   run(transaction, change.index, change.index.sql);
-  change.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  change.seconds = stopwatch.seconds();
   change.bytes = stored_bytes(transaction.connection(), change.index.name);
 }
 

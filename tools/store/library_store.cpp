@@ -9,18 +9,6 @@
 
 namespace corvan_tool {
 
-std::vector<int64_t> messages_being_sent(const std::string& file, const std::string& name) {
-  std::vector<int64_t> ids;
-  const Connection connection(file);
-  const int rc = connection.each_row(
-      "select id from t_message where sent_status=1",
-      [&ids](sqlite3_stmt* row) { ids.push_back(sqlite3_column_int64(row, 0)); });
-  if (rc != SQLITE_DONE) {
-    throw ToolError(name + ": " + connection.error() + "; see 'corvan check' and 'corvan salvage'");
-  }
-  return ids;
-}
-
 OpenStore::OpenStore(const std::string& folder, const std::string& user) {
   cvrtc::LogMessage::SetSink([this](cvrtc::LoggingSeverity /*severity*/, const std::string& text) {
     if (!failure_.empty()) return;

@@ -3,18 +3,12 @@
 #ifndef TOOLS_STORE_LIBRARY_STORE_H_
 #define TOOLS_STORE_LIBRARY_STORE_H_
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 #include "db/cv_db_singleton.h"
 #include "tools/store/store_state.h"
 
 namespace corvan_tool {
-
-// The messages that the store in this file holds as being sent. Throws ToolError when they cannot
-// be read.
-std::vector<int64_t> messages_being_sent(const std::string& file, const std::string& name);
 
 // Opens the library's only instance for its own lifetime. Warnings and errors that the library logs
 // are collected here instead of being written.

@@ -1,6 +1,9 @@
 #include "tools/store/message_row.h"
 
-#include "tools/store/connection.h"
+#include <fmt/format.h>
+
+#include <cstdint>
+
 #include "tools/ui/names.h"
 
 namespace corvan_tool {
@@ -10,19 +13,19 @@ const std::string kMessageColumns =
     "server_uid," +
     std::string(kMessageTime);
 
-Corvan::MessageResponse message_at(sqlite3_stmt* row) {
+Corvan::MessageResponse message_at(const Row& row) {
   Corvan::MessageResponse m;
-  m.msg_id_ = sqlite3_column_int64(row, 0);
-  m.session_id_ = text_at(row, 1);
-  m.session_type_ = Corvan::SessionType(sqlite3_column_int(row, 2));
-  m.object_name_ = text_at(row, 3);
-  m.sender_ = text_at(row, 4);
-  m.content_ = text_at(row, 5);
-  m.is_receive_ = sqlite3_column_int(row, 6) != 0;
-  m.read_status_ = sqlite3_column_int(row, 7);
-  m.sent_status_ = sqlite3_column_int(row, 8);
-  m.server_uid_ = text_at(row, 9);
-  m.sent_time_ = sqlite3_column_int64(row, 10);
+  m.msg_id_ = row.int64(0);
+  m.session_id_ = row.text(1);
+  m.session_type_ = Corvan::SessionType(row.int32(2));
+  m.object_name_ = row.text(3);
+  m.sender_ = row.text(4);
+  m.content_ = row.text(5);
+  m.is_receive_ = row.int32(6) != 0;
+  m.read_status_ = row.int32(7);
+  m.sent_status_ = row.int32(8);
+  m.server_uid_ = row.text(9);
+  m.sent_time_ = row.int64(10);
   return m;
 }
 
@@ -45,6 +48,13 @@ Json message_json(const Corvan::MessageResponse& m, bool with_time) {
 
 std::string state_text(const Corvan::MessageResponse& m) {
   return m.is_receive_ ? read_status_name(m.read_status_) : sent_status_name(m.sent_status_);
+}
+
+std::string listed_types(const std::vector<Corvan::SessionType>& types) {
+  std::vector<int32_t> numbers;
+  for (const Corvan::SessionType type : types.empty() ? all_kinds() : types)
+    numbers.push_back(type);
+  return fmt::format("{}", fmt::join(numbers, ","));
 }
 
 }  // namespace corvan_tool

@@ -1,10 +1,11 @@
 #include "tools/ui/json.h"
 
-#include <array>
+#include <fmt/format.h>
+
 #include <cstdint>
-#include <cstdio>
 #include <iostream>
 
+#include "tools/ui/terminal_text.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {
@@ -13,14 +14,13 @@ namespace {
 
 constexpr std::size_t kEscapeSize = 6;
 
-// Whether a code point that drives_terminal() can begin so. The JSON library escapes those below
-// U+0020 itself.
+// Whether a code point for which drives_terminal() holds can begin with this byte. The JSON library
+// escapes those below U+0020 itself.
 bool may_begin_driver(char c) {
   return c == '\x7F' || c == '\xC2' || c == '\xD8' || c == '\xE2' || c == '\xEF';
 }
 
-// The place of the first such code point from `from` on, and the code point; npos when there is
-// none.
+// The first such code point from `from` on. `size`, in bytes, is 0 if there is none.
 struct Driver {
   std::size_t place = std::string_view::npos;
   std::size_t size = 0;
@@ -46,10 +46,8 @@ std::string json_text(const Json& value, int indent) {
   std::string result;
   std::size_t from = 0;
   for (; driver.size > 0; driver = find_driver(json, from)) {
-    std::array<char, kEscapeSize + 1> escape = {};
-    std::snprintf(escape.data(), escape.size(), "\\u%04x",
-                  static_cast<unsigned>(driver.code_point) & 0xFFFFU);
-    result.append(json, from, driver.place - from).append(escape.data());
+    result.append(json, from, driver.place - from);
+    result += fmt::format("\\u{:04x}", driver.code_point);
     from = driver.place + driver.size;
   }
   return result.append(json, from);

@@ -12,15 +12,15 @@ namespace corvan_tool {
 
 using Json = nlohmann::ordered_json;
 
-// A value as JSON that can be shown on a terminal: whatever drives_terminal() is an escape such as
-// "\u009b", which a reader turns back. What is no UTF-8 becomes U+FFFD. With an `indent` of 0 or
-// more, a member a line.
+// `value` as JSON that is safe on a terminal: code points for which drives_terminal() holds become
+// escapes such as "\u009b", which JSON readers undo, and bytes that are not UTF-8 become U+FFFD.
+// With an `indent` of 0 or more there is one member per line.
 std::string json_text(const Json& value, int indent = -1);
 
-// By how many bytes a text in UTF-8 is longer in json_text(), apart from the quotes.
+// By how many bytes json_text() makes a UTF-8 text longer, without the quotes.
 std::size_t json_growth(std::string_view text);
 
-// Writes a value to standard output, a member a line.
+// Writes a value to standard output, one member per line.
 void print_json(const Json& value);
 
 }  // namespace corvan_tool

@@ -10,8 +10,8 @@ namespace corvan_tool {
 
 namespace {
 
-constexpr std::chrono::seconds kBeforeTheFirst{1};
-constexpr std::chrono::milliseconds kBetween{100};
+constexpr std::chrono::seconds kFirstDelay{1};
+constexpr std::chrono::milliseconds kInterval{100};
 
 }  // namespace
 
@@ -19,14 +19,14 @@ Progress::Progress(std::string what, std::uint64_t total)
     : what_(std::move(what)),
       total_(total),
       terminal_(isatty(STDERR_FILENO) != 0),
-      next_(Clock::now() + kBeforeTheFirst) {}
+      next_(Clock::now() + kFirstDelay) {}
 
 void Progress::show(std::uint64_t done) {
   done_ = done;
   if (!terminal_) return;
   const Clock::time_point now = Clock::now();
   if (now < next_) return;
-  next_ = now + kBetween;
+  next_ = now + kInterval;
   shown_ = true;
   std::cerr << '\r' << done_;
   if (total_ > 0) std::cerr << " of " << total_;

@@ -1,4 +1,4 @@
-// How far a command has come, for whoever waits for it.
+// Shows the progress of a command.
 
 #ifndef TOOLS_UI_PROGRESS_H_
 #define TOOLS_UI_PROGRESS_H_
@@ -11,23 +11,21 @@ struct sqlite3;
 
 namespace corvan_tool {
 
-// One line on standard error, rewritten in place from the second second on; nothing at all when
-// that is no terminal. The line is gone when the object is.
+// One line on standard error, rewritten in place, from one second after construction on. The
+// destructor removes it. Shows nothing if standard error is not a terminal.
 class Progress {
  public:
-  // `what` is counted, as in "12000 of 400000 messages". A total of 0 is unknown.
+  // `what` names what is counted: "12000 of 400000 messages". 0 means that the total is unknown.
   explicit Progress(std::string what, std::uint64_t total = 0);
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
   ~Progress() { clear(); }
 
-  // So many more are done.
   void advance(std::uint64_t count = 1) { show(done_ + count); }
 
-  // So many are done.
   void show(std::uint64_t done);
 
-  // Takes the line away, for other text to be written; the next call shows it again.
+  // Removes the line, so that other text can be written. The next call shows it again.
   void clear();
 
  private:
@@ -41,11 +39,11 @@ class Progress {
   bool shown_ = false;
 };
 
-// Shows the steps of a connection's statements, for those of which nothing else is known, while the
-// object lives. The connection must live longer.
+// Counts the steps of a connection's statements, for statements of which nothing else is known. The
+// connection must outlive the object.
 class StatementProgress {
  public:
-  // `what` names them, as in "million steps of the integrity check".
+  // `what` is for example "million steps of the integrity check".
   StatementProgress(sqlite3* db, const std::string& what);
   StatementProgress(const StatementProgress&) = delete;
   StatementProgress& operator=(const StatementProgress&) = delete;

@@ -8,7 +8,7 @@ namespace corvan_tool {
 
 namespace {
 
-// Takes the first code point off: its bytes, or nothing where none starts.
+// Removes the first code point and returns its bytes; nothing if the text does not begin with one.
 std::string_view take_bytes(std::string_view& text) {
   const std::string_view before = text;
   const bool is_none = take_code_point(text) == kReplacement && before.size() - text.size() == 1;
@@ -24,14 +24,6 @@ int32_t take_code_point(std::string_view& text) {
       utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size()), &code_point);
   text.remove_prefix(size > 0 ? static_cast<std::size_t>(size) : 1);
   return size > 0 ? code_point : kReplacement;
-}
-
-bool drives_terminal(int32_t c) {
-  const bool is_control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
-  const bool is_line_end = c == 0x2028 || c == 0x2029;
-  const bool turns_direction = c == 0x061C || c == 0x200E || c == 0x200F ||
-                               (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x206F);
-  return is_control || is_line_end || turns_direction || c == 0xFEFF;
 }
 
 bool is_utf8(std::string_view text) {

@@ -1,4 +1,4 @@
-// UTF-8, which need not be well-formed.
+// Reads UTF-8 that need not be well formed.
 
 #ifndef TOOLS_UI_UTF8_H_
 #define TOOLS_UI_UTF8_H_
@@ -9,25 +9,21 @@
 
 namespace corvan_tool {
 
-// What stands for bytes that are no UTF-8: U+FFFD, and the same in UTF-8.
+// U+FFFD, which replaces bytes that are not UTF-8, and its UTF-8 form.
 constexpr int32_t kReplacement = 0xFFFD;
 constexpr const char* kReplacementText = "\xEF\xBF\xBD";
 
-// Takes the first code point off `text`, which must not be empty; kReplacement and one byte where
-// none starts.
+// Removes the first code point from `text`, which must not be empty, and returns it. If none starts
+// there, removes one byte and returns kReplacement.
 int32_t take_code_point(std::string_view& text);
-
-// Whether showing the code point could move the cursor, change colours, turn the writing direction
-// or hide: control characters, line and paragraph separators, bidirectional controls, U+FEFF.
-bool drives_terminal(int32_t code_point);
 
 bool is_utf8(std::string_view text);
 
-// `text` with kReplacementText for each byte that belongs to no code point.
+// `text` with each byte that belongs to no code point replaced by kReplacementText.
 std::string valid_utf8(std::string_view text);
 
-// At most `most` bytes of a text, in whole characters, with an ellipsis where some are left out:
-// for names in errors and reports, which may be of any length.
+// `text`, truncated at a character boundary to at most `most` bytes and an ellipsis. For names in
+// errors and reports, which may have any length.
 std::string shortened(const std::string& text, std::size_t most = 100);
 
 }  // namespace corvan_tool

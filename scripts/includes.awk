@@ -1,0 +1,38 @@
+# Lists includes that do not point downwards, one per line; fails if there are any. Usage:
+#   awk -f scripts/includes.awk FILE...
+#
+# A file may include its own folder's headers and those of the folders below it:
+#   tools/main.cpp, tools/commands, tools/SUBJECT, tools/store, tools/ui, db, base
+# A subject is any other folder of tools/, with the folders in it. Subjects do not include each other.
+# Nothing below addons/ includes it. db/ includes only db/ and base/; base/ includes only base/.
+
+# The subject, or the folder, that the path belongs to.
+function part_of(path, names) {
+  split(path, names, "/")
+  if (names[1] != "tools") return names[1]
+  return path ~ /^tools\/[^\/]*$/ ? "main" : "tools/" names[2]
+}
+
+function level_of(part) {
+  if (part == "base") return 1
+  if (part == "db") return 2
+  if (part == "addons") return 3
+  if (part == "tools/ui") return 4
+  if (part == "tools/store") return 5
+  if (part == "tools/commands") return 7
+  if (part == "main") return 8
+  return 6
+}
+
+/^[ \t]*#[ \t]*include[ \t]*"/ {
+  split($0, quoted, "\"")
+  target = quoted[2]
+  if (target !~ /^(base|db|addons|tools)\//) next
+  from = part_of(FILENAME)
+  to = part_of(target)
+  if (from == to || level_of(to) < level_of(from)) next
+  printf "%s:%d: %s must not include %s\n", FILENAME, FNR, from, target
+  failed = 1
+}
+
+END { exit failed }
