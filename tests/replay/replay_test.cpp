@@ -151,7 +151,7 @@ class ReplayTest : public testing::Test {
     return count;
   }
 
-  // What single saves leave agrees with itself.
+  // Single saves must leave a store without findings.
   static void check_findings() {
     const corvan_tool::Report report =
         corvan_tool::check_store(corvan_tool::Connection(replay().file()), replay().file());

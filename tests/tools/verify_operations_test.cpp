@@ -1,4 +1,4 @@
-// What the operations of the store leave, and that the findings name them.
+// Stores as operations leave them. Each finding must name the operation.
 
 #include <algorithm>
 #include <cstdint>

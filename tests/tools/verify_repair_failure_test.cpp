@@ -1,10 +1,11 @@
-// When --repair fails, it changes nothing.
+// A repair that fails must change nothing.
 
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <filesystem>

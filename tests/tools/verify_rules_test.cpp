@@ -72,7 +72,7 @@ TEST(VerifyRulesTest, RowsAreCompleteAndCodesDiffer) {
   }
 }
 
-TEST(VerifyRulesTest, RanksStandInOrder) {
+TEST(VerifyRulesTest, RulesAreOrderedByRank) {
   EXPECT_TRUE(std::is_sorted(kRules.begin(), kRules.end(),
                              [](const Rule& a, const Rule& b) { return a.rank < b.rank; }));
 }

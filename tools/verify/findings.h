@@ -44,7 +44,7 @@ struct Finding {
   Json stored;                    // null if there is no single value
   Json derived;                   // the value according to the rest of the store; null if unknown
   std::vector<Change> changes;    // the repair; empty if the finding cannot be repaired
-  std::vector<std::string> unjudged;  // columns that could not be checked, of "not-judged" only
+  std::vector<std::string> unchecked;  // the columns of "not-judged"
 
   // Sets `stored`, `derived`, and the change from the one to the other.
   void set_repair(Json old_value, Json new_value);

@@ -4,7 +4,7 @@
 
 namespace corvan_tool {
 
-const Rule* Recount::judge(int64_t stored, const Rule& too_high) const {
+const Rule* Recount::broken_rule(int64_t stored, const Rule& too_high) const {
   if (stored < 0) return &rule("counter-negative");
   if (stored > most()) return &too_high;
   if (stored < newer) return &rule("counter-low");

@@ -29,7 +29,7 @@ struct Recount {
   // order.
   int64_t repaired(int64_t stored) const { return stored < newer ? newer : newer + late; }
   // The rule that a stored counter breaks; null if it is a recount.
-  const Rule* judge(int64_t stored, const Rule& too_high) const;
+  const Rule* broken_rule(int64_t stored, const Rule& too_high) const;
 };
 
 struct Message {

@@ -19,7 +19,7 @@ class Planner {
 
   void take(const Finding& finding) {
     if (!finding.changes.empty() && wants(finding.rule->repair)) add_steps(finding);
-    for (const std::string& column : finding.unjudged) {
+    for (const std::string& column : finding.unchecked) {
       const std::string_view repair = repair_of_column(column);
       if (wants(repair)) plan_.left.push_back({repair, *finding.conversation, column});
     }

@@ -19,8 +19,7 @@ class SessionCheck {
   SessionCheck(const SessionRow& row, const Conversation& conversation, const LatestMessage* named,
                Findings& findings)
       : row_(row), conversation_(conversation), named_(named), findings_(findings) {
-    const bool is_own =
-        named != nullptr && has_conversation() && named->has_key && named->conversation == row.key;
+    const bool is_own = named != nullptr && named->has_key && named->conversation == row.key;
     if (is_own) own_latest_ = named;
   }
 
@@ -29,23 +28,23 @@ class SessionCheck {
                   rule("counter-unread"));
     check_counter("mention_count", row_.mention_count, conversation_.mention(),
                   rule("counter-mention"));
-    if (judges_latest()) check_latest();
-    if (judges_time()) check_session_time();
+    if (can_check_latest()) check_latest();
+    if (can_check_time()) check_session_time();
     check_times();
-    add_unjudged();
+    add_unchecked();
   }
 
  private:
   bool has_conversation() const { return row_.has_key && conversation_.rows() == 1; }
-  // Whether the column, and the values that it depends on, can be checked.
-  bool judges_counter(const char* column) const {
+  // Whether the column and the values that it depends on have the right types.
+  bool can_check_counter(const char* column) const {
     return has_conversation() && conversation_.is_counted() && row_.is_number("read_time") &&
            row_.is_number(column);
   }
-  bool judges_latest() const {
+  bool can_check_latest() const {
     return has_conversation() && conversation_.has_times() && row_.is_number("latest_id");
   }
-  bool judges_time() const { return judges_latest() && row_.is_number("session_time"); }
+  bool can_check_time() const { return can_check_latest() && row_.is_number("session_time"); }
 
   Finding& add(const Rule& rule, const std::string& column) {
     Finding& finding = findings_.add(rule, row_.key, column);
@@ -55,8 +54,8 @@ class SessionCheck {
 
   void check_counter(const char* column, int64_t stored, const Recount& recount,
                      const Rule& too_high) {
-    if (!judges_counter(column)) return;
-    const Rule* const broken = recount.judge(stored, too_high);
+    if (!can_check_counter(column)) return;
+    const Rule* const broken = recount.broken_rule(stored, too_high);
     if (broken == nullptr) return;
     Finding& finding = add(*broken, column);
     if (!broken->repair.empty()) {
@@ -116,15 +115,15 @@ class SessionCheck {
     if (broken != nullptr) add(*broken, column).stored = time;
   }
 
-  void add_unjudged() {
+  void add_unchecked() {
     std::vector<std::string> columns;
     for (const char* const column : {"unread_count", "mention_count"}) {
-      if (!judges_counter(column)) columns.emplace_back(column);
+      if (!can_check_counter(column)) columns.emplace_back(column);
     }
-    if (!judges_latest()) columns.emplace_back("latest_id");
-    if (!judges_time()) columns.emplace_back("session_time");
+    if (!can_check_latest()) columns.emplace_back("latest_id");
+    if (!can_check_time()) columns.emplace_back("session_time");
     if (columns.empty()) return;
-    add(rule("not-judged"), fmt::format("{}", fmt::join(columns, ", "))).unjudged =
+    add(rule("not-judged"), fmt::format("{}", fmt::join(columns, ", "))).unchecked =
         std::move(columns);
   }
 

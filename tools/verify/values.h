@@ -51,7 +51,7 @@ void check_texts(const Row& row, int first, const std::array<const char*, Count>
   }
 }
 
-// Whether the store's code of a column could be this number: it has 32 bits.
+// Whether the number fits into the 32 bits of the store's codes.
 bool is_code(int64_t value);
 
 // The rule that a type of conversation breaks; null for one of the five types.
