@@ -37,24 +37,13 @@ Finding& Findings::add(const Rule& rule, const ConversationKey& conversation, st
 
 void MessageFindings::add(const Rule& rule, const ConversationKey& conversation, int64_t id,
                           const std::string& column, const Json& stored) {
-  Finding& finding = all_[{&rule, conversation.id, conversation.type, column, stored.dump()}];
-  finding.rule = &rule;
-  finding.conversation = conversation;
-  finding.messages.push_back(id);
-  finding.name = column;
-  finding.stored = stored;
+  at({&rule, conversation.id, conversation.type, column, stored.dump()}, id).stored = stored;
 }
 
 void MessageFindings::add_time(const Rule& rule, const ConversationKey& conversation, int64_t id,
                                int64_t time) {
-  Finding& finding = all_[{&rule, conversation.id, conversation.type, "sent_time", ""}];
-  const bool is_first = finding.rule == nullptr;
-  finding.rule = &rule;
-  finding.conversation = conversation;
-  finding.messages.push_back(id);
-  finding.name = "sent_time";
-  Json& stored = finding.stored;
-  if (is_first) {
+  Json& stored = at({&rule, conversation.id, conversation.type, "sent_time", ""}, id).stored;
+  if (stored.is_null()) {
     stored = time;
   } else if (stored.is_object()) {
     stored["least"] = std::min(stored["least"].get<int64_t>(), time);
@@ -62,6 +51,16 @@ void MessageFindings::add_time(const Rule& rule, const ConversationKey& conversa
   } else if (const int64_t other = stored; other != time) {
     stored = {{"least", std::min(other, time)}, {"most", std::max(other, time)}};
   }
+}
+
+Finding& MessageFindings::at(const Key& key, int64_t id) {
+  const auto& [rule, session, type, column, value] = key;
+  Finding& finding = all_[key];
+  finding.rule = rule;
+  finding.conversation = {session, type};
+  finding.name = column;
+  finding.messages.push_back(id);
+  return finding;
 }
 
 void MessageFindings::move_to(Findings& findings) {

@@ -80,6 +80,9 @@ class MessageFindings {
   // Rule, conversation, column, and the value as JSON text.
   using Key = std::tuple<const Rule*, std::string, int64_t, std::string, std::string>;
 
+  // The finding of this key, with the message added.
+  Finding& at(const Key& key, int64_t id);
+
   std::map<Key, Finding> all_;
 };
 

@@ -7,6 +7,7 @@
 
 #include "tools/store/index_update.h"
 #include "tools/store/pending_output.h"
+#include "tools/store/schema.h"
 #include "tools/store/snapshot.h"
 #include "tools/store/store_state.h"
 #include "tools/store/transaction.h"
@@ -27,10 +28,9 @@ struct Repair {
   std::string commit_failure;  // if the commit failed although the changes were made
 };
 
-// Checks the store and plans its repair. Throws ToolError if it cannot be repaired.
-RepairPlan check_and_plan(const Connection& connection, const std::string& name,
-                          const std::vector<std::string>& words) {
-  const Report report = check_store(connection, name);
+// Throws ToolError if the file is damaged, or rows cannot be read that these words need.
+void require_repairable(const Report& report, const std::string& name,
+                        const std::vector<std::string>& words) {
   if (report.damaged) {
     throw ToolError(name +
                     ": damaged; nothing was changed; 'corvan salvage' recovers what can be read");
@@ -40,13 +40,25 @@ RepairPlan check_and_plan(const Connection& connection, const std::string& name,
   if (needs_rows && !report.complete) {
     throw ToolError(name + ": its rows cannot be read; nothing was changed; see 'corvan verify'");
   }
-  RepairPlan plan = plan_repair(report, words);
+}
+
+// Throws ToolError if a conversation is to be changed, but SQL cannot name its row.
+void require_row_ids(const RepairPlan& plan, const std::string& name) {
   const bool changes_rows =
       std::any_of(plan.steps.begin(), plan.steps.end(),
                   [](const RepairStep& step) { return step.conversation.has_value(); });
   if (changes_rows && plan.session_row_id.empty()) {
     throw ToolError(name + ": nothing was changed; " + no_row_id_text("t_session"));
   }
+}
+
+// Throws ToolError if the store cannot be repaired.
+RepairPlan check_and_plan(const Connection& connection, const std::string& name,
+                          const std::vector<std::string>& words) {
+  const Report report = check_store(connection, name);
+  require_repairable(report, name, words);
+  RepairPlan plan = plan_repair(report, words);
+  require_row_ids(plan, name);
   return plan;
 }
 

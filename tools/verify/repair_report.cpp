@@ -46,6 +46,25 @@ std::string repair_summary(const RepairPlan& plan, const std::string& backup, bo
   return text;
 }
 
+Json step_json(const RepairStep& step) {
+  const auto& key = step.conversation;
+  return {{"repair", step.rule->repair},
+          {"finding", step.rule->code},
+          {"session_id", key ? Json(key->id) : Json(nullptr)},
+          {"session_type", key ? Json(key->type) : Json(nullptr)},
+          {"name", step.change.name},
+          {"old", step.change.old_value},
+          {"new", step.change.new_value}};
+}
+
+Json left_json(const LeftColumn& left) {
+  return {{"repair", left.repair},
+          {"session_id", left.conversation.id},
+          {"session_type", left.conversation.type},
+          {"name", left.column},
+          {"reason", kLeftReason}};
+}
+
 }  // namespace
 
 void print_repair(const RepairPlan& plan, const std::string& backup, bool dry_run) {
@@ -67,23 +86,8 @@ void print_repair_json(const RepairPlan& plan, const std::string& backup, bool d
                {"backup", backup.empty() ? Json(nullptr) : Json(backup)},
                {"changes", Json::array()},
                {"left", Json::array()}};
-  for (const RepairStep& step : plan.steps) {
-    const auto& key = step.conversation;
-    json["changes"].push_back({{"repair", step.rule->repair},
-                               {"finding", step.rule->code},
-                               {"session_id", key ? Json(key->id) : Json(nullptr)},
-                               {"session_type", key ? Json(key->type) : Json(nullptr)},
-                               {"name", step.change.name},
-                               {"old", step.change.old_value},
-                               {"new", step.change.new_value}});
-  }
-  for (const LeftColumn& left : plan.left) {
-    json["left"].push_back({{"repair", left.repair},
-                            {"session_id", left.conversation.id},
-                            {"session_type", left.conversation.type},
-                            {"name", left.column},
-                            {"reason", kLeftReason}});
-  }
+  for (const RepairStep& step : plan.steps) json["changes"].push_back(step_json(step));
+  for (const LeftColumn& left : plan.left) json["left"].push_back(left_json(left));
   print_json(json);
 }
 

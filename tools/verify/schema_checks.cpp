@@ -109,6 +109,16 @@ void find_triggers_and_views(FileReader& file) {
       }));
 }
 
+// Reads the largest ids that SQLite has assigned to messages: one, unless something is wrong.
+int read_sequence(const Connection& connection, std::vector<Json>& values) {
+  return connection.each_row(
+      fmt::format("select seq from sqlite_sequence where name={}", kNameOfMessages),
+      [&values](const Row& row) {
+        const bool is_number = row.type(0) == SQLITE_INTEGER;
+        values.push_back(is_number ? Json(row.int64(0)) : Json(row.text(0)));
+      });
+}
+
 }  // namespace
 
 bool check_schema(FileReader& file) {
@@ -125,20 +135,14 @@ bool check_schema(FileReader& file) {
 
 void check_sequence(const Connection& connection, int64_t largest_id, Findings& findings) {
   std::vector<Json> stored;
-  bool is_good = true;
-  int64_t largest_used = largest_id;
-  const int rc = connection.each_row(
-      fmt::format("select seq from sqlite_sequence where name={}", kNameOfMessages),
-      [&](const Row& row) {
-        const bool is_number = row.type(0) == SQLITE_INTEGER;
-        const int64_t number = row.int64(0);
-        is_good = is_good && is_number && number >= largest_id;
-        if (is_number) largest_used = std::max(largest_used, number);
-        stored.push_back(is_number ? Json(number) : Json(row.text(0)));
-      });
   // Without sqlite_sequence, t_message lacks AUTOINCREMENT: the finding "table-differs".
-  if (rc != SQLITE_DONE || (is_good && stored.size() == 1)) return;
+  if (read_sequence(connection, stored) != SQLITE_DONE) return;
   if (stored.empty() && largest_id == 0) return;
+  int64_t largest_used = largest_id;
+  for (const Json& value : stored) {
+    if (value.is_number()) largest_used = std::max(largest_used, value.get<int64_t>());
+  }
+  if (stored.size() == 1 && stored[0] == largest_used) return;
   Json value;
   if (stored.size() == 1) value = stored[0];
   if (stored.size() > 1) value = stored;
