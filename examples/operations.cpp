@@ -1,7 +1,7 @@
-// The operations used most, each as its page in the reference shows it. What stands between two
-// lines of one name goes there; what follows it checks that the example does what it says.
+// Examples of the most used operations. The reference shows the lines between each pair of "//!
+// [name]" markers. The checks after them verify that the example does what it says.
 //
-// Run without arguments: it works in the folder "operations-store" of the current one, made anew.
+// Usage: operations. It recreates the folder "operations-store" in the current one.
 
 #include <algorithm>
 #include <cstdint>
@@ -20,7 +20,7 @@ using Corvan::CvDbSingleton;
 
 void check(bool condition, const char* what) {
   if (condition) return;
-  std::cerr << "operations: not so: " << what << "\n";
+  std::cerr << "operations: check failed: " << what << "\n";
   std::exit(1);
 }
 
@@ -29,10 +29,10 @@ void open_store() {
   std::filesystem::create_directories("operations-store");
   //! [init_open_db]
   auto* store = CvDbSingleton::get_instance();
-  const cvrtc::Pathname folder("operations-store/");  // with "/": a folder, which must exist
+  const cvrtc::Pathname folder("operations-store/");  // must exist and end with "/"
   bool open = store->init_open_db(folder, "", "me");
-  // True and yet closed: the file was damaged and has been deleted. The second call makes a new
-  // one.
+  // If the file was damaged, it has been deleted: the call returns true, but the store is closed.
+  // The second call creates a new file.
   if (open && store->get_pragma("select 1") != 1) open = store->init_open_db(folder, "", "me");
   //! [init_open_db]
   check(open, "the store opens");
@@ -43,7 +43,7 @@ void save_one_message(CvDbSingleton* store) {
   //! [save_message]
   const bool is_receive = true;
   const bool is_mention = true;
-  const bool history = false;      // it came live
+  const bool history = false;      // received live
   const bool insert_only = false;  // the conversation moves to it
   const bool is_count = true;      // one more unread message
   const int64_t id = store->save_message("team", Corvan::CV_GROUP, "CV:TxtMsg", "u02",
@@ -57,7 +57,7 @@ void save_one_message(CvDbSingleton* store) {
   check(store->get_unread_count("team", Corvan::CV_GROUP, unread) && unread == 1, "it is unread");
 }
 
-// Saves a received message of the conversation "team": its id.
+// Saves a received message to the conversation "team" and returns its id.
 int64_t save_received(CvDbSingleton* store, int64_t time, const std::string& uid) {
   return store->save_message("team", Corvan::CV_GROUP, "CV:TxtMsg", "u02", "Text of " + uid, true,
                              0, 0, false, time, 0, uid, false, false, true);
@@ -68,11 +68,11 @@ void save_in_a_transaction(CvDbSingleton* store) {
   bool whole = store->start_transaction();
   for (int64_t i = 2; whole && i <= 30; ++i) {
     const std::string uid = "srv-" + std::to_string(i);
-    // What is there already is refused with -1; any other -1 is a failure, and ends it.
+    // A duplicate returns -1, too. Any other -1 is a failure: stop.
     whole = save_received(store, 1000 * i, uid) > 0 || store->is_message_exist(uid);
   }
   if (!whole) store->execute_none_query("rollback transaction");
-  whole = whole && store->commit_transaction();  // false: take nothing of it for stored
+  whole = whole && store->commit_transaction();  // false: assume that nothing was stored
   //! [start_transaction]
   check(whole, "the transaction is committed");
   int32_t count = 0;
@@ -81,12 +81,12 @@ void save_in_a_transaction(CvDbSingleton* store) {
 
 void move_sync_marks(CvDbSingleton* store) {
   //! [set_sync_time]
-  int64_t received = 0;  // where the user has no marks yet, these zeros stay
+  int64_t received = 0;  // both stay 0 if the user has no marks yet
   int64_t sent = 0;
   if (store->get_sync_time(&received, &sent)) {
-    // Fetch from the server what came after `received`. In the transaction that stores it, before
-    // its messages, so that whatever takes these back takes back the mark:
-    store->set_sync_time(30'000, true);  // false when the mark is there or further already
+    // Fetch from the server what is later than `received`. Set the mark in the transaction that
+    // stores the messages, before them, so that a rollback of the messages also removes the mark.
+    store->set_sync_time(30'000, true);  // false if the mark is already there or later
   }
   //! [set_sync_time]
   check(store->get_sync_time(&received, &sent) && received == 30'000 && sent == 0, "the marks");
@@ -95,13 +95,13 @@ void move_sync_marks(CvDbSingleton* store) {
 void send_a_message(CvDbSingleton* store) {
   //! [set_send_time]
   const int32_t being_sent = 1;
-  const int64_t client_uid = 7;  // drawn at random: no other message of the user may have it
+  const int64_t client_uid = 7;  // use a random number: it must be unique among the user's messages
   const int64_t id =
       store->save_message("u02", Corvan::CV_PRIVATE, "CV:TxtMsg", "me", "On my way", false,
                           being_sent, 0, false, 40'000, client_uid, "", false, false, false);
-  // The server accepts it, names it and says when it came:
+  // The server accepts it and returns its id and time:
   store->set_send_time(id, 40'120, "srv-31", "u02", Corvan::CV_PRIVATE, /*fail_reason=*/0);
-  // or it refuses it: set_send_time(id, 0, "", "u02", Corvan::CV_PRIVATE, 405)
+  // or refuses it: set_send_time(id, 0, "", "u02", Corvan::CV_PRIVATE, 405)
   //! [set_send_time]
   Corvan::MessageResponse message;
   message.msg_id_ = id;
@@ -112,7 +112,7 @@ void send_a_message(CvDbSingleton* store) {
 
 void apply_a_receipt(CvDbSingleton* store) {
   //! [update_message_receipt_status]
-  // u02 has read everything up to here: own messages up to that time turn from sent to seen.
+  // u02 has read everything up to this time: own messages up to it change from sent to seen.
   const bool applied = store->update_message_receipt_status("u02", Corvan::CV_PRIVATE, 40'120);
   //! [update_message_receipt_status]
   Corvan::MessageResponse message;
@@ -132,9 +132,9 @@ void show_history(CvDbSingleton* store) {
   check(page.size() == 10 && page.back().content_ == "Lunch, @me?", "the last ten of thirty");
 }
 
-// An own message to u03 and its echo, which comes live: the conversation is earlier than its
-// message.
-void send_and_hear_the_echo(CvDbSingleton* store) {
+// Saves an own message to u03 and its live echo. The conversation's time stays that of the first
+// save, so it is earlier than its message's.
+void send_and_receive_echo(CvDbSingleton* store) {
   for (const int64_t time : {500, 580}) {
     store->save_message("u03", Corvan::CV_PRIVATE, "CV:TxtMsg", "me", "Hello", false, 1, 1, false,
                         time, /*client_uid=*/8, time == 580 ? "srv-32" : "", false, false, false);
@@ -149,8 +149,8 @@ void show_list(CvDbSingleton* store) {
   int64_t before = 0;
   do {
     if (!store->get_session_list_by_page(kinds, before, 20, page)) break;
-    // The next page is asked for with the conversations' own times, which can differ from those
-    // that the entries show. A limit of -1 gives all conversations at once.
+    // Request the next page with the conversations' own times, which can differ from session_time
+    // in the entries. A limit of -1 returns all conversations at once.
     before = std::numeric_limits<int64_t>::max();
     for (const auto& entry : page) {
       if (entry.is_top_ != page.back().is_top_) continue;
@@ -174,7 +174,7 @@ void show_badges(CvDbSingleton* store) {
   //! [get_unread_mention_count]
   int32_t unread = 0;
   int32_t mentions = 0;
-  store->get_unread_mention_count({}, unread, mentions);  // of every kind
+  store->get_unread_mention_count({}, unread, mentions);  // {}: all kinds of conversation
   std::cout << unread << " unread, " << mentions << " of them mention you\n";
   //! [get_unread_mention_count]
   check(unread == 30 && mentions == 1, "the counters");
@@ -186,17 +186,17 @@ void read_one_message(CvDbSingleton* store) {
   check(store->get_message_by_uid(message), "the message is there");
   const int64_t id = message.msg_id_;
   //! [set_read_status]
-  const bool found = store->set_read_status(id, 1);  // the conversation's counters go with it
+  const bool found = store->set_read_status(id, 1);  // also updates the conversation's counters
   //! [set_read_status]
   int32_t unread = 0;
   int32_t mentions = 0;
   store->get_unread_mention_count({}, unread, mentions);
-  check(found && unread == 29 && mentions == 0, "one less of both");
+  check(found && unread == 29 && mentions == 0, "both counters are lower by one");
 }
 
 void read_a_conversation(CvDbSingleton* store) {
   //! [clear_unread]
-  // The user has opened the conversation and seen its end.
+  // The user has opened the conversation.
   const bool read = store->clear_unread("team", Corvan::CV_GROUP);
   //! [clear_unread]
   int32_t unread = -1;
@@ -206,12 +206,12 @@ void read_a_conversation(CvDbSingleton* store) {
 void delete_messages(CvDbSingleton* store) {
   const int64_t newest = store->get_max_message_id(Corvan::CV_GROUP, "team", 2);
   //! [delete_message]
-  // Counters and the newest message of the conversations concerned follow.
+  // Also updates the counters and the newest message of the affected conversations.
   const bool deleted = store->delete_message({newest});
   //! [delete_message]
   int32_t count = 0;
   store->get_message_count("team", Corvan::CV_GROUP, count);
-  check(deleted && count == 29, "one message less");
+  check(deleted && count == 29, "one message fewer");
 }
 
 }  // namespace
@@ -225,7 +225,7 @@ int main() {
   send_a_message(store);
   apply_a_receipt(store);
   show_history(store);
-  send_and_hear_the_echo(store);
+  send_and_receive_echo(store);
   show_list(store);
   show_badges(store);
   read_one_message(store);

@@ -1,8 +1,8 @@
-// Two users write to each other through a server and a network that loses, repeats and reorders.
-// Each has a store; at the end both stores must agree with what the server knows.
+// Two users write to each other through a server and a network that loses, repeats and reorders
+// messages. Each has a store. At the end both stores must agree with the server.
 //
-// Usage: client FOLDER [SEED [TOOL]]. The stores are FOLDER/u01 and FOLDER/u02, made anew. TOOL
-// is the path of the program "corvan", with which both stores are verified when it is given.
+// Usage: client FOLDER [SEED [TOOL]]. Recreates the stores FOLDER/u01 and FOLDER/u02. If TOOL, the
+// path of the program "corvan", is given, both stores are verified with it.
 
 #include <cstdint>
 #include <cstdlib>
@@ -21,18 +21,18 @@ using example::Device;
 
 constexpr int kTurns = 12;
 
-// Whether nothing was found; what was is printed.
+// Prints what was found. Returns true if nothing was.
 bool nothing(const Device& device, const std::vector<std::string>& found) {
   for (const auto& line : found) std::cout << device.user() << ": " << line << "\n";
   return found.empty();
 }
 
-// One turn of a user, who signs in, does this and that, and signs out. False when the store could
-// not be opened, or does not fit together at the turn's end.
+// One turn: the user signs in, receives, sends and reads messages, and signs out. Returns false if
+// the store cannot be opened or contradicts itself at the end of the turn.
 bool take_turn(Device& device, example::Network& network, int number) {
   if (!device.start()) return false;
   device.reconnect();
-  device.hear();
+  device.receive_events();
   const size_t messages = network.any(5);
   for (size_t i = 0; i < messages; ++i) {
     const bool spam = network.any(8) == 0;
@@ -45,11 +45,11 @@ bool take_turn(Device& device, example::Network& network, int number) {
   return fits;
 }
 
-// What a client does whose network works again.
+// What a client does once its network works again.
 bool settle(Device& device, bool read) {
   if (!device.start()) return false;
   device.reconnect();
-  device.hear();
+  device.receive_events();
   if (read) device.read();
   const bool fits = nothing(device, device.contradictions());
   device.stop();
@@ -88,7 +88,7 @@ int main(int argc, char** argv) {
 
   std::cout << "the network works again\n";
   network.calm_down();
-  // Two rounds: the second brings each user what the other one sent again, or read, in the first.
+  // Two rounds: in the second each user receives what the other one resent or read in the first.
   for (int round = 1; round <= 2; ++round) {
     if (!settle(u01, true) || !settle(u02, false)) return fail("a store that cannot be used");
   }
@@ -101,5 +101,5 @@ int main(int argc, char** argv) {
   if (argc < 4) return 0;
   const bool u01_sound = example::verify(argv[3], u01.folder());
   const bool u02_sound = example::verify(argv[3], u02.folder());
-  return u01_sound && u02_sound ? 0 : fail("a store was not found sound");
+  return u01_sound && u02_sound ? 0 : fail("corvan verify reported a problem");
 }

@@ -20,8 +20,8 @@ constexpr int32_t kBeingSent = 1;
 constexpr int32_t kFailed = 2;
 constexpr int32_t kSeen = 3;
 
-// A number for an own message. At random: one that counts would begin anew with the process, and
-// know nothing of the user's other devices.
+// A random number for an own message. A counter would restart with the process, and would repeat
+// the numbers of the user's other devices.
 int64_t new_client_uid() {
   std::random_device random;
   const uint64_t bits = (uint64_t{random()} << 32) | random();
@@ -48,10 +48,11 @@ bool Device::start() {
 
   const cvrtc::Pathname folder(folder_ + "/");
   if (!store_->init_open_db(folder, "", user_)) return false;
-  // Where it is closed all the same, the file was damaged and has been deleted. A new one is filled
-  // from the server's history.
+  // If the store is closed now, the file was damaged and has been deleted. Create a new one and
+  // fill it from the server's history.
   if (store_->get_pragma("select 1") != 1 && !store_->init_open_db(folder, "", user_)) return false;
-  return store_->update_sent_status(0, kFailed);  // of no message: whether it can be written
+  return store_->update_sent_status(
+      0, kFailed);  // no message has the id 0: tests whether the file is writable
 }
 
 void Device::stop() {
@@ -64,14 +65,14 @@ void Device::reconnect() {
   if (!store_->get_sync_time(&mark, nullptr)) return;
   while (!network_->loses()) {
     const auto page = server_->letters_after(mark, kPage);
-    // The mark is not moved past a page that fails: it is fetched again.
+    // If a page fails, the mark stays, and the next turn fetches the page again.
     if (page.empty() || !save_fetched(page)) break;
     mark = page.back().time;
   }
   apply_receipt(server_->receipt_of(peer_));
 
-  // Opening the store has marked what was being sent as failed. What the history has not completed
-  // since is sent again under its own number, by which the server knows it.
+  // Opening the store marked every message being sent as failed. Resend those that the history has
+  // not completed, under their own numbers, by which the server recognises them.
   for (const auto& message : all_messages()) {
     if (message.is_receive_ || message.sent_status_ != kFailed) continue;
     const int64_t client_uid = client_uid_of(message.msg_id_);
@@ -82,22 +83,24 @@ void Device::reconnect() {
   }
 }
 
-// Nothing in here may be an operation that is one transaction: it would commit this one.
+// Must not call an operation that is itself one transaction: it would commit this one.
 bool Device::save_fetched(const std::vector<Letter>& page) {
   if (!store_->start_transaction()) return false;
-  // The marks first: when SQLite rolls back in the middle, what follows is stored on its own, and
-  // must not be a mark. Received and own messages come in one stream here, so both move.
+  // Move the marks first: if SQLite rolls back in the middle, each later write is stored on its
+  // own, and a mark must not be. Received and own messages come in one stream here, so both marks
+  // move.
   const int64_t mark = page.back().time;
   bool whole = move_mark(mark, true) && move_mark(mark, false);
   complete_own(page);
   for (const auto& letter : page) {
     if (!whole) break;
     ++turn_.fetched;
-    // An own one is completed by now, unless the store was lost, or another device sent it.
+    // An own message is completed by now, unless the store was lost or another device sent it.
     if (letter.sender == user_ && store_->is_message_exist(letter.uid)) continue;
-    // Insert-only: what is older than the conversation neither moves it nor becomes its newest
-    // message, and is counted as unread all the same. What came live already is refused.
-    whole = took(save(letter, true), letter);
+    // With insert_only a message older than the conversation is counted as unread, but does not
+    // move the conversation or become its newest message. Messages already received live are
+    // refused.
+    whole = count_saved(save(letter, true), letter);
   }
   if (!whole) {
     store_->execute_none_query("rollback transaction");
@@ -107,8 +110,8 @@ bool Device::save_fetched(const std::vector<Letter>& page) {
   return store_->commit_transaction();
 }
 
-// Whether the mark is at `time` or further now. set_sync_time() alone is false, too, for one that
-// was there before.
+// Returns whether the mark is now at `time` or later. set_sync_time() also returns false if the
+// mark was already there.
 bool Device::move_mark(int64_t time, bool is_receive) {
   if (store_->set_sync_time(time, is_receive)) return true;
   int64_t received = 0;
@@ -118,14 +121,14 @@ bool Device::move_mark(int64_t time, bool is_receive) {
 
 int64_t Device::save(const Letter& letter, bool insert_only) {
   const bool own = letter.sender == user_;
-  // The peer's numbers are not this store's: one that the peer used again would be refused.
+  // Ignore the peer's numbers: a message with a number that the peer reused would be refused.
   const int64_t client_uid = own ? letter.client_uid : 0;
   return store_->save_message(peer_, kKind, kText, letter.sender, letter.text, !own, kSent, 0,
                               false, letter.time, client_uid, letter.uid, false, insert_only, !own);
 }
 
-// Counts what became of a save. False when it failed: -1 alone also says that it is there already.
-bool Device::took(int64_t id, const Letter& letter) {
+// Counts the result of a save. Returns false if it failed; an id of -1 can also mean a duplicate.
+bool Device::count_saved(int64_t id, const Letter& letter) {
   if (id > 0) {
     ++turn_.stored;
     return true;
@@ -135,11 +138,11 @@ bool Device::took(int64_t id, const Letter& letter) {
   return true;
 }
 
-// Gives own messages whose answer was lost the server's id and time.
+// Adds the server's id and time to own messages whose answer was lost.
 void Device::complete_own(const std::vector<Letter>& page) {
   std::vector<Corvan::UpdateValue> own;
   for (const auto& letter : page) {
-    // One without a number would be found in any other one without.
+    // Without a number the lookup would match any own message without one.
     if (letter.sender != user_ || letter.client_uid <= 0) continue;
     Corvan::UpdateValue value;
     value.session_id_ = peer_;
@@ -150,12 +153,12 @@ void Device::complete_own(const std::vector<Letter>& page) {
     value.sent_time_ = letter.time;
     own.push_back(value);
   }
-  store_->is_message_exist(own);           // finds them
-  store_->set_send_time_for_dup_msg(own);  // and completes those that the server had not named
+  store_->is_message_exist(own);           // finds the stored ones
+  store_->set_send_time_for_dup_msg(own);  // completes those without a server id
 }
 
-// Points the conversation at its newest message. It may stand later than that, where the client's
-// clock was ahead of the server's.
+// Points the conversation at its newest message. The conversation's time can be later than that
+// message if the client's clock was ahead of the server's.
 void Device::settle() {
   int64_t newest = -1;
   int64_t time = 0;
@@ -164,14 +167,14 @@ void Device::settle() {
   }
 }
 
-void Device::hear() {
+void Device::receive_events() {
   for (const auto& event : network_->carry(server_->take_events(user_))) {
     switch (event.kind) {
       case Event::kLetter:
-        hear_letter(event.letter);
+        take_letter(event.letter);
         break;
       case Event::kAnswer:
-        hear_answer(own_message(event.answer.client_uid), event.answer);
+        take_answer(own_message(event.answer.client_uid), event.answer);
         break;
       case Event::kReceipt:
         apply_receipt(event.receipt);
@@ -180,16 +183,17 @@ void Device::hear() {
   }
 }
 
-void Device::hear_letter(const Letter& letter) {
-  // A plain save makes its message the conversation's newest whatever its time. So a late one is
-  // saved insert-only, but not an own one, since only a plain save looks for its number. Sync marks
-  // stay: what was dropped before it is still to be fetched.
+void Device::take_letter(const Letter& letter) {
+  // A plain save makes its message the conversation's newest one whatever its time, so late
+  // messages are saved with insert_only. Own messages are not, because only a plain save looks for
+  // the number. The sync marks stay: earlier messages may have been dropped and must still be
+  // fetched.
   const bool own = letter.sender == user_;
   int64_t newest = 0;
   store_->get_max_time(newest, kKind, peer_, 2);
   const bool late = !own && letter.time <= newest;
   const int64_t id = save(letter, late);
-  took(id, letter);  // what failed is still in the history
+  count_saved(id, letter);  // the history will bring a failed one again
   if (own) {
     settle();
     apply_receipt(0);
@@ -197,10 +201,10 @@ void Device::hear_letter(const Letter& letter) {
   if (id > 0 && late) ++turn_.late;
 }
 
-void Device::hear_answer(int64_t msg_id, const Answer& answer) {
+void Device::take_answer(int64_t msg_id, const Answer& answer) {
   Corvan::MessageResponse message;
   message.msg_id_ = msg_id;
-  // An answer that comes again would turn "seen" back into "sent".
+  // A repeated answer would turn "seen" back into "sent".
   if (!store_->get_message_by_id(message) || !message.server_uid_.empty()) return;
   if (answer.fail_reason != 0) keep_refusal(answer.client_uid);
   store_->set_send_time(msg_id, answer.time, answer.uid, peer_, kKind, answer.fail_reason);
@@ -208,16 +212,16 @@ void Device::hear_answer(int64_t msg_id, const Answer& answer) {
   apply_receipt(0);
 }
 
-// The store keeps no reason: without this, a message that was refused would be sent again at every
-// start, like one that was not answered.
+// The store does not record refusals. Without this list every start would resend refused messages
+// like unanswered ones.
 void Device::keep_refusal(int64_t client_uid) {
   refused_.insert(client_uid);
   std::ofstream(folder_ + "/refused", std::ios::app) << client_uid << "\n";
 }
 
 void Device::apply_receipt(int64_t time) {
-  // A later receipt covers what was sent after the stored one. What was acknowledged only after the
-  // stored one came is covered by applying that one again.
+  // A later receipt covers only messages sent after the stored one. Apply the stored one again for
+  // messages that were acknowledged after it arrived.
   int64_t known = 0;
   store_->get_receipt_time(peer_, kKind, known);
   if (known > 0) store_->update_message_receipt_status(peer_, kKind, known);
@@ -230,7 +234,7 @@ void Device::send(const std::string& text) {
   const int64_t id =
       store_->save_message(peer_, kKind, kText, user_, text, false, kBeingSent, 1, false,
                            server_->now(), client_uid, "", false, false, false);
-  if (id < 0) return;  // not stored: here a client leaves the text where the user wrote it
+  if (id < 0) return;  // not stored: a client would leave the text in the input field
   post(id, client_uid, text);
 }
 
@@ -244,12 +248,12 @@ void Device::post(int64_t msg_id, int64_t client_uid, const std::string& text) {
     ++turn_.unanswered;
     return;
   }
-  hear_answer(msg_id, answer);
+  take_answer(msg_id, answer);
 }
 
 void Device::read() {
-  // clear_unread() marks what was sent after the last reading; a message that came late may lie
-  // before it. Marked one by one, with their counters, nothing is left out.
+  // clear_unread() skips late messages from before the last reading, so mark each one first. This
+  // also updates the counters.
   for (const auto& message : all_messages()) {
     if (message.is_receive_ && message.read_status_ == 0) {
       store_->set_read_status(message.msg_id_, 1);
@@ -278,7 +282,7 @@ int64_t Device::client_uid_of(int64_t msg_id) {
   return client_uid;
 }
 
-// In one page: what has the time of a page's last message is not in the next one either.
+// Reads one page: with several, messages with the time of a page's last message would be missed.
 Device::Messages Device::all_messages() {
   int32_t count = 0;
   store_->get_message_count(peer_, kKind, count);
@@ -297,18 +301,19 @@ std::vector<std::string> Device::differences() {
   for (const auto& message : stored) {
     const std::string name = "message " + std::to_string(message.msg_id_);
     if (!message.is_receive_ && refused_.count(client_uid_of(message.msg_id_)) > 0) {
-      if (message.sent_status_ != kFailed) found.push_back(name + " was refused and is not failed");
+      if (message.sent_status_ != kFailed)
+        found.push_back(name + " was refused but is not marked as failed");
       continue;
     }
     if (letter == letters.end() || letter->uid != message.server_uid_ ||
         letter->time != message.sent_time_ || letter->sender != message.sender_ ||
         letter->text != message.content_) {
-      found.push_back(name + " is not the server's next one");
+      found.push_back(name + " does not match the server's next one");
       return found;
     }
     const bool seen = letter->time <= server_->receipt_of(peer_);
     if (!message.is_receive_ && message.sent_status_ != (seen ? kSeen : kSent)) {
-      found.push_back(name + " has another state than the peer's receipt gives it");
+      found.push_back(name + " does not have the state that follows from the peer's receipt");
     }
     ++letter;
   }
@@ -326,13 +331,13 @@ std::vector<std::string> Device::contradictions() {
   conversation.session_type_ = kKind;
   if (!store_->get_session(conversation)) return {"the conversation is missing"};
   if (conversation.message_.msg_id_ != stored.front().msg_id_) {
-    found.emplace_back("the conversation's newest message is another one");
+    found.emplace_back("the conversation does not point at its newest message");
   }
   const auto unread = std::count_if(stored.begin(), stored.end(), [](const auto& message) {
     return message.is_receive_ && message.read_status_ == 0;
   });
   if (conversation.unread_count_ != unread) {
-    found.emplace_back("the conversation counts other messages than those that are unread");
+    found.emplace_back("the unread counter differs from the number of unread messages");
   }
   return found;
 }
@@ -340,8 +345,8 @@ std::vector<std::string> Device::contradictions() {
 std::string Device::summary() const {
   std::ostringstream text;
   text << "fetched " << turn_.fetched << ", stored " << turn_.stored << " received (" << turn_.late
-       << " late), refused " << turn_.repeated << " repeated, sent " << turn_.sent << ", again "
-       << turn_.sent_again << ", without an answer " << turn_.unanswered;
+       << " late), refused " << turn_.repeated << " duplicates, sent " << turn_.sent << ", resent "
+       << turn_.sent_again << ", unanswered " << turn_.unanswered;
   return text.str();
 }
 

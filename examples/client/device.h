@@ -1,4 +1,4 @@
-// A user's client: what stands between the network and the store.
+// A user's client: connects the network to the store.
 
 #ifndef EXAMPLES_CLIENT_DEVICE_H_
 #define EXAMPLES_CLIENT_DEVICE_H_
@@ -13,34 +13,34 @@
 
 namespace example {
 
-// The store is one object a process with one file open at a time, so the two clients of the example
-// take turns: each call of start() is a user's sign-in, each stop() the sign-out.
+// A process has one store object with one open file, so the two clients of the example take turns:
+// start() signs a user in, stop() signs the user out.
 class Device {
  public:
   Device(std::string folder, std::string user, std::string peer, Server* server, Network* network);
 
-  // Opens the user's store. False when it cannot be opened.
+  // Opens the user's store. Returns false if it cannot be opened for writing.
   bool start();
   void stop();
 
-  // Between start() and stop():
+  // The next calls are allowed between start() and stop().
 
-  // Fetches what came since the last time and sends again what was not answered.
+  // Fetches the messages after the sync mark and resends the unanswered ones.
   void reconnect();
-  // Takes the events that the network carries.
-  void hear();
+  // Processes the events that the network delivers.
+  void receive_events();
   void send(const std::string& text);
-  // The user looks at the conversation to its end.
+  // The user reads the whole conversation.
   void read();
 
-  // What differs between the store and what the server knows, a line each; empty for nothing.
+  // One line per difference between the store and the server.
   std::vector<std::string> differences();
-  // What does not fit between the conversation and its messages, in the same form.
+  // One line per contradiction between the conversation's row and its messages.
   std::vector<std::string> contradictions();
 
   const std::string& folder() const { return folder_; }
   const std::string& user() const { return user_; }
-  // What the last turn did, in a few words.
+  // One line about what the last turn did.
   std::string summary() const;
 
  private:
@@ -49,11 +49,11 @@ class Device {
   bool save_fetched(const std::vector<Letter>& page);
   bool move_mark(int64_t time, bool is_receive);
   int64_t save(const Letter& letter, bool insert_only);
-  bool took(int64_t id, const Letter& letter);
+  bool count_saved(int64_t id, const Letter& letter);
   void complete_own(const std::vector<Letter>& page);
   void settle();
-  void hear_letter(const Letter& letter);
-  void hear_answer(int64_t msg_id, const Answer& answer);
+  void take_letter(const Letter& letter);
+  void take_answer(int64_t msg_id, const Answer& answer);
   void apply_receipt(int64_t time);
   void post(int64_t msg_id, int64_t client_uid, const std::string& text);
   void keep_refusal(int64_t client_uid);
@@ -67,7 +67,7 @@ class Device {
   const std::string peer_;  // also the id of the conversation
   Server* server_;
   Network* network_;
-  std::set<int64_t> refused_;  // numbers of own messages not to be sent again, as on disk
+  std::set<int64_t> refused_;  // client uids of refused messages, as on disk
 
   struct {
     int fetched = 0;

@@ -1,5 +1,5 @@
-// The other side of the example: a server that keeps one private conversation of two users, and a
-// network that loses, repeats and reorders what goes between them.
+// The other side of the example: a server with one private conversation of two users, and a network
+// that loses, repeats and reorders what they exchange.
 
 #ifndef EXAMPLES_CLIENT_SERVER_H_
 #define EXAMPLES_CLIENT_SERVER_H_
@@ -12,11 +12,11 @@
 
 namespace example {
 
-// A message as the server has it.
+// A message as stored by the server.
 struct Letter {
-  std::string uid;  // the server's id of it
+  std::string uid;  // the server's id
   std::string sender;
-  int64_t client_uid = 0;  // the sender's own number of it
+  int64_t client_uid = 0;  // the sender's number
   int64_t time = 0;        // the server's; no two letters share one
   std::string text;
 };
@@ -29,8 +29,8 @@ struct Answer {
   int64_t time = 0;         // of an accepted message
 };
 
-// What the server tells a client unasked. A dropped event does not come again: the client finds a
-// dropped message in the history, and asks for the state of receipts.
+// What the server pushes to a client. A dropped event is not repeated: the client fetches dropped
+// messages from the history and asks for the receipts.
 struct Event {
   enum Kind { kLetter, kAnswer, kReceipt };
   Kind kind = kLetter;
@@ -44,12 +44,12 @@ class Server {
   // The next moment, in milliseconds since the Unix epoch. Client and server share the clock here.
   int64_t now() { return ++clock_; }
 
-  // Takes a message; one that came before, by its sender's number, is answered as it was then. A
-  // text that begins with "spam" is refused.
+  // Accepts a message. A repeated one, recognised by the sender's number, gets the same answer as
+  // before. A text that begins with "spam" is refused.
   Answer post(const std::string& sender, const std::string& peer, int64_t client_uid,
               const std::string& text);
 
-  // `reader` has read up to `time`; `peer`, who wrote it, is told.
+  // `reader` has read up to `time`. Notifies `peer`, the sender.
   void take_receipt(const std::string& reader, const std::string& peer, int64_t time);
 
   // Up to `limit` letters later than `time`, oldest first: one page of history.
@@ -57,7 +57,7 @@ class Server {
   int64_t receipt_of(const std::string& reader) const;
   const std::vector<Letter>& letters() const { return letters_; }
 
-  // Hands out the events that wait for a user, in the order in which they came about.
+  // Removes and returns the events waiting for a user, oldest first.
   std::vector<Event> take_events(const std::string& user);
 
  private:
@@ -67,21 +67,21 @@ class Server {
   std::map<std::string, std::vector<Event>> waiting_;
 };
 
-// The same seed fails in the same places.
+// An unreliable network. The same seed fails at the same points.
 class Network {
  public:
   explicit Network(uint32_t seed) : random_(seed) {}
 
-  // From now on nothing fails any more.
+  // From now on nothing fails.
   void calm_down() { calm_ = true; }
 
-  // Whether a request, or its answer, is lost on its way: one in four.
+  // Whether a request or its answer is lost; true for one in four.
   bool loses() { return happens(4); }
 
   // Drops one event in five, repeats one in five, and shuffles.
   std::vector<Event> carry(const std::vector<Event>& events);
 
-  // A number from 0 to `count` - 1.
+  // A random number from 0 to `count` - 1.
   size_t any(size_t count) { return random_() % count; }
 
  private:

@@ -15,27 +15,27 @@ struct Explanation {
   const char* text;
 };
 
-// The first that fits a line is taken.
+// The first match applies.
 const std::vector<Explanation> kExplanations = {
     {"ok:",
-     "nothing in the file contradicts itself: counters, newest messages and times fit the rows; "
-     "notes are what ordinary use leaves"},
+     "the rows do not contradict each other: counters, newest messages and times are correct; "
+     "notes report what ordinary use leaves"},
     {"failed (note",
-     "own messages that the server refused: the client keeps them, marked, for the user to see"},
+     "own messages that the server refused: the client keeps them, marked as failed"},
     {"sync-behind (note",
-     "own messages sent after the last fetch: the mark moves when the history brings them"},
-    {"  by:", "the operations that leave such a row"},
-    {"    ", "where: the conversation, its kind, the value, the messages' ids"},
+     "own messages sent after the last fetch: the mark moves when they are fetched"},
+    {"  by:", "the operations that can leave such a row"},
+    {"    ", "the conversation, its kind, the value and the message ids"},
 };
 
-// `text` as one word of a shell.
+// Quotes `text` for the shell.
 std::string quoted(const std::string& text) {
   std::string word = "'";
   for (const char c : text) word += c == '\'' ? "'\\''" : std::string(1, c);
   return word + "'";
 }
 
-// Prints a line of the tool's with what it means. False when that is not known.
+// Prints a line of the tool's output and its explanation. Returns false if there is none.
 bool explain(const std::string& line) {
   if (line.empty()) return true;
   std::cout << "  " << line << "\n";
@@ -51,7 +51,7 @@ bool explain(const std::string& line) {
 
 bool verify(const std::string& tool, const std::string& folder) {
   std::cout << "$ corvan verify " << folder << "\n" << std::flush;
-  // NOLINTNEXTLINE(cert-env33-c): the command is quoted, and all of it is the example's own
+  // NOLINTNEXTLINE(cert-env33-c): every argument is quoted, and none comes from outside
   FILE* pipe = popen((quoted(tool) + " verify " + quoted(folder)).c_str(), "r");
   if (pipe == nullptr) return false;
   std::string answer;

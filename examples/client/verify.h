@@ -1,4 +1,4 @@
-// The last step of the example: the tool looks at the stores that it left.
+// The last step of the example: verifies the stores with the tool.
 
 #ifndef EXAMPLES_CLIENT_VERIFY_H_
 #define EXAMPLES_CLIENT_VERIFY_H_
@@ -7,8 +7,8 @@
 
 namespace example {
 
-// Runs `tool verify folder` and prints its answer, below each line what it means. True when the
-// tool found the store sound and every line could be explained.
+// Runs `tool verify folder` and prints its output with an explanation below each line. Returns true
+// if the tool found no problem and every line has an explanation.
 bool verify(const std::string& tool, const std::string& folder);
 
 }  // namespace example

@@ -1,10 +1,10 @@
-# Checks in the linker's MAP that PROGRAM contains the library STORE and nothing of the library BASE. Then
-# runs it with FOLDER, under the EMULATOR if one is given, and checks its output.
+# Checks in the linker's MAP that PROGRAM contains objects of the library STORE and none of BASE. Then
+# runs PROGRAM with FOLDER, under EMULATOR if it is set, and checks its output.
 
 file(READ "${MAP}" map)
 string(FIND "${map}" "${STORE}" store)
 if(store EQUAL -1)
-  message(FATAL_ERROR "${MAP}: does not name the store, so it shows nothing about base either")
+  message(FATAL_ERROR "${MAP}: does not name the store, so it proves nothing about base")
 endif()
 string(FIND "${map}" "${BASE}" base)
 if(NOT base EQUAL -1)
@@ -18,6 +18,6 @@ set(expected
   "host log 4: [^\n]*no such table: absent")
 foreach(line IN LISTS expected)
   if(NOT result EQUAL 0 OR NOT output MATCHES "${line}")
-    message(FATAL_ERROR "${PROGRAM}: status ${result}, wanted 0 and \"${line}\" in:\n${output}")
+    message(FATAL_ERROR "${PROGRAM}: status ${result}, expected 0 and \"${line}\" in:\n${output}")
   endif()
 endforeach()

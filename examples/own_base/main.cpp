@@ -1,4 +1,4 @@
-// Uses the store on the facilities of own_base.cpp. Usage: own_base FOLDER
+// Uses the store with the facilities defined in own_base.cpp. Usage: own_base FOLDER
 
 #include <filesystem>
 #include <iostream>
@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
   std::cout << "schema " << store->get_database_version()
             << (store->is_table_exist("host_note") ? " with host_note\n" : "\n");
 
-  // Without a time of its own the message gets that of the host's clock.
+  // A sent_time of 0 takes the time of the host's clock.
   const auto id = store->save_message("team", Corvan::CV_GROUP, "CV:TxtMsg", "peer", "Hello!", true,
                                       0, 0, false, 0, 0, "server-id-1", false, false, true);
   std::vector<Corvan::MessageResponse> page;
@@ -30,6 +30,6 @@ int main(int argc, char** argv) {
               << message.content_ << '\n';
   }
 
-  store->execute_none_query("delete from absent");  // its error line goes to the host's logger
+  store->execute_none_query("delete from absent");  // logs an error to the host's logger
   Corvan::CvDbSingleton::delete_instance();
 }

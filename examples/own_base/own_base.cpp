@@ -1,7 +1,8 @@
-// A host's own platform facilities, defined for the declarations of base/. Corvan::base is not
-// linked: what the store calls and this file lacks is an undefined symbol at link time.
+// A host's own platform facilities: definitions for the declarations in base/. Corvan::base is not
+// linked, so a function that the store calls and this file lacks is an undefined symbol at link
+// time.
 //
-// A real host forwards to what it has. These are as small as they can be.
+// A real host forwards to its own facilities. These are minimal.
 
 #include <cstddef>
 #include <cstdlib>
@@ -22,10 +23,10 @@
 
 namespace cvrtc {
 
-// ---- Logger: everything, to standard output -----------------------------------------------------
+// ---- Logger: warnings and errors to standard output ---------------------------------------------
 
 LogMessage::LogMessage(LoggingSeverity severity) : severity_(severity) {
-  stream_.imbue(std::locale::classic());  // whatever the host's is, numbers come in plain digits
+  stream_.imbue(std::locale::classic());  // digits without grouping, whatever the global locale
 }
 
 LogMessage::~LogMessage() {
@@ -36,7 +37,7 @@ bool LogMessage::Loggable(LoggingSeverity severity) {
   return severity >= LS_WARNING && severity < LS_NONE;
 }
 
-// ---- Fatal check: an exit status of its own -----------------------------------------------------
+// ---- Fatal check: ends the process with status 70 -----------------------------------------------
 
 FatalMessage::FatalMessage(const char* file, int line) {
   stream_.imbue(std::locale::classic());
@@ -48,7 +49,7 @@ FatalMessage::~FatalMessage() {
   std::_Exit(70);
 }
 
-// ---- Paths: on those of the standard library ----------------------------------------------------
+// ---- Paths: based on std::filesystem ------------------------------------------------------------
 
 void Pathname::SetPathname(const std::string& pathname) {
   const std::filesystem::path path(pathname);
@@ -83,7 +84,7 @@ bool Filesystem::IsFile(const Pathname& path) {
 
 namespace Corvan {
 
-// ---- Clock: one that stands ---------------------------------------------------------------------
+// ---- Clock: a fixed time ------------------------------------------------------------------------
 
 int64_t Timestamp() {
   return 1'700'000'000'000;
@@ -98,10 +99,9 @@ void CvUtils::string_replace(std::string& text, const std::string& from, const s
   }
 }
 
-// ---- Schema: the store's tables, fewer indexes, and a table of the host -------------------------
+// ---- Schema: the store's tables, fewer indexes, and a table of the host's own -------------------
 
-// The columns are those of docs/schema.md; so are their defaults, which the store's inserts rely
-// on.
+// Columns and defaults as in docs/schema.md. The store's inserts rely on the defaults.
 std::map<std::string, std::string> CvDatabase::table_index() {
   return {
       {"host_note", "create table if not exists host_note(text text)"},

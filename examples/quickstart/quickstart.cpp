@@ -1,8 +1,8 @@
-// A first program with the store: open it, receive, send, list, read, close. It prints what it
-// does.
+// A first program: opens a store, receives and sends messages, lists and reads conversations, and
+// closes the store. It prints what it does.
 //
-// Usage: quickstart [FOLDER]. The store's file is FOLDER/corvan; without a FOLDER,
-// quickstart-store/corvan in the current one. A second run finds what the first one stored.
+// Usage: quickstart [FOLDER]. The store is FOLDER/corvan, by default quickstart-store/corvan. A
+// second run finds what the first one stored.
 
 #include <cstdint>
 #include <filesystem>
@@ -16,15 +16,15 @@ namespace {
 
 using Corvan::CvDbSingleton;
 
-// What the network layer hands over when a message arrives.
+// A message as the network layer delivers it.
 struct Received {
-  std::string server_uid;  // the server's id of it: by this a repeated message is recognised
+  std::string server_uid;  // the server's id, by which duplicates are recognised
   std::string sender;
   std::string text;
   int64_t time;  // milliseconds since the Unix epoch
 };
 
-// Stores a message of the group "team" that came live, as one more unread message.
+// Stores a live message in the group "team" and counts it as unread.
 void receive(CvDbSingleton* store, const Received& message) {
   const int64_t id = store->save_message(
       "team", Corvan::CV_GROUP, "CV:TxtMsg", message.sender, message.text, /*is_receive=*/true,
@@ -33,12 +33,12 @@ void receive(CvDbSingleton* store, const Received& message) {
   const bool there = id > 0 || store->is_message_exist(message.server_uid);
   std::cout << "received " << message.server_uid << ": "
             << (id > 0  ? "stored"
-                : there ? "there already"
+                : there ? "already there"
                         : "could not be stored")
             << "\n";
 }
 
-// Stores an own message as being sent, and then what the server answers.
+// Stores an own message as being sent, then the server's answer.
 void send(CvDbSingleton* store, const std::string& text, int64_t client_uid, int64_t time) {
   const int32_t being_sent = 1;
   const int64_t id = store->save_message("team", Corvan::CV_GROUP, "CV:TxtMsg", "me", text,
@@ -47,16 +47,16 @@ void send(CvDbSingleton* store, const std::string& text, int64_t client_uid, int
                                          /*history=*/false, /*insert_only=*/false,
                                          /*is_count=*/false);
   if (id < 0) {
-    std::cout << "sending \"" << text << "\": there already, or could not be stored\n";
+    std::cout << "sending \"" << text << "\": already there, or could not be stored\n";
     return;
   }
-  // Here the network layer sends it. The server's answer has its id and its time of the message.
+  // Here the network layer sends the message. The server's answer contains its id and time.
   store->set_send_time(id, time + 80, "srv-own-" + std::to_string(client_uid), "team",
                        Corvan::CV_GROUP, /*fail_reason=*/0);
   std::cout << "sending \"" << text << "\": stored, sent, acknowledged\n";
 }
 
-// Prints the first conversations as a list would show them.
+// Prints the first 20 conversations.
 void show_list(CvDbSingleton* store) {
   std::vector<Corvan::SessionInfo> list;
   store->get_session_list_by_page({Corvan::CV_PRIVATE, Corvan::CV_GROUP}, 0, 20, list);
@@ -66,7 +66,7 @@ void show_list(CvDbSingleton* store) {
   }
 }
 
-// Prints the newest messages of "team", newest first.
+// Prints the newest 20 messages of "team", newest first.
 void show_history(CvDbSingleton* store) {
   std::vector<Corvan::MessageResponse> page;
   store->get_history_message_by_time("team", Corvan::CV_GROUP, "", 0, 20, page, /*desc=*/true);
@@ -81,12 +81,12 @@ void show_history(CvDbSingleton* store) {
 int main(int argc, char** argv) {
   const std::string folder = argc > 1 ? argv[1] : "quickstart-store";
 
-  // The folder must exist; the file in it is made when it is missing. Warnings and errors of the
-  // store go to standard error as long as no sink is set.
+  // The folder must exist; opening creates the file if it is missing. The store logs warnings and
+  // errors to standard error because no sink is set.
   std::filesystem::create_directories(folder);
   auto* store = CvDbSingleton::get_instance();
   if (!store->init_open_db(cvrtc::Pathname(folder + "/"), /*app_key=*/"", /*user_id=*/"me") ||
-      store->get_pragma("select 1") != 1) {  // opened, damaged and deleted: no longer open
+      store->get_pragma("select 1") != 1) {  // damaged and deleted: the store is closed
     std::cerr << "quickstart: " << folder << "/corvan cannot be opened\n";
     return 1;
   }
@@ -94,9 +94,8 @@ int main(int argc, char** argv) {
 
   receive(store, {"srv-1", "u02", "Is the build green?", 1'700'000'000'000});
   receive(store, {"srv-2", "u03", "Since this morning.", 1'700'000'005'000});
-  receive(store, {"srv-2", "u03", "Since this morning.", 1'700'000'005'000});  // sent twice
-  // A client draws its numbers at random. This one is fixed, so that a second run finds the
-  // message.
+  receive(store, {"srv-2", "u03", "Since this morning.", 1'700'000'005'000});  // delivered twice
+  // A client uses random numbers. This one is fixed, so that a second run finds the message.
   send(store, "Thanks!", 1, 1'700'000'009'000);
 
   std::cout << "conversations:\n";
