@@ -111,7 +111,7 @@ check_tidy() {
 declare -A advice=(
   [format]="clang-format -i FILE"
   [scripts]="fix the script; shellcheck FILE explains"
-  [includes]="move what both files need into a folder below"
+  [includes]="move the common code to a lower folder"
   [links]="fix the link, or the heading that it names"
   [reference]="document the named member in its header, with a /// comment"
   [headers]="include everything that the header uses"

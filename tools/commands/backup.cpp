@@ -29,24 +29,24 @@ struct BackupOptions {
 struct Backup {
   std::string file;
   int64_t bytes = 0;
-  int64_t log_bytes = 0;  // of the write-ahead log, which a sound copy has inside
+  int64_t log_bytes = 0;  // of the store's write-ahead log, which a sound copy contains
   int64_t messages = 0;
   int64_t sessions = 0;
-  std::string damage;  // in SQLite's words; empty for a sound store
+  std::string damage;  // SQLite's text; empty for a sound store
 };
 
-// Puts what the log of a copy holds into the file itself and counts what there is. False, with
-// `backup.damage`, when that is damaged. Throws ToolError, with `place` as the copy's name, when it
-// fails for another reason, as for want of room.
+// Moves the log of a copy into its file and counts its rows. Returns false, with `backup.damage`,
+// if the copy is damaged. Throws ToolError with `place` as the copy's name if it fails for another
+// reason, for example lack of room.
 bool settle(const std::string& file, const std::string& place, Backup& backup) {
   const Connection connection(file);
   const StatementProgress progress(connection.handle(), "million steps of the check");
   std::string findings;
   const auto into = [](int64_t& number) {
-    return [&number](sqlite3_stmt* row) { number = sqlite3_column_int64(row, 0); };
+    return [&number](const Row& row) { number = row.int64(0); };
   };
   int rc = connection.each_row("pragma integrity_check(1)",
-                               [&findings](sqlite3_stmt* row) { findings = text_at(row, 0); });
+                               [&findings](const Row& row) { findings = row.text(0); });
   if (rc == SQLITE_DONE && findings != "ok") {
     backup.damage = findings;
     return false;
@@ -100,11 +100,11 @@ int run_backup(const BackupOptions& options) {
   backup.file = store_file(options.to);
   backup.log_bytes = copy_store(options.folder, file).log;
 
-  // Looking may change the copy; what turns out to be damaged is kept as it was found.
+  // The check may change the copy. A damaged store is copied again, to be kept as it was found.
   backup.damage = damage_of_store(file, store_file(options.folder));
   const bool sound = backup.damage.empty() && settle(file, options.to, backup);
   if (!sound) copy_store(options.folder, file);
-  std::filesystem::remove(file + "-shm");  // of the copy's own making
+  std::filesystem::remove(file + kIndexSuffix);  // created by the check
   backup.bytes = store_sizes(file).file;
   folder.keep();
   print(backup, options.json);
@@ -113,21 +113,21 @@ int run_backup(const BackupOptions& options) {
 }
 
 constexpr const char* kBackupResult =
-    "NEWFOLDER must not exist. The copy is of one moment, even while a client writes to the store,\n"
-    "and one file: what the write-ahead log held is in it. It is checked before it is kept. A\n"
-    "damaged store is copied as it is, with its log, and the command says so.\n"
-    "To go back to a backup, put its file in the store's folder while no client has the store open,\n"
+    "NEWFOLDER must not exist. The copy is consistent even while a client writes to the store. It is\n"
+    "one file that includes the content of the write-ahead log, and is checked before it is kept. A\n"
+    "damaged store is copied as it is, with its log, and the command reports the damage.\n"
+    "To restore a backup, put its file into the store's folder while no client has the store open,\n"
     "and remove corvan-wal and corvan-shm there.\n"
-    "With --json: an object with ok, file, bytes, log_bytes (of the log that was there), messages,\n"
-    "sessions (both null of a damaged store) and damage (null, or SQLite's text).\n"
-    "Exit status 1 when the store is damaged.\n";
+    "With --json: an object with ok, file, bytes, log_bytes (of the store's log), messages, sessions\n"
+    "(both null for a damaged store) and damage (null, or SQLite's text).\n"
+    "Exit status 1 if the store is damaged.\n";
 
 }  // namespace
 
 void add_backup(CommandLine& line) {
   auto [command, options] = line.add<BackupOptions>(
-      "backup", "Copy a store whole, its write-ahead log included", kBackupResult, run_backup);
-  command.argument("NEWFOLDER", options.to, "the folder to make, which holds the copy");
+      "backup", "Copy a whole store, including its write-ahead log", kBackupResult, run_backup);
+  command.argument("NEWFOLDER", options.to, "the folder to create for the copy");
 }
 
 }  // namespace corvan_tool

@@ -1,5 +1,6 @@
 #include "tools/commands/command_line.h"
 
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <CLI/CLI.hpp>
@@ -19,8 +20,8 @@ namespace {
 
 constexpr const char* kFooter =
     "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact and\n"
-    "verify --repair change a store; the others look at a temporary copy. Times are in UTC.\n"
-    "What begins with \"-\" and is no option stands behind \"--\": corvan search FOLDER -- -x.\n"
+    "verify --repair change a store; the others read a temporary copy. Times are in UTC.\n"
+    "Put \"--\" before an argument that begins with \"-\": corvan search FOLDER -- -x.\n"
     "Exit status: 0 for success, 1 for a negative answer, 2 for bad usage, bad input or a store\n"
     "that cannot be read or written.\n";
 
@@ -37,19 +38,19 @@ CLI::Validator number_up_to(int64_t largest) {
   const auto check = [largest](const std::string& text) -> std::string {
     const std::optional<int64_t> value = whole_number(text);
     if (value && *value >= 1 && *value <= largest) return "";
-    return "\"" + text + "\" is no whole number from 1 to " + std::to_string(largest);
+    return fmt::format("\"{}\" is not a whole number from 1 to {}", text, largest);
   };
   return {check, "", ""};
 }
 
 CLI::Validator id_of_message() {
   const auto check = [](const std::string& text) -> std::string {
-    return whole_number(text) ? "" : "\"" + text + "\" is no message's id";
+    return whole_number(text) ? "" : fmt::format("\"{}\" is not a message's id", text);
   };
   return {check, "", ""};
 }
 
-// A kind's name, in whatever case, or its number; the text becomes the number.
+// Accepts a type's name, in any letter case, or its number. Replaces the text by the number.
 CLI::Validator kind_of_conversation() {
   const auto to_number = [](std::string& text) -> std::string {
     const std::string name = CLI::detail::to_lower(text);
@@ -59,13 +60,13 @@ CLI::Validator kind_of_conversation() {
       text = number;
       return "";
     }
-    return "\"" + text + "\" is none of " + kKinds;
+    return fmt::format("\"{}\" is none of {}", text, kKinds);
   };
   return {to_number, ""};
 }
 
-// CLI11 splits a list's value "[a,b]" in two. A byte that no text holds hides the bracket at its
-// end until that is past.
+// CLI11 splits a value "[a,b]" of a list in two. A byte that occurs in no text hides the closing
+// bracket until the value has been parsed.
 constexpr const char* kBracket = "]";
 constexpr const char* kHiddenBracket = "]\xff";
 
@@ -76,7 +77,7 @@ std::string hidden_bracket(std::string argument) {
   return argument;
 }
 
-// Also of a text that has such arguments in it.
+// Undoes hidden_bracket(), also in an error that quotes arguments.
 std::string shown_bracket(std::string text) {
   Corvan::CvUtils::string_replace(text, kHiddenBracket, kBracket);
   return text;
@@ -101,7 +102,7 @@ CLI::Option* add_number(CLI::App& app, const std::string& name, const std::strin
   return add_option(app, name, value, target, text)->check(number_up_to(largest));
 }
 
-// Of an option its name, what stands behind it and its text.
+// Shows an option's name, the name of its value, and its text.
 class HelpFormatter : public CLI::Formatter {
   std::string make_option_opts(const CLI::Option* option) const override {
     const std::string& value = option->get_option_text();
@@ -211,8 +212,8 @@ void Command::need(Option option, Option other) {
 
 CommandLine::CommandLine()
     : app_(std::make_unique<CLI::App>(
-          "Imports conversation logs into a message store, looks into stores, checks, repairs and "
-          "rescues them, and brings their content out.",
+          "Imports conversation logs into a message store; shows, checks, repairs, rescues and "
+          "exports stores.",
           "corvan")) {
   app_->formatter(std::make_shared<HelpFormatter>());
   app_->footer(kFooter);
@@ -235,7 +236,7 @@ Command CommandLine::add_command(const std::string& name, const std::string& tex
 }
 
 int CommandLine::run(int argc, char** argv) {
-  std::vector<std::string> arguments;  // the last one first, as the parser takes them
+  std::vector<std::string> arguments;  // in reverse, as the parser expects them
   for (int i = argc - 1; i > 0; --i) arguments.push_back(hidden_bracket(argv[i]));
   try {
     app_->parse(std::move(arguments));

@@ -1,5 +1,5 @@
-// How commands and their options are put on the command line. The parser itself stays in one unit:
-// its header takes longer to compile than any command.
+// The command line: commands, their arguments, options and help. Only command_line.cpp includes the
+// parser, whose header takes long to compile.
 
 #ifndef TOOLS_COMMANDS_COMMAND_LINE_H_
 #define TOOLS_COMMANDS_COMMAND_LINE_H_
@@ -21,64 +21,64 @@ class Option;
 
 namespace corvan_tool {
 
-// The number of 64 bits that a text is in plain decimal.
+// The 64-bit number that `text` is in plain decimal; nothing if it is not one.
 std::optional<int64_t> whole_number(const std::string& text);
 
 enum class Presence { kOptional, kRequired };
 enum class Emptiness { kRefused, kAllowed };
 
-// A command on the command line. Each member adds an argument or an option with its text for the
-// help; a target keeps its value when it is not given, and must live as long as the CommandLine.
-// What does not fit is told to the user before the command is run.
+// One command. Each member adds an argument or an option with its text for the help. Targets keep
+// their values if the option is not given, and must live as long as the CommandLine. Invalid values
+// are reported before the command runs.
 class Command {
  public:
   using Option = CLI::Option*;
 
   explicit Command(CLI::App& app) : app_(&app) {}
 
-  // Arguments stand in the order in which they are added.
+  // Arguments are expected in the order in which they are added.
   void argument(const std::string& name, std::string& target, const std::string& text,
                 Emptiness emptiness = Emptiness::kRefused);
-  // A message's id: a whole number, since a store that something else has written can hold any.
+  // A message's id: any whole number, since other programs may have written the store.
   void argument(const std::string& name, int64_t& target, const std::string& text);
-  // The last arguments, any number of them.
+  // Any number of further arguments.
   void arguments(const std::string& name, std::vector<std::string>& target, const std::string& text,
                  Presence presence);
 
   Option flag(const std::string& name, bool& target, const std::string& text);
 
-  // `value` is what the help calls the option's value. A text that is not empty.
+  // A text that is not empty. `value` is the name of the option's value in the help.
   Option option(const std::string& name, const std::string& value, std::string& target,
                 const std::string& text, Presence presence = Presence::kOptional);
   // A text that may be empty.
   Option option(const std::string& name, const std::string& value,
                 std::optional<std::string>& target, const std::string& text);
-  // Texts that are not empty: the option may be given again.
+  // Texts that are not empty; the option may be repeated.
   Option option(const std::string& name, const std::string& value, std::vector<std::string>& target,
                 const std::string& text);
 
-  // Whole numbers from 1 to the largest that the target, or the caller, takes.
+  // Whole numbers from 1 to `largest`, or to the largest that the target can hold.
   Option number(const std::string& name, const std::string& value, int32_t& target,
                 const std::string& text);
   Option number(const std::string& name, const std::string& value, std::size_t& target,
                 const std::string& text, int64_t largest);
 
-  // A message's id, likewise.
+  // A message's id.
   Option id(const std::string& name, const std::string& value, std::optional<int64_t>& target,
             const std::string& text);
 
-  // One of the choices, which must be given; or several, with commas between them.
+  // One of the choices, required; or several, separated by commas.
   Option choice(const std::string& name, const std::string& value, std::string& target,
                 const std::vector<std::string>& choices, const std::string& text);
   Option choices(const std::string& name, const std::string& value,
                  std::vector<std::string>& target, const std::vector<std::string>& choices,
                  const std::string& text);
 
-  // The option --type: a kind of conversation, which must be given; or several, by giving it again.
+  // The option --type: a type of conversation, required; or several, by repeating the option.
   Option kind(Corvan::SessionType& target, const std::string& text);
   Option kinds(std::vector<Corvan::SessionType>& target, const std::string& text);
 
-  // `option` is refused with, or without, the other one.
+  // Refuses `option` together with, or without, the other one.
   static void exclude(Option option, Option other);
   static void need(Option option, Option other);
 
@@ -94,9 +94,10 @@ class CommandLine {
   CommandLine& operator=(const CommandLine&) = delete;
   ~CommandLine();
 
-  // A command with the texts of its help, whose Options live as long as this object. `action`
-  // is called with them when the command line names the command; what it returns is the exit
-  // status. Options has a `folder`, the required argument FOLDER, and a `json`, the flag --json.
+  // Adds a command with the texts of its help. Its Options live as long as this object. If the
+  // command line names the command, `action` is called with them and returns the exit status.
+  // Options must have the members `folder`, for the required argument FOLDER, and `json`, for
+  // --json.
   template <typename Options>
   struct Added {
     Command command;
@@ -111,7 +112,7 @@ class CommandLine {
     return added;
   }
 
-  // The same for a command whose first argument is another one.
+  // The same for a command without FOLDER as its first argument.
   template <typename Options>
   Added<Options> add_without_folder(const std::string& name, const std::string& text,
                                     const std::string& footer, int (*action)(const Options&)) {
@@ -122,7 +123,7 @@ class CommandLine {
     return {command, *options};
   }
 
-  // Carries out what the arguments say: the exit status.
+  // Parses the arguments and runs the command. Returns the exit status.
   int run(int argc, char** argv);
 
  private:

@@ -1,4 +1,5 @@
-#include <chrono>
+#include <fmt/format.h>
+
 #include <cstdint>
 #include <iostream>
 #include <string>
@@ -21,8 +22,6 @@ namespace corvan_tool {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 struct CompactOptions {
   std::string folder;
   bool json = false;
@@ -35,10 +34,10 @@ class Compaction {
   void run() const {
     const StatementProgress progress(connection_.handle(),
                                      "million steps of checking and rewriting");
-    // What is damaged would lose rows on the way without a word.
+    // VACUUM would lose rows of a damaged file without an error.
     std::string findings;
     require(connection_.each_row("pragma integrity_check(1)",
-                                 [&findings](sqlite3_stmt* row) { findings = text_at(row, 0); }));
+                                 [&findings](const Row& row) { findings = row.text(0); }));
     if (findings != "ok") {
       throw ToolError(file_ + ": damaged (" + findings +
                       "); nothing was changed; see 'corvan salvage'");
@@ -49,12 +48,11 @@ class Compaction {
   }
 
  private:
-  // Moves the whole log into the file and makes the log empty.
+  // Moves the whole log into the file and empties the log.
   void checkpoint() const {
     bool busy = false;
-    require(connection_.each_row("pragma wal_checkpoint(truncate)", [&busy](sqlite3_stmt* row) {
-      busy = sqlite3_column_int(row, 0) != 0;
-    }));
+    require(connection_.each_row("pragma wal_checkpoint(truncate)",
+                                 [&busy](const Row& row) { busy = row.int32(0) != 0; }));
     if (busy) require(SQLITE_BUSY);
   }
 
@@ -67,53 +65,72 @@ class Compaction {
   const Connection connection_;
 };
 
-int run_compact(const CompactOptions& options) {
-  const std::string file = store_file(options.folder);
-  const Clock::time_point start = Clock::now();
-  require_store_in(options.folder, false);
-  const StoreSizes before = store_sizes(file);
+struct CompactOutcome {
+  StoreSizes before;
   StoreSizes after;
-  {
-    const Compaction compaction(file);
-    compaction.run();
-    after = store_sizes(file);
-  }
-  const int64_t freed = before.file + before.log - after.file - after.log;
-  const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  double seconds = 0;
+
+  int64_t freed() const { return before.file + before.log - after.file - after.log; }
+};
+
+CompactOutcome compact_store(const std::string& folder) {
+  const Stopwatch stopwatch;
+  const std::string file = store_file(folder);
+  require_store_in(folder, false);
+  CompactOutcome outcome;
+  outcome.before = store_sizes(file);
+  const Compaction compaction(file);
+  compaction.run();
+  outcome.after = store_sizes(file);
+  outcome.seconds = stopwatch.seconds();
+  return outcome;
+}
+
+void print_sizes_json(const CompactOutcome& outcome) {
+  const auto json = [](const StoreSizes& sizes) {
+    return Json{{"file_bytes", sizes.file}, {"log_bytes", sizes.log}};
+  };
+  print_json({{"before", json(outcome.before)},
+              {"after", json(outcome.after)},
+              {"freed_bytes", outcome.freed()},
+              {"seconds", outcome.seconds}});
+}
+
+void print_sizes(const CompactOutcome& outcome) {
+  TextTable table({{""}, {"FILE", TextTable::kRight}, {"LOG", TextTable::kRight}});
+  table.add({"before", size_text(outcome.before.file), size_text(outcome.before.log)});
+  table.add({"after", size_text(outcome.after.file), size_text(outcome.after.log)});
+  table.print(std::cout, terminal_width());
+  const int64_t freed = outcome.freed();
+  std::cout << fmt::format("{} {}; {} s\n", freed < 0 ? "grown by" : "freed",
+                           size_text(freed < 0 ? -freed : freed), seconds_text(outcome.seconds));
+}
+
+int run_compact(const CompactOptions& options) {
+  const CompactOutcome outcome = compact_store(options.folder);
   if (options.json) {
-    const auto json = [](const StoreSizes& sizes) {
-      return Json{{"file_bytes", sizes.file}, {"log_bytes", sizes.log}};
-    };
-    print_json({{"before", json(before)},
-                {"after", json(after)},
-                {"freed_bytes", freed},
-                {"seconds", seconds}});
+    print_sizes_json(outcome);
   } else {
-    TextTable table({{""}, {"FILE", TextTable::kRight}, {"LOG", TextTable::kRight}});
-    table.add({"before", size_text(before.file), size_text(before.log)});
-    table.add({"after", size_text(after.file), size_text(after.log)});
-    table.print(std::cout, terminal_width());
-    std::cout << (freed < 0 ? "grown by " : "freed ") << size_text(freed < 0 ? -freed : freed)
-              << "; " << seconds_text(seconds) << " s\n";
+    print_sizes(outcome);
   }
   require_output("the store was compacted");
   return kOk;
 }
 
 constexpr const char* kCompactResult =
-    "A store's file does not shrink when messages are deleted: their room waits for new ones. This\n"
-    "checks the file, moves the write-ahead log into it, rewrites it without the free room (VACUUM)\n"
-    "and empties the log. Rows stay as they are; an interrupt or a failure leaves the store whole.\n"
-    "A client may have the store open, but what it saves meanwhile fails. It needs free room for two\n"
-    "more copies of the store; a store that is locked for two seconds is an error.\n"
+    "A store's file does not shrink when messages are deleted: their space is reused for new ones.\n"
+    "'compact' checks the file, moves the write-ahead log into it, rewrites it without the free space\n"
+    "(VACUUM) and empties the log. Rows do not change; an interrupt or a failure does no harm. A\n"
+    "client may have the store open, but its saves fail meanwhile. The disk needs room for two more\n"
+    "copies of the store. A store that is locked for two seconds is an error.\n"
     "With --json: an object with before and after, objects with file_bytes and log_bytes;\n"
     "freed_bytes and seconds.\n";
 
 }  // namespace
 
 void add_compact(CommandLine& line) {
-  line.add<CompactOptions>("compact", "Give back the room that deleted messages left",
-                           kCompactResult, run_compact);
+  line.add<CompactOptions>("compact", "Free the space of deleted messages", kCompactResult,
+                           run_compact);
 }
 
 }  // namespace corvan_tool

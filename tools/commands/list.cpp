@@ -162,7 +162,7 @@ constexpr const char* kListResult =
 
 void add_list(CommandLine& line) {
   auto [command, options] = line.add<ListOptions>(
-      "list", "Show the entries, pinned first, then newest first", kListResult, run_list);
+      "list", "Show the conversations, pinned first, then newest first", kListResult, run_list);
   command.kinds(options.kinds, "only conversations of this type, may be repeated: ");
   command.number("--limit", "N", options.limit, "at most N conversations (default: all)");
 }

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <iostream>
@@ -30,8 +32,8 @@ struct Part {
   std::string table;
   bool is_table = false;
   bool is_virtual = false;
-  std::optional<int64_t> rows;   // of a table, where SQLite can tell
-  std::optional<int64_t> bytes;  // where SQLite can tell
+  std::optional<int64_t> rows;   // of a table; nothing if unknown
+  std::optional<int64_t> bytes;  // nothing if unknown
 };
 
 struct LargeConversation {
@@ -42,7 +44,7 @@ struct LargeConversation {
 };
 
 struct Month {
-  std::string name;  // as "2026-05"; empty for times of 0, before 1970 and after 9999
+  std::string name;  // "2026-05"; empty for time 0, before 1970 and after 9999
   int64_t messages = 0;
   int64_t received = 0;
 };
@@ -52,14 +54,14 @@ struct Stats {
   int64_t page_size = 0;
   int64_t free_pages = 0;
   std::vector<Part> parts;
-  std::size_t conversations = 0;  // that have messages
+  std::size_t conversations = 0;  // those with messages
   std::vector<LargeConversation> largest;
   std::vector<Month> months;
 };
 
-class Reader {
+class StatsReader {
  public:
-  explicit Reader(const StatsOptions& options) : store_(options.folder) {
+  explicit StatsReader(const StatsOptions& options) : store_(options.folder) {
     stats_.sizes = store_.sizes();
     stats_.page_size = number("pragma page_size");
     stats_.free_pages = number("pragma freelist_count");
@@ -73,7 +75,7 @@ class Reader {
  private:
   int64_t number(const std::string& sql) const {
     int64_t value = 0;
-    store_.each_row(sql, [&value](sqlite3_stmt* row) { value = sqlite3_column_int64(row, 0); });
+    store_.each_row(sql, [&value](const Row& row) { value = row.int64(0); });
     return value;
   }
 
@@ -81,12 +83,12 @@ class Reader {
     store_.each_row(
         "select name,tbl_name,type='table',rootpage=0 from sqlite_master "
         "where type in('table','index') order by tbl_name,type desc,name",
-        [this](sqlite3_stmt* row) {
+        [this](const Row& row) {
           Part part;
-          part.name = text_at(row, 0);
-          part.table = text_at(row, 1);
-          part.is_table = sqlite3_column_int(row, 2) != 0;
-          part.is_virtual = sqlite3_column_int(row, 3) != 0;
+          part.name = row.text(0);
+          part.table = row.text(1);
+          part.is_table = row.int32(2) != 0;
+          part.is_virtual = row.int32(3) != 0;
           stats_.parts.push_back(part);
         });
     for (Part& part : stats_.parts) {
@@ -95,13 +97,11 @@ class Reader {
     }
   }
 
-  // Nothing for a virtual table whose module this SQLite does not know, or whose own tables are
-  // gone.
+  // Nothing for a virtual table whose module this SQLite lacks, or whose own tables are missing.
   std::optional<int64_t> rows_of(const Part& table) const {
     int64_t rows = 0;
-    const int rc = store_.connection().each_row(
-        "select count(*) from " + quoted_name(table.name),
-        [&rows](sqlite3_stmt* row) { rows = sqlite3_column_int64(row, 0); });
+    const int rc = store_.connection().each_row("select count(*) from " + quoted_name(table.name),
+                                                [&rows](const Row& row) { rows = row.int64(0); });
     if (table.is_virtual && rc == SQLITE_ERROR) return std::nullopt;
     store_.require(rc);
     return rows;
@@ -112,9 +112,8 @@ class Reader {
     store_.each_row(
         "select session_id,session_type,count(*),sum(length(cast(content as blob))) "
         "from t_message group by session_type,session_id collate binary",
-        [&all](sqlite3_stmt* row) {
-          all.push_back({text_at(row, 0), sqlite3_column_int(row, 1), sqlite3_column_int64(row, 2),
-                         sqlite3_column_int64(row, 3)});
+        [&all](const Row& row) {
+          all.push_back({row.text(0), row.int32(1), row.int64(2), row.int64(3)});
         });
     stats_.conversations = all.size();
     std::stable_sort(all.begin(), all.end(),
@@ -128,9 +127,8 @@ class Reader {
     store_.each_row(
         "select case when sent_time>0 and sent_time<253402300800000 then strftime('%Y-%m',sent_time/1000,'unixepoch') end,"
         "count(*),sum(direction<>0) from t_message group by 1 order by 1",
-        [this](sqlite3_stmt* row) {
-          stats_.months.push_back(
-              {text_at(row, 0), sqlite3_column_int64(row, 1), sqlite3_column_int64(row, 2)});
+        [this](const Row& row) {
+          stats_.months.push_back({row.text(0), row.int64(1), row.int64(2)});
         });
   }
 
@@ -173,40 +171,49 @@ void print_stats_json(const Stats& stats) {
   print_json(json);
 }
 
-void print_stats(const Stats& stats) {
-  std::cout << "file " << size_text(stats.sizes.file) << ", write-ahead log "
-            << size_text(stats.sizes.log) << "; " << size_text(stats.free_pages * stats.page_size)
-            << " are free (compact gives them back)\n\n";
-
-  TextTable parts({{"TABLE"}, {"INDEX"}, {"ROWS", TextTable::kRight}, {"SIZE", TextTable::kRight}});
+void print_parts(const Stats& stats) {
+  TextTable table({{"TABLE"}, {"INDEX"}, {"ROWS", TextTable::kRight}, {"SIZE", TextTable::kRight}});
   for (const Part& part : stats.parts) {
     const std::string rows = part.rows ? std::to_string(*part.rows) : "unknown";
-    parts.add({part.is_table ? part.name : "", part.is_table ? "" : part.name,
+    table.add({part.is_table ? part.name : "", part.is_table ? "" : part.name,
                part.is_table ? rows : "", part.bytes ? size_text(*part.bytes) : "unknown"});
   }
-  parts.print(std::cout, terminal_width());
-  if (stats.conversations == 0) return;
+  table.print(std::cout, terminal_width());
+}
 
-  std::cout << "\nlargest of " << stats.conversations << " conversations with messages\n";
-  TextTable largest(
+void print_largest(const Stats& stats) {
+  TextTable table(
       {{"TYPE"}, {"MESSAGES", TextTable::kRight}, {"TEXT", TextTable::kRight}, {"SESSION"}});
   for (const LargeConversation& c : stats.largest) {
-    largest.add({kind_name(c.kind), std::to_string(c.messages), size_text(c.content_bytes), c.id});
+    table.add({kind_name(c.kind), std::to_string(c.messages), size_text(c.content_bytes), c.id});
   }
-  largest.print(std::cout, terminal_width());
+  table.print(std::cout, terminal_width());
+}
 
-  std::cout << '\n';
-  TextTable months(
+void print_months(const Stats& stats) {
+  TextTable table(
       {{"MONTH (UTC)"}, {"MESSAGES", TextTable::kRight}, {"RECEIVED", TextTable::kRight}});
   for (const Month& month : stats.months) {
-    months.add({month.name.empty() ? "no date" : month.name, std::to_string(month.messages),
-                std::to_string(month.received)});
+    table.add({month.name.empty() ? "no date" : month.name, std::to_string(month.messages),
+               std::to_string(month.received)});
   }
-  months.print(std::cout, terminal_width());
+  table.print(std::cout, terminal_width());
+}
+
+void print_stats(const Stats& stats) {
+  std::cout << fmt::format("file {}, write-ahead log {}; {} are free (compact gives them back)\n\n",
+                           size_text(stats.sizes.file), size_text(stats.sizes.log),
+                           size_text(stats.free_pages * stats.page_size));
+  print_parts(stats);
+  if (stats.conversations == 0) return;
+  std::cout << fmt::format("\nlargest of {} conversations with messages\n", stats.conversations);
+  print_largest(stats);
+  std::cout << '\n';
+  print_months(stats);
 }
 
 int run_stats(const StatsOptions& options) {
-  const Stats stats = Reader(options).stats();
+  const Stats stats = StatsReader(options).stats();
   if (options.json) {
     print_stats_json(stats);
   } else {
@@ -216,13 +223,12 @@ int run_stats(const StatsOptions& options) {
 }
 
 constexpr const char* kStatsResult =
-    "Sizes of tables and indexes are unknown where SQLite was built without its table of them.\n"
-    "The rows of a virtual table are unknown where SQLite cannot read it.\n"
-    "A message of the time 0, or of one before 1970 or after 9999, is counted under \"no date\".\n"
+    "Sizes of tables and indexes are unknown if SQLite was built without dbstat. The rows of a\n"
+    "virtual table are unknown if SQLite cannot read it. Messages with the time 0, or a time before\n"
+    "1970 or after 9999, are counted under \"no date\".\n"
     "With --json: an object with file_bytes, log_bytes, page_size, free_pages; tables, an array of\n"
-    "objects with name, rows, bytes; indexes, with name, table, bytes (rows and bytes are null when\n"
-    "unknown);\n"
-    "conversations, the number of those that have messages; largest, an array of objects with\n"
+    "objects with name, rows, bytes; indexes, with name, table, bytes (rows and bytes are null if\n"
+    "unknown); conversations (the number with messages); largest, an array of objects with\n"
     "session_id, session_type, messages, content_bytes; months, with month (\"2026-05\", or null),\n"
     "messages, received.\n";
 
@@ -230,9 +236,8 @@ constexpr const char* kStatsResult =
 
 void add_stats(CommandLine& line) {
   auto [command, options] = line.add<StatsOptions>(
-      "stats", "Tell what a store holds and where its bytes are", kStatsResult, run_stats);
-  command.number("--limit", "N", options.limit,
-                 "how many of the largest conversations (default 10)");
+      "stats", "Show what a store contains and which parts are large", kStatsResult, run_stats);
+  command.number("--limit", "N", options.limit, "show the N largest conversations (default 10)");
 }
 
 }  // namespace corvan_tool

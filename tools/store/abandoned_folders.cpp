@@ -22,8 +22,8 @@ namespace fs = std::filesystem;
 
 enum LockResult { kLocked, kGone, kNoLocks, kLockFailed };
 
-// Whether the name still leads to the folder that is open: it may have been removed, or removed and
-// made anew.
+// Whether the name still belongs to the open folder, which another process may have removed or
+// replaced.
 bool is_still(const std::string& folder, int fd) {
   struct stat named = {};
   struct stat opened = {};
@@ -63,7 +63,7 @@ void remove_if_abandoned(const std::string& folder) {
   const int fd = open_folder(folder);
   if (fd < 0) return;
   struct stat status = {};
-  // Its owner, when it has just been made and not yet locked, notices and makes another one.
+  // An owner that has created the folder but not yet locked it notices, and creates another one.
   if (fstat(fd, &status) == 0 && status.st_uid == geteuid() && lock_folder(folder, fd) == kLocked) {
     std::error_code ignored;
     fs::remove_all(folder, ignored);

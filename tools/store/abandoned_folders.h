@@ -7,21 +7,21 @@
 
 namespace corvan_tool {
 
-// What the names of temporary folders begin with; six letters and digits follow.
+// The beginning of temporary folders' names. Six letters and digits follow.
 constexpr const char* kTemporaryPrefix = "corvan-look-";
 
-// Tells other processes that a temporary folder is in use, while the object lives. The system takes
-// the lock back when the process ends, however it does. An id of a process would prove less: ids
-// are given again, and mean nothing in another container that shares the folder.
+// Locks a temporary folder, so that other processes know that it is in use. The system releases the
+// lock whenever the process ends. A process id would not do: ids are reused, and mean nothing in
+// another container that shares the folder.
 class FolderLock {
  public:
-  // Throws ToolError when the folder cannot be locked although its file system has locks.
+  // Throws ToolError if the folder cannot be locked although its file system has locks.
   explicit FolderLock(const std::string& folder);
   FolderLock(const FolderLock&) = delete;
   FolderLock& operator=(const FolderLock&) = delete;
   ~FolderLock();
 
-  // False when another process took the folder for abandoned before it was locked, and removes it.
+  // False if another process took the folder for abandoned before it was locked, and removes it.
   bool is_held() const { return held_; }
 
  private:
@@ -29,8 +29,8 @@ class FolderLock {
   bool held_ = false;
 };
 
-// Removes the temporary folders of this user that no living process has locked, from the folder for
-// temporary files. What cannot be removed, or lies on a file system without locks, stays.
+// Removes this user's temporary folders that no process has locked. Folders stay if they cannot be
+// removed, or if their file system has no locks.
 void remove_abandoned_folders();
 
 }  // namespace corvan_tool

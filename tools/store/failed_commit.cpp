@@ -9,7 +9,7 @@ namespace corvan_tool {
 
 namespace {
 
-// Setting the version that the file has writes a page and changes no content.
+// Setting the version to its present value writes a page without changing any content.
 int write_without_effect(const Connection& connection) {
   std::string version;
   const int rc = connection.each_row("pragma user_version",

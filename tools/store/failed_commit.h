@@ -1,4 +1,4 @@
-// What a commit that failed has left in a store.
+// Finds out what a failed commit has left in a store.
 
 #ifndef TOOLS_STORE_FAILED_COMMIT_H_
 #define TOOLS_STORE_FAILED_COMMIT_H_
@@ -17,8 +17,7 @@ enum class CommitOutcome {
 };
 
 // Whether a commit that failed with this extended result code may have stored its transaction.
-// False if it failed for want of a lock or of room: SQLite then did not get as far as the mark of
-// the commit.
+// False if it lacked a lock or room: then SQLite has not written the commit mark.
 bool may_have_stored(int code);
 
 // Finds out whether a transaction is in the store although its commit failed.

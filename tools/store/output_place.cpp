@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr std::array<const char*, 4> kStoreEnds = {"", kLogSuffix, kIndexSuffix, kJournalSuffix};
 
-// A log alone counts: its file may have been lost.
+// A log alone is enough: the store's file may have been lost.
 bool is_store_folder(const fs::path& folder) {
   return std::any_of(kStoreEnds.begin(), kStoreEnds.end(), [&folder](const char* end) {
     std::error_code ignored;

@@ -1,4 +1,4 @@
-// Where a command may put what it makes.
+// Where a command may write its output.
 
 #ifndef TOOLS_STORE_OUTPUT_PLACE_H_
 #define TOOLS_STORE_OUTPUT_PLACE_H_
@@ -7,9 +7,9 @@
 
 namespace corvan_tool {
 
-// Throws ToolError when `place` has the name of a store's log, its index or its journal, or of one
-// beside any database, or that of a store in a folder that holds one. SQLite would delete what it
-// finds there, or refuse to open the database.
+// Throws ToolError if `place` has the name of a log, a log's index or a journal of a store or of
+// any database beside it, or the name of a store in a folder that holds one. SQLite would delete
+// such output, or refuse to open the database.
 void require_no_store_file(const std::string& place);
 
 }  // namespace corvan_tool

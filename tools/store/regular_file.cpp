@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kNotRegular = ": not a file";
 
-// As pread(), but as often as it takes: the bytes that were read, or the first failure's errno.
+// Repeats pread() until all is read. Returns the number of bytes; `error` is errno, or 0.
 std::size_t read_all(int fd, std::uint64_t at, std::size_t size, char* bytes, int& error) {
   std::size_t done = 0;
   error = 0;
@@ -31,9 +31,8 @@ std::size_t read_all(int fd, std::uint64_t at, std::size_t size, char* bytes, in
   return done;
 }
 
-// As open() for reading, without waiting for the other end of a FIFO. A file server may have a
-// lease on a regular file, which it gives back once it is asked; the system takes it back in the
-// end.
+// Opens for reading without waiting for the other end of a FIFO. A file server may hold a lease on
+// a regular file; it releases the lease when asked, or the system breaks it.
 int open_at_once(const std::string& path) {
   constexpr int kAttempts = 3000;
   constexpr std::chrono::milliseconds kPause{20};
@@ -64,7 +63,7 @@ ReadOnlyFile::ReadOnlyFile(const std::string& path, bool may_be_missing) : path_
     throw ToolError(path + kNotRegular);
   }
   status_ = {};
-  // Something else may have taken its place meanwhile.
+  // Another process may have replaced the file meanwhile.
   fd_ = open_at_once(path);
   if (fd_ < 0) {
     if (may_be_missing && errno == ENOENT) return;

@@ -1,5 +1,5 @@
-// Files that are only read. What is no regular file is refused before it is opened: opening a FIFO
-// waits for a writer, a device may have no end, and opening one may have effects.
+// Reads regular files. Anything else is refused before it is opened: opening a FIFO waits for a
+// writer, a device may be endless, and opening a device may have side effects.
 
 #ifndef TOOLS_STORE_REGULAR_FILE_H_
 #define TOOLS_STORE_REGULAR_FILE_H_
@@ -14,14 +14,14 @@
 namespace corvan_tool {
 
 // Throws ToolError unless `path`, or the file that it links to, is a regular file or missing. A
-// link to nothing is refused as well: SQLite would make the file that it names. `advice` is the end
-// of the error.
+// dangling link is refused as well, because SQLite would create the file that it names. `advice` is
+// appended to the error.
 void require_regular_or_missing(const std::string& path, const std::string& advice = "");
 
 class ReadOnlyFile {
  public:
-  // Throws ToolError when it cannot be opened or is no regular file; with `may_be_missing` a file
-  // that is not there is an empty one.
+  // Throws ToolError if the file cannot be opened or is not regular. With `may_be_missing`, a
+  // missing file is treated as an empty one.
   ReadOnlyFile(const std::string& path, bool may_be_missing);
   ReadOnlyFile(const ReadOnlyFile&) = delete;
   ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
@@ -29,18 +29,18 @@ class ReadOnlyFile {
 
   bool is_there() const { return fd_ >= 0; }
 
-  // When it was opened; 0 for a missing file.
+  // The size when the file was opened; 0 for a missing file.
   std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
 
-  // False when not all of it could be read, as on a failing disk.
+  // False if not all of it could be read.
   bool read(std::uint64_t at, std::size_t size, std::string& bytes) const;
 
-  // Reads up to `size` bytes into `bytes`: their number, less only at the file's end. Throws
-  // ToolError when they cannot be read.
+  // Reads up to `size` bytes into `bytes`, fewer only at the end of the file, and returns their
+  // number. Throws ToolError if they cannot be read.
   std::size_t read_some(std::uint64_t at, std::size_t size, char* bytes) const;
 
-  // The stretches of the file, up to size(), that take room on the disk, in order; the rest is
-  // holes, which read as zeros. Where the file system does not tell, it is all one stretch.
+  // The parts of the file, up to size(), that are not holes, in order. The whole file if the file
+  // system does not report holes.
   struct Stretch {
     std::uint64_t begin = 0;
     std::uint64_t end = 0;
@@ -48,12 +48,12 @@ class ReadOnlyFile {
   };
   std::vector<Stretch> data() const;
 
-  // Whether something was written to it since it was opened.
+  // Whether the file was written to since it was opened.
   bool has_changed() const;
 
  private:
   const std::string path_;
-  int fd_ = -1;  // below 0: not there
+  int fd_ = -1;  // below 0: missing
   struct stat status_ = {};
 };
 

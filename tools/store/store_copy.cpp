@@ -35,7 +35,7 @@ constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
   throw ToolError(file + ": no store here; name the folder that holds the file \"corvan\"");
 }
 
-// `to` lies in a folder that goes with the copy; the one around it is what lacks room.
+// Names the folder around that of the copy, which is removed: it is the one that lacks room.
 [[noreturn]] void fail_to_copy(const std::string& from, const std::string& to) {
   const std::string why = std::strerror(errno);
   const std::filesystem::path folder = std::filesystem::path(to).parent_path().parent_path();
@@ -48,13 +48,13 @@ struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-// What was copied of a file. Holes stay holes: they may be larger than any disk.
+// The part of a file that was copied. Holes stay holes: they may be larger than any disk.
 struct Copied {
   std::uint64_t size = 0;
   std::vector<ReadOnlyFile::Stretch> data;
 };
 
-// Calls `take` with block after block of these stretches: where it begins, and its size.
+// Calls `take` with the offset and size of each block of these stretches.
 template <typename Take>
 void each_block(const std::vector<ReadOnlyFile::Stretch>& data, const Take& take) {
   for (const auto& [begin, end] : data) {
@@ -64,8 +64,8 @@ void each_block(const std::vector<ReadOnlyFile::Stretch>& data, const Take& take
   }
 }
 
-// Copies a file as it is now, or nothing when there is no such file. Of one that grows meanwhile
-// what it has at the beginning is copied.
+// Copies a file. Returns nothing if there is none. If the file grows meanwhile, only its size at
+// the beginning is copied.
 std::optional<Copied> copy_file(const std::string& from, const std::string& to,
                                 Progress& progress) {
   const ReadOnlyFile in(from, true);
@@ -79,7 +79,7 @@ std::optional<Copied> copy_file(const std::string& from, const std::string& to,
   std::uint64_t done = 0;
   Copied copied = {in.size(), in.data()};
   each_block(copied.data, [&](std::uint64_t at, std::size_t wanted) {
-    const std::size_t size = in.read_some(at, wanted, block.data());  // less when it was cut off
+    const std::size_t size = in.read_some(at, wanted, block.data());  // less if it was truncated
     if (fseeko(out.get(), static_cast<off_t>(at), SEEK_SET) != 0 ||
         std::fwrite(block.data(), 1, size, out.get()) != size) {
       fail_to_copy(from, to);
@@ -110,8 +110,7 @@ bool are_equal(const ReadOnlyFile& one, const ReadOnlyFile& other,
   return equal;
 }
 
-// Whether the file still holds what was copied from it; of a file that grows only the beginning
-// counts.
+// Whether the file still holds what was copied from it. With kBeginning the file may have grown.
 bool still_holds(const std::string& from, const std::string& to,
                  const std::optional<Copied>& copied, Comparison comparison) {
   const ReadOnlyFile now(from, true);
@@ -123,15 +122,15 @@ bool still_holds(const std::string& from, const std::string& to,
   for (const auto& [begin, end] : now.data()) {
     if (begin < copied->size) data.push_back({begin, std::min(end, copied->size)});
   }
-  // What has become a hole since reads as zeros.
+  // Holes read as zeros, and data may have become a hole.
   const ReadOnlyFile copy(to, false);
   return are_equal(now, copy, data) && (data == copied->data || are_equal(now, copy, copied->data));
 }
 
-// Copies the files of one moment: their sizes, or nothing when they changed meanwhile. The index of
-// the log is not copied: SQLite makes it anew. What is appended to the log after its copy does not
-// matter: the copy then is of the moment before. The main file is rewritten only after the log
-// holds its new content, so the two agree as soon as neither copy was overtaken.
+// Copies the files, and returns their sizes; nothing if they changed meanwhile. The index of the
+// log is not copied, because SQLite rebuilds it. Appending to the log during the copy is harmless:
+// the copy holds the state before. The main file is rewritten only after the log holds its new
+// content, so the two copies agree if neither file changed otherwise.
 std::optional<StoreSizes> copy_files(const std::string& from, const std::string& to) {
   Progress progress("MiB copied");
   const auto main = copy_file(from, to, progress);
@@ -160,7 +159,7 @@ StoreSizes copy_store(const std::string& folder, const std::string& to) {
   require_regular_beside(real, {kLogSuffix, kJournalSuffix});
   for (int attempt = 0;; ++attempt) {
     if (const auto sizes = copy_files(real, to)) {
-      // In the copy: the journal itself may be replaced meanwhile.
+      // Examines the copy, because the journal itself may be replaced meanwhile.
       require_no_super_journal(to + kJournalSuffix, real + kJournalSuffix);
       return *sizes;
     }

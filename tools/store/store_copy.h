@@ -1,27 +1,26 @@
-// A consistent copy of a store's files, for commands that only look.
+// Consistent copies of a store's files.
 
 #ifndef TOOLS_STORE_STORE_COPY_H_
 #define TOOLS_STORE_STORE_COPY_H_
 
 #include <string>
 
-#include "tools/store/pending_output.h"
 #include "tools/store/store_files.h"
+#include "tools/store/temporary_folder.h"
 
 namespace corvan_tool {
 
-// Opening a store changes it, and a damaged one is deleted by it, so looking is done in a copy. The
-// copy, write-ahead log included, is of one moment even while another process writes to the store:
-// it is read twice and taken when both readings agree. The files themselves are only read.
+// A temporary copy. Opening a store changes it, and deletes a damaged one, so commands that only
+// read work on a copy. It holds one state of the store, write-ahead log included, even while
+// another process writes: the files are read twice, until both readings agree.
 class StoreCopy {
  public:
-  // Throws ToolError when there is no store in `folder`, or its files cannot be copied.
+  // Throws ToolError if there is no store in `folder`, or its files cannot be copied.
   explicit StoreCopy(const std::string& folder);
 
-  // Where the copy is; it goes with the object, and when the program is interrupted.
   const std::string& folder() const { return folder_.path(); }
 
-  // The sizes of the store's files at that moment.
+  // The sizes of the store's files when they were copied.
   const StoreSizes& sizes() const { return sizes_; }
 
  private:
@@ -29,8 +28,8 @@ class StoreCopy {
   const StoreSizes sizes_;
 };
 
-// Copies the files of the store in `folder` to `to`, which names the main file, as StoreCopy does:
-// their sizes. Throws ToolError when there is no store, or its files cannot be copied.
+// Copies the store in `folder` to the file `to` and its log and journal beside it, as StoreCopy
+// does. Returns the sizes of the store's files. Throws ToolError as StoreCopy does.
 StoreSizes copy_store(const std::string& folder, const std::string& to);
 
 }  // namespace corvan_tool

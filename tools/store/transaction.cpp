@@ -12,7 +12,7 @@ namespace corvan_tool {
 StoreTransaction::StoreTransaction(const std::string& file, std::string name,
                                    const std::string& begin)
     : file_(file), name_(std::move(name)), connection_(std::make_unique<Connection>(file)) {
-  // As the library does: no rests of messages where something was.
+  // As the library does: deleted messages are overwritten.
   require(connection_->run("pragma secure_delete=on"));
   require(connection_->run(begin));
 }

@@ -1,4 +1,4 @@
-// What the commands that change a store's own file have in common.
+// A transaction of a command that changes a store's own file.
 
 #ifndef TOOLS_STORE_TRANSACTION_H_
 #define TOOLS_STORE_TRANSACTION_H_
@@ -12,24 +12,25 @@
 
 namespace corvan_tool {
 
-// One transaction that changes a store's file, or leaves it as it was. Nobody else writes while it
-// is open. What is not committed is taken back when the object goes.
+// One transaction on a store's file. No other process can write while it is open. The destructor
+// rolls back what was not committed.
 class StoreTransaction {
  public:
-  // `name` is the file's name in errors; `begin` is the statement that begins it. Throws ToolError
-  // when it cannot begin, for a lock that is held for two seconds say.
+  // `name` is the file's name in errors; `begin` is the statement that begins the transaction.
+  // Throws ToolError if that fails, for example because another process holds a lock for two
+  // seconds.
   StoreTransaction(const std::string& file, std::string name, const std::string& begin);
 
   const Connection& connection() const { return *connection_; }
   const std::string& name() const { return name_; }
 
-  // Throws ToolError unless `rc` is SQLITE_DONE; `what` was at work, when it is not empty.
+  // Throws ToolError unless `rc` is SQLITE_DONE. `what`, if not empty, is named in the error.
   void require(int rc, const std::string& what = "") const;
 
-  // Commits. Returns an empty text, or, if the commit failed but the changes are in the store all
-  // the same, the error to end the command with. `is_made` must tell whether the changes are there;
-  // it is called after a failure, with a new connection. Throws ToolError when the changes are not
-  // there, or when that cannot be found out. There is no connection() afterwards.
+  // Commits, and closes connection(). Returns an empty text, or, if the commit failed although the
+  // changes are in the store, the error to end the command with. `is_made` is called after a
+  // failure with a new connection; it returns whether the changes are there. Throws ToolError if
+  // they are not there, or if that is unknown.
   std::string commit(const std::function<bool(const Connection&)>& is_made);
 
  private:

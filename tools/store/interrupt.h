@@ -1,0 +1,31 @@
+// Removes unfinished files when a signal ends the program.
+
+#ifndef TOOLS_STORE_INTERRUPT_H_
+#define TOOLS_STORE_INTERRUPT_H_
+
+#include <functional>
+#include <string>
+
+namespace corvan_tool {
+
+// From now on SIGHUP, SIGINT, SIGQUIT and SIGTERM remove every registered path before they end the
+// program. Signals that the program was started with ignored stay ignored. Call this once, before
+// another thread starts.
+void remove_unfinished_when_interrupted();
+
+// Calls `make` and registers the path that it returns. No signal can come between the two. In
+// errors the path will be called `kept_as`, or, if that is empty, by its own name.
+std::string make_unfinished(const std::string& kept_as, const std::function<std::string()>& make);
+
+// Calls `keep`, which may throw, and, if it returns, forgets the path. No signal can come between.
+void keep_unfinished(const std::string& path, const std::function<void()>& keep);
+
+// Removes the path with its content, if it is still there, and forgets it.
+void remove_unfinished(const std::string& path);
+
+// The final name of a path at or below a registered one, for errors; any other path as it is.
+std::string kept_name(const std::string& path);
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_STORE_INTERRUPT_H_

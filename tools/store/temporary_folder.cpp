@@ -1,0 +1,53 @@
+#include "tools/store/temporary_folder.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "tools/store/abandoned_folders.h"
+#include "tools/store/interrupt.h"
+#include "tools/ui/error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// Creates and locks a folder, and returns its path. Another process may take a folder for abandoned
+// before it is locked; then the next one is tried.
+std::string make_locked_folder(const std::string& pattern,
+                               std::unique_ptr<const FolderLock>& lock) {
+  for (;;) {
+    std::string name = pattern;
+    if (mkdtemp(name.data()) == nullptr) {
+      throw ToolError(name + ": " + std::strerror(errno) +
+                      "; name a folder with room for a copy in TMPDIR");
+    }
+    try {
+      lock = std::make_unique<FolderLock>(name);
+    } catch (const ToolError&) {
+      rmdir(name.c_str());
+      throw;
+    }
+    if (lock->is_held()) return name + "/";
+  }
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() {
+  std::error_code error;
+  const std::filesystem::path parent = std::filesystem::temp_directory_path(error);
+  if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
+  const std::string pattern = (parent / (std::string(kTemporaryPrefix) + "XXXXXX")).string();
+  path_ = make_unfinished("", [&] { return make_locked_folder(pattern, lock_); });
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  remove_unfinished(path_);
+}
+
+}  // namespace corvan_tool
