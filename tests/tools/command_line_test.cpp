@@ -165,7 +165,7 @@ TEST_F(CommandLineTest, ReportsWhatWasDoneIfOutputCannotBeWritten) {
       {{"index", store()}, "the indexes were changed"},
       {{"compact", store()}, "the store was compacted"},
       {{"verify", store(), "--repair", "counters", "--backup", made("before")},
-       "the changes were made, and the store as it was is in " + made("before")},
+       "the changes were made, and the original was copied to " + made("before")},
       {{"backup", store(), made("backup")}, "the backup is in " + made("backup")},
       {{"salvage", store(), made("salvaged")}, "the new store is in " + made("salvaged")},
       {{"export", store(), "--format", "jsonl", "--output", made("lines")},

@@ -11,15 +11,15 @@ namespace corvan_tool {
 
 namespace {
 
-Report look(const std::string& folder) {
+Report check(const std::string& folder) {
   const Snapshot store(folder, Snapshot::kAccepted);
-  if (!store.damage().empty()) return damaged_file(store.damage());
-  return look_at_all(store.connection(), store.name());
+  if (!store.damage().empty()) return report_damage(store.damage());
+  return check_store(store.connection(), store.name());
 }
 
 int run_verify(const RepairOptions& options) {
   if (!options.what.empty()) return run_repair(options);
-  const Report report = look(options.folder);
+  const Report report = check(options.folder);
   if (options.json) {
     print_report_json(report);
   } else {
@@ -29,47 +29,48 @@ int run_verify(const RepairOptions& options) {
 }
 
 constexpr const char* kVerifyResult =
-    "First the file: SQLite's integrity check, tables, indexes, version and settings against those\n"
-    "of a new store. Then each row: codes and types, counters against what the messages since the\n"
-    "last clearing come to, latest_id and session_time against the messages, duplicates, times,\n"
-    "sync marks.\n"
-    "A finding is impossible, when no sequence of operations leaves it in a store that this library\n"
-    "made; or allowed, when they can leave it though it disagrees with what it stands for. Notes are\n"
-    "what ordinary use passes through, as failed sends or messages saved with is_count=false. Each\n"
-    "tells the operations that can leave it, and the word of --repair that mends it.\n"
-    "--repair counters sets unread_count and mention_count to a recount: one that is below the\n"
-    "messages that came in order since the last clearing to these, one that is more than all can\n"
-    "come to, to all that came since; latest sets latest_id and session_time to the newest message;\n"
-    "times sets session_time to the time of the message that latest_id names; indexes does what\n"
-    "'corvan index' does; sequence keeps ids from being given again. Only what verify tells changes,\n"
-    "notes included; each change names its finding. The store as it was is copied first, to\n"
-    "FOLDER.before-repair-TIME unless --backup names a folder. All is done in one transaction, or\n"
-    "nothing. A client may have the store open, but what it saves meanwhile fails. A store that is\n"
-    "damaged, or locked for two seconds, is an error.\n"
+    "First the file is checked: SQLite's integrity check, and tables, indexes, version and settings\n"
+    "against those of a new store. Then each row is checked: codes and types, counters against the\n"
+    "messages since the last clearing, latest_id and session_time against the messages, duplicates,\n"
+    "times, sync marks.\n"
+    "A finding is impossible if no sequence of operations leaves it in a store that this library\n"
+    "made. It is allowed if operations can leave it although it contradicts other rows. It is a note\n"
+    "if it is the result of ordinary use, such as a failed send or a message saved with\n"
+    "is_count=false. Each kind of finding names the operations that can leave it, and the word of\n"
+    "--repair that repairs it.\n"
+    "--repair counters sets unread_count and mention_count to a recount. A counter below the number\n"
+    "of messages that arrived in order since the last clearing is set to that number; a counter that\n"
+    "is too high, to the number of all messages since then. latest sets latest_id and session_time\n"
+    "to the newest message. times sets session_time to the time of the message that latest_id names.\n"
+    "indexes does what 'corvan index' does. sequence keeps used ids from being assigned again. Only\n"
+    "values with a finding change, including notes, and each change names its finding. The store is\n"
+    "first copied to FOLDER.before-repair-TIME, or to the folder that --backup names. All changes are\n"
+    "made in one transaction, or none. A client may have the store open, but its saves fail\n"
+    "meanwhile. A store that is damaged, or locked for two seconds, is an error.\n"
     "With --json: an object with ok, damaged, complete (all rows could be read), sessions, messages,\n"
     "impossible, allowed, note (numbers), and findings: an array of objects with code, class, text,\n"
     "operations, explanation and rows: an array of objects with session_id, session_type (both null\n"
-    "outside a conversation), name, messages (ids), stored, derived (null when unknown) and repair\n"
+    "outside a conversation), name, messages (ids), stored, derived (null if unknown) and repair\n"
     "(null, or the word). With --repair: an object with dry_run, backup (null, or the folder),\n"
     "changes: an array of objects with repair, finding (its code), session_id, session_type, name,\n"
     "old and new; and left: an array of objects with repair, session_id, session_type, name and reason.\n"
-    "Exit status 1 when something is impossible or allowed; notes alone are 0. With --repair: 1 when\n"
-    "something was left that the words stand for, because it cannot be judged; otherwise 0.\n";
+    "Exit status 1 if a finding is impossible or allowed, 0 if there are only notes. With --repair: 1\n"
+    "if a column was left because it cannot be checked, otherwise 0.\n";
 
 }  // namespace
 
 void add_verify(CommandLine& line) {
   auto [command, options] = line.add<RepairOptions>(
-      "verify", "Look for what is wrong in a store, and mend what can be derived", kVerifyResult,
+      "verify", "Find wrong rows, counters and schema parts, and repair them", kVerifyResult,
       run_verify);
   const Command::Option repair = command.choices(
-      "--repair", "WHAT", options.what, {kCounters, kLatest, kTimes, kIndexes, kSequence},
-      "mend these instead: counters, latest, times, indexes, sequence, separated by commas");
-  const Command::Option backup =
-      command.option("--backup", "NEWFOLDER", options.backup,
-                     "the folder to make for the store as it was (default: beside the store's)");
+      "--repair", "WHAT", options.what, {kRepairs.begin(), kRepairs.end()},
+      "repair these instead: counters, latest, times, indexes, sequence, separated by commas");
+  const Command::Option backup = command.option(
+      "--backup", "NEWFOLDER", options.backup,
+      "the folder to create for a copy of the original store (default: beside the store)");
   const Command::Option dry_run = command.flag(
-      "--dry-run", options.dry_run, "only tell what would be changed, tried on a temporary copy");
+      "--dry-run", options.dry_run, "only report what would be changed, tried on a temporary copy");
   Command::need(backup, repair);
   Command::need(dry_run, repair);
   Command::exclude(dry_run, backup);

@@ -1,56 +1,20 @@
-// What can be found in a store, and what was.
+// What verify finds in a store.
 
 #ifndef TOOLS_VERIFY_FINDINGS_H_
 #define TOOLS_VERIFY_FINDINGS_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tools/ui/json.h"
+#include "tools/verify/rules.h"
 
 namespace corvan_tool {
-
-enum class Rank {
-  kImpossible,  // no sequence of operations leaves it in a store that this library made
-  kAllowed,     // they can leave it, and it disagrees with what it stands for
-  kNote,        // ordinary use passes through it, or nothing tells
-};
-const char* rank_name(Rank rank);
-
-// What --repair takes. A kind of finding names its word.
-constexpr const char* kCounters = "counters";
-constexpr const char* kLatest = "latest";
-constexpr const char* kTimes = "times";
-constexpr const char* kIndexes = "indexes";
-constexpr const char* kSequence = "sequence";
-
-// A kind of finding.
-struct Kind {
-  const char* code;  // never changes: programs know a kind by it
-  Rank rank;
-  const char* text;         // what is so
-  const char* operations;   // members of CvDbSingleton that can leave it, "a, b"; empty for none
-  const char* explanation;  // how they do, or what else can; one sentence
-  const char* repair;       // the word that mends it, or null
-};
-
-namespace kind {
-extern const Kind kFileDamaged, kRowsUnread, kTableDiffers, kSchemaExtra, kIndexMissing,
-    kIndexDiffers, kVersionTwice, kVersionOther, kSetting, kSequenceBehind, kRowTwice, kColumnType,
-    kCode, kMessageId, kSyncNegative;
-extern const Kind kVersionMissing, kUserVersion, kJournalMode, kIndexOlder, kTextNull, kIntegerNull,
-    kSessionType, kSentStatus, kCounterUnread, kCounterMention, kCounterNegative, kLatestMissing,
-    kLatestForeign, kLatestOlder, kLatestNone, kSessionTime, kServerUidTwice, kClientKeyTwice,
-    kTimeFuture, kTimeUnit;
-extern const Kind kNotJudged, kCounterLow, kCounterUntold, kSessionTimeApart, kSending, kFailed,
-    kDirectionCopied, kOwnUnread, kSessionEmpty, kSessionMissing, kSyncBehind, kTableExtra,
-    kIndexExtra;
-}  // namespace kind
-
-// Every kind, in the order in which findings are told.
-const std::vector<const Kind*>& all_kinds_of_finding();
 
 struct ConversationKey {
   std::string id;
@@ -63,15 +27,63 @@ struct ConversationKey {
 // "room (group)"
 std::string conversation_text(const ConversationKey& key);
 
+// A value that --repair writes.
+struct Change {
+  std::string name;  // the column of t_session, the index, or the table
+  Json old_value;    // null: there is no such index
+  Json new_value;    // null: the index is dropped
+};
+
 // NOLINTNEXTLINE(bugprone-exception-escape): JSON values move without throwing, checks aside.
 struct Finding {
-  const Kind* kind = nullptr;
+  const Rule* rule = nullptr;
   std::optional<ConversationKey> conversation;
-  std::vector<int64_t> messages;  // their ids, growing
+  int64_t row = 0;                // the row id in t_session; 0 outside of that table
+  std::vector<int64_t> messages;  // ids in ascending order
   std::string name;               // the column, table, index, setting or user
-  Json stored;                    // null when there is no single value
-  Json derived;                   // what it should be by the rest of the store; null when unknown
-  bool mended = false;            // by the kind's word of --repair
+  Json stored;                    // null if there is no single value
+  Json derived;                   // the value according to the rest of the store; null if unknown
+  std::vector<Change> changes;    // the repair; empty if the finding cannot be repaired
+  std::vector<std::string> unchecked;  // the columns of "not-judged"
+
+  // Sets `stored`, `derived`, and the change from the one to the other.
+  void set_repair(Json old_value, Json new_value);
+};
+
+// The findings so far, in the order in which they were added. --repair applies them in this order.
+class Findings {
+ public:
+  // The references are valid until the next call.
+  Finding& add(const Rule& rule, std::string name);
+  Finding& add(const Rule& rule, const ConversationKey& conversation, std::string name);
+  void add(Finding finding) { all_.push_back(std::move(finding)); }
+
+  std::vector<Finding> take() { return std::move(all_); }
+
+ private:
+  std::vector<Finding> all_;
+};
+
+// Collects findings about messages: one finding for all messages of a conversation that share a
+// rule, a column and a value.
+class MessageFindings {
+ public:
+  void add(const Rule& rule, const ConversationKey& conversation, int64_t id,
+           const std::string& column, const Json& stored);
+
+  // As add(), for the column sent_time: different times share a finding, which stores their range.
+  void add_time(const Rule& rule, const ConversationKey& conversation, int64_t id, int64_t time);
+
+  void move_to(Findings& findings);
+
+ private:
+  // Rule, conversation, column, and the value as JSON text.
+  using Key = std::tuple<const Rule*, std::string, int64_t, std::string, std::string>;
+
+  // The finding of this key, with the message added.
+  Finding& at(const Key& key, int64_t id);
+
+  std::map<Key, Finding> all_;
 };
 
 }  // namespace corvan_tool

@@ -1,18 +1,11 @@
 #include "tools/verify/repair.h"
 
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
-#include <ctime>
-#include <filesystem>
-#include <iostream>
-#include <optional>
-#include <system_error>
-#include <utility>
 
-#include "tools/store/connection.h"
+#include "tools/store/index_update.h"
 #include "tools/store/pending_output.h"
 #include "tools/store/schema.h"
 #include "tools/store/snapshot.h"
@@ -21,343 +14,163 @@
 #include "tools/ui/error.h"
 #include "tools/ui/output.h"
 #include "tools/ui/progress.h"
-#include "tools/ui/table.h"
-#include "tools/verify/report.h"
+#include "tools/verify/repair_backup.h"
+#include "tools/verify/repair_plan.h"
+#include "tools/verify/repair_report.h"
 
 namespace corvan_tool {
 
 namespace {
 
-struct Change {
-  const Kind* kind = nullptr;  // of the finding that it mends
-  std::optional<ConversationKey> conversation;
-  std::string name;         // the column, the index or the table
-  Json old_value;           // null for an index that was not there
-  Json new_value;           // null for an index that is dropped
-  int64_t rowid = 0;        // of t_session, where it is a conversation's
-  std::string row_id_name;  // the name in SQL of that
+struct Repair {
+  RepairPlan plan;
+  std::string backup;          // the folder of the copy; empty if none was made
+  std::string commit_failure;  // if the commit failed although the changes were made
 };
 
-// What a word stands for and cannot mend.
-struct Left {
-  const char* repair = nullptr;
-  ConversationKey conversation;
-  std::string name;  // the column
-};
-
-struct Outcome {
-  std::vector<Change> changes;
-  std::vector<Left> left;
-  std::string commit_failure;  // of a commit that failed although the changes are there
-};
-
-// Why a column is left.
-constexpr const char* kNotJudgedText =
-    "what it follows from is of another type than its column's, or the conversation has several "
-    "rows; see 'corvan verify'";
-
-// What some words of --repair stand for in a store.
-class RepairPlan {
- public:
-  RepairPlan(const Report& report, const std::vector<std::string>& what)
-      : report_(report), what_(what) {}
-
-  Outcome make() {
-    // Before the rows are changed: what is changed then goes through the right indexes.
-    take(kIndexes);
-    for (const SessionRow& session : report_.sessions) mend_session(session);
-    take(kSequence);
-    return std::move(outcome_);
+// Throws ToolError if the file is damaged, or rows cannot be read that these words need.
+void require_repairable(const Report& report, const std::string& name,
+                        const std::vector<std::string>& words) {
+  if (report.damaged) {
+    throw ToolError(name +
+                    ": damaged; nothing was changed; 'corvan salvage' recovers what can be read");
   }
-
- private:
-  bool wants(const std::string& word) const {
-    return std::find(what_.begin(), what_.end(), word) != what_.end();
+  const bool needs_rows = std::any_of(words.begin(), words.end(),
+                                      [](const std::string& word) { return word != kIndexes; });
+  if (needs_rows && !report.complete) {
+    throw ToolError(name + ": its rows cannot be read; nothing was changed; see 'corvan verify'");
   }
+}
 
-  // What the findings of the word tell by themselves.
-  void take(const std::string& word) {
-    if (!wants(word)) return;
-    for (const Finding& finding : report_.findings) {
-      if (!finding.mended || finding.kind->repair != word) continue;
-      outcome_.changes.push_back(
-          {finding.kind, std::nullopt, finding.name, finding.stored, finding.derived, 0, ""});
-    }
-  }
-
-  void set(const Kind* kind, const SessionRow& session, const std::string& column,
-           int64_t old_value, int64_t new_value) {
-    if (old_value == new_value) return;
-    outcome_.changes.push_back(
-        {kind, session.key, column, old_value, new_value, session.rowid, report_.session_row_id});
-  }
-
-  void mend_session(const SessionRow& session) {
-    if (wants(kCounters)) mend_counters(session);
-    if (wants(kLatest) && session.latest_kind() != nullptr) {
-      mend_latest(session);
-    } else if (wants(kTimes) && session.time_kind() != nullptr) {
-      set(session.time_kind(), session, "session_time", session.session_time, session.right_time());
-    }
-    if (wants(kLatest) && !session.judges_latest) leave(kLatest, session, "latest_id");
-    if (wants(kTimes) && !session.judges_time) leave(kTimes, session, "session_time");
-  }
-
-  void mend_counters(const SessionRow& session) {
-    const auto mend = [&](const Kind* kind, const char* column, int64_t stored,
-                          const Recount& recount) {
-      if (kind == nullptr || kind->repair == nullptr) return;
-      set(kind, session, column, stored, recount.mended(stored));
-    };
-    mend(session.unread_kind(), "unread_count", session.unread_count, session.unread);
-    mend(session.mention_kind(), "mention_count", session.mention_count, session.mention);
-    if (!session.judges_unread) leave(kCounters, session, "unread_count");
-    if (!session.judges_mention) leave(kCounters, session, "mention_count");
-  }
-
-  void mend_latest(const SessionRow& session) {
-    const Kind* const kind = session.latest_kind();
-    set(kind, session, "latest_id", session.latest_id, session.newest_id);
-    // As delete_message does it: the time moves with a message, and stays without one.
-    if (session.newest_id <= 0 || !session.is_number("session_time")) return;
-    if (session.is_moved_by_draft(session.newest_time)) return;
-    set(kind, session, "session_time", session.session_time, session.newest_time);
-  }
-
-  void leave(const char* word, const SessionRow& session, const std::string& column) {
-    outcome_.left.push_back({word, session.key, column});
-  }
-
-  const Report& report_;
-  const std::vector<std::string>& what_;
-  Outcome outcome_;
-};
-
-// Conversations are changed by their row ids.
-void require_row_ids(const std::string& name, const std::vector<Change>& changes) {
-  for (const Change& change : changes) {
-    if (!change.conversation || !change.row_id_name.empty()) continue;
+// Throws ToolError if a conversation is to be changed, but SQL cannot name its row.
+void require_row_ids(const RepairPlan& plan, const std::string& name) {
+  const bool changes_rows =
+      std::any_of(plan.steps.begin(), plan.steps.end(),
+                  [](const RepairStep& step) { return step.conversation.has_value(); });
+  if (changes_rows && plan.session_row_id.empty()) {
     throw ToolError(name + ": nothing was changed; " + no_row_id_text("t_session"));
   }
 }
 
-Outcome make_plan(const Connection& connection, const std::string& name,
-                  const std::vector<std::string>& what) {
-  const Report report = look_at_all(connection, name);
-  if (report.damaged) {
-    throw ToolError(name +
-                    ": damaged; nothing was changed; 'corvan salvage' brings out what can be "
-                    "read");
-  }
-  const bool needs_rows = std::any_of(what.begin(), what.end(),
-                                      [](const std::string& word) { return word != kIndexes; });
-  if (needs_rows && !report.complete) {
-    throw ToolError(name +
-                    ": its rows cannot be looked at; nothing was changed; "
-                    "see 'corvan verify'");
-  }
-  Outcome outcome = RepairPlan(report, what).make();
-  require_row_ids(name, outcome.changes);
-  return outcome;
+// Throws ToolError if the store cannot be repaired.
+RepairPlan check_and_plan(const Connection& connection, const std::string& name,
+                          const std::vector<std::string>& words) {
+  const Report report = check_store(connection, name);
+  require_repairable(report, name, words);
+  RepairPlan plan = plan_repair(report, words);
+  require_row_ids(plan, name);
+  return plan;
 }
 
-void change_index(const StoreTransaction& transaction, const Change& change) {
-  const Connection& connection = transaction.connection();
-  const std::string what = "index " + change.name;
-  if (!change.old_value.is_null()) {
-    transaction.require(connection.run("drop index " + quoted_name(change.name)), what);
-  }
-  if (!change.new_value.is_null()) {
-    transaction.require(connection.run(change.new_value.get<std::string>()), what);
-  }
-}
-
-void make_change(const StoreTransaction& transaction, const Change& change) {
-  const std::string word = change.kind->repair;
-  if (word == kIndexes) {
-    change_index(transaction, change);
-    return;
-  }
-  const Connection& connection = transaction.connection();
-  const auto value = change.new_value.get<int64_t>();
-  if (word == kSequence) {
-    transaction.require(
-        connection.run("delete from sqlite_sequence where lower(name)='t_message'"));
-    transaction.require(connection.run(
-        std::string("insert into sqlite_sequence(name,seq) values(") + kNameOfMessages + ",?)",
-        value));
-    return;
-  }
-  transaction.require(connection.run(
-      "update t_session set " + change.name + "=? where " + change.row_id_name + "=?", value,
-      change.rowid));
-  if (sqlite3_changes(connection.handle()) == 1) return;
-  throw ToolError(transaction.name() + ": the row of " + conversation_text(*change.conversation) +
-                  " is not found by its row id; nothing was changed; see 'corvan check'");
-}
-
-void make_changes(const StoreTransaction& transaction, const std::vector<Change>& changes) {
-  sqlite3* const db = transaction.connection().handle();
-  // What somebody's trigger would change is told nowhere.
-  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-  const StatementProgress progress(db, "million steps of mending");
-  for (const Change& change : changes) make_change(transaction, change);
-}
-
-// A folder beside the store's that is not there yet.
-std::string place_beside(const std::string& folder) {
-  const std::time_t now = std::time(nullptr);
-  std::tm utc = {};
-  std::array<char, 32> text = {};
-  if (gmtime_r(&now, &utc) == nullptr ||
-      std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &utc) == 0) {
-    throw ToolError(folder + ": the clock has no time; name a folder with --backup");
-  }
-  // The folder may be named as "." or "..".
-  std::error_code error;
-  const std::filesystem::path whole = std::filesystem::canonical(folder, error);
-  if (error) throw ToolError(folder + ": " + error.message() + "; nothing was changed");
-  const std::string place = whole.string() + ".before-repair-" + text.data();
-  std::string free_place = place;
-  for (int i = 2; std::filesystem::exists(free_place, error); ++i) {
-    free_place = place + "-" + std::to_string(i);
-  }
-  return free_place;
-}
-
-// Copies what is committed in `file` to `to`. Through SQLite: to open and close the file past it
-// would take away the locks that this process holds.
-void copy_committed(const std::string& file, const std::string& to, Progress& progress) {
-  constexpr int kPages = 1024;  // between two calls of progress
-  const Connection from(file, SQLITE_OPEN_READONLY);
-  const Connection target(to, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-  sqlite3_backup* const copy = sqlite3_backup_init(target.handle(), "main", from.handle(), "main");
-  int rc = copy == nullptr ? SQLITE_CANTOPEN : SQLITE_OK;
-  while (rc == SQLITE_OK) {
-    rc = sqlite3_backup_step(copy, kPages);
-    progress.show(static_cast<std::uint64_t>(sqlite3_backup_pagecount(copy) -
-                                             sqlite3_backup_remaining(copy)));
-  }
-  const std::string why = copy == nullptr ? target.error() : sqlite3_errstr(rc);
-  sqlite3_backup_finish(copy);
-  if (rc == SQLITE_DONE) return;
-  const int kind = rc & 0xff;
-  const bool of_place = kind == SQLITE_FULL || kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN;
-  throw ToolError(kept_name(to) + ": the copy cannot be made (" + why + "); nothing was changed" +
-                  (of_place ? "; make room there, or name another folder with --backup" : ""));
-}
-
-void print_outcome(const Outcome& outcome, const std::string& backup, bool dry_run) {
-  const auto text_of = [](const Json& value) {
-    return value.is_string() ? value.get<std::string>() : (value.is_null() ? "none" : value.dump());
-  };
-  TextTable table({{"REPAIR"}, {"FINDING"}, {"CONVERSATION"}, {"WHAT"}, {"CHANGE"}});
-  std::size_t notes = 0;
-  for (const Change& change : outcome.changes) {
-    if (change.kind->rank == Rank::kNote) ++notes;
-    table.add({change.kind->repair, change.kind->code,
-               change.conversation ? conversation_text(*change.conversation) : "", change.name,
-               text_of(change.old_value) + " -> " + text_of(change.new_value)});
-  }
-  if (outcome.changes.empty()) {
-    std::cout << (outcome.left.empty() ? "nothing to mend\n" : "nothing could be mended\n");
+IndexChange index_change(const Change& change) {
+  IndexChange result;
+  result.index.name = change.name;
+  if (change.new_value.is_null()) {
+    result.action = IndexChange::kDrop;
   } else {
-    // Never cut to the terminal: it tells what was there.
-    table.print(std::cout, 0);
-    std::cout << (dry_run ? "would be changed: " : "changed: ") << outcome.changes.size();
-    if (!dry_run) std::cout << "; the store as it was is in " << printable(backup);
-    std::cout << '\n';
-    if (notes > 0) {
-      std::cout << "notes among them: " << notes
-                << "; ordinary use can leave these, 'corvan verify' tells how\n";
+    result.action = change.old_value.is_null() ? IndexChange::kCreate : IndexChange::kReplace;
+    result.index.sql = change.new_value;
+  }
+  return result;
+}
+
+void set_sequence(const StoreTransaction& transaction, int64_t largest_id) {
+  const Connection& connection = transaction.connection();
+  transaction.require(connection.run("delete from sqlite_sequence where lower(name)='t_message'"));
+  transaction.require(connection.run(
+      fmt::format("insert into sqlite_sequence(name,seq) values({},?)", kNameOfMessages),
+      largest_id));
+}
+
+void set_column(const StoreTransaction& transaction, const RepairStep& step,
+                const std::string& row_id) {
+  const Connection& connection = transaction.connection();
+  transaction.require(
+      connection.run(fmt::format("update t_session set {}=? where {}=?", step.change.name, row_id),
+                     step.change.new_value.get<int64_t>(), step.row));
+  if (sqlite3_changes(connection.handle()) == 1) return;
+  throw ToolError(
+      fmt::format("{}: the row of {} is not found by its row id; nothing was changed; "
+                  "see 'corvan check'",
+                  transaction.name(), conversation_text(*step.conversation)));
+}
+
+// Indexes come first, so that changes to rows go through the right ones.
+void apply(const StoreTransaction& transaction, const RepairPlan& plan) {
+  sqlite3* const db = transaction.connection().handle();
+  // A trigger that someone added could change more than is reported.
+  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  const StatementProgress progress(db, "million steps of repairing");
+  std::vector<IndexChange> indexes;
+  for (const RepairStep& step : plan.steps) {
+    if (step.rule->repair == kIndexes) indexes.push_back(index_change(step.change));
+  }
+  apply_index_changes(transaction, indexes);
+  for (const RepairStep& step : plan.steps) {
+    if (step.rule->repair == kSequence) {
+      set_sequence(transaction, step.change.new_value.get<int64_t>());
+    } else if (step.rule->repair != kIndexes) {
+      set_column(transaction, step, plan.session_row_id);
     }
   }
-  for (const Left& left : outcome.left) {
-    std::cout << "left: " << left.repair << ' ' << printable(conversation_text(left.conversation))
-              << ' ' << left.name << ": " << kNotJudgedText << '\n';
-  }
 }
 
-void print_outcome_json(const Outcome& outcome, const std::string& backup, bool dry_run) {
-  Json json = {{"dry_run", dry_run},
-               {"backup", backup.empty() ? Json(nullptr) : Json(backup)},
-               {"changes", Json::array()},
-               {"left", Json::array()}};
-  for (const Change& change : outcome.changes) {
-    const auto& key = change.conversation;
-    json["changes"].push_back({{"repair", change.kind->repair},
-                               {"finding", change.kind->code},
-                               {"session_id", key ? Json(key->id) : Json(nullptr)},
-                               {"session_type", key ? Json(key->type) : Json(nullptr)},
-                               {"name", change.name},
-                               {"old", change.old_value},
-                               {"new", change.new_value}});
-  }
-  for (const Left& left : outcome.left) {
-    json["left"].push_back({{"repair", left.repair},
-                            {"session_id", left.conversation.id},
-                            {"session_type", left.conversation.type},
-                            {"name", left.name},
-                            {"reason", kNotJudgedText}});
-  }
-  print_json(json);
-}
-
-// Commits: the error to end the command with, if the commit failed but the changes are there.
-std::string commit_repair(StoreTransaction& transaction, const std::vector<std::string>& what,
-                          const std::string& backup) {
+// Returns the error to end the command with if the commit failed although the changes were made.
+std::string commit(StoreTransaction& transaction, const std::vector<std::string>& words,
+                   const std::string& backup) {
   try {
     return transaction.commit([&](const Connection& again) {
-      return make_plan(again, transaction.name(), what).changes.empty();
+      return check_and_plan(again, transaction.name(), words).steps.empty();
     });
   } catch (const ToolError& error) {
-    throw ToolError(error.what() + ("; the store as it was is in " + backup));
+    throw ToolError(fmt::format("{}; the original was copied to {}", error.what(), backup));
   }
 }
 
-// Nothing stays behind on failure but, when it is the commit that fails, the backup.
-Outcome repair_store(const RepairOptions& options, std::string& backup) {
+// On failure nothing remains, except the backup if the commit failed.
+Repair repair_store(const RepairOptions& options) {
   const std::string file = store_file(options.folder);
   require_store_in(options.folder, false);
   StoreTransaction transaction(file, file, "begin immediate");
-  Outcome outcome = make_plan(transaction.connection(), file, options.what);
-  if (outcome.changes.empty()) return outcome;
+  Repair repair;
+  repair.plan = check_and_plan(transaction.connection(), file, options.what);
+  if (repair.plan.steps.empty()) return repair;
 
-  backup = options.backup.empty() ? place_beside(options.folder) : options.backup;
-  Unfinished folder = Unfinished::folder(backup);
+  repair.backup = options.backup.empty() ? backup_place(options.folder) : options.backup;
+  Unfinished folder = Unfinished::folder(repair.backup);
+  // Before the first change: outside WAL mode, changes may lock the file to readers.
   Progress progress("pages copied");
-  // Before the first change: without a log the file may be locked to readers from then on.
   copy_committed(file, store_file(folder.path()), progress);
-  make_changes(transaction, outcome.changes);
-  progress.advance(0);  // shown while the copy is put on the disk
+  apply(transaction, repair.plan);
+  progress.advance(0);  // shown while the copy is written to the disk
   folder.keep();
-  outcome.commit_failure = commit_repair(transaction, options.what, backup);
-  return outcome;
+  repair.commit_failure = commit(transaction, options.what, repair.backup);
+  return repair;
 }
 
-Outcome try_repair(const RepairOptions& options) {
+Repair try_repair(const RepairOptions& options) {
   const Snapshot store(options.folder);
   const StoreTransaction transaction(store.file(), store.name(), "begin immediate");
-  Outcome outcome = make_plan(transaction.connection(), store.name(), options.what);
-  make_changes(transaction, outcome.changes);
-  return outcome;
+  Repair repair;
+  repair.plan = check_and_plan(transaction.connection(), store.name(), options.what);
+  apply(transaction, repair.plan);
+  return repair;
 }
 
 }  // namespace
 
 int run_repair(const RepairOptions& options) {
-  std::string backup;
-  const Outcome outcome = options.dry_run ? try_repair(options) : repair_store(options, backup);
+  const Repair repair = options.dry_run ? try_repair(options) : repair_store(options);
   if (options.json) {
-    print_outcome_json(outcome, backup, options.dry_run);
+    print_repair_json(repair.plan, repair.backup, options.dry_run);
   } else {
-    print_outcome(outcome, backup, options.dry_run);
+    print_repair(repair.plan, repair.backup, options.dry_run);
   }
-  if (!outcome.commit_failure.empty()) throw ToolError(outcome.commit_failure);
-  if (!backup.empty()) {
-    require_output("the changes were made, and the store as it was is in " + backup);
+  if (!repair.commit_failure.empty()) throw ToolError(repair.commit_failure);
+  if (!repair.backup.empty()) {
+    require_output("the changes were made, and the original was copied to " + repair.backup);
   }
-  return outcome.left.empty() ? kOk : kNegative;
+  return repair.plan.left.empty() ? kOk : kNegative;
 }
 
 }  // namespace corvan_tool

@@ -1,4 +1,4 @@
-// corvan verify --repair: mends what the rest of a store tells.
+// corvan verify --repair.
 
 #ifndef TOOLS_VERIFY_REPAIR_H_
 #define TOOLS_VERIFY_REPAIR_H_
@@ -10,16 +10,15 @@ namespace corvan_tool {
 
 struct RepairOptions {
   std::string folder;
-  std::vector<std::string> what;  // of the words that findings name
-  std::string backup;             // the folder to make; empty for one beside the store's
+  std::vector<std::string> what;  // words of --repair
+  std::string backup;             // the folder to create; empty for one beside the store's
   bool dry_run = false;
   bool json = false;
 };
 
-// Tells each change, and what is left. All of it is made, in one transaction, or nothing, and the
-// store as it was is copied first. Returns the exit status: kNegative when something that a word
-// stands for could not be judged, and so was left. Throws ToolError when the store is damaged,
-// locked, or cannot be written.
+// Repairs a store and prints each change, and the columns that were left. Copies the store first,
+// then makes all changes in one transaction, or none. Returns the exit status: kNegative if a
+// column was left. Throws ToolError if the store is damaged or locked, or cannot be written.
 int run_repair(const RepairOptions& options);
 
 }  // namespace corvan_tool

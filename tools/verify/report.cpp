@@ -1,45 +1,67 @@
 #include "tools/verify/report.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
 #include <iostream>
-#include <iterator>
-#include <map>
+#include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
+#include <vector>
 
-#include "tools/store/connection.h"
 #include "tools/ui/table.h"
-#include "tools/verify/schema_checks.h"
 
 namespace corvan_tool {
 
 namespace {
 
-constexpr std::size_t kShownFindings = 10;  // of a kind
-constexpr std::size_t kShownMessages = 10;  // of a finding
+constexpr std::size_t kShownFindings = 10;  // per rule
+constexpr std::size_t kShownMessages = 10;  // per finding
 
-void append(std::vector<Finding>& to, std::vector<Finding> findings) {
-  std::move(findings.begin(), findings.end(), std::back_inserter(to));
+// The findings of one rule.
+using Group = std::vector<const Finding*>;
+
+bool is_before(const Finding* a, const Finding* b) {
+  static const ConversationKey none;
+  const ConversationKey& of_a = a->conversation ? *a->conversation : none;
+  const ConversationKey& of_b = b->conversation ? *b->conversation : none;
+  return std::tie(of_a.id, of_a.type, a->name) < std::tie(of_b.id, of_b.type, b->name);
 }
 
-void sort(std::vector<Finding>& findings) {
-  std::map<const Kind*, std::size_t> places;
-  for (const Kind* const kind : all_kinds_of_finding()) places.emplace(kind, places.size());
-  const auto order = [&places](const Finding& finding) {
-    const ConversationKey key = finding.conversation.value_or(ConversationKey());
-    return std::tuple(places.at(finding.kind), key.id, key.type, finding.name);
-  };
-  std::stable_sort(findings.begin(), findings.end(),
-                   [&order](const Finding& a, const Finding& b) { return order(a) < order(b); });
+std::vector<Group> groups_of(const std::vector<Finding>& findings) {
+  std::vector<Group> groups(kRules.size());
+  for (const Finding& finding : findings) {
+    groups.at(static_cast<std::size_t>(finding.rule - kRules.data())).push_back(&finding);
+  }
+  groups.erase(std::remove_if(groups.begin(), groups.end(),
+                              [](const Group& group) { return group.empty(); }),
+               groups.end());
+  for (Group& group : groups) std::stable_sort(group.begin(), group.end(), is_before);
+  return groups;
 }
 
 std::string value_text(const Json& value) {
   if (value.is_string()) return value.get<std::string>();
-  if (value.is_object()) return value["least"].dump() + " to " + value["most"].dump();
+  if (value.is_object()) {
+    return fmt::format("{} to {}", value["least"].dump(), value["most"].dump());
+  }
   if (!value.is_array()) return value.dump();
-  std::string text;
-  for (const Json& one : value) text += (text.empty() ? "" : "; ") + value_text(one);
-  return text.empty() ? "nothing" : text;
+  std::vector<std::string> texts;
+  for (const Json& one : value) texts.push_back(value_text(one));
+  return texts.empty() ? "nothing" : fmt::format("{}", fmt::join(texts, "; "));
+}
+
+// ": messages 1, 2, 3 and 4 more"
+std::string messages_text(const std::vector<int64_t>& ids) {
+  if (ids.empty()) return "";
+  const std::size_t shown = std::min(ids.size(), kShownMessages);
+  const auto end = ids.begin() + static_cast<std::ptrdiff_t>(shown);
+  std::string text =
+      fmt::format(": message{} {}", ids.size() == 1 ? "" : "s", fmt::join(ids.begin(), end, ", "));
+  if (ids.size() > shown) text += fmt::format(" and {} more", ids.size() - shown);
+  return text;
 }
 
 std::string finding_text(const Finding& finding) {
@@ -48,159 +70,103 @@ std::string finding_text(const Finding& finding) {
   if (!finding.name.empty() && finding.name != "t_session") text += finding.name + " ";
   if (!finding.stored.is_null()) text += value_text(finding.stored);
   if (!finding.derived.is_null()) {
-    text += (finding.stored.is_null() ? "" : ", ") + ("derived: " + value_text(finding.derived));
+    text += fmt::format("{}derived: {}", finding.stored.is_null() ? "" : ", ",
+                        value_text(finding.derived));
   }
   while (!text.empty() && text.back() == ' ') text.pop_back();
-  if (finding.messages.empty()) return text;
+  return text + messages_text(finding.messages);
+}
 
-  const std::size_t count = finding.messages.size();
-  text += count == 1 ? ": message " : ": messages ";
-  for (std::size_t i = 0; i < count && i < kShownMessages; ++i) {
-    text += (i == 0 ? "" : ", ") + std::to_string(finding.messages[i]);
+void print_group(const Group& group) {
+  const Rule& rule = *group.front()->rule;
+  std::cout << fmt::format("\n{} ({}, {}): {}\n", rule.code, rank_name(rule.rank), group.size(),
+                           rule.text);
+  std::cout << fmt::format("  by: {}; {}\n",
+                           rule.operations.empty() ? "no operation" : rule.operations,
+                           rule.explanation);
+  const auto is_repairable = [](const Finding* finding) { return !finding->changes.empty(); };
+  if (std::any_of(group.begin(), group.end(), is_repairable)) {
+    std::cout << fmt::format("  repaired by: --repair {}\n", rule.repair);
   }
-  if (count > kShownMessages) text += " and " + std::to_string(count - kShownMessages) + " more";
+  const std::size_t shown = std::min(group.size(), kShownFindings);
+  for (std::size_t i = 0; i < shown; ++i) {
+    std::cout << fmt::format("    {}\n", printable(finding_text(*group[i])));
+  }
+  if (group.size() > shown) std::cout << fmt::format("    ... and {} more\n", group.size() - shown);
+}
+
+// "1 finding", "2 findings"
+std::string count_text(std::size_t count, std::string_view noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+std::string summary(const Report& report) {
+  const std::size_t impossible = report.count(Rank::kImpossible);
+  const std::size_t allowed = report.count(Rank::kAllowed);
+  const std::size_t notes = report.count(Rank::kNote);
+  std::string text =
+      report.found_any()
+          ? fmt::format("{}: {} impossible, {} allowed",
+                        count_text(impossible + allowed, "finding"), impossible, allowed)
+          : fmt::format("ok: {}, {}", count_text(report.sessions, "conversation"),
+                        count_text(static_cast<std::size_t>(report.messages), "message"));
+  if (notes > 0) text += "; " + count_text(notes, "note");
+  if (report.damaged) text += "; the file is damaged: see 'corvan salvage'";
   return text;
 }
 
-// The findings of one kind, which begin at `from`; where they end.
-using FindingPlace = std::vector<Finding>::const_iterator;
-FindingPlace end_of_kind(FindingPlace from, FindingPlace end) {
-  return std::find_if(from, end, [from](const Finding& one) { return one.kind != from->kind; });
-}
-
-void print_kind(FindingPlace from, FindingPlace end) {
-  const Kind& kind = *from->kind;
-  const auto count = static_cast<std::size_t>(end - from);
-  std::cout << '\n'
-            << kind.code << " (" << rank_name(kind.rank) << ", " << count << "): " << kind.text
-            << '\n';
-  std::cout << "  by: " << (*kind.operations == '\0' ? "no operation" : kind.operations) << "; "
-            << kind.explanation << '\n';
-  if (std::any_of(from, end, [](const Finding& one) { return one.mended; })) {
-    std::cout << "  mended by: --repair " << kind.repair << '\n';
-  }
-  const std::size_t shown = std::min(count, kShownFindings);
-  for (std::size_t i = 0; i < shown; ++i) {
-    const std::string text = finding_text(*(from + static_cast<std::ptrdiff_t>(i)));
-    std::cout << "    " << printable(text) << '\n';
-  }
-  if (count > shown) std::cout << "    ... and " << count - shown << " more\n";
-}
-
-std::string number_text(std::size_t count, const char* one, const char* many) {
-  return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
-Json operations_json(const Kind& kind) {
+Json operations_json(const Rule& rule) {
   Json list = Json::array();
-  const std::string all = kind.operations;
-  for (std::size_t at = 0; at < all.size();) {
-    const std::size_t end = std::min(all.find(", ", at), all.size());
-    list.push_back(all.substr(at, end - at));
+  for (std::size_t at = 0; at < rule.operations.size();) {
+    const std::size_t end = std::min(rule.operations.find(", ", at), rule.operations.size());
+    list.push_back(rule.operations.substr(at, end - at));
     at = end + 2;
   }
   return list;
 }
 
 Json finding_json(const Finding& finding) {
-  Json json;
-  json["session_id"] = finding.conversation ? Json(finding.conversation->id) : Json(nullptr);
-  json["session_type"] = finding.conversation ? Json(finding.conversation->type) : Json(nullptr);
-  json["name"] = finding.name;
-  json["messages"] = finding.messages;
-  json["stored"] = finding.stored;
-  json["derived"] = finding.derived;
-  json["repair"] = finding.mended ? Json(finding.kind->repair) : Json(nullptr);
+  const auto& key = finding.conversation;
+  return {{"session_id", key ? Json(key->id) : Json(nullptr)},
+          {"session_type", key ? Json(key->type) : Json(nullptr)},
+          {"name", finding.name},
+          {"messages", finding.messages},
+          {"stored", finding.stored},
+          {"derived", finding.derived},
+          {"repair", finding.changes.empty() ? Json(nullptr) : Json(finding.rule->repair)}};
+}
+
+Json group_json(const Group& group) {
+  const Rule& rule = *group.front()->rule;
+  Json json = {{"code", rule.code},
+               {"class", rank_name(rule.rank)},
+               {"text", rule.text},
+               {"operations", operations_json(rule)},
+               {"explanation", rule.explanation},
+               {"rows", Json::array()}};
+  for (const Finding* const finding : group) json["rows"].push_back(finding_json(*finding));
   return json;
 }
 
 }  // namespace
 
-std::size_t Report::count(Rank rank) const {
-  return static_cast<std::size_t>(
-      std::count_if(findings.begin(), findings.end(),
-                    [rank](const Finding& finding) { return finding.kind->rank == rank; }));
-}
-
-Report look_at_all(const Connection& connection, const std::string& name) {
-  Report report;
-  FileFindings file = look_at_file(connection, name);
-  append(report.findings, std::move(file.findings));
-  report.damaged = file.damaged;
-  if (file.has_columns) {
-    RowFindings rows = look_at_rows(connection, name);
-    append(report.findings, std::move(rows.findings));
-    report.sessions = std::move(rows.sessions);
-    report.session_row_id = std::move(rows.session_row_id);
-    report.messages = rows.messages;
-    report.complete = rows.complete;
-    if (rows.complete) append(report.findings, look_at_sequence(connection, rows.largest_id));
-  } else {
-    Finding finding;
-    finding.kind = &kind::kRowsUnread;
-    finding.stored = "a table lacks columns";
-    report.findings.push_back(finding);
-  }
-  sort(report.findings);
-  return report;
-}
-
-Report damaged_file(const std::string& detail) {
-  Finding finding;
-  finding.kind = &kind::kFileDamaged;
-  finding.stored = detail;
-  Report report;
-  report.damaged = true;
-  report.findings.push_back(finding);
-  return report;
-}
-
 void print_report(const Report& report) {
-  const std::size_t impossible = report.count(Rank::kImpossible);
-  const std::size_t allowed = report.count(Rank::kAllowed);
-  if (report.found_any()) {
-    std::cout << number_text(impossible + allowed, "finding", "findings") << ": " << impossible
-              << " impossible, " << allowed << " allowed";
-  } else {
-    std::cout << "ok: " << number_text(report.sessions.size(), "conversation", "conversations")
-              << ", "
-              << number_text(static_cast<std::size_t>(report.messages), "message", "messages");
-  }
-  const std::size_t notes = report.count(Rank::kNote);
-  if (notes > 0) std::cout << "; " << number_text(notes, "note", "notes");
-  if (report.damaged) std::cout << "; the file is damaged: see 'corvan salvage'";
-  std::cout << '\n';
-
-  const auto end = report.findings.end();
-  for (auto from = report.findings.begin(); from != end;) {
-    const auto next = end_of_kind(from, end);
-    print_kind(from, next);
-    from = next;
-  }
+  std::cout << summary(report) << '\n';
+  for (const Group& group : groups_of(report.findings)) print_group(group);
 }
 
 void print_report_json(const Report& report) {
   Json json = {{"ok", !report.found_any()},
                {"damaged", report.damaged},
                {"complete", report.complete},
-               {"sessions", report.sessions.size()},
+               {"sessions", report.sessions},
                {"messages", report.messages}};
   for (const Rank rank : {Rank::kImpossible, Rank::kAllowed, Rank::kNote}) {
     json[rank_name(rank)] = report.count(rank);
   }
   json["findings"] = Json::array();
-  const auto end = report.findings.end();
-  for (auto from = report.findings.begin(); from != end;) {
-    const auto next = end_of_kind(from, end);
-    const Kind& kind = *from->kind;
-    Json entry = {{"code", kind.code},
-                  {"class", rank_name(kind.rank)},
-                  {"text", kind.text},
-                  {"operations", operations_json(kind)},
-                  {"explanation", kind.explanation},
-                  {"rows", Json::array()}};
-    for (; from != next; ++from) entry["rows"].push_back(finding_json(*from));
-    json["findings"].push_back(std::move(entry));
+  for (const Group& group : groups_of(report.findings)) {
+    json["findings"].push_back(group_json(group));
   }
   print_json(json);
 }

@@ -1,30 +1,20 @@
-// What a store's file is made of, against what the library makes.
+// Compares a file's tables and indexes with those of a new store.
 
 #ifndef TOOLS_VERIFY_SCHEMA_CHECKS_H_
 #define TOOLS_VERIFY_SCHEMA_CHECKS_H_
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
-#include "tools/verify/findings.h"
+#include "tools/verify/file_reader.h"
 
 namespace corvan_tool {
 
-class Connection;
+// Returns whether the tables have all columns of a new store.
+bool check_schema(FileReader& file);
 
-struct FileFindings {
-  std::vector<Finding> findings;
-  bool damaged = false;     // SQLite's integrity check does not pass
-  bool has_columns = true;  // the tables have the columns that the store names
-};
-
-// Here and below, ToolError, which begins with `name`, is thrown when reading fails for another
-// reason than damage.
-FileFindings look_at_file(const Connection& connection, const std::string& name);
-
-// Whether the next message receives an id above `largest_id` and every other one that was given.
-std::vector<Finding> look_at_sequence(const Connection& connection, int64_t largest_id);
+// Checks that the next message will get an id that was never used. `largest_id` is that of the
+// messages.
+void check_sequence(const Connection& connection, int64_t largest_id, Findings& findings);
 
 }  // namespace corvan_tool
 

@@ -1,0 +1,55 @@
+#include "tools/verify/duplicates.h"
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tools/ui/progress.h"
+
+namespace corvan_tool {
+
+namespace {
+
+// Both queries return a conversation's id and type, the duplicate value, and the message ids.
+constexpr const char* kServerUidQuery =
+    "select session_id,session_type,server_uid,group_concat(cast(id as integer)) "
+    "from t_message "
+    "where server_uid collate binary in("
+    "select server_uid from t_message where server_uid<>'' "
+    "group by server_uid collate binary having count(*)>1) "
+    "group by server_uid collate binary,session_id collate binary,session_type";
+constexpr const char* kClientKeyQuery =
+    "select session_id,session_type,client_uid||' of '||sender,"
+    "group_concat(cast(id as integer)) "
+    "from t_message where client_uid>0 "
+    "group by session_id collate binary,session_type,client_uid,sender collate binary "
+    "having count(*)>1";
+
+std::vector<int64_t> ids_of(const std::string& list) {
+  std::vector<int64_t> ids;
+  std::istringstream words(list);
+  for (std::string id; std::getline(words, id, ',');) ids.push_back(std::stoll(id));
+  std::sort(ids.begin(), ids.end());
+  return ids;
+}
+
+void add_duplicates(RowReader& rows, const Rule& rule, const char* column, const char* sql,
+                    Findings& findings) {
+  const StatementProgress progress(rows.connection().handle(),
+                                   "million steps of looking for duplicates");
+  rows.each_row("t_message", sql, [&](const Row& row) {
+    Finding& finding = findings.add(rule, {row.text(0), row.int64(1)}, column);
+    finding.stored = row.text(2);
+    finding.messages = ids_of(row.text(3));
+  });
+}
+
+}  // namespace
+
+void find_duplicates(RowReader& rows, Findings& findings) {
+  add_duplicates(rows, rule("server-uid-twice"), "server_uid", kServerUidQuery, findings);
+  add_duplicates(rows, rule("client-key-twice"), "client_uid", kClientKeyQuery, findings);
+}
+
+}  // namespace corvan_tool
