@@ -12,8 +12,8 @@
 #include "tests/support/temporary_folder.h"
 #include "tests/tools/store_pages.h"
 #include "tools/salvage/damaged_file.h"
+#include "tools/salvage/known_schema.h"
 #include "tools/salvage/rescued_store.h"
-#include "tools/salvage/tables.h"
 #include "tools/salvage/tree_walk.h"
 #include "tools/store/library_store.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tools/salvage/id_ranges.h"
-#include "tools/salvage/tables.h"
+#include "tools/salvage/known_schema.h"
 #include "tools/store/connection.h"
 #include "tools/store/pending_output.h"
 

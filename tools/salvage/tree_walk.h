@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "tools/salvage/damaged_file.h"
+#include "tools/salvage/known_schema.h"
 #include "tools/salvage/page_map.h"
 #include "tools/salvage/rescued_store.h"
-#include "tools/salvage/tables.h"
 #include "tools/ui/progress.h"
 
 namespace corvan_tool {

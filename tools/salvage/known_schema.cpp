@@ -1,4 +1,4 @@
-#include "tools/salvage/tables.h"
+#include "tools/salvage/known_schema.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // How the rows of a store's tables and the entries of its indexes are recognised.
 
-#ifndef TOOLS_SALVAGE_TABLES_H_
-#define TOOLS_SALVAGE_TABLES_H_
+#ifndef TOOLS_SALVAGE_KNOWN_SCHEMA_H_
+#define TOOLS_SALVAGE_KNOWN_SCHEMA_H_
 
 #include <cstddef>
 #include <limits>
@@ -81,4 +81,4 @@ Doubt doubt_about(const SalvageTable& table, std::int64_t row_id, const std::vec
 
 }  // namespace corvan_tool
 
-#endif  // TOOLS_SALVAGE_TABLES_H_
+#endif  // TOOLS_SALVAGE_KNOWN_SCHEMA_H_
