@@ -10,8 +10,9 @@
 
 #include "tests/tools/program.h"
 #include "tests/tools/store_pages.h"
+#include "tools/salvage/bad_pages.h"
 #include "tools/salvage/id_ranges.h"
-#include "tools/salvage/page_map.h"
+#include "tools/salvage/page_set.h"
 
 namespace corvan_test {
 namespace {

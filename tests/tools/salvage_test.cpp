@@ -329,7 +329,7 @@ TEST_F(SalvageTest, WhatIsNoPartOfAStoreIsNamed) {
   EXPECT_EQ(new_rows("select id,content from t_message"), rows("select id,content from t_message"));
   std::filesystem::remove_all(salvaged);
   EXPECT_NE(output({"salvage", store(), salvaged})
-                .find("\nleft out, since it is no part of a message store: table other, "),
+                .find("\nleft out, not part of a message store: table other, "),
             std::string::npos);
 
   // Pages that nothing leads to are still known by the columns that the schema has.
@@ -447,7 +447,8 @@ TEST_F(SalvageTest, LogThatIsCutOffLeavesLossesOpen) {
   }
   std::filesystem::remove_all(salvaged);
   const std::string text = run({"salvage", store(), salvaged}).out;
-  EXPECT_NE(text.find(" pages of the log were used; the rest end no commit\n"), std::string::npos);
+  EXPECT_NE(text.find(" pages of the log were used; the rest belong to no complete commit\n"),
+            std::string::npos);
   EXPECT_NE(text.find("\nthe log is cut off: "), std::string::npos) << text;
 
   // Whole pages alone do not tell that something is missing.
@@ -476,7 +477,7 @@ TEST_F(SalvageTest, LogOfAnotherStoreIsNoticed) {
     write_file(file() + "-wal", log);
     EXPECT_EQ(salvage(1)["log"]["fits"], false);
     std::filesystem::remove_all(salvaged);
-    EXPECT_NE(run({"salvage", store(), salvaged}).out.find("try --without-log as well"),
+    EXPECT_NE(run({"salvage", store(), salvaged}).out.find("also try --without-log"),
               std::string::npos);
     const Json report = salvage(0, {"--without-log"});
     EXPECT_EQ(report["log"]["read"], false);
@@ -507,8 +508,8 @@ TEST_F(SalvageTest, LogWithoutItsFile) {
   const Outcome outcome = run({"salvage", file() + "-wal", salvaged + "2"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + std::filesystem::canonical(file() + "-wal").string() +
-                             ": a write-ahead log; name the file beside it, without -wal at its "
-                             "end, even where that file is gone\n");
+                             ": this is a write-ahead log; name the file next to it instead, "
+                             "without -wal, even if that file is gone\n");
 }
 
 TEST_F(SalvageTest, NextStepCanBeTyped) {
