@@ -124,7 +124,7 @@ bool is_plain(char c) {
 
 // A file's name as it can be typed in a shell: quoted if necessary, and not like an option.
 std::string as_argument(const std::string& name) {
-  const std::string path = name[0] == '-' ? "./" + name : name;
+  std::string path = name[0] == '-' ? "./" + name : name;
   if (std::all_of(path.begin(), path.end(), is_plain)) return path;
   std::string quoted = "'";
   for (const char c : path) {

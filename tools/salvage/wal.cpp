@@ -10,7 +10,7 @@ namespace corvan_tool {
 namespace {
 
 constexpr std::string_view kWalMagic("\x37\x7f\x06\x82", 4);
-constexpr std::string_view kBigEndianWalMagic("\x37\x7f\x06\x83", 4);  // of the checksums only
+constexpr std::string_view kBigEndianWalMagic("\x37\x7f\x06\x83", 4);  // for the checksums
 constexpr std::size_t kWalHeader = 32;
 constexpr std::size_t kFrameHeader = 24;
 
