@@ -1,5 +1,5 @@
-// Files that were made to keep salvage busy: whatever they claim, memory, time and output are
-// bounded by the bytes that are there.
+// Files that were made to keep salvage busy. Whatever they claim, memory, time and output are
+// bounded by the bytes that exist.
 
 #include <cstddef>
 #include <cstdint>
@@ -8,134 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "tests/tools/hostile_pages.h"
 #include "tests/tools/program.h"
 #include "tests/tools/store_pages.h"
-#include "tools/salvage/id_ranges.h"
-#include "tools/salvage/page_map.h"
 
 namespace corvan_test {
 namespace {
 
 namespace fs = std::filesystem;
-using corvan_tool::BadPageList;
-using corvan_tool::BadPages;
-using corvan_tool::IdRange;
-using corvan_tool::IdRanges;
-using corvan_tool::PageRange;
-using corvan_tool::PageSet;
 
 constexpr std::uint32_t kMaxPage = std::numeric_limits<std::uint32_t>::max();
-
-// A number in so many bytes, the highest first.
-std::string big_endian(std::uint64_t number, std::size_t size) {
-  std::string bytes(size, '\0');
-  for (std::size_t i = size; i-- > 0; number >>= 8U) bytes[i] = static_cast<char>(number & 0xffU);
-  return bytes;
-}
-
-// A number of SQLite's variable length.
-std::string varint(std::uint64_t number) {
-  std::string bytes(1, static_cast<char>(number & 0x7fU));
-  while ((number >>= 7U) != 0) {
-    bytes.insert(bytes.begin(), static_cast<char>((number & 0x7fU) | 0x80U));
-  }
-  return bytes;
-}
-
-// A page of a tree with these cells at its end, and `pointers` places of the last of them in
-// addition.
-std::string tree_page(std::size_t size, char type, const std::vector<std::string>& cells,
-                      std::size_t pointers = 0) {
-  const std::size_t header = type == 5 ? 12 : 8;
-  std::string page(size, '\0');
-  std::size_t at = size;
-  std::string places;
-  for (const std::string& cell : cells) {
-    at -= cell.size();
-    page.replace(at, cell.size(), cell);
-    places += big_endian(at, 2);
-  }
-  for (std::size_t i = 0; i < pointers; ++i) places += big_endian(at, 2);
-  page[0] = type;
-  page.replace(3, 2, big_endian(places.size() / 2, 2));
-  page.replace(5, 2, big_endian(at % 65536, 2));
-  return page.replace(header, places.size(), places);
-}
-
-// The beginning and the length of the record of a message whose content has so many bytes.
-struct MessageRecord {
-  std::string begin;
-  std::uint64_t size = 0;
-};
-MessageRecord message_record(std::uint64_t content) {
-  const auto text = [](std::uint64_t size) { return varint(13 + 2 * size); };
-  // id, session_id, session_type, object_name, content, sender, seven numbers and texts
-  const std::string types = varint(0) + text(4) + varint(1) + text(9) + text(content) + text(3) +
-                            varint(1) + varint(8) + varint(8) + varint(8) + varint(8) + varint(8) +
-                            text(0);
-  MessageRecord record;
-  record.begin = varint(types.size() + 1) + types + "room" + "\2" + "CV:TxtMsg";
-  record.size = record.begin.size() + content + 3 + 1;
-  return record;
-}
-
-// A row of t_message whose record lies on its page.
-std::string message_cell(std::int64_t id, char letter, std::size_t content) {
-  const MessageRecord record = message_record(content);
-  return varint(record.size) + varint(static_cast<std::uint64_t>(id)) + record.begin +
-         std::string(content, letter) + "u01" + "\1";
-}
-
-struct LogFrame {
-  std::uint32_t page;
-  std::uint32_t committed;
-  std::string content;
-};
-
-// A log whose checksums are right.
-class LogText {
- public:
-  explicit LogText(std::size_t page_size) : page_size_(page_size) {
-    const std::string header = big_endian(0x377f0682, 4) + big_endian(3007000, 4) +
-                               big_endian(page_size, 4) + big_endian(0, 4) + kSalt;
-    sum(header);
-    text_ = header + sums();
-  }
-
-  void add(const LogFrame& frame) {
-    std::string content = frame.content;
-    content.resize(page_size_, '\0');
-    const std::string numbers = big_endian(frame.page, 4) + big_endian(frame.committed, 4);
-    sum(numbers + content);
-    text_ += numbers + kSalt + sums() + content;
-  }
-
-  const std::string& text() const { return text_; }
-
- private:
-  static constexpr const char* kSalt = "saltSALT";
-
-  std::string sums() const { return big_endian(first_, 4) + big_endian(second_, 4); }
-
-  void sum(const std::string& bytes) {
-    const auto word = [&bytes](std::size_t at) {
-      std::uint32_t number = 0;
-      for (std::size_t i = 4; i-- > 0;) {
-        number = number << 8U | static_cast<unsigned char>(bytes[at + i]);
-      }
-      return number;
-    };
-    for (std::size_t at = 0; at < bytes.size(); at += 8) {
-      first_ += word(at) + second_;
-      second_ += word(at + 4) + first_;
-    }
-  }
-
-  const std::size_t page_size_;
-  std::string text_;
-  std::uint32_t first_ = 0;
-  std::uint32_t second_ = 0;
-};
 
 class SalvageHostileTest : public ToolTest {
  protected:
@@ -146,7 +28,7 @@ class SalvageHostileTest : public ToolTest {
     most_memory = rlim_t{256} << 20;
   }
 
-  // Salvages within the bounds: the report, after which the new store, if there is one, is gone.
+  // Salvages within the bounds, removes the new store, and returns the report.
   Json salvage() {
     const Outcome outcome = run({"salvage", store(), salvaged, "--doubtful", "--json"});
     EXPECT_TRUE(outcome.status == 0 || outcome.status == 1) << outcome.status << outcome.err;
@@ -158,7 +40,7 @@ class SalvageHostileTest : public ToolTest {
     return outcome.out.empty() ? Json() : Json::parse(outcome.out);
   }
 
-  // The first page, of a file of pages of 64 KiB that has a table t_message with this root.
+  // Page 1 of a file with pages of 64 KiB, whose schema has a table t_message with this root.
   static std::string first_page(std::uint32_t root, std::uint32_t declared) {
     const std::string sql = "CREATE TABLE t_message(id integer)";
     const std::string types = varint(13 + 2 * 5) + varint(13 + 2 * 9) + varint(13 + 2 * 9) +
@@ -179,10 +61,10 @@ class SalvageHostileTest : public ToolTest {
   static constexpr std::size_t kLarge = 65536;
   std::string sound;
   const std::string salvaged;
-  std::uintmax_t made = 0;  // the size of the new store
+  std::uintmax_t made = 0;  // the size of the last new store
 };
 
-TEST_F(SalvageHostileTest, ALogMayClaimAnyPage) {
+TEST_F(SalvageHostileTest, BoundsALogThatClaimsHugePages) {
   const std::vector<std::vector<LogFrame>> cases = {
       {{0x3fffffff, 0x3fffffff, ""}},
       {{kMaxPage, kMaxPage, ""}},
@@ -204,7 +86,7 @@ TEST_F(SalvageHostileTest, ALogMayClaimAnyPage) {
   }
 }
 
-TEST_F(SalvageHostileTest, ALogThatClaimsAPageHidesNoOtherPage) {
+TEST_F(SalvageHostileTest, LogThatClaimsAHugePageHidesNoOtherPage) {
   LogText log(kPageSize);
   log.add({0x3fffffff, 0x3fffffff, ""});
   write_file(file() + "-wal", log.text());
@@ -218,8 +100,8 @@ TEST_F(SalvageHostileTest, ALogThatClaimsAPageHidesNoOtherPage) {
                                                {"what", "neither in the file nor in the log"}}}));
 }
 
-TEST_F(SalvageHostileTest, AFileOfHolesIsRead) {
-  // Of any stated size, with the rows at its beginning.
+TEST_F(SalvageHostileTest, ReadsAFileOfHoles) {
+  // The file is 4 TiB long, with the rows at its beginning.
   const std::uintmax_t size = std::uintmax_t{1} << 42;
   std::error_code error;
   fs::resize_file(file(), size, error);
@@ -230,7 +112,7 @@ TEST_F(SalvageHostileTest, AFileOfHolesIsRead) {
   EXPECT_GE(report["zero_pages"], (size - sound.size()) / kPageSize - 1);
 }
 
-TEST_F(SalvageHostileTest, ALogOfHolesIsRead) {
+TEST_F(SalvageHostileTest, ReadsALogOfHoles) {
   LogText log(kPageSize);
   log.add({1, static_cast<std::uint32_t>(sound.size() / kPageSize), sound.substr(0, kPageSize)});
   for (const std::string& begin : {log.text(), std::string(100, 'x'), std::string()}) {
@@ -248,7 +130,7 @@ TEST_F(SalvageHostileTest, ALogOfHolesIsRead) {
   }
 }
 
-TEST_F(SalvageHostileTest, CommitsOfADamagedLogAreFoundBehindAHole) {
+TEST_F(SalvageHostileTest, FindsCommitsOfADamagedLogAfterAHole) {
   LogText log(kPageSize);
   const auto pages = static_cast<std::uint32_t>(sound.size() / kPageSize);
   for (int i = 0; i < 3; ++i) log.add({2, pages, sound.substr(kPageSize, kPageSize)});
@@ -260,8 +142,8 @@ TEST_F(SalvageHostileTest, CommitsOfADamagedLogAreFoundBehindAHole) {
   EXPECT_EQ(salvage()["log"]["unusable"], 2);
 }
 
-TEST_F(SalvageHostileTest, ManyPointersFromPageToPageTakeNoMoreMemory) {
-  // A chain of inner pages, each of which leads to the next one from end to end.
+TEST_F(SalvageHostileTest, BoundsMemoryForManyPointersFromPageToPage) {
+  // A chain of inner pages, each of which has only pointers to the next one.
   most_memory = rlim_t{128} << 20;
   constexpr std::uint32_t kPages = 160;
   std::string content = first_page(2, 0);
@@ -272,8 +154,8 @@ TEST_F(SalvageHostileTest, ManyPointersFromPageToPageTakeNoMoreMemory) {
   salvage();
 }
 
-TEST_F(SalvageHostileTest, ManyPointersToAPageReadItAFewTimes) {
-  // A tree of 20 inner pages, of which every child is one page of another table's rows.
+TEST_F(SalvageHostileTest, ReadsAPageAFewTimesDespiteManyPointers) {
+  // A tree of 20 inner pages, all of whose pointers lead to the same page of rows of another table.
   std::vector<std::string> children;
   const std::size_t pointers = (kLarge - 100) / 2;
   std::string inner_pages;
@@ -287,7 +169,7 @@ TEST_F(SalvageHostileTest, ManyPointersToAPageReadItAFewTimes) {
   salvage();
 }
 
-TEST_F(SalvageHostileTest, ManyPointersBeyondTheEndAreNotedInPart) {
+TEST_F(SalvageHostileTest, NotesOnlySomePointersBeyondTheEnd) {
   std::string content = first_page(2, kMaxPage - 1);
   std::vector<std::string> children;
   for (std::uint32_t i = 0; i < 20; ++i) children.push_back(big_endian(3 + i, 4) + varint(2 + i));
@@ -303,7 +185,7 @@ TEST_F(SalvageHostileTest, ManyPointersBeyondTheEndAreNotedInPart) {
   salvage();
 }
 
-TEST_F(SalvageHostileTest, OverlappingCellsGiveAFewPagesAtMost) {
+TEST_F(SalvageHostileTest, BoundsTheRowsOfOverlappingCells) {
   for (const bool are_listed_as_free : {false, true}) {
     std::string content = first_page(0, 0);
     if (are_listed_as_free) content.replace(32, 8, big_endian(2, 4) + big_endian(1, 4));
@@ -318,9 +200,9 @@ TEST_F(SalvageHostileTest, OverlappingCellsGiveAFewPagesAtMost) {
   }
 }
 
-TEST_F(SalvageHostileTest, ManyRowsThatContinueOnTheSamePagesAreReadAFewTimes) {
-  // Rows of unreached leaves, all of which continue on one chain of 40 pages; and on one page that
-  // leads to itself.
+TEST_F(SalvageHostileTest, ReadsSharedOverflowPagesAFewTimes) {
+  // Rows of unreached leaves that all continue on one chain of 40 pages, then on one page that
+  // points to itself.
   constexpr std::uint32_t kLeaves = 24;
   constexpr std::uint32_t kChain = 40;
   const MessageRecord record = message_record(kChain * (kLarge - 4));
@@ -348,71 +230,6 @@ TEST_F(SalvageHostileTest, ManyRowsThatContinueOnTheSamePagesAreReadAFewTimes) {
     EXPECT_EQ(rows["recovered"].get<int>() + rows["taken"].get<int>() > 0, !is_loop);
     EXPECT_LT(made, 20 * content.size());
   }
-}
-
-TEST(PageSetTest, HasPlacesForItsPagesAlone) {
-  const PageSet pages({{7, 9}, {2, 3}, {9, 9}, {4, 4}, {kMaxPage, kMaxPage}});
-  EXPECT_EQ(pages.count(), 7U);
-  EXPECT_EQ(pages.place_of(1), std::nullopt);
-  EXPECT_EQ(pages.place_of(2), 0U);
-  EXPECT_EQ(pages.place_of(4), 2U);
-  EXPECT_EQ(pages.place_of(5), std::nullopt);
-  EXPECT_EQ(pages.place_of(9), 5U);
-  EXPECT_EQ(pages.place_of(kMaxPage - 1), std::nullopt);
-  EXPECT_EQ(pages.place_of(kMaxPage), 6U);
-  std::vector<std::uint32_t> visited;
-  pages.each([&visited](std::uint32_t page) { visited.push_back(page); });
-  EXPECT_EQ(visited, (std::vector<std::uint32_t>{2, 3, 4, 7, 8, 9, kMaxPage}));
-}
-
-TEST(PageSetTest, TellsWhatIsBetween) {
-  const PageSet pages({{2, 4}, {7, 9}, {kMaxPage, kMaxPage}});
-  const auto gaps = [&pages](std::uint32_t first, std::uint32_t last) {
-    std::string text;
-    for (const PageRange& range : pages.gaps(first, last)) {
-      text += std::to_string(range.first) + "-" + std::to_string(range.last) + " ";
-    }
-    return text;
-  };
-  EXPECT_EQ(gaps(1, 10), "1-1 5-6 10-10 ");
-  EXPECT_EQ(gaps(3, 8), "5-6 ");
-  EXPECT_EQ(gaps(10, kMaxPage), "10-4294967294 ");
-  EXPECT_EQ(PageSet().gaps(1, 0).size(), 0U);
-  EXPECT_EQ(PageSet().gaps(1, kMaxPage).size(), 1U);
-}
-
-TEST(BadPageListTest, TheFirstFaultOfAPageCounts) {
-  BadPageList list;
-  list.add(5, "a");
-  list.add(3, "b");
-  for (int i = 0; i < 10000; ++i) list.add(5, "c");
-  list.add(4, "a");
-  list.add(PageRange{kMaxPage - 1, kMaxPage}, "d");
-  std::string text;
-  for (const BadPages& pages : list.list()) {
-    text += std::to_string(pages.first) + "-" + std::to_string(pages.last) + pages.what + " ";
-  }
-  EXPECT_EQ(text, "3-3b 4-5a 4294967294-4294967295d ");
-}
-
-TEST(IdRangesTest, JoinsWhatMeets) {
-  IdRanges ids;
-  EXPECT_TRUE(ids.empty());
-  for (const IdRange& range :
-       {IdRange{5, 7}, {1, 2}, {7, 8}, {3, 3}, {10, 9}, {20, 30}, {2, 3}, {25, 40}}) {
-    ids.add(range);
-  }
-  EXPECT_EQ((std::vector<IdRange>(ids.begin(), ids.end())),
-            (std::vector<IdRange>{{1, 3}, {5, 8}, {20, 40}}));
-  EXPECT_FALSE(ids.has(1));
-  EXPECT_TRUE(ids.has(2));
-  EXPECT_TRUE(ids.has(3));
-  EXPECT_FALSE(ids.has(4));
-  EXPECT_TRUE(ids.has(40));
-  EXPECT_FALSE(ids.has(41));
-  ids.add({std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()});
-  EXPECT_EQ(std::distance(ids.begin(), ids.end()), 1);
-  EXPECT_TRUE(ids.has(-5));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// Damages copies of a store in fixed ways and salvages each: a table of what came back against what
-// the sound pages hold. Usage: salvage_trials PROGRAM STORE, to which messages are added. Status 1
-// when a row is missed that lies on sound pages alone, or one came back altered.
+// Damages copies of a store in fixed ways, salvages each, and prints a table that compares what was
+// recovered with what the sound pages hold. Usage: salvage_trials PROGRAM STORE. Adds messages to
+// the store. Exit status 1 if a row that is only on sound pages is missed, or if a row was altered.
 
 #include <sys/wait.h>
 
@@ -32,7 +32,7 @@ using BadPages = std::set<std::size_t>;
 
 struct Trial {
   std::string name;
-  // Damages the content, and returns the pages that are no longer as they were.
+  // Damages the content and returns the damaged pages.
   std::function<BadPages(std::string& content, Random& random)> damage;
 };
 
@@ -53,13 +53,13 @@ BadPages cut(std::string& content, std::size_t percent) {
   return bad;
 }
 
-// A damaged file, its log if it has one, and what is sound in them.
+// A damaged file, its log if it has one, and the messages that can be recovered.
 struct Case {
   std::string name;
   std::string content;
   std::string log;
   std::size_t bad_pages = 0;
-  std::set<std::int64_t> best;  // messages on sound pages alone
+  std::set<std::int64_t> best;  // messages that are only on sound pages
 };
 
 std::vector<Trial> trials(const StorePages& messages) {
@@ -117,12 +117,12 @@ std::vector<Trial> trials(const StorePages& messages) {
   return all;
 }
 
-// The program's report. Throws when it fails.
+// Runs the program and returns its report. Throws if the program fails.
 nlohmann::json salvage(const std::string& program, const std::string& damaged,
                        const std::string& made, const std::string& report) {
   const std::string command =
       "'" + program + "' salvage '" + damaged + "' '" + made + "' --json >'" + report + "'";
-  const int status = std::system(command.c_str());  // NOLINT(cert-env33-c): of its own names
+  const int status = std::system(command.c_str());  // NOLINT(cert-env33-c): trusted names
   if (!WIFEXITED(status) || WEXITSTATUS(status) > 1) throw std::runtime_error(command + ": failed");
   return nlohmann::json::parse(read_file(report));
 }
@@ -131,7 +131,7 @@ std::int64_t number(const std::string& file, const std::string& sql) {
   return std::stoll(rows(file, sql).at(0));
 }
 
-// How many messages of `made` are as in `sound`.
+// Counts the messages of `made` that are as in `sound`.
 std::int64_t count_equal(const std::string& made, const std::string& sound) {
   std::set<std::string> known;
   for (const std::string& row : rows(sound, "select * from t_message")) known.insert(row);
@@ -155,7 +155,7 @@ std::set<std::int64_t> message_ids(const std::string& file) {
   return ids;
 }
 
-// What SQLite itself reads of a file and its log.
+// The messages that SQLite reads from a file and its log.
 std::set<std::int64_t> ids_read(const std::string& content, const std::string& log) {
   const TemporaryFolder folder;
   write_file(folder.file("read"), content);
@@ -163,8 +163,8 @@ std::set<std::int64_t> ids_read(const std::string& content, const std::string& l
   return message_ids(folder.file("read"));
 }
 
-// Saves a tenth more messages to the store, in 100 commits that stay in its log: cases in which the
-// log is damaged. The messages that it holds up to the damage are what SQLite reads of it.
+// Adds a tenth more messages to the store, in 100 commits that stay in its log, and returns cases
+// in which the log is damaged. SQLite itself tells which messages the log holds up to the damage.
 std::vector<Case> log_cases(const std::string& sound) {
   std::string content;
   std::string log;
@@ -191,40 +191,75 @@ std::vector<Case> log_cases(const std::string& sound) {
   return cases;
 }
 
-// Whether nothing was missed.
+struct Recovery {
+  std::int64_t recovered = 0;
+  std::int64_t missed = 0;   // messages that could have been recovered
+  std::int64_t altered = 0;  // recovered messages that are not as in the sound store
+};
+
+Recovery compare(const std::string& made, const std::string& sound,
+                 const std::set<std::int64_t>& best) {
+  Recovery recovery;
+  const std::set<std::int64_t> found = message_ids(made);
+  recovery.recovered = static_cast<std::int64_t>(found.size());
+  for (const std::int64_t id : best) recovery.missed += found.count(id) == 0 ? 1 : 0;
+  recovery.altered = recovery.recovered - count_equal(made, sound);
+  return recovery;
+}
+
+void print_line(const Case& damaged, const Recovery& recovery, std::int64_t all,
+                const nlohmann::json& report) {
+  const auto share = [all](std::int64_t count) {
+    return 100.0 * static_cast<double>(count) / static_cast<double>(all);
+  };
+  const nlohmann::json& counts = report["tables"]["t_message"];
+  std::printf("| %s | %zu | %.2f %% | %.2f %% | %s | %lld | %s | %lld | %lld | %.1f |\n",
+              damaged.name.c_str(), damaged.bad_pages,
+              share(static_cast<std::int64_t>(damaged.best.size())), share(recovery.recovered),
+              text_of(counts).c_str(), static_cast<long long>(all - recovery.recovered),
+              counts["doubtful"].dump().c_str(), static_cast<long long>(recovery.missed),
+              static_cast<long long>(recovery.altered), report["seconds"].get<double>());
+  std::fflush(stdout);
+}
+
+// Salvages a case and prints its line. Returns whether nothing was missed or altered.
 bool run_case(const Case& damaged, const std::string& program, const std::string& sound) {
   const TemporaryFolder folder;
   write_file(folder.file("damaged"), damaged.content);
   if (!damaged.log.empty()) write_file(folder.file("damaged-wal"), damaged.log);
   const nlohmann::json report =
       salvage(program, folder.file("damaged"), folder.file("made"), folder.file("report"));
-  const std::set<std::int64_t>& best = damaged.best;
-  const auto all = number(sound, "select count(*) from t_message");
-  const bool is_made = !report["folder"].is_null();
-  const std::string made = folder.file("made/corvan");
-  std::int64_t missed = 0;
-  std::int64_t altered = 0;
-  std::int64_t recovered = 0;
-  if (is_made) {
-    const std::set<std::int64_t> found = message_ids(made);
-    recovered = static_cast<std::int64_t>(found.size());
-    for (const std::int64_t id : best) missed += found.count(id) == 0 ? 1 : 0;
-    altered = recovered - count_equal(made, sound);
-  } else {
-    missed = static_cast<std::int64_t>(best.size());
+  Recovery recovery;
+  recovery.missed = static_cast<std::int64_t>(damaged.best.size());
+  if (!report["folder"].is_null()) {
+    recovery = compare(folder.file("made/corvan"), sound, damaged.best);
   }
-  const auto share = [all](std::size_t count) {
-    return 100.0 * static_cast<double>(count) / static_cast<double>(all);
-  };
-  const nlohmann::json& counts = report["tables"]["t_message"];
-  std::printf("| %s | %zu | %.2f %% | %.2f %% | %s | %lld | %s | %lld | %lld | %.1f |\n",
-              damaged.name.c_str(), damaged.bad_pages, share(best.size()),
-              share(static_cast<std::size_t>(recovered)), text_of(counts).c_str(),
-              static_cast<long long>(all - recovered), counts["doubtful"].dump().c_str(),
-              static_cast<long long>(missed), static_cast<long long>(altered),
-              report["seconds"].get<double>());
-  std::fflush(stdout);
-  return missed == 0 && altered == 0;
+  print_line(damaged, recovery, number(sound, "select count(*) from t_message"), report);
+  return recovery.missed == 0 && recovery.altered == 0;
+}
+
+// Returns whether nothing was missed or altered.
+bool run_all(const std::string& program, const std::string& sound) {
+  const StorePages messages = store_pages(sound, "t_message");
+  std::printf(
+      "| Damage | Pages | Best possible | Recovered | Said lost | Lost | Doubtful | Missed | "
+      "Altered | Seconds |\n|---|---|---|---|---|---|---|---|---|---|\n");
+  bool is_best = true;
+  unsigned seed = 0;
+  for (const Trial& trial : trials(messages)) {
+    Case damaged;
+    damaged.name = trial.name;
+    damaged.content = read_file(sound);
+    Random random(++seed);
+    const BadPages bad = trial.damage(damaged.content, random);
+    damaged.bad_pages = bad.size();
+    damaged.best = rows_beside(messages, bad);
+    is_best = run_case(damaged, program, sound) && is_best;
+  }
+  for (const Case& damaged : log_cases(sound)) {
+    is_best = run_case(damaged, program, sound) && is_best;
+  }
+  return is_best;
 }
 
 }  // namespace
@@ -235,27 +270,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    const std::string sound = std::string(argv[2]) + "/corvan";
-    const StorePages messages = store_pages(sound, "t_message");
-    std::printf(
-        "| Damage | Pages | Best possible | Recovered | Said lost | Lost | Doubtful | Missed | "
-        "Altered | Seconds |\n|---|---|---|---|---|---|---|---|---|---|\n");
-    bool is_best = true;
-    unsigned seed = 0;
-    for (const Trial& trial : trials(messages)) {
-      Case damaged;
-      damaged.name = trial.name;
-      damaged.content = read_file(sound);
-      Random random(++seed);
-      const BadPages bad = trial.damage(damaged.content, random);
-      damaged.bad_pages = bad.size();
-      damaged.best = rows_beside(messages, bad);
-      is_best = run_case(damaged, argv[1], sound) && is_best;
-    }
-    for (const Case& damaged : log_cases(sound)) {
-      is_best = run_case(damaged, argv[1], sound) && is_best;
-    }
-    return is_best ? 0 : 1;
+    return run_all(argv[1], std::string(argv[2]) + "/corvan") ? 0 : 1;
   } catch (const std::exception& error) {
     std::cerr << "salvage_trials: " << error.what() << '\n';
     return 2;

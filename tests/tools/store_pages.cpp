@@ -28,8 +28,8 @@ StorePages store_pages(const std::string& file, const std::string& table) {
   for (const std::string& id : rows(file, "select rowid from " + table + " order by rowid")) {
     ids.push_back(std::stoll(id));
   }
-  // A path names a page by the places of its parents, a continuation by its leaf's path and the
-  // place of its row there: sorted by it, leaves come in the order of their rows.
+  // A page's path consists of the places of its parents, so leaves sorted by path are in the order
+  // of their rows. The path of an overflow page is its leaf's path and the place of its row there.
   std::size_t next = 0;
   std::vector<int64_t> on_leaf;
   for (const std::string& row :
@@ -52,7 +52,7 @@ StorePages store_pages(const std::string& file, const std::string& table) {
       pages.rows[number] = {on_leaf.at(place)};
     }
   }
-  if (next != ids.size()) throw std::runtime_error("dbstat does not tell of every row");
+  if (next != ids.size()) throw std::runtime_error("dbstat does not list every row");
   return pages;
 }
 

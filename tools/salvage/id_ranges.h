@@ -1,4 +1,4 @@
-// Ranges of row ids.
+// Sets of row ids, held as ranges.
 
 #ifndef TOOLS_SALVAGE_ID_RANGES_H_
 #define TOOLS_SALVAGE_ID_RANGES_H_
@@ -6,15 +6,23 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <utility>
 
 namespace corvan_tool {
 
-// Row ids behind the first up to the second.
+// The ids above the first number, up to and including the second.
 using IdRange = std::pair<std::int64_t, std::int64_t>;
 
-// Ranges that are joined where they meet, however many are added.
+constexpr IdRange kAllIds = {std::numeric_limits<std::int64_t>::min(),
+                             std::numeric_limits<std::int64_t>::max()};
+
+inline bool is_within(std::int64_t id, const IdRange& range) {
+  return id > range.first && id <= range.second;
+}
+
+// Adjacent and overlapping ranges are joined.
 class IdRanges {
  public:
   void add(IdRange range) {
@@ -35,12 +43,12 @@ class IdRanges {
 
   bool empty() const { return ends_.empty(); }
 
-  // In order, apart from each other.
+  // In ascending order, with gaps between them.
   auto begin() const { return ends_.begin(); }
   auto end() const { return ends_.end(); }
 
  private:
-  std::map<std::int64_t, std::int64_t> ends_;  // of each range, by what it begins behind
+  std::map<std::int64_t, std::int64_t> ends_;  // first to second number of each range
 };
 
 }  // namespace corvan_tool

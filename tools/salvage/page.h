@@ -1,4 +1,4 @@
-// The pages and records of SQLite's file format, read without trusting a byte of them.
+// The pages of SQLite's file format, parsed without trusting a byte of them.
 
 #ifndef TOOLS_SALVAGE_PAGE_H_
 #define TOOLS_SALVAGE_PAGE_H_
@@ -11,16 +11,9 @@
 
 namespace corvan_tool {
 
-using PageNumber = std::uint32_t;  // the first page is 1; 0 is none
+using PageNumber = std::uint32_t;  // counts from 1; 0 is no page
 
-constexpr std::size_t kFileHeader = 100;  // at the start of the first page
-
-// The unsigned number in `count` bytes, the highest first. They must be within `bytes`.
-std::uint64_t number_at(std::string_view bytes, std::size_t at, std::size_t count);
-
-// A number of variable length, which `at` then stands behind; nothing when it does not end within
-// `bytes`.
-std::optional<std::uint64_t> take_number(std::string_view bytes, std::size_t& at);
+constexpr std::size_t kFileHeader = 100;  // bytes at the start of page 1
 
 enum class PageType : std::uint8_t {
   kIndexInner = 2,
@@ -36,44 +29,33 @@ constexpr bool is_table(PageType type) {
   return type == PageType::kTableInner || type == PageType::kTableLeaf;
 }
 
-// One entry of a page. What a page of its type does not have is 0.
+// One entry of a page. Members that the page's type does not have are 0.
 struct Cell {
   PageNumber child = 0;         // inner pages
-  std::int64_t key = 0;         // tables: the row id; on inner pages the largest below `child`
-  std::uint64_t size = 0;       // of the record
-  std::size_t at = 0;           // where the part of the record lies that the page holds
-  std::size_t held = 0;         // its length
-  PageNumber continuation = 0;  // the page that the rest begins on; 0 when there is no rest
+  std::int64_t key = 0;         // tables: the row id; on inner pages the largest one below `child`
+  std::uint64_t size = 0;       // of the whole record
+  std::size_t at = 0;           // where the record begins on the page
+  std::size_t held = 0;         // how many bytes of it are on the page
+  PageNumber continuation = 0;  // the overflow page with the rest; 0 if there is no rest
 };
 
 struct Page {
   PageType type = PageType::kTableLeaf;
-  std::vector<Cell> cells;    // in the page's order, without those that lie outside of it
+  std::vector<Cell> cells;    // in the page's order, without cells that leave the page
   PageNumber last_child = 0;  // inner pages
-  // Every cell is within the page, and cells and free space fill it exactly.
+  // All cells are within the page, and cells and free space fill it exactly.
   bool sound = false;
 };
 
-// Nothing when `bytes` is no page of a tree. `usable` is the page's size without what is reserved
-// at its end. Of a page that was cut off, `bytes` is what is there: cells beyond are left out, and
-// the page is not sound.
+// Nothing if `bytes` is not a page of a tree. `usable` is the page size without the bytes reserved
+// at the page's end. If the page was cut off, `bytes` is what is left of it: cells beyond it are
+// left out, and the page is not sound.
 std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool is_first);
 
-// A value of a record.
-struct Value {
-  enum Kind { kNull, kInteger, kReal, kText, kBlob };
-  Kind kind = kNull;
-  std::int64_t integer = 0;  // of kReal: its bits
-  std::string_view bytes;    // of kText and kBlob, within the record
-};
-
-// The values of a record of `size` bytes, of which `record` has at least the header; what lies
-// beyond it is cut off. False when it is no record, or its values do not fill it; `values` is then
-// undefined.
-bool parse_record(std::string_view record, std::uint64_t size, std::vector<Value>& values);
-
-// The positions in `keys` that have to be left out for the rest to rise: the fewest.
-std::vector<std::size_t> out_of_order(const std::vector<std::int64_t>& keys);
+// The part of the cell's record that is on its page.
+inline std::string_view held_part(std::string_view page, const Cell& cell) {
+  return page.substr(cell.at, cell.held);
+}
 
 }  // namespace corvan_tool
 

@@ -4,86 +4,69 @@
 
 namespace corvan_tool {
 
-PageSet::PageSet(std::vector<PageRange> ranges) {
-  std::sort(ranges.begin(), ranges.end(),
-            [](const PageRange& a, const PageRange& b) { return a.first < b.first; });
-  for (const PageRange& range : ranges) {
-    if (!ranges_.empty() && range.first <= ranges_.back().last + std::uint64_t{1}) {
-      ranges_.back().last = std::max(ranges_.back().last, range.last);
-    } else {
-      ranges_.push_back(range);
-    }
+PageMap::PageMap(const DamagedFile& file)
+    : file_(file),
+      uses_(file.pages_there().count(), Use::kUnknown),
+      readings_(file.pages_there().count(), 0) {}
+
+PageMap::Use PageMap::use(PageNumber page) const {
+  if (const auto place = file_.pages_there().place_of(page)) return uses_[*place];
+  const auto found = hole_uses_.find(page);
+  return found == hole_uses_.end() ? Use::kUnknown : found->second;
+}
+
+void PageMap::set_use(PageNumber page, Use use) {
+  if (const auto place = file_.pages_there().place_of(page)) {
+    uses_[*place] = use;
+  } else if (page <= file_.pages_in_file()) {
+    hole_uses_[page] = use;
   }
-  for (const PageRange& range : ranges_) {
-    before_.push_back(count_);
-    count_ += static_cast<std::size_t>(range.last - range.first) + 1;
+}
+
+bool PageMap::may_read(PageNumber page, PageNumber parent, const std::string& what) {
+  const auto place = file_.pages_there().place_of(page);
+  if (place && uses_[*place] != Use::kTree && readings_[*place] < kMostReadings) {
+    ++readings_[*place];
+    return true;
+  }
+  note_unread(page, parent, what);
+  return false;
+}
+
+void PageMap::note_unread(PageNumber page, PageNumber parent, const std::string& what) {
+  note(file_.is_page(page) && use(page) == Use::kTree ? parent : page, parent, what);
+}
+
+void PageMap::note(PageNumber page, PageNumber parent, const std::string& what) {
+  const bool is_there = file_.pages_there().place_of(page).has_value();
+  const bool is_named =
+      is_there || (page > 0 && page <= std::max(file_.page_count(), file_.declared_pages()) &&
+                   noted_missing_ <= file_.pages_there().count() + kSomePages);
+  if (is_named) {
+    bad_.add(page, (file_.is_page(page) ? "" : "beyond the end: ") + what);
+    if (!is_there) ++noted_missing_;
+  } else if (parent > 0) {
+    bad_.add(parent, what + ", damaged in part");
   }
 }
 
-std::optional<std::size_t> PageSet::place_of(PageNumber page) const {
-  const auto after = std::upper_bound(
-      ranges_.begin(), ranges_.end(), page,
-      [](PageNumber wanted, const PageRange& range) { return wanted < range.first; });
-  if (after == ranges_.begin() || page > (after - 1)->last) return std::nullopt;
-  const auto range = static_cast<std::size_t>(after - 1 - ranges_.begin());
-  return before_[range] + (page - ranges_[range].first);
-}
-
-std::vector<PageRange> PageSet::gaps(PageNumber first, PageNumber last) const {
-  std::vector<PageRange> result;
-  std::uint64_t next = first;  // behind what was looked at
-  for (const PageRange& range : ranges_) {
-    if (range.first > last) break;
-    if (range.first > next) result.push_back({static_cast<PageNumber>(next), range.first - 1});
-    next = std::max(next, range.last + std::uint64_t{1});
+void PageMap::note_unknown() {
+  file_.pages_there().each([this](PageNumber page) {
+    if (use(page) == Use::kUnknown) note(page, 0, "not recognised");
+  });
+  if (file_.page_count() == file_.pages_in_file()) return;
+  for (const PageRange& range :
+       file_.pages_there().gaps(file_.pages_in_file() + 1, file_.page_count())) {
+    bad_.add(range, "neither in the file nor in the log");
   }
-  if (next <= last) result.push_back({static_cast<PageNumber>(next), last});
-  return result;
 }
 
-void BadPageList::add(PageNumber page, const std::string& what) {
-  add(PageRange{page, page}, what);
-}
-
-void BadPageList::add(const PageRange& range, const std::string& what) {
-  const auto [text, is_new] = places_.try_emplace(what, static_cast<std::uint32_t>(texts_.size()));
-  if (is_new) texts_.push_back(what);
-  notes_.push_back({range, text->second});
-  constexpr std::size_t kFew = 1000;
-  // Many wrong numbers in a file can name the same page.
-  if (notes_.size() > 2 * tidied_ + kFew) tidy();
-}
-
-void BadPageList::tidy() {
-  std::stable_sort(notes_.begin(), notes_.end(),
-                   [](const Note& a, const Note& b) { return a.range.first < b.range.first; });
-  notes_.erase(std::unique(notes_.begin(), notes_.end(),
-                           [](const Note& a, const Note& b) {
-                             return a.range.first == b.range.first && a.range.last == b.range.last;
-                           }),
-               notes_.end());
-  tidied_ = notes_.size();
-}
-
-std::vector<BadPages> BadPageList::list() const {
-  std::vector<Note> notes = notes_;
-  std::stable_sort(notes.begin(), notes.end(),
-                   [](const Note& a, const Note& b) { return a.range.first < b.range.first; });
-  std::vector<BadPages> result;
-  std::uint64_t next = 0;  // behind what is in the result
-  const auto append = [&](std::uint64_t first, std::uint64_t last, const std::string& what) {
-    if (first > last) return;
-    if (!result.empty() && first == next && what == result.back().what) {
-      result.back().last = static_cast<PageNumber>(last);
-    } else {
-      result.push_back({static_cast<PageNumber>(first), static_cast<PageNumber>(last), what});
-    }
-    next = last + 1;
-  };
-  for (const Note& note : notes) {
-    append(std::max<std::uint64_t>(note.range.first, next), note.range.last, texts_[note.what]);
+std::uint64_t PageMap::zero_pages() const {
+  auto count = static_cast<std::uint64_t>(std::count(uses_.begin(), uses_.end(), Use::kZero));
+  for (const PageRange& hole : file_.pages_there().gaps(1, file_.pages_in_file())) {
+    count += hole.last - hole.first + std::uint64_t{1};
   }
-  return result;
+  return count - hole_uses_.size();
 }
 
 }  // namespace corvan_tool

@@ -1,83 +1,61 @@
-// Which pages of a damaged file are there. A number in a header or a log can claim any number of
-// pages; what is kept for each page is kept for those that are there alone.
+// What each page of a damaged file is used for, as far as it is known, and what is wrong with it.
 
 #ifndef TOOLS_SALVAGE_PAGE_MAP_H_
 #define TOOLS_SALVAGE_PAGE_MAP_H_
 
-#include <cstddef>
 #include <cstdint>
-#include <map>
-#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
-#include "tools/salvage/page.h"
+#include "tools/salvage/bad_pages.h"
+#include "tools/salvage/damaged_file.h"
 
 namespace corvan_tool {
 
-struct PageRange {
-  PageNumber first = 0;
-  PageNumber last = 0;
-};
+// How often a page is read because something points to it. In a sound file one pointer leads to
+// each page. In a damaged one wrong pointers and old copies of pages may lead to it as well.
+constexpr std::uint8_t kMostReadings = 16;
 
-// A set of pages, which have places in it from 0 on, in order.
-class PageSet {
+// Added to limits that depend on the file's size, for the sake of small files.
+constexpr std::uint64_t kSomePages = 100;
+
+class PageMap {
  public:
-  PageSet() = default;
-  // Of ranges in any order, which may overlap.
-  explicit PageSet(std::vector<PageRange> ranges);
+  enum class Use : std::uint8_t { kUnknown, kFree, kTree, kOverflow, kRecognised, kZero };
 
-  std::size_t count() const { return count_; }
-  std::optional<std::size_t> place_of(PageNumber page) const;
+  // The file must live longer.
+  explicit PageMap(const DamagedFile& file);
 
-  // Apart from each other, and in order.
-  const std::vector<PageRange>& ranges() const { return ranges_; }
-  // The ranges from `first` to `last` that are not in the set.
-  std::vector<PageRange> gaps(PageNumber first, PageNumber last) const;
+  Use use(PageNumber page) const;
+  void set_use(PageNumber page, Use use);
 
-  // Calls `visit` with each page, in order.
-  template <typename Visit>
-  void each(const Visit& visit) const {
-    for (const PageRange& range : ranges_) {
-      for (std::uint64_t page = range.first; page <= range.last; ++page) {
-        visit(static_cast<PageNumber>(page));
-      }
-    }
-  }
+  // Whether to read a page that `parent` points to: it exists, it has not been read as part of a
+  // tree, and it has not been read kMostReadings times. Counts the reading. If not, notes it as
+  // `what`.
+  bool may_read(PageNumber page, PageNumber parent, const std::string& what);
+
+  // Notes what is wrong with a page, or with its parent if there is no such page. A parent of 0
+  // means none.
+  void note(PageNumber page, PageNumber parent, const std::string& what);
+  // Notes a page that could not be read from `parent`. If another page also points to it and it was
+  // read from there, the fault is the parent's.
+  void note_unread(PageNumber page, PageNumber parent, const std::string& what);
+  // Notes pages that are still unknown, and those that neither the file nor the log has.
+  void note_unknown();
+
+  // In ascending order.
+  std::vector<BadPages> bad_pages() const { return bad_.list(); }
+  // Pages of zeros that nothing points to: free or lost.
+  std::uint64_t zero_pages() const;
 
  private:
-  std::vector<PageRange> ranges_;
-  std::vector<std::size_t> before_;  // how many pages come before each range
-  std::size_t count_ = 0;
-};
-
-// Pages one after the other that are bad for the same reason.
-struct BadPages {
-  PageNumber first = 0;
-  PageNumber last = 0;
-  std::string what;
-};
-
-// What is wrong with pages. Of several faults of a page the first that was added counts.
-class BadPageList {
- public:
-  void add(PageNumber page, const std::string& what);
-  void add(const PageRange& range, const std::string& what);
-
-  // In order.
-  std::vector<BadPages> list() const;
-
- private:
-  struct Note {
-    PageRange range;
-    std::uint32_t what = 0;  // its place in texts_
-  };
-  void tidy();
-
-  std::vector<Note> notes_;
-  std::size_t tidied_ = 0;  // notes left by the last tidy()
-  std::vector<std::string> texts_;
-  std::map<std::string, std::uint32_t> places_;  // of the texts
+  const DamagedFile& file_;
+  std::vector<Use> uses_;                          // by place in pages_there()
+  std::vector<std::uint8_t> readings_;             // likewise
+  std::unordered_map<PageNumber, Use> hole_uses_;  // of pages in holes of the file
+  BadPageList bad_;
+  std::uint64_t noted_missing_ = 0;  // notes in bad_ about pages that do not exist
 };
 
 }  // namespace corvan_tool

@@ -1,9 +1,8 @@
-// The store that salvaged rows come into.
+// The new store, which salvaged rows are put into.
 
 #ifndef TOOLS_SALVAGE_RESCUED_STORE_H_
 #define TOOLS_SALVAGE_RESCUED_STORE_H_
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -11,102 +10,77 @@
 #include <string>
 #include <vector>
 
-#include "tools/salvage/id_ranges.h"
-#include "tools/salvage/tables.h"
-#include "tools/store/connection.h"
-#include "tools/store/pending_output.h"
+#include "tools/salvage/coverage.h"
+#include "tools/salvage/doubt.h"
+#include "tools/salvage/known_schema.h"
+#include "tools/salvage/losses.h"
+#include "tools/salvage/record.h"
+#include "tools/salvage/rescue_file.h"
+#include "tools/salvage/row_statements.h"
 
 namespace corvan_tool {
 
-// A row as a page has it.
+// A row found on a page.
 struct FoundRow {
   std::int64_t id = 0;
   const std::vector<Value>* values = nullptr;  // of its table's shape
   Doubt doubt = Doubt::kNone;
-  bool is_reached = false;  // the tree of its table leads to its page
-  bool is_in_log = false;   // its page was taken from the log
+  bool is_reached = false;  // its table's tree leads to the page
+  bool is_in_log = false;   // the page is from the log
 };
 
-// What is known about a table before its losses are counted.
-struct TableState {
-  bool is_whole = false;       // every page of its tree was read without a fault
-  bool has_all_names = false;  // and every page of an index with all its rows
-  IdRanges missing;            // ids that were on pages that cannot be read
-};
-
-// What came of a table's rows.
-struct TableResult {
-  std::int64_t recovered = 0;
-  std::int64_t from_log = 0;  // of them, from pages in the log
-  std::int64_t lost = 0;      // at least
-  std::optional<std::int64_t> lost_at_most;
-  std::array<std::int64_t, kDoubts> doubtful = {};
-  std::int64_t taken = 0;  // doubtful rows that were taken all the same
-  std::int64_t made = 0;   // rows made from what else is known
-
-  std::int64_t all_doubtful() const;
-};
-
-// Rows are given to it in any order, those of reached pages before the others. Throws ToolError
-// when a file cannot be written.
-class SalvageStore {
+// Throws ToolError if a file cannot be written.
+class RescuedStore {
  public:
-  // Makes an empty store in `folder`, which is called `name` in errors.
-  SalvageStore(const SalvageSchema& schema, const std::string& folder, std::string name);
-  ~SalvageStore();
+  // Creates an empty store in `folder`, which is called `name` in errors.
+  RescuedStore(const KnownSchema& schema, const std::string& folder, const std::string& name);
 
+  // Adds a row. Rows of pages that a tree leads to must come before all others; otherwise the order
+  // does not matter.
   void add(std::size_t table, const FoundRow& row);
 
-  // An index or a page says that there was a row of this id. It is lost when none was added in the
-  // end, unless the tree was read where it would be.
+  // Notes that an index or a page names a row. The row is lost if it is not added, unless the part
+  // of the tree where it would be was read.
   void name(std::size_t table, std::int64_t row_id);
-  // The same of an entry of an index.
-  void name(const SalvageIndex& index, const std::vector<Value>& values);
+  // The same for an index entry. Conversations can be made from such entries.
+  void name(const KnownIndex& index, const std::vector<Value>& values);
 
-  // The largest message id given so far, as the damaged file has it; several calls mean the
-  // largest.
+  // Notes the largest message id given so far. The largest of all calls counts.
   void set_sequence(std::int64_t largest_id);
 
-  // Settles what is doubtful, makes the rows that can be made, and finishes the file. `states` has
-  // one entry a table, as the result. After a loss that has no bound the result has none either.
-  std::vector<TableResult> finish(const std::vector<TableState>& states, bool with_doubtful,
-                                  bool is_bounded);
+  // Settles doubtful rows, counts losses, makes rows that can be made, and finishes the file.
+  // Returns a result for each table. If losses are unbounded, as after lost commits, lost_at_most
+  // is not set.
+  std::vector<TableResult> finish(const Coverage& coverage, bool with_doubtful, bool is_bounded);
 
-  // After finish(): the largest message id given so far; nothing when there was none.
+  // After finish(): the largest message id given so far; nothing if there is none.
   std::optional<std::int64_t> sequence() const { return sequence_; }
 
  private:
-  class Statement;
-  struct Tables;
+  struct Statements {
+    std::vector<std::unique_ptr<RowStatements>> tables;
+    std::vector<std::unique_ptr<RowStatement>> indexes;  // null if only row ids are kept
+  };
 
-  [[noreturn]] void fail(const std::string& why) const;
-  void run(const std::string& sql) const;
-  std::int64_t number(const std::string& sql) const;
+  void prepare_file();
+  void prepare_statements();
+  std::vector<const Value*> column_values(std::size_t table, const FoundRow& row) const;
   void add_doubtful(std::size_t table, const FoundRow& row, Doubt doubt);
+  bool has_version(std::size_t table, std::int64_t id);
   void settle_conflict(std::size_t table, const FoundRow& row);
-  void settle_doubtful(std::size_t table, const TableState& state);
-  void forget_false_names(std::size_t table, const TableState& state) const;
-  std::int64_t largest_named() const;
-  std::int64_t count_lost(std::size_t table) const;
-  void count(std::size_t table, const TableState& state, TableResult& result);
-  std::optional<std::int64_t> lost_at_most(std::size_t table, const TableState& state) const;
-  std::int64_t take_doubtful(std::size_t table);
-  std::int64_t make_sessions(const TableState& state, std::int64_t& lost);
-  std::int64_t known_largest_id() const;
-  std::int64_t make_version();
-  void write_sequence();
+  std::int64_t find_conflicting(std::size_t table, const FoundRow& row);
+  void make_rows(const Coverage& coverage);
+  void write_sequence(std::int64_t largest_known_id);
   void close_file();
 
-  const SalvageSchema& schema_;
-  const std::string name_;
-  std::unique_ptr<Connection> connection_;
-  std::vector<std::string> index_statements_;
+  const KnownSchema& schema_;
+  std::unique_ptr<RescueFile> file_;           // null once the file is finished
+  std::vector<std::string> index_statements_;  // indexes are created last, which is faster
   std::string version_;
-  std::unique_ptr<Tables> tables_;
+  Statements statements_;
   std::vector<TableResult> results_;
-  std::vector<bool> has_versions_;  // tables with rows of kVersions
+  std::vector<bool> has_versions_;  // tables with rows of Doubt::kVersions
   std::optional<std::int64_t> sequence_;
-  bool is_bounded_ = true;  // as finish() was told
 };
 
 }  // namespace corvan_tool

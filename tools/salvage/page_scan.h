@@ -1,0 +1,43 @@
+// Pages that no tree leads to.
+
+#ifndef TOOLS_SALVAGE_PAGE_SCAN_H_
+#define TOOLS_SALVAGE_PAGE_SCAN_H_
+
+#include <string_view>
+
+#include "tools/salvage/coverage.h"
+#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/known_schema.h"
+#include "tools/salvage/page_map.h"
+#include "tools/salvage/row_reader.h"
+#include "tools/ui/progress.h"
+
+namespace corvan_tool {
+
+class PageScan {
+ public:
+  // All of them must live longer.
+  PageScan(const DamagedFile& file, const KnownSchema& schema, const Coverage& coverage,
+           RowReader& rows, PageMap& pages, Progress& progress);
+
+  // Reads the free pages and those that are still unknown.
+  void scan_file();
+  // Reads the log's pages of lost commits.
+  void scan_lost_commits();
+
+ private:
+  void scan(PageNumber number, std::string_view bytes);
+  void scan_leaf(const Leaf& leaf, bool is_free);
+  void scan_index_page(const Page& page, std::string_view bytes);
+
+  const DamagedFile& file_;
+  const KnownSchema& schema_;
+  const Coverage& coverage_;
+  RowReader& rows_;
+  PageMap& pages_;
+  Progress& progress_;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_SALVAGE_PAGE_SCAN_H_

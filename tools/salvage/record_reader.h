@@ -1,0 +1,43 @@
+// Records that continue on overflow pages.
+
+#ifndef TOOLS_SALVAGE_RECORD_READER_H_
+#define TOOLS_SALVAGE_RECORD_READER_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/page_map.h"
+#include "tools/ui/progress.h"
+
+namespace corvan_tool {
+
+// Whether a tree leads to a cell's page. Overflow pages belong to one row: a row that a tree leads
+// to may not take those of another row, and other rows may share theirs.
+enum class Origin { kTree, kUnreached };
+
+class RecordReader {
+ public:
+  // All of them must live longer.
+  RecordReader(const DamagedFile& file, PageMap& pages, Progress& progress);
+
+  // Reads a cell's whole record, and marks the overflow pages that it takes. Returns false, and
+  // notes the page at fault, if the overflow pages cannot be those of this record.
+  bool read(std::string_view page, const Cell& cell, Origin origin, std::string& record);
+
+ private:
+  bool append(std::uint64_t size, PageNumber next, Origin origin, std::string& record,
+              std::vector<PageNumber>& chain);
+  bool is_taken(PageNumber page, Origin origin) const;
+
+  const DamagedFile& file_;
+  PageMap& pages_;
+  Progress& progress_;
+  std::uint64_t readings_left_;  // of overflow pages; wrong pointers could cause any number
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_SALVAGE_RECORD_READER_H_

@@ -1,0 +1,55 @@
+// Passes the rows and index entries of pages on to the new store.
+
+#ifndef TOOLS_SALVAGE_ROW_READER_H_
+#define TOOLS_SALVAGE_ROW_READER_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/salvage/coverage.h"
+#include "tools/salvage/known_schema.h"
+#include "tools/salvage/record_reader.h"
+#include "tools/salvage/rescued_store.h"
+#include "tools/salvage/tree_walk.h"
+
+namespace corvan_tool {
+
+class RowReader {
+ public:
+  // All of them must live longer.
+  RowReader(const DamagedFile& file, const KnownSchema& schema, RecordReader& records,
+            Coverage& coverage, RescuedStore& store);
+
+  // Reads the rows of a leaf that the table's tree leads to. Returns false if the leaf is not of
+  // this table, or of another place in its tree.
+  bool read_leaf(std::size_t table, const Leaf& leaf);
+
+  // Reads the rows of a leaf that was recognised by its shape, with a doubt that all of them have.
+  void read_unreached_leaf(std::size_t table, const Leaf& leaf, Doubt doubt);
+
+  // Reads the entries of a page of an index. Returns whether all could be read. Without an index
+  // the overflow pages are marked as taken, and nothing else is done.
+  bool read_entries(const Page& page, std::string_view bytes, const KnownIndex* index);
+
+ private:
+  void add_rows(std::size_t table, const Leaf& leaf, Origin origin, Doubt doubt);
+  void add_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin, Doubt doubt);
+  bool read_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin);
+  void lose_row(std::size_t table, const Cell& cell);
+  void read_sequence(std::string_view record);
+
+  const DamagedFile& file_;
+  const KnownSchema& schema_;
+  RecordReader& records_;
+  Coverage& coverage_;
+  RescuedStore& store_;
+  // The row that read_row() has read.
+  std::string record_;
+  std::vector<Value> values_;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_SALVAGE_ROW_READER_H_

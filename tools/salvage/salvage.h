@@ -1,0 +1,93 @@
+// Brings what can still be read of a damaged store into a new one.
+//
+//  1. Open the file and its write-ahead log. Committed pages of the log take the place of the
+//     file's pages.                                                       damaged_file, wal
+//  2. Make an empty store for the rows.                                   rescued_store
+//  3. Mark the pages that the file lists as free.                         free_pages
+//  4. Read the file's schema: the roots of its trees.                     file_schema
+//  5. Follow the tree of each table as far as it leads, and add its rows. Note the row ids whose
+//     pages cannot be read.                                               tree_walk, row_reader
+//  6. Follow the indexes of the tables that are not whole. Their entries name rows, which are
+//     lost if they are not found.                                         tree_walk, row_reader
+//  7. Look at every page that nothing leads to. Recognise rows and entries by the number and types
+//     of their columns.                                                   page_scan, recognise
+//  8. Do the same with the log's pages of lost commits; their rows are doubtful.
+//  9. Settle doubtful rows, count what is lost, and make conversations whose rows are lost from
+//     index entries and messages.                                         losses, made_rows
+// 10. Give the new store its name, if a row was recovered.
+//
+// No number in the file is trusted. Memory, time and output are bounded by the bytes that exist.
+
+#ifndef TOOLS_SALVAGE_SALVAGE_H_
+#define TOOLS_SALVAGE_SALVAGE_H_
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "tools/salvage/coverage.h"
+#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/file_schema.h"
+#include "tools/salvage/known_schema.h"
+#include "tools/salvage/page_map.h"
+#include "tools/salvage/page_scan.h"
+#include "tools/salvage/record_reader.h"
+#include "tools/salvage/report.h"
+#include "tools/salvage/rescued_store.h"
+#include "tools/salvage/row_reader.h"
+#include "tools/salvage/tree_walk.h"
+#include "tools/store/pending_output.h"
+#include "tools/ui/progress.h"
+
+namespace corvan_tool {
+
+struct SalvageOptions {
+  std::string damaged;  // a store's folder, or its file under any name
+  std::string folder;   // of the new store
+  bool doubtful = false;
+  bool without_log = false;
+  bool json = false;
+};
+
+// Used once.
+class Salvage {
+ public:
+  // Throws ToolError if the file cannot be opened or the new store cannot be made.
+  explicit Salvage(const SalvageOptions& options);
+
+  // Throws ToolError if the file changes meanwhile, or the new store cannot be written.
+  SalvageReport run();
+
+ private:
+  void follow_tables();
+  void follow_table(const Tree& tree, std::vector<bool>& is_found);
+  void miss_table(std::size_t table);
+  void follow_indexes();
+  void follow_index(const Tree& tree);
+  void require_unchanged() const;
+  SalvageReport finish();
+  void keep(SalvageReport& report);
+
+  const std::chrono::steady_clock::time_point start_;
+  const SalvageOptions options_;
+  const std::string path_;  // of the damaged file
+  const DamagedFile file_;
+  const KnownSchema known_;
+  Unfinished made_;
+  RescuedStore store_;
+
+  PageMap pages_;
+  Progress progress_;
+  Coverage coverage_;
+  RecordReader records_;
+  RowReader rows_;
+  TreeWalk trees_;
+  PageScan scan_;
+  FileSchema schema_;
+  std::vector<std::string> left_out_;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_SALVAGE_SALVAGE_H_
