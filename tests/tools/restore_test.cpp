@@ -8,7 +8,7 @@
 
 #include "tests/tools/export_sample.h"
 #include "tests/tools/program.h"
-#include "tools/export/records.h"
+#include "tools/store/export_format.h"
 
 namespace corvan_test {
 namespace {

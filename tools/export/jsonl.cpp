@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tools/export/lines.h"
-#include "tools/export/records.h"
+#include "tools/store/export_format.h"
 #include "tools/store/schema.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"

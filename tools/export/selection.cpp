@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/export/records.h"
+#include "tools/store/export_format.h"
 #include "tools/store/schema.h"
 #include "tools/ui/error.h"
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/export/html/page_plan.h"
+#include "tools/export/html/markup.h"
 #include "tools/export/html/text.h"
 #include "tools/ui/names.h"
 #include "tools/ui/table.h"

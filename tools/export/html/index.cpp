@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tools/export/html/conversation.h"
-#include "tools/export/html/page_plan.h"
+#include "tools/export/html/markup.h"
 #include "tools/export/html/text.h"
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"

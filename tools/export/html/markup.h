@@ -1,7 +1,7 @@
 // What all pages of an export have in common.
 
-#ifndef TOOLS_EXPORT_HTML_PAGE_PLAN_H_
-#define TOOLS_EXPORT_HTML_PAGE_PLAN_H_
+#ifndef TOOLS_EXPORT_HTML_MARKUP_H_
+#define TOOLS_EXPORT_HTML_MARKUP_H_
 
 #include <cstdint>
 #include <ctime>
@@ -62,4 +62,4 @@ std::string counted(int64_t count, const std::string& what);
 
 }  // namespace corvan_tool
 
-#endif  // TOOLS_EXPORT_HTML_PAGE_PLAN_H_
+#endif  // TOOLS_EXPORT_HTML_MARKUP_H_

@@ -10,8 +10,8 @@
 //   {"integer": 1}          a whole number in a column of text
 //   {"real": "..."}         a floating-point number, in as many digits as it takes
 
-#ifndef TOOLS_EXPORT_RECORDS_H_
-#define TOOLS_EXPORT_RECORDS_H_
+#ifndef TOOLS_STORE_EXPORT_FORMAT_H_
+#define TOOLS_STORE_EXPORT_FORMAT_H_
 
 #include <sqlite3.h>
 
@@ -74,4 +74,4 @@ const char* class_of(const Json& value, const ExportColumn& column);
 
 }  // namespace corvan_tool
 
-#endif  // TOOLS_EXPORT_RECORDS_H_
+#endif  // TOOLS_STORE_EXPORT_FORMAT_H_

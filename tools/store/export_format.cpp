@@ -1,4 +1,4 @@
-#include "tools/export/records.h"
+#include "tools/store/export_format.h"
 
 #include <array>
 #include <cstdio>

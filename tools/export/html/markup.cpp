@@ -1,4 +1,4 @@
-#include "tools/export/html/page_plan.h"
+#include "tools/export/html/markup.h"
 
 #include <array>
 
