@@ -131,8 +131,7 @@ TEST_F(CollationTest, AnIdInAnotherCaseNamesNoConversation) {
   ignore_case();
   expect_refused({"ROOM", "--format", "csv"},
                  file() +
-                     ": no conversation \"ROOM\"; 'corvan list' shows the conversations that there "
-                     "are\n");
+                     ": no conversation \"ROOM\"; 'corvan list' shows all conversations\n");
 }
 
 TEST_F(CollationTest, SearchAndStatsKeepConversationsApart) {

@@ -290,10 +290,10 @@ TEST_F(ExportTest, ConversationsAreChosenByIdAndKind) {
 
 TEST_F(ExportTest, AnIdWithoutAConversationIsAnError) {
   import_sample();
-  const std::string why = "; 'corvan list' shows the conversations that there are\n";
+  const std::string why = "; 'corvan list' shows all conversations\n";
   expect_refused({"no'one", "--format", "csv"}, file() + ": no conversation \"no'one\"" + why);
   expect_refused({"u02", "--type", "group", "--format", "html", "--output", folder.file("out")},
-                 file() + ": no conversation \"u02\" of the kinds named" + why);
+                 file() + ": no conversation \"u02\" of these types" + why);
 }
 
 TEST_F(ExportTest, MessagesWithoutAConversationAreExported) {
@@ -332,7 +332,7 @@ TEST_F(ExportTest, RowsThatAnIndexLacksAreNotLost) {
   hide_from_indexes("t_message",
                     "insert into t_message(id,session_id,session_type) values(7,'room',2)");
   const std::string why =
-      " are missing from an index, and would be from the export; see 'corvan check'; "
+      " are missing from an index, and would be missing from the export; see 'corvan check'; "
       "--format jsonl reads the tables alone\n";
   for (const std::string format : {"csv", "html"}) {
     expect_refused({"--format", format, "--output", folder.file("out")},

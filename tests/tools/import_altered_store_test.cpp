@@ -51,7 +51,7 @@ TEST_F(ImportIntoAlteredStore, MessageThatATriggerDropsEndsTheImport) {
   const Outcome outcome = import_text(word("a") + word("b") + word("spam") + word("c"));
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + place(3) + kNotKept + "; nothing was stored from " +
-                             place(1) + " on; --skip-bad passes over such lines\n");
+                             place(1) + " on; --skip-bad skips such lines\n");
   EXPECT_EQ(counts(outcome), "0 stored, 0 completed, 0 refused, 0 bad");
   EXPECT_EQ(contents(), Rows{});
   EXPECT_EQ(sessions(), Rows{});

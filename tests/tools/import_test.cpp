@@ -306,7 +306,7 @@ TEST_F(ImportTest, UnknownKeysAreNamedOnce) {
       {"--batch", "1"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(counts(outcome), "3 stored, 0 completed, 0 refused, 0 bad");
-  const std::string rest = " is passed over, here and further on\n";
+  const std::string rest = " is ignored, here and in later lines\n";
   EXPECT_EQ(outcome.err, "corvan: " + log() + ":1: unknown key \"colour\"" + rest +
                              "corvan: " + log() + ":2: unknown key \"mood\\n\"" + rest);
 }
@@ -381,7 +381,7 @@ TEST_F(ImportTest, AFileIsNoFolder) {
   const std::string path = write("file", "text");
   const Outcome outcome = run({"import", path, "--user", "me", "-"}, numbered(1));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + path + ": is no folder; name the store's\n");
+  EXPECT_EQ(outcome.err, "corvan: " + path + ": is not a folder; name the store's folder\n");
   EXPECT_EQ(read_file(path), "text");
 }
 

@@ -8,7 +8,7 @@
 
 #include "tests/tools/export_sample.h"
 #include "tests/tools/program.h"
-#include "tools/store/export_format.h"
+#include "tools/import/record_value.h"
 
 namespace corvan_test {
 namespace {
@@ -238,7 +238,7 @@ TEST_F(RestoreTest, EachLineIsChecked) {
       {3, "\"sent_time\":1700000000000", R"("sent_time":{"text":"12"})",
        "field \"sent_time\": the column cannot hold this: it becomes integer" + source},
       {3, "\"sent_time\":1700000000000", R"("sent_time":{"real":"0.10"})",
-       "field \"sent_time\": \"real\" is no floating-point number as an export writes it"},
+       "field \"sent_time\": \"real\" is not a floating-point number as an export writes it"},
       {3, "\"id\":1", "\"id\":null", "field \"id\": must be a whole number"},
       {4, "\"id\":2", "\"id\":1",
        "an earlier line has the same key (UNIQUE constraint failed: t_message.id)" + source},

@@ -8,8 +8,9 @@
 
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
+#include "tools/export/csv.h"
 #include "tools/export/html/index.h"
-#include "tools/export/lines.h"
+#include "tools/export/jsonl.h"
 #include "tools/export/output.h"
 #include "tools/export/selection.h"
 #include "tools/store/pending_output.h"

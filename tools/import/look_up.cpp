@@ -1,5 +1,9 @@
 #include "tools/import/look_up.h"
 
+#include <fmt/format.h>
+
+#include <iterator>
+
 #include "tools/store/connection.h"
 
 namespace corvan_tool {
@@ -55,8 +59,8 @@ std::string row_text(sqlite3_stmt* row) {
   std::string text;
   for (int i = 0; i < sqlite3_column_count(row); ++i) {
     const std::string value = text_at(row, i);
-    text += std::to_string(sqlite3_column_type(row, i)) + ' ' + std::to_string(value.size()) + ' ' +
-            value;
+    fmt::format_to(std::back_inserter(text), "{} {} {}", sqlite3_column_type(row, i), value.size(),
+                   value);
   }
   return text;
 }

@@ -1,0 +1,87 @@
+#include "tools/export/records.h"
+
+#include <fmt/compile.h>
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <iterator>
+#include <string_view>
+
+#include "tools/ui/json.h"
+#include "tools/ui/utf8.h"
+
+namespace corvan_tool {
+
+namespace {
+
+std::string to_hex(std::string_view bytes) {
+  constexpr const char* kDigits = "0123456789abcdef";
+  std::string result;
+  result.reserve(2 * bytes.size());
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    result += kDigits[byte >> 4];
+    result += kDigits[byte & 15];
+  }
+  return result;
+}
+
+// A value as an object of one member; `json` is the member's value as JSON.
+std::string wrapped(const char* key, const std::string& json) {
+  return fmt::format(FMT_COMPILE(R"({{"{}":{}}})"), key, json);
+}
+
+// The bytes of a text or a blob. SQLite converts texts of UTF-16 files to UTF-8.
+std::string_view bytes_at(sqlite3_stmt* row, int place) {
+  const void* const bytes = sqlite3_column_type(row, place) == SQLITE_TEXT
+                                ? sqlite3_column_text(row, place)
+                                : sqlite3_column_blob(row, place);
+  if (bytes == nullptr) return "";
+  return {static_cast<const char*>(bytes),
+          static_cast<std::size_t>(sqlite3_column_bytes(row, place))};
+}
+
+// Whether a text must be written as hexadecimal digits. JSON writes a control character as six
+// characters, so a text can be longer in JSON than in digits. The limit for a line in a restore
+// allows for digits only.
+bool needs_hex(std::string_view text) {
+  return text.find('\0') != std::string_view::npos || !is_utf8(text) ||
+         json_growth(text) > text.size();
+}
+
+std::string text_value(std::string_view text, const ExportColumn& column) {
+  if (needs_hex(text)) return wrapped("text_hex", json_text(to_hex(text)));
+  return column.is_text ? json_text(text) : wrapped("text", json_text(text));
+}
+
+std::string value_at(sqlite3_stmt* row, int place, const ExportColumn& column) {
+  switch (sqlite3_column_type(row, place)) {
+    case SQLITE_NULL:
+      return "null";
+    case SQLITE_INTEGER: {
+      const std::string number = fmt::to_string(sqlite3_column_int64(row, place));
+      return column.is_text ? wrapped("integer", number) : number;
+    }
+    case SQLITE_FLOAT:
+      return wrapped("real", json_text(real_text(sqlite3_column_double(row, place))));
+    case SQLITE_BLOB:
+      return wrapped("blob_hex", json_text(to_hex(bytes_at(row, place))));
+    default:
+      return text_value(bytes_at(row, place), column);
+  }
+}
+
+}  // namespace
+
+void write_record(std::string& line, sqlite3_stmt* row, const ExportTable& table) {
+  line.clear();
+  fmt::format_to(std::back_inserter(line), FMT_COMPILE(R"({{"type":"{}")"), table.type);
+  int place = 0;
+  for (const ExportColumn& column : table.columns) {
+    fmt::format_to(std::back_inserter(line), FMT_COMPILE(R"(,"{}":{})"), column.name,
+                   value_at(row, place++, column));
+  }
+  line += "}\n";
+}
+
+}  // namespace corvan_tool
