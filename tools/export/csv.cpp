@@ -156,14 +156,14 @@ std::string text_field(const std::string& stored, CsvRecord& record) {
 }
 
 // A number as it is. Another program may have stored a text instead: that becomes a text field.
-std::string number_field(sqlite3_stmt* row, int place, CsvRecord& record) {
-  const int type = sqlite3_column_type(row, place);
-  const std::string value = text_at(row, place);
+std::string number_field(const Row& row, int place, CsvRecord& record) {
+  const int type = row.type(place);
+  const std::string value = row.text(place);
   return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, record) : value;
 }
 
 template <typename NameOf>
-std::string code_field(sqlite3_stmt* row, int place, CsvRecord& record, const NameOf& name_of) {
+std::string code_field(const Row& row, int place, CsvRecord& record, const NameOf& name_of) {
   const Code code = code_at(row, place);
   return code.number ? name_of(*code.number) : number_field(row, place, record);
 }
@@ -173,12 +173,12 @@ std::string direction_name(int32_t direction) {
   return direction == 1 ? "received" : fmt::to_string(direction);
 }
 
-std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvRecord& record) {
+std::string field_of(const Row& row, const CsvColumn& column, CsvRecord& record) {
   switch (column.meaning) {
     case kKind:
       return code_field(row, column.place, record, kind_name);
     case kTime:
-      return time_text(sqlite3_column_int64(row, column.place));
+      return time_text(row.int64(column.place));
     case kDirection:
       return code_field(row, column.place, record, direction_name);
     case kSentState:
@@ -190,7 +190,7 @@ std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvRecord& reco
     case kText:
       break;
   }
-  return text_field(text_at(row, column.place), record);
+  return text_field(row.text(column.place), record);
 }
 
 std::string headings(CsvReader reader) {
@@ -202,7 +202,7 @@ std::string headings(CsvReader reader) {
   return line + "\r\n";
 }
 
-void set_record(std::string& line, sqlite3_stmt* row, CsvReader reader) {
+void set_record(std::string& line, const Row& row, CsvReader reader) {
   line.clear();
   CsvRecord record = {reader};
   for (const CsvColumn& column : kColumns) {
@@ -231,7 +231,7 @@ void export_csv(const ExportSource& source, ExportOutput& output, CsvReader read
   std::string line;
   source.store().each_row(
       kQuery + where + " order by m.session_id collate binary,m.session_type,m.sent_time,m.id",
-      [&](sqlite3_stmt* row) {
+      [&](const Row& row) {
         set_record(line, row, reader);
         output.write(line);
         ++counts.messages;

@@ -69,7 +69,7 @@ int64_t all_rows(const std::vector<ExportPart>& parts) {
 Json header(const ExportSource& source) {
   Json schema_version;
   source.store().each_row("select database_version from t_version limit 1",
-                          [&](sqlite3_stmt* row) { schema_version = printable(text_at(row, 0)); });
+                          [&](const Row& row) { schema_version = printable(row.text(0)); });
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return {
       {"type", kHeaderType},
@@ -92,7 +92,7 @@ void write_rows(const ExportSource& source, ExportPart& part, ExportOutput& outp
                 Progress& progress) {
   std::string line;
   source.store().each_row("select " + part.columns + part.from + " order by 1",
-                          [&](sqlite3_stmt* row) {
+                          [&](const Row& row) {
                             write_record(line, row, *part.table);
                             output.write(line);
                             ++part.written;

@@ -32,10 +32,9 @@ std::string wrapped(const char* key, const std::string& json) {
 }
 
 // The bytes of a text or a blob. SQLite converts texts of UTF-16 files to UTF-8.
-std::string_view bytes_at(sqlite3_stmt* row, int place) {
-  const void* const bytes = sqlite3_column_type(row, place) == SQLITE_TEXT
-                                ? sqlite3_column_text(row, place)
-                                : sqlite3_column_blob(row, place);
+std::string_view bytes_at(const Row& row, int place) {
+  const void* const bytes = row.type(place) == SQLITE_TEXT ? sqlite3_column_text(row, place)
+                                                           : sqlite3_column_blob(row, place);
   if (bytes == nullptr) return "";
   return {static_cast<const char*>(bytes),
           static_cast<std::size_t>(sqlite3_column_bytes(row, place))};
@@ -54,12 +53,12 @@ std::string text_value(std::string_view text, const ExportColumn& column) {
   return column.is_text ? json_text(text) : wrapped("text", json_text(text));
 }
 
-std::string value_at(sqlite3_stmt* row, int place, const ExportColumn& column) {
-  switch (sqlite3_column_type(row, place)) {
+std::string value_at(const Row& row, int place, const ExportColumn& column) {
+  switch (row.type(place)) {
     case SQLITE_NULL:
       return "null";
     case SQLITE_INTEGER: {
-      const std::string number = fmt::to_string(sqlite3_column_int64(row, place));
+      const std::string number = fmt::to_string(row.int64(place));
       return column.is_text ? wrapped("integer", number) : number;
     }
     case SQLITE_FLOAT:
@@ -73,7 +72,7 @@ std::string value_at(sqlite3_stmt* row, int place, const ExportColumn& column) {
 
 }  // namespace
 
-void write_record(std::string& line, sqlite3_stmt* row, const ExportTable& table) {
+void write_record(std::string& line, const Row& row, const ExportTable& table) {
   line.clear();
   fmt::format_to(std::back_inserter(line), FMT_COMPILE(R"({{"type":"{}")"), table.type);
   int place = 0;

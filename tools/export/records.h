@@ -3,17 +3,16 @@
 #ifndef TOOLS_EXPORT_RECORDS_H_
 #define TOOLS_EXPORT_RECORDS_H_
 
-#include <sqlite3.h>
-
 #include <string>
 
+#include "tools/store/connection.h"
 #include "tools/store/export_format.h"
 
 namespace corvan_tool {
 
 // Replaces `line` by the record of a row, with its line end. The row must have the table's columns
 // in their order.
-void write_record(std::string& line, sqlite3_stmt* row, const ExportTable& table);
+void write_record(std::string& line, const Row& row, const ExportTable& table);
 
 }  // namespace corvan_tool
 

@@ -33,10 +33,10 @@ void add_unknown_objects(const ExportSource& source, const Schema& wanted, Names
   source.store().each_row(
       "select type,name from sqlite_master where name not like 'sqlite\\_%' escape '\\' "
       "or name like 'sqlite\\_stat%' escape '\\' order by type desc,name",
-      [&](sqlite3_stmt* row) {
-        const std::string name = text_at(row, 1);
+      [&](const Row& row) {
+        const std::string name = row.text(1);
         if (wanted.table(name) != nullptr || wanted.index(name) != nullptr) return;
-        names.push_back(text_at(row, 0) + " " + name);
+        names.push_back(row.text(0) + " " + name);
       });
 }
 
@@ -50,8 +50,8 @@ void add_altered_indexes(const Schema& wanted, const Schema& present, Names& nam
 
 void add_unknown_columns(const ExportSource& source, const ExportTable& table, Names& names) {
   source.store().each_row("pragma table_xinfo(" + quoted_name(table.name) + ")",
-                          [&](sqlite3_stmt* row) {
-                            const std::string name = text_at(row, 1);
+                          [&](const Row& row) {
+                            const std::string name = row.text(1);
                             if (is_exported(table, name)) return;
                             names.push_back(fmt::format("column {}.{}", table.name, name));
                           });

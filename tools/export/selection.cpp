@@ -28,12 +28,12 @@ std::string id_condition_of(const std::vector<std::string>& session_ids) {
 
 }  // namespace
 
-Code code_at(sqlite3_stmt* row, int place) {
-  if (sqlite3_column_type(row, place) == SQLITE_INTEGER) {
-    const int64_t number = sqlite3_column_int64(row, place);
+Code code_at(const Row& row, int place) {
+  if (row.type(place) == SQLITE_INTEGER) {
+    const int64_t number = row.int64(place);
     if (number >= INT32_MIN && number <= INT32_MAX) return {static_cast<int32_t>(number), ""};
   }
-  return {std::nullopt, text_at(row, place)};
+  return {std::nullopt, row.text(place)};
 }
 
 std::string quoted_text(const std::string& text) {
@@ -54,7 +54,7 @@ ExportSource::ExportSource(const std::string& folder, const std::vector<std::str
 
 int64_t ExportSource::number(const std::string& sql) const {
   int64_t value = 0;
-  store_.each_row(sql, [&value](sqlite3_stmt* row) { value = sqlite3_column_int64(row, 0); });
+  store_.each_row(sql, [&value](const Row& row) { value = row.int64(0); });
   return value;
 }
 

@@ -60,7 +60,7 @@ struct Code {
   std::optional<int32_t> number;
   std::string text;  // the value, if it is not a whole number of 32 bits
 };
-Code code_at(sqlite3_stmt* row, int place);
+Code code_at(const Row& row, int place);
 
 // A text as an SQL literal.
 std::string quoted_text(const std::string& text);

@@ -52,8 +52,8 @@ void prepare_folder(const std::string& folder) {
 bool are_ids_used_up(const std::string& file) {
   const Connection connection(file, SQLITE_OPEN_READONLY);
   int64_t largest = 0;
-  const auto read = [&largest](sqlite3_stmt* row) {
-    largest = std::max<int64_t>(largest, sqlite3_column_int64(row, 0));
+  const auto read = [&largest](const Row& row) {
+    largest = std::max<int64_t>(largest, row.int64(0));
   };
   connection.each_row("select max(id) from t_message", read);
   connection.each_row(std::string("select seq from sqlite_sequence where name=") + kNameOfMessages,
@@ -184,10 +184,10 @@ void ImportStore::read_rows(const ImportLookUp& look_up) {
 }
 
 bool ImportStore::are_rows_there(const Connection& connection) const {
-  return std::all_of(rows_.begin(), rows_.end(), [&connection](const Row& row) {
+  return std::all_of(rows_.begin(), rows_.end(), [&connection](const StoredRow& row) {
     std::string text;
     const int rc = connection.each_row(
-        kMessageRow, [&text](sqlite3_stmt* found) { text = row_text(found); }, row.id);
+        kMessageRow, [&text](const Row& found) { text = row_text(found); }, row.id);
     if (rc != SQLITE_DONE) throw ToolError(connection.error());
     return text == row.text;
   });

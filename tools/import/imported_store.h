@@ -67,7 +67,7 @@ class ImportStore {
     bool completed = false;
   };
   // A row at the end of the batch.
-  struct Row {
+  struct StoredRow {
     int64_t id = 0;
     std::string text;
   };
@@ -96,7 +96,7 @@ class ImportStore {
   // These belong to the current batch.
   int64_t newest_before_ = 0;
   std::vector<Saved> saved_;
-  std::vector<Row> rows_;
+  std::vector<StoredRow> rows_;
 };
 
 }  // namespace corvan_tool

@@ -6,10 +6,12 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "db/cv_db_singleton.h"
 #include "tools/import/log_line.h"
+#include "tools/store/connection.h"
 
 namespace corvan_tool {
 
@@ -32,7 +34,7 @@ class ImportLookUp {
   std::string text(int64_t id) const;
 
  private:
-  sqlite3_stmt* row(int64_t id) const;
+  std::optional<Row> row(int64_t id) const;
 
   Corvan::CvDbSingleton& store_;
   sqlite3_stmt* message_;
@@ -43,7 +45,7 @@ class ImportLookUp {
 extern const char* const kMessageRow;
 
 // A row as text. Two texts are equal if and only if all columns are equal.
-std::string row_text(sqlite3_stmt* row);
+std::string row_text(const Row& row);
 
 }  // namespace corvan_tool
 

@@ -62,10 +62,8 @@ void RestoredStore::run_schema(const std::string& beginning) const {
 }
 
 void RestoredStore::prepare(std::size_t table) {
-  const std::string sql = insert_statement(export_tables()[table]);
-  sqlite3_stmt* stmt = nullptr;
-  const int rc = sqlite3_prepare_v2(connection_.handle(), sql.c_str(), -1, &stmt, nullptr);
-  insert_.reset(stmt);
+  insert_.emplace(connection_, insert_statement(export_tables()[table]));
+  const int rc = insert_->prepared();
   require(rc == SQLITE_OK ? SQLITE_DONE : rc);
   prepared_ = table;
 }
@@ -78,15 +76,15 @@ bool RestoredStore::bind(const ExportTable& table, const Record& record) {
     const Json& value = member(record, column.name);
     const bool is_row_id = ++place == 1;
     if (is_row_id && !value.is_number()) fail_field(column.name, "must be a whole number");
-    const std::string error = bind_value(insert_.get(), place, value, column, needs_check);
+    const std::string error = bind_value(insert_->handle(), place, value, column, needs_check);
     if (!error.empty()) fail_field(column.name, error);
   }
   return needs_check;
 }
 
 void RestoredStore::step() {
-  const int rc = sqlite3_step(insert_.get());
-  sqlite3_reset(insert_.get());
+  const int rc = insert_->step();
+  insert_->reset();
   if (rc == SQLITE_CONSTRAINT) {
     throw LineError(
         fmt::format("an earlier line has the same key ({}){}", connection_.error(), kSeeSource));
@@ -113,7 +111,7 @@ std::string RestoredStore::stored_type(const ExportTable& table, const ExportCol
   std::string type;
   require(connection_.each_row(
       fmt::format("select typeof({}) from {} where rowid=?", column.name, table.name),
-      [&type](sqlite3_stmt* row) { type = text_at(row, 0); }, row_id));
+      [&type](const Row& row) { type = row.text(0); }, row_id));
   return type;
 }
 

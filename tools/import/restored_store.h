@@ -3,11 +3,9 @@
 #ifndef TOOLS_IMPORT_RESTORED_STORE_H_
 #define TOOLS_IMPORT_RESTORED_STORE_H_
 
-#include <sqlite3.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <string>
 
 #include "tools/import/record_line.h"
@@ -33,10 +31,6 @@ class RestoredStore {
   void finish();
 
  private:
-  struct Finalize {
-    void operator()(sqlite3_stmt* stmt) const { sqlite3_finalize(stmt); }
-  };
-
   void run_schema(const std::string& beginning) const;
   void prepare(std::size_t table);
   bool bind(const ExportTable& table, const Record& record);
@@ -48,7 +42,7 @@ class RestoredStore {
 
   const Connection connection_;
   const std::string name_;
-  std::unique_ptr<sqlite3_stmt, Finalize> insert_;
+  std::optional<Statement> insert_;
   std::size_t prepared_ = static_cast<std::size_t>(-1);  // the table that insert_ is for
 };
 

@@ -81,8 +81,8 @@ void add_month_to_pages(PagePlan& plan, ShownMonth& month) {
 PagePlan plan_of(const ExportSource& source, const HtmlConversation& conversation) {
   PagePlan plan;
   source.store().each_row("select sent_time " + conversation.messages + kOrder,
-                          [&plan](sqlite3_stmt* row) {
-                            const int64_t time = sqlite3_column_int64(row, 0);
+                          [&plan](const Row& row) {
+                            const int64_t time = row.int64(0);
                             std::string name = month_name(time);
                             if (plan.months.empty() || plan.months.back().name != name) {
                               plan.months.push_back({std::move(name), 1, 0});
@@ -341,16 +341,16 @@ HtmlNewest write_conversation(const ExportSource& source, const HtmlConversation
   source.store().each_row(
       "select id,object_name,content,sender,direction,sent_status,read_status,is_mention,sent_time " +
           conversation.messages + kOrder,
-      [&](sqlite3_stmt* row) {
-        m.id = sqlite3_column_int64(row, 0);
-        m.object_name = text_at(row, 1);
-        m.content = text_at(row, 2);
-        m.sender = text_at(row, 3);
+      [&](const Row& row) {
+        m.id = row.int64(0);
+        m.object_name = row.text(1);
+        m.content = row.text(2);
+        m.sender = row.text(3);
         m.direction = code_at(row, 4);
         m.sent_status = code_at(row, 5);
         m.read_status = code_at(row, 6);
-        m.is_mention = sqlite3_column_int64(row, 7) != 0;
-        m.time = sqlite3_column_int64(row, 8);
+        m.is_mention = row.int64(7) != 0;
+        m.time = row.int64(8);
         pages.add(m);
         ++newest.messages;
         progress.advance();

@@ -41,9 +41,7 @@ std::string index_file(std::size_t page) {
 std::vector<ConversationRow> conversations_of(const ExportSource& source, const RowIdNames& names) {
   std::vector<ConversationRow> places;
   const auto read_into = [&places](const char* table) {
-    return [&places, table](sqlite3_stmt* row) {
-      places.push_back({table, sqlite3_column_int64(row, 0)});
-    };
+    return [&places, table](const Row& row) { places.push_back({table, row.int64(0)}); };
   };
   source.store().each_row(
       "select " + names.session + " from t_session where " + source.condition() +
@@ -70,19 +68,18 @@ HtmlConversation read_conversation(const ExportSource& source, const Conversatio
                ") and session_type is (select session_type" + row + ")";
   const std::string more =
       c.has_row ? ",title,draft,is_top,silence,unread_count,mention_count,session_time" : "";
-  source.store().each_row("select session_id,session_type" + more + row,
-                          [&c](sqlite3_stmt* values) {
-                            c.id = text_at(values, 0);
-                            c.kind = code_at(values, 1);
-                            if (!c.has_row) return;
-                            c.title = text_at(values, 2);
-                            c.draft = text_at(values, 3);
-                            c.is_top = sqlite3_column_int64(values, 4);
-                            c.silence = sqlite3_column_int64(values, 5);
-                            c.unread = sqlite3_column_int64(values, 6);
-                            c.mentions = sqlite3_column_int64(values, 7);
-                            c.time = sqlite3_column_int64(values, 8);
-                          });
+  source.store().each_row("select session_id,session_type" + more + row, [&c](const Row& values) {
+    c.id = values.text(0);
+    c.kind = code_at(values, 1);
+    if (!c.has_row) return;
+    c.title = values.text(2);
+    c.draft = values.text(3);
+    c.is_top = values.int64(4);
+    c.silence = values.int64(5);
+    c.unread = values.int64(6);
+    c.mentions = values.int64(7);
+    c.time = values.int64(8);
+  });
   return c;
 }
 
