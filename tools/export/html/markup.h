@@ -11,6 +11,9 @@
 
 namespace corvan_tool {
 
+// The style sheet of all pages: style.css, without comments and layout. CMake makes its unit.
+extern const char* const kPageStyle;
+
 // A page up to the beginning of its body. `title` is plain text.
 std::string page_begin(std::string_view title);
 
