@@ -1,14 +1,17 @@
 #include "tools/export/html/markup.h"
 
-#include <array>
-
-#include "tools/export/html/text.h"
+#include <fmt/format.h>
 
 namespace corvan_tool {
 
 namespace {
 
-constexpr std::size_t kColours = 8;
+// A link to a page, or an empty element in its place if the page does not exist.
+std::string page_link(bool exists, const char* relation, const std::string& file,
+                      const char* label) {
+  if (!exists) return "<span></span>";
+  return fmt::format(R"(<a rel="{}" href="{}">{}</a>)", relation, file, label);
+}
 
 }  // namespace
 
@@ -27,50 +30,24 @@ std::string page_end() {
          ". Times are in UTC.</p></footer>\n</body>\n</html>\n";
 }
 
+std::string page_links(std::size_t page, std::size_t pages, const PageLabels& labels,
+                       const std::function<std::string(std::size_t page)>& file_of) {
+  if (pages < 2) return "";
+  return fmt::format(
+      "<nav class=\"pager\" aria-label=\"{}\">{}<span>Page {} of {}</span>{}</nav>\n", labels.name,
+      page_link(page > 1, "prev", file_of(page - 1), labels.previous), page, pages,
+      page_link(page < pages, "next", file_of(page + 1), labels.next));
+}
+
 std::string colour_class(std::string_view name) {
+  constexpr std::uint32_t kColours = 8;
   std::uint32_t hash = 2166136261U;
   for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-  return "c" + std::to_string((hash >> 8) % kColours);
+  return fmt::format("c{}", (hash >> 8) % kColours);
 }
 
-std::optional<std::tm> calendar(int64_t time) {
-  constexpr int kFirstYear = 1 - 1900;
-  constexpr int kLastYear = 9999 - 1900;
-  const auto seconds = static_cast<std::time_t>(time / 1000 - (time % 1000 < 0 ? 1 : 0));
-  std::tm utc = {};
-  if (time == 0 || gmtime_r(&seconds, &utc) == nullptr || utc.tm_year < kFirstYear ||
-      utc.tm_year > kLastYear) {
-    return std::nullopt;
-  }
-  return utc;
-}
-
-std::string formatted(const std::tm& time, TimeForm form) {
-  std::array<char, 64> text = {};
-  char* const to = text.data();
-  const std::size_t size = text.size();
-  switch (form) {
-    case kInstant:
-      std::strftime(to, size, "%Y-%m-%dT%H:%M:%SZ", &time);
-      break;
-    case kDate:
-      std::strftime(to, size, "%Y-%m-%d", &time);
-      break;
-    case kClock:
-      std::strftime(to, size, "%H:%M", &time);
-      break;
-    case kMonth:
-      std::strftime(to, size, "%B %Y", &time);
-      break;
-    case kDay:
-      std::strftime(to, size, "%A, ", &time);
-      return to + std::to_string(time.tm_mday) + " " + formatted(time, kMonth);
-  }
-  return to;
-}
-
-std::string counted(int64_t count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+std::string counted(int64_t count, std::string_view noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 }  // namespace corvan_tool

@@ -3,65 +3,49 @@
 #ifndef TOOLS_EXPORT_HTML_MARKUP_H_
 #define TOOLS_EXPORT_HTML_MARKUP_H_
 
+#include <cstddef>
 #include <cstdint>
-#include <ctime>
-#include <optional>
+#include <functional>
 #include <string>
 #include <string_view>
 
+#include "tools/export/html/text.h"
+#include "tools/export/selection.h"
+
 namespace corvan_tool {
 
-// The style sheet of all pages: style.css, without comments and layout. CMake makes its unit.
+// The style sheet of all pages: style.css without comments and layout. CMake generates its
+// definition.
 extern const char* const kPageStyle;
 
-// A page up to the beginning of its body. `title` is plain text.
+// The beginning of a page, up to the tag <body>. `title` is plain text.
 std::string page_begin(std::string_view title);
 
 // The end of a page.
 std::string page_end();
 
-// The links to the page before and the page after in a row of pages; nothing when there is one page
-// only. `file_of` gives the file of a page, counted from 1.
+// Links to the previous and the next page of a sequence; empty if there is only one page. Pages
+// count from 1.
 struct PageLabels {
-  const char* name;    // of the row of links
-  const char* before;  // of the link to the page before
-  const char* after;
+  const char* name;      // of the links as a whole, for screen readers
+  const char* previous;  // of the link to the previous page
+  const char* next;      // of the link to the next page
 };
-template <typename FileOf>
 std::string page_links(std::size_t page, std::size_t pages, const PageLabels& labels,
-                       const FileOf& file_of) {
-  if (pages < 2) return "";
-  std::string html = std::string(R"(<nav class="pager" aria-label=")") + labels.name + R"(">)";
-  const auto link = [&](bool is_there, std::size_t to, const char* relation, const char* label) {
-    html += is_there ? "<a rel=\"" + std::string(relation) + "\" href=\"" + file_of(to) + "\">" +
-                           label + "</a>"
-                     : std::string("<span></span>");
-  };
-  link(page > 1, page - 1, "prev", labels.before);
-  html += "<span>Page " + std::to_string(page) + " of " + std::to_string(pages) + "</span>";
-  link(page < pages, page + 1, "next", labels.after);
-  return html + "</nav>\n";
-}
+                       const std::function<std::string(std::size_t page)>& file_of);
 
-// The class of one of a few colours, always the same one for a name.
+// The class for the colour of a name. A name always has the same colour.
 std::string colour_class(std::string_view name);
 
-// The date and time in UTC of milliseconds since the Unix epoch; nothing for 0 and for times before
-// the year 1 and after 9999.
-std::optional<std::tm> calendar(int64_t time);
-
-// How times are written.
-enum TimeForm {
-  kInstant,  // 2026-05-04T03:02:01Z
-  kDate,     // 2026-05-04
-  kClock,    // 03:02
-  kMonth,    // May 2026
-  kDay,      // Monday, 4 May 2026
-};
-std::string formatted(const std::tm& time, TimeForm form);
+// The name of a code. A value that is not a code is shown as it is.
+template <typename NameOf>
+std::string html_code(const Code& code, const NameOf& name_of) {
+  if (code.number) return name_of(*code.number);
+  return "<bdi>" + (code.text.empty() ? "none" : html_line(code.text)) + "</bdi>";
+}
 
 // "1 message", "2 messages".
-std::string counted(int64_t count, const std::string& what);
+std::string counted(int64_t count, std::string_view noun);
 
 }  // namespace corvan_tool
 
