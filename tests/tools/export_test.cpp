@@ -365,8 +365,8 @@ TEST_F(ExportTest, BadUsageIsOneLine) {
   expect_refused({"--format", "html"},
                  "--format html makes a folder of pages: name it with --output\n");
   expect_refused({"--format", "csv", "--json"},
-                 "--json tells what was exported, and standard output takes the export: name a "
-                 "file for that with --output\n");
+                 "--json reports on the export, but the export itself goes to standard output: "
+                 "name a file for the export with --output\n");
   for (const Arguments& more : std::vector<Arguments>{{}, {"--format", "xml"}}) {
     Arguments arguments = {"export", store()};
     arguments.insert(arguments.end(), more.begin(), more.end());

@@ -1,7 +1,7 @@
 #include <fmt/format.h>
 
-#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -15,6 +15,7 @@
 #include "tools/ui/json.h"
 #include "tools/ui/output.h"
 #include "tools/ui/progress.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 
@@ -41,7 +42,7 @@ class Import {
   // Writes what has been done so far, also after a failure.
   void report() {
     progress_.clear();
-    const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+    const double seconds = stopwatch_.seconds();
     const double rate = seconds > 0 ? static_cast<double>(lines()) / seconds : 0;
     if (options_.json) {
       print_json({{"stored", counts_.stored},
@@ -58,8 +59,6 @@ class Import {
   }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   std::uint64_t lines() const { return counts_.lines() + reader_.skipped(); }
 
   // Saves the batch. If the store drops messages, saves the batch again without them, so that the
@@ -91,7 +90,7 @@ class Import {
   LogReader reader_;
   ImportStore::Batch batch_;
   ImportCounts counts_;
-  const Clock::time_point start_ = Clock::now();
+  const Stopwatch stopwatch_;
 };
 
 int run_import(const ImportOptions& options) {

@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <chrono>
 #include <cstddef>
 #include <iostream>
 #include <string>
@@ -15,16 +14,14 @@
 #include "tools/store/store_files.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
-#include "tools/ui/names.h"
 #include "tools/ui/output.h"
 #include "tools/ui/progress.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 
 namespace {
-
-using RestoreClock = std::chrono::steady_clock;
 
 struct RestoreOptions {
   std::string file;  // "-" is standard input
@@ -61,10 +58,10 @@ void report_as_text(const ExportReader& reader, const std::string& folder, doubl
 }
 
 int run_restore(const RestoreOptions& options) {
-  const RestoreClock::time_point start = RestoreClock::now();
+  const Stopwatch stopwatch;
   ExportReader reader(options.file);
   restore(reader, options.folder);
-  const double seconds = std::chrono::duration<double>(RestoreClock::now() - start).count();
+  const double seconds = stopwatch.seconds();
   if (options.json) {
     report_as_json(reader, seconds);
   } else {

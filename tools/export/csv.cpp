@@ -11,7 +11,8 @@
 
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
+#include "tools/ui/time.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {

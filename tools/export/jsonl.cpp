@@ -13,7 +13,7 @@
 #include "tools/store/export_format.h"
 #include "tools/ui/json.h"
 #include "tools/ui/progress.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 namespace corvan_tool {
 

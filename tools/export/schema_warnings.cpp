@@ -10,8 +10,8 @@
 
 #include "tools/store/export_format.h"
 #include "tools/store/schema.h"
-#include "tools/ui/names.h"
-#include "tools/ui/table.h"
+#include "tools/ui/letter_case.h"
+#include "tools/ui/terminal_text.h"
 
 namespace corvan_tool {
 

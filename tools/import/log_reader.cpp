@@ -8,7 +8,7 @@
 
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 namespace corvan_tool {
 

@@ -9,7 +9,7 @@
 #include "tools/export/html/markup.h"
 #include "tools/export/html/messages.h"
 #include "tools/export/html/text.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 namespace corvan_tool {
 

@@ -13,6 +13,7 @@
 #include "tools/export/html/text.h"
 #include "tools/export/html/times.h"
 #include "tools/ui/names.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {
