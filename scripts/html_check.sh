@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Exports conversations as HTML and looks at the pages in a headless browser: that every message is
-# shown, that texts made to break a page are shown as text, and that nothing is wider than the
-# screen. Usage: html_check.sh [--pictures FOLDER]
-# With --pictures, screenshots are kept in FOLDER. Without a browser it says SKIPPED and succeeds.
+# Exports conversations as HTML and checks the pages in a headless browser: every message is shown,
+# hostile texts are shown as text, and nothing is wider than the screen.
+# Usage: html_check.sh [--pictures FOLDER]
+# With --pictures, saves screenshots to FOLDER. If there is no browser, prints SKIPPED and succeeds.
 set -euo pipefail
 
 pictures=
@@ -29,7 +29,7 @@ trap 'rm -rf "$work"' EXIT
 failures=0
 checks=0
 
-# Runs the browser on a page of $work. Nothing of a profile or of the network is used.
+# Opens a page of $work in the browser, with an empty profile and without network access.
 browse() {  # PAGE OPTION...
   local page=$1
   shift
@@ -45,10 +45,11 @@ expect() {  # WHAT WANTED FOUND
   printf 'html_check: %s: expected %s, found %s\n' "$1" "$2" "$3" >&2
 }
 
-# How often a text is in a page as the browser has it.
+# The number of times that a text occurs in a file.
 count() { grep -oF -- "$2" "$1" | wc -l; }
 
-# Conversations in everyday writing; one line a message: conversation, kind, sender, text.
+# Writes everyday conversations. One line per message, separated by tabs: conversation, type,
+# sender, text, minutes since the last message, kind of message, sent status.
 write_log() {
   awk -F '\t' '
     function quote(text) { gsub(/["\\]/, "\\\\&", text); return "\"" text "\"" }
@@ -92,8 +93,8 @@ u08	1	u08	السلام عليكم، هل يمكنك إرسال الملف report
 LOG
 }
 
-# A conversation of texts that try to leave their place, as an export that is restored: a log could
-# not hold all of them. Prints the number of messages to standard error's place, file 3.
+# Writes a conversation whose texts try to break the page. It is an export to restore, because a log
+# cannot contain all of these texts.
 write_hostile() {
   local id=0 text
   local texts=(
@@ -138,7 +139,7 @@ write_hostile() {
     ${#texts[@]}
 }
 
-# Looks at a page: its messages are there, and it has nothing but text.
+# Checks that a page shows this number of messages, and that texts have added no elements.
 check_page() {  # PAGE MESSAGES
   local page=$1 dom=$work/dom.html element
   browse "$page" --dump-dom >"$dom"
@@ -150,9 +151,9 @@ check_page() {  # PAGE MESSAGES
   expect "$page: headings" 1 "$(count "$dom" '<h1>')"
 }
 
-# That no pixel of a page stands out of a screen of this width. The browser's window cannot be as
-# narrow as a phone, so a frame is. The copy that is measured may run the one script that measures;
-# the page itself may run none.
+# Checks that a page fits on a screen of this width. The browser's window cannot be as narrow as a
+# phone, so the page is shown in a frame. The measurement needs a script, which the page itself does
+# not allow, so a copy without this restriction is measured.
 check_width() {  # PAGE WIDTH
   local folder=$work/${1%/*}
   sed "s|<meta http-equiv=\"Content-Security-Policy\"[^>]*>|<script>addEventListener('load',()=>\
@@ -162,7 +163,7 @@ parent.postMessage((document.documentElement.scrollWidth-innerWidth)+' of '+inne
     '<script>addEventListener("message",e=>document.title="beyond "+e.data)</script>' "$2" \
     >"$folder/frame.html"
   browse "${1%/*}/frame.html" --dump-dom --virtual-time-budget=5000 >"$work/dom.html"
-  expect "$1: pixels out of the screen" "<title>beyond 0 of $2</title>" \
+  expect "$1: pixels beyond the screen" "<title>beyond 0 of $2</title>" \
     "$(grep -o '<title>.*</title>' "$work/dom.html")"
   rm "$folder/measured.html" "$folder/frame.html"
 }
@@ -172,7 +173,7 @@ picture() {  # NAME PAGE WIDTH HEIGHT [OPTION...]
   browse "$2" --screenshot="$pictures/$1.png" --window-size="$3,$4" "${@:5}" >/dev/null
 }
 
-# The page of the conversation of this name.
+# The page of the conversation with this name.
 page_of() { grep -lF "<h1><bdi>$2</bdi></h1>" "$work/$1"/pages/*.html | sed "s|^$work/||"; }
 
 write_log >"$work/log.jsonl"
@@ -202,7 +203,7 @@ check_page pages-hostile/index.html
 check_width "$hostile" 360
 check_width pages-hostile/index.html 360
 
-# Real conversations, where they lie beside the project.
+# Real conversations, if they are available.
 data=${CORVAN_DATA_DIR:-../shared/data}/kdconv-zh.jsonl
 if [ -r "$data" ]; then
   head -n 600 "$data" >"$work/data.jsonl"
@@ -212,7 +213,7 @@ if [ -r "$data" ]; then
   check_width pages-data/index.html 360
 fi
 
-# The first four are those of docs/images.
+# The first four are the pictures in docs/images.
 picture export-list pages-plain/index.html 900 440
 picture export-conversation "$latin" 900 1000
 picture export-dark "$(page_of pages-plain u07)" 500 760 --blink-settings=preferredColorScheme=0
