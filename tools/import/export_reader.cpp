@@ -68,7 +68,7 @@ void ExportReader::take_record(RestoredStore& store) {
 void ExportReader::take_row(RestoredStore& store, const Record& record, std::size_t table) {
   const std::vector<ExportTable>& tables = export_tables();
   if (table < table_) {
-    throw LineError(fmt::format("a record \"{}\" after one of the type \"{}\"", tables[table].type,
+    throw LineError(fmt::format(R"(a record "{}" after one of the type "{}")", tables[table].type,
                                 tables[table_].type));
   }
   enter_table(store, table);

@@ -92,13 +92,7 @@ std::vector<std::size_t> ImportStore::save(const Batch& batch, ImportCounts& cou
   newest_before_ = newest_id_;
   if (!store()->start_transaction()) fail_without(batch, 0);
   ImportCounts saved;
-  std::vector<std::size_t> dropped;
-  {
-    const ImportLookUp look_up(*Corvan::CvDbSingleton::get_instance());
-    dropped = save_each(look_up, batch, saved, counts);
-    if (dropped.empty()) read_rows(look_up);
-    if (has_failed()) fail_without(batch, batch.size() - 1);
-  }
+  std::vector<std::size_t> dropped = save_all(batch, saved, counts);
   if (!dropped.empty()) {
     store()->execute_none_query("rollback transaction");
     newest_id_ = newest_before_;
@@ -130,28 +124,22 @@ bool ImportStore::may_complete(const ImportMessage& message) const {
   return message.client_uid > 0 && !options_.history && !options_.insert_only;
 }
 
+// Returns the positions of the entries that are missing, in order.
+std::vector<std::size_t> ImportStore::save_all(const Batch& batch, ImportCounts& saved,
+                                               ImportCounts& counts) {
+  const ImportLookUp look_up(*Corvan::CvDbSingleton::get_instance());
+  std::vector<std::size_t> dropped = save_each(look_up, batch, saved, counts);
+  if (dropped.empty()) read_rows(look_up);
+  if (has_failed()) fail_without(batch, batch.size() - 1);
+  return dropped;
+}
+
 std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, const Batch& batch,
                                                 ImportCounts& saved, ImportCounts& counts) {
   std::vector<std::size_t> dropped;
   saved_.clear();
   for (std::size_t i = 0; i < batch.size(); ++i) {
-    const int64_t id = save_one(batch[i].message);
-    // Ids only grow, so a smaller one belongs to a message that was there before.
-    const Saved one = {i, id, id <= newest_id_};
-    if (has_failed()) fail_to_save(look_up, batch, i, id, counts);
-    if (id < 0) {
-      ++saved.refused;
-      continue;
-    }
-    const bool is_kept = is_there(look_up, batch, one);
-    if (has_failed()) fail_without(batch, i);
-    if (!is_kept) {
-      dropped.push_back(i);
-      continue;
-    }
-    ++(one.completed ? saved.completed : saved.stored);
-    newest_id_ = std::max(newest_id_, id);
-    saved_.push_back(one);
+    if (!save_entry(look_up, batch, i, saved, counts)) dropped.push_back(i);
   }
   // A trigger may have deleted an earlier message when a later one was saved.
   for (const Saved& one : saved_) {
@@ -159,6 +147,26 @@ std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, con
   }
   std::sort(dropped.begin(), dropped.end());
   return dropped;
+}
+
+// Returns false if the message is missing after its save.
+bool ImportStore::save_entry(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+                             ImportCounts& saved, ImportCounts& counts) {
+  const int64_t id = save_one(batch[entry].message);
+  // Ids only grow, so a smaller one belongs to a message that was there before.
+  const Saved one = {entry, id, id <= newest_id_};
+  if (has_failed()) fail_to_save(look_up, batch, entry, id, counts);
+  if (id < 0) {
+    ++saved.refused;
+    return true;
+  }
+  const bool is_kept = is_there(look_up, batch, one);
+  if (has_failed()) fail_without(batch, entry);
+  if (!is_kept) return false;
+  ++(one.completed ? saved.completed : saved.stored);
+  newest_id_ = std::max(newest_id_, id);
+  saved_.push_back(one);
+  return true;
 }
 
 // Call it right after the save. If a trigger drops the insert or the update, the save still returns

@@ -77,8 +77,11 @@ class ImportStore {
   void read_newest_id();
   int64_t save_one(const ImportMessage& message);
   bool may_complete(const ImportMessage& message) const;
+  std::vector<std::size_t> save_all(const Batch& batch, ImportCounts& saved, ImportCounts& counts);
   std::vector<std::size_t> save_each(const ImportLookUp& look_up, const Batch& batch,
                                      ImportCounts& saved, ImportCounts& counts);
+  bool save_entry(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+                  ImportCounts& saved, ImportCounts& counts);
   bool is_there(const ImportLookUp& look_up, const Batch& batch, const Saved& saved) const;
   void read_rows(const ImportLookUp& look_up);
   bool are_rows_there(const Connection& connection) const;

@@ -106,7 +106,7 @@ class RecordFilter {
 // Parses the line into the record of the filter. The parser's exceptions become LineErrors.
 Json parse_filtered(const std::string& line, RecordFilter& filter) {
   try {
-    return Json::parse(line, [&filter](int depth, Json::parse_event_t event, Json& parsed) {
+    return Json::parse(line, [&filter](int depth, Json::parse_event_t event, const Json& parsed) {
       return filter(depth, event, parsed);
     });
   } catch (const Json::parse_error& error) {

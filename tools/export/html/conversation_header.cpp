@@ -12,7 +12,7 @@ namespace {
 
 // The days of the first and the last message; one day if both are on it.
 std::string period(const PagePlan& plan) {
-  const std::string first = time_element(plan.first_time, kDate);
+  std::string first = time_element(plan.first_time, kDate);
   if (date_text(plan.first_time) == date_text(plan.last_time)) return first;
   return first + " to " + time_element(plan.last_time, kDate);
 }

@@ -54,8 +54,8 @@ void append_content(const ShownMessage& m, std::string& html) {
 
 std::string state_element(const ShownMessage& m) {
   constexpr int32_t kFailed = 2;
-  const std::string state = m.is_own() ? html_code(m.sent_status, sent_status_name)
-                                       : html_code(m.read_status, read_status_name);
+  std::string state = m.is_own() ? html_code(m.sent_status, sent_status_name)
+                                 : html_code(m.read_status, read_status_name);
   const bool has_failed = m.is_own() && m.sent_status.number == kFailed;
   if (!has_failed && !m.is_unread()) return state;
   return fmt::format(R"(<span class="{}">{}</span>)", has_failed ? "bad" : "unread", state);
