@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Exports conversations as HTML and checks the pages in a headless browser: every message is shown,
-# hostile content is shown as text, and nothing is wider than the screen.
+# hostile texts are shown as text, and nothing is wider than the screen.
 # Usage: html_check.sh [--pictures FOLDER]
-# --pictures keeps screenshots in FOLDER. Without a browser the script prints SKIPPED and succeeds.
+# With --pictures, saves screenshots to FOLDER. If there is no browser, prints SKIPPED and succeeds.
 set -euo pipefail
 
 pictures=
@@ -45,10 +45,11 @@ expect() {  # WHAT WANTED FOUND
   printf 'html_check: %s: expected %s, found %s\n' "$1" "$2" "$3" >&2
 }
 
-# count FILE TEXT: the number of occurrences.
+# The number of times that a text occurs in a file.
 count() { grep -oF -- "$2" "$1" | wc -l; }
 
-# A log of everyday conversations. Columns: conversation, type, sender, text, minutes, message kind, status.
+# Writes everyday conversations. One line per message, separated by tabs: conversation, type,
+# sender, text, minutes since the last message, kind of message, sent status.
 write_log() {
   awk -F '\t' '
     function quote(text) { gsub(/["\\]/, "\\\\&", text); return "\"" text "\"" }
@@ -92,8 +93,8 @@ u08	1	u08	السلام عليكم، هل يمكنك إرسال الملف report
 LOG
 }
 
-# A conversation of texts that try to break the page. Written as an export in JSON Lines, because a log
-# cannot contain all of them.
+# Writes a conversation whose texts try to break the page. It is an export to restore, because a log
+# cannot contain all of these texts.
 write_hostile() {
   local id=0 text
   local texts=(
@@ -138,7 +139,7 @@ write_hostile() {
     ${#texts[@]}
 }
 
-# Checks that a page shows its messages and contains no active elements.
+# Checks that a page shows this number of messages, and that texts have added no elements.
 check_page() {  # PAGE MESSAGES
   local page=$1 dom=$work/dom.html element
   browse "$page" --dump-dom >"$dom"
@@ -150,9 +151,9 @@ check_page() {  # PAGE MESSAGES
   expect "$page: headings" 1 "$(count "$dom" '<h1>')"
 }
 
-# Checks that a page is not wider than the screen. The browser's window cannot be as narrow as a phone,
-# so the page is shown in a frame. A script in a copy of the page measures the width; the page itself
-# must not run scripts.
+# Checks that a page fits on a screen of this width. The browser's window cannot be as narrow as a
+# phone, so the page is shown in a frame. The measurement needs a script, which the page itself does
+# not allow, so a copy without this restriction is measured.
 check_width() {  # PAGE WIDTH
   local folder=$work/${1%/*}
   sed "s|<meta http-equiv=\"Content-Security-Policy\"[^>]*>|<script>addEventListener('load',()=>\
@@ -172,7 +173,7 @@ picture() {  # NAME PAGE WIDTH HEIGHT [OPTION...]
   browse "$2" --screenshot="$pictures/$1.png" --window-size="$3,$4" "${@:5}" >/dev/null
 }
 
-# page_of FOLDER CONVERSATION
+# The page of the conversation with this name.
 page_of() { grep -lF "<h1><bdi>$2</bdi></h1>" "$work/$1"/pages/*.html | sed "s|^$work/||"; }
 
 write_log >"$work/log.jsonl"
@@ -202,7 +203,7 @@ check_page pages-hostile/index.html
 check_width "$hostile" 360
 check_width pages-hostile/index.html 360
 
-# Real conversations, if they are available beside the project.
+# Real conversations, if they are available.
 data=${CORVAN_DATA_DIR:-../shared/data}/kdconv-zh.jsonl
 if [ -r "$data" ]; then
   head -n 600 "$data" >"$work/data.jsonl"
@@ -212,7 +213,7 @@ if [ -r "$data" ]; then
   check_width pages-data/index.html 360
 fi
 
-# The first four are in docs/images.
+# The first three are the pictures in docs/images.
 picture export-list pages-plain/index.html 900 440
 picture export-conversation "$latin" 900 1000
 picture export-dark "$(page_of pages-plain u07)" 500 760 --blink-settings=preferredColorScheme=0

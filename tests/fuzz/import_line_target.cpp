@@ -27,7 +27,7 @@ const std::set<std::string>& known_keys() {
   return keys;
 }
 
-// A message that a line before has filled.
+// A message that an earlier line has filled.
 ImportMessage used_message() {
   ImportMessage m;
   m.session_id = m.object_name = m.sender = m.content = m.server_uid = "of the line before";
@@ -43,10 +43,9 @@ auto fields(const ImportMessage& m) {
                   m.is_mention, m.sent_status, m.sent_time, m.client_uid, m.server_uid);
 }
 
-// ---- What a line holds, found without the parser
-// --------------------------------------------------
+// ---- The expected message, found without the parser --------------------------------------------
 
-// Nothing for JSON that is broken, holds a zero byte, or gives a known key twice.
+// Nothing if the line is not valid JSON, contains a zero byte, or gives a known key twice.
 std::optional<Json> whole_document(std::string_view line) {
   if (line.find('\0') != std::string_view::npos) return std::nullopt;
   std::map<std::string, int> given;
@@ -86,7 +85,7 @@ bool read_number(const Json& object, const char* key, int64_t least, int64_t mos
   return number >= least && number <= most;
 }
 
-// The message of a line that is to be accepted.
+// The message of a good line; nothing for a bad line.
 std::optional<ImportMessage> expected_message(std::string_view line) {
   constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
   const std::optional<Json> document = whole_document(line);
@@ -137,7 +136,7 @@ bool names_a_field(const std::string& error) {
   });
 }
 
-// A place at most one behind the line's end, or none.
+// Whether the error names no place, or one that is at most one byte after the line.
 bool place_is_in_line(const std::string& error, std::size_t size) {
   const std::string before = " at byte ";
   const std::size_t at = error.find(before);
@@ -152,7 +151,7 @@ std::string check_error(const std::string& error, std::size_t size) {
   const bool one_line = std::all_of(error.begin(), error.end(), [](char c) {
     return std::isprint(static_cast<unsigned char>(c)) != 0;
   });
-  if (!one_line || error.size() > 100) return "The error is no short line: " + error;
+  if (!one_line || error.size() > 100) return "The error is not one short line: " + error;
   if (!place_is_in_line(error, size)) return "The error's place is outside the line: " + error;
   if (names_a_field(error) || error == "not a JSON object" ||
       starts_with(error, "not valid JSON at byte ") ||
@@ -162,13 +161,13 @@ std::string check_error(const std::string& error, std::size_t size) {
   return "The error names neither a field nor a place: " + error;
 }
 
-// Each once, none that a message has, and no longer than the line that brought them.
+// Unknown keys must be unique, must not be known keys, and cannot be longer than the line.
 std::string check_unknown_keys(const LineParser& parser, std::size_t size) {
   std::set<std::string> met;
   std::size_t bytes = 0;
   for (const std::string& key : parser.unknown_keys()) {
     if (known_keys().count(key) > 0) return "A known key is called unknown: " + key;
-    if (!met.insert(key).second) return "An unknown key is noted twice: " + key;
+    if (!met.insert(key).second) return "An unknown key is listed twice: " + key;
     bytes += key.size();
   }
   return bytes <= size ? "" : "The unknown keys are longer than the line.";
@@ -176,15 +175,15 @@ std::string check_unknown_keys(const LineParser& parser, std::size_t size) {
 
 std::string check_accepted(const ImportMessage& m, const std::optional<ImportMessage>& expected,
                            std::size_t size) {
-  if (!expected) return "A line is accepted that is to be refused.";
-  if (fields(m) != fields(*expected)) return "A line is read otherwise than it stands.";
+  if (!expected) return "A bad line is accepted.";
+  if (fields(m) != fields(*expected)) return "The message differs from the line.";
   const std::size_t bytes = m.session_id.size() + m.object_name.size() + m.sender.size() +
                             m.content.size() + m.server_uid.size();
   if (bytes > size) return "The texts are longer than the line.";
   ImportMessage again;
   const auto error = LineParser().parse(written(m), again);
-  if (error) return "A message written as a line is refused: " + *error;
-  return fields(again) == fields(m) ? "" : "A message written as a line reads otherwise.";
+  if (error) return "A message written as a line is rejected: " + *error;
+  return fields(again) == fields(m) ? "" : "A message written as a line is read differently.";
 }
 
 }  // namespace
@@ -195,14 +194,14 @@ std::string check_import_line(const uint8_t* data, std::size_t size) {
   ImportMessage message;
   const auto error = parser.parse(line, message);
   ImportMessage used = used_message();
-  if (parser.parse(line, used) != error) return "A line reads otherwise after another.";
-  if (!error && fields(used) != fields(message)) return "A line takes values from one before it.";
+  if (parser.parse(line, used) != error) return "The result depends on the line before.";
+  if (!error && fields(used) != fields(message)) return "A message has values of the line before.";
 
   const std::string keys = check_unknown_keys(parser, size);
   if (!keys.empty()) return keys;
   const auto expected = expected_message(line);
   if (!error) return check_accepted(message, expected, size);
-  if (expected) return "A good line is refused: " + *error;
+  if (expected) return "A good line is rejected: " + *error;
   return check_error(*error, size);
 }
 

@@ -1,5 +1,5 @@
-// Stores whose columns another program has given a collation: conversations whose ids differ in
-// the case of letters stay apart all the same.
+// Stores in which another program has given columns a collation. Conversations whose ids differ
+// only in letter case must stay separate.
 
 #include <filesystem>
 #include <string>
@@ -36,7 +36,7 @@ class CollationTest : public ExportSample {
         "update t_message set server_uid='SAME' where id=3");
   }
 
-  // Makes a table anew with one of its parts replaced. The table keeps its rows.
+  // Creates a table again with parts of its CREATE statement replaced. The table keeps its rows.
   void rebuild(const std::string& table,
                const std::vector<std::pair<std::string, std::string>>& changes) {
     std::string sql = rows("select sql from sqlite_master where name='" + table + "'")[0];
@@ -62,8 +62,8 @@ class CollationTest : public ExportSample {
     return outcome.out;
   }
 
-  // The records of these conversations but for the header's time and the sequence's row id, which
-  // a table made anew changes.
+  // The records of these conversations, without the time in the header and the row id of the
+  // sequence: creating a table again changes that row id.
   std::vector<Json> records(const Arguments& sessions) {
     std::vector<Json> all = lines(exported(sessions, "jsonl"));
     all.at(0).erase("export_time");
@@ -73,7 +73,7 @@ class CollationTest : public ExportSample {
     return all;
   }
 
-  // The pages of an export, in the order of their names.
+  // The pages of an export, the index first.
   std::vector<std::string> html(const Arguments& sessions) {
     const std::string place = folder.file("pages");
     Arguments arguments = {"export", store(), "--format", "html", "--output", place};
@@ -88,7 +88,7 @@ class CollationTest : public ExportSample {
     return texts;
   }
 
-  // What is found of duplicates in each conversation.
+  // The duplicates that verify finds.
   std::vector<Json> duplicates() {
     std::vector<Json> result;
     const Json all = Json::parse(run({"verify", store(), "--json"}).out);
@@ -101,7 +101,7 @@ class CollationTest : public ExportSample {
   }
 };
 
-TEST_F(CollationTest, ExportsHoldTheChosenConversationAlone) {
+TEST_F(CollationTest, ExportsHoldOnlyTheChosenConversation) {
   for (const Arguments& chosen : std::vector<Arguments>{{}, {"room"}, {"Room"}}) {
     SCOPED_TRACE(chosen.empty() ? "all" : chosen[0]);
     const std::string before = read_file(file());
@@ -118,7 +118,7 @@ TEST_F(CollationTest, ExportsHoldTheChosenConversationAlone) {
   }
 }
 
-TEST_F(CollationTest, ExportsHoldConversationsWithoutARow) {
+TEST_F(CollationTest, ExportsHoldConversationsWithoutRow) {
   plant("delete from t_session where session_id='Room'");
   const std::string csv = exported({}, "csv");
   const std::vector<std::string> pages = html({});
@@ -127,12 +127,10 @@ TEST_F(CollationTest, ExportsHoldConversationsWithoutARow) {
   EXPECT_EQ(html({}), pages);
 }
 
-TEST_F(CollationTest, AnIdInAnotherCaseNamesNoConversation) {
+TEST_F(CollationTest, IdInAnotherLetterCaseIsUnknown) {
   ignore_case();
   expect_refused({"ROOM", "--format", "csv"},
-                 file() +
-                     ": no conversation \"ROOM\"; 'corvan list' shows the conversations that there "
-                     "are\n");
+                 file() + ": no conversation \"ROOM\"; 'corvan list' shows all conversations\n");
 }
 
 TEST_F(CollationTest, SearchAndStatsKeepConversationsApart) {
@@ -145,14 +143,14 @@ TEST_F(CollationTest, SearchAndStatsKeepConversationsApart) {
   EXPECT_EQ(output({"search", store(), "one", "--session", "room", "--json"}), found);
 }
 
-TEST_F(CollationTest, VerifyFindsNoOtherDuplicates) {
+TEST_F(CollationTest, VerifyFindsTheSameDuplicates) {
   const std::vector<Json> before = duplicates();
-  ASSERT_EQ(before.size(), 2U) << "one of each conversation with the server's id \"same\"";
+  ASSERT_EQ(before.size(), 2U) << "one per conversation with the server uid \"same\"";
   ignore_case();
   EXPECT_EQ(duplicates(), before);
 }
 
-TEST_F(CollationTest, PagesThatWouldShowMessagesTwiceAreRefused) {
+TEST_F(CollationTest, RejectsPagesThatWouldShowMessagesTwice) {
   rebuild("t_session", {{",unique(session_id,session_type)", ""}});
   plant("insert into t_session select * from t_session where session_id='Room'");
   expect_refused({"--format", "html", "--output", folder.file("pages")},

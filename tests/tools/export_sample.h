@@ -16,9 +16,16 @@
 
 namespace corvan_test {
 
+// The first line of an export as CSV.
+constexpr const char* kCsvHeadings =
+    "\xEF\xBB\xBF"
+    "id,kind,session_id,title,time_utc,sender,direction,object_name,content,sent_status,"
+    "read_status,is_mention,sent_time,client_uid,server_uid\r\n";
+
 class ExportSample : public ToolTest {
  protected:
-  // Two messages in each of the group "room", the chat room "room" and the private chat "u02".
+  // Imports two messages each into the group "room", the chat room "room" and the private chat
+  // "u02".
   void import_sample() {
     std::string all;
     for (const int kind : {2, 3, 1}) {
@@ -32,7 +39,7 @@ class ExportSample : public ToolTest {
     import(all);
   }
 
-  // Messages in the group "room", one every ten minutes.
+  // Adds messages to the group "room", one every ten minutes.
   void import_many(int count) {
     import(line({}));
     plant("with n(i) as (select 1 union all select i+1 from n where i<" +
@@ -49,7 +56,7 @@ class ExportSample : public ToolTest {
     return records;
   }
 
-  // Runs the export of the store with these arguments and expects this error and nothing made.
+  // Exports the store with these arguments, and expects this error and no output.
   void expect_refused(const Arguments& more, const std::string& error) {
     Arguments arguments = {"export", store()};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -61,7 +68,7 @@ class ExportSample : public ToolTest {
     EXPECT_EQ(listing(folder.path()), before);
   }
 
-  // The names in the test's folder that begin so.
+  // The names in the test's folder that begin with this text.
   Rows names_like(const std::string& beginning) const {
     Rows names;
     for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
@@ -71,7 +78,8 @@ class ExportSample : public ToolTest {
     return names;
   }
 
-  // Waits until the program has begun to make something of this name. It may have come to be.
+  // Waits until the output with this name exists, under its final or its temporary name. Returns
+  // false if that takes too long.
   bool wait_for_unfinished(const std::string& name) const {
     for (int i = 0; i < 30000; ++i) {
       if (!names_like(name).empty()) return true;

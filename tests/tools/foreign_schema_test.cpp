@@ -1,239 +1,20 @@
-// Stores that another program has altered: tables and columns take the names that SQLite or the
-// tool has for something else.
+// Stores that another program has altered: tables and columns have names that SQLite or the tool
+// uses for something else.
 
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tests/tools/export_sample.h"
+#include "tests/tools/foreign_schema_sample.h"
 #include "tests/tools/program.h"
 
 namespace corvan_test {
 namespace {
 
-constexpr const char* kNoRowIds =
-    " has no row ids that SQL can name: it is WITHOUT ROWID, or has columns named rowid, _rowid_ "
-    "and oid; in a copy of the store, rename one of these columns or make the table anew with row ids";
+class ForeignSchemaTest : public ForeignSchemaSample {};
 
-class ForeignSchemaTest : public ExportSample {
- protected:
-  ForeignSchemaTest() { import_sample(); }
-
-  // Replaces a part of the statement that makes a table, which keeps its rows.
-  void change_table(const std::string& table, const std::string& part, const std::string& with) {
-    const std::string sql = rows("select sql from sqlite_master where name='" + table + "'")[0];
-    const std::size_t at = sql.find(part);
-    ASSERT_NE(at, std::string::npos) << sql;
-    std::string changed = sql;
-    changed.replace(at, part.size(), with);
-    for (std::size_t quote = 0; (quote = changed.find('\'', quote)) != std::string::npos;) {
-      changed.insert(quote, 1, '\'');
-      quote += 2;
-    }
-    plant("pragma writable_schema=on;update sqlite_master set sql='" + changed + "' where name='" +
-          table + "'");
-  }
-
-  // Makes a table anew from its statement with a part replaced, and copies the named columns.
-  void rebuild(const std::string& table, const std::string& columns, const std::string& part,
-               const std::string& with) {
-    std::string sql = rows("select sql from sqlite_master where name='" + table + "'")[0];
-    const std::size_t at = sql.find(part);
-    ASSERT_NE(at, std::string::npos) << sql;
-    sql.replace(at, part.size(), with);
-    plant("alter table " + table + " rename to old_rows;" + sql + ";insert into " + table + "(" +
-          columns + ") select " + columns + " from old_rows;drop table old_rows");
-  }
-
-  std::vector<std::string> html() {
-    const std::string place = folder.file("pages");
-    output({"export", store(), "--format", "html", "--output", place});
-    std::vector<std::string> texts = {read_file(place + "/index.html")};
-    for (const char* page : {"1", "2", "3"}) {
-      texts.push_back(read_file(place + "/pages/0000" + page + ".html"));
-    }
-    std::filesystem::remove_all(place);
-    return texts;
-  }
-
-  // The records of an export but for its header's time, and what it says on standard error.
-  std::vector<Json> records(std::string& said) {
-    const Outcome outcome = run({"export", store(), "--format", "jsonl"});
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
-    said = outcome.err;
-    std::vector<Json> all = lines(outcome.out);
-    if (!all.empty()) all[0].erase("export_time");
-    return all;
-  }
-
-  // The findings of these codes, in the whole.
-  std::vector<Json> findings(const std::vector<std::string>& codes) {
-    std::vector<Json> result;
-    const Json all = Json::parse(run({"verify", store(), "--json"}).out);
-    for (const Json& finding : all["findings"]) {
-      for (const std::string& code : codes) {
-        if (finding["code"] == code) result.push_back(finding);
-      }
-    }
-    return result;
-  }
-};
-
-// What shadows SQLite's row ids, as columns of t_session.
-const std::vector<std::string>& shadows() {
-  static const std::vector<std::string> all = {
-      "alter table t_session add column rowid integer default 1",
-      "alter table t_session add column RowID integer default 1",
-      "alter table t_session add column \"rowid\" integer as (1)",
-      R"(alter table t_session add column rowid integer default 2;
-         alter table t_session add column _ROWID_ integer default 2)",
-      R"(alter table t_session add column rowid text default '3';
-         alter table t_session add column oid text default '3')"};
-  return all;
-}
-
-TEST_F(ForeignSchemaTest, RepairChangesTheRowOfItsFindingAlone) {
-  for (const std::string& shadow : shadows()) {
-    SCOPED_TRACE(shadow);
-    const std::string before = read_file(file());
-    const std::string counters =
-        "select session_id,session_type,unread_count,mention_count,latest_id,session_time "
-        "from t_session order by 1,2";
-    const Rows right = rows(counters);
-    plant(shadow);
-    plant("update t_session set unread_count=41,latest_id=99 where session_type=3");
-    const Outcome outcome =
-        run({"verify", store(), "--repair", "counters,latest", "--backup", folder.file("backup")});
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
-    // A chat room's counter goes down to what may count.
-    Rows expected = right;
-    expected[1] = "room|3|2|0|4|1700000004000";
-    EXPECT_EQ(rows(counters), expected);
-    std::filesystem::remove_all(folder.file("backup"));
-    write_file(file(), before);
-  }
-}
-
-TEST_F(ForeignSchemaTest, RepairWithoutRowIdsChangesNothing) {
-  plant(
-      "alter table t_session add column rowid integer default 1;"
-      "alter table t_session add column Oid integer default 1;"
-      "alter table t_session add column _rowid_ integer default 1;"
-      "update t_session set unread_count=41 where session_type=3");
-  const Listing before = listing(store());
-  const Rows around = names_like("");
-  for (const char* how : {"--dry-run", "--json"}) {
-    const Outcome outcome = run({"verify", store(), "--repair", "counters", how});
-    EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err,
-              "corvan: " + file() + ": nothing was changed; table t_session" + kNoRowIds + "\n");
-    EXPECT_EQ(listing(store()), before);
-    EXPECT_EQ(names_like(""), around);
-  }
-  EXPECT_EQ(run({"verify", store()}).status, 1) << "looking needs no row ids";
-  EXPECT_EQ(findings({"counter-unread"}).size(), 1U);
-  EXPECT_EQ(findings({"rows-unread"}).size(), 0U);
-}
-
-TEST_F(ForeignSchemaTest, ColumnsOfRowIdNamesChangeNoExport) {
-  plant(
-      "delete from t_session where session_id='u02';"
-      "update t_session set rowid=rowid+10");
-  std::string said;
-  const std::vector<Json> as_jsonl = records(said);
-  EXPECT_EQ(said, "");
-  const std::vector<std::string> as_html = html();
-  const std::string as_csv = output({"export", store(), "--format", "csv"});
-  for (const std::string& shadow : shadows()) {
-    for (const char* table : {"t_session", "t_message", "t_version"}) {
-      SCOPED_TRACE(shadow + " of " + table);
-      const std::string before = read_file(file());
-      std::string sql = shadow;
-      for (std::size_t at = 0; (at = sql.find("t_session", at)) != std::string::npos; ++at) {
-        sql.replace(at, 9, table);
-      }
-      plant(sql);
-      EXPECT_EQ(html(), as_html);
-      EXPECT_EQ(output({"export", store(), "--format", "csv"}), as_csv);
-      EXPECT_EQ(records(said), as_jsonl);
-      EXPECT_EQ(
-          said.find("corvan: " + file() +
-                    ": left out, since it is no part of a message store: column " + table + "."),
-          0U)
-          << said;
-      write_file(file(), before);
-    }
-  }
-}
-
-TEST_F(ForeignSchemaTest, ExportsThatNeedRowIdsAreRefusedWithoutThem) {
-  plant(
-      "alter table t_session add column rowid integer;"
-      "alter table t_session add column oid integer;"
-      "alter table t_session add column _rowid_ integer");
-  const std::string why =
-      file() + ": table t_session" + kNoRowIds + "; --format csv does without row ids\n";
-  expect_refused({"--format", "jsonl"}, why);
-  expect_refused({"--format", "html", "--output", folder.file("out")}, why);
-  EXPECT_EQ(run({"export", store(), "--format", "csv"}).status, 0);
-}
-
-TEST_F(ForeignSchemaTest, TablesWithoutRowIdsAreRefusedOrRead) {
-  const std::string csv = output({"export", store(), "--format", "csv"});
-  plant(
-      "create table other(session_id text,session_type integer,title text default '',"
-      "draft text default '',is_top integer default 0,session_time integer default 0,"
-      "unread_count integer default 0,mention_count integer default 0,silence integer default 0,"
-      "latest_id integer default 0,read_time integer default 0,receipt_time integer default 0,"
-      "oid integer,primary key(session_id,session_type)) without rowid;"
-      "insert into other select *,1 from t_session;drop table t_session;"
-      "alter table other rename to t_session;"
-      "update t_session set unread_count=41 where session_type=2");
-  const std::string why = file() + ": table t_session" + kNoRowIds;
-  expect_refused({"--format", "jsonl"}, why + "; --format csv does without row ids\n");
-  expect_refused({"--format", "html", "--output", folder.file("out")},
-                 why + "; --format csv does without row ids\n");
-  EXPECT_EQ(output({"export", store(), "--format", "csv"}), csv);
-  EXPECT_EQ(findings({"counter-unread"}).size(), 1U);
-  const Listing before = listing(store());
-  const Outcome outcome = run({"verify", store(), "--repair", "counters"});
-  EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err,
-            "corvan: " + file() + ": nothing was changed; table t_session" + kNoRowIds + "\n");
-  EXPECT_EQ(listing(store()), before);
-}
-
-TEST_F(ForeignSchemaTest, EachExportNeedsTheRowIdsOfSomeTables) {
-  const std::string before = read_file(file());
-  const std::string html_place = folder.file("out");
-  const std::vector<Arguments> exports = {{"--format", "jsonl"},
-                                          {"room", "--format", "jsonl"},
-                                          {"--format", "html", "--output", html_place},
-                                          {"--format", "csv"}};
-  const auto refused = [&](const char* table) {
-    for (const char* column : {"rowid", "oid", "_rowid_"}) {
-      plant(std::string("alter table ") + table + " add column " + column + " integer");
-    }
-    std::vector<bool> result;
-    for (const Arguments& more : exports) {
-      Arguments arguments = {"export", store()};
-      arguments.insert(arguments.end(), more.begin(), more.end());
-      result.push_back(run(arguments).status == 2);
-      std::filesystem::remove_all(html_place);
-    }
-    write_file(file(), before);
-    return result;
-  };
-  EXPECT_EQ(refused("t_version"), (std::vector<bool>{true, true, false, false}));
-  EXPECT_EQ(refused("t_sync"), (std::vector<bool>{true, false, false, false}));
-  EXPECT_EQ(refused("t_session"), (std::vector<bool>{true, true, true, false}));
-  EXPECT_EQ(refused("t_message"), (std::vector<bool>{false, false, true, false}));
-}
-
-// A file's own tables and views come before the tables and functions that SQLite offers.
-TEST_F(ForeignSchemaTest, TablesNamedLikeSqlitesOwnMisleadNothing) {
+// Tables and views of the file hide tables and functions of SQLite with the same name.
+TEST_F(ForeignSchemaTest, TablesNamedLikeThoseOfSqliteDoNoHarm) {
   std::string said;
   const std::vector<Json> as_jsonl = records(said);
   const std::vector<std::string> as_html = html();
@@ -264,7 +45,7 @@ TEST_F(ForeignSchemaTest, TablesNamedLikeSqlitesOwnMisleadNothing) {
   EXPECT_EQ(made["created"][0]["bytes"], 4096);
 }
 
-TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherColumn) {
+TEST_F(ForeignSchemaTest, LetterCaseOfColumnsDoesNotMatter) {
   plant(
       "update t_session set is_top='x',unread_count='many' where session_type=2;"
       "update t_message set sent_time='late',is_mention=x'01' where id=3;"
@@ -285,7 +66,7 @@ TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherColumn) {
   EXPECT_EQ(said, "");
 }
 
-TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherTable) {
+TEST_F(ForeignSchemaTest, LetterCaseOfTablesDoesNotMatter) {
   std::string said;
   const std::vector<Json> before = records(said);
   const std::vector<std::string> as_html = html();
@@ -316,7 +97,7 @@ TEST_F(ForeignSchemaTest, LettersCaseMakesNoOtherTable) {
   EXPECT_EQ(rows("select name,seq from sqlite_sequence"), Rows{"T_Message|7"});
 }
 
-TEST_F(ForeignSchemaTest, ColumnsThatTheExportLeavesOutAreNamed) {
+TEST_F(ForeignSchemaTest, ExportNamesColumnsThatItLeavesOut) {
   std::string said;
   const std::vector<Json> before = records(said);
   plant(
@@ -333,7 +114,7 @@ TEST_F(ForeignSchemaTest, ColumnsThatTheExportLeavesOutAreNamed) {
                       "column t_message.type, column t_message.a\"b'c, column t_message.format\n");
 }
 
-TEST_F(ForeignSchemaTest, AGeneratedColumnOfTheStoreIsExportedAndRestored) {
+TEST_F(ForeignSchemaTest, GeneratedColumnIsExportedAndRestored) {
   rebuild("t_message",
           "id,session_id,session_type,object_name,sender,direction,sent_status,read_status,"
           "is_mention,sent_time,client_uid,server_uid",
@@ -353,7 +134,7 @@ TEST_F(ForeignSchemaTest, AGeneratedColumnOfTheStoreIsExportedAndRestored) {
   EXPECT_EQ(findings({"rows-unread"}).size(), 0U);
 }
 
-TEST_F(ForeignSchemaTest, MessagesWithOtherIdsAreLookedAt) {
+TEST_F(ForeignSchemaTest, VerifyReadsMessagesWithInvalidIds) {
   plant("update t_message set server_uid='same'");
   plant(
       "create table other as select * from t_message;drop table t_message;"
@@ -365,7 +146,7 @@ TEST_F(ForeignSchemaTest, MessagesWithOtherIdsAreLookedAt) {
   EXPECT_EQ(findings({"server-uid-twice"}).size(), 1U);
 }
 
-TEST_F(ForeignSchemaTest, TheVersionIsReadByItsName) {
+TEST_F(ForeignSchemaTest, VersionIsReadByColumnName) {
   plant(
       "create table other(app text default 'mail',database_version text);"
       "insert into other(database_version) select * from t_version;drop table t_version;"
@@ -375,7 +156,7 @@ TEST_F(ForeignSchemaTest, TheVersionIsReadByItsName) {
   EXPECT_EQ(findings({"table-differs"}).size(), 1U);
 }
 
-TEST_F(ForeignSchemaTest, AViewIsNoTableOfAStore) {
+TEST_F(ForeignSchemaTest, ViewIsNotATableOfAStore) {
   plant("alter table t_session rename to other;create view t_session as select * from other");
   for (const Arguments& arguments : std::vector<Arguments>{
            {"verify", store(), "--repair", "counters"}, {"export", store(), "--format", "jsonl"}}) {

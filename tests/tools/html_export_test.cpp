@@ -1,4 +1,4 @@
-// What the pages hold, as text: scripts/html_check.sh looks at them in a browser.
+// Compares the source of exported pages. scripts/html_check.sh checks the pages in a browser.
 
 #include <algorithm>
 #include <filesystem>
@@ -37,7 +37,7 @@ class HtmlExportTest : public ExportSample {
     return names;
   }
 
-  // What the first group of the pattern matches, each time.
+  // All matches of the first group of the pattern.
   static Rows found(const std::string& text, const std::string& pattern) {
     const std::regex regex(pattern);
     Rows result;
@@ -52,7 +52,7 @@ class HtmlExportTest : public ExportSample {
     return text.find(part) != std::string::npos;
   }
 
-  // The content of the only message, as the page of its conversation has it.
+  // Sets the content of the only message, and returns its HTML.
   std::string shown(const std::string& sql) {
     plant("update t_message set content=" + sql);
     make_pages();
@@ -63,7 +63,7 @@ class HtmlExportTest : public ExportSample {
   }
 };
 
-TEST_F(HtmlExportTest, EachConversationHasAPageThatTheIndexLeadsTo) {
+TEST_F(HtmlExportTest, IndexLinksToAPagePerConversation) {
   import_sample();
   plant("update t_session set is_top=1,title='Tea' where session_type=3");
   make_pages();
@@ -119,7 +119,7 @@ TEST_F(HtmlExportTest, TextsAreShownAsText) {
   for (const auto& [sql, html] : cases) EXPECT_EQ(shown(sql), html) << sql;
 }
 
-TEST_F(HtmlExportTest, NamesOfAllKindsAreShownAsText) {
+TEST_F(HtmlExportTest, NamesAreShownAsText) {
   import(line({}));
   const std::string bad = "\"><script>1</script>'&";
   const std::string safe = "&quot;&gt;&lt;script&gt;1&lt;/script&gt;&#39;&amp;";
@@ -182,7 +182,7 @@ TEST_F(HtmlExportTest, MessagesShowTheirSideStateAndTime) {
   EXPECT_EQ(found(text, "<bdi>(u01|me)</bdi>"), (Rows{"u01", "u01", "me"}));
 }
 
-TEST_F(HtmlExportTest, WhatIsNoCodeHasNoName) {
+TEST_F(HtmlExportTest, ShowsInvalidCodesAsTheyAre) {
   import(line({}) + line({}));
   plant(
       "update t_session set session_type='<kind>';"
@@ -196,7 +196,7 @@ TEST_F(HtmlExportTest, WhatIsNoCodeHasNoName) {
   EXPECT_TRUE(has(text, "<p class=\"facts\"><bdi>&lt;kind&gt;</bdi> · "));
 }
 
-TEST_F(HtmlExportTest, CountersThatOverflowAreShown) {
+TEST_F(HtmlExportTest, ShowsOverflowingCounters) {
   import_sample();
   plant("update t_session set unread_count=9223372036854775807");
   make_pages();
@@ -204,7 +204,7 @@ TEST_F(HtmlExportTest, CountersThatOverflowAreShown) {
   EXPECT_TRUE(has(page("00001.html"), ">9223372036854775807 unread<"));
 }
 
-TEST_F(HtmlExportTest, NamesAndPreviewsStandOnOneLine) {
+TEST_F(HtmlExportTest, NamesAndPreviewsAreOnOneLine) {
   import(line({{ "content", "a\r\nb\nc\td\re" }}));
   plant("update t_session set title='א'||char(8207)||char(8238)");
   make_pages();
@@ -215,7 +215,7 @@ TEST_F(HtmlExportTest, NamesAndPreviewsStandOnOneLine) {
   EXPECT_EQ(found(index(), "</bdi>: <bdi>([^<]*)</bdi>"), Rows{"א\xE2\x80\x8F"});
 }
 
-TEST_F(HtmlExportTest, OtherKindsOfMessageAreCards) {
+TEST_F(HtmlExportTest, OtherKindsOfMessagesAreCards) {
   import(line({{"object_name", "CV:ImgMsg"},
                { "content",
                  "{\"w\":1}" }}) +
@@ -234,7 +234,7 @@ TEST_F(HtmlExportTest, OtherKindsOfMessageAreCards) {
   EXPECT_TRUE(has(text, "<details><summary class=\"kind\"><bdi>CV:FileMsg</bdi>, 2 KiB</summary>"));
 }
 
-TEST_F(HtmlExportTest, TheHeaderTellsTheConversationsSettings) {
+TEST_F(HtmlExportTest, HeaderShowsSettingsOfTheConversation) {
   import(line({{ "is_mention", true }}));
   plant("update t_session set is_top=1,silence=1,draft='not yet'||char(10)||'sent'");
   make_pages();
@@ -247,7 +247,7 @@ TEST_F(HtmlExportTest, TheHeaderTellsTheConversationsSettings) {
 }
 
 TEST_F(HtmlExportTest, LargeConversationsAreSplitByMonth) {
-  // 144 a day from the middle of November on: each month fills a page and a part of the next.
+  // 144 messages per day from the middle of November: each month needs more than one page.
   import_many(6000);
   make_pages();
   const Rows names = page_names();
@@ -264,7 +264,7 @@ TEST_F(HtmlExportTest, LargeConversationsAreSplitByMonth) {
       std::stoi(rows("select count(*) from t_message where sent_time<1701388800000").at(0)));
   EXPECT_EQ(sizes, (std::vector<std::size_t>{in_november - 2000, 2000, 4000 - in_november, 2000}));
 
-  // Each month's link leads to the first of its days.
+  // The link to a month leads to its first day.
   const std::string first = page("00001.html");
   EXPECT_EQ(found(first, "<li><a href=\"([^\"]*)\">[A-Z][a-z]+ 2023</a>"),
             (Rows{"00001.html#m0", "00001-3.html#m1"}));
@@ -278,7 +278,7 @@ TEST_F(HtmlExportTest, LargeConversationsAreSplitByMonth) {
   EXPECT_FALSE(has(page("00001-2.html"), "New messages"));
 }
 
-TEST_F(HtmlExportTest, ALongListHasSeveralPages) {
+TEST_F(HtmlExportTest, LongListHasSeveralPages) {
   import(line({}));
   plant(
       "with n(i) as (select 1 union all select i+1 from n where i<1100) "
@@ -291,7 +291,7 @@ TEST_F(HtmlExportTest, ALongListHasSeveralPages) {
   EXPECT_TRUE(has(second, "href=\"index.html\""));
 }
 
-TEST_F(HtmlExportTest, MessagesWithoutAConversationHaveAPage) {
+TEST_F(HtmlExportTest, MessagesWithoutConversationHaveAPage) {
   import_sample();
   plant("delete from t_session where session_id='u02'");
   plant("update t_message set session_id=null,session_type=null where id=1");
@@ -307,7 +307,7 @@ TEST_F(HtmlExportTest, MessagesWithoutAConversationHaveAPage) {
   EXPECT_EQ(orphans, 2);
 }
 
-TEST_F(HtmlExportTest, TimesThatNoCalendarHasAreShown) {
+TEST_F(HtmlExportTest, ShowsTimesBeyondTheCalendar) {
   import_sample();
   plant(
       "update t_message set sent_time=0 where id=1;"
@@ -321,7 +321,7 @@ TEST_F(HtmlExportTest, TimesThatNoCalendarHasAreShown) {
   EXPECT_TRUE(has(index(), "chosen conversations only"));
 }
 
-TEST_F(HtmlExportTest, MessagesWithoutADateAreNoGroup) {
+TEST_F(HtmlExportTest, MessagesWithoutDateAreNotGrouped) {
   import(line({}) + line({}));
   plant(
       "update t_message set sent_time=-9223372036854775807-1 where id=1;"
@@ -331,7 +331,7 @@ TEST_F(HtmlExportTest, MessagesWithoutADateAreNoGroup) {
             (Rows{"in", "in"}));
 }
 
-TEST_F(HtmlExportTest, AnEmptyStoreHasAnIndex) {
+TEST_F(HtmlExportTest, EmptyStoreHasAnIndex) {
   import(line({}));
   plant("delete from t_message");
   make_pages();

@@ -1,5 +1,5 @@
-// Import into stores that somebody has altered: triggers that drop or delete messages, ids that are
-// used up.
+// Imports into stores that another program has altered: with triggers that drop or delete messages,
+// or without ids for new messages.
 
 #include <regex>
 #include <string>
@@ -15,7 +15,7 @@ constexpr const char* kNotKept =
 
 class ImportIntoAlteredStore : public ToolTest {
  protected:
-  // An empty store with this change.
+  // Makes an empty store and changes it.
   void alter(const std::string& sql) {
     import("");
     plant(sql);
@@ -37,7 +37,7 @@ class ImportIntoAlteredStore : public ToolTest {
   }
 };
 
-// A line of its own conversation whose content is the word.
+// A line with this content, in a conversation of its own.
 std::string word(const std::string& text) {
   return line({{"content", text}, {"session_id", "of " + text}});
 }
@@ -51,7 +51,7 @@ TEST_F(ImportIntoAlteredStore, MessageThatATriggerDropsEndsTheImport) {
   const Outcome outcome = import_text(word("a") + word("b") + word("spam") + word("c"));
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + place(3) + kNotKept + "; nothing was stored from " +
-                             place(1) + " on; --skip-bad passes over such lines\n");
+                             place(1) + " on; --skip-bad skips such lines\n");
   EXPECT_EQ(counts(outcome), "0 stored, 0 completed, 0 refused, 0 bad");
   EXPECT_EQ(contents(), Rows{});
   EXPECT_EQ(sessions(), Rows{});
@@ -109,7 +109,7 @@ TEST_F(ImportIntoAlteredStore, MessagesOfItsBatchThatATriggerDeletesLaterAreNotS
   EXPECT_EQ(contents(), Rows{});
 }
 
-// The user's message, which the server has not named yet.
+// A message of the user without a server uid.
 Json own_message() {
   return {{"sender", "me"}, {"is_receive", false}, {"client_uid", 7}};
 }
@@ -139,7 +139,7 @@ TEST_F(ImportIntoAlteredStore, CompletionThatATriggerChangesIsCounted) {
   EXPECT_EQ(rows("select server_uid from t_message"), Rows{"s7"});
 }
 
-// The library completes the row of the id's lower 32 bits.
+// The library updates the row whose id is the lower 32 bits of the message's id.
 TEST_F(ImportIntoAlteredStore, MessageOfALargeIdIsNotCountedAsCompleted) {
   import(line(own_message()));
   plant("update t_message set id=4294967301");
@@ -214,7 +214,7 @@ TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhenItIsReachedWithinABatch) {
   EXPECT_EQ(contents(), Rows{});
 }
 
-// What the error tells the user to do.
+// Follows the advice in the error.
 TEST_F(ImportIntoAlteredStore, ExportAndRestoreWithSmallerNumbersTakeMessagesAgain) {
   alter("insert into sqlite_sequence(name,seq) values('t_message',9223372036854775806)");
   import(word("a"));

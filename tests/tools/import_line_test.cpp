@@ -21,7 +21,7 @@ std::string with(const std::string& members) {
   return "{" + std::string(kRequired) + "," + members + "}";
 }
 
-// The required members with the value of one of them replaced.
+// An object with the required members; the value of one of them is replaced.
 std::string replaced(const std::string& key, const std::string& value) {
   static const std::vector<std::vector<std::string>> members = {
       {"session_id", "\"room\""}, {"session_type", "2"}, {"object_name", "\"CV:TxtMsg\""},
@@ -38,7 +38,7 @@ std::string replaced(const std::string& key, const std::string& value) {
 
 class ImportLineTest : public testing::Test {
  protected:
-  // The error text; empty for a good line.
+  // Returns the error; empty for a good line.
   std::string error(const std::string& text) {
     message = ImportMessage();
     return parser.parse(text, message).value_or("");
@@ -48,7 +48,7 @@ class ImportLineTest : public testing::Test {
   ImportMessage message;
 };
 
-TEST_F(ImportLineTest, EveryKeyIsRead) {
+TEST_F(ImportLineTest, ReadsEveryKey) {
   EXPECT_EQ(error(R"({"server_uid":"s-9","client_uid":77,"sent_time":1700000000123,)"
                   R"("sent_status":3,"is_mention":true,"is_receive":true,"content":"c",)"
                   R"("sender":"u01","object_name":"CV:ImgMsg","session_type":4,)"
@@ -67,7 +67,7 @@ TEST_F(ImportLineTest, EveryKeyIsRead) {
   EXPECT_EQ(message.server_uid, "s-9");
 }
 
-TEST_F(ImportLineTest, OptionalKeysHaveDefaultsAlsoAfterALineThatGaveThem) {
+TEST_F(ImportLineTest, ResetsOptionalKeysToTheirDefaults) {
   ASSERT_EQ(
       error(with(R"("is_mention":true,"sent_status":2,"client_uid":8,"server_uid":"uid-of-old")")),
       "");
@@ -80,7 +80,7 @@ TEST_F(ImportLineTest, OptionalKeysHaveDefaultsAlsoAfterALineThatGaveThem) {
   EXPECT_EQ(message.sent_time, 5);
 }
 
-TEST_F(ImportLineTest, TextsAreDecoded) {
+TEST_F(ImportLineTest, DecodesTexts) {
   EXPECT_EQ(error(replaced("content", R"("a\"\\\n\u4e2d\ud83d\ude00 中")")), "");
   EXPECT_EQ(message.content, "a\"\\\n中😀 中");
   EXPECT_EQ(error(replaced("content", R"("")")), "");
@@ -89,7 +89,7 @@ TEST_F(ImportLineTest, TextsAreDecoded) {
   EXPECT_EQ(error(replaced("object_name", R"("")")), "");
 }
 
-TEST_F(ImportLineTest, WhiteSpaceAroundTheObjectIsAllowed) {
+TEST_F(ImportLineTest, AllowsWhiteSpaceAroundTheObject) {
   EXPECT_EQ(error(" \t{" + std::string(kRequired) + "} \t\r"), "");
 }
 
@@ -120,7 +120,7 @@ TEST_F(ImportLineTest, WrongTypesNameTheField) {
   }
 }
 
-TEST_F(ImportLineTest, RangesAreChecked) {
+TEST_F(ImportLineTest, ChecksRanges) {
   for (const char* value : {"1", "2", "3", "4", "5"}) {
     EXPECT_EQ(error(replaced("session_type", value)), "");
     EXPECT_EQ(std::to_string(message.session_type), value);
@@ -142,7 +142,7 @@ TEST_F(ImportLineTest, RangesAreChecked) {
   EXPECT_EQ(error(replaced("session_id", "\"\"")), "field \"session_id\": must not be empty");
 }
 
-TEST_F(ImportLineTest, BigNumbersAreTakenUpTo63Bits) {
+TEST_F(ImportLineTest, AcceptsNumbersUpTo63Bits) {
   EXPECT_EQ(error(replaced("sent_time", "9223372036854775807")), "");
   EXPECT_EQ(message.sent_time, std::numeric_limits<int64_t>::max());
   EXPECT_EQ(error(with("\"client_uid\":9223372036854775807")), "");
@@ -156,7 +156,7 @@ TEST_F(ImportLineTest, BigNumbersAreTakenUpTo63Bits) {
   EXPECT_EQ(overflow.find("field \"sent_time\": number out of range at byte "), 0U) << overflow;
 }
 
-TEST_F(ImportLineTest, MissingKeysAreNamed) {
+TEST_F(ImportLineTest, NamesMissingKeys) {
   for (const char* key : {"session_id", "session_type", "object_name", "sender", "content",
                           "is_receive", "sent_time"}) {
     std::string text = replaced("", "");
@@ -167,7 +167,7 @@ TEST_F(ImportLineTest, MissingKeysAreNamed) {
   EXPECT_EQ(error("{}"), "field \"session_id\": missing");
 }
 
-TEST_F(ImportLineTest, AKeyGivenTwiceIsNamed) {
+TEST_F(ImportLineTest, NamesKeyGivenTwice) {
   for (const char* key : {"session_id", "session_type", "object_name", "sender", "content",
                           "is_receive", "sent_time"}) {
     EXPECT_EQ(error(with("\"" + std::string(key) + "\":0")),
@@ -177,7 +177,7 @@ TEST_F(ImportLineTest, AKeyGivenTwiceIsNamed) {
             "field \"server_uid\": given twice");
 }
 
-TEST_F(ImportLineTest, ZeroCharactersAreRefused) {
+TEST_F(ImportLineTest, RejectsZeroCharacters) {
   for (const char* key : {"session_id", "object_name", "sender", "content"}) {
     const std::string expected = "field \"" + std::string(key) + "\": holds a zero character";
     EXPECT_EQ(error(replaced(key, R"("a\u0000b")")), expected);
@@ -185,12 +185,12 @@ TEST_F(ImportLineTest, ZeroCharactersAreRefused) {
   }
   EXPECT_EQ(error(with(R"("server_uid":"\u0000")")),
             "field \"server_uid\": holds a zero character");
-  // As a byte it is not JSON at all.
+  // A raw zero byte is not JSON.
   const std::string raw = error(replaced("content", std::string("\"a\0b\"", 5)));
   EXPECT_EQ(raw.find("field \"content\": not valid JSON at byte "), 0U) << raw;
 }
 
-TEST_F(ImportLineTest, IllFormedTextIsRefused) {
+TEST_F(ImportLineTest, RejectsIllFormedText) {
   for (const char* value :
        {"\"\xff\"", "\"\xc3\"", "\"\xc0\x80\"", "\"\xed\xa0\x80\"", "\"\xf4\x90\x80\x80\"",
         "\"a\nb\"", "\"\\x\"", "\"\\ud800\"", "\"\\udc00\"", "\"\\u12\""}) {
@@ -200,13 +200,13 @@ TEST_F(ImportLineTest, IllFormedTextIsRefused) {
   }
 }
 
-TEST_F(ImportLineTest, WhatIsNoObjectIsRefused) {
+TEST_F(ImportLineTest, RejectsLinesThatAreNotObjects) {
   for (const char* text : {"[]", "[{}]", "1", "-1", "1.5", "\"text\"", "true", "null"}) {
     EXPECT_EQ(error(text), "not a JSON object") << text;
   }
 }
 
-TEST_F(ImportLineTest, BrokenJsonIsRefused) {
+TEST_F(ImportLineTest, RejectsBrokenJson) {
   const std::string good = "{" + std::string(kRequired) + "}";
   for (const std::string& text :
        {std::string(), std::string("hello"), std::string("{"), good.substr(0, good.size() - 1),
@@ -216,18 +216,18 @@ TEST_F(ImportLineTest, BrokenJsonIsRefused) {
     EXPECT_NE(found.find("not valid JSON at byte "), std::string::npos) << text;
   }
   EXPECT_EQ(error(good + " x").find("not valid JSON at byte "), 0U) << "in no field";
-  // A zero byte does not end a line: what follows it is not dropped.
+  // A zero byte does not end the line: the bytes after it are not ignored.
   const std::string zero(1, '\0');
   const std::string place = "not valid JSON at byte " + std::to_string(good.size() + 1);
   EXPECT_EQ(error(good + zero), place);
   EXPECT_EQ(error(good + zero + good), place);
-  // Every beginning of a line is refused.
+  // No part of a line is accepted as a line.
   for (std::size_t size = 0; size < good.size(); ++size) {
     EXPECT_NE(error(good.substr(0, size)), "") << size;
   }
 }
 
-TEST_F(ImportLineTest, UnknownKeysArePassedOverAndNotedOnce) {
+TEST_F(ImportLineTest, IgnoresUnknownKeysAndNotesThemOnce) {
   EXPECT_EQ(error(with(R"("zeta":1,"alpha":null,"zeta":"\u0000")")), "");
   EXPECT_EQ(error(with(R"("alpha":1.5,"Session_id":true)")), "");
   EXPECT_EQ(parser.unknown_keys(), (std::vector<std::string>{"zeta", "alpha", "Session_id"}));
@@ -241,7 +241,7 @@ TEST_F(ImportLineTest, ValuesOfUnknownKeysMayBeNested) {
   EXPECT_EQ(message.content, "hi");
   EXPECT_EQ(message.server_uid, "after");
   EXPECT_EQ(parser.unknown_keys(), std::vector<std::string>{"more"});
-  // A field's value is not.
+  // The value of a known key must not be nested.
   EXPECT_EQ(error(replaced("content", R"({"text":"hi"})")), "field \"content\": must be a text");
 }
 
@@ -252,7 +252,7 @@ TEST_F(ImportLineTest, DeepNestingDoesNoHarm) {
   EXPECT_NE(error(with("\"more\":" + open)), "");
 }
 
-TEST_F(ImportLineTest, AGoodLineFollowsABadOne) {
+TEST_F(ImportLineTest, ReadsGoodLineAfterBadOne) {
   EXPECT_NE(error(R"({"more":{"x":[)"), "");
   EXPECT_EQ(error(with(R"("server_uid":"u")")), "");
   EXPECT_EQ(message.server_uid, "u");

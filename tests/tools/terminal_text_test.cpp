@@ -1,4 +1,4 @@
-// Texts of a store cannot drive the terminal that they are written to.
+// Texts of a store cannot send control sequences to a terminal.
 
 #include <string>
 #include <vector>
@@ -24,7 +24,7 @@ std::string utf8(int code_point) {
   return text;
 }
 
-// Each control character above U+001F, bidirectional control and invisible separator.
+// All control characters above U+001F, bidirectional controls and invisible separators.
 std::vector<std::string> drivers() {
   std::vector<int> code_points = {0x7F,   0x061C, 0x200E, 0x200F, 0x2028, 0x2029, 0x202A, 0x202B,
                                   0x202C, 0x202D, 0x202E, 0x2066, 0x2067, 0x2068, 0x2069, 0xFEFF};
@@ -76,7 +76,7 @@ TEST_F(TerminalTextTest, JsonEscapesControlCharacters) {
   }
 }
 
-TEST_F(TerminalTextTest, AJsonExportIsEscapedAndExact) {
+TEST_F(TerminalTextTest, JsonlExportIsHarmlessAndExact) {
   import(line({}));
   const std::string text = all_drivers() +
                            "ordinary text around them, longer than hexadecimal "
@@ -105,8 +105,9 @@ TEST_F(TerminalTextTest, AJsonExportIsEscapedAndExact) {
   EXPECT_EQ(lines(run({"export", store(), "--format", "jsonl"}).out).size(), 6U);
 }
 
-// Escapes are longer than what they stand for; restore has room for twice a text.
-TEST_F(TerminalTextTest, EscapesAtMostDoubleTheSizeOfAnExport) {
+// Escapes are longer than the characters that they replace. A restore accepts lines of up to twice
+// the size of the text.
+TEST_F(TerminalTextTest, ControlCharactersAtMostDoubleAnExport) {
   import(line({}));
   for (const std::string& driver : drivers()) {
     std::string text;
@@ -163,7 +164,7 @@ TEST_F(TerminalTextTest, CsvIsEscapedOnlyOnATerminal) {
   plant("update t_session set title=session_id");
   plant("update t_message set client_uid=session_id");
   const auto shown = terminal_output({"export", store(), "--format", "csv"}, 80);
-  if (!shown) GTEST_SKIP() << "no terminals here";
+  if (!shown) GTEST_SKIP() << "no terminals on this machine";
   std::string all;
   for (const char c : *shown) {
     if (c != '\r' && c != '\n') all += c;

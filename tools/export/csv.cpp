@@ -1,3 +1,7 @@
+#include "tools/export/csv.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -5,20 +9,19 @@
 #include <string>
 #include <string_view>
 
-#include "tools/export/lines.h"
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
+#include "tools/ui/time.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {
 
 namespace {
 
-// Without it some spreadsheet programs take the file for another encoding.
+// Without it, some spreadsheet programs guess another encoding.
 constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
 
-// A message as a spreadsheet gets it, in the order of the columns below.
 constexpr const char* kQuery =
     "select m.id,m.session_type,m.session_id,"
     "(select title from t_session s"
@@ -31,7 +34,7 @@ enum Meaning { kNumber, kText, kKind, kTime, kDirection, kSentState, kReadState 
 
 struct CsvColumn {
   const char* heading;
-  int place;  // in the query
+  int place;  // in the query's row
   Meaning meaning;
 };
 
@@ -53,7 +56,7 @@ constexpr std::array<CsvColumn, 15> kColumns = {{
     {"server_uid", 13, kText},
 }};
 
-// The text as UTF-8 without zero bytes, which readers of CSV cannot take.
+// Converts a text to UTF-8 without zero bytes: readers of CSV cannot handle those.
 std::string clean(const std::string& text) {
   std::string result;
   std::size_t begin = 0;
@@ -66,8 +69,8 @@ std::string clean(const std::string& text) {
   return result;
 }
 
-// Whether a spreadsheet program would carry out a cell that begins so. East Asian ones take the
-// full-width signs for the others.
+// Whether a spreadsheet program treats a cell with this text as a formula. East Asian programs also
+// accept the full-width signs.
 bool begins_with_sign(std::string_view text) {
   static constexpr std::array<std::string_view, 8> kSigns = {"=",  "+",  "-",  "@",
                                                              "＝", "＋", "－", "＠"};
@@ -75,8 +78,8 @@ bool begins_with_sign(std::string_view text) {
                      [text](std::string_view sign) { return text.substr(0, sign.size()) == sign; });
 }
 
-// Whether a program may drop the code point from the beginning of a cell.
-bool is_dropped(int32_t c) {
+// Whether some program removes this code point from the beginning of a cell.
+bool is_removed(int32_t c) {
   switch (c) {
     case '"':
     case ' ':
@@ -90,16 +93,16 @@ bool is_dropped(int32_t c) {
   }
 }
 
-// Whether some program takes the code point for the end of a line.
+// Whether some program ends the line at this code point.
 bool ends_line(int32_t c) {
   return (c >= '\n' && c <= '\r') || (c >= 0x1C && c <= 0x1E) || c == 0x85 || c == 0x2028 ||
          c == 0x2029;
 }
 
-// Whether a new cell begins after the code point in a program whose fields are separated by
-// something else than commas: quotes do not hold such a program, since to it they stand within a
-// field. Blanks and colons separate fields only where the user asks for it, and in front of "-" or
-// "@" they are in many ordinary texts.
+// Whether some program begins a new cell after this code point. A program that separates fields by
+// other characters than commas sees the quotes in the middle of a field, and ignores them. Spaces
+// and colons are not in the list: they separate fields only if the user asks for it, and many
+// ordinary texts have them before "-" or "@".
 bool ends_cell(int32_t c) {
   switch (c) {
     case ';':
@@ -117,20 +120,20 @@ bool ends_cell(int32_t c) {
   }
 }
 
-// How a record is written.
+// The state of the record that is being written.
 struct CsvRecord {
   CsvReader reader;
-  // Whether a text of the record had a line end. A program that ends the record there is then
-  // outside of the quotes, and takes commas in texts for separators.
+  // Whether a text in the record had a line end. Some programs end the record there. They then see
+  // the rest of the record outside of quotes, and separate cells at the commas in texts.
   bool has_line_end = false;
 };
 
-// The text with an apostrophe before each sign that begins a formula, and before a tab or a line
-// end at its beginning.
+// Puts an apostrophe before each sign that begins a formula, and before a tab or a line end at the
+// beginning of the text.
 std::string without_formulas(std::string_view text, CsvRecord& record) {
-  constexpr std::string_view kDropped = "\t\r\n";  // from the beginning of a cell
-  const bool begins_dropped = !text.empty() && kDropped.find(text[0]) != std::string_view::npos;
-  std::string result = begins_dropped ? "'" : "";
+  constexpr std::string_view kRemoved = "\t\r\n";  // at the beginning of a cell
+  const bool begins_removed = !text.empty() && kRemoved.find(text[0]) != std::string_view::npos;
+  std::string result = begins_removed ? "'" : "";
   result.reserve(text.size() + 1);
   bool at_begin = true;
   while (!text.empty()) {
@@ -139,12 +142,12 @@ std::string without_formulas(std::string_view text, CsvRecord& record) {
     const int32_t c = take_code_point(text);
     result += before.substr(0, before.size() - text.size());
     record.has_line_end = record.has_line_end || ends_line(c);
-    at_begin = ends_cell(c) || (c == ',' && record.has_line_end) || (at_begin && is_dropped(c));
+    at_begin = ends_cell(c) || (c == ',' && record.has_line_end) || (at_begin && is_removed(c));
   }
   return result;
 }
 
-// In quotes, whether or not it needs them: some programs split records at other characters, too.
+// Always in quotes: some programs also end fields at other characters than commas.
 std::string text_field(const std::string& stored, CsvRecord& record) {
   std::string text = without_formulas(clean(stored), record);
   if (record.reader == CsvReader::kTerminal) text = printable(text);
@@ -153,30 +156,30 @@ std::string text_field(const std::string& stored, CsvRecord& record) {
   return result + '"';
 }
 
-// As it stands, were it a text in a file of somebody else's.
-std::string number_field(sqlite3_stmt* row, int place, CsvRecord& record) {
-  const int type = sqlite3_column_type(row, place);
-  const std::string value = text_at(row, place);
+// A number as it is. Another program may have stored a text instead: that becomes a text field.
+std::string number_field(const Row& row, int place, CsvRecord& record) {
+  const int type = row.type(place);
+  const std::string value = row.text(place);
   return type == SQLITE_TEXT || type == SQLITE_BLOB ? text_field(value, record) : value;
 }
 
 template <typename NameOf>
-std::string code_field(sqlite3_stmt* row, int place, CsvRecord& record, const NameOf& name_of) {
+std::string code_field(const Row& row, int place, CsvRecord& record, const NameOf& name_of) {
   const Code code = code_at(row, place);
   return code.number ? name_of(*code.number) : number_field(row, place, record);
 }
 
 std::string direction_name(int32_t direction) {
   if (direction == 0) return "own";
-  return direction == 1 ? "received" : std::to_string(direction);
+  return direction == 1 ? "received" : fmt::to_string(direction);
 }
 
-std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvRecord& record) {
+std::string field_of(const Row& row, const CsvColumn& column, CsvRecord& record) {
   switch (column.meaning) {
     case kKind:
       return code_field(row, column.place, record, kind_name);
     case kTime:
-      return time_text(sqlite3_column_int64(row, column.place));
+      return time_text(row.int64(column.place));
     case kDirection:
       return code_field(row, column.place, record, direction_name);
     case kSentState:
@@ -188,7 +191,33 @@ std::string field_of(sqlite3_stmt* row, const CsvColumn& column, CsvRecord& reco
     case kText:
       break;
   }
-  return text_field(text_at(row, column.place), record);
+  return text_field(row.text(column.place), record);
+}
+
+std::string headings(CsvReader reader) {
+  std::string line = reader == CsvReader::kTerminal ? "" : kByteOrderMark;
+  for (const CsvColumn& column : kColumns) {
+    if (column.place != 0) line += ',';
+    line += column.heading;
+  }
+  return line + "\r\n";
+}
+
+void set_record(std::string& line, const Row& row, CsvReader reader) {
+  line.clear();
+  CsvRecord record = {reader};
+  for (const CsvColumn& column : kColumns) {
+    if (column.place != 0) line += ',';
+    line += field_of(row, column, record);
+  }
+  line += "\r\n";
+}
+
+int64_t number_of_conversations(const ExportSource& source, const std::string& where) {
+  return source.number(fmt::format(
+      "select count(*) from (select distinct session_type,session_id collate binary from "
+      "t_message{})",
+      where));
 }
 
 }  // namespace
@@ -197,26 +226,15 @@ void export_csv(const ExportSource& source, ExportOutput& output, CsvReader read
                 ExportCounts& counts) {
   const std::string where = source.is_partial() ? " where " + source.condition() : "";
   const int64_t all = source.rows_of("t_message");
-  counts.sessions = source.number(
-      "select count(*) from (select distinct session_type,session_id collate binary from t_message" +
-      where + ")");
+  counts.sessions = number_of_conversations(source, where);
   Progress progress("messages", static_cast<std::uint64_t>(all));
-
-  std::string line = reader == CsvReader::kTerminal ? "" : kByteOrderMark;
-  for (const CsvColumn& column : kColumns) {
-    line += std::string(column.place == 0 ? "" : ",") + column.heading;
-  }
-  output.write(line + "\r\n");
+  output.write(headings(reader));
+  std::string line;
   source.store().each_row(
       kQuery + where + " order by m.session_id collate binary,m.session_type,m.sent_time,m.id",
-      [&](sqlite3_stmt* row) {
-        line.clear();
-        CsvRecord record = {reader};
-        for (const CsvColumn& column : kColumns) {
-          if (column.place != 0) line += ',';
-          line += field_of(row, column, record);
-        }
-        output.write(line + "\r\n");
+      [&](const Row& row) {
+        set_record(line, row, reader);
+        output.write(line);
         ++counts.messages;
         progress.advance();
       });

@@ -1,5 +1,7 @@
 #include "tools/export/output.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -11,13 +13,13 @@
 namespace corvan_tool {
 
 void fail_to_write(const std::string& path, const std::string& error) {
-  throw ToolError(kept_name(path) + ": " + error +
-                  "; nothing was kept; name a place with room in --output");
+  throw ToolError(fmt::format("{}: {}; nothing was kept; name a place with room in --output",
+                              kept_name(path), error));
 }
 
 ExportOutput::ExportOutput(std::string path, Kind kind, ExportCounts& counts)
     : path_(std::move(path)), counts_(counts), stream_(path_.empty() ? std::cout : file_) {
-  // Opened for reading as well, a file is not made.
+  // std::ios::in keeps open() from creating the file.
   const std::ios::openmode more = kind == kPresent ? std::ios::in : std::ios::openmode();
   if (!path_.empty()) file_.open(path_, std::ios::binary | std::ios::out | more);
   require_good();

@@ -1,4 +1,4 @@
-// Where an export goes.
+// The file that an export is written to.
 
 #ifndef TOOLS_EXPORT_OUTPUT_H_
 #define TOOLS_EXPORT_OUTPUT_H_
@@ -10,7 +10,7 @@
 
 namespace corvan_tool {
 
-// How much an export has written.
+// What an export has written.
 struct ExportCounts {
   int64_t sessions = 0;
   int64_t messages = 0;
@@ -18,21 +18,22 @@ struct ExportCounts {
   int64_t bytes = 0;
 };
 
-// Throws ToolError: `path`, at or below an Unfinished, cannot be written because of `error`.
+// Throws ToolError: `path`, which is an Unfinished or inside one, cannot be written.
 [[noreturn]] void fail_to_write(const std::string& path, const std::string& error);
 
-// A file, or standard output. Each call throws ToolError when it cannot write.
+// A file, or standard output. Each function throws ToolError if it cannot write.
 class ExportOutput {
  public:
   enum Kind { kNew, kPresent };
 
-  // An empty path is standard output. A present file must be there and empty: one that an interrupt
-  // has removed does not come back. What is written is counted in `counts`.
+  // An empty path is standard output. A new file is created. A present file must exist and be
+  // empty; it is not created again if an interrupt has removed it. Files and bytes are added to
+  // `counts`.
   ExportOutput(std::string path, Kind kind, ExportCounts& counts);
 
   void write(std::string_view text);
 
-  // To be called at the end: what the object's end alone would write is not checked.
+  // Call this at the end: the destructor does not check whether the rest could be written.
   void close();
 
  private:

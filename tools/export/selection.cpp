@@ -1,8 +1,11 @@
 #include "tools/export/selection.h"
 
-#include <algorithm>
+#include <fmt/format.h>
 
-#include "tools/export/records.h"
+#include <algorithm>
+#include <iterator>
+
+#include "tools/store/export_format.h"
 #include "tools/store/schema.h"
 #include "tools/ui/error.h"
 
@@ -10,22 +13,27 @@ namespace corvan_tool {
 
 namespace {
 
-// The elements with commas between them.
-template <typename Elements, typename Text>
-std::string joined(const Elements& elements, const Text& text) {
-  std::string result;
-  for (const auto& element : elements) result += (result.empty() ? "" : ",") + text(element);
-  return result;
+std::string kind_condition_of(const std::vector<Corvan::SessionType>& kinds) {
+  if (kinds.empty()) return "1";
+  const std::vector<int32_t> numbers(kinds.begin(), kinds.end());
+  return fmt::format("session_type in({})", fmt::join(numbers, ","));
+}
+
+std::string id_condition_of(const std::vector<std::string>& session_ids) {
+  if (session_ids.empty()) return "";
+  std::vector<std::string> quoted;
+  std::transform(session_ids.begin(), session_ids.end(), std::back_inserter(quoted), quoted_text);
+  return fmt::format(" and session_id collate binary in({})", fmt::join(quoted, ","));
 }
 
 }  // namespace
 
-Code code_at(sqlite3_stmt* row, int place) {
-  if (sqlite3_column_type(row, place) == SQLITE_INTEGER) {
-    const int64_t number = sqlite3_column_int64(row, place);
+Code code_at(const Row& row, int place) {
+  if (row.type(place) == SQLITE_INTEGER) {
+    const int64_t number = row.int64(place);
     if (number >= INT32_MIN && number <= INT32_MAX) return {static_cast<int32_t>(number), ""};
   }
-  return {std::nullopt, text_at(row, place)};
+  return {std::nullopt, row.text(place)};
 }
 
 std::string quoted_text(const std::string& text) {
@@ -36,51 +44,45 @@ std::string quoted_text(const std::string& text) {
 
 ExportSource::ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
                            const std::vector<Corvan::SessionType>& kinds)
-    : store_(folder), is_partial_(!session_ids.empty() || !kinds.empty()) {
+    : store_(folder),
+      is_partial_(!session_ids.empty() || !kinds.empty()),
+      kind_condition_(kind_condition_of(kinds)),
+      condition_(kind_condition_ + id_condition_of(session_ids)) {
   require_columns();
-  kind_condition_ = "1";
-  if (!kinds.empty()) {
-    kind_condition_ =
-        "session_type in(" + joined(kinds, [](int32_t kind) { return std::to_string(kind); }) + ")";
-  }
-  condition_ = kind_condition_;
-  if (!session_ids.empty()) {
-    condition_ += " and session_id collate binary in(" + joined(session_ids, quoted_text) + ")";
-  }
-  require_conversations(session_ids);
+  for (const std::string& id : session_ids) require_conversation(id);
 }
 
 int64_t ExportSource::number(const std::string& sql) const {
   int64_t value = 0;
-  store_.each_row(sql, [&value](sqlite3_stmt* row) { value = sqlite3_column_int64(row, 0); });
+  store_.each_row(sql, [&value](const Row& row) { value = row.int64(0); });
   return value;
 }
 
 int64_t ExportSource::rows_of(const std::string& table) const {
-  return number("select count(*) from " + table + " not indexed where " + condition_);
+  return number(fmt::format("select count(*) from {} not indexed where {}", table, condition_));
 }
 
 std::string ExportSource::row_id(const std::string& table) const {
   std::string name;
   store_.require(find_row_id(store_.connection(), table, name));
   if (!name.empty()) return name;
-  throw ToolError(store_.name() + ": " + no_row_id_text(table) +
-                  "; --format csv does without row ids");
+  throw ToolError(fmt::format("{}: {}; --format csv does without row ids", store_.name(),
+                              no_row_id_text(table)));
 }
 
 void ExportSource::require_all(const std::string& table, int64_t found, int64_t all) const {
-  if (found == all) return;
   if (found > all) {
-    throw ToolError(store_.name() + ": " + std::to_string(found) + " rows of " + table +
-                    " were found, but the table has only " + std::to_string(all) +
-                    "; see 'corvan check' and 'corvan verify'; --format jsonl reads the tables "
-                    "alone");
+    throw ToolError(fmt::format(
+        "{}: {} rows of {} were found, but the table has only {}; see 'corvan check' and 'corvan "
+        "verify'; --format jsonl reads the tables alone",
+        store_.name(), found, table, all));
   }
-  throw ToolError(
-      store_.name() + ": " + std::to_string(all - found) + " of the " + std::to_string(all) +
-      " rows of " + table +
-      " are missing from an index, and would be from the export; see 'corvan check'; --format jsonl "
-      "reads the tables alone");
+  if (found < all) {
+    throw ToolError(fmt::format(
+        "{}: {} of the {} rows of {} are missing from an index, and would be missing from the "
+        "export; see 'corvan check'; --format jsonl reads the tables alone",
+        store_.name(), all - found, all, table));
+  }
 }
 
 void ExportSource::require_columns() const {
@@ -91,24 +93,23 @@ void ExportSource::require_columns() const {
     for (const ExportColumn& column : table.columns) {
       if (column.is_row_id()) continue;
       if (std::find(present.begin(), present.end(), column.name) != present.end()) continue;
-      throw ToolError(store_.name() + ": table " + table.name + " has no column \"" + column.name +
-                      "\"; only a store with the columns of this release can be exported");
+      throw ToolError(fmt::format(
+          "{}: table {} has no column \"{}\"; only a store with the columns of this release can be "
+          "exported",
+          store_.name(), table.name, column.name));
     }
   }
 }
 
-void ExportSource::require_conversations(const std::vector<std::string>& session_ids) const {
-  for (const std::string& id : session_ids) {
-    std::string where = " where session_id collate binary=";
-    where.append(quoted_text(id)).append(" and ").append(kind_condition_).append(")");
-    std::string sql = "select exists(select 1 from t_session";
-    sql.append(where).append(" or exists(select 1 from t_message").append(where);
-    if (number(sql) != 0) continue;
-    const bool any_kind = kind_condition_ == "1";
-    throw ToolError(store_.name() + ": no conversation \"" + id + "\"" +
-                    (any_kind ? "" : " of the kinds named") +
-                    "; 'corvan list' shows the conversations that there are");
-  }
+void ExportSource::require_conversation(const std::string& id) const {
+  const std::string where =
+      fmt::format("where session_id collate binary={} and {}", quoted_text(id), kind_condition_);
+  const std::string sql = fmt::format(
+      "select exists(select 1 from t_session {0}) or exists(select 1 from t_message {0})", where);
+  if (number(sql) != 0) return;
+  const bool any_kind = kind_condition_ == "1";
+  throw ToolError(fmt::format("{}: no conversation \"{}\"{}; 'corvan list' shows all conversations",
+                              store_.name(), id, any_kind ? "" : " of these types"));
 }
 
 }  // namespace corvan_tool

@@ -1,4 +1,4 @@
-// What an export takes from a store.
+// The part of a store that an export takes.
 
 #ifndef TOOLS_EXPORT_SELECTION_H_
 #define TOOLS_EXPORT_SELECTION_H_
@@ -13,54 +13,56 @@
 
 namespace corvan_tool {
 
-// A copy of a store, and which of its conversations are wanted.
+// A snapshot of a store, with the conversations that are selected.
 class ExportSource {
  public:
-  // Without ids and kinds everything is wanted. Throws ToolError when the store cannot be read, one
-  // of its tables lacks a column, or an id names no conversation of these kinds.
+  // Selects everything if there are no ids and no kinds. Throws ToolError if the store cannot be
+  // read, if one of its tables lacks a column, or if an id names no conversation of these kinds.
   ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
                const std::vector<Corvan::SessionType>& kinds);
 
   const Snapshot& store() const { return store_; }
 
-  // Whether something is left out.
+  // Whether only some conversations are selected.
   bool is_partial() const { return is_partial_; }
 
-  // An SQL condition on the columns session_id and session_type of either table. Ids are compared
-  // by their bytes, whatever collation the file's columns have.
+  // An SQL condition for t_session and t_message. It compares the bytes of ids, whatever collation
+  // the columns have in this file.
   const std::string& condition() const { return condition_; }
 
-  // The only number that a query gives.
+  // The result of a query that returns one number. All functions from here on throw ToolError if
+  // the store cannot be read.
   int64_t number(const std::string& sql) const;
 
-  // The name by which SQL reads a table's row ids. Throws ToolError when there is none.
+  // The name of a table's row ids in SQL. Throws ToolError if they have none.
   std::string row_id(const std::string& table) const;
 
-  // The number of a table's rows that are wanted, counted in the table itself: an index of a
-  // damaged store may lack some.
+  // The number of selected rows, counted in the table itself: in a damaged store, an index may lack
+  // rows.
   int64_t rows_of(const std::string& table) const;
 
-  // Throws ToolError unless `all` of these rows were found, each once.
+  // Throws ToolError unless the numbers are equal: `found` rows were found by way of an index, and
+  // the table has `all`.
   void require_all(const std::string& table, int64_t found, int64_t all) const;
 
  private:
   void require_columns() const;
-  void require_conversations(const std::vector<std::string>& session_ids) const;
+  void require_conversation(const std::string& id) const;
 
   const Snapshot store_;
   const bool is_partial_;
-  std::string kind_condition_;
-  std::string condition_;
+  const std::string kind_condition_;
+  const std::string condition_;
 };
 
-// What a row holds in the place of a code.
+// The value of a column that should hold a code.
 struct Code {
   std::optional<int32_t> number;
-  std::string text;  // of a value that is no whole number of 32 bits
+  std::string text;  // the value, if it is not a whole number of 32 bits
 };
-Code code_at(sqlite3_stmt* row, int place);
+Code code_at(const Row& row, int place);
 
-// A text as SQL takes it.
+// A text as an SQL literal.
 std::string quoted_text(const std::string& text);
 
 }  // namespace corvan_tool

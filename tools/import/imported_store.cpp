@@ -1,5 +1,6 @@
 #include "tools/import/imported_store.h"
 
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -19,7 +20,7 @@ namespace corvan_tool {
 
 namespace {
 
-// Of the folders that will be made none may have the name of a store's file.
+// No folder that is created may have the name of a store's file.
 void require_no_store_files_above(const std::string& folder) {
   namespace fs = std::filesystem;
   std::error_code ignored;
@@ -34,7 +35,7 @@ void prepare_folder(const std::string& folder) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (std::filesystem::exists(folder) && !std::filesystem::is_directory(folder)) {
-    throw ToolError(folder + ": is no folder; name the store's");
+    throw ToolError(folder + ": is not a folder; name the store's folder");
   }
   if (error) throw ToolError(folder + ": " + error.message());
   require_regular_files(folder);
@@ -42,17 +43,17 @@ void prepare_folder(const std::string& folder) {
   const std::string file = store_file(folder);
   if (!std::filesystem::exists(file, error)) return;
   require_store_in(folder, true);
-  // The library waits for no lock when it opens a store.
-  // cppcheck-suppress unreadVariable; it throws when there is a lock
+  // Fails if the store stays locked: the library does not wait for locks when it opens a store.
+  // cppcheck-suppress unreadVariable; the constructor throws
   const StoreTransaction writable(file, file, "begin immediate");
 }
 
-// SQLite reports a full disk, too, when it has no id left for a new row.
+// Whether the largest possible id is in use. SQLite then reports a full disk for each new row.
 bool are_ids_used_up(const std::string& file) {
   const Connection connection(file, SQLITE_OPEN_READONLY);
   int64_t largest = 0;
-  const auto read = [&largest](sqlite3_stmt* row) {
-    largest = std::max<int64_t>(largest, sqlite3_column_int64(row, 0));
+  const auto read = [&largest](const Row& row) {
+    largest = std::max<int64_t>(largest, row.int64(0));
   };
   connection.each_row("select max(id) from t_message", read);
   connection.each_row(std::string("select seq from sqlite_sequence where name=") + kNameOfMessages,
@@ -62,10 +63,10 @@ bool are_ids_used_up(const std::string& file) {
 
 constexpr const char* kIdsUsedUp =
     "no id is left for a new message: 9223372036854775807 is the largest one; 'corvan export' the "
-    "store as JSON Lines, give the messages with the largest ids, every \"latest_id\" that names "
-    "them and the line \"sequence\" smaller numbers, and 'corvan restore' it";
+    "store as JSON Lines, reduce the largest ids of messages, each \"latest_id\" that names one of "
+    "them and the number in the line \"sequence\", and 'corvan restore' it";
 
-// A commit that failed for one of these reasons has stored nothing; the store tells only the text.
+// Whether a commit that failed with this text has stored nothing. The library reports no code.
 bool has_stored_nothing(const std::string& failure) {
   return failure == sqlite3_errstr(SQLITE_BUSY) || failure == sqlite3_errstr(SQLITE_FULL);
 }
@@ -76,7 +77,6 @@ void ImportCounts::add(const ImportCounts& other) {
   stored += other.stored;
   completed += other.completed;
   refused += other.refused;
-  bad += other.bad;
 }
 
 ImportStore::ImportStore(const ImportOptions& options)
@@ -92,13 +92,7 @@ std::vector<std::size_t> ImportStore::save(const Batch& batch, ImportCounts& cou
   newest_before_ = newest_id_;
   if (!store()->start_transaction()) fail_without(batch, 0);
   ImportCounts saved;
-  std::vector<std::size_t> dropped;
-  {
-    const ImportLookUp look_up(*Corvan::CvDbSingleton::get_instance());
-    dropped = save_each(look_up, batch, saved, counts);
-    if (dropped.empty()) read_rows(look_up);
-    if (has_failed()) fail_without(batch, batch.size() - 1);
-  }
+  std::vector<std::size_t> dropped = save_all(batch, saved, counts);
   if (!dropped.empty()) {
     store()->execute_none_query("rollback transaction");
     newest_id_ = newest_before_;
@@ -125,9 +119,19 @@ int64_t ImportStore::save_one(const ImportMessage& m) {
                                m.is_receive);
 }
 
-// Whether the store looks for an earlier message of the same client uid.
+// Whether the library looks for an earlier message with the same client uid.
 bool ImportStore::may_complete(const ImportMessage& message) const {
   return message.client_uid > 0 && !options_.history && !options_.insert_only;
+}
+
+// Returns the positions of the entries that are missing, in order.
+std::vector<std::size_t> ImportStore::save_all(const Batch& batch, ImportCounts& saved,
+                                               ImportCounts& counts) {
+  const ImportLookUp look_up(*Corvan::CvDbSingleton::get_instance());
+  std::vector<std::size_t> dropped = save_each(look_up, batch, saved, counts);
+  if (dropped.empty()) read_rows(look_up);
+  if (has_failed()) fail_without(batch, batch.size() - 1);
+  return dropped;
 }
 
 std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, const Batch& batch,
@@ -135,25 +139,9 @@ std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, con
   std::vector<std::size_t> dropped;
   saved_.clear();
   for (std::size_t i = 0; i < batch.size(); ++i) {
-    const int64_t id = save_one(batch[i].message);
-    // The store's ids only grow, so an older one is that of a message that was there before.
-    const Saved one = {i, id, id <= newest_id_};
-    if (has_failed()) fail_to_save(look_up, batch, i, id, counts);
-    if (id < 0) {
-      ++saved.refused;
-      continue;
-    }
-    const bool is_kept = is_there(look_up, batch, one);
-    if (has_failed()) fail_without(batch, i);
-    if (!is_kept) {
-      dropped.push_back(i);
-      continue;
-    }
-    ++(one.completed ? saved.completed : saved.stored);
-    newest_id_ = std::max(newest_id_, id);
-    saved_.push_back(one);
+    if (!save_entry(look_up, batch, i, saved, counts)) dropped.push_back(i);
   }
-  // A later message may have made a trigger delete an earlier one.
+  // A trigger may have deleted an earlier message when a later one was saved.
   for (const Saved& one : saved_) {
     if (!look_up.has(one.id, batch[one.entry].message)) dropped.push_back(one.entry);
   }
@@ -161,8 +149,28 @@ std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, con
   return dropped;
 }
 
-// To be called right after the save. When a trigger drops an insert or an update, the save still
-// returns an id: that of a row that was inserted before, into whatever table.
+// Returns false if the message is missing after its save.
+bool ImportStore::save_entry(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+                             ImportCounts& saved, ImportCounts& counts) {
+  const int64_t id = save_one(batch[entry].message);
+  // Ids only grow, so a smaller one belongs to a message that was there before.
+  const Saved one = {entry, id, id <= newest_id_};
+  if (has_failed()) fail_to_save(look_up, batch, entry, id, counts);
+  if (id < 0) {
+    ++saved.refused;
+    return true;
+  }
+  const bool is_kept = is_there(look_up, batch, one);
+  if (has_failed()) fail_without(batch, entry);
+  if (!is_kept) return false;
+  ++(one.completed ? saved.completed : saved.stored);
+  newest_id_ = std::max(newest_id_, id);
+  saved_.push_back(one);
+  return true;
+}
+
+// Call it right after the save. If a trigger drops the insert or the update, the save still returns
+// an id: the one of the last row that was inserted into any table.
 bool ImportStore::is_there(const ImportLookUp& look_up, const Batch& batch,
                            const Saved& saved) const {
   const ImportMessage& message = batch[saved.entry].message;
@@ -170,8 +178,8 @@ bool ImportStore::is_there(const ImportLookUp& look_up, const Batch& batch,
   return look_up.has(saved.id, message);
 }
 
-// Keeps what shows later whether the transaction was committed: a new row, or, without one, all
-// rows that were completed.
+// Keeps rows that show later whether the transaction was committed: one new row, or, if there is
+// none, all completed rows.
 void ImportStore::read_rows(const ImportLookUp& look_up) {
   rows_.clear();
   const auto last_new = std::find_if(saved_.rbegin(), saved_.rend(),
@@ -184,54 +192,58 @@ void ImportStore::read_rows(const ImportLookUp& look_up) {
 }
 
 bool ImportStore::are_rows_there(const Connection& connection) const {
-  return std::all_of(rows_.begin(), rows_.end(), [&connection](const Row& row) {
+  return std::all_of(rows_.begin(), rows_.end(), [&connection](const StoredRow& row) {
     std::string text;
     const int rc = connection.each_row(
-        kMessageRow, [&text](sqlite3_stmt* found) { text = row_text(found); }, row.id);
+        kMessageRow, [&text](const Row& found) { text = row_text(found); }, row.id);
     if (rc != SQLITE_DONE) throw ToolError(connection.error());
     return text == row.text;
   });
 }
 
-// The transaction is rolled back when the store is closed.
+// Closing the store rolls the transaction back.
 void ImportStore::fail_without(const Batch& batch, std::size_t entry) {
-  throw ToolError(file_ + ": " + failure() + "; nothing was stored from " + batch.front().place +
-                  " on (at " + batch[entry].place + ")");
+  throw ToolError(fmt::format("{}: {}; nothing was stored from {} on (at {})", file_, failure(),
+                              batch.front().place, batch[entry].place));
 }
 
-// After some failures SQLite has ended the transaction, and what the save did after that was
-// committed on its own.
+// After some failures, SQLite ends the transaction by itself. The statements of the save that
+// follow are then committed one by one.
 void ImportStore::fail_to_save(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
                                int64_t id, ImportCounts& counts) {
   const bool was_open = store()->execute_none_query("rollback transaction") == SQLITE_DONE;
   const Saved saved = {entry, id, id <= newest_before_};
   if (was_open || id < 0 || !is_there(look_up, batch, saved)) fail_without(batch, entry);
   ++(saved.completed ? counts.completed : counts.stored);
-  throw ToolError(file_ + ": " + failure() + "; of the lines from " + batch.front().place +
-                  " on only " + batch[entry].place +
-                  " is stored, perhaps without its conversation's counters");
+  throw ToolError(fmt::format(
+      "{}: {}; of the lines from {} on, only {} is stored, perhaps without its conversation's "
+      "counters",
+      file_, failure(), batch.front().place, batch[entry].place));
 }
 
 void ImportStore::fail_to_commit(const Batch& batch, const ImportCounts& saved,
                                  ImportCounts& counts) {
   const bool is_certain = has_stored_nothing(store().failure());
   const std::string why = file_ + ": " + failure();
+  const std::string& first = batch.front().place;
+  const std::string& last = batch.back().place;
   store_.reset();
   const auto is_made = [this](const Connection& connection) { return are_rows_there(connection); };
   switch (is_certain ? CommitOutcome::kNothing : settle_failed_commit(file_, is_made)) {
     case CommitOutcome::kNothing:
-      throw ToolError(why + "; nothing was stored from " + batch.front().place + " on");
+      throw ToolError(fmt::format("{}; nothing was stored from {} on", why, first));
     case CommitOutcome::kEverything:
       counts.add(saved);
-      throw ToolError(why + "; all lines up to " + batch.back().place +
-                      " are stored; import those after it");
+      throw ToolError(
+          fmt::format("{}; all lines up to {} are stored; import the lines after it", why, last));
     case CommitOutcome::kUnknown:
       break;
   }
-  throw ToolError(why + "; nothing was stored after " + batch.back().place +
-                  "; whether the lines from " + batch.front().place +
-                  " to there were stored shows when the store can be written again; look for them "
-                  "before you import them again, unless they have server uids");
+  throw ToolError(fmt::format(
+      "{}; nothing was stored after {}; whether the lines from {} to there were stored shows when "
+      "the store can be written again; look for them before you import them again, unless they "
+      "have server uids",
+      why, last, first));
 }
 
 std::string ImportStore::failure() {

@@ -21,7 +21,7 @@ struct ImportOptions {
   std::string folder;
   std::string user;
   std::vector<std::string> files;  // "-" is standard input
-  std::size_t batch_size = 1000;   // lines read, checked and saved together, in one transaction
+  std::size_t batch_size = 1000;   // lines per transaction
   bool history = false;
   bool insert_only = false;
   bool skip_bad = false;
@@ -30,15 +30,15 @@ struct ImportOptions {
 
 struct ImportEntry {
   ImportMessage message;
-  std::string place;  // of its line, as "file:line"
+  std::string place;  // its line, as "file:line"
 };
 
+// Numbers of lines.
 struct ImportCounts {
   std::uint64_t stored = 0;     // as new messages
-  std::uint64_t completed = 0;  // own messages that were there and now have their server uid
-  std::uint64_t refused = 0;    // there already
-  std::uint64_t bad = 0;        // lines skipped
-  std::uint64_t lines() const { return stored + completed + refused + bad; }
+  std::uint64_t completed = 0;  // gave a stored own message its server uid
+  std::uint64_t refused = 0;    // the message was already there
+  std::uint64_t lines() const { return stored + completed + refused; }
   void add(const ImportCounts& other);
 };
 
@@ -46,25 +46,28 @@ class ImportStore {
  public:
   using Batch = std::vector<ImportEntry>;
 
-  // Makes the folder if it is missing, and opens the store. `options` must live longer. Throws
-  // ToolError if the folder holds something else, or the store cannot be opened or written.
+  // Creates the folder if it is missing, and opens the store. `options` must outlive the object.
+  // Throws ToolError if the folder holds something else, or if the store cannot be opened or
+  // written.
   explicit ImportStore(const ImportOptions& options);
 
-  // Saves the entries in one transaction and adds to `counts` what is stored. Returns an empty
-  // list, or, with nothing stored, the positions of the entries that are missing after their save,
-  // as when a trigger drops them. Throws ToolError if the store fails; `counts` is right then, too,
-  // unless the error says that it is not known what is stored. Call nothing afterwards.
+  // Saves the entries in one transaction and adds what is stored to `counts`. Returns an empty list
+  // on success. If entries are missing after their save, for example because a trigger drops them,
+  // stores nothing and returns the positions of these entries.
+  //
+  // Throws ToolError if the store fails. `counts` is then still right, unless the error says that
+  // the outcome is unknown. Do not call save() again after an exception.
   std::vector<std::size_t> save(const Batch& batch, ImportCounts& counts);
 
  private:
-  // An entry that the store answered with an id.
+  // An entry for which the library returned an id.
   struct Saved {
     std::size_t entry = 0;
     int64_t id = 0;
     bool completed = false;
   };
-  // A row as the batch leaves it.
-  struct Row {
+  // A row at the end of the batch.
+  struct StoredRow {
     int64_t id = 0;
     std::string text;
   };
@@ -74,8 +77,11 @@ class ImportStore {
   void read_newest_id();
   int64_t save_one(const ImportMessage& message);
   bool may_complete(const ImportMessage& message) const;
+  std::vector<std::size_t> save_all(const Batch& batch, ImportCounts& saved, ImportCounts& counts);
   std::vector<std::size_t> save_each(const ImportLookUp& look_up, const Batch& batch,
                                      ImportCounts& saved, ImportCounts& counts);
+  bool save_entry(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+                  ImportCounts& saved, ImportCounts& counts);
   bool is_there(const ImportLookUp& look_up, const Batch& batch, const Saved& saved) const;
   void read_rows(const ImportLookUp& look_up);
   bool are_rows_there(const Connection& connection) const;
@@ -90,9 +96,10 @@ class ImportStore {
   const std::string file_;
   std::optional<OpenStore> store_;
   int64_t newest_id_ = 0;
-  int64_t newest_before_ = 0;  // the batch in hand
-  std::vector<Saved> saved_;   // here and below: of the batch in hand
-  std::vector<Row> rows_;
+  // These belong to the current batch.
+  int64_t newest_before_ = 0;
+  std::vector<Saved> saved_;
+  std::vector<StoredRow> rows_;
 };
 
 }  // namespace corvan_tool

@@ -9,26 +9,27 @@
 
 namespace corvan_tool {
 
-// The lines of several files, one after the other. A line of a pipe is there as soon as it was
-// written.
+// Reads the lines of several files, one file after the other. A line that is written to a pipe can
+// be read at once.
 class LineSource {
  public:
   // Opens all files, so that a wrong name is found before anything is stored. "-" is standard
-  // input. A line of more than `longest` MiB is an error. Throws ToolError, as next() does when a
-  // file cannot be read.
-  LineSource(const std::vector<std::string>& names, std::size_t longest);
+  // input. A line of more than `limit` MiB is an error. Throws ToolError if a file cannot be
+  // opened.
+  LineSource(const std::vector<std::string>& names, std::size_t limit);
   LineSource(const LineSource&) = delete;
   LineSource& operator=(const LineSource&) = delete;
   ~LineSource();
 
-  // From now on a line of more than `longest` MiB is an error.
-  void limit(std::size_t longest) { longest_ = longest; }
+  // Changes the limit, in MiB, for the lines that follow.
+  void set_limit(std::size_t limit) { limit_ = limit; }
 
-  // The next line without its end; false after the last one.
+  // Reads the next line, without its line end. Returns false after the last line. Throws ToolError
+  // if the file cannot be read or the line is too long.
   bool next(std::string& line);
 
-  // Where the last line stood, as "file:line".
-  std::string place() const;
+  // The place of the last line, as "file:line".
+  std::string place() const { return place_of(line_number_); }
 
  private:
   struct Input {
@@ -36,14 +37,17 @@ class LineSource {
     int fd;
   };
 
+  static Input open_input(const std::string& name);
+  std::string place_of(std::size_t line_number) const;
   bool read_line(std::string& line);
+  bool take_until_line_end(std::string& line);
   bool fill();
 
-  std::size_t longest_;
+  std::size_t limit_;
   std::vector<Input> inputs_;
   std::size_t current_ = 0;
   std::size_t line_number_ = 0;
-  std::vector<char> block_;  // what was read of the current file and not yet taken, from begin_
+  std::vector<char> block_;  // bytes of the current file; begin_ to end_ are not yet taken
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
 };

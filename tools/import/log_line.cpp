@@ -1,9 +1,15 @@
 #include "tools/import/log_line.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <array>
 #include <bitset>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <variant>
+
+#include "tools/import/json_line.h"
 
 namespace corvan_tool {
 
@@ -11,51 +17,103 @@ namespace {
 
 using Json = nlohmann::json;
 
-enum Field : std::size_t {
-  kSessionId,
-  kSessionType,
-  kObjectName,
-  kSender,
-  kContent,
-  kIsReceive,
-  kIsMention,
-  kSentStatus,
-  kSentTime,
-  kClientUid,
-  kServerUid,
-  kFieldCount,
-  kNoField = kFieldCount,
-};
-
+constexpr int64_t kLargest = std::numeric_limits<int64_t>::max();
 constexpr int kNumberOverflow = 406;  // nlohmann's id of the error
 
-struct FieldRule {
-  const char* name;
-  bool required;
+// What the value of a field must be, and the member of ImportMessage that receives it.
+struct Text {
+  std::string ImportMessage::*member;
+  bool may_be_empty = true;
+};
+struct Flag {
+  bool ImportMessage::*member;
+};
+struct Number {
+  int64_t least;
+  int64_t largest;
+  void (*set)(ImportMessage& message, int64_t value);
 };
 
-constexpr std::array<FieldRule, kFieldCount> kFields = {{
-    {"session_id", true},
-    {"session_type", true},
-    {"object_name", true},
-    {"sender", true},
-    {"content", true},
-    {"is_receive", true},
-    {"is_mention", false},
-    {"sent_status", false},
-    {"sent_time", true},
-    {"client_uid", false},
-    {"server_uid", false},
-}};
+struct Field {
+  const char* name;
+  bool is_required;
+  std::variant<Text, Flag, Number> value;
+};
 
-Field field_of(const std::string& key) {
-  std::size_t index = 0;
-  while (index < kFieldCount && key != kFields.at(index).name) ++index;
-  return static_cast<Field>(index);
+void set_session_type(ImportMessage& message, int64_t value) {
+  message.session_type = static_cast<Corvan::SessionType>(value);
+}
+void set_sent_status(ImportMessage& message, int64_t value) {
+  message.sent_status = static_cast<int32_t>(value);
+}
+void set_sent_time(ImportMessage& message, int64_t value) {
+  message.sent_time = value;
+}
+void set_client_uid(ImportMessage& message, int64_t value) {
+  message.client_uid = value;
 }
 
-// Fills a message while the line is being parsed. Each event returns false to end the parsing, with
-// `error` set.
+constexpr std::array<Field, 11> kFields = {{
+    {"session_id", true, Text{&ImportMessage::session_id, false}},
+    {"session_type", true, Number{Corvan::CV_PRIVATE, Corvan::CV_SYSTEM, set_session_type}},
+    {"object_name", true, Text{&ImportMessage::object_name}},
+    {"sender", true, Text{&ImportMessage::sender}},
+    {"content", true, Text{&ImportMessage::content}},
+    {"is_receive", true, Flag{&ImportMessage::is_receive}},
+    {"is_mention", false, Flag{&ImportMessage::is_mention}},
+    {"sent_status", false, Number{0, 3, set_sent_status}},
+    {"sent_time", true, Number{0, kLargest, set_sent_time}},
+    {"client_uid", false, Number{0, kLargest, set_client_uid}},
+    {"server_uid", false, Text{&ImportMessage::server_uid}},
+}};
+
+// Null if no field has this name.
+const Field* find_field(const std::string& name) {
+  const auto* const found = std::find_if(
+      kFields.begin(), kFields.end(), [&name](const Field& field) { return name == field.name; });
+  return found == kFields.end() ? nullptr : found;
+}
+
+[[noreturn]] void fail_type(const Field& field) {
+  const char* expected = "must be a text";
+  if (std::holds_alternative<Flag>(field.value)) expected = "must be true or false";
+  if (std::holds_alternative<Number>(field.value)) expected = "must be a whole number";
+  fail_field(field.name, expected);
+}
+
+void set_text(ImportMessage& message, const Field& field, std::string& value) {
+  const Text* const text = std::get_if<Text>(&field.value);
+  if (text == nullptr) fail_type(field);
+  if (value.find('\0') != std::string::npos) fail_field(field.name, "holds a zero character");
+  if (value.empty() && !text->may_be_empty) fail_field(field.name, "must not be empty");
+  (message.*text->member).swap(value);
+}
+
+void set_flag(ImportMessage& message, const Field& field, bool value) {
+  const Flag* const flag = std::get_if<Flag>(&field.value);
+  if (flag == nullptr) fail_type(field);
+  message.*flag->member = value;
+}
+
+void set_number(ImportMessage& message, const Field& field, int64_t value) {
+  const Number* const number = std::get_if<Number>(&field.value);
+  if (number == nullptr) fail_type(field);
+  if (value < number->least || value > number->largest) {
+    fail_field(field.name,
+               number->largest == kLargest
+                   ? "must not be negative"
+                   : fmt::format("must be from {} to {}", number->least, number->largest));
+  }
+  number->set(message, value);
+}
+
+// A whole number that does not fit into 64 bits with a sign.
+[[noreturn]] void fail_large_number(const Field& field) {
+  if (!std::holds_alternative<Number>(field.value)) fail_type(field);
+  fail_field(field.name, "out of range");
+}
+
+// Fills a message while the JSON library parses the line. Throws LineError.
 class LineReader : public nlohmann::json_sax<Json> {
  public:
   // `met` holds the keys in `unknown_keys`.
@@ -63,29 +121,24 @@ class LineReader : public nlohmann::json_sax<Json> {
              std::unordered_set<std::string>& met)
       : message_(message), unknown_keys_(unknown_keys), met_(met) {}
 
-  const std::string& error() const { return error_; }
-
-  // The first required field that the line did not have; kNoField when it had all.
-  Field missing() const {
-    for (std::size_t i = 0; i < kFieldCount; ++i) {
-      if (kFields.at(i).required && !seen_[i]) return static_cast<Field>(i);
+  void require_all_fields() const {
+    for (std::size_t i = 0; i < kFields.size(); ++i) {
+      if (kFields.at(i).is_required && !seen_[i]) fail_missing(kFields.at(i).name);
     }
-    return kNoField;
   }
 
   bool start_object(std::size_t /*elements*/) override {
-    if (depth_ == 1 && field_ != kNoField) return wrong_type();
+    if (is_wanted()) fail_type(*field_);
+    ++depth_;
+    return true;
+  }
+  bool start_array(std::size_t /*elements*/) override {
+    if (is_wanted_value()) fail_type(*field_);
     ++depth_;
     return true;
   }
   bool end_object() override {
     --depth_;
-    return true;
-  }
-  bool start_array(std::size_t /*elements*/) override {
-    if (depth_ == 0) return not_an_object();
-    if (depth_ == 1 && field_ != kNoField) return wrong_type();
-    ++depth_;
     return true;
   }
   bool end_array() override {
@@ -94,149 +147,81 @@ class LineReader : public nlohmann::json_sax<Json> {
   }
 
   bool key(string_t& name) override {
-    if (depth_ > 1) return true;  // inside an unknown key's value
-    field_ = field_of(name);
-    if (field_ == kNoField) {
+    if (depth_ > 1) return true;
+    field_ = find_field(name);
+    if (field_ == nullptr) {
       if (met_.insert(name).second) unknown_keys_.push_back(name);
       return true;
     }
-    if (seen_[field_]) return fail("given twice");
-    seen_.set(field_);
+    const auto place = static_cast<std::size_t>(field_ - kFields.data());
+    if (seen_[place]) fail_given_twice(name);
+    seen_.set(place);
     return true;
   }
 
-  bool null() override { return skipped() || wrong_type(); }
-
+  bool null() override {
+    if (is_wanted_value()) fail_type(*field_);
+    return true;
+  }
   bool boolean(bool value) override {
-    if (skipped()) return true;
-    switch (field_) {
-      case kIsReceive:
-        message_.is_receive = value;
-        return true;
-      case kIsMention:
-        message_.is_mention = value;
-        return true;
-      default:
-        return wrong_type();
-    }
-  }
-
-  bool number_integer(number_integer_t value) override { return skipped() || whole(value); }
-
-  bool number_unsigned(number_unsigned_t value) override {
-    if (skipped()) return true;
-    if (value > static_cast<number_unsigned_t>(std::numeric_limits<int64_t>::max())) {
-      return is_number() ? fail("out of range") : wrong_type();
-    }
-    return whole(static_cast<int64_t>(value));
-  }
-
-  // A whole number beyond 64 bits arrives here, too.
-  bool number_float(number_float_t /*value*/, const string_t& text) override {
-    if (skipped()) return true;
-    const bool whole_number = text.find_first_of(".eE") == std::string::npos;
-    return whole_number && is_number() ? fail("out of range") : wrong_type();
-  }
-
-  bool string(string_t& value) override {
-    if (skipped()) return true;
-    std::string* const target = text_target();
-    if (target == nullptr) return wrong_type();
-    if (value.find('\0') != std::string::npos) return fail("holds a zero character");
-    if (field_ == kSessionId && value.empty()) return fail("must not be empty");
-    target->swap(value);
+    if (is_wanted_value()) set_flag(message_, *field_, value);
     return true;
   }
-
-  bool binary(binary_t& /*value*/) override { return wrong_type(); }
+  bool number_integer(number_integer_t value) override {
+    if (is_wanted_value()) set_number(message_, *field_, value);
+    return true;
+  }
+  bool number_unsigned(number_unsigned_t value) override {
+    if (!is_wanted_value()) return true;
+    if (value > static_cast<number_unsigned_t>(kLargest)) fail_large_number(*field_);
+    set_number(message_, *field_, static_cast<int64_t>(value));
+    return true;
+  }
+  // The JSON library also passes whole numbers of more than 64 bits to this function.
+  bool number_float(number_float_t /*value*/, const string_t& text) override {
+    if (!is_wanted_value()) return true;
+    if (text.find_first_of(".eE") != std::string::npos) fail_type(*field_);
+    fail_large_number(*field_);
+  }
+  bool string(string_t& value) override {
+    if (is_wanted_value()) set_text(message_, *field_, value);
+    return true;
+  }
+  bool binary(binary_t& /*value*/) override { return true; }  // JSON has no binary values
 
   bool parse_error(std::size_t position, const std::string& /*last_token*/,
                    const nlohmann::detail::exception& exception) override {
-    if (!error_.empty()) return false;
-    const bool too_big = exception.id == kNumberOverflow;
-    const std::string what =
-        (too_big ? "number out of range at byte " : "not valid JSON at byte ") +
-        std::to_string(position);
-    if (depth_ == 1 && field_ != kNoField) return fail(what);
-    error_ = what;
-    return false;
+    const std::string what = exception.id == kNumberOverflow
+                                 ? fmt::format("number out of range at byte {}", position)
+                                 : not_json_text(position);
+    if (is_wanted()) fail_field(field_->name, what);
+    throw LineError(what);
   }
 
  private:
-  // Whether a value is part of an unknown key's.
-  bool skipped() const { return depth_ > 1 || (depth_ == 1 && field_ == kNoField); }
+  // Whether the parser is at the value of a field. The values of unknown keys are skipped, with all
+  // that they contain.
+  bool is_wanted() const { return depth_ == 1 && field_ != nullptr; }
 
-  bool fail(const std::string& what) {
-    error_ = std::string("field \"") + kFields.at(field_).name + "\": " + what;
-    return false;
-  }
-
-  bool not_an_object() {
-    error_ = "not a JSON object";
-    return false;
-  }
-
-  bool is_number() const {
-    return field_ == kSessionType || field_ == kSentStatus || field_ == kSentTime ||
-           field_ == kClientUid;
-  }
-
-  bool wrong_type() {
-    if (depth_ == 0) return not_an_object();
-    if (text_target() != nullptr) return fail("must be a text");
-    return fail(is_number() ? "must be a whole number" : "must be true or false");
-  }
-
-  std::string* text_target() {
-    switch (field_) {
-      case kSessionId:
-        return &message_.session_id;
-      case kObjectName:
-        return &message_.object_name;
-      case kSender:
-        return &message_.sender;
-      case kContent:
-        return &message_.content;
-      case kServerUid:
-        return &message_.server_uid;
-      default:
-        return nullptr;
-    }
-  }
-
-  bool whole(int64_t value) {
-    switch (field_) {
-      case kSessionType:
-        if (value < Corvan::CV_PRIVATE || value > Corvan::CV_SYSTEM) {
-          return fail("must be from 1 to 5");
-        }
-        message_.session_type = static_cast<Corvan::SessionType>(value);
-        return true;
-      case kSentStatus:
-        if (value < 0 || value > 3) return fail("must be from 0 to 3");
-        message_.sent_status = static_cast<int32_t>(value);
-        return true;
-      case kSentTime:
-        if (value < 0) return fail("must not be negative");
-        message_.sent_time = value;
-        return true;
-      case kClientUid:
-        if (value < 0) return fail("must not be negative");
-        message_.client_uid = value;
-        return true;
-      default:
-        return wrong_type();
-    }
+  // The same for a value that is not an object. Throws LineError if it is the whole line.
+  bool is_wanted_value() const {
+    if (depth_ == 0) fail_not_an_object();
+    return is_wanted();
   }
 
   ImportMessage& message_;
   std::vector<std::string>& unknown_keys_;
   std::unordered_set<std::string>& met_;
-  std::string error_;
-  std::bitset<kFieldCount> seen_;
-  Field field_ = kNoField;  // of the value that comes next
+  std::bitset<kFields.size()> seen_;
+  const Field* field_ = nullptr;  // of the last key; null if it is unknown
   int depth_ = 0;
 };
+
+void read_line(std::string_view line, LineReader& reader) {
+  Json::sax_parse(line.begin(), line.end(), &reader);
+  require_no_zero_byte(line);  // after the object: the parser has checked what comes before
+  reader.require_all_fields();
+}
 
 }  // namespace
 
@@ -245,17 +230,18 @@ const char* const kImportKeys =
     "  session_id    text, not empty: the conversation\n"
     "  session_type  1 private, 2 group, 3 chat room, 4 reception, 5 system\n"
     "  object_name   text: the kind of message, such as \"CV:TxtMsg\"\n"
-    "  sender        text: who wrote it\n"
+    "  sender        text: who wrote the message\n"
     "  content       text: the body\n"
     "  is_receive    true for a message from someone else, false for one of the user\n"
     "  sent_time     milliseconds since the Unix epoch; 0 for the time of the import\n"
-    "and, where they are known:\n"
-    "  is_mention    true when the message names the user (default false)\n"
+    "These keys are optional:\n"
+    "  is_mention    true if the message mentions the user (default false)\n"
     "  sent_status   0 sent, 1 being sent, 2 failed, 3 seen (default 0)\n"
-    "  client_uid    the sending client's number of an own message (default 0: none)\n"
+    "  client_uid    the number that the sending client gave the user's message\n"
+    "                (default 0: none)\n"
     "  server_uid    text: the server's id of the message (default empty: none)\n"
-    "Texts are UTF-8 without zero characters. Other keys are named once and passed over; lines\n"
-    "without any text are passed over, too. A line of more than 64 MiB ends the import.\n";
+    "Texts are UTF-8 without zero characters. Unknown keys are ignored; each is reported once.\n"
+    "Blank lines are skipped. A line of more than 64 MiB ends the import.\n";
 
 std::optional<std::string> LineParser::parse(std::string_view line, ImportMessage& message) {
   message.is_mention = false;
@@ -263,12 +249,12 @@ std::optional<std::string> LineParser::parse(std::string_view line, ImportMessag
   message.client_uid = 0;
   message.server_uid.clear();
   LineReader reader(message, unknown_keys_, met_);
-  if (!Json::sax_parse(line.begin(), line.end(), &reader)) return reader.error();
-  const std::size_t zero = line.find('\0');  // behind the object: the lexer stops at it
-  if (zero != std::string_view::npos) return "not valid JSON at byte " + std::to_string(zero + 1);
-  const Field missing = reader.missing();
-  if (missing == kNoField) return std::nullopt;
-  return std::string("field \"") + kFields.at(missing).name + "\": missing";
+  try {
+    read_line(line, reader);
+  } catch (const LineError& error) {
+    return error.what();
+  }
+  return std::nullopt;
 }
 
 }  // namespace corvan_tool

@@ -14,7 +14,7 @@
 
 namespace corvan_tool {
 
-// A message to save, as a line gives it.
+// The message in a line.
 struct ImportMessage {
   std::string session_id;
   Corvan::SessionType session_type = Corvan::CV_PRIVATE;
@@ -29,18 +29,18 @@ struct ImportMessage {
   std::string server_uid;
 };
 
-// What the keys of a line are, for help texts and documents.
+// Describes the keys of a line, for help texts and documents.
 extern const char* const kImportKeys;
 
-// Reads lines of JSON, one message each.
+// Parses lines of JSON that hold one message each.
 class LineParser {
  public:
-  // Fills `message` from `line`. Otherwise says in one line what is wrong, with the field where it
-  // is in one; `message` is then undefined.
+  // Fills `message` and returns nothing. If the line is bad, returns the error as one line of text,
+  // which names the field if there is one; the contents of `message` are then unspecified.
   std::optional<std::string> parse(std::string_view line, ImportMessage& message);
 
-  // The keys met so far that no message has, each once, in the order they came up. They are passed
-  // over.
+  // The unknown keys of all lines so far, each once, in the order in which they first occurred.
+  // Their values are ignored.
   const std::vector<std::string>& unknown_keys() const { return unknown_keys_; }
 
  private:

@@ -1,6 +1,8 @@
 #include "tools/import/look_up.h"
 
-#include "tools/store/connection.h"
+#include <fmt/format.h>
+
+#include <iterator>
 
 namespace corvan_tool {
 
@@ -27,36 +29,35 @@ ImportLookUp::~ImportLookUp() {
 }
 
 bool ImportLookUp::has(int64_t id, const ImportMessage& message) const {
-  sqlite3_stmt* const found = row(id);
-  return found != nullptr && text_at(found, 0) == message.session_id &&
-         sqlite3_column_int(found, 1) == message.session_type &&
-         sqlite3_column_int64(found, 2) == message.client_uid;
+  const std::optional<Row> found = row(id);
+  return found && found->text(0) == message.session_id && found->int32(1) == message.session_type &&
+         found->int64(2) == message.client_uid;
 }
 
 bool ImportLookUp::changed_a_row() const {
   if (changes_ == nullptr) return false;
   store_.reset(changes_);
-  return store_.step(changes_, false) == SQLITE_ROW && sqlite3_column_int(changes_, 0) > 0;
+  return store_.step(changes_, false) == SQLITE_ROW && Row(changes_).int32(0) > 0;
 }
 
 std::string ImportLookUp::text(int64_t id) const {
-  sqlite3_stmt* const found = row(id);
-  return found == nullptr ? "" : row_text(found);
+  const std::optional<Row> found = row(id);
+  return found ? row_text(*found) : "";
 }
 
-sqlite3_stmt* ImportLookUp::row(int64_t id) const {
-  if (message_ == nullptr) return nullptr;
+std::optional<Row> ImportLookUp::row(int64_t id) const {
+  if (message_ == nullptr) return std::nullopt;
   store_.reset(message_);
   Corvan::CvDbSingleton::bind(message_, 1, id);
-  return store_.step(message_, false) == SQLITE_ROW ? message_ : nullptr;
+  if (store_.step(message_, false) != SQLITE_ROW) return std::nullopt;
+  return Row(message_);
 }
 
-std::string row_text(sqlite3_stmt* row) {
+std::string row_text(const Row& row) {
   std::string text;
   for (int i = 0; i < sqlite3_column_count(row); ++i) {
-    const std::string value = text_at(row, i);
-    text += std::to_string(sqlite3_column_type(row, i)) + ' ' + std::to_string(value.size()) + ' ' +
-            value;
+    const std::string value = row.text(i);
+    fmt::format_to(std::back_inserter(text), "{} {} {}", row.type(i), value.size(), value);
   }
   return text;
 }

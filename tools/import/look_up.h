@@ -1,4 +1,4 @@
-// Looks at what a save has left in the store, through the store's own connection.
+// Checks what a save has left in the store, through the library's own connection.
 
 #ifndef TOOLS_IMPORT_LOOK_UP_H_
 #define TOOLS_IMPORT_LOOK_UP_H_
@@ -6,43 +6,46 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "db/cv_db_singleton.h"
 #include "tools/import/log_line.h"
+#include "tools/store/connection.h"
 
 namespace corvan_tool {
 
-// A read that fails is logged by the store, and gives "no".
+// The library logs a read that fails; the result is then false or empty.
 class ImportLookUp {
  public:
-  // Keeps two statements prepared while the object lives.
+  // The object holds two prepared statements; destroy it before the store is closed.
   explicit ImportLookUp(Corvan::CvDbSingleton& store);
   ImportLookUp(const ImportLookUp&) = delete;
   ImportLookUp& operator=(const ImportLookUp&) = delete;
   ~ImportLookUp();
 
-  // Whether the row of this id is in the message's conversation and has its client uid.
+  // Whether there is a row with this id, and it has the message's conversation and client uid.
   bool has(int64_t id, const ImportMessage& message) const;
 
-  // Whether the last insert, update or deletion changed a row; triggers' own do not count.
+  // Whether the last insert, update or delete changed a row. Changes by triggers do not count.
   bool changed_a_row() const;
 
-  // row_text() of the row; empty if there is none.
+  // row_text() of the row with this id; empty if there is none.
   std::string text(int64_t id) const;
 
  private:
-  sqlite3_stmt* row(int64_t id) const;
+  std::optional<Row> row(int64_t id) const;
 
   Corvan::CvDbSingleton& store_;
   sqlite3_stmt* message_;
   sqlite3_stmt* changes_;
 };
 
-// What text() is made from: the query, which takes an id, and a row of it as text. The texts are
-// equal if and only if all columns are.
+// The query for one message, by id.
 extern const char* const kMessageRow;
-std::string row_text(sqlite3_stmt* row);
+
+// A row as text. Two texts are equal if and only if all columns are equal.
+std::string row_text(const Row& row);
 
 }  // namespace corvan_tool
 

@@ -63,6 +63,9 @@ class Statement {
   // SQLITE_OK, or the code of the failure to prepare.
   int prepared() const { return prepared_; }
 
+  // For what SQLite offers beyond these functions. The statement remains this object's.
+  sqlite3_stmt* handle() const { return stmt_; }
+
  private:
   sqlite3_stmt* stmt_ = nullptr;
   int prepared_ = SQLITE_OK;

@@ -3,10 +3,11 @@
 #ifndef TOOLS_EXPORT_HTML_CONVERSATION_H_
 #define TOOLS_EXPORT_HTML_CONVERSATION_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
-#include "tools/export/html/text.h"
+#include "tools/export/html/page_plan.h"
 #include "tools/export/output.h"
 #include "tools/export/selection.h"
 #include "tools/ui/progress.h"
@@ -14,7 +15,7 @@
 namespace corvan_tool {
 
 struct HtmlConversation {
-  std::string messages;  // "from t_message where ...", which finds its messages
+  std::string messages;  // the part "from t_message where ..." of a statement that finds them
   std::string id;
   std::string title;
   std::string draft;
@@ -24,31 +25,28 @@ struct HtmlConversation {
   int64_t unread = 0;
   int64_t mentions = 0;
   int64_t time = 0;
-  bool has_row = true;  // false: its messages are all there is
+  bool has_row = true;  // false if there is no row in t_session, only messages
 
-  // What it is called: its title, its id, or a word that it has neither.
+  // The title, otherwise the id, otherwise "no id".
   std::string name() const;
 };
 
-// What the list of conversations says of the newest message.
+// What the list of conversations shows about the newest message.
 struct HtmlNewest {
-  int64_t messages = 0;  // of the conversation
+  int64_t messages = 0;  // in the conversation
   int64_t time = 0;
   std::string sender;
-  std::string text;  // the beginning
+  std::string text;  // its beginning
 };
 
-// A code's name on a page; a value that is no code stands there as it is.
-template <typename NameOf>
-std::string html_code(const Code& code, const NameOf& name_of) {
-  if (code.number) return name_of(*code.number);
-  return "<bdi>" + (code.text.empty() ? "none" : html_line(code.text)) + "</bdi>";
-}
+// The file of a page. Conversations and pages count from 1.
+std::string page_file(std::size_t conversation, std::size_t page);
 
-// The file of a conversation's page, both counted from 1.
-std::string html_file(std::size_t conversation, std::size_t page);
+// The element <header> of each page, with name, settings, draft and links to months.
+std::string conversation_header(const HtmlConversation& conversation, std::size_t number,
+                                const PagePlan& plan);
 
-// Writes the pages of the conversation of that number to `folder`.
+// Writes the pages of the conversation with this number to `folder`.
 HtmlNewest write_conversation(const ExportSource& source, const HtmlConversation& conversation,
                               const std::string& folder, std::size_t number, ExportCounts& counts,
                               Progress& progress);

@@ -1,5 +1,7 @@
 #include "tools/export/html/index.h"
 
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -10,8 +12,9 @@
 #include <vector>
 
 #include "tools/export/html/conversation.h"
-#include "tools/export/html/page_plan.h"
+#include "tools/export/html/markup.h"
 #include "tools/export/html/text.h"
+#include "tools/export/html/times.h"
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"
 
@@ -21,7 +24,7 @@ namespace {
 
 constexpr std::size_t kConversationsOnAPage = 1000;
 
-// A row that has a conversation's id and kind, whatever they are.
+// A row with the id and kind of a conversation.
 struct ConversationRow {
   const char* table;  // t_session, or t_message for messages whose conversation has no row
   int64_t row_id;
@@ -34,112 +37,129 @@ struct RowIdNames {
 };
 
 std::string index_file(std::size_t page) {
-  return page == 1 ? "index.html" : "index-" + std::to_string(page) + ".html";
+  return page == 1 ? "index.html" : fmt::format("index-{}.html", page);
 }
 
-// The list's order; messages without a conversation come last.
+void add_rows(const ExportSource& source, const std::string& sql, const char* table,
+              std::vector<ConversationRow>& places) {
+  source.store().each_row(sql, [&places, table](const Row& row) {
+    places.push_back({table, row.int64(0)});
+  });
+}
+
+// In the order of the list. Messages without a conversation come last.
 std::vector<ConversationRow> conversations_of(const ExportSource& source, const RowIdNames& names) {
   std::vector<ConversationRow> places;
-  const auto read_into = [&places](const char* table) {
-    return [&places, table](sqlite3_stmt* row) {
-      places.push_back({table, sqlite3_column_int64(row, 0)});
-    };
-  };
-  source.store().each_row(
-      "select " + names.session + " from t_session where " + source.condition() +
-          " order by is_top desc,session_time desc,session_type desc," + names.session + " desc",
-      read_into("t_session"));
+  add_rows(source,
+           fmt::format("select {0} from t_session where {1} "
+                       "order by is_top desc,session_time desc,session_type desc,{0} desc",
+                       names.session, source.condition()),
+           "t_session", places);
   source.require_all("t_session", static_cast<int64_t>(places.size()), source.rows_of("t_session"));
-  source.store().each_row(
-      "select min(" + names.message + ") from t_message m where " + source.condition() +
-          " group by session_type,session_id collate binary having not exists("
-          "select 1 from t_session s"
-          " where s.session_id collate binary is m.session_id and s.session_type is m.session_type)",
-      read_into("t_message"));
+  add_rows(
+      source,
+      fmt::format("select min({}) from t_message m where {} "
+                  "group by session_type,session_id collate binary having not exists("
+                  "select 1 from t_session s where s.session_id collate binary is m.session_id "
+                  "and s.session_type is m.session_type)",
+                  names.message, source.condition()),
+      "t_message", places);
   return places;
+}
+
+void read_settings(const Row& row, HtmlConversation& c) {
+  c.title = row.text(2);
+  c.draft = row.text(3);
+  c.is_top = row.int64(4);
+  c.silence = row.int64(5);
+  c.unread = row.int64(6);
+  c.mentions = row.int64(7);
+  c.time = row.int64(8);
 }
 
 HtmlConversation read_conversation(const ExportSource& source, const ConversationRow& place,
                                    const RowIdNames& names) {
   HtmlConversation c;
   c.has_row = std::string(place.table) == "t_session";
-  const std::string row = std::string(" from ") + place.table + " where " +
-                          (c.has_row ? names.session : names.message) + "=" +
-                          std::to_string(place.row_id);
-  c.messages = "from t_message where session_id collate binary is (select session_id" + row +
-               ") and session_type is (select session_type" + row + ")";
-  const std::string more =
+  const std::string from = fmt::format("from {} where {}={}", place.table,
+                                       c.has_row ? names.session : names.message, place.row_id);
+  c.messages = fmt::format(
+      "from t_message where session_id collate binary is (select session_id {0}) "
+      "and session_type is (select session_type {0})",
+      from);
+  const char* const settings =
       c.has_row ? ",title,draft,is_top,silence,unread_count,mention_count,session_time" : "";
-  source.store().each_row("select session_id,session_type" + more + row,
-                          [&c](sqlite3_stmt* values) {
-                            c.id = text_at(values, 0);
-                            c.kind = code_at(values, 1);
-                            if (!c.has_row) return;
-                            c.title = text_at(values, 2);
-                            c.draft = text_at(values, 3);
-                            c.is_top = sqlite3_column_int64(values, 4);
-                            c.silence = sqlite3_column_int64(values, 5);
-                            c.unread = sqlite3_column_int64(values, 6);
-                            c.mentions = sqlite3_column_int64(values, 7);
-                            c.time = sqlite3_column_int64(values, 8);
+  source.store().each_row(fmt::format("select session_id,session_type{} {}", settings, from),
+                          [&c](const Row& row) {
+                            c.id = row.text(0);
+                            c.kind = code_at(row, 1);
+                            if (c.has_row) read_settings(row, c);
                           });
   return c;
 }
 
-std::string date_of(int64_t time) {
+std::string when_element(int64_t time) {
   const std::optional<std::tm> date = calendar(time);
   if (!date) return "<span class=\"when\"></span>";
-  return R"(<time class="when" datetime=")" + formatted(*date, kInstant) + R"(">)" +
-         formatted(*date, kDate) + "</time>";
+  return fmt::format(R"(<time class="when" datetime="{}">{}</time>)", formatted(*date, kInstant),
+                     formatted(*date, kDate));
+}
+
+std::string counter(const char* more_classes, const char* sign, int64_t number, const char* what) {
+  if (number == 0) return "";
+  return fmt::format(R"(<span class="count{}">{}{}<span class="vh"> {}</span></span>)",
+                     more_classes, sign, number, what);
 }
 
 std::string tags_of(const HtmlConversation& c) {
   std::string html = "<span class=\"tags\">";
-  const auto count = [&html](const std::string& more, int64_t number, const std::string& what) {
-    if (number == 0) return;
-    html += "<span class=\"count" + more + "\">" + (more == " at" ? "@" : "") +
-            std::to_string(number) + "<span class=\"vh\"> " + what + "</span></span>";
-  };
   if (c.is_top != 0) html += "<span class=\"tag\">pinned</span>";
   if (c.silence != 0) html += "<span class=\"tag\">muted</span>";
   if (!c.draft.empty()) html += "<span class=\"tag\">draft</span>";
-  count(" at", c.mentions, "mentions");
-  count(c.silence != 0 ? " mute" : "", c.unread, "unread");
+  html += counter(" at", "@", c.mentions, "mentions");
+  html += counter(c.silence != 0 ? " mute" : "", "", c.unread, "unread");
   return html + "</span>";
+}
+
+std::string newest_text(const HtmlConversation& c, const HtmlNewest& newest) {
+  if (newest.messages == 0) return html_code(c.kind, kind_name) + ", no messages";
+  return fmt::format("<bdi>{}</bdi>: <bdi>{}</bdi>", html_line(newest.sender),
+                     html_line(newest.text));
 }
 
 std::string entry(const HtmlConversation& c, const HtmlNewest& newest, std::size_t number) {
   const std::string name = c.name();
-  std::string html = "<li><a href=\"pages/" + html_file(number, 1) + "\"><span class=\"sign " +
-                     colour_class(c.id) + R"(" aria-hidden="true">)" + html_initial(name) +
-                     R"(</span><span class="name" dir="auto">)" + html_line(name) + "</span>" +
-                     date_of(newest.time) + R"(<span class="last" dir="auto">)";
-  if (newest.messages == 0) {
-    html += html_code(c.kind, kind_name) + ", no messages";
-  } else {
-    html +=
-        "<bdi>" + html_line(newest.sender) + "</bdi>: <bdi>" + html_line(newest.text) + "</bdi>";
-  }
-  return html + "</span>" + tags_of(c) + "</a></li>\n";
+  return fmt::format(
+      "<li><a href=\"pages/{}\">"
+      "<span class=\"sign {}\" aria-hidden=\"true\">{}</span>"
+      "<span class=\"name\" dir=\"auto\">{}</span>{}"
+      "<span class=\"last\" dir=\"auto\">{}</span>{}</a></li>\n",
+      page_file(number, 1), colour_class(c.id), html_initial(name), html_line(name),
+      when_element(newest.time), newest_text(c, newest), tags_of(c));
 }
 
-// The list of conversations, which grows while their pages are written.
-class IndexPage {
+// The line below the heading: how much the export holds.
+std::string facts_of(const ExportSource& source, std::size_t conversations, int64_t messages) {
+  std::string facts = counted(static_cast<int64_t>(conversations), "conversation") + " · " +
+                      counted(messages, "message");
+  // total() rather than sum(): sum() fails if the counters of a damaged store overflow.
+  const std::string from = " from t_session where " + source.condition();
+  const int64_t unread = source.number("select total(unread_count)" + from);
+  const int64_t mentions = source.number("select total(mention_count)" + from);
+  if (unread != 0) facts += fmt::format(" · {} unread", unread);
+  if (mentions != 0) facts += " · " + counted(mentions, "mention");
+  if (source.is_partial()) facts += " · chosen conversations only";
+  return facts;
+}
+
+// Writes the list of conversations to as many pages as it needs.
+class IndexPages {
  public:
-  IndexPage(const ExportSource& source, std::string folder, std::size_t conversations,
-            int64_t messages, ExportCounts& counts)
+  IndexPages(std::string folder, std::size_t conversations, std::string facts, ExportCounts& counts)
       : folder_(std::move(folder)),
         pages_((conversations + kConversationsOnAPage - 1) / kConversationsOnAPage),
-        facts_(counted(static_cast<int64_t>(conversations), "conversation") + " · " +
-               counted(messages, "message")),
+        facts_(std::move(facts)),
         counts_(counts) {
-    // Not sum(), which fails where a damaged store's counters overflow.
-    const std::string of_sessions = " from t_session where " + source.condition();
-    const int64_t unread = source.number("select total(unread_count)" + of_sessions);
-    const int64_t mentions = source.number("select total(mention_count)" + of_sessions);
-    if (unread != 0) facts_ += " · " + std::to_string(unread) + " unread";
-    if (mentions != 0) facts_ += " · " + counted(mentions, "mention");
-    if (source.is_partial()) facts_ += " · chosen conversations only";
     begin_page();
   }
 
@@ -160,14 +180,15 @@ class IndexPage {
     output_ = std::make_unique<ExportOutput>(folder_ + "/" + index_file(page_), ExportOutput::kNew,
                                              counts_);
     on_page_ = 0;
-    output_->write(page_begin("Conversations") + "<header>\n<h1>Conversations</h1>\n" +
-                   "<p class=\"facts\">" + facts_ + "</p>\n</header>\n" + links("Pages") +
-                   "<main>\n");
+    output_->write(
+        fmt::format("{}<header>\n<h1>Conversations</h1>\n"
+                    "<p class=\"facts\">{}</p>\n</header>\n{}<main>\n",
+                    page_begin("Conversations"), facts_, links("Pages")));
   }
 
   void end_page() {
     output_->write(on_page_ > 0 ? "</ol>\n" : "<p class=\"none\">No conversations</p>\n");
-    output_->write("</main>\n" + links("Pages, again") + page_end());
+    output_->write(fmt::format("</main>\n{}{}", links("Pages, again"), page_end()));
     output_->close();
   }
 
@@ -177,11 +198,11 @@ class IndexPage {
 
   const std::string folder_;
   const std::size_t pages_;
-  std::string facts_;
+  const std::string facts_;
   ExportCounts& counts_;
   std::unique_ptr<ExportOutput> output_;
   std::size_t page_ = 1;
-  std::size_t on_page_ = 0;
+  std::size_t on_page_ = 0;  // conversations
 };
 
 }  // namespace
@@ -194,7 +215,7 @@ void export_html(const ExportSource& source, const std::string& folder, ExportCo
   const std::vector<ConversationRow> places = conversations_of(source, names);
   const int64_t all = source.rows_of("t_message");
   Progress progress("messages", static_cast<std::uint64_t>(all));
-  IndexPage index(source, folder, places.size(), all, counts);
+  IndexPages index(folder, places.size(), facts_of(source, places.size(), all), counts);
   for (std::size_t number = 1; number <= places.size(); ++number) {
     const HtmlConversation conversation = read_conversation(source, places[number - 1], names);
     const HtmlNewest newest =

@@ -1,4 +1,4 @@
-// An export as pages to read.
+// An export as HTML pages.
 
 #ifndef TOOLS_EXPORT_HTML_INDEX_H_
 #define TOOLS_EXPORT_HTML_INDEX_H_
@@ -11,8 +11,8 @@
 namespace corvan_tool {
 
 // Makes index.html in `folder`, which lists the conversations, and their pages in pages/. A page
-// stands for itself: it loads nothing and runs no script. Files are named by numbers alone. Throws
-// ToolError when the store cannot be read or a page not be written.
+// loads nothing and runs no script. The names of files contain only numbers, no texts of the store.
+// Throws ToolError if the store cannot be read or a page cannot be written.
 void export_html(const ExportSource& source, const std::string& folder, ExportCounts& counts);
 
 }  // namespace corvan_tool

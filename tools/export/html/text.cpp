@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {
 
 namespace {
 
-// Most of what there is: visible ASCII and what is kept as it is.
+// The characters of most texts. Only the escapes of HTML may change them.
 constexpr const char* kPlain =
     "\t\n !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`"
     "abcdefghijklmnopqrstuvwxyz{|}~";
@@ -39,12 +39,12 @@ void append_escaped(std::string& html, std::string_view text) {
   }
 }
 
-// Without an effect on what stands around: scripts that are written from the right need them.
+// Right-to-left texts need these marks. They do not affect the text around them.
 bool is_direction_mark(int32_t c) {
   return c == 0x200E || c == 0x200F || c == 0x061C;
 }
 
-// The bytes of the first code point, which are taken off.
+// Removes the first code point from the text and returns its bytes.
 std::string_view take_bytes(std::string_view& text, int32_t& code_point) {
   const std::string_view before = text;
   code_point = take_code_point(text);

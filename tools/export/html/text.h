@@ -1,4 +1,4 @@
-// Texts of a store on HTML pages. Whatever they hold, they are shown as text.
+// Texts of a store on HTML pages. Whatever a text contains, it is shown as text.
 
 #ifndef TOOLS_EXPORT_HTML_TEXT_H_
 #define TOOLS_EXPORT_HTML_TEXT_H_
@@ -8,19 +8,17 @@
 
 namespace corvan_tool {
 
-// printable(), but the marks of a writing direction stay: they have no effect on what stands
-// around.
+// printable(), but keeps direction marks such as U+200E: they do not affect the text around them.
 std::string one_line(std::string_view text);
 
-// A text on one line, for an element or an attribute in quotes: one_line(), escaped.
+// A text on one line, escaped for an element or a quoted attribute.
 std::string html_line(std::string_view text);
 
-// A text with its line ends, for an element that keeps white space. Control characters, and those
-// that open or close a writing direction, become visible marks that do nothing; what is no UTF-8
-// becomes U+FFFD.
+// A text with its line ends, for an element that preserves white space. Control characters and
+// bidirectional controls become visible escapes; bytes that are not UTF-8 become U+FFFD.
 std::string html_body(std::string_view text);
 
-// The first character as the sign of a person or a conversation; "#" when it cannot be shown.
+// The first character, as a sign for a person or a conversation; "#" if it cannot be shown.
 std::string html_initial(std::string_view text);
 
 }  // namespace corvan_tool
