@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 class AbandonedCopyTest : public HostileFilesTest {
  protected:
-  // A folder among the temporary files with a file in it.
+  // Creates a temporary folder with a file in it.
   std::string make_copy(const std::string& name) const {
     std::string path = copies() + "/" + name;
     fs::create_directory(path);
@@ -27,7 +27,7 @@ class AbandonedCopyTest : public HostileFilesTest {
     return path;
   }
 
-  // A program that is being killed when it has made its copy of the store.
+  // Kills a program that has copied the store.
   void kill_while_looking() {
     const std::string input = temporary("in");
     write_file(input, "");
@@ -38,7 +38,7 @@ class AbandonedCopyTest : public HostileFilesTest {
     int ends[2] = {};
     ASSERT_EQ(pipe(ends), 0);
     ASSERT_EQ(fcntl(ends[0], F_SETFD, FD_CLOEXEC), 0);
-    // It waits for somebody to read what it exports.
+    // It waits until its output is read.
     const pid_t pid = start({"export", store(), "--format", "jsonl"}, ends[1]);
     char byte = 0;
     ASSERT_EQ(read(ends[0], &byte, 1), 1);

@@ -18,7 +18,7 @@ namespace corvan_test {
 
 inline constexpr int kLines = 30;
 inline constexpr int kStoredBefore = 10;
-inline constexpr int kMostCalls = 200;  // more than any command here makes
+inline constexpr int kMostCalls = 200;  // more than any of these commands makes
 
 // `from` to `to`, without server uids, so that a message stored twice shows.
 inline std::string messages(int from, int to) {
@@ -40,9 +40,9 @@ class FailedCallsTest : public ToolTest {
     std::filesystem::rename(store(), before());
   }
 
-  // Each sync of the store's files, or each read, fails in turn while the program runs with
-  // `arguments`; calls `check` with what it answered. The store is as SetUp() and `prepare` left it
-  // each time.
+  // Runs the program once for each sync or read of the store's files, and makes that call fail.
+  // Calls `check` with each outcome. Each run starts with the store as SetUp() and `prepare` left
+  // it.
   void at_every_call(const Arguments& arguments, Client client, Fails fails,
                      const std::function<void(const Outcome&)>& check,
                      const std::string& prepare = "") {
@@ -64,7 +64,7 @@ class FailedCallsTest : public ToolTest {
   // The store's folder as SetUp() left it.
   std::string before() const { return folder.file("before"); }
 
-  // What the next opening finds, after the client was killed.
+  // Rows of the store as the next opening finds it after the client was killed.
   Rows later(const std::string& sql) const {
     return corvan_test::rows(folder.file("later/corvan"), sql);
   }
@@ -93,7 +93,7 @@ class FailedCallsTest : public ToolTest {
 
   std::string failing_call_ = "sync";
 
-  // As a killed client leaves the files: nothing is brought from the log into the store.
+  // Copies the files as a killed client leaves them: without a checkpoint.
   void keep_for_later() const {
     const std::string to = folder.file("later");
     std::filesystem::remove_all(to);

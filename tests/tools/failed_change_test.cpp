@@ -9,7 +9,7 @@ namespace {
 
 class FailedCallOfChange : public FailedCallsTest {
  protected:
-  // `sql` gives `made` once the command's change is in the store.
+  // `sql` returns `made` if the command's change is in the store.
   void expect_truth(const Arguments& arguments, Fails fails, const std::string& prepare,
                     const std::string& sql, const std::string& made) {
     for (const Client client : {Client::kNone, Client::kHasStoreOpen}) {

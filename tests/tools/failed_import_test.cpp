@@ -20,7 +20,7 @@ class FailedCallOfImport : public FailedCallsTest {
     arguments_ = {"import", store(), "--user", "me", "--batch", std::to_string(kBatch), log_};
   }
 
-  // The rows against what was reported: the rows' contents are 1, 2, 3 and so on.
+  // Compares the rows, whose contents are 1, 2, 3 and so on, with what was reported.
   void expect_truth(const Outcome& outcome) {
     const Rows contents = later("select content from t_message order by id");
     for (std::size_t i = 0; i < contents.size(); ++i) {
@@ -31,12 +31,12 @@ class FailedCallOfImport : public FailedCallsTest {
       return;
     }
     EXPECT_EQ(outcome.status, 2);
-    if (outcome.err.find("; whether ") != std::string::npos) return;  // it says that it cannot tell
+    if (outcome.err.find("; whether ") != std::string::npos) return;  // the outcome is unknown
     const std::size_t stored = contents.size() - kStoredBefore;
     EXPECT_EQ(outcome.out.rfind(std::to_string(stored) + " stored, ", 0), 0U) << outcome.out;
   }
 
-  // The line after which, as the error tells, nothing is stored; nothing if it does not tell.
+  // The last line that is stored according to the error; nothing if the error names none.
   static std::optional<int> last_stored(const std::string& error) {
     std::smatch found;
     if (std::regex_search(error, found, std::regex("nothing was stored from .*:([0-9]+) on"))) {
@@ -48,7 +48,7 @@ class FailedCallOfImport : public FailedCallsTest {
     return std::nullopt;
   }
 
-  // Imports into the store of "later" what the error says is missing.
+  // Imports the lines that are missing according to the error into the store "later".
   void go_on_after(const Outcome& outcome) {
     if (outcome.status == 0) return;
     const int last = last_stored(outcome.err).value_or(0);  // opening failed otherwise

@@ -13,8 +13,8 @@ class FailedSyncOfOutput : public ToolTest {
  protected:
   FailedSyncOfOutput() : made(folder.file("made")) { import(messages(1, kStoredBefore)); }
 
-  // Each sync of what is made at `made`, and of the folder around it, fails in turn while the
-  // program runs with `arguments`; calls `check` with what it answered. Then `made` is removed.
+  // Runs the program once for each sync of its output `made` and of the folder around it, and makes
+  // that sync fail. Calls `check` with each outcome, then removes `made`.
   void at_every_sync(const Arguments& arguments, const std::function<void(const Outcome&)>& check) {
     const std::string mark = temporary("sync-failed");
     const std::string around = std::filesystem::path(made).parent_path().string();
@@ -36,7 +36,7 @@ class FailedSyncOfOutput : public ToolTest {
     std::filesystem::remove_all(made);
   }
 
-  // Either all is there and only its name may be lost, or nothing is there.
+  // The output is either complete, and only its name may be lost, or absent.
   void expect_made_or_nothing(const Outcome& outcome) {
     EXPECT_EQ(outcome.status, 2);
     const bool is_made = outcome.err == "corvan: " + made +
@@ -61,7 +61,7 @@ TEST_F(FailedSyncOfOutput, AnExportIsCompleteOrAbsent) {
 
 TEST_F(FailedSyncOfOutput, ASalvagedStoreIsCompleteOrAbsent) {
   at_every_sync({"salvage", store(), made}, [this](const Outcome& outcome) {
-    // What SQLite can do without, such as the sync of a folder, does not matter.
+    // SQLite ignores some failures, such as that of a folder's sync.
     if (outcome.status != 0) return expect_made_or_nothing(outcome);
     EXPECT_EQ(corvan_test::rows(made + "/corvan", "select count(*) from t_message"), Rows{"10"});
   });

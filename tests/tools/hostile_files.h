@@ -50,7 +50,7 @@ class HostileFilesTest : public ToolTest {
             {"verify", store(), "--repair", "counters"}};
   }
 
-  // Each of the commands ends with one line of error that names the path, and changes nothing.
+  // Expects each command to fail with one line that names the path, and to change nothing.
   void expect_refused(const std::vector<Arguments>& commands, const std::string& path) {
     const Listing before = listing(folder.path());
     const Rows names = names_in(store());

@@ -51,7 +51,7 @@ TEST_F(IndexFailureTest, ReportsAReaderOutsideWalMode) {
   const Outcome outcome = run({"index", store()});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + file() + kInUse);
-  sqlite3_close(reader);  // reading the file in this process would take the lock away before
+  sqlite3_close(reader);  // before listing(), which closes the file and so releases the lock
   EXPECT_EQ(listing(store()), before);
   bring_up();
   expect_new();

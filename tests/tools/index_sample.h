@@ -62,7 +62,7 @@ class IndexTest : public ToolTest {
     return rows("select name from sqlite_master where type='index' and sql is not null order by 1");
   }
 
-  // What a test leaves in any case: a sound store with the rows that it had.
+  // Every test must leave a sound store with the same rows.
   void TearDown() override {
     if (readable_at_end) {
       EXPECT_EQ(rows(kIndexContent), content);
@@ -83,7 +83,7 @@ class IndexTest : public ToolTest {
     return json(arguments);
   }
 
-  // Runs the command with each of these options and expects this one line of error and no change.
+  // Expects this error, and no change, with each of these lists of options.
   void expect_refused(const std::string& error,
                       const std::vector<Arguments>& with = {{}, {"--dry-run"}, {"--json"}}) {
     const Listing before = listing(store());
@@ -98,7 +98,7 @@ class IndexTest : public ToolTest {
     }
   }
 
-  // Statements that make an index of the same name and another meaning.
+  // Statements that create an index with the same name and another definition.
   Rows other_definitions(const StoredIndex& index) const {
     const bool partial = index.sql.find(" where ") != std::string::npos;
     const std::string kind =
@@ -136,7 +136,7 @@ class IndexTest : public ToolTest {
   }
 
   std::vector<StoredIndex> indexes;  // of a new store
-  Rows content;                      // of the store, to be there at the end
+  Rows content;                      // of the store, at the beginning and the end
   bool readable_at_end = true;
 
  private:

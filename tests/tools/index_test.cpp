@@ -52,7 +52,7 @@ TEST_F(IndexTest, CreatesAllIndexes) {
 }
 
 TEST_F(IndexTest, ReplacesAnIndexWithAnotherDefinition) {
-  // One row a table, so that any index may be unique.
+  // One row per table, so that any index may be unique.
   plant("delete from t_message where id>1;delete from t_session where session_id<>'room'");
   content = rows(kIndexContent);
   for (const StoredIndex& index : indexes) {
@@ -83,7 +83,8 @@ TEST_F(IndexTest, ReplacesAnIndexOfAnotherTableWithTheName) {
 TEST_F(IndexTest, KeepsAnIndexWithAnEquivalentStatement) {
   int written = 0;
   for (const StoredIndex& index : indexes) {
-    if (index.sql.find_first_of("'\"`[") != std::string::npos) continue;  // not to be touched
+    if (index.sql.find_first_of("'\"`[") != std::string::npos)
+      continue;  // quoted text must not change
     std::string sql;
     for (const char c : index.sql) {
       sql += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));

@@ -31,7 +31,7 @@ void make_socket(const std::string& path) {
   close(fd);
 }
 
-// Makes one kind of what is no file at a path.
+// Creates something at a path that is not a regular file.
 struct NoFile {
   const char* what;
   void (*make)(const std::string& path);
@@ -53,7 +53,7 @@ TEST_F(IrregularFilesTest, NoCommandWaitsForAFifo) {
     const std::string path = store() + name;
     if (path == file()) fs::remove(path);
     make_fifo(path);
-    // The index of the log is made anew for a copy.
+    // A copy does not need the log's index: SQLite rebuilds it.
     if (std::string(name) != "/corvan-shm") expect_refused(looking(), path);
     expect_refused(changing(), path);
     fs::remove(path);
@@ -123,7 +123,7 @@ TEST_F(IrregularFilesTest, ImportReadsFromAFifo) {
 }
 
 TEST_F(IrregularFilesTest, CopiesKeepHoles) {
-  // Longer than the disk has room for.
+  // Larger than the disk.
   const std::uintmax_t size = std::uintmax_t{1} << 42;
   write_file(file() + "-wal", "");
   std::error_code error;

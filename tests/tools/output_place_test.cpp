@@ -64,14 +64,14 @@ TEST_F(OutputPlaceTest, RefusesTheNameOfAStoresFileForABackup) {
 }
 
 TEST_F(OutputPlaceTest, RefusesTheNameOfALogBesideAnyDatabase) {
-  // The store's file is a link: its log lies beside the file itself.
+  // If the store's file is a link, its log is beside the linked file.
   fs::rename(file(), folder.file("real.db"));
   fs::create_symlink(folder.file("real.db"), file());
   const Outcome outcome =
       run({"export", store(), "--format", "csv", "--output", folder.file("real.db-wal")});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_FALSE(fs::exists(folder.file("real.db-wal")));
-  // A log whose file is gone is salvaged, and no new folder takes the file's name.
+  // A log alone can be salvaged, but no folder may take the name of its missing file.
   const std::string lost = folder.file("lost");
   fs::create_directory(lost);
   write_file(lost + "/corvan-wal", "a log");

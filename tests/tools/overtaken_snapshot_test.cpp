@@ -132,7 +132,7 @@ TEST_F(BusyStoreTest, SnapshotIsConsistentWhileAnotherThreadWrites) {
   });
   int good = 0;
   for (int i = 0; i < 16; ++i) {
-    if (i == 15) pause = 0;  // hardly a moment to copy in
+    if (i == 15) pause = 0;  // hardly any time to copy
     for (const Arguments& arguments :
          std::vector<Arguments>{{"check", store()}, {"list", store(), "--json"}}) {
       const int before = saved;
@@ -140,7 +140,7 @@ TEST_F(BusyStoreTest, SnapshotIsConsistentWhileAnotherThreadWrites) {
       if (outcome.status == 2) {
         EXPECT_EQ(outcome.err, "corvan: " + file() +
                                    ": written to all the time; try again when its writer rests\n");
-        if (good == 0) pause = 2 * pause;  // a slow machine needs more of a moment
+        if (good == 0) pause = 2 * pause;  // a slow machine needs more time
         continue;
       }
       EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;

@@ -82,7 +82,7 @@ TEST_F(SnapshotTest, RollsBackAJournalOnlyInTheCopy) {
   std::filesystem::create_directory(killed);
   plant("pragma journal_mode=delete");
   {
-    // A cache of one page makes the writer change the file before the transaction ends.
+    // With a cache of one page, the writer changes the file before the transaction ends.
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(file().c_str(), &db), SQLITE_OK);
     EXPECT_EQ(sqlite3_exec(db,
@@ -137,7 +137,7 @@ TEST_F(SnapshotTest, RemovesTheCopyOnASignal) {
   import_sample();
   const std::size_t size = read_file(file()).size();
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
-    // Copying stops at the log, and the copy of the main file is there meanwhile.
+    // The program waits at the log, after it has copied the main file.
     const LeasedFile log(file() + "-wal");
     if (!log.is_held()) GTEST_SKIP() << "the file system has no leases";
     const int out = open("/dev/null", O_WRONLY | O_CLOEXEC);

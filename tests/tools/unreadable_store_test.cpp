@@ -122,7 +122,7 @@ TEST_F(UnreadableStoreTest, RefusesAMissingStoreAndDoesNotCreateIt) {
   expect_refused("no store here; name the folder that holds the file \"corvan\"",
                  commands(store()));
   EXPECT_EQ(listing(store()), Listing{});
-  // A file in the folder's place is none either.
+  // A file in place of the folder.
   const Outcome outcome = run({"list", folder.file("bystander")});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + folder.file("bystander/corvan") +
