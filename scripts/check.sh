@@ -4,7 +4,8 @@
 # Usage: check.sh [NAME...]; without a name, all checks:
 #   format     the layout of every C++ file
 #   scripts    the syntax of every script, and shellcheck's warnings
-#   includes   every include of base/, db/, addons/ and tools/ points downwards
+#   includes   includes of base/, db/, addons/ and tools/ point downwards; no two headers of tools/ define
+#              a class of one name
 #   links      the relative links and headings in the documents
 #   reference  Doxygen's reference of the headers, without warnings
 #   headers    every header compiles alone, with g++ and with clang++
@@ -111,7 +112,7 @@ check_tidy() {
 declare -A advice=(
   [format]="clang-format -i FILE"
   [scripts]="fix the script; shellcheck FILE explains"
-  [includes]="move the common code to a lower folder"
+  [includes]="move the common code to a lower folder, or rename one of the classes"
   [links]="fix the link, or the heading that it names"
   [reference]="document the named member in its header, with a /// comment"
   [headers]="include everything that the header uses"

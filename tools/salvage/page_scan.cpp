@@ -7,7 +7,7 @@
 namespace corvan_tool {
 
 PageScan::PageScan(const DamagedFile& file, const KnownSchema& schema, const Coverage& coverage,
-                   RowReader& rows, PageMap& pages, Progress& progress)
+                   LeafReader& rows, PageMap& pages, Progress& progress)
     : file_(file),
       schema_(schema),
       coverage_(coverage),

@@ -8,8 +8,8 @@
 #include "tools/salvage/coverage.h"
 #include "tools/salvage/damaged_file.h"
 #include "tools/salvage/known_schema.h"
+#include "tools/salvage/leaf_reader.h"
 #include "tools/salvage/page_map.h"
-#include "tools/salvage/row_reader.h"
 #include "tools/ui/progress.h"
 
 namespace corvan_tool {
@@ -18,7 +18,7 @@ class PageScan {
  public:
   // All of them must live longer.
   PageScan(const DamagedFile& file, const KnownSchema& schema, const Coverage& coverage,
-           RowReader& rows, PageMap& pages, Progress& progress);
+           LeafReader& rows, PageMap& pages, Progress& progress);
 
   // Reads the free pages and those that are still unknown.
   void scan_file();
@@ -33,7 +33,7 @@ class PageScan {
   const DamagedFile& file_;
   const KnownSchema& schema_;
   const Coverage& coverage_;
-  RowReader& rows_;
+  LeafReader& rows_;
   PageMap& pages_;
   Progress& progress_;
 };

@@ -6,9 +6,9 @@
 //  3. Mark the pages that the file lists as free.                         free_pages
 //  4. Read the file's schema: the roots of its trees.                     file_schema
 //  5. Follow the tree of each table as far as it leads, and add its rows. Note the row ids whose
-//     pages cannot be read.                                               tree_walk, row_reader
+//     pages cannot be read.                                               tree_walk, leaf_reader
 //  6. Follow the indexes of the tables that are not whole. Their entries name rows, which are
-//     lost if they are not found.                                         tree_walk, row_reader
+//     lost if they are not found.                                         tree_walk, leaf_reader
 //  7. Look at every page that nothing leads to. Recognise rows and entries by the number and types
 //     of their columns.                                                   page_scan, recognise
 //  8. Do the same with the log's pages of lost commits; their rows are doubtful.
@@ -30,12 +30,12 @@
 #include "tools/salvage/damaged_file.h"
 #include "tools/salvage/file_schema.h"
 #include "tools/salvage/known_schema.h"
+#include "tools/salvage/leaf_reader.h"
 #include "tools/salvage/page_map.h"
 #include "tools/salvage/page_scan.h"
 #include "tools/salvage/record_reader.h"
 #include "tools/salvage/report.h"
 #include "tools/salvage/rescued_store.h"
-#include "tools/salvage/row_reader.h"
 #include "tools/salvage/tree_walk.h"
 #include "tools/store/pending_output.h"
 #include "tools/ui/progress.h"
@@ -81,7 +81,7 @@ class Salvage {
   Progress progress_;
   Coverage coverage_;
   RecordReader records_;
-  RowReader rows_;
+  LeafReader rows_;
   TreeWalk trees_;
   PageScan scan_;
   FileSchema schema_;

@@ -1,7 +1,7 @@
-// Passes the rows and index entries of pages on to the new store.
+// Adds the rows and index entries of leaf pages to the new store.
 
-#ifndef TOOLS_SALVAGE_ROW_READER_H_
-#define TOOLS_SALVAGE_ROW_READER_H_
+#ifndef TOOLS_SALVAGE_LEAF_READER_H_
+#define TOOLS_SALVAGE_LEAF_READER_H_
 
 #include <cstddef>
 #include <string>
@@ -16,11 +16,11 @@
 
 namespace corvan_tool {
 
-class RowReader {
+class LeafReader {
  public:
   // All of them must live longer.
-  RowReader(const DamagedFile& file, const KnownSchema& schema, RecordReader& records,
-            Coverage& coverage, RescuedStore& store);
+  LeafReader(const DamagedFile& file, const KnownSchema& schema, RecordReader& records,
+             Coverage& coverage, RescuedStore& store);
 
   // Reads the rows of a leaf that the table's tree leads to. Returns false if the leaf is not of
   // this table, or of another place in its tree.
@@ -52,4 +52,4 @@ class RowReader {
 
 }  // namespace corvan_tool
 
-#endif  // TOOLS_SALVAGE_ROW_READER_H_
+#endif  // TOOLS_SALVAGE_LEAF_READER_H_

@@ -1,4 +1,4 @@
-#include "tools/salvage/row_reader.h"
+#include "tools/salvage/leaf_reader.h"
 
 #include <algorithm>
 
@@ -23,11 +23,11 @@ std::vector<Doubt> doubts_of_rows(const std::vector<Cell>& cells, Doubt doubt) {
 
 }  // namespace
 
-RowReader::RowReader(const DamagedFile& file, const KnownSchema& schema, RecordReader& records,
-                     Coverage& coverage, RescuedStore& store)
+LeafReader::LeafReader(const DamagedFile& file, const KnownSchema& schema, RecordReader& records,
+                       Coverage& coverage, RescuedStore& store)
     : file_(file), schema_(schema), records_(records), coverage_(coverage), store_(store) {}
 
-bool RowReader::read_leaf(std::size_t table, const Leaf& leaf) {
+bool LeafReader::read_leaf(std::size_t table, const Leaf& leaf) {
   const auto belongs = [&](const Cell& cell) {
     return is_within(cell.key, leaf.keys) &&
            starts_with_shape(leaf.bytes, cell, schema_.tables[table].shape, Match::kLoose,
@@ -39,11 +39,11 @@ bool RowReader::read_leaf(std::size_t table, const Leaf& leaf) {
   return true;
 }
 
-void RowReader::read_unreached_leaf(std::size_t table, const Leaf& leaf, Doubt doubt) {
+void LeafReader::read_unreached_leaf(std::size_t table, const Leaf& leaf, Doubt doubt) {
   add_rows(table, leaf, Origin::kUnreached, doubt);
 }
 
-void RowReader::add_rows(std::size_t table, const Leaf& leaf, Origin origin, Doubt doubt) {
+void LeafReader::add_rows(std::size_t table, const Leaf& leaf, Origin origin, Doubt doubt) {
   const std::vector<Cell>& cells = leaf.page.cells;
   if (table == schema_.sequences) {
     for (const Cell& cell : cells) read_sequence(held_part(leaf.bytes, cell));
@@ -53,8 +53,8 @@ void RowReader::add_rows(std::size_t table, const Leaf& leaf, Origin origin, Dou
   for (std::size_t i = 0; i < cells.size(); ++i) add_row(table, leaf, cells[i], origin, doubts[i]);
 }
 
-void RowReader::add_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin,
-                        Doubt doubt) {
+void LeafReader::add_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin,
+                         Doubt doubt) {
   FoundRow row;
   row.id = cell.key;
   row.is_reached = origin == Origin::kTree;
@@ -74,7 +74,7 @@ void RowReader::add_row(std::size_t table, const Leaf& leaf, const Cell& cell, O
 }
 
 // Reads a row into values_, without added columns.
-bool RowReader::read_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin) {
+bool LeafReader::read_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin) {
   const std::string& shape = schema_.tables[table].shape;
   const std::size_t added =
       origin == Origin::kTree ? kAnyNumber : coverage_.tables[table].added_columns;
@@ -88,13 +88,13 @@ bool RowReader::read_row(std::size_t table, const Leaf& leaf, const Cell& cell, 
   return is_read;
 }
 
-void RowReader::lose_row(std::size_t table, const Cell& cell) {
+void LeafReader::lose_row(std::size_t table, const Cell& cell) {
   store_.name(table, cell.key);
   coverage_.tables[table].is_whole = false;
   if (cell.key > kAllIds.first) coverage_.tables[table].missing.add({cell.key - 1, cell.key});
 }
 
-void RowReader::read_sequence(std::string_view record) {
+void LeafReader::read_sequence(std::string_view record) {
   std::vector<Value> values;
   if (!parse_record(record, record.size(), values) ||
       !has_shape(values, schema_.tables[schema_.sequences].shape, Match::kExact)) {
@@ -104,7 +104,7 @@ void RowReader::read_sequence(std::string_view record) {
   if (is_of_messages && values[1].integer >= 0) store_.set_sequence(values[1].integer);
 }
 
-bool RowReader::read_entries(const Page& page, std::string_view bytes, const KnownIndex* index) {
+bool LeafReader::read_entries(const Page& page, std::string_view bytes, const KnownIndex* index) {
   bool all = true;
   std::string record;
   std::vector<Value> values;
