@@ -18,7 +18,7 @@ bool is_reserved(std::uint64_t type) {
 }
 
 std::uint64_t size_of_type(std::uint64_t type) {
-  static constexpr std::array<std::size_t, 10> kSizes = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0};
+  static constexpr std::array<std::size_t, kFirstBlobType> kSizes = {0, 1, 2, 3, 4, 6, 8, 8};
   if (type >= kFirstBlobType) return (type - kFirstBlobType) / 2;
   return kSizes.at(static_cast<std::size_t>(type));
 }
