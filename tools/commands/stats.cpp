@@ -11,6 +11,7 @@
 #include "tools/commands/commands.h"
 #include "tools/store/schema.h"
 #include "tools/store/snapshot.h"
+#include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"
