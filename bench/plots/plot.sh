@@ -7,6 +7,9 @@ here=$(dirname "$0")
 data=$(mktemp -d)
 trap 'rm -rf "$data"' EXIT
 
+# Removes gnuplot's empty groups, which draw nothing.
+shrink() { sed -i -z 's/<g [^>]*>\n<\/g>\n//g' "$1"; }
+
 if jq -e '.growth' "$results" >/dev/null; then
   # One column per operation, one line per size.
   jq -r '
@@ -21,6 +24,7 @@ if jq -e '.growth' "$results" >/dev/null; then
       ($sizes[] as $size | [$size] + [$picked[] | .[$size] | tostring] | join(" "))
   ' "$results" >"$data/growth.dat"
   gnuplot -e "data='$data/growth.dat'; picture='$folder/growth.svg'" "$here/growth.gp"
+  shrink "$folder/growth.svg"
 fi
 
 if jq -e '.peers' "$results" >/dev/null; then
@@ -38,4 +42,5 @@ if jq -e '.peers' "$results" >/dev/null; then
        | join(" "))
   ' "$results" >"$data/peers.dat"
   gnuplot -e "data='$data/peers.dat'; picture='$folder/peers.svg'" "$here/peers.gp"
+  shrink "$folder/peers.svg"
 fi
