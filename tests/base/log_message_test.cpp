@@ -80,7 +80,7 @@ TEST_F(LogMessage, AcceptsFromTheMinimumSeverityOn) {
   }
 }
 
-TEST_F(LogMessage, NoMessageHasSeverityNone) {
+TEST_F(LogMessage, SeverityNoneAcceptsNoMessage) {
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_SENSITIVE);
   EXPECT_FALSE(cvrtc::LogMessage::Loggable(cvrtc::LS_NONE));
 }
@@ -127,7 +127,7 @@ TEST_F(LogMessage, EmptySinkRestoresStandardError) {
   EXPECT_EQ(error.text(), "to standard error\n");
 }
 
-TEST_F(LogMessage, OnlyTheLineThatTheSinkHasNoMemoryForIsLost) {
+TEST_F(LogMessage, SinkWithoutMemoryLosesOneLineOnly) {
   bool memory = false;
   cvrtc::LogMessage::SetSink([&](cvrtc::LoggingSeverity, const std::string& text) {
     if (!memory) throw std::bad_alloc();
@@ -139,7 +139,7 @@ TEST_F(LogMessage, OnlyTheLineThatTheSinkHasNoMemoryForIsLost) {
   EXPECT_EQ(lines_, Lines{"kept"});
 }
 
-TEST_F(LogMessage, NumbersAreNotGroupedWhateverTheGlobalLocale) {
+TEST_F(LogMessage, NumbersAreNotGroupedUnderAnyGlobalLocale) {
   collect();
   const corvan_test::GroupingLocale grouping;
   cvrtc::LogMessage(cvrtc::LS_WARNING).stream() << 1234567;

@@ -57,7 +57,7 @@ TEST(Pathname, FolderAndFilenameAreJoinedByOneDelimiter) {
   EXPECT_EQ(Path("", "b.db").pathname(), "b.db");
 }
 
-TEST(Pathname, IsEmptyOnlyWithoutAnyPart) {
+TEST(Pathname, IsEmptyOnlyIfEveryPartIsEmpty) {
   EXPECT_FALSE(Path("/a/").empty());
   EXPECT_FALSE(Path("a").empty());
   Path extension_alone;
@@ -103,7 +103,7 @@ TEST(Pathname, SetFilenameRefusesAFolderDelimiter) {
   EXPECT_EQ(path.pathname(), "/a/b.db");
 }
 
-TEST(Pathname, SetExtensionReplacesTheExtensionAlone) {
+TEST(Pathname, SetExtensionReplacesOnlyTheExtension) {
   Path path("/a/b.db");
   EXPECT_TRUE(path.SetExtension(".txt"));
   EXPECT_EQ(path.pathname(), "/a/b.txt");
@@ -111,7 +111,7 @@ TEST(Pathname, SetExtensionReplacesTheExtensionAlone) {
   EXPECT_EQ(path.pathname(), "/a/b.bak");
 }
 
-TEST(Pathname, SetExtensionAddsOneToAFileWithoutAny) {
+TEST(Pathname, SetExtensionAddsAnExtensionToAFileWithoutOne) {
   Path path("/a/corvan");
   EXPECT_TRUE(path.SetExtension(".db"));
   EXPECT_EQ(parts(path), "[/a/][corvan][.db]");

@@ -148,7 +148,7 @@ TEST_F(FileKinds, HeaderWithALaterSchemaFormatFailsAndIsKept) {
 
 // ---- Files cut short ----------------------------------------------------------------------------
 
-TEST_F(FileKinds, FileCutAtAPageIsDeleted) {
+TEST_F(FileKinds, FileTruncatedAtAPageIsDeleted) {
   const std::string& whole = closed_store().at("");
   for (const std::size_t pages :
        {std::size_t{1}, std::size_t{2}, whole.size() / kPage / 2, whole.size() / kPage - 1}) {
@@ -157,7 +157,7 @@ TEST_F(FileKinds, FileCutAtAPageIsDeleted) {
   }
 }
 
-TEST_F(FileKinds, FileCutWithinTheFirstPageIsDeleted) {
+TEST_F(FileKinds, FileTruncatedWithinTheFirstPageIsDeleted) {
   for (const std::size_t size :
        std::vector<std::size_t>{2, 15, 16, 50, 99, 100, 101, 511, 512, 513, 4095}) {
     EXPECT_EQ(fate_of(closed_store().at("").substr(0, size)), kDeleted) << size;
@@ -170,7 +170,7 @@ TEST_F(FileKinds, TruncatedFileBecomesAnEmptyStoreWithoutALogLine) {
 
 // ---- Sound databases of other programs ----------------------------------------------------------
 
-TEST_F(FileKinds, DatabaseOfOtherTablesReceivesTheSchemaAndKeepsItsRows) {
+TEST_F(FileKinds, DatabaseWithOtherTablesReceivesTheSchemaAndKeepsItsRows) {
   plant_file("create table t_theirs(a); insert into t_theirs values('x')");
   EXPECT_EQ(fate_here(), kWorks);
   EXPECT_EQ(rows(file(), "select * from t_theirs"), Rows{"x"});
@@ -178,7 +178,7 @@ TEST_F(FileKinds, DatabaseOfOtherTablesReceivesTheSchemaAndKeepsItsRows) {
 }
 
 // All but the copy of an older store, which is in UTF-8.
-TEST_F(FileKinds, DatabaseInUtf16Works) {
+TEST_F(FileKinds, Utf16DatabaseWorks) {
   plant_file("pragma encoding='UTF-16le'; create table t_theirs(a)");
   EXPECT_EQ(fate_here(), kWorksInPart);
   EXPECT_NE(failure().find("attached databases must use the same text encoding as main"),
@@ -187,13 +187,13 @@ TEST_F(FileKinds, DatabaseInUtf16Works) {
   EXPECT_EQ(rows(file(), "pragma encoding"), Rows{"UTF-16le"});
 }
 
-TEST_F(FileKinds, DatabaseOfAnotherPageSizeWorks) {
+TEST_F(FileKinds, DatabaseWithAnotherPageSizeWorks) {
   plant_file("pragma page_size=1024; create table t_theirs(a)");
   EXPECT_EQ(fate_here(), kWorks);
   EXPECT_EQ(rows(file(), "pragma page_size"), Rows{"1024"});
 }
 
-TEST_F(FileKinds, MessagesOfOtherColumnsFailAndAreKept) {
+TEST_F(FileKinds, MessageTableWithOtherColumnsFailsAndIsKept) {
   plant_file("create table t_message(a,b); insert into t_message values(1,2)");
   EXPECT_EQ(fate_here(), kWorksInPart);
   EXPECT_NE(failure().find(";;;1;;;"), std::string::npos) << failure();
@@ -208,7 +208,7 @@ TEST_F(FileKinds, VersionWithoutTheOtherTablesFailsAndIsKept) {
   EXPECT_EQ(rows(file(), "select * from t_version"), Rows{"9"});
 }
 
-TEST_F(FileKinds, TriggersAndViewsOnOurTablesStayAndRun) {
+TEST_F(FileKinds, TriggersAndViewsOnOurTablesAreKeptAndRun) {
   write_files(folder.path(), closed_store());
   plant_file(
       "create table t_seen(id); create view t_view as select id from t_message;"
@@ -244,7 +244,7 @@ TEST_F(FileKinds, LinkToASoundFileIsFollowed) {
 }
 
 // The link is deleted; its target stays unchanged.
-TEST_F(FileKinds, LinkToADamagedFileIsDeletedAlone) {
+TEST_F(FileKinds, LinkToADamagedFileIsDeletedWithoutItsTarget) {
   const std::string noise(2 * kPage, 'x');
   write_file(folder.file("target"), noise);
   fs::create_symlink("target", file());
@@ -270,7 +270,7 @@ TEST_F(FileKinds, LogOfACrashedStoreIsReplayed) {
   EXPECT_EQ(fate_of(crashed_store(), crashed_answers()), kWorks);
 }
 
-TEST_F(FileKinds, LogOfNoiseIsIgnored) {
+TEST_F(FileKinds, RandomLogIsIgnored) {
   Random random(1);
   for (const std::size_t size : std::vector<std::size_t>{1, 31, 32, 5000, 50000}) {
     EXPECT_EQ(
@@ -280,7 +280,7 @@ TEST_F(FileKinds, LogOfNoiseIsIgnored) {
   }
 }
 
-TEST_F(FileKinds, LogOfAnotherStoreBesideANewFileIsForgotten) {
+TEST_F(FileKinds, LogOfAnotherStoreBesideANewFileIsIgnored) {
   const std::string& log = other_store().at("-wal");
   const Expected empty{answers_of({}), true};
   EXPECT_EQ(fate_of({{"-wal", log}}, empty), kWorks);
@@ -295,13 +295,13 @@ TEST_F(FileKinds, LogOfAnotherStoreBesideASoundFileReplacesItsPages) {
 }
 
 // The log holds the first page, so SQLite accepts any file beside it.
-TEST_F(FileKinds, LogWithTheFirstPageKeepsAFileThatIsNoDatabase) {
+TEST_F(FileKinds, LogWithTheFirstPageProtectsAFileThatIsNotADatabase) {
   const std::string log = crashed_store().at("-wal");
   const std::string text = fate_of({{"", std::string(2 * kPage, 'x')}, {"-wal", log}});
   EXPECT_EQ(text.rfind("kept and written", 0), 0U) << text;
 }
 
-TEST_F(FileKinds, IndexOfNoiseIsMadeAnew) {
+TEST_F(FileKinds, RandomIndexIsRebuilt) {
   Random random(1);
   for (const std::size_t size : std::vector<std::size_t>{1, 136, 32768, 40000}) {
     Files files = crashed_store();
@@ -310,7 +310,7 @@ TEST_F(FileKinds, IndexOfNoiseIsMadeAnew) {
   }
 }
 
-TEST_F(FileKinds, IndexWithoutItsLogIsMadeAnew) {
+TEST_F(FileKinds, IndexWithoutItsLogIsRebuilt) {
   EXPECT_EQ(fate_of({{"", closed_store().at("")}, {"-shm", crashed_store().at("-shm")}},
                     closed_answers()),
             kWorks);
@@ -350,13 +350,13 @@ Files store_with_hot_journal() {
   return files;
 }
 
-TEST_F(FileKinds, HotJournalOfAnotherModeIsRolledBack) {
+TEST_F(FileKinds, HotRollbackJournalIsRolledBack) {
   write_files(folder.path(), store_with_hot_journal());
   EXPECT_EQ(fate_here(closed_answers()), kWorks);
   EXPECT_FALSE(file_exists(folder.file("corvan-journal")));
 }
 
-TEST_F(FileKinds, JournalOfNoiseIsIgnored) {
+TEST_F(FileKinds, RandomJournalIsIgnored) {
   Random random(1);
   EXPECT_EQ(
       fate_of({{"", closed_store().at("")}, {"-journal", random.bytes(20000)}}, closed_answers()),
@@ -388,30 +388,30 @@ class WithoutRights : public FileKinds {
   }
 };
 
-TEST_F(WithoutRights, FileToReadIsReadAndKept) {
+TEST_F(WithoutRights, ReadOnlyFileIsReadAndKept) {
   Expected expected = closed_answers();
   lay(closed_store(), kFolderOfAll);
   EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
 }
 
-TEST_F(WithoutRights, FileInAFolderToReadIsKept) {
+TEST_F(WithoutRights, FileInAReadOnlyFolderIsKept) {
   Expected expected = closed_answers();
   lay(closed_store(), kFolderToRead);
   EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
 }
 
-TEST_F(WithoutRights, NoFileInAFolderToReadFailsToOpen) {
+TEST_F(WithoutRights, MissingFileInAReadOnlyFolderFailsToOpen) {
   lay({}, kFolderToRead);
   EXPECT_EQ(fate(examined_without_rights({})), "not opened");
 }
 
 // The permissions of the folder decide, not those of the file.
-TEST_F(WithoutRights, DamagedFileToReadIsDeleted) {
+TEST_F(WithoutRights, DamagedReadOnlyFileIsDeleted) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderOfAll);
   EXPECT_EQ(fate(examined_without_rights({})), kDeleted);
 }
 
-TEST_F(WithoutRights, DamagedFileInAFolderToReadIsKept) {
+TEST_F(WithoutRights, DamagedFileInAReadOnlyFolderIsKept) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderToRead);
   Expected expected;
   expected.can_unlink = false;

@@ -107,7 +107,7 @@ class RandomDamage : public testing::Test {
   Expected crashed_;
 };
 
-TEST_F(RandomDamage, DeletesOnlyWhatIsFoundDamagedAtAPrepare) {
+TEST_F(RandomDamage, DeletesAFileOnlyIfAPrepareFindsItDamaged) {
   const uint64_t first = setting("CORVAN_DAMAGE_SEED", 1);
   const uint64_t points = bound("CORVAN_DAMAGE_POINTS", 88, 1100);
   const TimeLimit limit;
@@ -157,21 +157,21 @@ class DamageChecks : public RandomDamage {
   static inline std::string watched_file;
 };
 
-TEST_F(DamageChecks, ProcessThatDiesIsSeen) {
+TEST_F(DamageChecks, NoticesAProcessThatDies) {
   EXPECT_EQ(complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
               if (is_check(sql)) std::raise(SIGKILL);
             }),
             "killed by signal 9 in check_integrity");
 }
 
-TEST_F(DamageChecks, ProcessThatExitsWithACodeIsSeen) {
+TEST_F(DamageChecks, NoticesAProcessThatExitsWithACode) {
   EXPECT_EQ(complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
               if (is_check(sql)) _exit(23);
             }),
             "exit code 23 in check_integrity");
 }
 
-TEST_F(DamageChecks, DeletionWithoutAReasonIsSeen) {
+TEST_F(DamageChecks, NoticesADeletionWithoutAReason) {
   const std::string text = complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
     if (is_check(sql)) unlink(watched_file.c_str());
   });
@@ -180,14 +180,14 @@ TEST_F(DamageChecks, DeletionWithoutAReasonIsSeen) {
       << text;
 }
 
-TEST_F(DamageChecks, TransactionLeftOpenIsSeen) {
+TEST_F(DamageChecks, NoticesATransactionLeftOpen) {
   const std::string text = complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
     if (is_check(sql)) sqlite3_exec(store_connection(), "begin", nullptr, nullptr, nullptr);
   });
   EXPECT_EQ(text.rfind("check_integrity: left a transaction open\n", 0), 0U) << text;
 }
 
-TEST_F(DamageChecks, StatementLeftOpenIsSeen) {
+TEST_F(DamageChecks, NoticesAStatementLeftOpen) {
   static sqlite3_stmt* left = nullptr;  // until the next one is prepared
   const std::string text = complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
     sqlite3_finalize(std::exchange(left, nullptr));

@@ -88,7 +88,7 @@ TEST_F(DamageSurprises, OpeningReturnsTrueAlthoughItDeletedTheFileAndClosedTheSt
 
 // ---- Damage of another file deletes the open one ------------------------------------------------
 
-TEST_F(DamageSurprises, OlderStoreThatIsDamagedWhenAttachedIsNotAttachedAndNothingIsDeleted) {
+TEST_F(DamageSurprises, DamagedOlderStoreIsNotAttachedAndNothingIsDeleted) {
   for (const std::string& damaged : {kNoise, closed_store().at("").substr(0, 2 * kPage)}) {
     write_file(folder.file("old"), damaged);
     EXPECT_LT(store().execute_none_query("attach '" + folder.file("old") + "' as odb"), SQLITE_ROW);
@@ -139,7 +139,7 @@ TEST_F(DamagedWhileAttached, CopyDeletesTheSoundOpenFile) {
 }
 
 // SQLite still knows the schema that it read when attaching.
-TEST_F(DamagedWhileAttached, CopyThatFindsTheDamageWhileSteppingKeepsBothFiles) {
+TEST_F(DamagedWhileAttached, CopyThatFindsDamageWhileSteppingKeepsBothFiles) {
   store().createdb_copydata();
   EXPECT_FALSE(met_at_prepare());
   EXPECT_TRUE(is_open());
@@ -147,7 +147,7 @@ TEST_F(DamagedWhileAttached, CopyThatFindsTheDamageWhileSteppingKeepsBothFiles) 
   EXPECT_EQ(read_file(folder.file("old")), kNoise);
 }
 
-TEST_F(DamageSurprises, OpeningADamagedFileByNameDeletesTheOneThatWasOpenedBefore) {
+TEST_F(DamageSurprises, OpeningADamagedFileByNameDeletesThePreviouslyOpenedFile) {
   ASSERT_EQ(save(NewMessage()), 1);
   store().close_db();
   write_file(folder.file("other"), kNoise);
@@ -183,7 +183,7 @@ TEST_F(DamageSurprises, DamageFoundWhileSteppingIsLoggedAndTheFileKept) {
 // ---- "-wal" and "-shm" of a deleted file --------------------------------------------------------
 
 // Closing the connection deletes them, whatever they hold.
-TEST_F(DamageSurprises, LogAndIndexGoWithTheDeletedFile) {
+TEST_F(DamageSurprises, LogAndIndexAreDeletedWithTheFile) {
   lay({{"", kNoise}, {"-wal", kNoise}, {"-shm", kNoise}});
   EXPECT_TRUE(open());
   EXPECT_TRUE(met_at_prepare());
@@ -191,7 +191,7 @@ TEST_F(DamageSurprises, LogAndIndexGoWithTheDeletedFile) {
 }
 
 // The next opening deletes a log that lies beside an empty file.
-TEST_F(DamageSurprises, NewStoreTakesNothingFromTheLogOfTheDeletedFile) {
+TEST_F(DamageSurprises, NewStoreIgnoresTheLogOfTheDeletedFile) {
   lay(kNoise);
   EXPECT_TRUE(open());
   ASSERT_TRUE(deleted());
@@ -221,7 +221,7 @@ Files store_with_damaged_schema_in_log() {
   return files;
 }
 
-TEST_F(DamageSurprises, LogThatWasReadGoesWithTheDeletedFile) {
+TEST_F(DamageSurprises, LogWithADamagedSchemaIsDeletedWithTheFile) {
   const Files damaged = store_with_damaged_schema_in_log();
   ASSERT_EQ(damaged.at(""), closed_store().at(""));
   lay(damaged);
@@ -231,7 +231,7 @@ TEST_F(DamageSurprises, LogThatWasReadGoesWithTheDeletedFile) {
 }
 
 // They stay as long as another connection has the file open. The store itself never opens a second.
-TEST_F(DamageSurprises, LogAndIndexStayForAnotherConnection) {
+TEST_F(DamageSurprises, LogAndIndexAreKeptWhileAnotherConnectionIsOpen) {
   const Files damaged = store_with_damaged_schema_in_log();
   lay(damaged);
   sqlite3* other = nullptr;
@@ -274,7 +274,7 @@ TEST_F(DamageSurprises, HeldStatementOutlivesTheDeletedFile) {
 // ---- A file cut short while it is open ----------------------------------------------------------
 
 // SQLite has read the schema already, so every statement can be prepared.
-TEST_F(DamageSurprises, FileCutWhileItIsOpenFailsAndIsKept) {
+TEST_F(DamageSurprises, FileTruncatedWhileOpenFailsAndIsKept) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{100}, kPage, 20 * kPage + 7}) {
     open_closed_store();
     std::filesystem::resize_file(file(), size);
@@ -290,7 +290,7 @@ TEST_F(DamageSurprises, FileCutWhileItIsOpenFailsAndIsKept) {
 }
 
 // The next opening deletes what is left, or makes a new store if nothing is left.
-TEST_F(DamageSurprises, FileCutWhileItWasOpenIsLostAtTheNextOpening) {
+TEST_F(DamageSurprises, FileTruncatedWhileOpenIsLostAtTheNextOpening) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{100}, kPage, 20 * kPage + 7}) {
     open_closed_store();
     std::filesystem::resize_file(file(), size);
@@ -348,7 +348,7 @@ TEST_F(DamageSurprises, IntegrityCheckDoesNotNoticeAChangedText) {
   EXPECT_EQ(log.take(), Rows{});
 }
 
-TEST_F(DamageSurprises, AskingWhetherTheFileIsUnlockedNeverDeletes) {
+TEST_F(DamageSurprises, UnlockCheckNeverDeletesTheFile) {
   const std::string malformed = overwritten(closed_store().at(""), 100, std::string(8, '\xff'));
   for (const auto& [damaged, code] :
        {std::pair{kNoise, SQLITE_NOTADB}, std::pair{malformed, SQLITE_CORRUPT}}) {

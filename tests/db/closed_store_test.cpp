@@ -26,7 +26,7 @@ class ClosedStore : public StoreTest, public testing::WithParamInterface<Call> {
   Rows before_;
 };
 
-TEST_P(ClosedStore, AnswersWithoutSqlite) {
+TEST_P(ClosedStore, FailsWithoutCallingSqlite) {
   const ClosedAnswer& expected = GetParam().closed;
   EXPECT_EQ(GetParam().run(store()), expected.result);
   EXPECT_EQ(take_ledger(), expected.texts);

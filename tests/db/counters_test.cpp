@@ -72,7 +72,7 @@ class Counters : public StoreTest {
 
 // ---- Recount ------------------------------------------------------------------------------------
 
-TEST_F(Counters, RecountTakesUnreadOfDirectionTwoAfterTheTime) {
+TEST_F(Counters, RecountIncludesUnreadOfDirectionTwoAfterTheTime) {
   plant_copied(kWide);
   plant_copied(kWide + 1, 1);
   plant_copied(kWide + 2, 1);
@@ -89,7 +89,7 @@ TEST_F(Counters, RecountTakesUnreadOfDirectionTwoAfterTheTime) {
   EXPECT_EQ(mention, 2);
 }
 
-TEST_F(Counters, RecountAddsMentionsUpAsStored) {
+TEST_F(Counters, RecountSumsMentionFlagsAsStored) {
   plant_copied(1, 5);
   plant_copied(1, -2);
   int32_t unread = 0;
@@ -125,7 +125,7 @@ TEST_F(Counters, RecountThatCannotBePreparedKeepsTheCallersValues) {
   EXPECT_EQ(mention, 8);
 }
 
-TEST_F(Counters, SynchronisedCountersAreZeroForWhatTheStoreWrote) {
+TEST_F(Counters, SynchronisedCountersIgnoreMessagesWrittenByTheStore) {
   save(NewMessage().at(500).mention());
   EXPECT_TRUE(store().sync_unread("room", CV_GROUP, 400));
   EXPECT_EQ(rows(kCounters), Rows{"0|0|400"});
@@ -179,7 +179,7 @@ TEST_F(Counters, ClearingMarksMessagesAndMovesTheReadTimeToTheNewestReceived) {
   EXPECT_EQ(rows("select distinct read_status,is_mention from t_message"), Rows{"1|0"});
 }
 
-TEST_F(Counters, ClearingConcernsOneConversation) {
+TEST_F(Counters, ClearingAffectsOneConversation) {
   plant_room(3, 7);
   save(NewMessage().in("other", CV_GROUP));
   EXPECT_TRUE(store().clear_unread("room", CV_GROUP));
@@ -232,7 +232,7 @@ TEST_F(Counters, ResettingSetsTheReadTimeAsGiven) {
   EXPECT_EQ(rows(kCounters), with_namesake("0|0|5"));
 }
 
-TEST_F(Counters, FailedResettingIsLoggedOnly) {
+TEST_F(Counters, FailedResettingIsOnlyLogged) {
   plant_room(3, 7);
   refuse_updates("t_session");
   store().set_unread_readtime("room", CV_GROUP, 5);
@@ -254,7 +254,7 @@ TEST_F(Counters, ReceiptTimeIsWrittenAsGiven) {
   EXPECT_EQ(rows(kCounters), with_namesake("3|7|0"));
 }
 
-TEST_F(Counters, FailedReceiptTimeIsLoggedOnly) {
+TEST_F(Counters, FailedReceiptTimeIsOnlyLogged) {
   plant_room(3, 7);
   refuse_updates("t_session");
   store().set_receipttime("room", CV_GROUP, 5);
@@ -262,7 +262,7 @@ TEST_F(Counters, FailedReceiptTimeIsLoggedOnly) {
   EXPECT_EQ(rows(kReceipts), (Rows{"0", "0"}));
 }
 
-TEST_F(Counters, BothReadersReadTheReceiptTime) {
+TEST_F(Counters, BothGettersReadTheReceiptTime) {
   plant_room(3, 7);
   plant("update t_session set receipt_time=4294967296 where session_type=2");
   int64_t time = 0;
@@ -294,7 +294,7 @@ TEST_F(Counters, ReceiptTimeThatCannotBeReadKeepsTheCallersValue) {
 
 // ---- Sums and counts ----------------------------------------------------------------------------
 
-TEST_F(Counters, TotalOfNoConversationIsZero) {
+TEST_F(Counters, TotalWithoutConversationsIsZero) {
   int32_t unread = 7;
   EXPECT_TRUE(store().get_total_unread_count(unread));
   EXPECT_EQ(unread, 0);
@@ -343,7 +343,7 @@ TEST_F(Counters, UnreadOfAMissingConversationSucceedsAndKeepsTheCallersValue) {
   EXPECT_EQ(unread, 11);
 }
 
-TEST_F(Counters, MessageCountTakesAllMessagesOfTheConversation) {
+TEST_F(Counters, MessageCountIncludesAllMessagesOfTheConversation) {
   save(NewMessage().client(1));
   save(NewMessage().own(2));
   save(NewMessage().in("other", CV_GROUP));
@@ -359,19 +359,19 @@ TEST_F(Counters, MessageCountOfAnEmptyConversationIsZero) {
   EXPECT_EQ(count, 0);
 }
 
-TEST_F(Counters, NoKindWithMutedSumsEveryConversation) {
+TEST_F(Counters, EmptyKindsWithMutedSumEveryConversation) {
   plant_kinds();
   EXPECT_EQ(unread_of({}, true), 31);
   EXPECT_EQ(take_ledger(), Rows{"select sum(unread_count) from t_session"});
 }
 
-TEST_F(Counters, NoKindWithoutMutedSumsThoseOfSilenceZero) {
+TEST_F(Counters, EmptyKindsWithoutMutedSumConversationsOfSilenceZero) {
   plant_kinds();
   EXPECT_EQ(unread_of({}, false), 21);
   EXPECT_EQ(take_ledger(), Rows{"select sum(unread_count) from t_session where silence=0"});
 }
 
-TEST_F(Counters, KindsWithMutedSumTheirConversations) {
+TEST_F(Counters, KindsWithMutedSumAllTheirConversations) {
   plant_kinds();
   EXPECT_EQ(unread_of({CV_PRIVATE, CV_GROUP}, true), 15);
   EXPECT_EQ(take_ledger(),
@@ -386,7 +386,7 @@ TEST_F(Counters, KindsWithoutMutedSumTheirConversationsOfSilenceZero) {
       Rows{"select sum(unread_count) from t_session where silence=0 and session_type in(1,2)"});
 }
 
-TEST_F(Counters, InvalidKindsCountAsNone) {
+TEST_F(Counters, InvalidKindsAreIgnored) {
   plant_kinds();
   EXPECT_EQ(unread_of({static_cast<SessionType>(0), static_cast<SessionType>(6)}, true), 31);
   EXPECT_EQ(unread_of({static_cast<SessionType>(0), CV_CHATROOM}, true), 16);
@@ -397,7 +397,7 @@ TEST_F(Counters, KindWithoutConversationsSumsToZero) {
   EXPECT_EQ(unread_of({Corvan::CV_SYSTEM}, true), 0);
 }
 
-TEST_F(Counters, UnreadAndMentionsOfKindsTakeMutedToo) {
+TEST_F(Counters, UnreadAndMentionsOfKindsIncludeMuted) {
   plant_kinds();
   int32_t count = 0;
   int32_t mention = 0;
@@ -406,7 +406,7 @@ TEST_F(Counters, UnreadAndMentionsOfKindsTakeMutedToo) {
   EXPECT_EQ(mention, 2800);
 }
 
-TEST_F(Counters, UnreadAndMentionsOfNoKindSumEveryConversation) {
+TEST_F(Counters, UnreadAndMentionsOfEmptyKindsSumEveryConversation) {
   plant_kinds();
   int32_t count = 0;
   int32_t mention = 0;
@@ -455,7 +455,7 @@ TEST_F(Counters, CountsThatCannotBeSteppedSucceedAndKeepTheCallersValues) {
 
 // ---- Lowering by a delta ------------------------------------------------------------------------
 
-TEST_F(Counters, NoUnreadDeltaChangesNotEvenTheMentions) {
+TEST_F(Counters, UnreadDeltaOfZeroKeepsTheMentions) {
   plant_room(3, 7);
   EXPECT_TRUE(store().set_unread_by_value("room", CV_GROUP, 0, 5));
   EXPECT_EQ(rows(kCounters), with_namesake("3|7|0"));
@@ -471,7 +471,7 @@ TEST_F(Counters, BothCountersAreLoweredInOneStatement) {
                                 "where session_id=? and session_type=?"});
 }
 
-TEST_F(Counters, NegativeUnreadDeltaOfAnySizeRaisesByOne) {
+TEST_F(Counters, AnyNegativeUnreadDeltaRaisesByOne) {
   for (const int32_t delta : {-1, -3, kMinInt}) {
     plant("delete from t_session");
     plant_room(3, 7);
@@ -480,7 +480,7 @@ TEST_F(Counters, NegativeUnreadDeltaOfAnySizeRaisesByOne) {
   }
 }
 
-TEST_F(Counters, MentionDeltaBelowOneLeavesTheMentions) {
+TEST_F(Counters, MentionDeltaBelowOneKeepsTheMentions) {
   plant_room(3, 7);
   EXPECT_TRUE(store().set_unread_by_value("room", CV_GROUP, 1, 0));
   EXPECT_TRUE(store().set_unread_by_value("room", CV_GROUP, 1, -4));

@@ -31,7 +31,7 @@ constexpr const char* kManyMessages =
 
 // ---- By id --------------------------------------------------------------------------------------
 
-TEST_F(DeleteMessage, DeletesTheNamedMessagesAlone) {
+TEST_F(DeleteMessage, DeletesOnlyTheGivenMessages) {
   for (const int64_t time : {100, 200, 300}) save(NewMessage().at(time));
   EXPECT_TRUE(store().delete_message(Ids{1, 3}));
   EXPECT_EQ(rows(kIds), Rows{"2"});
@@ -53,7 +53,7 @@ TEST_F(DeleteMessage, IdsBelowOneDeleteNothingAndSucceed) {
   EXPECT_EQ(std::count(ledger.begin(), ledger.end(), "delete from t_message where id in()"), 1);
 }
 
-TEST_F(DeleteMessage, IdsBelowOneAreSkippedAndRepeatedOnesAreNot) {
+TEST_F(DeleteMessage, SkipsIdsBelowOneButNotRepeatedIds) {
   save(NewMessage().at(100));
   take_ledger();
   EXPECT_TRUE(store().delete_message(Ids{0, 1, -4, 1, 4294967301}));
@@ -76,7 +76,7 @@ TEST_F(DeleteMessage, UnknownIdsSucceed) {
   EXPECT_EQ(rows(kSessions), Rows{"room|100|1|1|0"});
 }
 
-TEST_F(DeleteMessage, IdsAbove32BitsAreDeletedWhole) {
+TEST_F(DeleteMessage, DeletesIdsAbove32Bits) {
   plant("insert into t_message(id) values(5),(4294967301)");
   EXPECT_TRUE(store().delete_message(Ids{4294967301}));
   EXPECT_EQ(rows(kIds), Rows{"5"});
@@ -88,7 +88,7 @@ TEST_F(DeleteMessage, LargestPossibleIdIsDeleted) {
   EXPECT_EQ(rows(kIds), Rows{"5"});
 }
 
-TEST_F(DeleteMessage, TwoUnreadMessagesAreTakenOffInOneStatement) {
+TEST_F(DeleteMessage, TwoUnreadMessagesLowerTheCounterInOneStatement) {
   for (const int64_t time : {100, 200, 300}) save(NewMessage().at(time));
   take_ledger();
   EXPECT_TRUE(store().delete_message(Ids{1, 2}));
@@ -100,14 +100,14 @@ TEST_F(DeleteMessage, TwoUnreadMessagesAreTakenOffInOneStatement) {
             1);
 }
 
-TEST_F(DeleteMessage, UnreadMentionIsTakenOffBothCounters) {
+TEST_F(DeleteMessage, UnreadMentionLowersBothCounters) {
   save(NewMessage().at(100).mention());
   save(NewMessage().at(200).mention());
   EXPECT_TRUE(store().delete_message(Ids{1}));
   EXPECT_EQ(rows(kSessions), Rows{"room|200|2|1|1"});
 }
 
-TEST_F(DeleteMessage, ReadMessagesLeaveBothCounters) {
+TEST_F(DeleteMessage, ReadMessagesKeepBothCounters) {
   save(NewMessage().at(100));
   save(NewMessage().at(200));
   plant("update t_message set read_status=1");
@@ -115,7 +115,7 @@ TEST_F(DeleteMessage, ReadMessagesLeaveBothCounters) {
   EXPECT_EQ(rows(kSessions), Rows{"room|200|2|2|0"});
 }
 
-TEST_F(DeleteMessage, ReadMentionsLeaveBothCounters) {
+TEST_F(DeleteMessage, ReadMentionsKeepBothCounters) {
   save(NewMessage().at(100).mention());
   save(NewMessage().at(200));
   plant("update t_message set read_status=2");
@@ -123,7 +123,7 @@ TEST_F(DeleteMessage, ReadMentionsLeaveBothCounters) {
   EXPECT_EQ(rows(kSessions), Rows{"room|200|2|2|1"});
 }
 
-TEST_F(DeleteMessage, ReadMentionIsTakenOffTogetherWithAnUnreadMessage) {
+TEST_F(DeleteMessage, ReadMentionLowersTheMentionsTogetherWithAnUnreadMessage) {
   save(NewMessage().at(100).mention());
   save(NewMessage().at(200));
   save(NewMessage().at(300));
@@ -132,7 +132,7 @@ TEST_F(DeleteMessage, ReadMentionIsTakenOffTogetherWithAnUnreadMessage) {
   EXPECT_EQ(rows(kSessions), Rows{"room|300|3|2|0"});
 }
 
-TEST_F(DeleteMessage, EachConversationLosesItsOwnUnreadMessages) {
+TEST_F(DeleteMessage, EachConversationIsLoweredByItsOwnUnreadMessages) {
   save(NewMessage().in("a", CV_GROUP).at(100));
   save(NewMessage().in("a", CV_GROUP).at(200));
   save(NewMessage().in("b", CV_PRIVATE).at(100));
@@ -142,7 +142,7 @@ TEST_F(DeleteMessage, EachConversationLosesItsOwnUnreadMessages) {
   EXPECT_EQ(rows(kSessions), (Rows{"a|200|2|1|0", "b|200|-1|0|0", "c|100|5|1|0"}));
 }
 
-TEST_F(DeleteMessage, ReadMentionsOfAConversationDoNotKeepTheUnreadOfTheNext) {
+TEST_F(DeleteMessage, ReadMentionsDoNotHideUnreadMessagesOfTheNextConversation) {
   save(NewMessage().in("a", CV_GROUP).at(100).mention());
   plant("update t_message set read_status=1");
   save(NewMessage().in("b", CV_GROUP).at(100));
@@ -150,7 +150,7 @@ TEST_F(DeleteMessage, ReadMentionsOfAConversationDoNotKeepTheUnreadOfTheNext) {
   EXPECT_EQ(rows(kSessions), (Rows{"a|100|-1|1|1", "b|100|-1|0|0"}));
 }
 
-TEST_F(DeleteMessage, ConversationThatComesUpTwiceIsLoweredByEachShare) {
+TEST_F(DeleteMessage, ConversationWithTwoElementsIsLoweredByBoth) {
   save(NewMessage().in("a", CV_GROUP).at(100));
   save(NewMessage().in("b", CV_GROUP).at(100));
   save(NewMessage().in("a", CV_GROUP).at(200));
@@ -161,7 +161,7 @@ TEST_F(DeleteMessage, ConversationThatComesUpTwiceIsLoweredByEachShare) {
   EXPECT_EQ(rows(kSessions), (Rows{"a|300|4|0|0", "b|300|5|1|0"}));
 }
 
-TEST_F(DeleteMessage, CountersAreNotHeldAtZero) {
+TEST_F(DeleteMessage, CountersMayFallBelowZero) {
   save(NewMessage().at(100));
   save(NewMessage().at(200).mention());
   plant("update t_session set unread_count=0,mention_count=0");
@@ -169,7 +169,7 @@ TEST_F(DeleteMessage, CountersAreNotHeldAtZero) {
   EXPECT_EQ(rows(kSessions), Rows{"room|100|1|-1|-1"});
 }
 
-TEST_F(DeleteMessage, NewestMessageIsReplacedByTheNewestLeft) {
+TEST_F(DeleteMessage, NewestMessageIsReplacedByTheNewestRemaining) {
   save(NewMessage().at(300));
   save(NewMessage().at(100));
   save(NewMessage().at(400));
@@ -177,7 +177,7 @@ TEST_F(DeleteMessage, NewestMessageIsReplacedByTheNewestLeft) {
   EXPECT_EQ(rows(kSessions), Rows{"room|300|1|2|0"});
 }
 
-TEST_F(DeleteMessage, NewestLeftAtEqualTimesIsTheOneOfTheLargerId) {
+TEST_F(DeleteMessage, NewestRemainingAmongEqualTimesHasTheLargestId) {
   save(NewMessage().at(300));
   save(NewMessage().at(300));
   save(NewMessage().at(400));
@@ -192,7 +192,7 @@ TEST_F(DeleteMessage, ConversationWithoutMessagesKeepsItsTime) {
   EXPECT_EQ(rows(kSessions), Rows{"room|200|-1|0|0"});
 }
 
-TEST_F(DeleteMessage, ConversationThatKeepsItsNewestMessageKeepsItsTime) {
+TEST_F(DeleteMessage, ConversationKeepsItsTimeIfItsNewestMessageRemains) {
   save(NewMessage().at(100));
   save(NewMessage().at(200));
   plant("update t_session set session_time=900");
@@ -200,7 +200,7 @@ TEST_F(DeleteMessage, ConversationThatKeepsItsNewestMessageKeepsItsTime) {
   EXPECT_EQ(rows(kSessions), Rows{"room|900|2|1|0"});
 }
 
-TEST_F(DeleteMessage, NewestMessageOfTheSameIdAndAnotherKindDoesNotCount) {
+TEST_F(DeleteMessage, NewestMessageOfAnotherKindWithTheSameIdIsIgnored) {
   save(NewMessage().at(100));
   save(NewMessage().in("room", CV_PRIVATE).at(900));
   EXPECT_TRUE(store().delete_message(Ids{1}));
@@ -208,7 +208,7 @@ TEST_F(DeleteMessage, NewestMessageOfTheSameIdAndAnotherKindDoesNotCount) {
             Rows{"100|-1"});
 }
 
-TEST_F(DeleteMessage, NewestLeftIsReadThroughA32BitId) {
+TEST_F(DeleteMessage, NewestRemainingIdIsTruncatedTo32Bits) {
   plant(
       "insert into t_message(id,session_id,session_type,read_status,sent_time) "
       "values(4294967301,'room',2,1,100),(4294967302,'room',2,1,200)");
@@ -217,7 +217,7 @@ TEST_F(DeleteMessage, NewestLeftIsReadThroughA32BitId) {
   EXPECT_EQ(rows(kSessions), Rows{"room|100|5|0|0"});
 }
 
-TEST_F(DeleteMessage, NewestLeftOfTruncatedNegativeIdKeepsTheTime) {
+TEST_F(DeleteMessage, NewestRemainingIdTruncatedBelowZeroKeepsTheTime) {
   plant(
       "insert into t_message(id,session_id,session_type,read_status,sent_time) "
       "values(2147483648,'room',2,1,100),(2147483649,'room',2,1,200)");
@@ -236,7 +236,7 @@ TEST_F(DeleteMessage, DeletingByIdIsOneTransaction) {
   EXPECT_EQ(log.take(), Rows{});
 }
 
-TEST_F(DeleteMessage, RefusedDeletionKeepsTheBookkeepingAndCommits) {
+TEST_F(DeleteMessage, RefusedDeletionKeepsTheConversationsAndCommits) {
   save(NewMessage().mention());
   plant(refuse("delete on t_message"));
   take_ledger();
@@ -253,7 +253,7 @@ TEST_F(DeleteMessage, RefusedDeletionKeepsTheBookkeepingAndCommits) {
                   "delete from t_message where id in(1)", "commit transaction"}));
 }
 
-TEST_F(DeleteMessage, DeletionThatCannotBePreparedKeepsTheBookkeepingAndCommits) {
+TEST_F(DeleteMessage, DeletionThatCannotBePreparedKeepsTheConversationsAndCommits) {
   save(NewMessage());
   store().execute_none_query("drop table t_message");
   take_ledger();
@@ -264,7 +264,7 @@ TEST_F(DeleteMessage, DeletionThatCannotBePreparedKeepsTheBookkeepingAndCommits)
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
 
-TEST_F(DeleteMessage, DeletionIsKeptWhenTheBookkeepingFails) {
+TEST_F(DeleteMessage, DeletionIsKeptWhenTheConversationsCannotBeUpdated) {
   save(NewMessage());
   plant(refuse("update on t_session"));
   EXPECT_TRUE(store().delete_message(Ids{1}));
@@ -273,7 +273,7 @@ TEST_F(DeleteMessage, DeletionIsKeptWhenTheBookkeepingFails) {
   EXPECT_EQ(log.take().size(), 4U);  // the counters and the newest message, two lines each
 }
 
-TEST_F(DeleteMessage, DeletionIsKeptWhenTheNewestLeftCannotBeRead) {
+TEST_F(DeleteMessage, DeletionIsKeptWhenTheNewestRemainingCannotBeRead) {
   save(NewMessage().at(100));
   plant("update t_session set session_time=900");
   plant(
@@ -286,7 +286,7 @@ TEST_F(DeleteMessage, DeletionIsKeptWhenTheNewestLeftCannotBeRead) {
                               prepare_failed("no such column: sent_time")}));
 }
 
-TEST_F(DeleteMessage, DeletionIsKeptWhenTheConversationsAreGone) {
+TEST_F(DeleteMessage, DeletionIsKeptWhenTheConversationsAreMissing) {
   save(NewMessage());
   store().execute_none_query("drop table t_session");
   EXPECT_TRUE(store().delete_message(Ids{1}));
@@ -303,7 +303,7 @@ TEST_F(DeleteMessage, DeletesByServerUid) {
   EXPECT_EQ(rows(kIds), Rows{"2"});
 }
 
-TEST_F(DeleteMessage, ServerUidOfAnotherConversationIsDeletedAndTheNamedOneRefreshed) {
+TEST_F(DeleteMessage, ServerUidOfAnotherConversationIsDeletedAndTheGivenConversationRefreshed) {
   save(NewMessage().at(100));
   save(NewMessage().in("x", CV_PRIVATE).named("u2").at(200));
   plant("update t_session set session_time=900,latest_id=77");
@@ -325,7 +325,7 @@ TEST_F(DeleteMessage, DeletingTheLastMessageByUidKeepsTheTime) {
   EXPECT_EQ(rows(kSessions), Rows{"room|100|-1|1|0"});
 }
 
-TEST_F(DeleteMessage, NoUidsDeleteNothingAndStillRefresh) {
+TEST_F(DeleteMessage, EmptyUidListDeletesNothingButRefreshes) {
   save(NewMessage().at(100));
   plant("update t_session set session_time=900,latest_id=77");
   take_ledger();
@@ -335,7 +335,7 @@ TEST_F(DeleteMessage, NoUidsDeleteNothingAndStillRefresh) {
   EXPECT_EQ(rows(kSessions), Rows{"room|100|1|1|0"});
 }
 
-TEST_F(DeleteMessage, EmptyUidDeletesEveryUnnamedMessage) {
+TEST_F(DeleteMessage, EmptyUidDeletesEveryMessageWithoutAUid) {
   save(NewMessage().named("u1"));
   save(NewMessage());
   save(NewMessage().in("x", CV_PRIVATE));
@@ -386,7 +386,7 @@ TEST_F(DeleteMessage, RefusedDeletionByUidDoesNotRefresh) {
   EXPECT_EQ(log.take(), run_refused());
 }
 
-TEST_F(DeleteMessage, DeletionByUidDoesNotRefreshWhenTheNewestLeftCannotBeRead) {
+TEST_F(DeleteMessage, DeletionByUidDoesNotRefreshWhenTheNewestRemainingCannotBeRead) {
   save(NewMessage().at(100));
   plant("update t_session set session_time=900,latest_id=77");
   plant(
@@ -400,7 +400,7 @@ TEST_F(DeleteMessage, DeletionByUidDoesNotRefreshWhenTheNewestLeftCannotBeRead) 
 
 // ---- Clearing a conversation --------------------------------------------------------------------
 
-TEST_F(DeleteMessage, ClearingKeepsRowTimeAndCounters) {
+TEST_F(DeleteMessage, ClearingKeepsTheRowItsTimeAndCounters) {
   save(NewMessage().at(100).mention());
   save(NewMessage().at(200));
   EXPECT_TRUE(store().clear_message("room", CV_GROUP, false));
@@ -408,7 +408,7 @@ TEST_F(DeleteMessage, ClearingKeepsRowTimeAndCounters) {
   EXPECT_EQ(rows(kSessions), Rows{"room|200|-1|2|1"});
 }
 
-TEST_F(DeleteMessage, ClearingLeavesOtherConversations) {
+TEST_F(DeleteMessage, ClearingKeepsOtherConversations) {
   save(NewMessage().in("x", CV_GROUP));
   save(NewMessage().in("room", CV_PRIVATE));
   EXPECT_TRUE(store().clear_message("room", CV_GROUP, false));
@@ -425,7 +425,7 @@ TEST_F(DeleteMessage, ClearingOpensNoTransaction) {
             "update t_session set latest_id=? where session_id=? and session_type=?", "VACUUM"}));
 }
 
-TEST_F(DeleteMessage, ClearingAloneDoesNotCompactTheFile) {
+TEST_F(DeleteMessage, ClearingWithoutCleanDoesNotCompactTheFile) {
   plant(kManyMessages);
   EXPECT_TRUE(store().clear_message("room", CV_GROUP, false));
   EXPECT_NE(rows("pragma freelist_count"), Rows{"0"});
@@ -491,7 +491,7 @@ TEST_F(DeleteMessage, ClearingByTimeComparesIn64Bits) {
   EXPECT_EQ(rows(kIds), Rows{"2"});
 }
 
-TEST_F(DeleteMessage, ClearingByTimeSpansAllConversationsAndLeavesTheirRows) {
+TEST_F(DeleteMessage, ClearingByTimeSpansAllConversationsAndKeepsTheirRows) {
   save(NewMessage().at(100).mention());
   save(NewMessage().in("x", CV_PRIVATE).at(200));
   const Rows before = rows(kSessions);
@@ -507,7 +507,7 @@ TEST_F(DeleteMessage, ClearingByTimeWithCleanCompactsTheFile) {
   EXPECT_EQ(rows("pragma freelist_count"), Rows{"0"});
 }
 
-TEST_F(DeleteMessage, ClearingByTimeAloneDoesNotCompactTheFile) {
+TEST_F(DeleteMessage, ClearingByTimeWithoutCleanDoesNotCompactTheFile) {
   plant(kManyMessages);
   EXPECT_TRUE(store().clear_message_by_timestamp(200, false));
   EXPECT_NE(rows("pragma freelist_count"), Rows{"0"});
@@ -542,7 +542,7 @@ TEST_F(DeleteMessage, ClearingByTimeThatCannotBePreparedDoesNotCompact) {
 
 // ---- One conversation ---------------------------------------------------------------------------
 
-TEST_F(DeleteMessage, DeletesTheMessagesOfOneConversationAndNothingElse) {
+TEST_F(DeleteMessage, DeletesOnlyTheMessagesOfOneConversation) {
   save(NewMessage());
   save(NewMessage());
   save(NewMessage().in("x", CV_GROUP));

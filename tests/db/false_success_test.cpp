@@ -87,13 +87,13 @@ class FalseSuccess : public StoreTest {
 
 // ---- Saving messages ----------------------------------------------------------------------------
 
-TEST_F(FalseSuccess, SaveStoresAMessageAgainWhenItsServerUidCannotBeLookedFor) {
+TEST_F(FalseSuccess, SaveStoresAMessageAgainWhenItsServerUidCannotBeLookedUp) {
   const UnreadableColumn uid("t_message.server_uid");
   EXPECT_EQ(save(NewMessage().at(100).named("s1")), 4);
   EXPECT_EQ(rows("select id from t_message where server_uid='s1'"), (Rows{"1", "4"}));
 }
 
-TEST_F(FalseSuccess, SaveStoresAMessageAgainWhenItsClientUidCannotBeLookedFor) {
+TEST_F(FalseSuccess, SaveStoresAMessageAgainWhenItsClientUidCannotBeLookedUp) {
   const UnreadableColumn uid("t_message.client_uid");
   EXPECT_EQ(save(NewMessage().own(5).at(200)), 4);
   EXPECT_EQ(rows("select id from t_message where client_uid=5"), (Rows{"2", "4"}));
@@ -135,7 +135,7 @@ TEST_F(FalseSuccess, BatchReturnsTrueAndForeignIdsWhenItsInsertsFail) {
   EXPECT_EQ(messages(), (Rows{"1", "2", "3"}));
 }
 
-TEST_F(FalseSuccess, MessageThatCannotBeLookedForReadsAsMissing) {
+TEST_F(FalseSuccess, MessageThatCannotBeLookedUpIsReportedAsMissing) {
   const StepsUntilInterrupt none(0);
   EXPECT_FALSE(store().is_message_exist("s1"));
   EXPECT_FALSE(store().is_message_exist("room", kRoom, int64_t{50}));
@@ -152,7 +152,7 @@ TEST_F(FalseSuccess, ReadStatusIsReportedAsSetWhenItsCommitFails) {
   EXPECT_EQ(rows("select read_status from t_message where id=1"), Rows{"0"});
 }
 
-TEST_F(FalseSuccess, ReadStatusIsReportedAsSetWhenTheCountersStay) {
+TEST_F(FalseSuccess, ReadStatusIsReportedAsSetWhenTheCountersAreNotUpdated) {
   plant(refuse("update on t_session"));
   EXPECT_TRUE(store().set_read_status(1, 1));
   EXPECT_EQ(rows("select read_status from t_message where id=1"), Rows{"1"});
@@ -174,27 +174,27 @@ TEST_F(FalseSuccess, MessagesAreReportedAsDeletedWhenTheCommitFails) {
   EXPECT_EQ(messages(), (Rows{"1", "2", "3"}));
 }
 
-TEST_F(FalseSuccess, MessagesAreReportedAsDeletedWhenTheCountersStay) {
+TEST_F(FalseSuccess, MessagesAreReportedAsDeletedWhenTheCountersAreNotUpdated) {
   const UnreadableColumn state("t_message.read_status");
   EXPECT_TRUE(store().delete_message(std::vector<int64_t>{1, 3}));
   EXPECT_EQ(messages(), Rows{"2"});
   EXPECT_EQ(room(), Rows{"200|1|1|2|0"});  // the deleted message still counts
 }
 
-TEST_F(FalseSuccess, MessagesAreReportedAsDeletedWhenTheirConversationStillNamesThem) {
+TEST_F(FalseSuccess, MessagesAreReportedAsDeletedWhenTheirConversationStillPointsToThem) {
   const UnreadableColumn latest("t_session.latest_id");
   EXPECT_TRUE(store().delete_message(std::vector<int64_t>{3}));
   EXPECT_EQ(room(), Rows{"300|1|1|3|0"});
 }
 
-TEST_F(FalseSuccess, ConversationIsReportedAsClearedWhenItStillNamesAMessage) {
+TEST_F(FalseSuccess, ConversationIsReportedAsClearedWhenItStillPointsToAMessage) {
   plant(refuse("update on t_session"));
   EXPECT_TRUE(store().clear_message("room", kRoom, false));
   EXPECT_EQ(messages(), Rows{});
   EXPECT_EQ(room(), Rows{"300|1|1|3|0"});
 }
 
-TEST_F(FalseSuccess, CompactionHidesThatNothingWasCleared) {
+TEST_F(FalseSuccess, SuccessfulCompactionHidesThatNothingWasCleared) {
   plant(refuse("delete on t_message"));
   EXPECT_TRUE(store().clear_message("room", kRoom, true));
   EXPECT_EQ(messages(), (Rows{"1", "2", "3"}));
@@ -203,7 +203,7 @@ TEST_F(FalseSuccess, CompactionHidesThatNothingWasCleared) {
 
 // ---- Message queries ----------------------------------------------------------------------------
 
-TEST_F(FalseSuccess, PageThatEndsEarlyIsReportedAsAPage) {
+TEST_F(FalseSuccess, TruncatedPageIsReportedAsComplete) {
   std::vector<MessageResponse> page;
   for (int steps = 0; page.size() != 2; ++steps) {
     ASSERT_LT(steps, 1000);
@@ -215,7 +215,7 @@ TEST_F(FalseSuccess, PageThatEndsEarlyIsReportedAsAPage) {
   EXPECT_EQ(page.back().msg_id_, 2);  // of three
 }
 
-TEST_F(FalseSuccess, PageOfAnUnreadableAnchorStartsAtTheOldestMessage) {
+TEST_F(FalseSuccess, PageAfterAnUnreadableAnchorStartsAtTheOldestMessage) {
   const UnreadableColumn time("t_message.sent_time", 1);
   std::vector<MessageResponse> page;
   EXPECT_TRUE(store().get_history_message_by_object_name("room", kRoom, {}, 2, 9, page, false));
@@ -233,21 +233,21 @@ TEST_F(FalseSuccess, EarlierMessagesAreMarkedAsReadWhenTheReadTimeCannotBeRead) 
 
 // ---- Conversation rows and settings -------------------------------------------------------------
 
-TEST_F(FalseSuccess, ConversationThatCannotBeLookedForIsReportedAsUnpinned) {
+TEST_F(FalseSuccess, ConversationThatCannotBeLookedUpIsReportedAsUnpinned) {
   ASSERT_TRUE(store().set_is_top("room", kRoom, true, false));
   const UnreadableColumn id("t_session.session_id");
   EXPECT_TRUE(store().set_is_top("room", kRoom, false, false));
   EXPECT_EQ(rows("select is_top from t_session"), Rows{"1"});
 }
 
-TEST_F(FalseSuccess, DraftOfAConversationThatCannotBeLookedForIsReportedAsCleared) {
+TEST_F(FalseSuccess, DraftOfAConversationThatCannotBeLookedUpIsReportedAsCleared) {
   ASSERT_TRUE(store().set_message_draft("room", kRoom, "draft"));
   const UnreadableColumn id("t_session.session_id");
   EXPECT_TRUE(store().set_message_draft("room", kRoom, ""));
   EXPECT_EQ(rows("select draft from t_session"), Rows{"draft"});
 }
 
-TEST_F(FalseSuccess, ConversationIsReportedAsRemovedWhenItsMessagesStayUnread) {
+TEST_F(FalseSuccess, ConversationIsReportedAsRemovedWhenItsMessagesRemainUnread) {
   plant(refuse("update on t_message"));
   EXPECT_TRUE(store().remove_session("room", kRoom));
   EXPECT_EQ(rows("select count(*) from t_session"), Rows{"0"});
@@ -262,7 +262,7 @@ TEST_F(FalseSuccess, ConversationsAreReportedAsClearedWhenTheCommitFails) {
 
 // ---- Conversation list --------------------------------------------------------------------------
 
-TEST_F(FalseSuccess, ListEntryComesWithoutAMessageThatCannotBeRead) {
+TEST_F(FalseSuccess, ListEntryIsReturnedWithoutAMessageThatCannotBeRead) {
   const UnreadableColumn content("t_message.content");
   std::vector<SessionInfo> page;
   EXPECT_TRUE(store().get_session_list_by_page({kRoom}, 0, 9, page));
@@ -271,7 +271,7 @@ TEST_F(FalseSuccess, ListEntryComesWithoutAMessageThatCannotBeRead) {
   EXPECT_EQ(page[0].message_.content_, "");
 }
 
-TEST_F(FalseSuccess, ConversationComesWithoutAMessageThatCannotBeRead) {
+TEST_F(FalseSuccess, ConversationIsReturnedWithoutAMessageThatCannotBeRead) {
   const UnreadableColumn content("t_message.content");
   SessionInfo session;
   session.session_id_ = "room";
@@ -296,7 +296,7 @@ TEST_F(FalseSuccess, ConversationIsReportedAsReadWhenTheCommitFails) {
   EXPECT_EQ(room(), Rows{"300|1|1|3|0"});
 }
 
-TEST_F(FalseSuccess, ConversationIsReportedAsReadWhenTheCountersStay) {
+TEST_F(FalseSuccess, ConversationIsReportedAsReadWhenTheCountersAreNotUpdated) {
   plant(refuse("update on t_session"));
   EXPECT_TRUE(store().clear_unread("room", kRoom));
   EXPECT_EQ(rows("select read_status from t_message where id=1"), Rows{"1"});
@@ -326,14 +326,14 @@ TEST_F(FalseSuccess, OpeningReturnsTrueWhenTheSchemaCannotBeWritten) {
 
 // ---- Transactions and sync times ----------------------------------------------------------------
 
-TEST_F(FalseSuccess, SyncTimeIsSetAndTheOtherOneLostWhenTheyCannotBeRead) {
+TEST_F(FalseSuccess, SettingOneSyncTimeLosesTheOtherWhenTheyCannotBeRead) {
   ASSERT_TRUE(store().set_sync_time(70, false));
   const UnreadableColumn time("t_sync.receive_time");
   EXPECT_TRUE(store().set_sync_time(50, true));
   EXPECT_EQ(rows("select receive_time,sent_time from t_sync"), Rows{"50|0"});
 }
 
-TEST_F(FalseSuccess, CommitFailsThoughAnOperationInsideHasCommitted) {
+TEST_F(FalseSuccess, CommitFailsAfterAnOperationInsideHasCommitted) {
   ASSERT_TRUE(store().start_transaction());
   EXPECT_EQ(save(NewMessage().at(900)), 4);
   EXPECT_TRUE(store().set_read_status(1, 1));  // commits a transaction of its own

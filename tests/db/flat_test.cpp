@@ -15,7 +15,7 @@ std::string case_name(const testing::TestParamInfo<Each>& info) {
 
 class Flat : public FilledStore, public testing::WithParamInterface<FlatCase> {};
 
-TEST_P(Flat, TenTimesTheStoreTakesTheSameSteps) {
+TEST_P(Flat, StepsDoNotGrowWithTheStore) {
   const FlatCase& operation = GetParam();
   std::vector<StepCounts> small;
   open_small();
@@ -42,7 +42,7 @@ class Growing : public FilledStore, public testing::WithParamInterface<GrowingCa
 // The steps grow in proportion at most: a sort, which would grow faster, is not allowed. The
 // conversations may be read from end to end, the messages may not. A case whose steps do not grow
 // belongs among the flat ones.
-TEST_P(Growing, TenTimesTheStoreTakesTenTimesTheStepsAtMost) {
+TEST_P(Growing, StepsGrowAtMostInProportionToTheStore) {
   const GrowingCase& operation = GetParam();
   SCOPED_TRACE(operation.name + " grows with " + operation.grows_with);
   open_small();
@@ -61,7 +61,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, Growing, testing::ValuesIn(all_cases(&Opera
 
 class FilledStores : public FilledStore {};
 
-TEST_F(FilledStores, OneHoldsTenTimesWhatTheOtherHolds) {
+TEST_F(FilledStores, LargeStoreHoldsTenTimesTheRowsOfTheSmallStore) {
   open_small();
   const Rows kinds = rows("select distinct object_name from t_message");
   EXPECT_EQ(kinds.size(), 3U);

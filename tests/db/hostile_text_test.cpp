@@ -568,23 +568,23 @@ TEST_F(HostileText, InTheFoldersName) {
 // Such a text is not empty for the store, but empty for SQLite.
 const std::string kZeroFirst = "\0behind"s;
 
-TEST_F(HostileText, SaveWithAZeroByteBeforeItsUidIsRefusedForAnyUnnamedMessage) {
+TEST_F(HostileText, UidWithALeadingZeroByteIsRefusedIfAnyMessageHasNoUid) {
   save(NewMessage());
   EXPECT_EQ(save(NewMessage().named(kZeroFirst)), -1);
   EXPECT_TRUE(store().is_message_exist(kZeroFirst));
 }
 
-TEST_F(HostileText, ZeroByteBeforeAKindClearsTheStoredKind) {
+TEST_F(HostileText, KindWithALeadingZeroByteClearsTheStoredKind) {
   EXPECT_TRUE(store().set_message_content(1, "c", kZeroFirst));
   EXPECT_EQ(message(1).object_name_, "");
 }
 
-TEST_F(HostileText, ZeroByteBeforeAServerUidClearsTheStoredUid) {
+TEST_F(HostileText, ServerUidWithALeadingZeroByteClearsTheStoredUid) {
   EXPECT_EQ(store().set_sendtime(1, 0, kZeroFirst, 0), SQLITE_DONE);
   EXPECT_EQ(message(1).server_uid_, "");
 }
 
-TEST_F(HostileText, ZeroByteBeforeADraftClearsItAndMovesTheConversation) {
+TEST_F(HostileText, DraftWithALeadingZeroByteIsClearedAndMovesTheConversation) {
   EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, kZeroFirst));
   EXPECT_EQ(rows("select draft,session_time from t_session where session_type=2"),
             Rows{"|1000000"});
@@ -689,7 +689,7 @@ TEST_F(PastedText, TextThatDoesNotParseChangesNothing) {
   }
 }
 
-TEST_F(PastedText, UidListCanFindEverything) {
+TEST_F(PastedText, UidListCanMatchEveryMessage) {
   std::vector<std::string> uids;
   EXPECT_TRUE(store().is_message_exist("'x') or ('1'='1'", uids));
   EXPECT_EQ(uids, (Uids{"uid1", "uid2", "uid3"}));
@@ -724,7 +724,7 @@ TEST_F(PastedText, KindCanReadOtherTables) {
   expect_unchanged("union");
 }
 
-TEST_F(PastedText, TableNameCanAskAnything) {
+TEST_F(PastedText, TableNameCanQueryAnything) {
   EXPECT_FALSE(store().is_table_exist("t_missing"));
   EXPECT_TRUE(store().is_table_exist("' or '1'='1"));
   const std::string first = "' or exists(select 1 from t_message where content like 'thi%')--";
@@ -791,7 +791,7 @@ TEST_F(PastedText, IdsCanLoadEveryMessage) {
 
 // ---- Texts that are whole statements ------------------------------------------------------------
 
-TEST_F(PastedText, WholeStatementsRunWhateverTheyAre) {
+TEST_F(PastedText, AnyWholeStatementRuns) {
   EXPECT_TRUE(store().common_message_int(1, 2, "delete from t_message"));
   EXPECT_EQ(rows("select id from t_message"), Rows{});
   EXPECT_TRUE(store().common_message_text(1, "x", "delete from t_sync"));
@@ -803,7 +803,7 @@ TEST_F(PastedText, WholeStatementsRunWhateverTheyAre) {
   EXPECT_EQ(rows("select count(*) from t_version"), Rows{"2"});
 }
 
-TEST_F(PastedText, WholeStatementsRunTheFirstOnly) {
+TEST_F(PastedText, OnlyTheFirstWholeStatementRuns) {
   const std::string two = "update t_message set read_status=read_status; delete from t_message";
   EXPECT_TRUE(store().common_message_int(1, 2, two));
   EXPECT_TRUE(store().common_message_text(1, "x", two));
@@ -813,14 +813,14 @@ TEST_F(PastedText, WholeStatementsRunTheFirstOnly) {
   expect_unchanged(two);
 }
 
-TEST_F(PastedText, WholeStatementsThatReadAreNoSuccess) {
+TEST_F(PastedText, WholeStatementsThatReturnRowsFail) {
   const std::string reading = "select 1 from t_message where id=? or id<>?";
   EXPECT_FALSE(store().common_message_int(1, 2, reading));
   EXPECT_FALSE(store().common_message_text(1, "x", reading));
   EXPECT_FALSE(store().common_session_operation("room", 2, reading));
 }
 
-TEST_F(PastedText, ParametersThatAStatementDoesNotHaveAreDropped) {
+TEST_F(PastedText, ArgumentsWithoutAParameterAreIgnored) {
   EXPECT_TRUE(store().common_message_int(1, 2, "update t_message set sent_status=?"));
   EXPECT_EQ(rows("select distinct sent_status from t_message"), Rows{"2"});
   EXPECT_EQ(log.take(), Rows{});
@@ -875,7 +875,7 @@ TEST_F(OlderStore, NamesWithQuotesAreCopied) {
 }
 
 // Triggers are skipped by their type; SQLite rejects a file that calls a trigger a table.
-TEST_F(OlderStore, TriggerDisguisedAsATableIsRefusedWhenItIsAttached) {
+TEST_F(OlderStore, AttachingRefusesATriggerDisguisedAsATable) {
   corvan_test::plant(old_,
                      "create table t_sync(user_id text primary key,a integer,b integer);"
                      "create trigger gift after insert on t_sync begin delete from t_message; end;"
@@ -888,7 +888,7 @@ TEST_F(OlderStore, TriggerDisguisedAsATableIsRefusedWhenItIsAttached) {
 
 // Indexes are copied as well. With one that this schema does not have, copied rows replace others,
 // and later saves fail.
-TEST_F(OlderStore, UniqueIndexThatIsCopiedRefusesMessages) {
+TEST_F(OlderStore, CopiedUniqueIndexRefusesMessages) {
   corvan_test::plant(old_,
                      "create table t_message(id integer primary key,a,b,c,d,e,f,g,h,i,j,"
                      "client_uid integer,k);"
@@ -912,7 +912,7 @@ TEST_F(OlderStore, SecondStatementOfASchemaTextDoesNotRun) {
   log.take();
 }
 
-TEST_F(OlderStore, SchemaTextThatSqliteCannotReadIsRefusedWhenItIsAttached) {
+TEST_F(OlderStore, AttachingRefusesASchemaTextThatSqliteCannotRead) {
   corvan_test::plant(old_,
                      "create table t_gift(a);"
                      "pragma writable_schema=on;"
@@ -939,7 +939,7 @@ TEST_F(OlderStore, DamageOfTheAttachedSchemaDeletesTheStoresOwnFile) {
 
 // ---- Texts for LIKE -----------------------------------------------------------------------------
 
-TEST_F(HostileText, EscapedKeywordIsALiteralOfItself) {
+TEST_F(HostileText, EscapedKeywordMatchesItselfLiterally) {
   for (const char* keyword : {"it's", "50%", "a_b", "%_%", "';--", "''", "\"", "\xff"}) {
     const std::string label = keyword;
     bool escaped = false;
@@ -956,7 +956,7 @@ TEST_F(HostileText, EscapedKeywordIsALiteralOfItself) {
 }
 
 // A backslash is not escaped, so it escapes the character after it.
-TEST_F(HostileText, KeywordWithABackslashIsNotALiteralOfItself) {
+TEST_F(HostileText, KeywordWithABackslashDoesNotMatchLiterally) {
   bool escaped = false;
   const std::string pattern = Corvan::CvDbSingleton::escape_char("\\%", escaped);
   const std::string sql = "select content from t_message where content like '" + pattern +
@@ -999,7 +999,7 @@ class LengthLimit : public HostileText {
 
 const Rows kTooBig = run_failed(SQLITE_TOOBIG, "string or blob too big");
 
-TEST_F(LengthLimit, TextAtTheLimitIsBoundAndALongerOneIsNot) {
+TEST_F(LengthLimit, TextUpToTheLimitIsBoundAndALongerOneIsNot) {
   int32_t rc = 0;
   sqlite3_stmt* const stmt = store().prepare_sql("select length(?)", rc);
   EXPECT_EQ(Corvan::CvDbSingleton::bind(stmt, 1, within_), SQLITE_OK);
@@ -1019,7 +1019,7 @@ class SilentLoss : public LengthLimit {
   }
 };
 
-TEST_F(SilentLoss, SavedContentIsNull) {
+TEST_F(SilentLoss, ContentIsSavedAsNull) {
   EXPECT_EQ(save(NewMessage().text(over_)), 4);
   EXPECT_EQ(added("content", "t_message"), Rows{"NULL"});
   MessageResponse m;
@@ -1034,14 +1034,14 @@ TEST_F(SilentLoss, SavedContentIsNull) {
   EXPECT_EQ(info.message_.content_, "");
 }
 
-TEST_F(SilentLoss, SavedKindAndSenderAreNull) {
+TEST_F(SilentLoss, KindAndSenderAreSavedAsNull) {
   EXPECT_EQ(save(NewMessage().kind(over_)), 4);
   EXPECT_EQ(save(NewMessage().from(over_)), 5);
   EXPECT_EQ(added("object_name,sender", "t_message"), (Rows{"NULL|u01", "CV:TxtMsg|NULL"}));
 }
 
 // Neither duplicate test finds the message.
-TEST_F(SilentLoss, SavedAgainIsStoredTwice) {
+TEST_F(SilentLoss, MessageSavedAgainIsStoredTwice) {
   EXPECT_EQ(save(NewMessage().named(over_)), 4);
   EXPECT_EQ(save(NewMessage().named(over_)), 5);
   EXPECT_EQ(save(NewMessage().client(8).from(over_)), 6);
@@ -1053,7 +1053,7 @@ TEST_F(SilentLoss, SavedAgainIsStoredTwice) {
 
 // Each save creates a conversation that only the list finds, not the operations on one
 // conversation.
-TEST_F(SilentLoss, SavedUnderNoConversation) {
+TEST_F(SilentLoss, MessageIsSavedWithoutAConversation) {
   EXPECT_EQ(save(NewMessage().in(over_, CV_GROUP).client(8)), 4);
   EXPECT_EQ(save(NewMessage().in(over_, CV_GROUP).client(8)), 5);
   EXPECT_EQ(added("session_id,client_uid", "t_message"), (Rows{"NULL|8", "NULL|8"}));
@@ -1075,7 +1075,7 @@ TEST_F(SilentLoss, SavedUnderNoConversation) {
   EXPECT_EQ(list[1].message_.content_, "hello");
 }
 
-TEST_F(SilentLoss, BatchStoresNullAndNotTheTextOfTheRecordBefore) {
+TEST_F(SilentLoss, BatchStoresNullNotTheTextOfThePreviousRecord) {
   std::vector<std::unique_ptr<MessageResponse>> batch;
   for (int i = 0; i < 7; ++i) {
     batch.push_back(std::make_unique<MessageResponse>());
@@ -1113,7 +1113,7 @@ TEST_F(SilentLoss, CompletedMessageLosesItsServerUid) {
   EXPECT_EQ(rows(uids)[0], "NULL");
 }
 
-TEST_F(SilentLoss, ReplacedContentAndKindAreGone) {
+TEST_F(SilentLoss, ReplacingContentAndKindErasesThem) {
   EXPECT_TRUE(store().set_message_content(1, over_, ""));
   EXPECT_TRUE(store().set_message_content(2, "c", over_));
   EXPECT_TRUE(store().common_message_text(3, over_, "update t_message set content=? where id=?"));
@@ -1121,7 +1121,7 @@ TEST_F(SilentLoss, ReplacedContentAndKindAreGone) {
             (Rows{"NULL|CV:TxtMsg", "c|NULL", "NULL|CV:TxtMsg"}));
 }
 
-TEST_F(SilentLoss, DraftIsGoneAndMovesTheConversation) {
+TEST_F(SilentLoss, DraftIsErasedAndMovesTheConversation) {
   EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, over_));
   EXPECT_EQ(rows("select draft,session_time from t_session where session_type=2"),
             Rows{"NULL|1000000"});
@@ -1137,7 +1137,7 @@ TEST_F(SilentLoss, ConversationIsCreatedWithoutItsNameOrId) {
             (Rows{"new|NULL|0", "NULL|name|0", "NULL|name|0", "NULL||1", "NULL||1"}));
 }
 
-TEST_F(SilentLoss, SyncTimesOfTheUserAreWrittenAgainAndAgain) {
+TEST_F(SilentLoss, EachSyncTimeIsInsertedAsANewRow) {
   store().close_db();
   ASSERT_TRUE(open(over_));
   limit(SQLITE_LIMIT_LENGTH, kLimit);
@@ -1152,7 +1152,7 @@ TEST_F(SilentLoss, SyncTimesOfTheUserAreWrittenAgainAndAgain) {
 }
 
 // A conversation that was stored under a higher limit: no operation reaches it or reports this.
-TEST_F(SilentLoss, WritersOfAConversationChangeNothing) {
+TEST_F(SilentLoss, WritesToAConversationChangeNothing) {
   plant("insert into t_session(session_id,session_type,unread_count) values('" + over_ + "',2,1);" +
         "insert into t_message(session_id,session_type,direction,sent_time,server_uid) values('" +
         over_ + "',2,1,50,'long')");
@@ -1180,7 +1180,7 @@ TEST_F(SilentLoss, WritersOfAConversationChangeNothing) {
   EXPECT_EQ(rows(kEverything), before);
 }
 
-TEST_F(SilentLoss, ReadersOfAConversationFindNothing) {
+TEST_F(SilentLoss, ReadsOfAConversationFindNothing) {
   plant("insert into t_session(session_id,session_type,unread_count) values('" + over_ + "',2,1);" +
         "insert into t_message(session_id,session_type,sent_time) values('" + over_ + "',2,50)");
   EXPECT_FALSE(store().is_session_exist(over_, CV_GROUP));
@@ -1207,7 +1207,7 @@ TEST_F(LengthLimit, SaveOfARowOverTheLimitFails) {
   EXPECT_NE(written[2].find("cv;;;save_msg;;;step error: 18"), std::string::npos) << written[2];
 }
 
-TEST_F(LengthLimit, BatchRecordOverTheLimitReceivesTheIdOfTheOneBefore) {
+TEST_F(LengthLimit, BatchRecordOverTheLimitReceivesThePreviousId) {
   std::vector<std::unique_ptr<MessageResponse>> batch;
   for (int i = 0; i < 3; ++i) {
     batch.push_back(std::make_unique<MessageResponse>());
@@ -1221,7 +1221,7 @@ TEST_F(LengthLimit, BatchRecordOverTheLimitReceivesTheIdOfTheOneBefore) {
   EXPECT_FALSE(log.take().empty());
 }
 
-TEST_F(LengthLimit, ChangeThatMakesARowTooLongFailsAndKeepsIt) {
+TEST_F(LengthLimit, ChangeThatMakesARowTooLongFailsAndKeepsTheRow) {
   plant("update t_message set server_uid='" + half_ + "' where id=1;" +
         "update t_session set title='" + half_ + "' where session_type=2");
   const Rows before = rows(kEverything);

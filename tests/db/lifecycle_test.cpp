@@ -123,7 +123,7 @@ TEST_F(Lifecycle, ConnectionHasItsSettings) {
   EXPECT_EQ(store().get_pragma("pragma temp_store"), 2);
 }
 
-TEST_F(Lifecycle, ConnectionIsOpenedToReadWriteCreateAndSerialise) {
+TEST_F(Lifecycle, ConnectionIsOpenedReadWriteCreateAndSerialised) {
   EXPECT_EQ(open_flags(), 0x10006);
 }
 
@@ -150,7 +150,7 @@ class SecureDeletion {
   static inline const char* setting = nullptr;
 };
 
-TEST_F(Lifecycle, SecureDeletionIsSwitchedOnWhereItIsOff) {
+TEST_F(Lifecycle, SecureDeletionIsEnabledIfOff) {
   store().close_db();
   take_ledger();
   const SecureDeletion off(false);
@@ -160,7 +160,7 @@ TEST_F(Lifecycle, SecureDeletionIsSwitchedOnWhereItIsOff) {
   EXPECT_EQ(store().get_pragma("pragma secure_delete"), 1);
 }
 
-TEST_F(Lifecycle, SecureDeletionThatIsOnIsLeft) {
+TEST_F(Lifecycle, SecureDeletionIsKeptIfOn) {
   store().close_db();
   take_ledger();
   const SecureDeletion on(true);
@@ -197,7 +197,7 @@ TEST_F(Lifecycle, ReopeningDoesNotRunTheSchema) {
             mark_failed, "commit transaction"}));
 }
 
-TEST_F(Lifecycle, FileNameOfThePathIsReplaced) {
+TEST_F(Lifecycle, FileNameInThePathIsReplaced) {
   const TemporaryFolder fresh;
   store().close_db();
   EXPECT_TRUE(store().init_open_db(Pathname(fresh.file("old.db")), "", "me"));
@@ -212,7 +212,7 @@ TEST_F(Lifecycle, FileWithAVersionKeepsItsSchemaAndUserVersion) {
   EXPECT_EQ(rows("pragma user_version"), Rows{"5"});
 }
 
-TEST_F(Lifecycle, FileWithoutAVersionIsTakenAsNew) {
+TEST_F(Lifecycle, FileWithoutAVersionCountsAsNew) {
   for (const char* damage :
        {"drop table t_version", "delete from t_version", "update t_version set database_version=''",
         "update t_version set database_version=null"}) {
@@ -241,7 +241,7 @@ TEST_F(Lifecycle, FailedSchemaStatementIsLoggedAndOpeningSucceeds) {
             1);
 }
 
-TEST_F(Lifecycle, SchemaThatIsNotWholeIsCompletedByALaterOpening) {
+TEST_F(Lifecycle, IncompleteSchemaIsCompletedByALaterOpening) {
   const TemporaryFolder older;
   corvan_test::plant(older.file("corvan"), "create table t_message(id integer primary key)");
   store().close_db();
@@ -262,7 +262,7 @@ TEST_F(Lifecycle, OpeningMarksMessagesBeingSentAsFailed) {
   EXPECT_EQ(rows("select sent_status from t_message order by id"), (Rows{"0", "2", "2", "3"}));
 }
 
-TEST_F(Lifecycle, OpeningThatCannotCreateTheFileFailsInSilence) {
+TEST_F(Lifecycle, OpeningThatCannotCreateTheFileFailsWithoutLogging) {
   store().close_db();
   LogCapture all;
   EXPECT_FALSE(store().init_open_db(Pathname(folder.file("missing/")), "", "me"));
@@ -279,7 +279,7 @@ TEST_F(Lifecycle, FolderInPlaceOfTheFileFails) {
   EXPECT_FALSE(is_open());
 }
 
-TEST_F(Lifecycle, FileThatIsNoDatabaseIsReplacedByTheOpeningAfter) {
+TEST_F(Lifecycle, FileThatIsNotADatabaseIsReplacedByTheNextOpening) {
   store().close_db();
   write_file(file(), std::string(8192, 'x'));
   EXPECT_TRUE(open());
@@ -342,7 +342,7 @@ TEST_F(Lifecycle, FileNameWithExtensionKeepsTheOpenConnection) {
   EXPECT_FALSE(file_exists(file()));
 }
 
-TEST_F(Lifecycle, OpenStoreWithoutAnyFileIsCreatedAnew) {
+TEST_F(Lifecycle, OpeningAnOpenStoreRecreatesAMissingFile) {
   sqlite3* previous = connection();
   save(NewMessage());
   remove_store_files();
@@ -392,7 +392,7 @@ TEST_F(Lifecycle, VersionIsEmptyWithoutARow) {
   EXPECT_EQ(log.take(), Rows{});
 }
 
-TEST_F(Lifecycle, VersionIsNotAskedForWithoutItsTable) {
+TEST_F(Lifecycle, VersionIsNotQueriedWithoutItsTable) {
   ASSERT_EQ(store().execute_none_query("drop table t_version"), SQLITE_DONE);
   EXPECT_EQ(store().get_database_version(), "");
   EXPECT_EQ(log.take(), Rows{});
@@ -450,7 +450,7 @@ TEST_F(Lifecycle, ReadableFileIsUnlockedWhateverThePassword) {
   EXPECT_EQ(store().is_db_unlocked("secret"), SQLITE_OK);
 }
 
-TEST_F(Lifecycle, FileThatIsNoDatabaseIsNotUnlockedAndStays) {
+TEST_F(Lifecycle, FileThatIsNotADatabaseIsNotUnlockedAndIsKept) {
   store().close_db();
   write_file(file(), std::string(8192, 'x'));
   ASSERT_EQ(store().open_db(), SQLITE_OK);
@@ -518,7 +518,7 @@ TEST_F(Lifecycle, CopyKeepsTheTablesThatExist) {
   EXPECT_EQ(rows("select name,sql from sqlite_master order by name"), before);
 }
 
-TEST_F(Lifecycle, CopyRunsNoStatementOfSqlitesOwnTables) {
+TEST_F(Lifecycle, CopySkipsTheStatementsOfSqlitesOwnTables) {
   const std::string old = create_old_store();
   corvan_test::plant(old, "insert into t_message(id) values(5)");
   copy_from(old);
@@ -527,7 +527,7 @@ TEST_F(Lifecycle, CopyRunsNoStatementOfSqlitesOwnTables) {
   }
 }
 
-TEST_F(Lifecycle, CopyTakesTheTablesInTheirOrderInOneTransaction) {
+TEST_F(Lifecycle, CopyHandlesTheTablesInOrderInOneTransaction) {
   const std::string old = folder.file("old");
   corvan_test::plant(old, "create table t_extra(a); pragma user_version=3");
   copy_from(old);
@@ -542,7 +542,7 @@ TEST_F(Lifecycle, CopyTakesTheTablesInTheirOrderInOneTransaction) {
   EXPECT_EQ(log.take().size(), 3U);
 }
 
-TEST_F(Lifecycle, CopyGoesOnAfterATableThatIsMissing) {
+TEST_F(Lifecycle, CopyContinuesAfterAMissingTable) {
   const std::string old = create_old_store();
   corvan_test::plant(old,
                      "drop table t_sync; insert into t_message(id) values(5);"
@@ -552,7 +552,7 @@ TEST_F(Lifecycle, CopyGoesOnAfterATableThatIsMissing) {
   EXPECT_EQ(rows("select session_id from t_session"), Rows{"room"});
 }
 
-TEST_F(Lifecycle, CopyTakesTheUserVersion) {
+TEST_F(Lifecycle, CopySetsTheUserVersion) {
   const std::string old = create_old_store();
   corvan_test::plant(old, "pragma user_version=12");
   copy_from(old);

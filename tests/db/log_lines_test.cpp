@@ -129,7 +129,7 @@ TEST_F(LogLines, HistoryPage) {
                   "2 " + kInHistory + "step(stmt): SQLITE_ROW msg_id_=1p.is_receive_1"}));
 }
 
-TEST_F(LogLines, HistoryPageWhoseValuesMakeItsTextTooLong) {
+TEST_F(LogLines, HistoryPageTooLongWithItsValues) {
   const std::string id(300, 'x');
   sqlite3_limit(store_connection(), SQLITE_LIMIT_LENGTH, 400);
   std::vector<MessageResponse> page;
@@ -166,7 +166,7 @@ TEST_F(LogLines, NumbersAreNotGroupedByTheGlobalLocale) {
   EXPECT_EQ(log.take(), Rows{"2 " + kInSave + "cv;;;save_msg;;;msg exists: 1234567"});
 }
 
-TEST_F(LogLines, NothingBelowTheMinimumIsWritten) {
+TEST_F(LogLines, LinesBelowTheMinimumAreNotWritten) {
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_WARNING);
   save(NewMessage().named("a"));
   save(NewMessage().named("a"));
@@ -203,7 +203,7 @@ TEST_F(LogLines, ErrorTextOfAFailedStepIsFetchedOnlyForItsLine) {
   EXPECT_EQ(take_fetched_texts().errors, 2);  // for the step and for finalising
 }
 
-TEST_F(LogLines, ErrorTextOfAFailedPrepareIsFetchedInAnyCase) {
+TEST_F(LogLines, ErrorTextOfAFailedPrepareIsAlwaysFetched) {
   take_fetched_texts();
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_NONE);
   EXPECT_EQ(store().execute_none_query("no such"), 1);

@@ -113,7 +113,7 @@ Ids span(CvDbSingleton& store, int64_t sent_time, int32_t left_count, int32_t ri
 
 // ---- One message --------------------------------------------------------------------------------
 
-TEST_F(MessageQuery, ByIdFillsTheRowsFieldsAndKeepsTheOthers) {
+TEST_F(MessageQuery, LookupByIdFillsTheRowsFieldsAndKeepsTheOthers) {
   plant(kWholeRow);
   MessageResponse message = marked();
   message.msg_id_ = 41;
@@ -121,7 +121,7 @@ TEST_F(MessageQuery, ByIdFillsTheRowsFieldsAndKeepsTheOthers) {
   EXPECT_EQ(text(message), "s|5|body|1|9|4000000000000|kind|8|author|41|uid|11|12|1001|13");
 }
 
-TEST_F(MessageQuery, ByUidFillsTheRowsFieldsAndKeepsTheOthers) {
+TEST_F(MessageQuery, LookupByUidFillsTheRowsFieldsAndKeepsTheOthers) {
   plant(kWholeRow);
   MessageResponse message = marked();
   message.server_uid_ = "uid";
@@ -129,7 +129,7 @@ TEST_F(MessageQuery, ByUidFillsTheRowsFieldsAndKeepsTheOthers) {
   EXPECT_EQ(text(message), "s|5|body|1|9|4000000000000|kind|8|author|41|uid|11|12|1001|13");
 }
 
-TEST_F(MessageQuery, ByIdLooksAtTheIdAlone) {
+TEST_F(MessageQuery, LookupByIdComparesOnlyTheId) {
   save(NewMessage().named("u1"));
   save(NewMessage().named("u2"));
   MessageResponse message = with_id(1);
@@ -138,7 +138,7 @@ TEST_F(MessageQuery, ByIdLooksAtTheIdAlone) {
   EXPECT_EQ(message.server_uid_, "u1");
 }
 
-TEST_F(MessageQuery, ByUidLooksAtTheUidAlone) {
+TEST_F(MessageQuery, LookupByUidComparesOnlyTheUid) {
   save(NewMessage().named("u1"));
   save(NewMessage().named("u2"));
   MessageResponse message = with_id(1);
@@ -147,7 +147,7 @@ TEST_F(MessageQuery, ByUidLooksAtTheUidAlone) {
   EXPECT_EQ(message.msg_id_, 2);
 }
 
-TEST_F(MessageQuery, OneMessageIsReceivedUnlessItsDirectionIsZero) {
+TEST_F(MessageQuery, MessageIsReceivedUnlessItsDirectionIsZero) {
   plant("insert into t_message(id,direction) values(1,0),(2,1),(3,2)");
   for (const int64_t id : {1, 2, 3}) {
     MessageResponse message = with_id(id);
@@ -157,7 +157,7 @@ TEST_F(MessageQuery, OneMessageIsReceivedUnlessItsDirectionIsZero) {
   }
 }
 
-TEST_F(MessageQuery, MissingMessageLeavesTheRecord) {
+TEST_F(MessageQuery, MissingMessageKeepsTheRecord) {
   plant(kWholeRow);
   MessageResponse message = marked();
   message.msg_id_ = 9;
@@ -168,7 +168,7 @@ TEST_F(MessageQuery, MissingMessageLeavesTheRecord) {
   EXPECT_EQ(text(message), before);
 }
 
-TEST_F(MessageQuery, EmptyUidFindsAnUnnamedMessage) {
+TEST_F(MessageQuery, EmptyUidFindsAMessageWithoutAUid) {
   save(NewMessage());
   MessageResponse message;
   EXPECT_TRUE(store().get_message_by_uid(message));
@@ -182,7 +182,7 @@ TEST_F(MessageQuery, UidIsBoundNotPasted) {
   EXPECT_EQ(message.msg_id_, 1);
 }
 
-TEST_F(MessageQuery, ByIdTakesAndKeepsTheIdIn64Bits) {
+TEST_F(MessageQuery, LookupByIdKeepsAll64BitsOfTheId) {
   plant("insert into t_message(id,content) values(5,'a'),(4294967301,'b')");
   MessageResponse message = with_id(4294967301);
   EXPECT_TRUE(store().get_message_by_id(message));
@@ -190,7 +190,7 @@ TEST_F(MessageQuery, ByIdTakesAndKeepsTheIdIn64Bits) {
   EXPECT_EQ(message.msg_id_, 4294967301);
 }
 
-TEST_F(MessageQuery, ByUidReturnsA32BitId) {
+TEST_F(MessageQuery, LookupByUidTruncatesTheIdTo32Bits) {
   plant(
       "insert into t_message(id,server_uid) values(2147483647,'u0'),(2147483648,'u1'),"
       "(4294967301,'u2')");
@@ -220,7 +220,7 @@ TEST_F(MessageQuery, NullColumnsReadAsEmptyAndZero) {
   EXPECT_EQ(text(message), "|0||0|0|0||0||1||0|0|0000|0");
 }
 
-TEST_F(MessageQuery, OneMessageThatCannotBePreparedLeavesTheRecord) {
+TEST_F(MessageQuery, LookupThatCannotBePreparedKeepsTheRecord) {
   store().execute_none_query("drop table t_message");
   MessageResponse message = marked();
   const std::string before = text(message);
@@ -260,17 +260,17 @@ TEST_F(MessageQuery, PageCopiesTheConversationFromTheArguments) {
   EXPECT_EQ(messages[0].session_id_, id);
 }
 
-TEST_F(MessageQuery, FirstPageDescendingIsTheNewestMessagesNewestFirst) {
+TEST_F(MessageQuery, FirstDescendingPageStartsWithTheNewestMessage) {
   plant(history({200, 300, 100}));
   EXPECT_EQ(page(store(), kDescending, 0, 2), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, FirstPageAscendingIsEmpty) {
+TEST_F(MessageQuery, FirstAscendingPageIsEmpty) {
   plant(history({100, 200}));
   EXPECT_EQ(page(store(), kAscending, 0), Ids{});
 }
 
-TEST_F(MessageQuery, FirstPageIsAnchoredOneAfterTheNewestOfAnyState) {
+TEST_F(MessageQuery, FirstPageIsAnchoredOneAfterTheNewestMessageOfAnyState) {
   plant(history({100, 200, 300}) + ";update t_message set direction=0,sent_status=id");
   EXPECT_EQ(page(store(), kDescending, 0), (Ids{3, 2, 1}));
 }
@@ -292,29 +292,29 @@ TEST_F(MessageQuery, PageAfterAMessageIsOldestFirst) {
   EXPECT_EQ(page(store(), kAscending, 1, 2), (Ids{3, 4}));
 }
 
-TEST_F(MessageQuery, PagesExcludeTheAnchorAndItsEquals) {
+TEST_F(MessageQuery, PagesExcludeAllMessagesOfTheAnchorsTime) {
   plant(history({100, 200, 200, 200, 300}));
   EXPECT_EQ(page(store(), kDescending, 3), Ids{1});
   EXPECT_EQ(page(store(), kAscending, 3), Ids{5});
 }
 
-TEST_F(MessageQuery, DescendingPageGivesEqualTimesTheLargerIdFirst) {
+TEST_F(MessageQuery, DescendingPageSortsEqualTimesByDescendingId) {
   plant(history({100, 100, 100, 200}));
   EXPECT_EQ(page(store(), kDescending, 4, 2), (Ids{3, 2}));
 }
 
-TEST_F(MessageQuery, AscendingPageGivesEqualTimesTheSmallerIdFirst) {
+TEST_F(MessageQuery, AscendingPageSortsEqualTimesByAscendingId) {
   plant(history({50, 100, 100, 100}));
   EXPECT_EQ(page(store(), kAscending, 1, 2), (Ids{2, 3}));
 }
 
-TEST_F(MessageQuery, UnknownAnchorMeansTimeZero) {
+TEST_F(MessageQuery, UnknownAnchorCountsAsTimeZero) {
   plant(history({100, 200}));
   EXPECT_EQ(page(store(), kDescending, 9), Ids{});
   EXPECT_EQ(page(store(), kAscending, 9), (Ids{1, 2}));
 }
 
-TEST_F(MessageQuery, NegativeAnchorMeansTimeZero) {
+TEST_F(MessageQuery, NegativeAnchorCountsAsTimeZero) {
   plant(history({100, 200}) + ";insert into t_message(id,sent_time) values(-1,150)");
   EXPECT_EQ(page(store(), kDescending, -1), Ids{});
   EXPECT_EQ(page(store(), kAscending, -1), (Ids{1, 2}));
@@ -326,13 +326,13 @@ TEST_F(MessageQuery, TimeZeroIsComparedStrictly) {
   EXPECT_EQ(page(store(), kAscending, 9), Ids{3});
 }
 
-TEST_F(MessageQuery, AnchorMayLieInAnotherConversation) {
+TEST_F(MessageQuery, AnchorMayBeInAnotherConversation) {
   plant(history({100, 200, 300}));
   plant(history({250}, "other"));
   EXPECT_EQ(page(store(), kDescending, 4), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, PageHoldsItsConversationAlone) {
+TEST_F(MessageQuery, PageContainsOnlyItsConversation) {
   plant(history({100}));
   plant(history({110}, "other"));
   plant(history({120}, "room", CV_PRIVATE));
@@ -340,22 +340,22 @@ TEST_F(MessageQuery, PageHoldsItsConversationAlone) {
   EXPECT_EQ(page(store(), kDescending, 0), Ids{1});
 }
 
-TEST_F(MessageQuery, PageOfCountZeroIsEmpty) {
+TEST_F(MessageQuery, PageWithCountZeroIsEmpty) {
   plant(history({100}));
   EXPECT_EQ(page(store(), kDescending, 0, 0), Ids{});
 }
 
-TEST_F(MessageQuery, PageOfTheLargestCountHoldsEverything) {
+TEST_F(MessageQuery, PageWithTheLargestCountContainsEverything) {
   plant(history({100, 200}));
   EXPECT_EQ(page(store(), kDescending, 0, std::numeric_limits<int32_t>::max()), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, PageOfNegativeCountHoldsEverything) {
+TEST_F(MessageQuery, PageWithANegativeCountContainsEverything) {
   plant(history({100, 200}));
   EXPECT_EQ(page(store(), kDescending, 0, -1), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, PageOfAConversationNamedInsideTheVector) {
+TEST_F(MessageQuery, PageAcceptsAnIdInsideTheVector) {
   plant(history({100, 200, 300}));
   Messages messages(1);
   messages[0].session_id_ = "room";
@@ -373,27 +373,27 @@ TEST_F(MessageQuery, PageIsAppendedToTheVector) {
   EXPECT_EQ(ids(messages), (Ids{77, 2, 1}));
 }
 
-TEST_F(MessageQuery, EmptyPageIsFalse) {
+TEST_F(MessageQuery, EmptyPageReturnsFalse) {
   Messages messages;
   EXPECT_FALSE(store().get_history_message_by_object_name("room", CV_GROUP, {}, 0, 10, messages,
                                                           kDescending));
 }
 
-TEST_F(MessageQuery, EmptyPageIsTrueForANonEmptyVector) {
+TEST_F(MessageQuery, EmptyPageReturnsTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_history_message_by_object_name("room", CV_GROUP, {}, 0, 10, messages,
                                                          kDescending));
   EXPECT_EQ(ids(messages), Ids{77});
 }
 
-TEST_F(MessageQuery, PageHolds32BitIds) {
+TEST_F(MessageQuery, PageTruncatesIdsTo32Bits) {
   plant(
       "insert into t_message(id,session_id,session_type,sent_time) "
       "values(2147483647,'room',2,1),(2147483648,'room',2,2),(4294967301,'room',2,3)");
   EXPECT_EQ(page(store(), kAscending, -1), (Ids{2147483647, -2147483648, 5}));
 }
 
-TEST_F(MessageQuery, PageTakesTheAnchorIn64Bits) {
+TEST_F(MessageQuery, PageAccepts64BitAnchors) {
   plant(history({100, 200, 300}) + ";update t_message set id=4294967298 where id=2");
   EXPECT_EQ(page(store(), kDescending, 4294967298), Ids{1});
 }
@@ -417,13 +417,13 @@ TEST_F(MessageQuery, KindsRestrictThePage) {
   EXPECT_EQ(page(store(), kAscending, 1, 10, {"A", "C"}), Ids{3});
 }
 
-TEST_F(MessageQuery, KindsAreCountedBeforeThePageIsCut) {
+TEST_F(MessageQuery, KindsFilterBeforeTheLimit) {
   plant(history({100, 200, 300}) +
         ";update t_message set object_name=case id when 3 then 'B' else 'A' end");
   EXPECT_EQ(page(store(), kDescending, 0, 2, {"A"}), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, EmptyKindsAmongOthersDoNotCount) {
+TEST_F(MessageQuery, EmptyKindsAmongOthersAreIgnored) {
   plant(history({100, 200}) +
         ";update t_message set object_name=case id when 1 then 'A' else '' end");
   EXPECT_EQ(page(store(), kDescending, 0, 10, {"", "A"}), Ids{1});
@@ -450,7 +450,7 @@ TEST_F(MessageQuery, KindEscapedByTheCallerIsFound) {
   EXPECT_EQ(page(store(), kDescending, 0, 10, {"it''s"}), Ids{1});
 }
 
-TEST_F(MessageQuery, PageThatCannotBePreparedLeavesTheVectorAndFails) {
+TEST_F(MessageQuery, PageThatCannotBePreparedKeepsTheVectorAndFails) {
   store().execute_none_query("drop table t_message");
   Messages messages = {with_id(77)};
   EXPECT_FALSE(store().get_history_message_by_object_name("room", CV_GROUP, {}, 5, 10, messages,
@@ -469,7 +469,7 @@ TEST_F(MessageQuery, PageEndsAtAFailedStepAndKeepsItsMessages) {
   EXPECT_EQ(log.take(), step_failed_lines());
 }
 
-TEST_F(MessageQuery, PageWhoseFirstStepFailsIsFalse) {
+TEST_F(MessageQuery, PageWhoseFirstStepFailsReturnsFalse) {
   plant(history({100, 200, 300}));
   plant(kMessage2Fails);
   Messages messages;
@@ -480,7 +480,7 @@ TEST_F(MessageQuery, PageWhoseFirstStepFailsIsFalse) {
 
 // ---- The pager for one kind ---------------------------------------------------------------------
 
-TEST_F(MessageQuery, PageByTimeTakesAMessageIdAsItsTime) {
+TEST_F(MessageQuery, PageByTimeTreatsAMessageIdAsItsAnchor) {
   plant(history({2, 3, 4, 5}));
   Messages messages;
   EXPECT_TRUE(
@@ -504,7 +504,7 @@ TEST_F(MessageQuery, PageByTimeRestrictsToItsKind) {
   EXPECT_EQ(ids(messages), Ids{1});
 }
 
-TEST_F(MessageQuery, PageByTimeAscendsToo) {
+TEST_F(MessageQuery, PageByTimeCanAscend) {
   plant(history({100, 200, 300}));
   Messages messages;
   EXPECT_TRUE(
@@ -519,7 +519,7 @@ TEST_F(MessageQuery, PageByTimeIsAppendedToTheVector) {
   EXPECT_EQ(ids(messages), Ids{77});
 }
 
-TEST_F(MessageQuery, EmptyPageByTimeIsTrueForANonEmptyVector) {
+TEST_F(MessageQuery, EmptyPageByTimeReturnsTrueForANonEmptyVector) {
   Messages page(1);
   EXPECT_TRUE(store().get_history_message_by_time("room", CV_GROUP, "", 0, 5, page, true));
   EXPECT_EQ(page.size(), 1U);
@@ -552,7 +552,7 @@ TEST_F(MessageQuery, MentionCopiesTheConversationFromTheArguments) {
   EXPECT_EQ(messages[0].session_id_, id);
 }
 
-TEST_F(MessageQuery, MentionsThatTheStoreWroteAreNotListed) {
+TEST_F(MessageQuery, MentionsWrittenByTheStoreAreNotListed) {
   save(NewMessage().mention());
   save(NewMessage().own().mention());
   Messages messages;
@@ -566,14 +566,14 @@ TEST_F(MessageQuery, OnlyMessagesFlaggedOneAreMentions) {
   EXPECT_EQ(ids(messages), Ids{2});
 }
 
-TEST_F(MessageQuery, MentionsAreThoseOfTheConversation) {
+TEST_F(MessageQuery, MentionsBelongToTheConversation) {
   plant(history({100}, "other"));
   plant(history({100}, "room", CV_PRIVATE) + kMakeMentions);
   Messages messages;
   EXPECT_FALSE(store().get_mention_message("room", CV_GROUP, messages));
 }
 
-TEST_F(MessageQuery, MentionsOfEqualTimesEndWithTheLargerId) {
+TEST_F(MessageQuery, MentionsOfEqualTimesEndWithTheLargestId) {
   plant(history({100, 100}) + kMakeMentions);
   Messages messages;
   store().get_mention_message("room", CV_GROUP, messages);
@@ -587,7 +587,7 @@ TEST_F(MessageQuery, MentionsAreInsertedAtTheFront) {
   EXPECT_EQ(ids(messages), (Ids{1, 2, 77}));
 }
 
-TEST_F(MessageQuery, MentionsOfAConversationNamedInsideTheVector) {
+TEST_F(MessageQuery, MentionsAcceptAnIdInsideTheVector) {
   plant(history({100, 200, 300}) + kMakeMentions);
   Messages messages(2);
   messages.reserve(10);  // so that the first insertion moves another id to where this one was
@@ -598,13 +598,13 @@ TEST_F(MessageQuery, MentionsOfAConversationNamedInsideTheVector) {
   EXPECT_EQ(messages[0].session_id_, "room");
 }
 
-TEST_F(MessageQuery, NoMentionsAreTrueForANonEmptyVector) {
+TEST_F(MessageQuery, NoMentionsReturnTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_mention_message("room", CV_GROUP, messages));
   EXPECT_EQ(ids(messages), Ids{77});
 }
 
-TEST_F(MessageQuery, MentionsHold32BitIds) {
+TEST_F(MessageQuery, MentionsTruncateIdsTo32Bits) {
   plant(
       "insert into t_message(id,session_id,session_type,sent_time) "
       "values(2147483648,'room',2,1),(4294967301,'room',2,2)" +
@@ -622,7 +622,7 @@ TEST_F(MessageQuery, MentionsLogNothing) {
   EXPECT_EQ(all.take(), Rows{});
 }
 
-TEST_F(MessageQuery, MentionsThatCannotBePreparedLeaveTheVectorAndFail) {
+TEST_F(MessageQuery, MentionsThatCannotBePreparedKeepTheVectorAndFail) {
   store().execute_none_query("drop table t_message");
   Messages messages = {with_id(77)};
   EXPECT_FALSE(store().get_mention_message("room", CV_GROUP, messages));
@@ -643,7 +643,7 @@ TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepThoseRead) {
 
 // Times are small where a time is to be taken for a message id, and large where it must not be.
 
-TEST_F(MessageQuery, SpanTakesTheNewestTimeOfItsOlderPageAsTheSecondAnchor) {
+TEST_F(MessageQuery, SpanUsesTheNewestTimeOfItsOlderPageAsTheSecondAnchor) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));
   // Before message 4 (time 5): 3 and 2. Message 3 was sent at 4: after message 4: 5 and 6.
   EXPECT_EQ(span(store(), 4, 2, 1), (Ids{6, 5, 3, 2}));
@@ -659,13 +659,13 @@ TEST_F(MessageQuery, SpanWhoseSecondAnchorIsUnknownStartsAtTheOldestMessages) {
   EXPECT_EQ(span(store(), 4, 2, 1), (Ids{2, 1, 3, 2}));
 }
 
-TEST_F(MessageQuery, SpanWithoutOlderMessagesTakesThePointMinusOneAsTheSecondAnchor) {
+TEST_F(MessageQuery, SpanWithoutOlderMessagesUsesThePointMinusOneAsTheSecondAnchor) {
   plant(history({500, 600, 200, 700}));
   // Nothing is before message 3. Message 4 is after message 2 (time 600).
   EXPECT_EQ(span(store(), 3, 5, 5), Ids{4});
 }
 
-TEST_F(MessageQuery, SpanAroundTheFirstMessageIsAnchoredBehindTheNewest) {
+TEST_F(MessageQuery, SpanAroundTheFirstMessageIsAnchoredAfterTheNewest) {
   plant(history({100, 200, 300}));
   // Nothing is before message 1, and 0 means the end of the conversation.
   Messages messages;
@@ -679,12 +679,12 @@ TEST_F(MessageQuery, SpanAroundZeroStartsWithTheNewestMessages) {
   EXPECT_EQ(span(store(), 0, 2, 0), (Ids{3, 2, 1}));
 }
 
-TEST_F(MessageQuery, SpanAroundUnknownPointHoldsTheOldestMessages) {
+TEST_F(MessageQuery, SpanAroundUnknownPointContainsTheOldestMessages) {
   plant(history({100, 200, 300}));
   EXPECT_EQ(span(store(), 77, 5, 1), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, SpanAroundNegativePointHoldsTheOldestMessages) {
+TEST_F(MessageQuery, SpanAroundNegativePointContainsTheOldestMessages) {
   plant(history({100, 200, 300}));
   EXPECT_EQ(span(store(), -4, 5, 1), (Ids{2, 1}));
 }
@@ -694,7 +694,7 @@ TEST_F(MessageQuery, SpanWithLeftCountZeroHasNoOlderPage) {
   EXPECT_EQ(span(store(), 3, 0, 5), (Ids{4, 3}));
 }
 
-TEST_F(MessageQuery, SpanReadsOneMoreThanTheRightCount) {
+TEST_F(MessageQuery, SpanReadsOneMessageMoreThanTheRightCount) {
   plant(history({100, 200, 300}));
   EXPECT_EQ(span(store(), -4, 0, 0), Ids{1});
   EXPECT_EQ(span(store(), -4, 0, -1), Ids{});
@@ -705,7 +705,7 @@ TEST_F(MessageQuery, SpanAroundTheSmallestPossiblePointWraps) {
   EXPECT_EQ(span(store(), std::numeric_limits<int64_t>::min(), 5, 1), (Ids{2, 1}));
 }
 
-TEST_F(MessageQuery, SpanOfTheLargestRightCountHoldsEverything) {
+TEST_F(MessageQuery, SpanWithTheLargestRightCountContainsEverything) {
   plant(history({100, 200, 300}));
   EXPECT_EQ(span(store(), -4, 0, std::numeric_limits<int32_t>::max()), (Ids{3, 2, 1}));
 }
@@ -717,7 +717,7 @@ TEST_F(MessageQuery, SpanIsAddedAroundTheVectorsElements) {
   EXPECT_EQ(ids(messages), (Ids{6, 5, 77, 78, 3, 2}));
 }
 
-TEST_F(MessageQuery, SpanOfAConversationNamedInsideTheVector) {
+TEST_F(MessageQuery, SpanAcceptsAnIdInsideTheVector) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));
   Messages messages(1);
   messages[0].session_id_ = "room";
@@ -725,25 +725,25 @@ TEST_F(MessageQuery, SpanOfAConversationNamedInsideTheVector) {
   EXPECT_EQ(ids(messages), (Ids{6, 5, 0, 3, 2}));
 }
 
-TEST_F(MessageQuery, EmptySpanIsFalse) {
+TEST_F(MessageQuery, EmptySpanReturnsFalse) {
   Messages messages;
   EXPECT_FALSE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
 }
 
-TEST_F(MessageQuery, EmptySpanIsTrueForANonEmptyVector) {
+TEST_F(MessageQuery, EmptySpanReturnsTrueForANonEmptyVector) {
   Messages messages = {with_id(77)};
   EXPECT_TRUE(store().get_matched_message("room", CV_GROUP, 4, 2, 1, messages));
   EXPECT_EQ(ids(messages), Ids{77});
 }
 
-TEST_F(MessageQuery, SpanHoldsItsConversationAlone) {
+TEST_F(MessageQuery, SpanContainsOnlyItsConversation) {
   plant(history({100, 200}));
   plant(history({110}, "other"));
   plant(history({120}, "room", CV_PRIVATE));
   EXPECT_EQ(span(store(), 2, 5, 5), (Ids{2, 1, 1}));
 }
 
-TEST_F(MessageQuery, SpanHolds32BitIds) {
+TEST_F(MessageQuery, SpanTruncatesIdsTo32Bits) {
   plant(
       "insert into t_message(id,session_id,session_type,sent_time) "
       "values(2147483648,'room',2,100),(4294967301,'room',2,200)");
@@ -795,7 +795,7 @@ TEST_F(MessageQuery, MaxTimeOfSentMessages) {
   EXPECT_EQ(time, 4000000000001);
 }
 
-TEST_F(MessageQuery, MaxTimeOfAllMessagesForAnyOtherType) {
+TEST_F(MessageQuery, MaxTimeForAnyOtherTypeCoversAllMessages) {
   plant(kChoices);
   for (const int32_t type : {2, 3, -1}) {
     int64_t time = 77;
@@ -835,7 +835,7 @@ TEST_F(MessageQuery, MaxTimeThatCannotBePreparedKeepsTheCallersValue) {
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
-TEST_F(MessageQuery, MaxIdIsTheLargestNotTheNewestAndIn64Bits) {
+TEST_F(MessageQuery, MaxIdIsTheLargest64BitIdNotTheNewest) {
   plant(kChoices);
   EXPECT_EQ(store().get_max_message_id(CV_GROUP, "room", 2), 4294967304);
   EXPECT_EQ(store().get_max_message_id(CV_GROUP, "room", -1), 4294967304);
@@ -865,7 +865,7 @@ TEST_F(MessageQuery, MaxIdThatCannotBePreparedIsMinusOne) {
 
 // ---- A message's conversation and state ---------------------------------------------------------
 
-TEST_F(MessageQuery, StateOfAMessage) {
+TEST_F(MessageQuery, ReadsTheStateOfAMessage) {
   plant(
       "insert into t_message(id,session_id,session_type,read_status,is_mention,sent_time) "
       "values(4294967301,'s',5,0,1,4000000000000)");

@@ -57,7 +57,7 @@ TEST_F(MessageState, AnswerMovesMessageAndConversation) {
   EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|1"});
 }
 
-TEST_F(MessageState, FailureReportWithTimeMovesTheConversationToo) {
+TEST_F(MessageState, FailureReportWithTimeAlsoMovesTheConversation) {
   save(NewMessage().own(5).status(1).at(100));
   save(NewMessage().at(150));
   store().set_send_time(1, 200, "", "room", CV_GROUP, 7);
@@ -65,7 +65,7 @@ TEST_F(MessageState, FailureReportWithTimeMovesTheConversationToo) {
   EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|1"});
 }
 
-TEST_F(MessageState, AnswerWithoutTimeLeavesTheConversation) {
+TEST_F(MessageState, AnswerWithoutTimeDoesNotMoveTheConversation) {
   save(NewMessage().own(5).status(1).at(100));
   plant("update t_session set session_time=50,latest_id=-1");
   store().set_send_time(1, 0, "u1", "room", CV_GROUP, 0);
@@ -73,7 +73,7 @@ TEST_F(MessageState, AnswerWithoutTimeLeavesTheConversation) {
   EXPECT_EQ(rows(kTimeAndLatest), Rows{"50|-1"});
 }
 
-TEST_F(MessageState, AnswerNotLaterThanTheConversationLeavesIt) {
+TEST_F(MessageState, AnswerNotLaterThanTheConversationDoesNotMoveIt) {
   save(NewMessage().own(5).at(100));
   plant("update t_session set session_time=200,latest_id=9");
   store().set_send_time(1, 200, "u1", "room", CV_GROUP, 0);
@@ -88,14 +88,14 @@ TEST_F(MessageState, EarlierAnswerMovesAConversationWithoutNewestMessage) {
   EXPECT_EQ(rows(kTimeAndLatest), Rows{"150|1"});
 }
 
-TEST_F(MessageState, EarlierAnswerLeavesAConversationWhoseNewestMessageIsZero) {
+TEST_F(MessageState, EarlierAnswerDoesNotMoveAConversationWhoseNewestMessageIsZero) {
   save(NewMessage().own(5).at(100));
   plant("update t_session set session_time=200,latest_id=0");
   store().set_send_time(1, 150, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|0"});
 }
 
-TEST_F(MessageState, AnswerMovesTheNamedConversationNotTheMessagesOwn) {
+TEST_F(MessageState, AnswerMovesTheGivenConversationNotThatOfTheMessage) {
   save(NewMessage().own(5).at(100));
   plant_session("other", CV_GROUP, 50, 9);
   store().set_send_time(1, 200, "u1", "other", CV_GROUP, 0);
@@ -103,7 +103,7 @@ TEST_F(MessageState, AnswerMovesTheNamedConversationNotTheMessagesOwn) {
             (Rows{"other|200|1", "room|100|1"}));
 }
 
-TEST_F(MessageState, AnswerForUnknownMessageMovesTheConversationToo) {
+TEST_F(MessageState, AnswerForUnknownMessageAlsoMovesTheConversation) {
   plant_session("room", CV_GROUP, 100, 9);
   store().set_send_time(4294967301, 200, "u1", "room", CV_GROUP, 0);
   EXPECT_EQ(rows(kTimeAndLatest), Rows{"200|4294967301"});
@@ -130,7 +130,7 @@ TEST_F(MessageState, AnswerIsOneTransaction) {
   EXPECT_EQ(log.take(), Rows{});
 }
 
-TEST_F(MessageState, AnswerWhoseMessageUpdateFailsLeavesTheConversationAndCommits) {
+TEST_F(MessageState, AnswerWhoseMessageUpdateFailsKeepsTheConversationAndCommits) {
   save(NewMessage().own(5).status(1).at(100));
   plant(refuse("update on t_message"));
   take_ledger();
@@ -141,7 +141,7 @@ TEST_F(MessageState, AnswerWhoseMessageUpdateFailsLeavesTheConversationAndCommit
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
 
-TEST_F(MessageState, AnswerThatCannotBePreparedLeavesTheConversationAndCommits) {
+TEST_F(MessageState, AnswerThatCannotBePreparedKeepsTheConversationAndCommits) {
   plant_session("room", CV_GROUP, 100, 9);
   store().execute_none_query("drop table t_message");
   take_ledger();
@@ -162,14 +162,14 @@ TEST_F(MessageState, AnswerKeepsTheMessageWhenTheConversationUpdateFails) {
 
 // ---- Sent status --------------------------------------------------------------------------------
 
-TEST_F(MessageState, SentStatusIsWrittenAsGivenToThatMessageAlone) {
+TEST_F(MessageState, SentStatusIsWrittenAsGivenToOneMessage) {
   save(NewMessage().own(5).status(1));
   save(NewMessage().own(6).status(1));
   EXPECT_TRUE(store().update_sent_status(1, std::numeric_limits<int32_t>::min()));
   EXPECT_EQ(rows(kSentStates), (Rows{"1|-2147483648", "2|1"}));
 }
 
-TEST_F(MessageState, SentStatusOfReceivedMessageCanBeWrittenToo) {
+TEST_F(MessageState, SentStatusOfReceivedMessageCanBeWritten) {
   save(NewMessage().status(0));
   EXPECT_TRUE(store().update_sent_status(1, 3));
   EXPECT_EQ(rows(kSentStates), Rows{"1|3"});
@@ -179,7 +179,7 @@ TEST_F(MessageState, SentStatusOfUnknownMessageSucceeds) {
   EXPECT_TRUE(store().update_sent_status(9, 1));
 }
 
-TEST_F(MessageState, SentStatusTakesTheIdIn64Bits) {
+TEST_F(MessageState, SentStatusAccepts64BitIds) {
   plant("insert into t_message(id) values(5),(4294967301)");
   store().update_sent_status(4294967301, 2);
   EXPECT_EQ(rows(kSentStates), (Rows{"5|0", "4294967301|2"}));
@@ -191,7 +191,7 @@ TEST_F(MessageState, SentStatusThatCannotBePreparedFails) {
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
-TEST_F(MessageState, SentStatusWhoseStepFailsIsFalse) {
+TEST_F(MessageState, SentStatusWhoseStepFailsReturnsFalse) {
   save(NewMessage().own(5).status(1));
   plant(refuse("update on t_message"));
   EXPECT_FALSE(store().update_sent_status(1, 2));
@@ -215,47 +215,47 @@ TEST_F(MessageState, ReadingAMentionAgainChangesNoCounter) {
   EXPECT_EQ(rows(kCounters), Rows{"4|2"});
 }
 
-TEST_F(MessageState, ReadingAnUnreadMessageLowersTheUnreadCounterAlone) {
+TEST_F(MessageState, ReadingAnUnreadMessageLowersOnlyTheUnreadCounter) {
   plant(message_with(0, 0));
   EXPECT_TRUE(store().set_read_status(1, 1));
   EXPECT_EQ(rows(kCounters), Rows{"4|3"});
 }
 
-TEST_F(MessageState, AnyStateAboveZeroReadsAnUnreadMessage) {
+TEST_F(MessageState, AnyStatusAboveZeroMarksAnUnreadMessageRead) {
   plant(message_with(0, 1));
   EXPECT_TRUE(store().set_read_status(1, 2));
   EXPECT_EQ(rows(kReadState), Rows{"2|0"});
   EXPECT_EQ(rows(kCounters), Rows{"4|2"});
 }
 
-TEST_F(MessageState, MentionFlagOtherThanOneIsNoMention) {
+TEST_F(MessageState, MentionFlagOtherThanOneIsNotAMention) {
   plant(message_with(0, 2));
   EXPECT_TRUE(store().set_read_status(1, 1));
   EXPECT_EQ(rows(kReadState), Rows{"1|0"});
   EXPECT_EQ(rows(kCounters), Rows{"4|3"});
 }
 
-TEST_F(MessageState, UnreadingAReadMessageAddsOne) {
+TEST_F(MessageState, MarkingAReadMessageUnreadAddsOne) {
   plant(message_with(1, 0));
   EXPECT_TRUE(store().set_read_status(1, 0));
   EXPECT_EQ(rows(kReadState), Rows{"0|0"});
   EXPECT_EQ(rows(kCounters), Rows{"6|3"});
 }
 
-TEST_F(MessageState, UnreadingAReadMentionAddsOneAndLowersTheMentions) {
+TEST_F(MessageState, MarkingAReadMentionUnreadAddsOneAndLowersTheMentions) {
   plant(message_with(1, 1));
   EXPECT_TRUE(store().set_read_status(1, 0));
   EXPECT_EQ(rows(kReadState), Rows{"0|0"});
   EXPECT_EQ(rows(kCounters), Rows{"6|2"});
 }
 
-TEST_F(MessageState, UnreadingAMessageOfAnotherReadStateAddsOne) {
+TEST_F(MessageState, MarkingAMessageOfAnotherReadStateUnreadAddsOne) {
   plant(message_with(-1, 0));
   EXPECT_TRUE(store().set_read_status(1, 0));
   EXPECT_EQ(rows(kCounters), Rows{"6|3"});
 }
 
-TEST_F(MessageState, UnreadingAnUnreadMentionClearsItsFlagAndKeepsTheCounters) {
+TEST_F(MessageState, MarkingAnUnreadMentionUnreadClearsItsFlagAndKeepsTheCounters) {
   plant(message_with(0, 1));
   EXPECT_TRUE(store().set_read_status(1, 0));
   EXPECT_EQ(rows(kReadState), Rows{"0|0"});
@@ -282,14 +282,14 @@ TEST_F(MessageState, NegativeReadStatusOfReadMessageKeepsTheCounters) {
   EXPECT_EQ(rows(kCounters), Rows{"5|3"});
 }
 
-TEST_F(MessageState, CountersAreNotHeldAtZero) {
+TEST_F(MessageState, CountersMayFallBelowZero) {
   plant(message_with(0, 1));
   plant("update t_session set unread_count=0,mention_count=0");
   store().set_read_status(1, 1);
   EXPECT_EQ(rows(kCounters), Rows{"-1|-1"});
 }
 
-TEST_F(MessageState, ReadStatusCorrectsTheMessagesOwnConversation) {
+TEST_F(MessageState, ReadStatusUpdatesTheConversationOfTheMessage) {
   plant(message_with(0, 1));
   plant_session("room", CV_PRIVATE, 0, 0, 5, 3);
   plant_session("other", CV_GROUP, 0, 0, 5, 3);
@@ -306,7 +306,7 @@ TEST_F(MessageState, ReadStatusOfMessageWithoutConversationSucceeds) {
   EXPECT_EQ(rows(kReadState), Rows{"1|0"});
 }
 
-TEST_F(MessageState, ReadStatusTakesTheIdIn64Bits) {
+TEST_F(MessageState, ReadStatusAccepts64BitIds) {
   plant(message_with(0, 1));
   plant("update t_message set id=4294967301");
   EXPECT_FALSE(store().set_read_status(5, 1));
@@ -345,7 +345,7 @@ TEST_F(MessageState, ReadStatusWhoseUpdateFailsKeepsTheCountersAndCommits) {
   EXPECT_EQ(take_ledger().back(), "commit transaction");
 }
 
-TEST_F(MessageState, ReadStatusIsKeptWhenTheCountersCannotBeCorrected) {
+TEST_F(MessageState, ReadStatusIsKeptWhenTheCountersCannotBeUpdated) {
   plant(message_with(0, 1));
   plant(refuse("update on t_session"));
   EXPECT_TRUE(store().set_read_status(1, 1));
@@ -406,7 +406,7 @@ TEST_F(MessageState, EqualReceiptCoversEveryMessageUpToItAndKeepsTheReceiptTime)
   EXPECT_EQ(rows(kReceiptTime), Rows{"200"});
 }
 
-TEST_F(MessageState, ReceiptLeavesMessagesThatWereNotSentByTheUser) {
+TEST_F(MessageState, ReceiptSkipsMessagesThatTheUserDidNotSend) {
   plant(
       "insert into t_message(session_id,session_type,direction,sent_time) "
       "values('room',2,1,100),('room',2,2,100)");
@@ -414,13 +414,13 @@ TEST_F(MessageState, ReceiptLeavesMessagesThatWereNotSentByTheUser) {
   EXPECT_EQ(rows(kSentStates), (Rows{"1|0", "2|0"}));
 }
 
-TEST_F(MessageState, ReceiptLeavesMessagesThatWereNotAccepted) {
+TEST_F(MessageState, ReceiptSkipsMessagesThatTheServerDidNotAccept) {
   plant(accepted_at({100, 100}) + ";update t_message set sent_status=id");
   EXPECT_TRUE(store().update_message_receipt_status("room", CV_GROUP, 200));
   EXPECT_EQ(rows(kSentStates), (Rows{"1|1", "2|2"}));
 }
 
-TEST_F(MessageState, ReceiptLeavesOtherConversations) {
+TEST_F(MessageState, ReceiptSkipsOtherConversations) {
   save(NewMessage().own().in("other", CV_GROUP));
   save(NewMessage().own().in("room", CV_PRIVATE));
   EXPECT_TRUE(store().update_message_receipt_status("room", CV_GROUP, 200));
@@ -499,7 +499,7 @@ TEST_F(MessageState, ContentOfUnknownMessageSucceeds) {
   EXPECT_TRUE(store().set_message_content(9, "new", "CV:Other"));
 }
 
-TEST_F(MessageState, ContentTakesTheIdIn64Bits) {
+TEST_F(MessageState, ContentAccepts64BitIds) {
   plant("insert into t_message(id) values(5),(4294967301)");
   store().set_message_content(4294967301, "new", "");
   EXPECT_EQ(rows("select id,content from t_message order by id"), (Rows{"5|", "4294967301|new"}));
@@ -511,7 +511,7 @@ TEST_F(MessageState, ContentThatCannotBePreparedFails) {
   EXPECT_EQ(log.take(), Rows{no_table("t_message")});
 }
 
-TEST_F(MessageState, ContentWhoseStepFailsIsFalse) {
+TEST_F(MessageState, ContentWhoseStepFailsReturnsFalse) {
   save(NewMessage());
   plant(refuse("update on t_message"));
   EXPECT_FALSE(store().set_message_content(1, "new", "CV:Other"));
@@ -530,7 +530,7 @@ TEST_F(MessageState, ClientUidOfConversationIsThatOfItsNewestSentMessage) {
   EXPECT_EQ(uid, 5000000000000);
 }
 
-TEST_F(MessageState, ClientUidOfConversationIsThatOfReceivedMessagesToo) {
+TEST_F(MessageState, ClientUidOfConversationMayBeThatOfAReceivedMessage) {
   save(NewMessage().own(5).at(100));
   save(NewMessage().client(6).at(200));
   int64_t uid = 77;
@@ -538,7 +538,7 @@ TEST_F(MessageState, ClientUidOfConversationIsThatOfReceivedMessagesToo) {
   EXPECT_EQ(uid, 6);
 }
 
-TEST_F(MessageState, ClientUidOfConversationAtEqualTimesIsThatOfTheLargerId) {
+TEST_F(MessageState, ClientUidOfConversationAmongEqualTimesIsThatOfTheLargestId) {
   save(NewMessage().own(5).at(100));
   save(NewMessage().own(6).at(100));
   int64_t uid = 77;
@@ -618,7 +618,7 @@ TEST_F(MessageState, SuccessWithoutUidAndTimeChangesOnlyTheStatus) {
   EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
 }
 
-TEST_F(MessageState, AnswerWithoutTimeKeepsTheStoredOne) {
+TEST_F(MessageState, AnswerWithoutTimeKeepsTheStoredTime) {
   save(NewMessage().own(5).status(1).at(100));
   take_ledger();
   EXPECT_EQ(store().set_sendtime(1, 0, "u1", 0), 101);
@@ -626,7 +626,7 @@ TEST_F(MessageState, AnswerWithoutTimeKeepsTheStoredOne) {
   EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|100"});
 }
 
-TEST_F(MessageState, AnswerWithoutUidKeepsTheStoredOne) {
+TEST_F(MessageState, AnswerWithoutUidKeepsTheStoredUid) {
   save(NewMessage().own(5).status(1).named("u1").at(100));
   take_ledger();
   EXPECT_EQ(store().set_sendtime(1, 200, "", 0), 101);
@@ -634,23 +634,23 @@ TEST_F(MessageState, AnswerWithoutUidKeepsTheStoredOne) {
   EXPECT_EQ(rows(kDelivery), Rows{"1|0|u1|200"});
 }
 
-TEST_F(MessageState, AnswerWithNegativeTimeKeepsTheStoredOne) {
+TEST_F(MessageState, AnswerWithNegativeTimeKeepsTheStoredTime) {
   save(NewMessage().own(5).status(1).at(100));
   store().set_sendtime(1, -5, "", 0);
   EXPECT_EQ(rows(kDelivery), Rows{"1|0||100"});
 }
 
-TEST_F(MessageState, AnswerWithTheSmallestTimeStoresIt) {
+TEST_F(MessageState, AnswerStoresTheSmallestPositiveTime) {
   save(NewMessage().own(5).at(100));
   store().set_sendtime(1, 1, "", 0);
   EXPECT_EQ(rows(kDelivery), Rows{"1|0||1"});
 }
 
-TEST_F(MessageState, AnswerForUnknownMessageRunsToCompletion) {
+TEST_F(MessageState, AnswerForUnknownMessageReturnsDone) {
   EXPECT_EQ(store().set_sendtime(9, 200, "u1", 0), 101);
 }
 
-TEST_F(MessageState, AnswerTakesTheIdIn64Bits) {
+TEST_F(MessageState, AnswerAccepts64BitIds) {
   plant("insert into t_message(id) values(5),(4294967301)");
   store().set_sendtime(4294967301, 200, "u1", 0);
   EXPECT_EQ(rows(kDelivery), (Rows{"5|0||0", "4294967301|0|u1|200"}));
@@ -686,7 +686,7 @@ TEST_F(MessageState, TextUpdateBindsTheValueFirstAndTheIdSecond) {
   EXPECT_EQ(rows("select sender from t_message order by id"), (Rows{"u01", "o'x"}));
 }
 
-TEST_F(MessageState, OneColumnUpdatesTakeTheIdIn64Bits) {
+TEST_F(MessageState, OneColumnUpdatesAccept64BitIds) {
   plant("insert into t_message(id) values(5),(4294967301)");
   store().common_message_int(4294967301, 7, "update t_message set direction=? where id=?");
   store().common_message_text(4294967301, "x", "update t_message set sender=? where id=?");
@@ -699,7 +699,7 @@ TEST_F(MessageState, OneColumnUpdatesOfUnknownMessagesSucceed) {
   EXPECT_TRUE(store().common_message_text(9, "x", "update t_message set sender=? where id=?"));
 }
 
-TEST_F(MessageState, OneColumnUpdatesThatGiveARowAreFalse) {
+TEST_F(MessageState, OneColumnUpdatesThatReturnARowFail) {
   save(NewMessage());
   EXPECT_FALSE(store().common_message_int(1, 1, "select ? from t_message where id=?"));
   EXPECT_FALSE(store().common_message_text(1, "x", "select ? from t_message where id=?"));
@@ -711,7 +711,7 @@ TEST_F(MessageState, OneColumnUpdatesThatCannotBePreparedFail) {
   EXPECT_EQ(log.take(), (Rows{no_table("t_none"), no_table("t_none")}));
 }
 
-TEST_F(MessageState, OneColumnUpdatesWhoseStepFailsAreFalse) {
+TEST_F(MessageState, OneColumnUpdatesWhoseStepFailsReturnFalse) {
   save(NewMessage());
   plant(refuse("update on t_message"));
   EXPECT_FALSE(store().common_message_int(1, 1, kSetReadStatus));

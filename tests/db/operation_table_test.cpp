@@ -55,7 +55,7 @@ std::multiset<std::string> names(const std::vector<Declaration>& all) {
   return names;
 }
 
-TEST(OperationTable, HasEachOperationOfTheHeader) {
+TEST(OperationTable, ContainsEachOperationOfTheHeader) {
   std::multiset<std::string> in_table;
   for (const Operation& each : all_operations()) in_table.insert(each.name);
   EXPECT_EQ(in_table, names(declarations()));
@@ -68,7 +68,7 @@ TEST(OperationTable, TellsOverloadsApart) {
   }
 }
 
-TEST(OperationTable, HasNoCasesOfOperationsOutsideTheSuites) {
+TEST(OperationTable, OperationsOutsideTheSuitesHaveNoCases) {
   for (const Operation& each : all_operations()) {
     if (each.outside.empty()) continue;
     EXPECT_TRUE(each.statements.empty() && each.calls.empty() && each.flat.empty() &&
@@ -109,25 +109,25 @@ bool has_call_on_open_store(const Operation& operation) {
   return any;
 }
 
-TEST(OperationTable, HasTheStatementsOfEachOperation) {
+TEST(OperationTable, EachOperationHasStatements) {
   expect_entries(Suite::kStatements, "the statements of the table", [](const Operation& each) {
     return Entry{true, !each.statements.empty()};
   });
 }
 
-TEST(OperationTable, HasACallUnderFaultsOfEachOperation) {
+TEST(OperationTable, EachOperationHasACallUnderFaults) {
   expect_entries(Suite::kFaults, "the calls with an expected result", [](const Operation& each) {
     return Entry{true, has_expected_call(each)};
   });
 }
 
-TEST(OperationTable, HasTheAnswerOnAClosedStoreOfEachOperation) {
+TEST(OperationTable, EachOperationHasAnAnswerOnAClosedStore) {
   expect_entries(Suite::kClosed, "the calls with a closed answer", [](const Operation& each) {
     return Entry{true, has_call_on_open_store(each)};
   });
 }
 
-TEST(OperationTable, SaysHowTheStepsOfEachOperationGrow) {
+TEST(OperationTable, EachOperationSaysHowItsStepsGrow) {
   expect_entries(Suite::kSteps, "the flat and growing cases", [](const Operation& each) {
     return Entry{true, !each.flat.empty() || !each.growing.empty()};
   });

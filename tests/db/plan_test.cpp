@@ -107,7 +107,7 @@ class Plan : public StoreTest, public testing::WithParamInterface<Shape> {
   }
 };
 
-TEST_P(Plan, EveryStatementIsRunAsExpected) {
+TEST_P(Plan, EveryStatementHasTheExpectedPlan) {
   plant(GetParam().sql);
   expect_plans();
 }
@@ -116,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, Plan, testing::ValuesIn(shapes()), shape_name);
 
 class PlanWithOtherIndexOrder : public Plan {};
 
-TEST_P(PlanWithOtherIndexOrder, EveryStatementIsRunAsExpected) {
+TEST_P(PlanWithOtherIndexOrder, EveryStatementHasTheExpectedPlan) {
   for (unsigned seed = 1; seed <= 10; ++seed) {
     make_indexes_in_another_order(seed);
     expect_plans();
@@ -125,7 +125,7 @@ TEST_P(PlanWithOtherIndexOrder, EveryStatementIsRunAsExpected) {
 
 INSTANTIATE_TEST_SUITE_P(Shapes, PlanWithOtherIndexOrder, testing::Values(kEmpty), shape_name);
 
-TEST(PlanExceptions, OnlyScansAndTextsWithoutAPlanHaveAReason) {
+TEST(PlanExceptions, OnlyScansAndTextsWithoutPlansHaveReasons) {
   for (const Text& text : texts()) {
     const bool planned = text.plan.shown != nullptr;
     const bool scans = planned && std::string(text.plan.shown).find("SCAN") == 0;

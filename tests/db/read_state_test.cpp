@@ -20,7 +20,7 @@ std::string read_up_to(int64_t time) {
 
 // ---- Send time ----------------------------------------------------------------------------------
 
-TEST_F(ReadState, SendTimeOfMessage) {
+TEST_F(ReadState, ReadsTheSendTimeOfAMessage) {
   const int64_t id = save(NewMessage().at(4000000000000));
   EXPECT_EQ(store().get_send_time(id), 4000000000000);
 }
@@ -42,7 +42,7 @@ TEST_F(ReadState, SendTimeOfNegativeIdIsZeroWithoutAQuery) {
   EXPECT_EQ(take_ledger(), Rows{});
 }
 
-TEST_F(ReadState, SendTimeTakesTheIdIn64Bits) {
+TEST_F(ReadState, SendTimeAccepts64BitIds) {
   plant("insert into t_message(id,sent_time) values(5,100),(4294967301,200)");
   EXPECT_EQ(store().get_send_time(4294967301), 200);
 }
@@ -71,7 +71,7 @@ TEST_F(ReadState, KeepsReadStatesOtherThanUnread) {
   EXPECT_EQ(rows(kReadStates), (Rows{"1|2|0", "2|-1|0"}));
 }
 
-TEST_F(ReadState, LeavesMessagesAtOrBeforeTheReadTime) {
+TEST_F(ReadState, SkipsMessagesAtOrBeforeTheReadTime) {
   save(NewMessage().at(199).mention());
   save(NewMessage().at(200).mention());
   save(NewMessage().at(201).mention());
@@ -88,7 +88,7 @@ TEST_F(ReadState, ComparesTimesIn64Bits) {
   EXPECT_EQ(rows(kReadStates), (Rows{"1|0|0", "2|1|0"}));
 }
 
-TEST_F(ReadState, ConversationWithoutARowIsMarkedFromTimeZero) {
+TEST_F(ReadState, MarkingStartsAtTimeZeroIfTheConversationHasNoRow) {
   save(NewMessage().at(1));
   save(NewMessage().at(300));
   plant("delete from t_session");
@@ -96,13 +96,13 @@ TEST_F(ReadState, ConversationWithoutARowIsMarkedFromTimeZero) {
   EXPECT_EQ(rows(kReadStates), (Rows{"1|1|0", "2|1|0"}));
 }
 
-TEST_F(ReadState, TimeZeroItselfIsNotMarked) {
+TEST_F(ReadState, MarkingExcludesTimeZero) {
   plant("insert into t_message(session_id,session_type,direction,sent_time) values('room',2,1,0)");
   store().update_message_status("room", CV_GROUP);
   EXPECT_EQ(rows(kReadStates), Rows{"1|0|0"});
 }
 
-TEST_F(ReadState, LeavesMessagesThatWereNotReceived) {
+TEST_F(ReadState, SkipsMessagesThatWereNotReceived) {
   plant(
       "insert into t_message(session_id,session_type,direction,is_mention,sent_time) "
       "values('room',2,0,1,100),('room',2,2,1,100)");
@@ -110,7 +110,7 @@ TEST_F(ReadState, LeavesMessagesThatWereNotReceived) {
   EXPECT_EQ(rows(kReadStates), (Rows{"1|0|1", "2|0|1"}));
 }
 
-TEST_F(ReadState, LeavesOtherConversations) {
+TEST_F(ReadState, SkipsOtherConversations) {
   save(NewMessage().in("other", CV_GROUP));
   save(NewMessage().in("room", CV_PRIVATE));
   EXPECT_TRUE(store().update_message_status("room", CV_GROUP));
@@ -138,7 +138,7 @@ TEST_F(ReadState, MarkingFailsWhenItsStepFails) {
   EXPECT_EQ(log.take(), run_refused());
 }
 
-TEST_F(ReadState, MarkingGoesOnFromTimeZeroWhenTheReadTimeCannotBeRead) {
+TEST_F(ReadState, MarkingStartsAtTimeZeroIfTheReadTimeCannotBeRead) {
   save(NewMessage());
   store().execute_none_query("drop table t_session");
   EXPECT_TRUE(store().update_message_status("room", CV_GROUP));
@@ -148,7 +148,7 @@ TEST_F(ReadState, MarkingGoesOnFromTimeZeroWhenTheReadTimeCannotBeRead) {
 
 // ---- Read time ----------------------------------------------------------------------------------
 
-TEST_F(ReadState, ReadTimeOfConversation) {
+TEST_F(ReadState, ReadsTheReadTimeOfAConversation) {
   plant(read_up_to(4000000000000));
   int64_t time = 77;
   store().get_readtime("room", CV_GROUP, time);

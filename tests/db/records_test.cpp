@@ -116,7 +116,7 @@ TEST(Records, KindsOfConversationAreNumberedFromOne) {
   EXPECT_EQ(Corvan::CV_SYSTEM, 5);
 }
 
-TEST(Records, FieldsAreOfTheWidthOfTheirColumns) {
+TEST(Records, FieldsAreAsWideAsTheirColumns) {
   static_assert(is_field<decltype(MessageResponse::msg_id_), int64_t>);
   static_assert(is_field<decltype(MessageResponse::session_type_), SessionType>);
   static_assert(is_field<decltype(MessageResponse::is_receive_), bool>);
@@ -134,7 +134,7 @@ TEST(Records, FieldsAreOfTheWidthOfTheirColumns) {
   static_assert(is_field<decltype(UpdateValue::msg_id_), int64_t>);
 }
 
-TEST(Records, FieldsAreDeclaredInTheirOrder) {
+TEST(Records, FieldsAreDeclaredInTheListedOrder) {
   EXPECT_TRUE(in_declared_order(values(MessageResponse())));
   EXPECT_TRUE(in_declared_order(values(Session())));
   EXPECT_TRUE(in_declared_order(values(SessionInfo())));
@@ -160,12 +160,12 @@ TEST(Records, DefaultListEntryIsEmpty) {
   EXPECT_EQ(values(info.message_), values(MessageResponse()));
 }
 
-TEST(Records, DefaultCorrectionHasNoMessage) {
+TEST(Records, DefaultUpdateHasNoMessage) {
   EXPECT_EQ(values(UpdateValue()),
             std::make_tuple("", "", "", "", 0, int64_t{-1}, int64_t{0}, int64_t{0}));
 }
 
-TEST(Records, CopiedCorrectionHasEveryField) {
+TEST(Records, CopiedUpdateHasEveryField) {
   UpdateValue u;
   u.session_id_ = "room";
   u.sender_ = "me";
@@ -219,7 +219,7 @@ TEST(Records, CopyOwnsItsTexts) {
   EXPECT_EQ(copy.content_, "hello");
 }
 
-TEST(Records, EquallyPinnedAndEquallyOldSessionsAreNotLess) {
+TEST(Records, EqualSessionsAreNotLess) {
   EXPECT_FALSE(placed(0, 100) < placed(0, 100));
   EXPECT_FALSE(placed(1, 100) < placed(1, 100));
 }
@@ -236,12 +236,12 @@ TEST(Records, PinnedOlderAndUnpinnedNewerAreEachLessThanTheOther) {
   EXPECT_TRUE(placed(0, 200) < placed(1, 100));
 }
 
-TEST(Records, PinnedNewerIsLessThanUnpinnedOlderOnly) {
+TEST(Records, PinnedNewerIsLessThanUnpinnedOlderAndNotReversed) {
   EXPECT_TRUE(placed(1, 200) < placed(0, 100));
   EXPECT_FALSE(placed(0, 100) < placed(1, 200));
 }
 
-TEST(Records, PinnedIsLessThanUnpinnedOfItsTimeOnly) {
+TEST(Records, PinnedIsLessThanUnpinnedOfEqualTimeAndNotReversed) {
   EXPECT_TRUE(placed(1, 100) < placed(0, 100));
   EXPECT_FALSE(placed(0, 100) < placed(1, 100));
 }

@@ -84,14 +84,14 @@ TEST_F(SaveMessage, StoresEachColumnOfOwnMessage) {
                                    "2|room|2|CV:TxtMsg|hello|me|0|2|1|0|100|8|"}));
 }
 
-TEST_F(SaveMessage, OwnMessageIsStoredReadWhateverTheCallerSays) {
+TEST_F(SaveMessage, OwnMessageIsStoredReadWhateverTheArgument) {
   NewMessage message = NewMessage().own();
   message.read_status = 0;
   save(message);
   EXPECT_EQ(rows("select read_status from t_message"), Rows{"1"});
 }
 
-TEST_F(SaveMessage, ReceivedMessageIsStoredUnreadWhateverTheCallerSays) {
+TEST_F(SaveMessage, ReceivedMessageIsStoredUnreadWhateverTheArgument) {
   NewMessage message;
   message.read_status = 1;
   save(message);
@@ -138,7 +138,7 @@ TEST_F(SaveMessage, TextsEndAtTheirFirstZeroByte) {
   EXPECT_EQ(rows("select session_id from t_session"), Rows{"room"});
 }
 
-TEST_F(SaveMessage, IdAbove32BitsIsReturnedWhole) {
+TEST_F(SaveMessage, IdAbove32BitsIsNotTruncated) {
   plant("insert into t_message(id) values(5000000000)");
   EXPECT_EQ(save(NewMessage()), 5000000001);
   EXPECT_EQ(rows("select latest_id from t_session"), Rows{"5000000001"});
@@ -146,14 +146,14 @@ TEST_F(SaveMessage, IdAbove32BitsIsReturnedWhole) {
 
 // ---- The time -----------------------------------------------------------------------------------
 
-TEST_F(SaveMessage, MessageWithoutTimeGetsTheClocksTimeAndSoDoesItsConversation) {
+TEST_F(SaveMessage, MessageWithoutTimeAndItsConversationGetTheClocksTime) {
   set_clock(777);
   save(NewMessage().at(0));
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"777"});
   EXPECT_EQ(rows("select session_time from t_session"), Rows{"777"});
 }
 
-TEST_F(SaveMessage, NegativeTimeCountsAsNone) {
+TEST_F(SaveMessage, NegativeTimeCountsAsMissing) {
   save(NewMessage().at(-5));
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"1000000"});
 }
@@ -179,19 +179,19 @@ TEST_F(SaveMessage, KnownServerUidIsRefused) {
   EXPECT_EQ(rows(kProgress), Rows{"100|1|1|0"});
 }
 
-TEST_F(SaveMessage, KnownServerUidIsRefusedInHistoryToo) {
+TEST_F(SaveMessage, KnownServerUidIsRefusedInHistory) {
   save(NewMessage().named("u1"));
   EXPECT_EQ(save(NewMessage().named("u1").fetched()), -1);
   EXPECT_EQ(rows(kMessageCount), Rows{"1"});
 }
 
-TEST_F(SaveMessage, KnownServerUidIsRefusedWithInsertOnlyToo) {
+TEST_F(SaveMessage, KnownServerUidIsRefusedWithInsertOnly) {
   save(NewMessage().named("u1"));
   EXPECT_EQ(save(NewMessage().named("u1").inserted_only()), -1);
   EXPECT_EQ(rows(kMessageCount), Rows{"1"});
 }
 
-TEST_F(SaveMessage, KnownServerUidIsRefusedInAnotherConversationToo) {
+TEST_F(SaveMessage, KnownServerUidIsRefusedInAnotherConversation) {
   save(NewMessage().named("u1"));
   EXPECT_EQ(save(NewMessage().named("u1").in("user2", CV_PRIVATE)), -1);
   EXPECT_EQ(rows("select session_id from t_session"), Rows{"room"});
@@ -209,7 +209,7 @@ TEST_F(SaveMessage, EmptyServerUidIsNotLookedUp) {
   EXPECT_EQ(take_ledger(), Rows{});
 }
 
-TEST_F(SaveMessage, ServerUidIsComparedWhole) {
+TEST_F(SaveMessage, ServerUidIsComparedInFull) {
   save(NewMessage().named("u1"));
   EXPECT_TRUE(store().is_message_exist("u1"));
   EXPECT_FALSE(store().is_message_exist("U1"));
@@ -231,7 +231,7 @@ TEST_F(SaveMessage, EchoOfOwnMessageCompletesTheFirstRow) {
   EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|200"});
 }
 
-TEST_F(SaveMessage, EchoKeepsTheRestOfTheFirstRow) {
+TEST_F(SaveMessage, EchoKeepsTheOtherColumnsOfTheFirstRow) {
   save(NewMessage().own(5).text("first").kind("A"));
   save(NewMessage().own(5).text("second").kind("B").named("u1").mention());
   EXPECT_EQ(rows("select content,object_name,is_mention from t_message"), Rows{"first|A|0"});
@@ -251,13 +251,13 @@ TEST_F(SaveMessage, EchoWithoutTimeCompletesWithTheClocksTime) {
   EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|1000000"});
 }
 
-TEST_F(SaveMessage, SecondUnnamedSaveCompletesWithoutAServerUid) {
+TEST_F(SaveMessage, SecondSaveWithoutAServerUidCompletesTheFirst) {
   save(NewMessage().own(5).status(2).at(100));
   EXPECT_EQ(save(NewMessage().own(5).status(1).at(200)), 1);
   EXPECT_EQ(rows(kConfirmed), Rows{"1|0||200"});
 }
 
-TEST_F(SaveMessage, SameClientKeyOfNamedMessageIsRefused) {
+TEST_F(SaveMessage, SameClientKeyIsRefusedIfTheFirstHasAServerUid) {
   save(NewMessage().own(5).named("u1").at(100));
   EXPECT_EQ(save(NewMessage().own(5).named("u2").at(200)), -1);
   EXPECT_EQ(rows(kConfirmed), Rows{"1|0|u1|100"});
@@ -285,18 +285,18 @@ TEST_F(SaveMessage, NegativeClientUidIsNeverRefused) {
   EXPECT_EQ(save(NewMessage().own(-3).named("u2")), 2);
 }
 
-TEST_F(SaveMessage, ReceivedMessageIsLookedUpUnderItsSender) {
+TEST_F(SaveMessage, ReceivedMessageIsLookedUpByItsSender) {
   save(NewMessage().from("u01").client(5));
   EXPECT_EQ(save(NewMessage().from("user3").client(5)), 2);
   EXPECT_EQ(save(NewMessage().from("u01").client(5).named("u1")), 1);
 }
 
-TEST_F(SaveMessage, OwnMessageIsLookedUpUnderTheSignedInUser) {
+TEST_F(SaveMessage, OwnMessageIsLookedUpByTheSignedInUser) {
   save(NewMessage().own(5));
   EXPECT_EQ(save(NewMessage().own(5).from("alias").named("u1")), 1);
 }
 
-TEST_F(SaveMessage, OwnMessageStoredUnderAnotherSenderIsNotFoundAgain) {
+TEST_F(SaveMessage, OwnMessageStoredWithAnotherSenderIsNotFoundAgain) {
   save(NewMessage().own(5).from("alias"));
   EXPECT_EQ(save(NewMessage().own(5).from("alias").named("u1")), 2);
   EXPECT_EQ(rows("select sender from t_message"), (Rows{"alias", "alias"}));
@@ -308,7 +308,7 @@ TEST_F(SaveMessage, ClientKeyIncludesTheConversation) {
   EXPECT_EQ(save(NewMessage().own(5).in("room", CV_PRIVATE)), 3);
 }
 
-TEST_F(SaveMessage, EchoReachesARowThroughA32BitId) {
+TEST_F(SaveMessage, EchoTruncatesTheIdOfTheFirstRowTo32Bits) {
   plant(
       "insert into t_message(id,session_id,session_type,client_uid,sender) "
       "values(4294967301,'room',2,5,'me')");
@@ -380,29 +380,29 @@ TEST_F(SaveMessage, FirstMessageCreatesItsConversation) {
   EXPECT_EQ(rows(kSession), Rows{"room|2|||0|300|1|1|0|41|0|0"});
 }
 
-TEST_F(SaveMessage, FirstMessageThatDoesNotCountStartsTheCountersAtZero) {
+TEST_F(SaveMessage, UncountedFirstMessageStartsTheCountersAtZero) {
   save(NewMessage().at(300).uncounted());
   EXPECT_EQ(rows(kProgress), Rows{"300|1|0|0"});
 }
 
-TEST_F(SaveMessage, FirstMessageCountsUnreadAndMentionApart) {
+TEST_F(SaveMessage, FirstMessageCountsUnreadAndMentionSeparately) {
   save(NewMessage().in("a", CV_GROUP));
   save(NewMessage().in("b", CV_GROUP).uncounted().mention());
   EXPECT_EQ(rows("select session_id,unread_count,mention_count from t_session order by session_id"),
             (Rows{"a|1|0", "b|0|1"}));
 }
 
-TEST_F(SaveMessage, FirstMessageOfHistoryCreatesTheConversationToo) {
+TEST_F(SaveMessage, FirstMessageOfHistoryCreatesTheConversation) {
   save(NewMessage().at(300).fetched());
   EXPECT_EQ(rows(kProgress), Rows{"300|1|1|0"});
 }
 
-TEST_F(SaveMessage, FirstMessageWithInsertOnlyCreatesTheConversationToo) {
+TEST_F(SaveMessage, FirstMessageWithInsertOnlyCreatesTheConversation) {
   save(NewMessage().at(300).inserted_only());
   EXPECT_EQ(rows(kProgress), Rows{"300|1|1|0"});
 }
 
-TEST_F(SaveMessage, ConversationIsNamedByIdAndKind) {
+TEST_F(SaveMessage, ConversationIsIdentifiedByIdAndKind) {
   save(NewMessage().in("x", CV_GROUP));
   save(NewMessage().in("x", CV_PRIVATE));
   EXPECT_EQ(rows("select session_type,latest_id from t_session order by session_type"),
@@ -415,19 +415,19 @@ TEST_F(SaveMessage, NewerMessageMovesItsConversationAndAddsToTheCounters) {
   EXPECT_EQ(rows(kProgress), Rows{"501|1|4|3"});
 }
 
-TEST_F(SaveMessage, UncountedMessageLeavesTheCounters) {
+TEST_F(SaveMessage, UncountedMessageKeepsTheCounters) {
   plant_session("room", CV_GROUP, 500, 9, 3, 2);
   save(NewMessage().at(501).uncounted());
   EXPECT_EQ(rows(kProgress), Rows{"501|1|3|2"});
 }
 
-TEST_F(SaveMessage, CountersAreAddedApart) {
+TEST_F(SaveMessage, CountersAreAddedSeparately) {
   plant_session("room", CV_GROUP, 500, 9, 3, 2);
   save(NewMessage().at(501).uncounted().mention());
   EXPECT_EQ(rows(kProgress), Rows{"501|1|3|3"});
 }
 
-TEST_F(SaveMessage, SettingsOfTheConversationStay) {
+TEST_F(SaveMessage, SettingsOfTheConversationAreKept) {
   plant(
       "insert into t_session(session_id,session_type,title,draft,is_top,session_time,unread_count,"
       "mention_count,silence,latest_id,read_time,receipt_time) values('room',2,'title','draft',1,500,3,2,8,9,6,7)");
@@ -441,14 +441,14 @@ TEST_F(SaveMessage, OlderLiveMessageMovesTheConversationBack) {
   EXPECT_EQ(rows(kProgress), Rows{"400|1|4|2"});
 }
 
-TEST_F(SaveMessage, OlderHistoryLeavesTheConversationWithItsCounters) {
+TEST_F(SaveMessage, OlderHistoryDoesNotChangeTheConversation) {
   plant_session("room", CV_GROUP, 500, 9, 3, 2);
   save(NewMessage().at(400).mention().fetched());
   EXPECT_EQ(rows(kProgress), Rows{"500|9|3|2"});
   EXPECT_EQ(rows(kMessageCount), Rows{"1"});
 }
 
-TEST_F(SaveMessage, HistoryOfTheConversationsTimeCountsAsOlder) {
+TEST_F(SaveMessage, HistoryOfEqualTimeCountsAsOlder) {
   plant_session("room", CV_GROUP, 500, 9, 3, 2);
   save(NewMessage().at(500).fetched());
   EXPECT_EQ(rows(kProgress), Rows{"500|9|3|2"});
@@ -466,7 +466,7 @@ TEST_F(SaveMessage, OlderHistoryMovesAConversationWithoutNewestMessage) {
   EXPECT_EQ(rows(kProgress), Rows{"400|1|4|2"});
 }
 
-TEST_F(SaveMessage, InsertOnlyWithAnOlderTimeOfTheCallerOnlyAddsToTheCounters) {
+TEST_F(SaveMessage, InsertOnlyWithAnOlderGivenTimeOnlyAddsToTheCounters) {
   plant_session("room", CV_GROUP, 500, 9, 3, 2);
   save(NewMessage().at(400).mention().inserted_only());
   EXPECT_EQ(rows(kProgress), Rows{"500|9|4|3"});
@@ -480,7 +480,7 @@ TEST_F(SaveMessage, InsertOnlyWithoutTimeBecomesTheNewestMessageAndKeepsTheTime)
   EXPECT_EQ(rows("select sent_time from t_message"), Rows{"1000000"});
 }
 
-TEST_F(SaveMessage, InsertOnlyWithATimeOfTheCallerBecomesTheNewestMessageIfThereIsNone) {
+TEST_F(SaveMessage, InsertOnlyWithAGivenTimeBecomesTheNewestMessageIfThereIsNone) {
   plant_session("room", CV_GROUP, 500, -1);
   save(NewMessage().at(400).inserted_only());
   EXPECT_EQ(rows(kProgress), Rows{"500|1|1|0"});
@@ -504,7 +504,7 @@ TEST_F(SaveMessage, OlderNotificationKeepsTheNewestMessage) {
   EXPECT_EQ(rows(kProgress), Rows{"400|9|1|0"});
 }
 
-TEST_F(SaveMessage, CountersAtTheirLimitWrap) {
+TEST_F(SaveMessage, CountersWrapAtTheirLimit) {
   plant_session("room", CV_GROUP, 500, 9, std::numeric_limits<int32_t>::max(),
                 std::numeric_limits<int32_t>::max());
   save(NewMessage().at(501).mention());
@@ -526,7 +526,7 @@ TEST_F(SaveMessage, SingleSaveOpensNoTransaction) {
 
 // ---- Failures of the single save ----------------------------------------------------------------
 
-TEST_F(SaveMessage, RefusedInsertStoresNothingAndLeavesTheConversation) {
+TEST_F(SaveMessage, RefusedInsertStoresNothingAndKeepsTheConversation) {
   plant_session("room", CV_GROUP, 500, 9, 3, 2);
   plant(refuse("insert on t_message"));
   EXPECT_EQ(save(NewMessage().at(501)), -1);
@@ -540,7 +540,7 @@ TEST_F(SaveMessage, RefusedInsertCreatesNoConversation) {
   EXPECT_EQ(rows(kSession), Rows{});
 }
 
-TEST_F(SaveMessage, FailedPreparesAreLoggedByTheStatementLayerAlone) {
+TEST_F(SaveMessage, FailedPreparesAreLoggedOnlyByTheStatementLayer) {
   store().execute_none_query("drop table t_message");
   EXPECT_EQ(save(NewMessage().own(5).named("u1")), -1);
   // by server uid, by client key, the insert
@@ -548,7 +548,7 @@ TEST_F(SaveMessage, FailedPreparesAreLoggedByTheStatementLayerAlone) {
   EXPECT_EQ(rows(kSession), Rows{});
 }
 
-TEST_F(SaveMessage, FailedConversationUpdateIsNotReported) {
+TEST_F(SaveMessage, FailedConversationUpdateIsOnlyLogged) {
   save(NewMessage().at(100));
   plant(refuse("update on t_session"));
   EXPECT_EQ(save(NewMessage().at(200)), 2);
@@ -557,7 +557,7 @@ TEST_F(SaveMessage, FailedConversationUpdateIsNotReported) {
   EXPECT_EQ(log.take(), (Rows{kStepRefused, kFinalizeRefused}));
 }
 
-TEST_F(SaveMessage, FailedConversationInsertIsNotReported) {
+TEST_F(SaveMessage, FailedConversationInsertIsOnlyLogged) {
   plant(refuse("insert on t_session"));
   EXPECT_EQ(save(NewMessage()), 1);
   EXPECT_EQ(rows(kMessageCount), Rows{"1"});
@@ -614,14 +614,14 @@ TEST_F(SaveMessage, BatchGivesEachRecordItsId) {
   EXPECT_EQ(rows("select id,content from t_message order by id"), (Rows{"1|a", "2|b", "3|c"}));
 }
 
-TEST_F(SaveMessage, BatchIdAbove32BitsIsReturnedWhole) {
+TEST_F(SaveMessage, BatchIdAbove32BitsIsNotTruncated) {
   plant("insert into t_message(id) values(5000000000)");
   Batch batch = batch_of({"a"});
   store().save_message(batch);
   EXPECT_EQ(batch[0]->msg_id_, 5000000001);
 }
 
-TEST_F(SaveMessage, BatchLeavesARecordNotToBeStoredWithIdZero) {
+TEST_F(SaveMessage, BatchSetsTheIdOfASkippedRecordToZero) {
   Batch batch = batch_of({"a"});
   batch[0]->is_store_ = false;
   EXPECT_TRUE(store().save_message(batch));
@@ -636,7 +636,7 @@ TEST_F(SaveMessage, BatchStoresRecordsWithAnyNegativeId) {
   EXPECT_EQ(batch[0]->msg_id_, 1);
 }
 
-TEST_F(SaveMessage, BatchLeavesRecordsWithAnIdUntouched) {
+TEST_F(SaveMessage, BatchSkipsRecordsWithAnId) {
   Batch batch = batch_of({"a", "b", "c"});
   batch[0]->msg_id_ = 0;
   batch[1]->msg_id_ = 7;
@@ -678,7 +678,7 @@ TEST_F(SaveMessage, BatchOpensNoTransaction) {
                  "values(?,?,?,?,?,?,?,?,?,?,?)"});
 }
 
-TEST_F(SaveMessage, BatchLogsNothingOfItsOwn) {
+TEST_F(SaveMessage, BatchLogsNoLineOfItsOwn) {
   LogCapture all;
   Batch batch = batch_of({"a"});
   store().save_message(batch);
@@ -689,7 +689,7 @@ TEST_F(SaveMessage, EmptyBatchSucceeds) {
   EXPECT_TRUE(store().save_message(Batch()));
 }
 
-TEST_F(SaveMessage, BatchRecordWhoseInsertFailedGetsTheIdBefore) {
+TEST_F(SaveMessage, BatchRecordWhoseInsertFailedGetsThePreviousId) {
   plant(refuse("insert on t_message when new.content='bad'"));
   Batch batch = batch_of({"a", "bad", "c"});
   EXPECT_TRUE(store().save_message(batch));
@@ -738,19 +738,19 @@ TEST_F(SaveMessage, TimeTestFindsOwnMessageThatTheReceiptCovers) {
   EXPECT_TRUE(store().is_message_exist("room", CV_GROUP, 100));
 }
 
-TEST_F(SaveMessage, TimeTestPassesOverOtherOwnMessages) {
+TEST_F(SaveMessage, TimeTestSkipsOtherOwnMessages) {
   for (const int32_t status : {0, 1, 2}) save(NewMessage().own().at(200).status(status));
   EXPECT_FALSE(store().is_message_exist("room", CV_GROUP, 100));
 }
 
-TEST_F(SaveMessage, TimeTestPassesOverCopiedDirection) {
+TEST_F(SaveMessage, TimeTestSkipsMessagesOfDirectionTwo) {
   plant(
       "insert into t_message(session_id,session_type,direction,sent_status,sent_time) "
       "values('room',2,2,3,200)");
   EXPECT_FALSE(store().is_message_exist("room", CV_GROUP, 100));
 }
 
-TEST_F(SaveMessage, TimeTestLooksAtItsConversationAlone) {
+TEST_F(SaveMessage, TimeTestIgnoresOtherConversations) {
   save(NewMessage().at(200));
   EXPECT_FALSE(store().is_message_exist("other", CV_GROUP, 100));
   EXPECT_FALSE(store().is_message_exist("room", CV_PRIVATE, 100));
@@ -787,14 +787,14 @@ TEST_F(SaveMessage, ListTestOfEmptyListSucceeds) {
   EXPECT_EQ(found, Rows{});
 }
 
-TEST_F(SaveMessage, ListTestNamesAServerUidOncePerRow) {
+TEST_F(SaveMessage, ListTestReturnsAServerUidOncePerRow) {
   plant("insert into t_message(server_uid) values('u1'),('u1')");
   std::vector<std::string> found;
   store().is_message_exist("'u1'", found);
   EXPECT_EQ(found, (Rows{"u1", "u1"}));
 }
 
-TEST_F(SaveMessage, ListTestPastesTheListAsItStands) {
+TEST_F(SaveMessage, ListTestPastesTheListUnchanged) {
   take_ledger();
   std::vector<std::string> found;
   EXPECT_FALSE(store().is_message_exist("'it's'", found));
@@ -827,7 +827,7 @@ TEST_F(SaveMessage, BatchTestFillsTheMatchingElements) {
   EXPECT_EQ(values[1].server_uid_old_, "u1");
 }
 
-TEST_F(SaveMessage, BatchTestReplacesTheOldServerUidByAnEmptyOne) {
+TEST_F(SaveMessage, BatchTestReplacesTheServerUidByAnEmptyOne) {
   save(NewMessage().own(5));
   std::vector<UpdateValue> values = {key_of(5)};
   values[0].server_uid_old_ = "stale";
@@ -835,7 +835,7 @@ TEST_F(SaveMessage, BatchTestReplacesTheOldServerUidByAnEmptyOne) {
   EXPECT_EQ(values[0].server_uid_old_, "");
 }
 
-TEST_F(SaveMessage, BatchTestLeavesTheCallersFields) {
+TEST_F(SaveMessage, BatchTestKeepsTheOtherFields) {
   save(NewMessage().own(5).named("u1"));
   std::vector<UpdateValue> values = {key_of(5)};
   values[0].server_uid_new_ = "new";
@@ -846,7 +846,7 @@ TEST_F(SaveMessage, BatchTestLeavesTheCallersFields) {
   EXPECT_EQ(values[0].client_uid_, 5);
 }
 
-TEST_F(SaveMessage, BatchTestLeavesElementsWithoutAMatch) {
+TEST_F(SaveMessage, BatchTestKeepsElementsWithoutAMatch) {
   save(NewMessage().own(5));
   std::vector<UpdateValue> values = {key_of(5), key_of(6)};
   values[1].msg_id_ = 77;
@@ -856,7 +856,7 @@ TEST_F(SaveMessage, BatchTestLeavesElementsWithoutAMatch) {
   EXPECT_EQ(values[1].server_uid_old_, "kept");
 }
 
-TEST_F(SaveMessage, BatchTestGoesOnAfterAnElementWithoutAMatch) {
+TEST_F(SaveMessage, BatchTestContinuesAfterAnElementWithoutAMatch) {
   save(NewMessage().own(5));
   std::vector<UpdateValue> values = {key_of(9), key_of(5)};
   EXPECT_TRUE(store().is_message_exist(values));
@@ -864,7 +864,7 @@ TEST_F(SaveMessage, BatchTestGoesOnAfterAnElementWithoutAMatch) {
   EXPECT_EQ(values[1].msg_id_, 1);
 }
 
-TEST_F(SaveMessage, BatchTestWithoutAnyMatchIsFalse) {
+TEST_F(SaveMessage, BatchTestWithoutAnyMatchReturnsFalse) {
   save(NewMessage().own(5));
   std::vector<UpdateValue> values = {key_of(6)};
   EXPECT_FALSE(store().is_message_exist(values));
@@ -900,7 +900,7 @@ TEST_F(SaveMessage, BatchTestSignExtendsThe32BitId) {
   EXPECT_EQ(values[1].msg_id_, 5);
 }
 
-TEST_F(SaveMessage, TestsThatCannotBePreparedAreFalse) {
+TEST_F(SaveMessage, TestsThatCannotBePreparedReturnFalse) {
   store().execute_none_query("drop table t_message");
   int64_t id = 77;
   std::string uid = "kept";
@@ -920,14 +920,14 @@ TEST_F(SaveMessage, TestsThatCannotBePreparedAreFalse) {
 
 // ---- Completing duplicates ----------------------------------------------------------------------
 
-TEST_F(SaveMessage, CompletionMakesAMessageSentWithUidAndTime) {
+TEST_F(SaveMessage, CompletionMarksAMessageAsSentWithUidAndTime) {
   save(NewMessage().own(5).status(2).named("old").at(100));
   save(NewMessage().own(6).status(1).at(100));
   store().set_send_time_for_dup_msg(1, 4000000000000, "new");
   EXPECT_EQ(rows(kConfirmed), (Rows{"1|0|new|4000000000000", "2|1||100"}));
 }
 
-TEST_F(SaveMessage, CompletionWritesEmptyUidAndTimesBelowOneToo) {
+TEST_F(SaveMessage, CompletionAlsoWritesEmptyUidsAndTimesBelowOne) {
   save(NewMessage().own(5).named("old").at(100));
   store().set_send_time_for_dup_msg(1, -4, "");
   EXPECT_EQ(rows(kConfirmed), Rows{"1|0||-4"});
@@ -940,7 +940,7 @@ TEST_F(SaveMessage, CompletionBindsTheIdIn64Bits) {
             (Rows{"5|", "4294967301|new"}));
 }
 
-TEST_F(SaveMessage, BatchCompletionMakesUnnamedMessagesSent) {
+TEST_F(SaveMessage, BatchCompletionMarksMessagesWithoutAServerUidAsSent) {
   save(NewMessage().own(5).status(1));
   save(NewMessage().own(6).status(2));
   std::vector<UpdateValue> values = {key_of(5), key_of(6)};
@@ -953,7 +953,7 @@ TEST_F(SaveMessage, BatchCompletionMakesUnnamedMessagesSent) {
   EXPECT_EQ(rows(kConfirmed), (Rows{"1|0|u1|4000000000000", "2|0|u2|500"}));
 }
 
-TEST_F(SaveMessage, BatchCompletionSkipsNamedMessages) {
+TEST_F(SaveMessage, BatchCompletionSkipsMessagesWithAServerUid) {
   save(NewMessage().own(5).named("u1").at(100));
   std::vector<UpdateValue> values = {key_of(5)};
   values[0].server_uid_new_ = "u2";
@@ -972,7 +972,7 @@ TEST_F(SaveMessage, BatchCompletionSkipsIdsBelowOne) {
   EXPECT_EQ(rows("select server_uid from t_message"), (Rows{"", ""}));
 }
 
-TEST_F(SaveMessage, BatchCompletionGoesOnAfterAFailure) {
+TEST_F(SaveMessage, BatchCompletionContinuesAfterAFailure) {
   save(NewMessage().own(5).at(100));
   save(NewMessage().own(6).at(100));
   plant(refuse("update on t_message when old.id=1"));

@@ -50,7 +50,7 @@ class Schema : public StoreTest {
   }
 };
 
-TEST_F(Schema, CreatesTheFourTablesOnly) {
+TEST_F(Schema, CreatesOnlyTheFourTables) {
   EXPECT_EQ(rows("select name from sqlite_master where type='table' and name not like 'sqlite_%' "
                  "order by name"),
             (Rows{"t_message", "t_session", "t_sync", "t_version"}));
@@ -103,7 +103,7 @@ TEST_F(Schema, RefusesASecondRowOfOneConversation) {
             "UNIQUE constraint failed: t_session.session_id, t_session.session_type");
 }
 
-TEST_F(Schema, OneIdNamesAConversationOfEachKind) {
+TEST_F(Schema, ConversationsOfEachKindMayShareAnId) {
   plant_session("room", 2, 1, -1);
   plant_session("room", 3, 1, -1);
   EXPECT_EQ(rows("select count(*) from t_session"), Rows{"2"});
@@ -115,7 +115,7 @@ TEST_F(Schema, RefusesASecondSyncRowOfOneUser) {
             "UNIQUE constraint failed: t_sync.user_id");
 }
 
-TEST_F(Schema, RefusesNoDuplicateMessage) {
+TEST_F(Schema, AcceptsDuplicateMessages) {
   const std::string insert =
       "insert into t_message(session_id,session_type,sender,client_uid,server_uid,sent_time) "
       "values('room',2,'u01',7,'S-1',100)";
@@ -145,7 +145,7 @@ TEST_F(Schema, SyncIndexes) {
   EXPECT_EQ(indexes("t_sync"), Rows{"user_id|unique"});
 }
 
-TEST_F(Schema, EveryStatementIsNamedAfterWhatItCreates) {
+TEST_F(Schema, EveryStatementHasTheNameOfItsObject) {
   Rows names;
   for (const auto& [name, sql] : CvDatabase::table_index()) {
     if (name != kVersionRow) names.push_back(name);
@@ -154,7 +154,7 @@ TEST_F(Schema, EveryStatementIsNamedAfterWhatItCreates) {
                         "order by name"));
 }
 
-TEST_F(Schema, EachEntryCreatesWhatItIsNamedAfter) {
+TEST_F(Schema, EachEntryCreatesTheObjectOfItsName) {
   const std::string other = folder.file("other");
   for (const auto& [name, sql] : CvDatabase::table_index()) {
     corvan_test::plant(other, sql);
@@ -179,7 +179,7 @@ TEST_F(Schema, VersionRowComesLast) {
   EXPECT_EQ(CvDatabase::table_index().rbegin()->first, kVersionRow);
 }
 
-TEST_F(Schema, RunningAllOfItAgainChangesNothing) {
+TEST_F(Schema, RunningTheSchemaAgainChangesNothing) {
   save(NewMessage());
   ASSERT_TRUE(store().set_sync_time(5, true));
   const Rows before = whole_file();
@@ -210,17 +210,17 @@ TEST_F(Schema, BatchSaveLeavesNoMention) {
   EXPECT_EQ(rows("select is_mention from t_message"), Rows{"0"});
 }
 
-TEST_F(Schema, NewSessionHasEmptyDraftAndNoTimesOfReading) {
+TEST_F(Schema, NewSessionHasNoDraftAndNoReadOrReceiptTime) {
   ASSERT_TRUE(store().add_session("room", Corvan::CV_GROUP, 400, 7, "title", 1, 0));
   EXPECT_EQ(rows("select draft,is_top,read_time,receipt_time from t_session"), Rows{"|0|0|0"});
 }
 
-TEST_F(Schema, PinnedNewSessionHasEmptyTextsAndNoTimesOfReading) {
+TEST_F(Schema, PinnedNewSessionHasEmptyTextsAndNoReadOrReceiptTime) {
   ASSERT_TRUE(store().set_is_top("room", Corvan::CV_GROUP, true, true));
   EXPECT_EQ(rows("select title,draft,read_time,receipt_time from t_session"), Rows{"||0|0"});
 }
 
-TEST_F(Schema, ReadersSeeZeroAndEmptyForLeftOutColumns) {
+TEST_F(Schema, OmittedColumnsReadAsZeroAndEmpty) {
   plant("insert into t_session(session_id,session_type) values('room',2)");
   plant("insert into t_message(sender) values('u01')");
   Corvan::Session session;
@@ -252,7 +252,7 @@ TEST_F(Schema, ReceivedMessageOfAChatRoomIsStoredAsRead) {
   EXPECT_EQ(rows("select read_status from t_message"), Rows{"1"});
 }
 
-TEST_F(Schema, OtherReceivedMessageIsStoredAsUnreadWhateverItsCallerSays) {
+TEST_F(Schema, OtherReceivedMessageIsStoredAsUnreadWhateverTheArgument) {
   NewMessage message;
   message.read_status = 1;
   save(message);
@@ -266,14 +266,14 @@ TEST_F(Schema, MessageBeingSentHasFailedAfterReopening) {
   EXPECT_EQ(rows("select sent_status from t_message"), Rows{"2"});
 }
 
-TEST_F(Schema, OtherSentStatusesOutliveReopening) {
+TEST_F(Schema, OtherSentStatusesSurviveReopening) {
   for (const int32_t status : {0, 2, 3}) save(NewMessage().own(status + 1).status(status));
   store().close_db();
   ASSERT_TRUE(open());
   EXPECT_EQ(rows("select sent_status from t_message order by id"), (Rows{"0", "2", "3"}));
 }
 
-TEST_F(Schema, MentionListFindsNothingThatTheStoreWrote) {
+TEST_F(Schema, MentionListIgnoresMessagesWrittenByTheStore) {
   save(NewMessage().mention());
   save(NewMessage().own(1).mention());
   std::vector<Corvan::MessageResponse> found;
@@ -281,7 +281,7 @@ TEST_F(Schema, MentionListFindsNothingThatTheStoreWrote) {
   EXPECT_TRUE(found.empty());
 }
 
-TEST_F(Schema, RecountFindsNothingThatTheStoreWrote) {
+TEST_F(Schema, RecountIgnoresMessagesWrittenByTheStore) {
   save(NewMessage().mention());
   save(NewMessage().own(1).mention());
   int32_t unread = 7;
@@ -305,7 +305,7 @@ TEST_F(Schema, MentionListAndRecountFindDirectionTwo) {
   EXPECT_EQ(mention, 1);
 }
 
-TEST_F(Schema, DraftIsSeenByTheLoadersAndNotByItsGetter) {
+TEST_F(Schema, LoadersReadTheDraftAndItsGetterDoesNot) {
   plant_session("room", 2, 100, -1);
   ASSERT_TRUE(store().set_message_draft("room", Corvan::CV_GROUP, "to do"));
   Corvan::Session session;

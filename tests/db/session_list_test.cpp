@@ -185,13 +185,13 @@ class SessionList : public StoreTest {
 
 // ---- One page -----------------------------------------------------------------------------------
 
-TEST_F(SessionList, NoConversationGivesNoPage) {
+TEST_F(SessionList, EmptyStoreHasNoPage) {
   std::vector<SessionInfo> list(1);
   EXPECT_FALSE(store().get_session_list_by_page(all_kinds, 0, 10, list));
   EXPECT_EQ(list.size(), 1U);
 }
 
-TEST_F(SessionList, NoConversationOfTheKindsGivesNoPage) {
+TEST_F(SessionList, KindsWithoutConversationsHaveNoPage) {
   plant_row(Row("room", 100));
   std::vector<SessionInfo> list;
   EXPECT_FALSE(store().get_session_list_by_page({CV_PRIVATE}, 0, 10, list));
@@ -200,7 +200,7 @@ TEST_F(SessionList, NoConversationOfTheKindsGivesNoPage) {
   EXPECT_TRUE(list.empty());
 }
 
-TEST_F(SessionList, PageHoldsTheConversationsOfItsKinds) {
+TEST_F(SessionList, PageContainsOnlyTheGivenKinds) {
   plant_row(Row("a", 1).of(CV_PRIVATE));
   plant_row(Row("b", 2));
   plant_row(Row("c", 3).of(CV_CHATROOM));
@@ -210,7 +210,7 @@ TEST_F(SessionList, PageHoldsTheConversationsOfItsKinds) {
   EXPECT_EQ(list[0].session_id_ + list[1].session_id_, "ca");
 }
 
-TEST_F(SessionList, PageIsAppended) {
+TEST_F(SessionList, PageIsAppendedToTheVector) {
   plant_row(Row("room", 100));
   std::vector<SessionInfo> list(1);
   list.front().session_id_ = "before";
@@ -220,7 +220,7 @@ TEST_F(SessionList, PageIsAppended) {
   EXPECT_EQ(list[1].session_id_, "room");
 }
 
-TEST_F(SessionList, EntryHoldsConversationAndLatestMessage) {
+TEST_F(SessionList, EntryContainsConversationAndLatestMessage) {
   plant(
       "insert into t_session values('room',2,'title','',1,100,3,1,4,7,50,60);"
       "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','u01',1,3,5,0,4294967296,6,"
@@ -231,12 +231,12 @@ TEST_F(SessionList, EntryHoldsConversationAndLatestMessage) {
   EXPECT_EQ(message(list[0]), "room|2|7|CV:TxtMsg|hello|u01|S-1|1|5|3|0");
 }
 
-TEST_F(SessionList, EntryLeavesTheTimeOfItsMessage) {
+TEST_F(SessionList, EntryDoesNotFillTheTimeOfItsMessage) {
   save(NewMessage().at(500));
   EXPECT_EQ(page(0).front().message_.sent_time_, 0);
 }
 
-TEST_F(SessionList, EntryIsReceivedForAnyDirectionButZero) {
+TEST_F(SessionList, EntryIsReceivedUnlessItsDirectionIsZero) {
   plant_row(Row("a", 2).latest(1));
   plant_row(Row("b", 1).latest(2));
   plant_message(1, "a", 2);
@@ -264,7 +264,7 @@ TEST_F(SessionList, PageEndsAtItsLimit) {
   EXPECT_EQ(page_ids(0, 0), Rows{});
 }
 
-TEST_F(SessionList, PinnedStaysBeforeANewerUnpinned) {
+TEST_F(SessionList, PinnedComesBeforeANewerUnpinned) {
   Rows expected;
   for (int i = 0; i < 20; ++i) {
     const std::string id(1, static_cast<char>('a' + i));
@@ -276,7 +276,7 @@ TEST_F(SessionList, PinnedStaysBeforeANewerUnpinned) {
   EXPECT_EQ(page_ids(0, 20), expected);
 }
 
-TEST_F(SessionList, PageIsSortedByTheTimesOfItsMessages) {
+TEST_F(SessionList, PageIsSortedByMessageTimes) {
   plant_row(Row("a", 3).latest(1));
   plant_row(Row("b", 2).latest(2));
   plant_row(Row("c", 1).latest(3));
@@ -319,7 +319,7 @@ TEST_F(SessionList, ConversationWithoutALatestMessageKeepsItsTime) {
   EXPECT_EQ(message(list[2]), "missing|2|77|||||0|0|0|0");
 }
 
-TEST_F(SessionList, MessageOfAConversationElsewhereIsNotShown) {
+TEST_F(SessionList, MessageOfAnotherConversationIsNotShown) {
   plant_row(Row("room", 100).latest(7));
   plant_message(7, "elsewhere", 900);
   const auto list = page(0);
@@ -327,7 +327,7 @@ TEST_F(SessionList, MessageOfAConversationElsewhereIsNotShown) {
   EXPECT_EQ(message(list[0]), "room|2|7|||||0|0|0|0");
 }
 
-TEST_F(SessionList, MessageOfAnEqualIdOfAnotherKindIsNotShown) {
+TEST_F(SessionList, MessageOfAnotherKindWithTheSameIdIsNotShown) {
   plant_row(Row("room", 100).latest(7));
   plant_message(7, "room", 900);
   plant("update t_message set session_type=1");
@@ -335,7 +335,7 @@ TEST_F(SessionList, MessageOfAnEqualIdOfAnotherKindIsNotShown) {
 }
 
 // Two ids with the same hash in libstdc++ on 64-bit machines.
-TEST_F(SessionList, MessageOfAnIdOfEqualHashIsNotShown) {
+TEST_F(SessionList, MessageOfAConversationWithTheSameHashIsNotShown) {
   const std::string id = "room-one00000726";
   const std::string other = "room-405tDZ5Xiq4";
   const std::hash<std::string_view> hash;
@@ -350,7 +350,7 @@ TEST_F(SessionList, MessageOfAnIdOfEqualHashIsNotShown) {
   EXPECT_EQ(message(list[1]), other + "|2|8||of the other|||0|1|0|0");
 }
 
-TEST_F(SessionList, MessageGoesToItsConversationWhicheverRowNamesIt) {
+TEST_F(SessionList, MessageIsShownInItsOwnConversationWhicheverRowNamesIt) {
   plant_row(Row("a", 300).latest(7));
   plant_row(Row("b", 200).latest(0));
   plant_message(7, "b", 250, "of b");
@@ -361,7 +361,7 @@ TEST_F(SessionList, MessageGoesToItsConversationWhicheverRowNamesIt) {
   EXPECT_EQ(list[1].session_time, 250);
 }
 
-TEST_F(SessionList, LastMessageOfAConversationCounts) {
+TEST_F(SessionList, LastOfSeveralMessagesOfAConversationIsShown) {
   plant_row(Row("a", 300).latest(1));
   plant_row(Row("b", 200).latest(2));
   plant_message(1, "a", 310, "first");
@@ -380,7 +380,7 @@ TEST_F(SessionList, DraftKeepsTheTimeAndShowsTheMessage) {
   EXPECT_EQ(list[0].message_.content_, "hello");
 }
 
-TEST_F(SessionList, WithoutADraftTheTimeIsThatOfTheMessageEvenIfOlder) {
+TEST_F(SessionList, WithoutADraftTheMessageTimeIsShownEvenIfOlder) {
   plant_row(Row("room", 100).latest(7));
   plant_message(7, "room", 50);
   EXPECT_EQ(page(0)[0].session_time, 50);
@@ -396,7 +396,7 @@ TEST_F(SessionList, LatestIdIsTruncatedAndItsMessageShown) {
   EXPECT_EQ(list[1].message_.msg_id_, kMinInt);
 }
 
-TEST_F(SessionList, PageAsksForItsMessagesInRowOrder) {
+TEST_F(SessionList, PageQueriesItsMessagesInRowOrder) {
   plant_row(Row("a", 1).latest(5));
   plant_row(Row("b", 2).latest(0));
   plant_row(Row("c", 3));
@@ -408,7 +408,7 @@ TEST_F(SessionList, PageAsksForItsMessagesInRowOrder) {
                                  "from t_message where id in(-1,0,5)"}));
 }
 
-TEST_F(SessionList, PageIsGivenWithoutMessagesThatCannotBeRead) {
+TEST_F(SessionList, PageOmitsMessagesThatCannotBeRead) {
   plant_row(Row("room", 100).latest(7));
   drop("t_message");
   const auto list = page(0);
@@ -426,7 +426,7 @@ TEST_F(SessionList, PageThatCannotBePreparedFails) {
 
 // ---- Paging -------------------------------------------------------------------------------------
 
-TEST_F(SessionList, PagesGoThroughThePinnedAndThenTheOthers) {
+TEST_F(SessionList, PagesListPinnedThenOthers) {
   plant_row(Row("p3", 30).pinned());
   plant_row(Row("p2", 20).pinned());
   plant_row(Row("p1", 10).pinned());
@@ -449,21 +449,21 @@ TEST_F(SessionList, CursorIsExclusive) {
   EXPECT_EQ(page_ids(100), Rows{"b"});
 }
 
-TEST_F(SessionList, PageAfterPinnedTakesUnpinnedOfAnyTime) {
+TEST_F(SessionList, PageAfterPinnedIncludesUnpinnedOfAnyTime) {
   plant_row(Row("newer", 500));
   plant_row(Row("newer pinned", 500).pinned());
   page_that_ends(true);
   EXPECT_EQ(page_ids(100), Rows{"newer"});
 }
 
-TEST_F(SessionList, PageAfterUnpinnedTakesNoPinned) {
+TEST_F(SessionList, PageAfterUnpinnedExcludesPinned) {
   plant_row(Row("older pinned", 50).pinned());
   plant_row(Row("older", 40));
   page_that_ends(false);
   EXPECT_EQ(page_ids(100), Rows{"older"});
 }
 
-TEST_F(SessionList, CursorMeansTheRowsTimeAndNotTheShownOne) {
+TEST_F(SessionList, CursorIsComparedWithTheStoredTimeNotTheShownTime) {
   plant_row(Row("room", 100).latest(7));
   plant_message(7, "room", 50);
   page_that_ends(false);
@@ -471,7 +471,7 @@ TEST_F(SessionList, CursorMeansTheRowsTimeAndNotTheShownOne) {
   EXPECT_EQ(page_ids(101), Rows{"room"});
 }
 
-TEST_F(SessionList, StatementFollowsTheEndOfThePageBefore) {
+TEST_F(SessionList, StatementDependsOnTheEndOfThePreviousPage) {
   page_that_ends(true);
   EXPECT_EQ(page_statement(100), page_after_pinned);
   plant("delete from t_session");
@@ -479,7 +479,7 @@ TEST_F(SessionList, StatementFollowsTheEndOfThePageBefore) {
   EXPECT_EQ(page_statement(100), page_after_unpinned);
 }
 
-TEST_F(SessionList, FirstPageIsNeverFiltered) {
+TEST_F(SessionList, FirstPageIsNotFilteredByTime) {
   page_that_ends(true);
   EXPECT_EQ(page_statement(0), first_page);
   plant("delete from t_session");
@@ -487,14 +487,14 @@ TEST_F(SessionList, FirstPageIsNeverFiltered) {
   EXPECT_EQ(page_statement(0), first_page);
 }
 
-TEST_F(SessionList, EndIsTheSortedPagesLastRow) {
+TEST_F(SessionList, EndOfAPageIsItsLastRowAfterSorting) {
   plant_row(Row("pinned", 100).pinned());
   plant_row(Row("unpinned", 900));
   page(0);
   EXPECT_EQ(page_statement(500), page_after_unpinned);
 }
 
-TEST_F(SessionList, AnyPinnedNumberButZeroEndsPinned) {
+TEST_F(SessionList, AnyNonZeroPinEndsThePageAmongThePinned) {
   for (const int32_t is_top : {2, -1}) {
     plant("delete from t_session");
     plant_row(Row("room", 100).pinned(is_top));
@@ -503,20 +503,20 @@ TEST_F(SessionList, AnyPinnedNumberButZeroEndsPinned) {
   }
 }
 
-TEST_F(SessionList, PageWithoutRowsKeepsTheEndOfTheOneBefore) {
+TEST_F(SessionList, EmptyPageKeepsTheEndOfThePreviousPage) {
   page_that_ends(true);
   EXPECT_EQ(page_ids(100), Rows{});
   EXPECT_EQ(page_statement(100), page_after_pinned);
 }
 
-TEST_F(SessionList, FailedPageKeepsTheEndOfTheOneBefore) {
+TEST_F(SessionList, FailedPageKeepsTheEndOfThePreviousPage) {
   page_that_ends(true);
   plant_row(Row("room", 100).pinned());
   EXPECT_EQ(page_ids(-5), Rows{});
   EXPECT_EQ(page_statement(100), page_after_pinned);
 }
 
-TEST_F(SessionList, FirstPageWithoutRowsForgetsTheEndOfTheOneBefore) {
+TEST_F(SessionList, EmptyFirstPageResetsTheEndOfThePreviousPage) {
   page_that_ends(true);
   EXPECT_EQ(page_ids(0), Rows{});
   EXPECT_EQ(page_statement(100), page_after_unpinned);
@@ -547,7 +547,7 @@ TEST_F(SessionList, NegativeCursorAfterUnpinnedStartsOver) {
 
 // ---- One conversation ---------------------------------------------------------------------------
 
-TEST_F(SessionList, ConversationIsFoundByIdAndKindWithItsMessage) {
+TEST_F(SessionList, FindsAConversationByIdAndKindWithItsMessage) {
   plant(
       "insert into t_session values('room',2,'title','to do',1,100,3,1,4,7,50,60);"
       "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','u01',2,3,5,0,4294967296,6,"
@@ -569,7 +569,7 @@ TEST_F(SessionList, ConversationWithoutAMessageHasItsOwnTime) {
   }
 }
 
-TEST_F(SessionList, ConversationOfLatestIdZeroAsksForNoMessage) {
+TEST_F(SessionList, LatestIdOfZeroQueriesNoMessage) {
   plant_row(Row("room", 100).latest(0));
   plant_message(7, "room", 200);
   SessionInfo session = named("room", CV_GROUP);
@@ -578,7 +578,7 @@ TEST_F(SessionList, ConversationOfLatestIdZeroAsksForNoMessage) {
   EXPECT_EQ(take_ledger().size(), 1U);
 }
 
-TEST_F(SessionList, ConversationOfANegativeLatestIdAsksForItsMessage) {
+TEST_F(SessionList, NegativeLatestIdQueriesItsMessage) {
   plant_row(Row("room", 100).latest(-3));
   plant_message(-3, "room", 200);
   SessionInfo session = named("room", CV_GROUP);
@@ -594,14 +594,14 @@ TEST_F(SessionList, ConversationShowsItsLatestMessageEvenFromAnotherConversation
   EXPECT_EQ(message(session), "room|2|7||hello|||0|1|0|900");
 }
 
-TEST_F(SessionList, ConversationsLatestIdIsTruncated) {
+TEST_F(SessionList, LatestIdOfAConversationIsTruncated) {
   plant_row(Row("room", 100).latest(kAboveInt));
   SessionInfo session = named("room", CV_GROUP);
   EXPECT_TRUE(store().get_session(session));
   EXPECT_EQ(session.message_.msg_id_, kMinInt);
 }
 
-TEST_F(SessionList, MissingConversationLeavesTheCallersRecord) {
+TEST_F(SessionList, MissingConversationKeepsTheCallersRecord) {
   plant_row(Row("room", 100).pinned().latest(7));
   SessionInfo session = named("room", CV_PRIVATE);
   session.title_ = "kept";
@@ -612,7 +612,7 @@ TEST_F(SessionList, MissingConversationLeavesTheCallersRecord) {
   EXPECT_EQ(message(session), "|0|0||kept|||0|0|0|0");
 }
 
-TEST_F(SessionList, ConversationIsGivenWithoutAMessageThatCannotBeRead) {
+TEST_F(SessionList, ConversationOmitsAMessageThatCannotBeRead) {
   plant_row(Row("room", 100).latest(7));
   drop("t_message");
   SessionInfo session = named("room", CV_GROUP);
@@ -643,7 +643,7 @@ TEST_F(SessionList, RowsAreLoadedWithoutTheirMessages) {
   EXPECT_EQ(kinds, "2");
 }
 
-TEST_F(SessionList, RowsAreReportedByTheVectorAfterwards) {
+TEST_F(SessionList, LoadingRowsReturnsWhetherTheVectorIsNonEmpty) {
   std::vector<Session> list;
   std::string kinds = "2";
   EXPECT_FALSE(store().load_session(list, kinds, 0, 10, false));
@@ -660,7 +660,7 @@ TEST_F(SessionList, RowsAfterPinnedWithoutATimeFail) {
   EXPECT_FALSE(store().load_session(list, kinds, 0, 10, true));
 }
 
-TEST_F(SessionList, RowIsLoadedUnderTheCallersIdAndKind) {
+TEST_F(SessionList, RowIsLoadedByTheCallersIdAndKind) {
   plant("insert into t_session values('room',2,'title','to do',1,4294967296,3,1,4,7,50,60)");
   Session session;
   session.session_id_ = "kept";
@@ -672,14 +672,14 @@ TEST_F(SessionList, RowIsLoadedUnderTheCallersIdAndKind) {
   EXPECT_EQ(session.session_type_, 9);
 }
 
-TEST_F(SessionList, RowsLatestIdIsTruncated) {
+TEST_F(SessionList, LatestIdOfARowIsTruncated) {
   plant_row(Row("room", 100).latest(kAboveInt));
   Session session;
   EXPECT_TRUE(store().load_session(session, "room", CV_GROUP));
   EXPECT_EQ(session.latest_id_, kMinInt);
 }
 
-TEST_F(SessionList, MissingRowLeavesTheRecord) {
+TEST_F(SessionList, MissingRowKeepsTheRecord) {
   plant_row(Row("room", 100));
   Session session;
   session.title_ = "kept";
@@ -691,7 +691,7 @@ TEST_F(SessionList, MissingRowLeavesTheRecord) {
 
 // ---- Loaders of messages ------------------------------------------------------------------------
 
-TEST_F(SessionList, MessagesAreLoadedUnderTheirConversations) {
+TEST_F(SessionList, MessagesAreLoadedWithTheirConversations) {
   plant(
       "insert into t_message values(7,'room',2,'CV:TxtMsg','hello','u01',2,3,5,1,4294967296,6,"
       "'S-1'),(8,'other',1,'','','',0,0,0,0,0,0,'')");
@@ -706,7 +706,7 @@ TEST_F(SessionList, MessagesAreLoadedUnderTheirConversations) {
   EXPECT_EQ(list[2].session_type_, 1);
 }
 
-TEST_F(SessionList, NoMessageIsASuccess) {
+TEST_F(SessionList, LoadingNoMessageSucceeds) {
   std::vector<Session> list;
   EXPECT_TRUE(store().load_message(list, "7"));
   EXPECT_TRUE(store().load_message(list, ""));
@@ -718,7 +718,7 @@ TEST_F(SessionList, MessagesThatCannotBePreparedFail) {
   EXPECT_FALSE(store().load_message(list, "1,,2"));
 }
 
-TEST_F(SessionList, MessageIsLoadedByItsWholeId) {
+TEST_F(SessionList, MessageIsLoadedByIts64BitId) {
   plant(
       "insert into t_message values(4294967303,'room',2,'CV:TxtMsg','hello','u01',2,3,5,1,"
       "4294967296,6,'S-1')");
@@ -730,7 +730,7 @@ TEST_F(SessionList, MessageIsLoadedByItsWholeId) {
   EXPECT_EQ(session.session_id_, "kept");
 }
 
-TEST_F(SessionList, MissingMessageLeavesTheRecord) {
+TEST_F(SessionList, MissingMessageKeepsTheRecord) {
   Session session;
   session.latest_id_ = 7;
   session.session_time_ = 8;
@@ -756,14 +756,14 @@ TEST_F(SessionList, ConversationsAreFoundByTheirLatestMessage) {
   EXPECT_EQ(list[2].session_type_, CV_PRIVATE);
 }
 
-TEST_F(SessionList, LatestMessageIsComparedInFullWidth) {
+TEST_F(SessionList, LatestMessageIsComparedIn64Bits) {
   plant_row(Row("a", 300).latest(kWide + 7));
   std::vector<Session> list;
   EXPECT_FALSE(store().load_session_with_latestid(list, "7"));
   EXPECT_TRUE(store().load_session_with_latestid(list, "4294967303"));
 }
 
-TEST_F(SessionList, ConversationsOfMessagesAreReportedByTheVectorAfterwards) {
+TEST_F(SessionList, FindingConversationsReturnsWhetherTheVectorIsNonEmpty) {
   std::vector<Session> list;
   EXPECT_FALSE(store().load_session_with_latestid(list, "7"));
   list.emplace_back();
@@ -771,20 +771,20 @@ TEST_F(SessionList, ConversationsOfMessagesAreReportedByTheVectorAfterwards) {
   EXPECT_FALSE(store().load_session_with_latestid(list, "1,,2"));
 }
 
-TEST_F(SessionList, UnreadOfOneConversationAddUp) {
+TEST_F(SessionList, UnreadMessagesOfOneConversationAddUp) {
   plant_message(1, "A", 100, "", 0);
   plant_message(2, "A", 200, "", 0);
   EXPECT_EQ(distinct("1,2"), Rows{"A 2 0"});
 }
 
-TEST_F(SessionList, UnreadOfTheLastConversationAddUp) {
+TEST_F(SessionList, UnreadMessagesOfTheLastConversationAddUp) {
   plant_message(1, "A", 100, "", 0);
   plant_message(2, "B", 100, "", 0);
   plant_message(3, "B", 100, "", 0);
   EXPECT_EQ(distinct("1,2,3"), (Rows{"A 1 0", "B 2 0"}));
 }
 
-TEST_F(SessionList, ConversationThatIsNotTheLastComesUpAgain) {
+TEST_F(SessionList, EarlierConversationIsAppendedAgain) {
   plant_message(1, "A", 100, "", 0);
   plant_message(2, "B", 100, "", 0);
   plant_message(3, "A", 100, "", 0);
@@ -793,7 +793,7 @@ TEST_F(SessionList, ConversationThatIsNotTheLastComesUpAgain) {
   EXPECT_EQ(distinct("1,2,3,4"), (Rows{"A 2 0", "B 2 0", "A 1 0", "B 1 0"}));
 }
 
-TEST_F(SessionList, EveryElementOfAConversationTakesItsMessages) {
+TEST_F(SessionList, EveryElementOfAConversationCountsItsMessages) {
   plant_message(1, "A", 100, "", 0);
   plant_message(2, "B", 100, "", 0);
   plant_message(3, "A", 100, "", 0);
@@ -801,32 +801,32 @@ TEST_F(SessionList, EveryElementOfAConversationTakesItsMessages) {
   EXPECT_EQ(distinct("1,2,3,4"), (Rows{"A 3 0", "B 1 0", "A 2 0"}));
 }
 
-TEST_F(SessionList, UnmarkedMessagesGiveNothing) {
+TEST_F(SessionList, MessagesReadAndWithoutMentionAddNoElement) {
   plant_message(1, "A", 100);
   plant_message(2, "B", 100, "", 2);
   EXPECT_EQ(distinct("1,2"), Rows{});
 }
 
-TEST_F(SessionList, UnmarkedFirstMessageDoesNotHideTheNext) {
+TEST_F(SessionList, ReadFirstMessageDoesNotHideTheNext) {
   plant_message(1, "A", 100);
   plant_message(2, "A", 100, "", 0);
   EXPECT_EQ(distinct("1,2"), Rows{"A 1 0"});
 }
 
-TEST_F(SessionList, UnmarkedMessageOfAnotherConversationIsNotAppended) {
+TEST_F(SessionList, ReadMessageOfAnotherConversationIsNotAppended) {
   plant_message(1, "A", 100, "", 0);
   plant_message(2, "B", 100);
   plant_message(3, "A", 100);
   EXPECT_EQ(distinct("1,2,3"), Rows{"A 1 0"});
 }
 
-TEST_F(SessionList, MentionAloneMarks) {
+TEST_F(SessionList, ReadMentionAddsAnElement) {
   plant_message(1, "A", 100, "", 1, 1);
   plant_message(2, "A", 100, "", 0, 1);
   EXPECT_EQ(distinct("1,2"), Rows{"A 1 2"});
 }
 
-TEST_F(SessionList, MentionIsTheNumberOneOnly) {
+TEST_F(SessionList, OnlyAMentionFlagOfOneCounts) {
   plant_message(1, "A", 100, "", 1, 2);
   plant_message(2, "B", 100, "", 0, 2);
   EXPECT_EQ(distinct("1,2"), Rows{"B 1 0"});
@@ -839,7 +839,7 @@ TEST_F(SessionList, EqualIdsOfDifferentKindsAreCountedApart) {
   EXPECT_EQ(distinct("1,2"), (Rows{"A 1 0", "A 1 0"}));
 }
 
-TEST_F(SessionList, CountHoldsTheTimeOfTheMessageThatMadeIt) {
+TEST_F(SessionList, ElementHasTheTimeOfTheMessageThatAddedIt) {
   plant_message(1, "A", kWide, "", 0);
   plant_message(2, "A", kWide + 1, "", 0);
   std::vector<Session> list;
@@ -849,7 +849,7 @@ TEST_F(SessionList, CountHoldsTheTimeOfTheMessageThatMadeIt) {
   EXPECT_EQ(list[0].session_type_, CV_GROUP);
 }
 
-TEST_F(SessionList, CountGoesOnWithTheCallersElements) {
+TEST_F(SessionList, CountingContinuesWithTheCallersElements) {
   plant_message(1, "A", 100, "", 0);
   std::vector<Session> list(1);
   list[0].session_id_ = "A";
@@ -859,7 +859,7 @@ TEST_F(SessionList, CountGoesOnWithTheCallersElements) {
   EXPECT_EQ(counted(list), Rows{"A 6 0"});
 }
 
-TEST_F(SessionList, CountIsReportedByTheVectorAfterwards) {
+TEST_F(SessionList, CountingReturnsWhetherTheVectorIsNonEmpty) {
   std::vector<Session> list;
   EXPECT_FALSE(store().load_distinct_session_with_unread(list, "7"));
   list.emplace_back();
@@ -869,7 +869,7 @@ TEST_F(SessionList, CountIsReportedByTheVectorAfterwards) {
 
 // ---- The link to the latest message -------------------------------------------------------------
 
-TEST_F(SessionList, LatestMessageIsTheOneOfTheGreatestTime) {
+TEST_F(SessionList, LatestMessageHasTheGreatestTime) {
   plant_message(1, "room", kWide + 1);
   plant_message(2, "room", kWide);
   plant_message(3, "other", kWide + 2);
@@ -918,14 +918,14 @@ TEST_F(SessionList, LatestMessageThatCannotBePreparedFails) {
 constexpr const char* kLink =
     "select session_type,latest_id,session_time from t_session order by rowid";
 
-TEST_F(SessionList, PositiveLatestIdMovesTheTimeToo) {
+TEST_F(SessionList, PositiveLatestIdAlsoMovesTheTime) {
   plant_row(Row("room", 100).latest(7));
   plant_row(Row("room", 100).latest(7).of(CV_PRIVATE));
   EXPECT_TRUE(store().set_message_latestid("room", CV_GROUP, kWide + 7, kWide));
   EXPECT_EQ(rows(kLink), (Rows{"2|4294967303|4294967296", "1|7|100"}));
 }
 
-TEST_F(SessionList, PositiveLatestIdTakesATimeOfZero) {
+TEST_F(SessionList, PositiveLatestIdAcceptsATimeOfZero) {
   plant_row(Row("room", 100).latest(7));
   EXPECT_TRUE(store().set_message_latestid("room", CV_GROUP, 1, 0));
   EXPECT_EQ(rows(kLink), Rows{"2|1|0"});
@@ -948,7 +948,7 @@ TEST_F(SessionList, LatestIdOfAMissingConversationSucceeds) {
   EXPECT_EQ(rows(kLink), Rows{});
 }
 
-TEST_F(SessionList, LatestIdThatCannotBeWrittenIsReported) {
+TEST_F(SessionList, LatestIdThatCannotBeWrittenFails) {
   plant_row(Row("room", 100).latest(7));
   plant(refuse("update on t_session"));
   EXPECT_FALSE(store().set_message_latestid("room", CV_GROUP, 1, 900));

@@ -67,7 +67,7 @@ TEST_F(SessionRows, UnpinningAMissingConversationCreatesNone) {
   EXPECT_EQ(rows(kSessions), Rows{});
 }
 
-TEST_F(SessionRows, PinningChangesTheSettingAlone) {
+TEST_F(SessionRows, PinningChangesOnlyTheSetting) {
   plant_room(7);
   for (const bool create : {false, true}) {
     EXPECT_TRUE(store().set_is_top("room", CV_GROUP, true, create));
@@ -77,7 +77,7 @@ TEST_F(SessionRows, PinningChangesTheSettingAlone) {
   }
 }
 
-TEST_F(SessionRows, PinningConcernsOneKind) {
+TEST_F(SessionRows, PinningAffectsOneKind) {
   plant_room(7);
   EXPECT_TRUE(store().set_is_top("room", CV_PRIVATE, true, true));
   EXPECT_EQ(rows("select session_type,is_top from t_session order by rowid"), (Rows{"2|0", "1|1"}));
@@ -107,7 +107,7 @@ TEST_F(SessionRows, DraftMovesTheConversationToNow) {
   EXPECT_EQ(rows(kSessions), Rows{"room|2||to do|0|1000000|3|1|0|7|0|0"});
 }
 
-TEST_F(SessionRows, EmptyDraftClearsAndKeepsTheTime) {
+TEST_F(SessionRows, EmptyDraftClearsTheDraftAndKeepsTheTime) {
   plant_room(7);
   plant("update t_session set draft='to do'");
   EXPECT_TRUE(store().set_message_draft("room", CV_GROUP, ""));
@@ -153,7 +153,7 @@ TEST_F(SessionRows, DraftThatCannotBePreparedFails) {
   EXPECT_EQ(log.take(), Rows(2, prepare_failed("no such column: draft")));
 }
 
-TEST_F(SessionRows, DraftGetterFailsAlways) {
+TEST_F(SessionRows, DraftGetterFailsWithoutItsColumn) {
   plant_room(7);
   ASSERT_TRUE(store().set_message_draft("room", CV_GROUP, "to do"));
   std::string draft = "kept";
@@ -162,7 +162,7 @@ TEST_F(SessionRows, DraftGetterFailsAlways) {
   EXPECT_EQ(log.take(), Rows{prepare_failed("no such column: draft_message")});
 }
 
-TEST_F(SessionRows, DraftGetterReadsTheColumnWhereThereIsOne) {
+TEST_F(SessionRows, DraftGetterReadsItsColumnIfPresent) {
   plant_room(7);
   ASSERT_EQ(store().execute_none_query("alter table t_session add draft_message text"), kDone);
   plant("update t_session set draft_message='to do'");
@@ -198,7 +198,7 @@ TEST_F(SessionRows, FailedSilenceIsReported) {
   EXPECT_FALSE(store().set_silence("room", CV_GROUP, 2));
 }
 
-TEST_F(SessionRows, StoredSilenceOfOneReadsAsZero) {
+TEST_F(SessionRows, SilenceOfOneReadsAsZero) {
   plant_room(7);
   plant("update t_session set silence=1");
   int32_t status = 7;
@@ -237,7 +237,7 @@ TEST_F(SessionRows, RemovingMarksTheMessagesRead) {
             (Rows{"room|1|0", "other|0|0"}));
 }
 
-TEST_F(SessionRows, RemovingMarksMessagesBeforeTheReadTimeToo) {
+TEST_F(SessionRows, RemovingAlsoMarksMessagesBeforeTheReadTime) {
   plant(
       "insert into t_session(session_id,session_type,read_time) values('room',2,1000);"
       "insert into t_message(session_id,session_type,direction,sent_time) values('room',2,1,500)");
@@ -249,7 +249,7 @@ TEST_F(SessionRows, RemovingAMissingConversationSucceeds) {
   EXPECT_TRUE(store().remove_session("room", CV_GROUP));
 }
 
-TEST_F(SessionRows, RemovingThatCannotDeleteLeavesTheMessages) {
+TEST_F(SessionRows, RemovingThatCannotDeleteKeepsTheMessages) {
   save(NewMessage());
   refuse_to("delete");
   EXPECT_FALSE(store().remove_session("room", CV_GROUP));
@@ -276,7 +276,7 @@ TEST_F(SessionRows, ClearingDeletesConversationsAndMessagesOfTheKinds) {
   EXPECT_EQ(rows("select session_id from t_message"), Rows{"b"});
 }
 
-TEST_F(SessionRows, ClearingNoKindDeletesNothingAndSucceeds) {
+TEST_F(SessionRows, ClearingEmptyKindsDeletesNothingAndSucceeds) {
   save(NewMessage());
   EXPECT_TRUE(store().clear_session({}));
   EXPECT_TRUE(store().clear_session({static_cast<SessionType>(0), static_cast<SessionType>(6)}));
@@ -291,7 +291,7 @@ TEST_F(SessionRows, ClearingIsOneTransaction) {
                   "delete from t_message where session_type in(1,2)", "commit transaction"}));
 }
 
-TEST_F(SessionRows, ClearingThatCannotDeleteConversationsLeavesMessagesAndCommits) {
+TEST_F(SessionRows, ClearingThatCannotDeleteConversationsKeepsMessagesAndCommits) {
   save(NewMessage());
   refuse_to("delete");
   take_ledger();
@@ -312,7 +312,7 @@ TEST_F(SessionRows, ClearingThatCannotDeleteMessagesKeepsTheConversationsDeleted
 
 // ---- A caller's own statement -------------------------------------------------------------------
 
-TEST_F(SessionRows, CallersStatementTakesIdAndKind) {
+TEST_F(SessionRows, CallersStatementIsBoundToIdAndKind) {
   plant_room(7);
   plant_session("room", CV_PRIVATE, 100, 7);
   EXPECT_TRUE(store().common_session_operation(
@@ -327,7 +327,7 @@ TEST_F(SessionRows, CallersStatementThatFailsIsReported) {
       "room", CV_GROUP, "insert into t_session(session_id,session_type) values(?,?)"));
 }
 
-TEST_F(SessionRows, CallersQueryWithARowIsNoSuccess) {
+TEST_F(SessionRows, CallersQueryThatReturnsARowFails) {
   plant_room(7);
   const std::string query = "select 1 from t_session where session_id=? and session_type=?";
   EXPECT_FALSE(store().common_session_operation("room", CV_GROUP, query));
@@ -352,23 +352,23 @@ TEST_F(SessionRows, DoesNotExistIfTheLookupFails) {
 
 // ---- Creation -----------------------------------------------------------------------------------
 
-TEST_F(SessionRows, AddedRowHoldsWhatItWasGiven) {
+TEST_F(SessionRows, AddedRowHasTheGivenValues) {
   EXPECT_TRUE(store().add_session("room", CV_GROUP, kWide, kWide + 1, "title", 3, 1));
   EXPECT_EQ(rows(kSessions), Rows{"room|2|title||0|4294967296|3|1|0|4294967297|0|0"});
 }
 
-TEST_F(SessionRows, AddedWithoutTimeTakesTheClock) {
+TEST_F(SessionRows, RowAddedWithoutATimeHasTheClocksTime) {
   EXPECT_TRUE(store().add_session("room", CV_GROUP, 0, 7, "", 1, 0));
   EXPECT_EQ(rows("select session_time from t_session"), Rows{"1000000"});
 }
 
-TEST_F(SessionRows, AddedWithATimeKeepsIt) {
+TEST_F(SessionRows, RowAddedWithATimeKeepsIt) {
   EXPECT_TRUE(store().add_session("a", CV_GROUP, 1, 7, "", 1, 0));
   EXPECT_TRUE(store().add_session("b", CV_GROUP, -1, 7, "", 1, 0));
   EXPECT_EQ(rows("select session_time from t_session order by session_id"), (Rows{"1", "-1"}));
 }
 
-TEST_F(SessionRows, AddedTwiceIsRefused) {
+TEST_F(SessionRows, SecondRowOfTheSameKeyIsRefused) {
   plant_room(7);
   EXPECT_FALSE(store().add_session("room", CV_GROUP, 400, 8, "", 1, 0));
   EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
@@ -394,7 +394,7 @@ TEST_F(SessionRows, OlderMessageMovesTheConversationBack) {
   EXPECT_EQ(rows(kState), Rows{"99|9|4|2"});
 }
 
-TEST_F(SessionRows, OlderHistoryLeavesAConversationWithALatestMessage) {
+TEST_F(SessionRows, OlderHistoryDoesNotMoveAConversationWithALatestMessage) {
   plant_room(7);
   store().set_session_time("room", CV_GROUP, 99, kText, 9, 1, 1, kHistory);
   EXPECT_EQ(rows(kState), Rows{"100|7|3|1"});
@@ -425,14 +425,14 @@ TEST_F(SessionRows, OlderNotificationKeepsTheLatestMessage) {
   EXPECT_EQ(rows(kState), Rows{"99|7|4|2"});
 }
 
-TEST_F(SessionRows, NotificationIsKnownByItsWholeName) {
+TEST_F(SessionRows, NotificationIsRecognisedByItsWholeName) {
   plant_room(7);
   store().set_session_time("room", CV_GROUP, 99, "CV:QbNtfs", 9, 0, 0, 0);
   EXPECT_EQ(rows(kState), Rows{"99|9|3|1"});
 }
 
 // Every combination, each on its own conversation, against one literal copy of the rules.
-TEST_F(SessionRows, MessageMovesItsConversationByProfileLatestTimeAndName) {
+TEST_F(SessionRows, ConversationMoveDependsOnProfileLatestTimeAndName) {
   Rows expected;
   std::vector<std::string> labels;
   for (uint32_t profile = 0; profile < 8; ++profile) {
@@ -471,20 +471,20 @@ TEST_F(SessionRows, MessageMovesItsConversationByProfileLatestTimeAndName) {
   for (std::size_t i = 0; i < found.size(); ++i) EXPECT_EQ(found[i], expected[i]) << labels[i];
 }
 
-TEST_F(SessionRows, MovedConversationIsOneOfItsKind) {
+TEST_F(SessionRows, MovingAffectsOneKind) {
   plant_room(7);
   plant_session("room", CV_PRIVATE, 100, 7);
   store().set_session_time("room", CV_PRIVATE, 101, kText, 9, 1, 0, 0);
   EXPECT_EQ(rows(kState), (Rows{"100|7|3|1", "101|9|1|0"}));
 }
 
-TEST_F(SessionRows, MovedConversationTakesWideTimeAndId) {
+TEST_F(SessionRows, MovingAccepts64BitTimeAndId) {
   plant_room(7);
   store().set_session_time("room", CV_GROUP, kWide, kText, kWide + 1, 0, 0, 0);
   EXPECT_EQ(rows(kState), Rows{"4294967296|4294967297|3|1"});
 }
 
-TEST_F(SessionRows, KeptLatestIdIsTheTruncatedOne) {
+TEST_F(SessionRows, KeptLatestIdIsTruncated) {
   plant_room(kWide + 7);
   store().set_session_time("room", CV_GROUP, 99, kNotification, 9, 0, 0, 0);
   EXPECT_EQ(rows(kState), Rows{"99|7|3|1"});
@@ -502,7 +502,7 @@ TEST_F(SessionRows, MovingAMissingConversationCreatesNone) {
   EXPECT_EQ(log.take(), Rows{});
 }
 
-TEST_F(SessionRows, FailedMoveIsLoggedOnly) {
+TEST_F(SessionRows, FailedMoveIsOnlyLogged) {
   plant_room(7);
   refuse_to("update");
   store().set_session_time("room", CV_GROUP, 101, kText, 9, 1, 1, 0);
@@ -510,7 +510,7 @@ TEST_F(SessionRows, FailedMoveIsLoggedOnly) {
   EXPECT_EQ(log.take().size(), 2U);
 }
 
-TEST_F(SessionRows, MoveThatCannotBePreparedIsLoggedOnly) {
+TEST_F(SessionRows, MoveThatCannotBePreparedIsOnlyLogged) {
   drop_sessions();
   store().set_session_time("room", CV_GROUP, 101, kText, 9, 1, 1, 0);
   EXPECT_EQ(log.take().size(), 2U);
@@ -518,13 +518,13 @@ TEST_F(SessionRows, MoveThatCannotBePreparedIsLoggedOnly) {
 
 // ---- A corrected time moves its conversation ----------------------------------------------------
 
-TEST_F(SessionRows, NewerCorrectedTimeMovesTheConversationAlone) {
+TEST_F(SessionRows, NewerCorrectedTimeMovesOnlyItsConversation) {
   plant_room(7);
   store().set_sessiontime(101, 9, "room", CV_GROUP);
   EXPECT_EQ(rows(kState), Rows{"101|9|3|1"});
 }
 
-TEST_F(SessionRows, CorrectedTimeNotNewerIsIgnoredIfTheLatestIdIsZeroOrMore) {
+TEST_F(SessionRows, CorrectedTimeThatIsNotNewerIsIgnoredUnlessTheLatestIdIsNegative) {
   for (const int64_t latest : {0, 7}) {
     plant("delete from t_session");
     plant_room(latest);
@@ -535,26 +535,26 @@ TEST_F(SessionRows, CorrectedTimeNotNewerIsIgnoredIfTheLatestIdIsZeroOrMore) {
   EXPECT_EQ(take_ledger().size(), 4U);
 }
 
-TEST_F(SessionRows, CorrectedTimeNotNewerMovesAConversationWithoutALatestMessage) {
+TEST_F(SessionRows, CorrectedTimeThatIsNotNewerMovesAConversationWithoutALatestMessage) {
   plant_room(-1);
   store().set_sessiontime(99, 9, "room", CV_GROUP);
   EXPECT_EQ(rows(kState), Rows{"99|9|3|1"});
 }
 
-TEST_F(SessionRows, CorrectedTimeOfAMissingConversationIsWrittenNowhere) {
+TEST_F(SessionRows, CorrectedTimeOfAMissingConversationChangesNothing) {
   plant_session("room", CV_PRIVATE, 100, 7);
   store().set_sessiontime(0, 9, "room", CV_GROUP);
   EXPECT_EQ(take_ledger().size(), 2U);
   EXPECT_EQ(rows(kState), Rows{"100|7|0|0"});
 }
 
-TEST_F(SessionRows, CorrectedTimeAndIdAreWide) {
+TEST_F(SessionRows, CorrectedTimeAndIdHave64Bits) {
   plant_room(7);
   store().set_sessiontime(kWide, kWide + 1, "room", CV_GROUP);
   EXPECT_EQ(rows(kState), Rows{"4294967296|4294967297|3|1"});
 }
 
-TEST_F(SessionRows, FailedCorrectionIsLoggedOnly) {
+TEST_F(SessionRows, FailedCorrectionIsOnlyLogged) {
   plant_room(7);
   refuse_to("update");
   store().set_sessiontime(101, 9, "room", CV_GROUP);
@@ -564,7 +564,7 @@ TEST_F(SessionRows, FailedCorrectionIsLoggedOnly) {
 
 // ---- Reading time and counters ------------------------------------------------------------------
 
-TEST_F(SessionRows, TimeAndCountersAreRead) {
+TEST_F(SessionRows, ReadsTimeAndCounters) {
   plant_session("room", CV_GROUP, kWide, 7, 3, 1);
   int64_t time = 0;
   int64_t latest = -1;
@@ -577,7 +577,7 @@ TEST_F(SessionRows, TimeAndCountersAreRead) {
   EXPECT_EQ(mention, 1);
 }
 
-TEST_F(SessionRows, LatestIdIsTruncatedWithTheTime) {
+TEST_F(SessionRows, LatestIdReadWithTheTimeIsTruncated) {
   plant_session("a", CV_GROUP, 1, kWide + 7);
   plant_session("b", CV_GROUP, 1, int64_t{kMaxInt} + 1);
   int64_t time = 0;
@@ -607,7 +607,7 @@ TEST_F(SessionRows, MissingRowKeepsTimeAndCounters) {
 
 // ---- Deleting a row -----------------------------------------------------------------------------
 
-TEST_F(SessionRows, DeletingTakesTheRowAndLeavesItsMessages) {
+TEST_F(SessionRows, DeletingARowKeepsItsMessages) {
   save(NewMessage());
   plant_session("room", CV_PRIVATE, 100, 7);
   EXPECT_TRUE(store().delete_session("room", CV_GROUP));

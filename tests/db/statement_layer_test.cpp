@@ -92,7 +92,7 @@ using StatementLayerDeath = StatementLayer;
 
 // ---- Preparing ----------------------------------------------------------------------------------
 
-TEST_F(StatementLayer, PrepareWithoutConnectionFailsInSilence) {
+TEST_F(StatementLayer, PrepareWithoutConnectionFailsWithoutLogging) {
   store().close_db();
   LogCapture all;
   EXPECT_EQ(prepare_failure("select 1"), kNoConnection);
@@ -140,7 +140,7 @@ TEST_F(StatementLayer, FailedPrepareIsLoggedAsAnError) {
 
 // ---- A damaged file -----------------------------------------------------------------------------
 
-TEST_F(StatementLayer, FileThatIsNoDatabaseIsClosedAndDeletedAtPrepare) {
+TEST_F(StatementLayer, FileThatIsNotADatabaseIsClosedAndDeletedAtPrepare) {
   overwrite_file(std::string(8192, 'x'));
   EXPECT_EQ(prepare_failure("select * from t_sync"), SQLITE_NOTADB);
   EXPECT_EQ(log.take(), Rows{prepare_line + "26;;;file is not a database"});
@@ -159,14 +159,14 @@ TEST_F(StatementLayer, FileWithADamagedSchemaIsClosedAndDeletedAtPrepare) {
   EXPECT_EQ(prepare_failure("select 1"), kNoConnection);
 }
 
-TEST_F(StatementLayer, DamagedFileIsDeletedWithoutLoggingToo) {
+TEST_F(StatementLayer, DamagedFileIsDeletedEvenIfNothingIsLogged) {
   overwrite_file(std::string(8192, 'x'));
   const LogCapture none(cvrtc::LS_NONE);
   EXPECT_EQ(prepare_failure("select * from t_sync"), SQLITE_NOTADB);
   EXPECT_FALSE(file_exists(file()));
 }
 
-TEST_F(StatementLayer, DamagedFileThatIsGoneAlreadyIsClosedOnly) {
+TEST_F(StatementLayer, DamagedFileThatIsAlreadyMissingIsOnlyClosed) {
   overwrite_file(std::string(8192, 'x'));
   const std::string moved = folder.file("moved");
   ASSERT_EQ(std::rename(file().c_str(), moved.c_str()), 0);
@@ -183,7 +183,7 @@ TEST_F(StatementLayer, OnlyARegularFileIsDeleted) {
   EXPECT_TRUE(std::filesystem::is_symlink(file()));
 }
 
-TEST_F(StatementLayer, DeletedFileIsThatOfTheLastOpeningByPath) {
+TEST_F(StatementLayer, DamageDeletesTheFileLastOpenedByPath) {
   store().close_db();
   const std::string other = folder.file("other");
   write_file(other, std::string(8192, 'x'));
@@ -202,7 +202,7 @@ TEST_F(StatementLayer, OpeningAfterADeletionCreatesANewStore) {
   EXPECT_GT(save(NewMessage()), 0);
 }
 
-TEST_F(StatementLayer, DamageMetWhileSteppingIsOnlyLogged) {
+TEST_F(StatementLayer, DamageFoundWhileSteppingIsOnlyLogged) {
   damage_messages();
   sqlite3_stmt* stmt = prepare("select * from t_message");
   EXPECT_EQ(store().step(stmt, true), SQLITE_CORRUPT);
@@ -214,7 +214,7 @@ TEST_F(StatementLayer, DamageMetWhileSteppingIsOnlyLogged) {
 
 // ---- Binding ------------------------------------------------------------------------------------
 
-TEST_F(StatementLayer, BoundValuesAreRead) {
+TEST_F(StatementLayer, BoundValuesAreReadBack) {
   const std::string text = "hello";
   sqlite3_stmt* stmt = prepare("select ?,?,?,typeof(?1),typeof(?3)");
   EXPECT_EQ(CvDbSingleton::bind(stmt, 1, std::numeric_limits<int32_t>::min()), SQLITE_OK);
@@ -229,7 +229,7 @@ TEST_F(StatementLayer, BoundValuesAreRead) {
   store().finalize(stmt);
 }
 
-TEST_F(StatementLayer, EmptyTextIsBoundAsTextAndNotAsNull) {
+TEST_F(StatementLayer, EmptyTextIsNotBoundAsNull) {
   const std::string empty;
   sqlite3_stmt* stmt = prepare("select typeof(?)");
   EXPECT_EQ(CvDbSingleton::bind(stmt, 1, empty), SQLITE_OK);
@@ -257,7 +257,7 @@ TEST_F(StatementLayer, BoundTextIsNotCopied) {
   store().finalize(stmt);
 }
 
-TEST_F(StatementLayer, FailedBindIsReturnedInSilence) {
+TEST_F(StatementLayer, FailedBindIsReturnedWithoutLogging) {
   const std::string text = "hello";
   sqlite3_stmt* stmt = prepare("select ?");
   EXPECT_EQ(CvDbSingleton::bind(stmt, 0, 1), SQLITE_RANGE);
@@ -269,7 +269,7 @@ TEST_F(StatementLayer, FailedBindIsReturnedInSilence) {
 
 // ---- Stepping -----------------------------------------------------------------------------------
 
-TEST_F(StatementLayer, StepReturnsRowsThenDoneInSilence) {
+TEST_F(StatementLayer, StepReturnsRowsThenDoneWithoutLogging) {
   LogCapture all;
   sqlite3_stmt* stmt = on_row("select 1 union all select 2");
   EXPECT_EQ(store().step(stmt, false), SQLITE_ROW);
@@ -293,7 +293,7 @@ TEST_F(StatementLayer, StepFinalizesOnlyIfAsked) {
   EXPECT_EQ(open_statements(), 0);
 }
 
-TEST_F(StatementLayer, StepFinalizesAfterAFailureToo) {
+TEST_F(StatementLayer, StepFinalizesAfterAFailure) {
   plant(kInsert);
   EXPECT_EQ(store().step(prepare(kInsert), true), SQLITE_CONSTRAINT);
   EXPECT_EQ(open_statements(), 0);
@@ -310,7 +310,7 @@ TEST_F(StatementLayer, FailedStepIsNotLoggedBelowTheAcceptedSeverity) {
   EXPECT_EQ(errors.take(), Rows{});
 }
 
-TEST_F(StatementLayer, BusyFileIsNeitherWaitedForNorRetried) {
+TEST_F(StatementLayer, BusyFileFailsWithoutWaitOrRetry) {
   sqlite3* other = nullptr;
   ASSERT_EQ(sqlite3_open(file().c_str(), &other), SQLITE_OK);
   const std::unique_ptr<sqlite3, int (*)(sqlite3*)> closer(other, sqlite3_close_v2);
@@ -386,7 +386,7 @@ TEST_F(StatementLayer, NullColumnReadsAsZeroAndEmpty) {
   store().finalize(stmt);
 }
 
-TEST_F(StatementLayer, NarrowReaderTruncatesTo32Bits) {
+TEST_F(StatementLayer, IntReaderTruncatesTo32Bits) {
   sqlite3_stmt* stmt = on_row("select 4294967303");
   EXPECT_EQ(CvDbSingleton::get_int(stmt, 0), 7);
   EXPECT_EQ(CvDbSingleton::get_int64(stmt, 0), 4294967303);
@@ -429,7 +429,7 @@ TEST_F(StatementLayer, StatementThatFailsReturnsItsCode) {
   EXPECT_EQ(log.take(), (Rows{step_line + duplicate_user, finalize_line + duplicate_user}));
 }
 
-TEST_F(StatementLayer, StatementWithoutConnectionReturnsMinusOneInSilence) {
+TEST_F(StatementLayer, StatementWithoutConnectionReturnsMinusOneWithoutLogging) {
   store().close_db();
   EXPECT_EQ(store().execute_none_query("select 1"), kNoConnection);
   EXPECT_EQ(log.take(), Rows{});
@@ -464,7 +464,7 @@ TEST_F(StatementLayer, PragmaThatFailsIsMinusOne) {
             (Rows{step_line + "1;;;integer overflow", finalize_line + "1;;;integer overflow"}));
 }
 
-TEST_F(StatementLayer, PragmaWithoutConnectionIsMinusOneInSilence) {
+TEST_F(StatementLayer, PragmaWithoutConnectionIsMinusOneWithoutLogging) {
   store().close_db();
   EXPECT_EQ(store().get_pragma("select 1"), -1);
   EXPECT_EQ(log.take(), Rows{});
@@ -486,13 +486,13 @@ TEST_F(StatementLayer, NumbersAreWrittenInPlainDecimal) {
   EXPECT_EQ(decimal(std::numeric_limits<int64_t>::min()), "-9223372036854775808");
 }
 
-TEST_F(StatementLayer, PlainIntegersAreWrittenTheSame) {
+TEST_F(StatementLayer, PlainIntegersAreWrittenInPlainDecimal) {
   std::string text = "replaced";
   CvDbSingleton::number_to_string<int>(text, std::numeric_limits<int>::min());
   EXPECT_EQ(text, "-2147483648");
 }
 
-TEST_F(StatementLayer, NumbersAreNotGroupedWhateverTheGlobalLocale) {
+TEST_F(StatementLayer, NumbersAreNotGroupedUnderAnyGlobalLocale) {
   const GroupingLocale grouping;
   std::string narrow;
   CvDbSingleton::number_to_string<int>(narrow, -1234567);
@@ -518,12 +518,12 @@ TEST_F(StatementLayer, EveryWildcardIsEscaped) {
   EXPECT_EQ(escaped("%%"), Escaped("\\%\\%", true));
 }
 
-TEST_F(StatementLayer, DoubledQuoteLeavesTheFlag) {
+TEST_F(StatementLayer, DoubledQuoteKeepsTheFlag) {
   EXPECT_EQ(escaped("it's", false), Escaped("it''s", false));
   EXPECT_EQ(escaped("it's", true), Escaped("it''s", true));
 }
 
-TEST_F(StatementLayer, BackslashPassesUnchanged) {
+TEST_F(StatementLayer, BackslashIsNotEscaped) {
   EXPECT_EQ(escaped("a\\b"), Escaped("a\\b", false));
   EXPECT_EQ(escaped("\\_"), Escaped("\\\\_", true));
 }
@@ -533,12 +533,12 @@ TEST_F(StatementLayer, EscapeFlagIsNeverCleared) {
   EXPECT_EQ(escaped("", true), Escaped("", true));
 }
 
-TEST_F(StatementLayer, WildcardAfterAZeroByteIsNotSeen) {
+TEST_F(StatementLayer, WildcardAfterAZeroByteIsIgnored) {
   const std::string hidden("a\0_%'", 5);
   EXPECT_EQ(escaped(hidden), Escaped(hidden, false));
 }
 
-TEST_F(StatementLayer, SeenWildcardIsEscapedAfterAZeroByteToo) {
+TEST_F(StatementLayer, WildcardIsEscapedAfterAZeroByteIfItAlsoOccursBefore) {
   EXPECT_EQ(escaped(std::string("_\0_", 3)), Escaped(std::string("\\_\0\\_", 5), true));
 }
 
@@ -550,7 +550,7 @@ std::string joined(const std::vector<int32_t>& kinds, std::string list) {
   return list;
 }
 
-TEST_F(StatementLayer, KindsAreJoinedAndOthersSkipped) {
+TEST_F(StatementLayer, KindsAreJoinedAndInvalidKindsSkipped) {
   EXPECT_EQ(joined({1, 0, 3, 9, 5}, ""), "1,3,5");
 }
 
@@ -562,7 +562,7 @@ TEST_F(StatementLayer, KindsAreJoinedInTheirOrder) {
   EXPECT_EQ(joined({5, 4, 3, 2, 1, 5}, ""), "5,4,3,2,1,5");
 }
 
-TEST_F(StatementLayer, NoValidKindLeavesTheList) {
+TEST_F(StatementLayer, NoValidKindKeepsTheList) {
   EXPECT_EQ(joined({}, ""), "");
   EXPECT_EQ(joined({0, 6, -1}, "2"), "2");
 }

@@ -35,7 +35,7 @@ class Transactions : public StoreTest {
 
 // ---- Transactions -------------------------------------------------------------------------------
 
-TEST_F(Transactions, WritesAreSeenOnceCommitted) {
+TEST_F(Transactions, WritesAreVisibleOnceCommitted) {
   EXPECT_TRUE(store().start_transaction());
   EXPECT_TRUE(in_transaction());
   ASSERT_TRUE(store().set_sync_time(1000, true));
@@ -64,7 +64,7 @@ TEST_F(Transactions, SecondStartFailsAndKeepsTheFirst) {
   EXPECT_EQ(rows(kSyncRows), Rows{"me|1000|0"});
 }
 
-TEST_F(Transactions, CommitWithoutTransactionFailsAndItsRollbackToo) {
+TEST_F(Transactions, CommitWithoutTransactionAndItsRollbackFail) {
   EXPECT_FALSE(store().commit_transaction());
   EXPECT_EQ(take_ledger(), (Rows{"commit transaction", "rollback transaction"}));
   const Rows lines = log.take();
@@ -100,7 +100,7 @@ TEST_F(Transactions, UserWithoutSyncTimesKeepsTheCallersValues) {
   EXPECT_EQ(sent, 8);
 }
 
-TEST_F(Transactions, SyncTimesAreReadInFullWidth) {
+TEST_F(Transactions, SyncTimesAreReadIn64Bits) {
   plant("insert into t_sync values('me',9223372036854775807,-9223372036854775808)");
   int64_t received = 0;
   int64_t sent = 0;
@@ -109,7 +109,7 @@ TEST_F(Transactions, SyncTimesAreReadInFullWidth) {
   EXPECT_EQ(sent, std::numeric_limits<int64_t>::min());
 }
 
-TEST_F(Transactions, SentTimeNeedNotBeAskedFor) {
+TEST_F(Transactions, SentTimeIsOptional) {
   plant("insert into t_sync values('me',1000,500)");
   int64_t received = 0;
   EXPECT_TRUE(store().get_sync_time(&received, nullptr));
@@ -147,7 +147,7 @@ TEST_F(Transactions, FirstSentTimeIsWrittenWithoutAReceivedTime) {
   EXPECT_EQ(rows(kSyncRows), Rows{"me|0|500"});
 }
 
-TEST_F(Transactions, EqualAndOlderReceivedTimesAreDroppedInSilence) {
+TEST_F(Transactions, EqualAndOlderReceivedTimesAreRefusedWithoutLogging) {
   plant("insert into t_sync values('me',1000,2000)");
   EXPECT_FALSE(store().set_sync_time(1000, true));
   EXPECT_FALSE(store().set_sync_time(999, true));
@@ -156,7 +156,7 @@ TEST_F(Transactions, EqualAndOlderReceivedTimesAreDroppedInSilence) {
   EXPECT_EQ(log.take(), Rows{});
 }
 
-TEST_F(Transactions, EqualAndOlderSentTimesAreDroppedInSilence) {
+TEST_F(Transactions, EqualAndOlderSentTimesAreRefusedWithoutLogging) {
   plant("insert into t_sync values('me',1000,500)");
   EXPECT_FALSE(store().set_sync_time(500, false));
   EXPECT_FALSE(store().set_sync_time(499, false));
@@ -177,7 +177,7 @@ TEST_F(Transactions, ReceivedTimeKeepsTheSentTime) {
   EXPECT_EQ(rows(kSyncRows), Rows{"me|1001|5000"});
 }
 
-TEST_F(Transactions, SyncTimesAreWrittenInFullWidth) {
+TEST_F(Transactions, SyncTimesAreWrittenIn64Bits) {
   EXPECT_TRUE(store().set_sync_time(std::numeric_limits<int64_t>::max(), true));
   EXPECT_EQ(rows(kSyncRows), Rows{"me|9223372036854775807|0"});
 }

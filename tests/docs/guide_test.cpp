@@ -70,7 +70,7 @@ class Guide : public testing::TestWithParam<Snippet> {
   TemporaryFolder folder_;
 };
 
-TEST_P(Guide, PrintsWhatItSays) {
+TEST_P(Guide, PrintsTheDocumentedOutput) {
   const std::string promise = promised(GetParam().text);
   ASSERT_NE(promise, "") << "docs/guide.md:" << GetParam().line
                          << ": a snippet that prints nothing";

@@ -142,7 +142,7 @@ TEST_F(FalseFailure, WriteThatReturnsFalseIsStoredAfterARestart) {
   EXPECT_EQ(rows_after_restart("select sent_status from t_message"), Rows{"3"});
 }
 
-TEST_F(FalseFailure, DeletionThatReturnsFalseIsMadeAfterARestart) {
+TEST_F(FalseFailure, DeletionThatReturnsFalseIsCompleteAfterARestart) {
   EXPECT_FALSE(without_sync([this] { return store().delete_message("room", Corvan::CV_GROUP); }));
   restart();
   EXPECT_EQ(contents_after_restart(), Rows{});

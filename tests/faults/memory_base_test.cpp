@@ -182,12 +182,12 @@ class MemoryEndsAtTheFirstLineDeathTest : public testing::Test {
   }
 };
 
-TEST_F(MemoryEndsAtTheFirstLineDeathTest, AWriteLeavesNoStatementOpen) {
+TEST_F(MemoryEndsAtTheFirstLineDeathTest, FailedWriteLeavesNoStatementOpen) {
   EXPECT_EXIT(std::exit(without_memory_for_the_logger(refused_write)), testing::ExitedWithCode(0),
               "");
 }
 
-TEST_F(MemoryEndsAtTheFirstLineDeathTest, AReadDoesNotEndTheProcess) {
+TEST_F(MemoryEndsAtTheFirstLineDeathTest, FailedReadDoesNotEndTheProcess) {
   EXPECT_EXIT(std::exit(without_memory_for_the_logger(interrupted_read)),
               testing::ExitedWithCode(0), "");
 }

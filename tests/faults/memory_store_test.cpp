@@ -65,7 +65,7 @@ TEST_F(MemoryEndsInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt) 
   EXPECT_EQ(committed(), Rows{"1|0"});
 }
 
-TEST_F(MemoryEndsInTransaction, TransactionOfASuccessfulOperationStaysOpenToo) {
+TEST_F(MemoryEndsInTransaction, TransactionOfASuccessfulOperationAlsoStaysOpen) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_FALSE(store().start_transaction());
   log.take();
@@ -83,7 +83,7 @@ TEST_F(MemoryEndsInTransaction, NextOperationWithATransactionCommitsTheOpenOne) 
   EXPECT_EQ(committed(), (Rows{"1|5", "2|1"}));
 }
 
-TEST_F(MemoryEndsInTransaction, ClosingTheStoreRollsTheOpenTransactionBack) {
+TEST_F(MemoryEndsInTransaction, ClosingTheStoreRollsBackTheOpenTransaction) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_EQ(save(NewMessage().at(200)), 2);
   store().close_db();
@@ -107,7 +107,7 @@ TEST(MemoryEndsForTheObject, GetInstanceThrowsAndThenWorks) {
 class MemoryEndsInStore : public StoreTest {};
 
 // The library is started by the first opening: without the memory for that it opens nothing.
-TEST_F(MemoryEndsInStore, NothingOpensWithoutMemoryToStartTheLibrary) {
+TEST_F(MemoryEndsInStore, OpeningFailsWithoutMemoryToStartSqlite) {
   for (const bool once : {true, false}) {
     uint64_t failures = 0;
     for (uint64_t nth = 1, opened = 0; opened == 0; ++nth) {
@@ -128,7 +128,7 @@ TEST_F(MemoryEndsInStore, NothingOpensWithoutMemoryToStartTheLibrary) {
 }
 
 // The line of the failed prepare is lost or truncated; everything else is done.
-TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLine) {
+TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLogLine) {
   store().close_db();
   write_file(file(), std::string(8192, 'x'));
   ASSERT_EQ(store().open_db(), SQLITE_OK);
@@ -181,7 +181,7 @@ TEST_F(MemoryEndsInOpening, CallerCanCloseAndOpenAgain) {
 }
 
 // The connection is open for the user, so another opening does nothing more.
-TEST_F(MemoryEndsInOpening, OpeningAgainWithoutClosingLeavesTheFileWithoutTables) {
+TEST_F(MemoryEndsInOpening, OpeningAgainWithoutClosingDoesNotCreateTheTables) {
   EXPECT_TRUE(open());
   EXPECT_EQ(rows(kTables), Rows{});
   EXPECT_EQ(save(NewMessage()), -1);

@@ -260,7 +260,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
   static inline Tally tally_;
 };
 
-TEST_P(MemoryEnds, OperationsReturnOrThrowAndTheStoreGoesOn) {
+TEST_P(MemoryEnds, OperationsReturnOrThrowAndTheStoreStaysUsable) {
   const TimeLimit limit;
   uint64_t seed = setting("CORVAN_MEMORY_SEED", 1);
   try_each(seed);

@@ -41,12 +41,12 @@ Scenario saves_after(const std::string& pragma) {
           }};
 }
 
-TEST(PowerFinds, NothingWhereEveryCommitWaits) {
+TEST(PowerFinds, NoLossIfEveryCommitIsSynced) {
   const Scenario scenario = saves_after("pragma synchronous=full");
   EXPECT_EQ(losses_of(scenario.name, record(scenario)).complaints, Rows{});
 }
 
-TEST(PowerFinds, LossesWhereSqliteDoesNotSync) {
+TEST(PowerFinds, LossesIfSqliteDoesNotSync) {
   const Scenario scenario = saves_after("pragma synchronous=off");
   const Findings findings = losses_of(scenario.name, record(scenario));
   EXPECT_TRUE(any_contains(findings.complaints, "allowed are"));
@@ -54,20 +54,20 @@ TEST(PowerFinds, LossesWhereSqliteDoesNotSync) {
               any_contains(findings.complaints, "the store complains"));
 }
 
-TEST(PowerFinds, LossesWhereOnlyCheckpointsSync) {
+TEST(PowerFinds, LossesIfOnlyCheckpointsSync) {
   const Scenario scenario = saves_after("pragma synchronous=normal");
   const Findings findings = losses_of(scenario.name, record(scenario));
   EXPECT_TRUE(any_contains(findings.complaints, "allowed are"));
   EXPECT_FALSE(any_contains(findings.complaints, "the file is not sound"));
 }
 
-TEST(PowerFinds, LossesWhereTheDiskIgnoresSyncs) {
+TEST(PowerFinds, LossesIfTheDiskIgnoresSyncs) {
   const History history =
       record(saves_after("pragma synchronous=full"), DiskRecorder::Syncs::kIgnored);
   EXPECT_TRUE(any_contains(losses_of("ignored syncs", history).complaints, "allowed are"));
 }
 
-TEST(PowerFinds, AStateThatNobodyCommitted) {
+TEST(PowerFinds, StateThatWasNeverCommitted) {
   History history = record({"", standard_store, play_saves});
   // Take the state of the third save out of the history: no loss of power may leave it any more.
   const auto before = history.acknowledged.at(3).state;
@@ -82,7 +82,7 @@ TEST(PowerFinds, AStateThatNobodyCommitted) {
   EXPECT_TRUE(any_contains(losses_of("missing", history).complaints, "in none of its states"));
 }
 
-TEST(PowerFinds, WorkThatIsAcknowledgedTooEarly) {
+TEST(PowerFinds, WorkAcknowledgedTooEarly) {
   History history = record({"", standard_store, play_saves});
   history.acknowledged.at(4).event = history.acknowledged.at(3).event;
   EXPECT_TRUE(any_contains(losses_of("early", history).complaints, "allowed are"));
@@ -123,7 +123,7 @@ DiskEvent delete_f(bool folder) {
 
 using Contents = std::set<std::string>;
 
-TEST(PowerDisk, LosesAnyOfTheWritesThatWereNotSynced) {
+TEST(PowerDisk, MayLoseAnyUnsyncedWrite) {
   const DiskImage start = {{"f", "...."}};
   EXPECT_EQ(images(start, {}), Contents{"...."});
   EXPECT_EQ(images(start, {write_f(0, "a"), write_f(2, "b")}),
@@ -135,7 +135,7 @@ TEST(PowerDisk, LosesAnyOfTheWritesThatWereNotSynced) {
   EXPECT_EQ(images(start, {write_f(5, "a")}), (Contents{"....", std::string("....\0a", 6)}));
 }
 
-TEST(PowerDisk, TearsAWriteBetweenSectors) {
+TEST(PowerDisk, TearsWritesAtSectorBoundaries) {
   const auto sectors = [](char a, char b, char c) {
     return std::string(500, a) + std::string(512, b) + std::string(400, c);
   };
@@ -151,13 +151,13 @@ TEST(PowerDisk, TearsAWriteBetweenSectors) {
   EXPECT_EQ(contents, expected);
 }
 
-TEST(PowerDisk, LosesAFileWhoseFolderWasNotSynced) {
+TEST(PowerDisk, MayLoseAFileWhoseFolderWasNotSynced) {
   EXPECT_EQ(images({}, {create_f(), write_f(0, "a")}), (Contents{"-", "", "a"}));
   EXPECT_EQ(images({}, {create_f(), write_f(0, "a"), sync_f(false)}), (Contents{"-", "a"}));
   EXPECT_EQ(images({}, {create_f(), write_f(0, "a"), sync_f(true)}), Contents{"a"});
 }
 
-TEST(PowerDisk, BringsBackADeletedFileWhoseFolderWasNotSynced) {
+TEST(PowerDisk, MayRestoreADeletedFileWhoseFolderWasNotSynced) {
   const DiskImage start = {{"f", "."}};
   EXPECT_EQ(images(start, {delete_f(false)}), (Contents{".", "-"}));
   EXPECT_EQ(images(start, {delete_f(true)}), Contents{"-"});

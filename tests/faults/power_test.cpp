@@ -70,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(Own, Power, testing::ValuesIn(own_scenarios()), scenari
 INSTANTIATE_TEST_SUITE_P(Operations, Power, testing::ValuesIn(scenarios_of_operations()),
                          scenario_name);
 
-TEST(PowerSeeds, RunUntilTheTimeLimit) {
+TEST(PowerSeeds, RepeatWithNewSeedsUntilTheTimeLimit) {
   const TimeLimit limit;
   if (!limit.given()) GTEST_SKIP() << "CORVAN_SECONDS is not set: no time to fill";
   std::vector<Scenario> scenarios = own_scenarios();
@@ -91,7 +91,7 @@ TEST(PowerSeeds, RunUntilTheTimeLimit) {
 // The store leaves it to SQLite how often it waits for the disk. Full is SQLite's default unless
 // the library was built with another, such as SQLITE_DEFAULT_WAL_SYNCHRONOUS=1: a commit that has
 // returned can be lost then.
-TEST(PowerSettings, EveryCommitWaitsForTheDisk) {
+TEST(PowerSettings, EveryCommitIsSynced) {
   constexpr int32_t kFull = 2;
   const TemporaryFolder folder;
   for (const char* const opened : {"new", "again"}) {
@@ -116,7 +116,7 @@ std::size_t states_of(const History& history) {
 }
 
 // The scenarios reach what they are named for.
-TEST(PowerRecords, HoldWhatTheScenariosAreFor) {
+TEST(PowerRecords, ContainTheEventsThatEachScenarioIsFor) {
   const auto expect = [](const std::string& name, const std::set<std::string>& expected) {
     std::map<std::string, int> kinds = kinds_of_events(record(named(name, own_scenarios())));
     for (const std::string& kind : expected) EXPECT_GT(kinds[kind], 0) << name << ": " << kind;
@@ -136,7 +136,7 @@ TEST(PowerRecords, HoldWhatTheScenariosAreFor) {
 
 // Power may be lost between the commits of an operation. An operation that is one transaction must
 // have one.
-TEST(PowerRecords, HoldOneCommitOfEachOperationThatIsOneTransaction) {
+TEST(PowerRecords, ContainOneCommitPerTransactionalOperation) {
   for (const char* const name : {"SetSendTimeAccepted", "SetReadStatusRead", "SetReadStatusUnread",
                                  "DeleteByIds", "ClearSession", "ClearUnread"}) {
     EXPECT_EQ(states_of(record(named(name, scenarios_of_operations()))), 2U) << name;
@@ -149,7 +149,7 @@ TEST(PowerRecords, HoldOneCommitOfEachOperationThatIsOneTransaction) {
 
 // The same for every call of the operations that the table calls one transaction. A call that
 // changes nothing commits nothing.
-TEST(PowerRecords, HoldAtMostOneCommitOfWhatCommitsAtOnce) {
+TEST(PowerRecords, ContainAtMostOneCommitPerCallOfATransactionalOperation) {
   for (const Operation& operation : all_operations()) {
     if (operation.commits != Commits::kOneTransaction) continue;
     for (const Statements& each : operation.statements) {

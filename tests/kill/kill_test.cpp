@@ -121,7 +121,7 @@ Plan plan_with_commit(StoreLife& life) {
 
 constexpr uint64_t kGrowingSeed = 3;
 
-TEST_F(KillChecksTest, FindsACommitThatWasAcknowledgedAndNeverMade) {
+TEST_F(KillChecksTest, FindsACommitThatWasAcknowledgedButNeverMade) {
   for (const bool honest : {true, false}) {
     StoreLife life(kGrowingSeed, watch, statistics, schema);
     Plan plan = plan_with_commit(life);
@@ -135,7 +135,7 @@ TEST_F(KillChecksTest, FindsACommitThatWasAcknowledgedAndNeverMade) {
   }
 }
 
-TEST_F(KillChecksTest, FindsWhatIsLostAfterwards) {
+TEST_F(KillChecksTest, FindsLostOrChangedContent) {
   const std::vector<std::string> losses = {
       "delete from t_message where id=(select max(id) from t_message)",
       "update t_message set content=content||'x' where id=(select min(id) from t_message)",
@@ -157,7 +157,7 @@ TEST_F(KillChecksTest, FindsWhatIsLostAfterwards) {
   }
 }
 
-TEST_F(KillChecksTest, FindsAStoreThatIsGone) {
+TEST_F(KillChecksTest, FindsAMissingStore) {
   StoreLife life(kGrowingSeed, watch, statistics, schema);
   const Plan plan = plan_with_commit(life);
   const Killed killed = kill_at_work(plan, {plan.size(), 0}, watch);

@@ -228,7 +228,7 @@ constexpr Log kChats = {"kdconv-zh.jsonl", "kd-me"};
 using IrcReplay = ReplayTest<&kIrc>;
 using ChatReplay = ReplayTest<&kChats>;
 
-TEST_F(IrcReplay, EachMessageOnce) {
+TEST_F(IrcReplay, StoresEachMessageOnce) {
   EXPECT_EQ(replay().stored(), 57021);
   EXPECT_EQ(replay().rows("select count(*),sum(direction=0) from t_message"), Rows{"57021|2080"});
   EXPECT_EQ(replay().rows("select session_type,count(*) from t_session group by 1"),
@@ -246,25 +246,25 @@ TEST_F(IrcReplay, Counters) {
   EXPECT_EQ(mentions, 972);
 }
 
-TEST_F(IrcReplay, NothingToVerify) {
+TEST_F(IrcReplay, LeavesNothingForVerifyToReport) {
   check_findings();
 }
 
-TEST_F(IrcReplay, ListInPagesOfSeven) {
+TEST_F(IrcReplay, ListsConversationsInPagesOfSeven) {
   check_list_pages(7);
 }
 
-TEST_F(IrcReplay, HistoryInPagesOfFifty) {
+TEST_F(IrcReplay, ReadsHistoryInPagesOfFifty) {
   check_history_pages(50);
 }
 
-TEST_F(IrcReplay, SecondImportStoresNone) {
+TEST_F(IrcReplay, SecondReplayStoresNothing) {
   EXPECT_EQ(replay().import(), 0);
   EXPECT_EQ(replay().rows("select count(*) from t_message"), Rows{"57021"});
   EXPECT_EQ(unread(kAllKinds), 54941);
 }
 
-TEST_F(ChatReplay, EachMessageOnce) {
+TEST_F(ChatReplay, StoresEachMessageOnce) {
   EXPECT_EQ(replay().stored(), 19058);
   EXPECT_EQ(replay().rows("select count(*),sum(direction=0) from t_message"), Rows{"19058|9531"});
   EXPECT_EQ(replay().rows("select session_type,count(*) from t_session group by 1"), Rows{"1|900"});
@@ -274,15 +274,15 @@ TEST_F(ChatReplay, Counters) {
   EXPECT_EQ(unread(kAllKinds), 19058 - 9531);
 }
 
-TEST_F(ChatReplay, NothingToVerify) {
+TEST_F(ChatReplay, LeavesNothingForVerifyToReport) {
   check_findings();
 }
 
-TEST_F(ChatReplay, ListInPagesOfSeven) {
+TEST_F(ChatReplay, ListsConversationsInPagesOfSeven) {
   check_list_pages(7);
 }
 
-TEST_F(ChatReplay, HistoryInPagesOfFifty) {
+TEST_F(ChatReplay, ReadsHistoryInPagesOfFifty) {
   check_history_pages(50);
 }
 

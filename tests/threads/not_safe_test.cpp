@@ -3,21 +3,21 @@
 // must avoid it serialises the calls.
 //
 //  - Tests and inserts of a save. Two saves of one message at once can both store it
-//    (SameMessageSavedTwiceAtOnceIsStoredTwice).
+//    (SimultaneousSavesOfOneMessageStoreItTwice).
 //  - Reads followed by writes. Of two at once one is lost, or a time goes back:
 //    save_message, set_session_time, set_sessiontime: an unread message is not counted, the
-//    conversation keeps an earlier time (SavesIntoOneConversationAtOnceLoseAnUnreadOne,
-//    FirstMessagesAtOnceLoseAnUnreadOne);
-//    set_is_top, set_message_draft (PinningAMissingConversationAtOnceFails);
+//    conversation keeps an earlier time (SimultaneousSavesToOneConversationLoseAnUnreadCount,
+//    SimultaneousFirstMessagesLoseAnUnreadCount);
+//    set_is_top, set_message_draft (SimultaneousPinningOfAMissingConversationFails);
 //    update_message_receipt_status (ReceiptTimeGoesBack);
-//    set_sync_time (SyncMarksSetAtOnceLoseOne);
+//    set_sync_time (SimultaneousSyncTimesLoseOne);
 //    clear_message and delete_message by server uids, which set the conversation's newest message
-//    afterwards (ClearingAConversationForgetsAMessageSavedMeanwhile);
+//    afterwards (ClearingAConversationHidesAMessageSavedMeanwhile);
 //    likewise sync_unread, update_message_status, and set_send_time_for_dup_msg after its test.
 //  - Transactions belong to the connection. What another thread does meanwhile is committed or
 //    rolled back with them (SaveOfAnotherThreadIsLostWithTheTransaction). An operation that is one
 //    transaction commits them (OperationOfAnotherThreadCommitsTheTransaction). Two such operations
-//    at once are not units (DeletingWhileAnotherThreadMarksAsReadLowersTheCounterTwice).
+//    at once are not units (DeletingWhileAnotherThreadMarksReadLowersTheCounterTwice).
 //  - The last row id belongs to the connection. The id that a save returns, and that becomes the
 //    newest message of its conversation, can be that of another thread's insert
 //    (SaveReturnsTheIdOfAnotherThreadsInsert, BatchRecordReceivesTheIdOfAnotherThreadsInsert), even
@@ -26,7 +26,7 @@
 //    (ErrorTextIsThatOfTheLastFailure). If two operations fail at the same moment, one may even
 //    read the text while SQLite replaces it. There is no test for that.
 //  - The store remembers once where the last page of the conversation list ended
-//    (TwoReadersOfTheListLoseTheirPlace).
+//    (TwoReadersOfTheListLoseTheirPosition).
 //  - A compaction fails while any statement runs (CompactionFailsWhileAnotherThreadReads).
 //  - A read that runs while another thread writes sees some of the writes and misses others.
 //  - Closing the store while another thread has a statement is undefined, and so is a damaged file,
@@ -85,7 +85,7 @@ Rows not_committed() {
   return lines;
 }
 
-TEST_F(ThreadsNotSafe, SameMessageSavedTwiceAtOnceIsStoredTwice) {
+TEST_F(ThreadsNotSafe, SimultaneousSavesOfOneMessageStoreItTwice) {
   const NewMessage same = NewMessage().named("u1").client(7);
   int64_t other = 0;
   {
@@ -100,7 +100,7 @@ TEST_F(ThreadsNotSafe, SameMessageSavedTwiceAtOnceIsStoredTwice) {
   EXPECT_EQ(save(same), -1);  // known from now on
 }
 
-TEST_F(ThreadsNotSafe, FirstMessagesAtOnceLoseAnUnreadOne) {
+TEST_F(ThreadsNotSafe, SimultaneousFirstMessagesLoseAnUnreadCount) {
   {
     const Meanwhile second(Meanwhile::kAfter, "select 1 from t_session",
                            [&] { save(NewMessage().at(300)); });
@@ -113,7 +113,7 @@ TEST_F(ThreadsNotSafe, FirstMessagesAtOnceLoseAnUnreadOne) {
                                    "t_session.session_type"));
 }
 
-TEST_F(ThreadsNotSafe, SavesIntoOneConversationAtOnceLoseAnUnreadOne) {
+TEST_F(ThreadsNotSafe, SimultaneousSavesToOneConversationLoseAnUnreadCount) {
   save(NewMessage().at(100));
   {
     const Meanwhile second(Meanwhile::kAfter, "select session_time,latest_id",
@@ -124,7 +124,7 @@ TEST_F(ThreadsNotSafe, SavesIntoOneConversationAtOnceLoseAnUnreadOne) {
   EXPECT_EQ(room(), Rows{"200|2|2|0"});
 }
 
-TEST_F(ThreadsNotSafe, PinningAMissingConversationAtOnceFails) {
+TEST_F(ThreadsNotSafe, SimultaneousPinningOfAMissingConversationFails) {
   {
     const Meanwhile second(Meanwhile::kAfter, "select 1 from t_session",
                            [&] { store().add_session("room", CV_GROUP, 5, -1, "", 0, 0); });
@@ -134,7 +134,7 @@ TEST_F(ThreadsNotSafe, PinningAMissingConversationAtOnceFails) {
   EXPECT_EQ(log.take().size(), 2U);
 }
 
-TEST_F(ThreadsNotSafe, ClearingAConversationForgetsAMessageSavedMeanwhile) {
+TEST_F(ThreadsNotSafe, ClearingAConversationHidesAMessageSavedMeanwhile) {
   save(NewMessage());
   {
     const Meanwhile second(Meanwhile::kAfter, "delete from t_message",
@@ -156,7 +156,7 @@ TEST_F(ThreadsNotSafe, ReceiptTimeGoesBack) {
   EXPECT_EQ(rows("select receipt_time from t_session"), Rows{"200"});
 }
 
-TEST_F(ThreadsNotSafe, SyncMarksSetAtOnceLoseOne) {
+TEST_F(ThreadsNotSafe, SimultaneousSyncTimesLoseOne) {
   {
     const Meanwhile second(Meanwhile::kAfter, "select receive_time",
                            [&] { EXPECT_TRUE(store().set_sync_time(50, false)); });
@@ -198,7 +198,7 @@ TEST_F(ThreadsNotSafe, SecondThreadCannotBeginATransactionOfItsOwn) {
   EXPECT_TRUE(store().commit_transaction());
 }
 
-TEST_F(ThreadsNotSafe, DeletingWhileAnotherThreadMarksAsReadLowersTheCounterTwice) {
+TEST_F(ThreadsNotSafe, DeletingWhileAnotherThreadMarksReadLowersTheCounterTwice) {
   save(NewMessage());
   {
     const Meanwhile second(Meanwhile::kAfter, "select session_id,session_type from t_session",
@@ -276,7 +276,7 @@ TEST_F(ThreadsNotSafe, ErrorTextIsThatOfTheLastFailure) {
                               finalize_failed(19, "UNIQUE constraint failed: t_sync.user_id")}));
 }
 
-TEST_F(ThreadsNotSafe, ErrorTextIsGoneAfterAnyOtherStatement) {
+TEST_F(ThreadsNotSafe, ErrorTextIsClearedByAnyOtherStatement) {
   store().execute_none_query("selct 1");
   EXPECT_EQ(store().get_error(), "near \"selct\": syntax error");
   on_another_thread([&] { EXPECT_FALSE(store().is_session_exist("room", CV_GROUP)); });
@@ -284,7 +284,7 @@ TEST_F(ThreadsNotSafe, ErrorTextIsGoneAfterAnyOtherStatement) {
   log.take();
 }
 
-TEST_F(ThreadsNotSafe, TwoReadersOfTheListLoseTheirPlace) {
+TEST_F(ThreadsNotSafe, TwoReadersOfTheListLoseTheirPosition) {
   plant_session("pinned 9", CV_GROUP, 900, 0);
   plant_session("pinned 8", CV_GROUP, 800, 0);
   plant("update t_session set is_top=1");

@@ -104,11 +104,11 @@ class Threads : public StoreTest {
   }
 };
 
-TEST_F(Threads, TwoReadAndWriteWhileOneDrives) {
+TEST_F(Threads, TwoThreadsReadAndWriteBesideTheDriver) {
   run_all(2);
 }
 
-TEST_F(Threads, FourReadAndWriteWhileOneDrives) {
+TEST_F(Threads, FourThreadsReadAndWriteBesideTheDriver) {
   run_all(4);
 }
 

@@ -110,7 +110,7 @@ TEST_F(CommandLineTest, KeepsBracketsInValues) {
       << read_err();
 }
 
-TEST_F(CommandLineTest, TakesArgumentsThatBeginWithADashAfterTwoDashes) {
+TEST_F(CommandLineTest, AcceptsArgumentsWithALeadingDashAfterADoubleDash) {
   import(line({{ "content", "a -x b" }}));
   EXPECT_EQ(run({"search", store(), "-x"}).status, 2);
   EXPECT_EQ(run({"search", store(), "--", "-x"}).status, 0);

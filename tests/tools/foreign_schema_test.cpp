@@ -14,7 +14,7 @@ namespace {
 class ForeignSchemaTest : public ForeignSchemaSample {};
 
 // Tables and views of the file hide tables and functions of SQLite with the same name.
-TEST_F(ForeignSchemaTest, TablesNamedLikeThoseOfSqliteDoNoHarm) {
+TEST_F(ForeignSchemaTest, TablesNamedLikeSqliteTablesDoNoHarm) {
   std::string said;
   const std::vector<Json> as_jsonl = records(said);
   const std::vector<std::string> as_html = html();

@@ -77,7 +77,7 @@ TEST_F(HostileJournalTest, IgnoresAFinishedJournal) {
   EXPECT_EQ(read_file(victim), "mine");
 }
 
-TEST_F(HostileJournalTest, RollsBackAJournalOfTheStoreAlone) {
+TEST_F(HostileJournalTest, RollsBackAJournalThatNamesNoOtherFile) {
   plant("pragma journal_mode=delete");
   const std::string journal = journal_with_super(read_file(file()), "");
   write_file(file() + "-journal", journal.substr(0, journal.size() - 20));
@@ -110,7 +110,7 @@ TEST_F(HostileJournalTest, TreatsALogOfAnotherPageSizeAsDamage) {
 }
 
 // SQLite deletes a log and a journal beside an empty file.
-TEST_F(HostileJournalTest, ImportKeepsALogWhoseStoreIsGone) {
+TEST_F(HostileJournalTest, ImportKeepsALogWhoseStoreIsMissing) {
   const struct {
     const char* suffix;
     const char* error;

@@ -80,7 +80,7 @@ TEST_F(ImportIntoAlteredStore, SkipBadCountsDroppedMessagesAndLeavesNoTraceOfThe
   EXPECT_EQ(sessions(), (Rows{"of a|1|1", "of b|1|2"}));
 }
 
-TEST_F(ImportIntoAlteredStore, AllMessagesDroppedAreNoneStored) {
+TEST_F(ImportIntoAlteredStore, NoMessageIsStoredIfATriggerDropsThemAll) {
   alter("create trigger void before insert on t_message begin select raise(ignore); end");
   std::string text;
   for (int i = 0; i < 20; ++i) text += word(std::to_string(i));
@@ -99,7 +99,7 @@ TEST_F(ImportIntoAlteredStore, MessageThatATriggerDeletesIsNotStored) {
   EXPECT_EQ(contents(), Rows{"a"});
 }
 
-TEST_F(ImportIntoAlteredStore, MessagesOfItsBatchThatATriggerDeletesLaterAreNotStored) {
+TEST_F(ImportIntoAlteredStore, MessagesThatATriggerDeletesLaterInTheirBatchAreNotStored) {
   alter(
       "create trigger only_two after insert on t_message "
       "begin delete from t_message where id<=new.id-2; end");
@@ -140,7 +140,7 @@ TEST_F(ImportIntoAlteredStore, CompletionThatATriggerChangesIsCounted) {
 }
 
 // The library updates the row whose id is the lower 32 bits of the message's id.
-TEST_F(ImportIntoAlteredStore, MessageOfALargeIdIsNotCountedAsCompleted) {
+TEST_F(ImportIntoAlteredStore, MessageWithALargeIdIsNotCountedAsCompleted) {
   import(line(own_message()));
   plant("update t_message set id=4294967301");
   const Outcome outcome = import_text(line(own_message_named("s7")));
@@ -149,7 +149,7 @@ TEST_F(ImportIntoAlteredStore, MessageOfALargeIdIsNotCountedAsCompleted) {
   EXPECT_EQ(counts(outcome), "0 stored, 0 completed, 0 refused, 0 bad");
 }
 
-TEST_F(ImportIntoAlteredStore, RowOfATriggerIsNotTakenForADroppedMessage) {
+TEST_F(ImportIntoAlteredStore, RowInsertedByATriggerIsNotADroppedMessage) {
   alter(
       "insert into t_session(session_id,session_type) values('x',1);"
       "insert into t_session(session_id,session_type) values('y',1);"
@@ -162,7 +162,7 @@ TEST_F(ImportIntoAlteredStore, RowOfATriggerIsNotTakenForADroppedMessage) {
   EXPECT_EQ(contents(), Rows{});
 }
 
-TEST_F(ImportIntoAlteredStore, NoColumnIsTheRowId) {
+TEST_F(ImportIntoAlteredStore, TableWithoutARowIdColumnStoresNothing) {
   import("");
   plant(
       "drop table t_message;create table t_message(id integer,session_id text default '',"
@@ -176,7 +176,7 @@ TEST_F(ImportIntoAlteredStore, NoColumnIsTheRowId) {
   EXPECT_EQ(contents(), Rows{});
 }
 
-TEST_F(ImportIntoAlteredStore, TriggersThatOnlyWatchDropNothing) {
+TEST_F(ImportIntoAlteredStore, LoggingTriggersDropNothing) {
   alter(
       "create trigger shout after insert on t_message "
       "begin update t_message set content=upper(content) where id=new.id; end");
@@ -189,7 +189,7 @@ TEST_F(ImportIntoAlteredStore, TriggersThatOnlyWatchDropNothing) {
 constexpr const char* kNoIdLeft =
     "no id is left for a new message: 9223372036854775807 is the largest one";
 
-TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhereSqliteReportsAFullDisk) {
+TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhenSqliteReportsAFullDisk) {
   alter("insert into t_message(id,session_id,session_type) values(9223372036854775807,'x',1)");
   const Outcome outcome = import_text(word("a"));
   EXPECT_EQ(outcome.status, 2);
@@ -199,7 +199,7 @@ TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhereSqliteReportsAFullDisk) {
   EXPECT_EQ(outcome.err.find("full"), std::string::npos) << outcome.err;
 }
 
-TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhenOnlyItsNumberIsLeft) {
+TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhenOnlyTheSequenceHasReachedIt) {
   alter("insert into sqlite_sequence(name,seq) values('t_message',9223372036854775807)");
   const Outcome outcome = import_text(word("a"));
   EXPECT_EQ(outcome.status, 2);
@@ -215,7 +215,7 @@ TEST_F(ImportIntoAlteredStore, LargestIdIsNamedWhenItIsReachedWithinABatch) {
 }
 
 // Follows the advice in the error.
-TEST_F(ImportIntoAlteredStore, ExportAndRestoreWithSmallerNumbersTakeMessagesAgain) {
+TEST_F(ImportIntoAlteredStore, StoreRestoredWithSmallerIdsAcceptsMessagesAgain) {
   alter("insert into sqlite_sequence(name,seq) values('t_message',9223372036854775806)");
   import(word("a"));
   ASSERT_EQ(rows("select latest_id from t_session"), Rows{"9223372036854775807"});

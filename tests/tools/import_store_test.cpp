@@ -72,7 +72,7 @@ TEST_F(ImportStoreTest, DoesNotDeleteStoreWithDamagedPage) {
   EXPECT_EQ(read_file(file()).size(), bytes.size());
 }
 
-TEST_F(ImportStoreTest, DoesNotDeleteStoreThatItsLogMakesUnreadable) {
+TEST_F(ImportStoreTest, DoesNotDeleteStoreMadeUnreadableByItsLog) {
   ASSERT_EQ(import_text(numbered(1)).status, 0);
   const std::string other = folder.file("other");
   std::filesystem::copy_file(file(), other);

@@ -58,7 +58,7 @@ TEST_F(IndexFailureTest, ReportsAReaderOutsideWalMode) {
   EXPECT_EQ(rows("pragma journal_mode"), Rows{"delete"});
 }
 
-TEST_F(IndexFailureTest, AClientThatHasTheStoreOpenGoesOn) {
+TEST_F(IndexFailureTest, ClientThatHasTheStoreOpenKeepsWorking) {
   {
     corvan_tool::OpenStore client(store(), "me");
     drop_all();

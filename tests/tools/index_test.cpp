@@ -198,7 +198,7 @@ TEST_F(IndexTest, ReportsTheSizeOfNewIndexes) {
   }
 }
 
-TEST_F(IndexTest, ADryRunReportsAllAndChangesNothing) {
+TEST_F(IndexTest, DryRunReportsEveryChangeAndMakesNone) {
   plant("drop index " + indexes.back().name +
         ";create index t_message_older on t_message(sender);"
         "create index by_sender on t_message(sender)");

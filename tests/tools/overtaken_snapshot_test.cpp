@@ -93,7 +93,7 @@ TEST_F(OvertakenSnapshotTest, CopiesAgainIfTheLogWasRestarted) {
   EXPECT_EQ(room["title"], "in the log");
 }
 
-TEST_F(OvertakenSnapshotTest, TakesTheCopiedPartOfALogThatGrew) {
+TEST_F(OvertakenSnapshotTest, UsesTheCopiedPartOfALogThatHasGrown) {
   const WriteAhead first(side_, "update t_message set content='older' where id=3");
   const Files before = side();
   const WriteAhead second(side_, "update t_session set title='newer'");

@@ -63,7 +63,7 @@ TEST_F(RestoreTest, RestoresEveryKindOfValue) {
   EXPECT_EQ(without_time(output({"export", restored(), "--format", "jsonl"})), without_time(text));
 }
 
-TEST_F(RestoreTest, ControlCharactersDoubleTheSizeOfAText) {
+TEST_F(RestoreTest, EscapingControlCharactersAtMostDoublesTheSize) {
   import(line({}));
   plant("update t_message set content=replace(hex(zeroblob(1000)),'0',char(1))||'\"'");
   const std::string text = exported();

@@ -113,7 +113,7 @@ TEST_F(SearchTest, PagesShowMessagesOfAnyTimeAndId) {
   EXPECT_EQ(all_pages("am ", next_id), Ids({6, 5, 1, -4}));
 }
 
-TEST_F(SearchTest, ContinuesAfterAMessageThatHasMovedOrIsGone) {
+TEST_F(SearchTest, ContinuesAfterAMessageThatHasMovedOrWasDeleted) {
   EXPECT_EQ(found({"am ", "--limit", "2"}), Ids({2, 6}));
   plant("delete from t_message where id=6");
   EXPECT_EQ(found({"am ", "--before", next}), Ids({5, 1}));
