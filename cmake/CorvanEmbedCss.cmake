@@ -1,6 +1,6 @@
-# Makes a C++ file that defines `variable` as the style sheet `css`, without comments and layout. The
-# file includes `header`, which declares the variable. Nothing needs to run during the build: CMake
-# makes the file anew when the style sheet changes, before anything is compiled.
+# Generates a C++ file that defines `variable` as the style sheet `css`, without comments and layout. The
+# file includes `header`, which declares the variable. Nothing runs during the build: if the style sheet
+# has changed, CMake generates the file again before anything is compiled.
 #
 # A blank line in the style sheet becomes a line end; all other line ends are removed.
 function(corvan_embed_css css header variable output)

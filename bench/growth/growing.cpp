@@ -1,4 +1,4 @@
-// The measured operations whose work grows with what they sum, count or pass over.
+// The measured operations whose work grows with what they sum, count or skip.
 
 #include "bench/growth/calls.h"
 #include "bench/growth/operations.h"

@@ -130,8 +130,8 @@ class Growth {
 
   static void measure_writes(const std::vector<Operation>& operations, const std::string& suffix,
                              std::size_t size, Times& times) {
-    // An operation with a transaction of its own cannot begin it inside this one, and commits this
-    // one.
+    // Inside this transaction, an operation with its own transaction would fail to begin it, and
+    // would commit this one.
     Corvan::CvDbSingleton& store = *Corvan::CvDbSingleton::get_instance();
     for (const Operation& each : operations) {
       times.add(each.name + suffix, size,
@@ -141,7 +141,7 @@ class Growth {
     }
   }
 
-  // The time that a commit waits for the disk would hide the rest.
+  // Waiting for the disk at each commit would hide the rest.
   static void open_without_syncs(FilledStore& filled) {
     filled.store().open();
     filled.store()->execute_none_query("pragma synchronous=off");

@@ -93,7 +93,7 @@ std::optional<int64_t> bytes_by_kernel() {
   return std::nullopt;
 }
 
-// Saves deliveries, in one transaction or in none.
+// Saves deliveries, in one transaction or without one.
 void save(Store& store, const Delivery* begin, const Delivery* end, bool in_transaction) {
   if (in_transaction) store.begin();
   for (const Delivery* each = begin; each != end; ++each) {

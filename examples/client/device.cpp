@@ -282,7 +282,8 @@ int64_t Device::client_uid_of(int64_t msg_id) {
   return client_uid;
 }
 
-// Reads one page: with several, messages with the time of a page's last message would be missed.
+// Reads a single page. The next page would skip messages that have the same time as the last
+// message of this one.
 Device::Messages Device::all_messages() {
   int32_t count = 0;
   store_->get_message_count(peer_, kKind, count);

@@ -28,7 +28,8 @@ class LogMessage : public testing::Test {
     cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_WARNING);
   }
 
-  // Collects the lines that the logger hands over from now on: number of the severity, blank, text.
+  // Collects the lines that the logger passes to its sink from now on: number of the severity,
+  // blank, text.
   void collect() {
     cvrtc::LogMessage::SetSink([this](cvrtc::LoggingSeverity severity, const std::string& text) {
       const std::lock_guard<std::mutex> lock(mutex_);

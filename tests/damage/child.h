@@ -9,19 +9,19 @@
 
 namespace corvan_test {
 
-// What a process did with the files of a store. It lies in shared memory, so the parent sees what
-// the child wrote before a crash.
+// What a process did with the files of a store. It is in shared memory, so the parent sees what the
+// child wrote before a crash.
 struct Outcome {
   bool opened = false;             // the first opening returned true
-  bool deleted = false;            // the file was deleted, by the operation `deleted_by` first
-  bool failed = false;             // a failure of SQLite was logged, `failure` first
-  bool wrong = false;              // other rows were read than stored before any failure was logged
-  bool found = false;              // check_integrity() told that the file is damaged
-  bool changed = false;            // the file was kept, and written
-  std::array<char, 64> running{};  // the operation that runs, or ran last
+  bool deleted = false;            // the file was deleted; `deleted_by` did it first
+  bool failed = false;             // SQLite failures were logged; `failure` is the first
+  bool wrong = false;              // wrong rows were read before a failure was logged
+  bool found = false;              // check_integrity() reported damage
+  bool changed = false;            // the file was kept and written to
+  std::array<char, 64> running{};  // the running operation, or the last one
   std::array<char, 64> deleted_by{};
   std::array<char, 300> failure{};
-  std::array<char, 4000> complaint{};  // what must not be
+  std::array<char, 4000> complaint{};  // the broken promises
 };
 
 void note_running(Outcome& outcome, const std::string& operation);
@@ -31,7 +31,7 @@ void complain(Outcome& outcome, const std::string& text);
 
 struct Ended {
   Outcome outcome;
-  std::string otherwise;  // how the process ended when not as it should: by a signal, by a checker
+  std::string otherwise;  // how the process ended if abnormally
 };
 
 // Runs `work` in a child process, for at most a minute. The child ends through exit(), so that the

@@ -24,8 +24,8 @@ bool open_store(const std::string& folder) {
   return store().init_open_db(cvrtc::Pathname(folder), "", "me");
 }
 
-// Two failures are expected of every store: reading a draft names a column that does not exist, and
-// a copy creates each table and index of the older store even if it exists already.
+// Two failures are expected in every store: reading a draft uses a column that does not exist, and
+// copying an older store creates its tables and indexes even if they exist.
 bool tells_of_failure(const std::string& line) {
   return line != prepare_failed("no such column: draft_message") &&
          line.find(" already exists") == std::string::npos;

@@ -18,11 +18,12 @@ using Answers = std::vector<std::string>;
 // Opens, reads and closes the store of these files.
 Answers answers_of(const Files& files);
 
-// Whether a log line says that SQLite, while preparing, found a file damaged or not a database.
+// Whether a log line says that SQLite, while preparing, found that a file is damaged or not a
+// database.
 bool tells_of_damage_at_prepare(const std::string& line);
 
 struct Expected {
-  Answers answers;         // none: what is read is not compared
+  Answers answers;         // empty: reads are not compared
   bool can_unlink = true;  // the folder lets the store delete a file
 };
 

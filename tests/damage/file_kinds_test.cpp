@@ -177,7 +177,7 @@ TEST_F(FileKinds, DatabaseWithOtherTablesReceivesTheSchemaAndKeepsItsRows) {
   EXPECT_EQ(rows(file(), "select database_version from t_version"), Rows{"1"});
 }
 
-// All but the copy of an older store, which is in UTF-8.
+// Everything works except copying an older store, which is in UTF-8.
 TEST_F(FileKinds, Utf16DatabaseWorks) {
   plant_file("pragma encoding='UTF-16le'; create table t_theirs(a)");
   EXPECT_EQ(fate_here(), kWorksInPart);
@@ -243,7 +243,7 @@ TEST_F(FileKinds, LinkToASoundFileIsFollowed) {
             Rows{"1"});
 }
 
-// The link is deleted; its target stays unchanged.
+// The link is deleted; its target does not change.
 TEST_F(FileKinds, LinkToADamagedFileIsDeletedWithoutItsTarget) {
   const std::string noise(2 * kPage, 'x');
   write_file(folder.file("target"), noise);
@@ -294,7 +294,7 @@ TEST_F(FileKinds, LogOfAnotherStoreBesideASoundFileReplacesItsPages) {
   EXPECT_EQ(text.rfind("kept and written, other rows read", 0), 0U) << text;
 }
 
-// The log holds the first page, so SQLite accepts any file beside it.
+// The log contains the first page, so SQLite accepts any file beside it.
 TEST_F(FileKinds, LogWithTheFirstPageProtectsAFileThatIsNotADatabase) {
   const std::string log = crashed_store().at("-wal");
   const std::string text = fate_of({{"", std::string(2 * kPage, 'x')}, {"-wal", log}});

@@ -50,7 +50,7 @@ void fill(int first, int last, const std::string& prefix) {
   store().delete_message(std::vector<int64_t>{first + 3, first + 12});
 }
 
-// Reads in one piece for speed: each point of the random test reads a file.
+// Reads the whole file at once, because each point of the random test reads a file.
 std::string content_of(const std::string& file) {
   std::string content(static_cast<std::size_t>(std::filesystem::file_size(file)), '\0');
   std::ifstream in(file, std::ios::binary);

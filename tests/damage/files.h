@@ -45,8 +45,8 @@ std::string overwritten(std::string text, std::size_t at, const std::string& par
 // larger than a page.
 const Files& closed_store();
 
-// The same store after further saves, as a process leaves it that ends without closing: the later
-// rows are only in "-wal". Includes "-shm".
+// The same store after further saves by a process that ended without closing it: the later rows are
+// only in "-wal". Includes "-shm".
 const Files& crashed_store();
 
 // Like crashed_store(), but of another user and with other rows.

@@ -11,7 +11,7 @@ namespace corvan_test {
 
 struct DamageKind {
   const char* name;
-  bool crashed;  // strikes crashed_store(), else closed_store()
+  bool crashed;  // applies to crashed_store(); otherwise to closed_store()
   void (*strike)(Files& files, Random& random);
 };
 

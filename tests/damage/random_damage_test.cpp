@@ -29,8 +29,8 @@ namespace {
 struct Counts {
   uint64_t tried = 0;
   uint64_t deleted = 0;
-  uint64_t wrong = 0;   // other rows were read than stored before any failure was logged
-  uint64_t failed = 0;  // the file was kept, operations failed
+  uint64_t wrong = 0;   // wrong rows were read before any failure was logged
+  uint64_t failed = 0;  // the file was kept, and operations failed
   uint64_t found = 0;   // of those, files that check_integrity() calls damaged
   uint64_t unharmed = 0;
   uint64_t aborted = 0;
@@ -117,7 +117,7 @@ TEST_F(RandomDamage, DeletesAFileOnlyIfAPrepareFindsItDamaged) {
   print("damage", tally_);
 }
 
-// Shows that the sweep itself does no harm.
+// The sweep itself must not cause damage.
 TEST_F(RandomDamage, SoundFilesAreUnharmed) {
   for (const Files* files : {&closed_store(), &crashed_store()}) {
     const TemporaryFolder folder;

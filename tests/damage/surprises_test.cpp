@@ -182,7 +182,7 @@ TEST_F(DamageSurprises, DamageFoundWhileSteppingIsLoggedAndTheFileKept) {
 
 // ---- "-wal" and "-shm" of a deleted file --------------------------------------------------------
 
-// Closing the connection deletes them, whatever they hold.
+// Closing the connection deletes them, whatever they contain.
 TEST_F(DamageSurprises, LogAndIndexAreDeletedWithTheFile) {
   lay({{"", kNoise}, {"-wal", kNoise}, {"-shm", kNoise}});
   EXPECT_TRUE(open());
@@ -190,7 +190,7 @@ TEST_F(DamageSurprises, LogAndIndexAreDeletedWithTheFile) {
   EXPECT_EQ(files(), Rows{});
 }
 
-// The next opening deletes a log that lies beside an empty file.
+// The next opening deletes a log beside an empty file.
 TEST_F(DamageSurprises, NewStoreIgnoresTheLogOfTheDeletedFile) {
   lay(kNoise);
   EXPECT_TRUE(open());
@@ -206,7 +206,7 @@ TEST_F(DamageSurprises, NewStoreIgnoresTheLogOfTheDeletedFile) {
   EXPECT_EQ(files(), Rows{"corvan"});
 }
 
-// What a crashed process leaves, but with an unreadable schema, which is only in "-wal".
+// The files that a crashed process leaves, with an unreadable schema that is only in "-wal".
 Files store_with_damaged_schema_in_log() {
   const TemporaryFolder own;
   write_files(own.path(), closed_store());
@@ -230,7 +230,8 @@ TEST_F(DamageSurprises, LogWithADamagedSchemaIsDeletedWithTheFile) {
   EXPECT_EQ(files(), Rows{});
 }
 
-// They stay as long as another connection has the file open. The store itself never opens a second.
+// They stay as long as another connection has the file open. The store itself never opens a second
+// one.
 TEST_F(DamageSurprises, LogAndIndexAreKeptWhileAnotherConnectionIsOpen) {
   const Files damaged = store_with_damaged_schema_in_log();
   lay(damaged);
@@ -258,7 +259,7 @@ TEST_F(DamageSurprises, HeldStatementOutlivesTheDeletedFile) {
   plant(
       "pragma writable_schema=on; pragma schema_version=100;"
       "update sqlite_master set sql='create nonsense' where name='t_session'");
-  store().is_table_exist("t_message");  // finds the schema changed
+  store().is_table_exist("t_message");  // notices the changed schema
   EXPECT_FALSE(is_open());
   EXPECT_TRUE(met_at_prepare());
   EXPECT_EQ(files(), (Rows{"corvan-shm", "corvan-wal"}));

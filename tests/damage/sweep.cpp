@@ -19,7 +19,7 @@ using Corvan::SessionType;
 using Corvan::UpdateValue;
 
 constexpr int kConversations = 15;
-constexpr int kPages = 50;  // an end for a list that a damaged file would make endless
+constexpr int kPages = 50;  // damage can make a list endless
 const std::vector<SessionType> kKinds{Corvan::CV_PRIVATE, Corvan::CV_GROUP, Corvan::CV_CHATROOM,
                                       Corvan::CV_RECEPTION, Corvan::CV_SYSTEM};
 

@@ -1,6 +1,7 @@
-// Every operation on a store that is not open: it fails in its own way, hands nothing to SQLite,
-// logs no failure of SQLite and leaves the caller's values alone. The table of operations lists the
-// few log lines that are written before a statement, and the one text that is handed over anyway.
+// Every operation fails on a closed store as its contract says. It passes nothing to SQLite, logs
+// no SQLite failure and keeps the caller's values. The table of operations lists the exceptions: a
+// few log lines that are written before a statement is prepared, and one text that is passed to
+// SQLite anyway.
 
 #include "tests/support/operations/operation.h"
 #include "tests/support/store_test.h"

@@ -157,7 +157,7 @@ TEST_F(DeleteMessage, ConversationWithTwoElementsIsLoweredByBoth) {
   save(NewMessage().in("a", CV_GROUP).at(300));
   save(NewMessage().in("b", CV_GROUP).at(300));
   EXPECT_TRUE(store().delete_message(Ids{1, 2, 3}));
-  // Message 3 is added to the first element of "a" and gets one of its own after "b": 3 - 2 - 1.
+  // Message 3 is counted in the first element of "a" and again in a new one after "b": 3 - 2 - 1.
   EXPECT_EQ(rows(kSessions), (Rows{"a|300|4|0|0", "b|300|5|1|0"}));
 }
 

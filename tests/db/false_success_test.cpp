@@ -21,7 +21,8 @@ using Corvan::SessionInfo;
 
 constexpr auto kRoom = Corvan::CV_GROUP;
 
-// While it exists, no statement that reads this column can be prepared, or not the first `times`.
+// While it exists, statements that read this column cannot be prepared: all of them, or the first
+// `times`.
 class UnreadableColumn {
  public:
   explicit UnreadableColumn(std::string name, int times = std::numeric_limits<int>::max())
@@ -115,7 +116,7 @@ TEST_F(FalseSuccess, SaveReturnsTheIdOfAMessageWithoutAConversation) {
 TEST_F(FalseSuccess, SaveThatCannotReadItsConversationStartsItsCountersAgain) {
   const UnreadableColumn time("t_session.session_time");
   EXPECT_EQ(save(NewMessage().at(50)), 4);
-  EXPECT_EQ(room(), Rows{"50|1|0|4|0"});  // if it had been read: 2 unread and a mention at 300
+  EXPECT_EQ(room(), Rows{"50|1|0|4|0"});  // correct: 2 unread and a mention at 300
 }
 
 TEST_F(FalseSuccess, EchoReturnsTheIdOfAMessageThatItDidNotComplete) {

@@ -1,7 +1,8 @@
-// The work of an operation does not depend on how much is stored. It is counted in steps of
-// SQLite's virtual machine, which are the same at every run, on a store and on one that holds ten
-// times as much. The counts must be equal: a step is one instruction, however deep the tree that it
-// descends into. Operations whose work is what they return, change or count may grow with that.
+// The work of an operation does not depend on how much is stored. The tests count the steps of
+// SQLite's virtual machine, which are the same in every run, on two stores: one holds ten times as
+// much as the other. The counts must be equal, because a step is one instruction, however deep the
+// tree that it searches. Operations may take more steps if they return, change, count or skip more
+// rows.
 
 #include "tests/support/operations/operation.h"
 
@@ -39,9 +40,8 @@ INSTANTIATE_TEST_SUITE_P(Operations, Flat, testing::ValuesIn(all_cases(&Operatio
 
 class Growing : public FilledStore, public testing::WithParamInterface<GrowingCase> {};
 
-// The steps grow in proportion at most: a sort, which would grow faster, is not allowed. The
-// conversations may be read from end to end, the messages may not. A case whose steps do not grow
-// belongs among the flat ones.
+// The steps may grow at most in proportion to the store, which rules out sorts. Conversations may
+// be scanned, messages may not. A case whose steps do not grow belongs in the flat table.
 TEST_P(Growing, StepsGrowAtMostInProportionToTheStore) {
   const GrowingCase& operation = GetParam();
   SCOPED_TRACE(operation.name + " grows with " + operation.grows_with);

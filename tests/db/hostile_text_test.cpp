@@ -177,7 +177,8 @@ class HostileText : public StoreTest {
     }
   }
 
-  // The same for an operation on one conversation, which is missing or has messages of both sides.
+  // The same for an operation on one conversation, which is missing or has received and own
+  // messages.
   void check_conversation(const std::string& name, const Run& run) {
     check(name + " of a missing conversation", run);
     check(name, [&](const std::string& id) {
@@ -923,7 +924,8 @@ TEST_F(OlderStore, AttachingRefusesASchemaTextThatSqliteCannotRead) {
   EXPECT_TRUE(file_exists(file()));
 }
 
-// If a statement that is being prepared meets damage in either file, the store's own is deleted.
+// If SQLite finds damage in either file while it prepares a statement, the store's own file is
+// deleted.
 TEST_F(OlderStore, DamageOfTheAttachedSchemaDeletesTheStoresOwnFile) {
   corvan_test::plant(old_, "create table t_gift(a)");
   attach();

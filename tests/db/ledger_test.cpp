@@ -1,4 +1,4 @@
-// The ledger: every text that an operation hands to SQLite, in order, word for word.
+// The exact SQL texts that each operation passes to SQLite, in order.
 
 #include "base/cv_database.h"
 #include "tests/support/operations/operation.h"
@@ -45,8 +45,8 @@ class LedgerOfOpening : public testing::Test {
   TemporaryFolder folder_;
 };
 
-// What follows the schema at every opening. Secure deletion is switched on only if it is off by
-// default in this SQLite library.
+// The statements that follow the schema at every opening. Secure deletion is switched on only if it
+// is off by default in this SQLite library.
 Texts end_of_opening() {
   Texts texts = {"pragma secure_delete"};
   if (rows(":memory:", "pragma secure_delete") == Rows{"0"}) {

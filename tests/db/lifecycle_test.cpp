@@ -46,7 +46,7 @@ class Lifecycle : public StoreTest {
 
   bool is_open() { return store().get_pragma("select 1") == 1; }
 
-  // The store's connection, for tests in which the store leaks it and the test closes it.
+  // The store's connection, which some tests must close because the store leaks it.
   sqlite3* connection() {
     int32_t rc = 0;
     sqlite3_stmt* stmt = store().prepare_sql("select 1", rc);

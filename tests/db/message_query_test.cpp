@@ -641,7 +641,7 @@ TEST_F(MessageQuery, MentionsEndAtAFailedStepAndKeepThoseRead) {
 
 // ---- A span around a point ----------------------------------------------------------------------
 
-// Times are small where a time is to be taken for a message id, and large where it must not be.
+// Small times are also valid message ids; large times cannot be mistaken for ids.
 
 TEST_F(MessageQuery, SpanUsesTheNewestTimeOfItsOlderPageAsTheSecondAnchor) {
   plant(history({2, 3, 4, 5, 6, 7, 8}));

@@ -1,5 +1,5 @@
-// The table of operations is whole: it has each operation of the header, and each suite tries each
-// operation or says why not. A test that fails here names what is missing.
+// The table of operations is complete: it contains each operation of the header, and each suite
+// tries each operation or gives a reason for leaving it out. A failure names what is missing.
 
 #include <cctype>
 #include <fstream>
@@ -133,8 +133,8 @@ TEST(OperationTable, EachOperationSaysHowItsStepsGrow) {
   });
 }
 
-// Whether the text has this word; `before` is the character in front of it, or 0 for any that does
-// not belong to a word.
+// Whether the text contains this word. `before` is the character in front of it; 0 stands for any
+// character that cannot be part of a word.
 bool has_word(const std::string& text, const std::string& word, char before) {
   const auto in_word = [](char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
@@ -147,7 +147,7 @@ bool has_word(const std::string& text, const std::string& word, char before) {
   return false;
 }
 
-// What does not read the table has to name the operation in its source.
+// Suites that do not read the table must name the operation in their source.
 void expect_names(Suite suite, const std::string& paths,
                   const std::function<bool(const Operation&)>& expected, char before = 0) {
   const std::string text = source(paths);

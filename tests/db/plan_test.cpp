@@ -1,8 +1,7 @@
-// How SQLite runs each statement of the operations: which index it takes, and that it neither reads
-// a whole table nor sorts, unless the table of operations gives a reason. Without statistics a plan
-// depends only on the schema and, between equal indexes, on the order in which they were made, so
-// other orders are tried as well. That the plan does not depend on the stored rows is checked on
-// several shapes of store.
+// Each statement uses the expected index, and neither scans a table nor sorts, unless the table of
+// operations gives a reason. Without statistics, a plan depends only on the schema and, among equal
+// indexes, on the order of their creation, so other orders are tried as well. Stores of several
+// shapes show that the plans do not depend on the stored rows.
 
 #include <algorithm>
 #include <map>
@@ -14,7 +13,7 @@
 namespace corvan_test {
 namespace {
 
-// Every text that an operation hands to SQLite.
+// Every text that an operation passes to SQLite.
 std::vector<Text> texts() {
   std::vector<Text> texts = {kMarkFailed};
   for (const Statements& each : all_cases(&Operation::statements)) {
@@ -34,7 +33,7 @@ std::map<std::string, std::string> plans() {
 
 struct Shape {
   std::string name;
-  std::string sql;  // what is planted
+  std::string sql;  // creates the rows
 };
 
 void PrintTo(const Shape& shape, std::ostream* out) {

@@ -11,7 +11,7 @@ namespace {
 
 using Corvan::CvDatabase;
 
-// The only entry that creates a row; every other one creates the table or index of its name.
+// The only entry that inserts a row; every other one creates the table or index of its name.
 constexpr const char* kVersionRow = "t_version_row";
 
 class Schema : public StoreTest {

@@ -146,7 +146,7 @@ class SessionList : public StoreTest {
     return take_ledger().front();
   }
 
-  // Sets what the store remembers of the page before: whether it ended with a pinned row.
+  // Sets the store's memory of the previous page: whether it ended with a pinned row.
   void page_that_ends(bool pinned) {
     plant_row(Row("last page", 1).pinned(pinned ? 1 : 0).of(CV_CHATROOM));
     std::vector<SessionInfo> list;
@@ -166,7 +166,7 @@ class SessionList : public StoreTest {
         "abs(-9223372036854775808) as sent_time");
   }
 
-  // The elements that count the messages with these ids, as id, unread and mentions.
+  // The elements that are appended for the messages with these ids, as id, unread and mentions.
   Rows distinct(const std::string& ids) {
     std::vector<Session> list;
     const bool found = store().load_distinct_session_with_unread(list, ids);

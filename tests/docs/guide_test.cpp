@@ -19,7 +19,7 @@ namespace {
 
 using Corvan::CvDbSingleton;
 
-// The output that a snippet announces.
+// The output that a snippet documents.
 std::string promised(const std::string& snippet) {
   const std::string mark = "// prints: ";
   std::istringstream lines(snippet);

@@ -1,4 +1,4 @@
-// Takes down what SQLite answers to the statements of the store.
+// Records SQLite's results for the statements of the store.
 
 #ifndef TESTS_FAULTS_ANSWERS_H_
 #define TESTS_FAULTS_ANSWERS_H_

@@ -1,4 +1,4 @@
-// The record of a store at work, and the states that a loss of power may leave it in.
+// Records a store at work, and says which states a power loss may leave.
 
 #ifndef TESTS_FAULTS_DISK_HISTORY_H_
 #define TESTS_FAULTS_DISK_HISTORY_H_
@@ -16,8 +16,8 @@
 
 namespace corvan_test {
 
-// Everything that a store holds, as text: schema, user_version, rows, the largest id ever given.
-// Messages being sent (1) read as failed (2): opening marks them so.
+// The content of a store as text: schema, user_version, rows and the largest id ever assigned.
+// Messages being sent (1) are shown as failed (2), because opening the store marks them as failed.
 using StoreState = std::vector<std::string>;
 
 // The SQL that reads a StoreState.
@@ -46,7 +46,7 @@ struct History {
   std::vector<Acknowledged> acknowledged;
 
   // The first and last state that a loss of power after so many events may leave: from the last
-  // acknowledged state to that of the commit under way.
+  // acknowledged state to that of the commit in progress.
   std::pair<std::size_t, std::size_t> allowed(std::size_t event) const;
 };
 
@@ -66,7 +66,7 @@ class Recording {
   // Opens the store, then acknowledges.
   void open();
 
-  // Notes that the store has returned: from here the caller relies on everything done so far.
+  // Notes that the store has returned: from now on the caller relies on everything done so far.
   void acknowledge();
 
   // Runs `call`, then acknowledges.

@@ -24,7 +24,7 @@ void apply(const DiskEvent& change, const KeptPart& part, std::string& content) 
                   part.end - part.begin);
 }
 
-// Where a write crosses from one sector into the next, counted from its beginning.
+// The offsets within a write at which a new sector begins.
 std::vector<std::size_t> sector_boundaries(const DiskEvent& change) {
   std::vector<std::size_t> boundaries;
   std::size_t at = kSector - static_cast<std::size_t>(change.offset) % kSector;
@@ -40,7 +40,7 @@ bool one_in(std::size_t number, std::mt19937_64& random) {
   return random_below(number, random) == 0;
 }
 
-// The part before a boundary, or that after it.
+// The part before a boundary, or the part after it.
 KeptPart torn(const DiskEvent& change, std::mt19937_64& random) {
   const std::vector<std::size_t> boundaries = sector_boundaries(change);
   if (boundaries.empty()) return all_of(change);
@@ -124,7 +124,8 @@ Fate Disk::fate(const char* name, bool keep_changes, bool keep_entries) const {
 }
 
 Fate Disk::random_fate(std::mt19937_64& random) const {
-  // Subsets of a half are all alike where much is pending: some keep nearly all, some next to none.
+  // Varies the share that is kept, a tenth, half or nine tenths: if much is pending, random halves
+  // would all be alike.
   constexpr std::size_t kOutOf = 10;
   const std::size_t kept = 1 + 4 * random_below(3, random);
   const bool tear = one_in(2, random);

@@ -28,7 +28,7 @@ struct KeptPart {
   std::size_t end;
 };
 
-// What became of the pending changes.
+// Which pending changes reached the disk.
 struct Fate {
   std::string name;
   std::vector<KeptPart> changes;               // one for each of Disk::changes(), in their order
@@ -67,7 +67,7 @@ class Disk {
   using File = std::size_t;  // an index into contents_
   struct Entry {
     std::optional<File> durable;               // the file of this name on the disk
-    std::vector<std::optional<File>> pending;  // that of this name after each pending change
+    std::vector<std::optional<File>> pending;  // the file of this name after each pending change
   };
 
   std::optional<File>& live(const std::string& name);

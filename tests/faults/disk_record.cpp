@@ -60,7 +60,7 @@ void DiskRecorder::add(DiskEvent event) {
 }
 
 int DiskRecorder::open(const char* path, ShimFile& file, int flags, int* out_flags) {
-  // A file without a path is SQLite's own for the time being: no other process ever sees it.
+  // A file without a path is a temporary file of SQLite, which no other process sees.
   if (path == nullptr) return VfsShim::open(path, file, flags, out_flags);
   const bool create = (flags & SQLITE_OPEN_CREATE) != 0;
   const bool there = file_exists(path);

@@ -1,6 +1,6 @@
 // Every file system call of SQLite fails in turn, in every operation; then pairs of calls fail.
-// Environment: CORVAN_FAULT_SHARE tries one call in so many, CORVAN_FAULT_PAIRS is the number of
-// pairs, CORVAN_FAULT_SEED chooses them.
+// Environment: with CORVAN_FAULT_SHARE=N one call in N is tried; CORVAN_FAULT_PAIRS is the number
+// of pairs; CORVAN_FAULT_SEED chooses the calls.
 
 #include <gtest/gtest.h>
 
@@ -83,7 +83,7 @@ class FaultyDisk : public VfsShim {
   }
   void disarm() { faults_.clear(); }
 
-  // Since the arming: the number of calls of the chosen kinds, and of those that failed.
+  // Since arm(): the number of calls of the chosen kinds, and of those that failed.
   uint64_t calls() const { return calls_; }
   uint64_t fired() const { return fired_; }
 

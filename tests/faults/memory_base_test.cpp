@@ -1,4 +1,4 @@
-// What the platform facilities do when memory runs out.
+// The platform facilities when memory runs out.
 
 #include <gtest/gtest.h>
 
@@ -137,7 +137,7 @@ TEST_F(MemoryEndsInBase, ReplacingTheSink) {
 
 // ---- The first line of a process ----------------------------------------------------------------
 
-// A write and a read whose steps fail, both with the first line of the process.
+// A write and a read whose steps fail. Each logs the first line of its process.
 bool refused_write(CvDbSingleton& store) {
   store.execute_none_query(refuse("update on t_session"));
   arm_memory(Memory::kOwn, 1, false);

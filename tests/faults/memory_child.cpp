@@ -37,7 +37,7 @@ void put(int pipe_end, const void* data, std::size_t size) {
   }
 }
 
-// Everything until the other end is closed.
+// Reads until the other end is closed.
 std::string take_all(int pipe_end) {
   std::string all;
   std::array<char, 4096> some{};

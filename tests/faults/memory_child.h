@@ -19,7 +19,7 @@ struct ChildReport {
 
 // Works on the points in order and returns a report for each. A few points share a forked process.
 // If a process dies at a point, that point has a complaint, and the next point gets a new process.
-// Processes leave by exit(), so that a leak checker runs. After a leak each point is worked on
+// Processes end with exit(), so that a leak checker runs. After a leak each point is worked on
 // again, alone.
 std::vector<ChildReport> in_children(const std::vector<uint64_t>& points,
                                      const std::function<ChildReport(uint64_t)>& work);

@@ -14,7 +14,7 @@ using corvan_test::Memory;
 
 bool armed = false;
 Memory armed_memory = Memory::kOwn;
-uint64_t left = 0;  // until the one that fails
+uint64_t left = 0;  // up to the one that fails
 bool only_once = true;
 uint64_t counted = 0;
 uint64_t failed = 0;
@@ -29,7 +29,7 @@ bool fails(Memory memory) {
   return true;
 }
 
-// ---- SQLite's -----------------------------------------------------------------------------------
+// ---- SQLite's allocator -------------------------------------------------------------------------
 
 sqlite3_mem_methods library_methods;
 
@@ -41,18 +41,19 @@ void* sqlite_realloc(void* block, int size) {
   return fails(Memory::kSqlite) ? nullptr : library_methods.xRealloc(block, size);
 }
 
-// Before main(): SQLite takes no other memory once it has been used.
+// Before main(), because SQLite's allocator cannot be replaced once SQLite is in use.
 [[maybe_unused]] const bool installed = [] {
   sqlite3_config(SQLITE_CONFIG_GETMALLOC, &library_methods);
   sqlite3_mem_methods methods = library_methods;
   methods.xMalloc = sqlite_malloc;
   methods.xRealloc = sqlite_realloc;
   if (sqlite3_config(SQLITE_CONFIG_MALLOC, &methods) != SQLITE_OK) std::abort();
-  sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);  // refused by a library that never keeps any
+  // Fails harmlessly if SQLite was built without lookaside memory.
+  sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
   return true;
 }();
 
-// ---- Our own ------------------------------------------------------------------------------------
+// ---- operator new -------------------------------------------------------------------------------
 
 void* allocate(std::size_t size) noexcept {
   if (fails(Memory::kOwn)) return nullptr;

@@ -19,7 +19,7 @@ enum class Memory { kSqlite, kOwn, kBoth };
 void arm_memory(Memory memory, uint64_t nth, bool once);
 void disarm_memory();
 
-// Since the arming: the number of allocations, and of those that failed.
+// Since arm_memory(): the number of allocations, and of those that failed.
 uint64_t allocations();
 uint64_t failed_allocations();
 

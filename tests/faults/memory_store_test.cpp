@@ -1,4 +1,4 @@
-// What callers see when memory runs out: the cases that docs and header name.
+// What callers see when memory runs out: the cases that the header and the documents describe.
 
 #include <gtest/gtest.h>
 
@@ -28,8 +28,8 @@ using Corvan::SessionInfo;
 
 class MemoryEndsInTransaction : public StoreTest {
  protected:
-  // Gives message 1 another read status, which is one transaction, with as little of SQLite's
-  // memory as lets that succeed: none is left to end the transaction.
+  // Changes the read status of message 1, in one transaction, with just enough of SQLite's memory
+  // to succeed: none is left to end the transaction.
   void leave_open() {
     ASSERT_EQ(save(NewMessage().own()), 1);
     for (uint64_t nth = 1; !in_transaction(); ++nth) {
@@ -106,7 +106,7 @@ TEST(MemoryEndsForTheObject, GetInstanceThrowsAndThenWorks) {
 
 class MemoryEndsInStore : public StoreTest {};
 
-// The library is started by the first opening: without the memory for that it opens nothing.
+// The first opening initialises SQLite. If memory runs out there, nothing is opened.
 TEST_F(MemoryEndsInStore, OpeningFailsWithoutMemoryToStartSqlite) {
   for (const bool once : {true, false}) {
     uint64_t failures = 0;
@@ -141,8 +141,8 @@ TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLogLine) {
   EXPECT_EQ(code, SQLITE_NOTADB);
   EXPECT_EQ(store_connection(), nullptr);
   EXPECT_FALSE(file_exists(file()));
-  // Whether what was streamed before the memory ended is a line of the log is the standard
-  // library's.
+  // The standard library decides whether text that was streamed before memory ran out becomes a log
+  // line.
   for (const std::string& line : log.take()) {
     EXPECT_EQ(line.find(query), std::string::npos) << line;
   }
@@ -150,7 +150,7 @@ TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLogLine) {
 
 class MemoryEndsInOpening : public StoreTest {
  protected:
-  // A new file, whose opening std::bad_alloc left when it came to the schema.
+  // A new file whose opening threw std::bad_alloc before it created the schema.
   void SetUp() override {
     for (uint64_t nth = 1; store_connection() == nullptr || !rows(kTables).empty(); ++nth) {
       CvDbSingleton::delete_instance();
@@ -188,7 +188,7 @@ TEST_F(MemoryEndsInOpening, OpeningAgainWithoutClosingDoesNotCreateTheTables) {
   log.take();
 }
 
-// ---- Records in the caller's hands --------------------------------------------------------------
+// ---- The caller's records -----------------------------------------------------------------------
 
 std::string fields(const std::string& text) {
   return text;
@@ -245,8 +245,8 @@ class MemoryEndsInLists : public StoreTest {
     plant("update t_message set direction=2,is_mention=1 where session_id like 'room1%'");
   }
 
-  // What `list` appends to the caller's vector is, wherever memory ends, whole records that it also
-  // gives when nothing fails; those that the caller had stay.
+  // Wherever memory runs out, `list` has appended only complete records, which it also appends when
+  // nothing fails. The caller's own records are kept.
   template <typename Record, typename List>
   void expect_whole_records(const List& list) {
     std::vector<Record> complete(1);

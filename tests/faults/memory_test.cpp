@@ -1,8 +1,8 @@
 // Every allocation of SQLite, of the store and of the platform facilities fails in turn, in every
-// operation, in forked processes. CORVAN_MEMORY_SHARE tries one allocation in so many;
+// operation, in forked processes. With CORVAN_MEMORY_SHARE=N one allocation in N is tried;
 // CORVAN_MEMORY_SEED chooses which.
 //
-// When SQLite runs out of memory, operations return what SQLite's answers require. When the store
+// When SQLite runs out of memory, operations return what SQLite's results require. When the store
 // does, they return the same or throw std::bad_alloc. Either way nothing is left open, the store
 // stays usable, and the rows are those of the statements that ran.
 
@@ -39,12 +39,12 @@ enum class Trouble {
   kMessagesRefused,       // the steps that write messages fail
   kConversationsRefused,  // those that write conversations and sync times
   kReadsDenied,           // queries cannot be prepared
-  kWritesDenied,          // nor can writes
-  kEndsDenied,            // nor what ends a transaction
-  kDamaged,               // the file is no database
+  kWritesDenied,          // writes cannot be prepared
+  kEndsDenied,            // commits and rollbacks cannot be prepared
+  kDamaged,               // the file is not a database
 };
 
-// A way in which memory ends.
+// A way in which memory runs out.
 struct End {
   std::string name;
   Memory memory;
@@ -120,7 +120,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
 
   MemoryEnds() { set_clock(1000000); }
 
-  // Whether this trouble can be made for the call.
+  // Whether this trouble can be caused for the call.
   bool applies(const Call& call) const {
     const bool closed = call.start != Call::kOpen;
     switch (GetParam().trouble) {
@@ -133,7 +133,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
     }
   }
 
-  // The call, with preparations that also make the trouble.
+  // The call, with preparations that also cause the trouble.
   Call in_trouble(Call call) {
     const auto prepare = call.prepare;
     call.prepare = [this, prepare](CvDbSingleton& store) {
@@ -207,10 +207,11 @@ class MemoryEnds : public testing::TestWithParam<End> {
     return report;
   }
 
-  // One allocation in so many is tried; more of the store's own, which are few.
+  // One allocation in this many is tried. Of the store's own allocations, which are few, more are
+  // tried.
   uint64_t one_of() const { return GetParam().memory == Memory::kOwn ? (share_ + 9) / 10 : share_; }
 
-  // The allocations, up to the last, that the seed chooses.
+  // The numbers of the allocations that the seed chooses, up to `last`.
   std::vector<uint64_t> chosen(uint64_t seed, uint64_t last, bool once) const {
     std::vector<uint64_t> points;
     for (uint64_t nth = 1; nth <= last; ++nth) {
@@ -224,7 +225,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
     for (const Call& call : scene_.calls()) {
       ++index;
       if (!applies(call)) continue;
-      // Runs in this process, so that the children inherit the rows that the scene has worked out.
+      // Runs in this process, so that the children inherit the rows that the scene has computed.
       EXPECT_EQ(run(call, 0, true).complaint, "") << call.name << " without a failure";
       // A run makes the same allocations as this one until one fails.
       const uint64_t last = allocations();

@@ -1,4 +1,4 @@
-// Loses power at the moments of a history and checks what the store makes of the disk.
+// Simulates power losses during a history and checks the store that is opened afterwards.
 
 #ifndef TESTS_FAULTS_POWER_LOSS_H_
 #define TESTS_FAULTS_POWER_LOSS_H_

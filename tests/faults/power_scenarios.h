@@ -31,12 +31,12 @@ DiskImage store_after_power_loss();
 // The calls of one entry of the table of operations, or of all of them.
 Scenario of_statements(const Statements& statements);
 std::vector<Scenario> scenarios_of_operations();
-// Openings, checkpoints, transactions and whatever else takes more than one operation.
+// Openings, checkpoints, transactions and other sequences of several operations.
 std::vector<Scenario> own_scenarios();
 Scenario named(const std::string& name, const std::vector<Scenario>& scenarios);
 
 void execute(Corvan::CvDbSingleton& store, const std::string& sql);
-// Saves the messages of these numbers, each acknowledged on its own.
+// Saves the messages with these numbers, and acknowledges each separately.
 void save_each(Recording& recording, int first, int count);
 void play_saves(Recording& recording);
 void play_transaction(Recording& recording);

@@ -1,4 +1,4 @@
-// What the store has acknowledged outlives a loss of power at any moment.
+// What the store has acknowledged survives a power loss at any moment.
 //
 // Each scenario is recorded once: all that it does to the disk, and the states that it commits.
 // Then power is lost after every event. The disk that may be left (disk_images.h) is put into a
@@ -86,11 +86,11 @@ TEST(PowerSeeds, RepeatWithNewSeedsUntilTheTimeLimit) {
   }
 }
 
-// ---- What the suite rests on --------------------------------------------------------------------
+// ---- Assumptions of the suite -------------------------------------------------------------------
 
-// The store leaves it to SQLite how often it waits for the disk. Full is SQLite's default unless
-// the library was built with another, such as SQLITE_DEFAULT_WAL_SYNCHRONOUS=1: a commit that has
-// returned can be lost then.
+// The store does not set how often SQLite syncs. The default is full, unless SQLite was built with
+// another one, such as SQLITE_DEFAULT_WAL_SYNCHRONOUS=1: then a commit can be lost after it has
+// returned.
 TEST(PowerSettings, EveryCommitIsSynced) {
   constexpr int32_t kFull = 2;
   const TemporaryFolder folder;
@@ -115,7 +115,7 @@ std::size_t states_of(const History& history) {
   return states.size();
 }
 
-// The scenarios reach what they are named for.
+// Each scenario causes the disk events that it is meant to cover.
 TEST(PowerRecords, ContainTheEventsThatEachScenarioIsFor) {
   const auto expect = [](const std::string& name, const std::set<std::string>& expected) {
     std::map<std::string, int> kinds = kinds_of_events(record(named(name, own_scenarios())));

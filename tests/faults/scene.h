@@ -42,12 +42,12 @@ class Scene {
 
   // Makes the call on a fresh copy of the store, with `arm` called right before and `disarm`
   // right after. Then checks
-  // - that it returned what SQLite's answers require, or threw std::bad_alloc where it may;
+  //  - that it returned what SQLite's results require, or threw std::bad_alloc where it may;
   //  - that no statement is open, and no transaction, unless SQLite refused to end it;
-  //  - that after closing and opening again the file is sound, has the whole schema, and has those
-  //    rows that it had before with each committed statement's change, and no others; of a
-  //    statement or a commit that failed, all or nothing.
-  // `next` runs before that closing, on the store as the operation left it.
+  //  - that after closing and opening again the file is sound, has the whole schema, and contains
+  //    exactly the previous rows with the changes of each committed statement; a statement or a
+  //    commit that failed may have made all of its changes or none.
+  // `next` runs before the store is closed, as the operation left it.
   Outcome run(const Call& call, const std::function<void()>& arm,
               const std::function<void()>& disarm, Certain certain = Certain::kEverything,
               const Next& next = {});

@@ -160,7 +160,7 @@ VfsShim::~VfsShim() {
   sqlite3_vfs_register(real_, 1);
 }
 
-// ---- Passing on ---------------------------------------------------------------------------------
+// ---- Calls of the real file system --------------------------------------------------------------
 
 int VfsShim::open(const char* path, ShimFile& file, int flags, int* out_flags) {
   return real_->xOpen(real_, path, file.real(), flags, out_flags);

@@ -3,8 +3,8 @@
 // folder is compared with the model, which has run the same operations. One operation may be in
 // doubt: the stored state is the one before it, after one of its own commits, or after it.
 //
-// The operating system keeps everything that a killed process wrote. That acknowledged work also
-// outlives the system or its power is shown by power_test.
+// The operating system keeps everything that a killed process wrote. power_test shows that
+// acknowledged work also survives a crash of the system or a power loss.
 //
 // Environment: CORVAN_KILL_SEED is the seed of the first life, CORVAN_KILL_CYCLES the number of
 // kills. A seed repeats the same operations as long as the operations in doubt end the same way.
@@ -50,7 +50,7 @@ class KillTest : public KillChecksTest {
  protected:
   void TearDown() override { print("kill", statistics.tally); }
 
-  // The first phase that no kill has met.
+  // The first phase that no kill has hit.
   std::optional<Phase> missing() const {
     const auto& hits = statistics.hits;
     const auto* const found = std::find(hits.begin(), hits.end(), 0U);

@@ -41,7 +41,7 @@ class Pipe {
     close_end(1);
   }
 
-  // The reader meets the end of the file only when no process has the write end open.
+  // The reader sees the end of the file only when no process has the write end open.
   void only_read() { close_end(1); }
   void only_write() { close_end(0); }
 

@@ -51,7 +51,7 @@ void Planner::add_opening(Phase phase) {
   add(std::move(opening));
 }
 
-// Opens the store that is open already.
+// Opens the store again while it is open.
 void Planner::add_marking() {
   const std::string name = model_.user();
   PlannedCall marking;

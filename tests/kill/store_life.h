@@ -65,9 +65,9 @@ class StoreLife {
   // The damaged file must be unchanged or gone, and two openings must give a working store.
   std::string check_damaged();
 
-  // Another connection looks at a copy, so that the store itself meets the very files that the
-  // process left. Every second time the store opens a copy, too: then the next process recovers the
-  // files, and may be killed while it does.
+  // A separate connection reads a copy, so that the store opens exactly the files that the process
+  // left. Every second time the store opens a copy as well, so that the next process recovers the
+  // files and may be killed meanwhile.
   std::string check_store(Expected expected);
 
   static Finding open_once(const std::string& folder, const Expected& expected);

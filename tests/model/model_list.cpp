@@ -82,7 +82,7 @@ bool Model::load_session(std::vector<Session>& session, std::string& session_typ
                                : timestamp <= 0 || (older && row.is_top == 0);
     if (wanted && kinds->count(row.session_type) > 0) rows.push_back(row);
   }
-  // Among rows of equal time and kind the younger row comes first.
+  // Among rows of equal time and kind, the row that was inserted later comes first.
   std::reverse(rows.begin(), rows.end());
   std::stable_sort(rows.begin(), rows.end(), [](const SessionRow& a, const SessionRow& b) {
     if (a.is_top != b.is_top) return a.is_top > b.is_top;

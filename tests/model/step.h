@@ -86,7 +86,7 @@ class Step {
   std::vector<Corvan::SessionType> kinds() {
     return some([this] { return kind(); });
   }
-  // Kinds for the list whose rows have a defined order.
+  // Kinds for a list in which the order of the rows is defined.
   std::vector<Corvan::SessionType> listed_kinds();
   std::string kind_list();
 

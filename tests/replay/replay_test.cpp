@@ -1,5 +1,5 @@
-// Real conversations, replayed through the single save and read back page by page. They lie beside
-// the project, not in it; without them the tests are skipped.
+// Real conversations, replayed through the single save and read back page by page. They are not
+// part of the project; without them the tests are skipped.
 
 #include <fstream>
 #include <map>
@@ -40,9 +40,9 @@ TimedRows timed(const Rows& rows) {
   return result;
 }
 
-// What a pager must give, page after page, of `all` in its order: up to `size` rows, then on with
-// those strictly beyond the time of the last row given. A row of that very time that did not fit in
-// the page is passed over.
+// The rows that a pager must return, page after page, if all rows in its order are `all`. A page
+// has up to `size` rows. The next page starts strictly beyond the time of the last row, so rows of
+// that same time that did not fit are skipped.
 template <typename Beyond>
 Rows paged(const TimedRows& all, std::size_t size, const Beyond& beyond) {
   Rows result;
@@ -61,7 +61,7 @@ Rows paged(const TimedRows& all, std::size_t size, const Beyond& beyond) {
   return result;
 }
 
-// Each row whose time no other row shares must have been given, and no row twice.
+// Each row with a unique time must have been returned, and no row twice.
 void expect_each_once(const TimedRows& all, const Rows& given) {
   const std::set<std::string> once(given.begin(), given.end());
   EXPECT_EQ(once.size(), given.size());
@@ -99,7 +99,7 @@ class Replay {
   std::string file() const { return folder_.file("corvan"); }
   Rows rows(const std::string& sql) const { return corvan_test::rows(file(), sql); }
 
-  // Saves each message of the log, in one transaction; how many of them were stored.
+  // Saves each message of the log, all in one transaction. Returns how many were stored.
   int import() const {
     CvDbSingleton& store = *CvDbSingleton::get_instance();
     corvan_tool::LineParser parser;
@@ -205,7 +205,7 @@ class ReplayTest : public testing::Test {
   static void check_history(const std::string& id, SessionType kind, int32_t size, bool desc,
                             const TimedRows& all) {
     Rows given;
-    int64_t anchor = desc ? 0 : -1;  // behind the newest, or before the oldest
+    int64_t anchor = desc ? 0 : -1;  // after the newest, or before the oldest
     while (true) {
       std::vector<MessageResponse> page;
       if (!store().get_history_message_by_object_name(id, kind, {}, anchor, size, page, desc)) {

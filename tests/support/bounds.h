@@ -1,5 +1,5 @@
-// How much the suites try that take points at random or in turn. Each number has a default for
-// everyday runs, a larger one for CI, and an environment variable.
+// How many points the random and exhaustive suites try. Each number has a default for everyday
+// runs, a larger one for CI, and an environment variable.
 
 #ifndef TESTS_SUPPORT_BOUNDS_H_
 #define TESTS_SUPPORT_BOUNDS_H_
@@ -36,7 +36,7 @@ struct Tally {
   uint64_t points = 0;   // runs, each with its own fault or without one
   uint64_t faults = 0;   // runs in which the fault took place
   uint64_t lost = 0;     // runs after which acknowledged work was gone
-  uint64_t aborted = 0;  // processes that ended in a way that they should not
+  uint64_t aborted = 0;  // processes that ended abnormally
 };
 void print(const std::string& suite, const Tally& tally);
 

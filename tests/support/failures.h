@@ -1,4 +1,4 @@
-// Makes statements fail, and gives the lines that the store's log then has, in the form of
+// Makes statements fail, and returns the log lines that the store then writes, in the format of
 // LogCapture.
 
 #ifndef TESTS_SUPPORT_FAILURES_H_

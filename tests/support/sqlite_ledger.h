@@ -9,11 +9,11 @@ struct sqlite3_stmt;
 
 namespace corvan_test {
 
-// Every text that the store has handed to SQLite since the last call, in order, including texts
+// Every text that the store has passed to SQLite since the last call, in order, including texts
 // that could not be prepared.
 std::vector<std::string> take_ledger();
 
-// Calls `watcher` after each text that is handed to SQLite, with the result code and the statement
+// Calls `watcher` after each text that is passed to SQLite, with the result code and the statement
 // (null for sqlite3_exec()), and after each opening, with the file's name in place of a text. Null
 // ends the calls.
 using PrepareWatcher = void (*)(const char* sql, int code, sqlite3_stmt* stmt);
@@ -26,12 +26,12 @@ struct FetchedTexts {
 };
 FetchedTexts take_fetched_texts();
 
-// What SQLite's virtual machine has done for the statements that the store has finalised since the
+// The work of SQLite's virtual machine for the statements that the store has finalised since the
 // last call. A step is one instruction, however deep the table or index is. Statements that SQLite
 // runs by itself, as sqlite3_exec() and VACUUM do, are not counted.
 struct StepCounts {
   int vm_steps = 0;
-  int full_scan_steps = 0;  // from row to row of a table or index that is read from an end
+  int full_scan_steps = 0;  // from one row to the next in a full scan
   int sorts = 0;
 };
 StepCounts take_steps();

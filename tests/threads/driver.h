@@ -10,7 +10,7 @@
 
 namespace corvan_test {
 
-// The one thread that does what only one thread may do.
+// Calls the operations that only one thread may call.
 class Driver {
  public:
   Driver(Corvan::CvDbSingleton& store, uint64_t run)

@@ -1,4 +1,4 @@
-// Messages whose every text follows from a key, so that half a row, or half an update, shows.
+// Messages whose texts are all derived from one key, so that a partly written row is noticed.
 
 #ifndef TESTS_THREADS_KEYED_MESSAGES_H_
 #define TESTS_THREADS_KEYED_MESSAGES_H_
@@ -12,13 +12,13 @@
 
 namespace corvan_test {
 
-// The kinds of message; each has a body of its own.
+// The kinds of message. Each has its own body.
 constexpr const char* kText = "CV:TxtMsg";
 constexpr const char* kEdited = "CV:EditMsg";
 
 std::string body(const std::string& key, const std::string& kind);
 
-// Whether all texts of a message follow from the same key.
+// Whether all texts of a message are derived from the same key.
 bool whole(const std::string& content, const std::string& kind, const std::string& sender);
 bool whole(const Corvan::MessageResponse& m);
 
@@ -26,7 +26,7 @@ NewMessage message(const std::string& key);
 
 int64_t save_into(Corvan::CvDbSingleton& store, const NewMessage& m);
 
-// What the log must hold after a run.
+// What the log must contain after a run.
 struct Expected {
   std::size_t stored = 0;         // saves that inserted
   std::vector<std::string> seen;  // server uids of saves that were refused

@@ -1,4 +1,4 @@
-// Another thread that gets its turn in the middle of an operation.
+// Runs another thread in the middle of an operation.
 
 #ifndef TESTS_THREADS_MEANWHILE_H_
 #define TESTS_THREADS_MEANWHILE_H_
@@ -11,7 +11,7 @@ struct sqlite3_stmt;
 
 namespace corvan_test {
 
-// Runs `work` on a thread of its own and waits for it.
+// Runs `work` on a new thread and waits for it.
 void on_another_thread(const std::function<void()>& work);
 
 // Lets another thread do its work while this thread runs a statement: before or after the first

@@ -1,39 +1,41 @@
-// Several threads on the one store: what the store does not promise, because an operation of
-// several statements is not one unit. Each test shows one case at its worst moment. A caller who
-// must avoid it serialises the calls.
+// Several threads on one store: what the store does not promise, because an operation of several
+// statements is not atomic. Each test shows one case at its worst moment. A caller who must avoid
+// these cases serialises the calls.
 //
-//  - Tests and inserts of a save. Two saves of one message at once can both store it
+//  - Duplicate tests of a save. Two simultaneous saves of one message can both store it
 //    (SimultaneousSavesOfOneMessageStoreItTwice).
-//  - Reads followed by writes. Of two at once one is lost, or a time goes back:
-//    save_message, set_session_time, set_sessiontime: an unread message is not counted, the
-//    conversation keeps an earlier time (SimultaneousSavesToOneConversationLoseAnUnreadCount,
-//    SimultaneousFirstMessagesLoseAnUnreadCount);
-//    set_is_top, set_message_draft (SimultaneousPinningOfAMissingConversationFails);
-//    update_message_receipt_status (ReceiptTimeGoesBack);
-//    set_sync_time (SimultaneousSyncTimesLoseOne);
-//    clear_message and delete_message by server uids, which set the conversation's newest message
-//    afterwards (ClearingAConversationHidesAMessageSavedMeanwhile);
-//    likewise sync_unread, update_message_status, and set_send_time_for_dup_msg after its test.
-//  - Transactions belong to the connection. What another thread does meanwhile is committed or
-//    rolled back with them (SaveOfAnotherThreadIsLostWithTheTransaction). An operation that is one
-//    transaction commits them (OperationOfAnotherThreadCommitsTheTransaction). Two such operations
-//    at once are not units (DeletingWhileAnotherThreadMarksReadLowersTheCounterTwice).
-//  - The last row id belongs to the connection. The id that a save returns, and that becomes the
-//    newest message of its conversation, can be that of another thread's insert
-//    (SaveReturnsTheIdOfAnotherThreadsInsert, BatchRecordReceivesTheIdOfAnotherThreadsInsert), even
-//    of an insert into another table (SaveReturnsTheRowIdOfAnotherThreadsConversation).
-//  - The error text belongs to the connection: get_error(), and what the log says of a failure
+//  - Reads followed by writes. If two run at once, one is lost, or a time moves back:
+//    - save_message, set_session_time, set_sessiontime: an unread message is not counted, or the
+//      conversation keeps an earlier time (SimultaneousSavesToOneConversationLoseAnUnreadCount,
+//      SimultaneousFirstMessagesLoseAnUnreadCount);
+//    - set_is_top, set_message_draft (SimultaneousPinningOfAMissingConversationFails);
+//    - update_message_receipt_status (ReceiptTimeGoesBack);
+//    - set_sync_time (SimultaneousSyncTimesLoseOne);
+//    - clear_message and delete_message by server uids, which set the conversation's newest message
+//      afterwards (ClearingAConversationHidesAMessageSavedMeanwhile);
+//    - likewise sync_unread, update_message_status, and set_send_time_for_dup_msg after the
+//      duplicate test.
+//  - Transactions belong to the connection. They also commit or roll back what other threads do
+//    meanwhile (SaveOfAnotherThreadIsLostWithTheTransaction). An operation that is one transaction
+//    commits the open one (OperationOfAnotherThreadCommitsTheTransaction). Two such operations that
+//    run at once are not atomic (DeletingWhileAnotherThreadMarksReadLowersTheCounterTwice).
+//  - The last row id belongs to the connection. A save can return the id of another thread's
+//    insert, and make it the newest message of its conversation
+//    (SaveReturnsTheIdOfAnotherThreadsInsert, BatchRecordReceivesTheIdOfAnotherThreadsInsert). The
+//    insert may even be into another table (SaveReturnsTheRowIdOfAnotherThreadsConversation).
+//  - The error text belongs to the connection: get_error(), and what the log says about a failure
 //    (ErrorTextIsThatOfTheLastFailure). If two operations fail at the same moment, one may even
 //    read the text while SQLite replaces it. There is no test for that.
-//  - The store remembers once where the last page of the conversation list ended
+//  - The store remembers only one end of a page of the conversation list
 //    (TwoReadersOfTheListLoseTheirPosition).
 //  - A compaction fails while any statement runs (CompactionFailsWhileAnotherThreadReads).
 //  - A read that runs while another thread writes sees some of the writes and misses others.
-//  - Closing the store while another thread has a statement is undefined, and so is a damaged file,
-//    which the operation that meets it closes and deletes. In one thread a running statement is
-//    interrupted; the failure then has no connection to ask for the error text, which aborts the
-//    process (RunningStatementOfAClosedStoreAborts). A statement that was not running continues on
-//    a connection that nobody closes (PreparedStatementOutlivesItsStore).
+//  - Closing the store while another thread has a statement is undefined. So is damage to the file,
+//    because the operation that finds it closes and deletes the file. The tests show both in one
+//    thread: a running statement is interrupted; the failure then has no connection to ask for the
+//    error text, which aborts the process (RunningStatementOfAClosedStoreAborts). A statement that
+//    was not running continues on a connection that nobody closes
+//    (PreparedStatementOutlivesItsStore).
 
 #include <sqlite3.h>
 #include <unistd.h>

@@ -55,8 +55,8 @@ class Threads : public StoreTest {
     check_lines(everything.take(), expected);
   }
 
-  // Each line is whole: it begins and ends as a line does and holds no other line. The log holds a
-  // line for each message that was stored and one for each that was refused.
+  // Each line is complete: it has the right beginning and end, and no other line inside. The log
+  // contains one line per stored message and one per refused message.
   static void check_lines(const Rows& lines, Expected expected) {
     static const std::string kOperation = "Corvan::CvDbSingleton::";
     static const std::string kStored = "cv;;;save_msg;;;rowid: ";
@@ -83,8 +83,8 @@ class Threads : public StoreTest {
     EXPECT_EQ(seen, expected.seen);
   }
 
-  // Makes as many runs as there is time for, at least one, each with a seed of its own. Closes and
-  // opens the store between two runs.
+  // Runs at least once, then as often as time allows, each time with a new seed. Closes and opens
+  // the store between runs.
   void run_all(uint64_t count) {
     const uint64_t rounds = bound("CORVAN_THREADS_ROUNDS", 20, 200);
     const uint64_t first_seed = setting("CORVAN_THREADS_SEED", 1);

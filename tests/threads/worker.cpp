@@ -85,7 +85,8 @@ void Worker::receive() {
   EXPECT_EQ(static_cast<uint64_t>(unread), round_ + 1);
 }
 
-// Saves an own message, completes it by saving it again, has it acknowledged and covered.
+// Saves an own message and completes it by saving it again; then the server's answer and a receipt
+// arrive.
 void Worker::send() {
   const std::string id = room("out");
   NewMessage m = NewMessage().in(id, CV_GROUP).at(time()).own(client_uid()).status(1);

@@ -19,7 +19,7 @@ class Worker {
 
   void work(uint64_t rounds, uint64_t seed);
 
-  // Its conversations hold every row that it wrote, once, and nothing else.
+  // Checks that its conversations contain every row that it wrote, once, and nothing else.
   void check(const std::string& file) const;
 
   const Expected& expected() const { return expected_; }
@@ -36,7 +36,7 @@ class Worker {
   // The row id of a server uid. The id that a save returns can be that of another thread's insert.
   int64_t id_of(const std::string& uid);
 
-  // One turn each, on conversations of their own.
+  // The work of one round. Each function has its own conversations.
   void receive();
   void send();
   void batch();

@@ -1,4 +1,4 @@
-// A store with files in and around it that somebody put there to do harm. No command may wait for
+// A store with files in and around it that somebody has created to do harm. No command may wait for
 // them, fill the disk with them, or overwrite or delete files that are not its own.
 
 #ifndef TESTS_TOOLS_HOSTILE_FILES_H_

@@ -22,8 +22,8 @@ std::string four_bytes(std::size_t number) {
 
 const std::string kJournalMagic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
 
-// A rollback journal that gives a file its first page back, of a transaction over several
-// databases, which `super` names.
+// A rollback journal that restores the first page of a file. It belongs to a transaction over
+// several databases; `super` is the path of their super-journal.
 std::string journal_with_super(const std::string& content, const std::string& super) {
   constexpr std::size_t kPage = 4096;
   constexpr std::size_t kSector = 512;
@@ -136,7 +136,7 @@ TEST_F(HostileJournalTest, ImportKeepsALogWhoseStoreIsMissing) {
   output(changing()[0]);
 }
 
-// As a process leaves it that is killed while it makes the store.
+// As a process leaves it that is killed while it creates the store.
 TEST_F(HostileJournalTest, ImportIgnoresTheJournalOfAnEmptyFile) {
   write_file(file(), "");
   std::string journal = journal_with_super(std::string(4096, '\0'), "").substr(0, 512);

@@ -19,7 +19,7 @@ TEST_F(IndexTest, ChangesNothingInANewStore) {
   EXPECT_EQ(listing(store()), before);
 }
 
-// An older set's indexes are told by their names from those that somebody added.
+// The tool recognises the indexes of older releases by their names, and leaves others alone.
 TEST_F(IndexTest, EachIndexOfTheStoreIsNamedAfterItsTable) {
   for (const StoredIndex& index : indexes) {
     EXPECT_EQ(index.name.rfind(index.table + "_", 0), 0U) << index.name;

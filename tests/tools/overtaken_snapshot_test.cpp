@@ -33,9 +33,9 @@ class OvertakenSnapshotTest : public LookTest {
 
   Files side() const { return {read_file(side_), read_file(side_ + "-wal")}; }
 
-  // The conversation "room" of list. The first attempt to copy reads the main file `first` and the
-  // log `log_read`; before it ends, the files become `then`. Nothing where the file system has no
-  // leases to stop it.
+  // The conversation "room", as `list` shows it. The first attempt to copy reads the main file
+  // `first` and the log `log_read`; before it ends, `then` replaces the files. No value if the file
+  // system has no leases, which the test needs to stop the program.
   std::optional<Json> list_room(const std::string& first, const std::string& log_read,
                                 const Files& then) {
     write_file(file(), first);

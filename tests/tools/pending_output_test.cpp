@@ -117,7 +117,7 @@ TEST_F(InterruptTest, ASignalRemovesPendingOutput) {
   import(line({}));
   write_file(file() + "-wal", "");
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
-    // The command waits for the log, with its new folder made.
+    // The command waits for the log after it has created its new folder.
     const LeasedFile log(file() + "-wal");
     if (!log.is_held()) GTEST_SKIP() << "the file system has no leases";
     const pid_t pid = start({"backup", store(), folder.file("new")}, open("/dev/null", O_WRONLY));
@@ -151,7 +151,7 @@ TEST_F(InterruptTest, LongCommandsShowProgressOnATerminal) {
     execv(argv[0], argv.data());
     _exit(127);
   }
-  const int keep = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);  // else its text is lost
+  const int keep = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);  // otherwise its text is lost
   const int pipe = open(input.c_str(), O_WRONLY | O_CLOEXEC);
   ASSERT_GE(pipe, 0);
   for (int i = 0; i < 4; ++i) {

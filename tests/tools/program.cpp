@@ -31,7 +31,7 @@ namespace corvan_test {
 
 namespace {
 
-// How much longer than by itself a program may take under an emulator.
+// How many times longer a program may take under an emulator.
 constexpr unsigned kEmulatedTimes = 10;
 
 // Puts a file under a standard descriptor of the program that is about to be run.
@@ -127,7 +127,7 @@ pid_t ToolTest::start(const Arguments& arguments, int out) {
   std::vector<char*> argv;
   for (std::string& text : texts) argv.push_back(text.data());
   argv.push_back(nullptr);
-  // Made before the fork: a thread may hold the memory's locks then.
+  // Allocated before the fork: at the fork, another thread may hold the allocator's locks.
   std::string temporary_files = "TMPDIR=" + copies();
   std::vector<char*> environment = {temporary_files.data()};
   for (std::string& variable : variables) environment.push_back(variable.data());
@@ -199,7 +199,7 @@ std::optional<std::string> ToolTest::terminal_output(const Arguments& arguments,
   window.ws_row = 24;
   window.ws_col = columns;
   EXPECT_EQ(ioctl(out, TIOCSWINSZ, &window), 0);
-  const int keep = dup(out);  // the terminal's text is lost with its last end
+  const int keep = dup(out);  // closing the last end would discard the text
   EXPECT_EQ(wait(start(arguments, out)), 0);
   std::string text = written_to_terminal(terminal, keep);
   close(keep);

@@ -1,5 +1,5 @@
-// What SQLite answered to the statements of an operation. The suites of faults work out from it
-// what the operation must return and what it must leave in the file.
+// SQLite's results for the statements of an operation. From them, the fault suites derive what the
+// operation must return and what the file must contain afterwards.
 
 #ifndef TESTS_SUPPORT_OPERATIONS_ANSWERS_H_
 #define TESTS_SUPPORT_OPERATIONS_ANSWERS_H_
@@ -12,7 +12,7 @@
 
 namespace corvan_test {
 
-// One statement, as the store handed it to SQLite.
+// One statement, as the store passed it to SQLite.
 struct Answer {
   std::string sql;
   int prepared = 0;             // the result code of preparing it

@@ -1,6 +1,6 @@
 // The two stores on which the steps of each operation are counted: one holds ten times as much as
-// the other. They are alike where it matters: what the newest messages of a conversation are, how
-// many of them are unread, which conversations are first in the list.
+// the other. They agree in everything that may affect the steps: the newest messages of each
+// conversation, how many of them are unread, and the first conversations in the list.
 
 #ifndef TESTS_SUPPORT_OPERATIONS_FILLED_STORE_H_
 #define TESTS_SUPPORT_OPERATIONS_FILLED_STORE_H_
@@ -26,10 +26,10 @@ constexpr int kNewOnes = 5;    // messages that are newer than the read and the 
 constexpr int kMentions = 12;  // of direction 2
 constexpr int kPage = 8;       // of the conversation list: more than the pinned conversations
 
-// Conversations of kind 2. The first two hold received and own messages by turns; the peer's
-// receipt covers the own ones.
+// Conversations of kind 2. In the first two, received and own messages alternate; the peer's
+// receipt covers the own messages.
 constexpr const char* kLargest = "largest";  // a tenth of all messages
-constexpr const char* kTiny = "tiny";        // ten messages, from all over the store
+constexpr const char* kTiny = "tiny";        // ten messages, spread over all times
 // Each of these holds a twentieth of all messages.
 constexpr const char* kOwn = "own";               // own messages that no receipt covers
 constexpr const char* kReceived = "received";     // received messages

@@ -30,7 +30,7 @@ enum class Commits {
   kSeveral,         // several statements, each committed on its own
 };
 
-// A call, or a few, and every text that they hand to SQLite, in order. `run` gets a store with a
+// One or more calls, and every text that they pass to SQLite, in order. `run` gets a store with a
 // conversation "room" of kind 2: message 1 is received, unread and a mention; 2 is own and has a
 // server uid; 3 is own and has none yet. Read by the suites ledger, plan and power.
 struct Statements {
@@ -39,11 +39,11 @@ struct Statements {
   std::vector<Text> texts;
 };
 
-// What a call does on a store that is not open.
+// What a call does on a closed store.
 struct ClosedAnswer {
   std::string result;
   std::vector<std::string> log = {};
-  std::vector<std::string> texts = {};  // what it hands to SQLite all the same
+  std::vector<std::string> texts = {};  // what it passes to SQLite nevertheless
 };
 
 // One call with fixed arguments on the store of small_store.h. Read by the suites closed store,
@@ -52,8 +52,8 @@ struct Call {
   std::string name;
   // Makes the call; returns its result and its out-parameters as text.
   std::function<std::string(Corvan::CvDbSingleton&)> run;
-  // The same text, worked out from what SQLite answered and from the rows of the small store. Empty
-  // if the suites of faults reach the operation through another one.
+  // The expected text, derived from SQLite's results and from the rows of the small store. Empty if
+  // the fault suites reach the operation through another one.
   std::function<std::string(Answers&)> expected;
   ClosedAnswer closed;
   // Run before the call on the open store, while nothing fails; may be empty.
@@ -62,8 +62,8 @@ struct Call {
 };
 
 // A call whose work does not depend on how much is stored. `run` checks that the call did its work;
-// it is tried on each of the `rooms`. At most `full_scan_steps` rows of tables or indexes that are
-// read from an end are passed: a page of the list and what it skips, or the schema.
+// it runs on each of the `rooms`. Full scans may visit at most `full_scan_steps` rows: a page of
+// the list with the rows that it skips, or the schema.
 struct FlatCase {
   std::string name;
   OnFilledStore run;
@@ -71,7 +71,7 @@ struct FlatCase {
   int full_scan_steps = 0;
 };
 
-// What the work of a GrowingCase grows with, where several share it.
+// Values of GrowingCase::grows_with that several cases share.
 constexpr const char* kPassed = "the messages of the conversation, none of which matches";
 constexpr const char* kCounted = "the messages of the conversation, which it counts";
 constexpr const char* kChanged = "the messages of the conversation, which it changes";
@@ -79,7 +79,7 @@ constexpr const char* kDeleted = "the messages of the conversation, which it del
 constexpr const char* kSummed = "the conversations, which it sums up";
 constexpr const char* kSessionsPassed = "the conversations, which it passes over";
 
-// A call whose work is what it returns, changes, counts or passes over.
+// A call whose work grows with the rows that it returns, changes, counts or skips.
 struct GrowingCase {
   std::string name;
   std::string grows_with;

@@ -8,15 +8,14 @@
 
 namespace corvan_test {
 
-// How SQLite runs a statement: what "explain query plan" says of it. A plan that reads a table or
-// an index from end to end is an exception and needs a reason. A null `shown` says that there is no
-// plan to look at, for the reason given.
+// The plan of a statement, as "explain query plan" shows it. A plan that scans a table or an index
+// is an exception and needs a reason. If there is no plan, `shown` is null and the reason says why.
 struct QueryPlan {
   const char* shown;
   const char* reason = nullptr;
 };
 
-// One text, word for word as the store hands it to SQLite.
+// One text, exactly as the store passes it to SQLite.
 struct Text {
   std::string sql;
   QueryPlan plan;
@@ -28,7 +27,7 @@ std::vector<std::string> sql_of(const std::vector<Text>& texts);
 
 // ---- Plans --------------------------------------------------------------------------------------
 
-// No rows to find: inserts, pragmas, transactions, compaction.
+// Statements that search no rows: inserts, pragmas, transactions, compaction.
 constexpr QueryPlan kNoPlan{""};
 
 constexpr QueryPlan kRefused{nullptr, "SQLite refuses to prepare it"};
@@ -170,7 +169,7 @@ inline const Text kPointAtAndMove{
     "update t_session set latest_id=?,session_time=? where session_id=? and session_type=?",
     kBySessionKey};
 
-// Beginnings of texts that go on with ids, kinds or conditions.
+// Beginnings of texts that continue with ids, kinds or conditions.
 inline const std::string kUnreadOfIds =
     "select session_id,session_type,read_status,is_mention,sent_time from t_message where id in(";
 inline const std::string kSessionsOfIds =
