@@ -23,10 +23,10 @@ struct Target {
 };
 
 // A store of `messages` messages and about `conversations` conversations. The largest conversation
-// holds a tenth of all messages, "tiny" holds ten. Five others hold a hundredth each: "own" has own
-// messages that no receipt covers, "covered" own messages that a receipt covers, "received"
-// received messages, "older" and "older-read" messages of direction 2. The last twenty of "older"
-// are unread mentions. Five conversations are pinned.
+// contains a tenth of all messages, "tiny" contains ten. Five others contain a hundredth each:
+// "own" contains own messages that no receipt covers, "covered" own messages that a receipt covers,
+// "received" received messages, "older" and "older-read" messages of direction 2. The last twenty
+// of "older" are unread mentions. Five conversations are pinned.
 class FilledStore {
  public:
   FilledStore(int64_t messages, int conversations);

@@ -117,7 +117,7 @@ class Examination {
     return std::filesystem::is_regular_file(file_, none);
   }
 
-  // After a deletion, the first or second opening gives an empty store that works.
+  // After a deletion, the first or the second opening creates an empty store that works.
   void check_new_store() {
     note_running(outcome_, "opening anew");
     for (int i = 0; i < 2 && store_connection() == nullptr; ++i) open_store(folder_);

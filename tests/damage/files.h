@@ -26,7 +26,8 @@ void write_files(const std::string& folder, const Files& files);
 
 constexpr std::size_t kPage = 4096;
 
-// A random generator with the same numbers on every platform, unlike the standard distributions.
+// A random generator whose numbers are the same on every platform, unlike those of the standard
+// distributions.
 class Random {
  public:
   explicit Random(uint64_t seed) : engine_(seed) {}

@@ -160,7 +160,8 @@ TEST_F(DamageSurprises, OpeningADamagedFileByNameDeletesThePreviouslyOpenedFile)
 
 // ---- Damage found while stepping ----------------------------------------------------------------
 
-// The damage is outside the first page, which holds the schema that SQLite reads when it prepares.
+// The damage is outside the first page, which contains the schema that SQLite reads when it
+// prepares a statement.
 TEST_F(DamageSurprises, DamageFoundWhileSteppingIsLoggedAndTheFileKept) {
   Files files = closed_store();
   files[""].replace(kPage, std::string::npos, files[""].size() - kPage, '\xff');

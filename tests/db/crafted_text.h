@@ -1,4 +1,4 @@
-// What the tests of crafted texts have in common.
+// Helpers for the tests of texts that a peer or a careless caller could choose.
 
 #ifndef TESTS_DB_CRAFTED_TEXT_H_
 #define TESTS_DB_CRAFTED_TEXT_H_

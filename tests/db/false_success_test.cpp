@@ -337,7 +337,7 @@ TEST_F(FalseSuccess, SettingOneSyncTimeLosesTheOtherWhenTheyCannotBeRead) {
 TEST_F(FalseSuccess, CommitFailsAfterAnOperationInsideHasCommitted) {
   ASSERT_TRUE(store().start_transaction());
   EXPECT_EQ(save(NewMessage().at(900)), 4);
-  EXPECT_TRUE(store().set_read_status(1, 1));  // commits a transaction of its own
+  EXPECT_TRUE(store().set_read_status(1, 1));  // commits its own transaction
   EXPECT_EQ(save(NewMessage().at(901)), 5);    // from here on outside a transaction
   EXPECT_FALSE(store().commit_transaction());
   EXPECT_EQ(messages(), (Rows{"1", "2", "3", "4", "5"}));

@@ -57,7 +57,7 @@ TEST_F(LengthLimit, TextUpToTheLimitIsBoundAndALongerOneIsNot) {
   EXPECT_EQ(Corvan::CvDbSingleton::bind(stmt, 1, within_), SQLITE_OK);
   EXPECT_EQ(Corvan::CvDbSingleton::bind(stmt, 1, over_), SQLITE_TOOBIG);
   EXPECT_EQ(store().step(stmt, false), SQLITE_ROW);
-  EXPECT_EQ(sqlite3_column_type(stmt, 0), SQLITE_NULL);  // and the value bound before is gone too
+  EXPECT_EQ(sqlite3_column_type(stmt, 0), SQLITE_NULL);  // the value bound before is lost as well
   store().finalize(stmt);
   EXPECT_EQ(log.take(), Rows{});
 }

@@ -127,7 +127,7 @@ TEST_F(Lifecycle, ConnectionIsOpenedReadWriteCreateAndSerialised) {
   EXPECT_EQ(open_flags(), 0x10006);
 }
 
-// Makes each new connection start with secure deletion on or off, whatever the library's default.
+// Starts each new connection with secure deletion on or off, regardless of the library's default.
 class SecureDeletion {
  public:
   explicit SecureDeletion(bool on) {

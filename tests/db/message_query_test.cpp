@@ -81,7 +81,7 @@ MessageResponse with_uid(const std::string& uid) {
   return message;
 }
 
-// A record in which the fields that no query fills are set too.
+// A record in which the fields that no query fills are also set.
 MessageResponse marked() {
   MessageResponse message;
   message.session_id_ = "old";

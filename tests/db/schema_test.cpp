@@ -193,7 +193,7 @@ TEST_F(Schema, VersionTextIsNotEmpty) {
             Rows{"text|1"});
 }
 
-// ---- What inserts leave out ---------------------------------------------------------------------
+// ---- Columns that inserts omit ------------------------------------------------------------------
 
 TEST_F(Schema, SingleSaveFillsEveryColumn) {
   const int64_t id = save(NewMessage().at(400).mention().client(6).named("S-1").status(2));

@@ -431,7 +431,7 @@ TEST_F(SessionRows, NotificationIsRecognisedByItsWholeName) {
   EXPECT_EQ(rows(kState), Rows{"99|9|3|1"});
 }
 
-// Every combination, each on its own conversation, against one literal copy of the rules.
+// Compares every combination, each in its own conversation, with one literal copy of the rules.
 TEST_F(SessionRows, ConversationMoveDependsOnProfileLatestTimeAndName) {
   Rows expected;
   std::vector<std::string> labels;

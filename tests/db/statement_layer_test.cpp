@@ -74,7 +74,7 @@ class StatementLayer : public StoreTest {
     ASSERT_EQ(store().open_db(), SQLITE_OK);
   }
 
-  // Overwrites the first page of t_message with noise.
+  // Overwrites the first page of t_message with random bytes.
   void damage_messages() {
     const auto page =
         std::stoul(rows("select rootpage from sqlite_master where name='t_message'").front());

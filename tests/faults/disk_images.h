@@ -1,4 +1,4 @@
-// What the disk may hold after a loss of power.
+// What a disk may contain after a power loss.
 //
 // Synced changes are durable: the changes of a file's content before the last sync of the file, and
 // the created and deleted entries before the last sync of the folder. The rest is pending. Each

@@ -164,7 +164,7 @@ class FaultyDisk : public VfsShim {
       if (fault.failure.call != call) continue;
       ++calls_;
       if (fault.nth == 0 || --fault.nth > 0) continue;
-      if (!fault.once) fault.nth = 1;  // the next one, too
+      if (!fault.once) fault.nth = 1;  // the next one fails as well
       ++fired_;
       return fault.failure.code;
     }

@@ -37,7 +37,7 @@ class MemoryEndsInTransaction : public StoreTest {
       const bool set = store().set_read_status(1, 5);
       disarm_memory();
       ASSERT_TRUE(!set || in_transaction()) << "it was ended in every case";
-      // A transaction in which nothing succeeded stays open, too.
+      // A transaction in which nothing succeeded also stays open.
       if (!set && in_transaction()) {
         ASSERT_TRUE(store().commit_transaction());
       }

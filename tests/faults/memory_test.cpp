@@ -4,7 +4,7 @@
 //
 // When SQLite runs out of memory, operations return what SQLite's results require. When the store
 // does, they return the same or throw std::bad_alloc. Either way nothing is left open, the store
-// stays usable, and the rows are those of the statements that ran.
+// stays usable, and the rows are those that the completed statements wrote.
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 // Each scenario is recorded once: all that it does to the disk, and the states that it commits.
 // Then power is lost after every event. The disk that may be left (disk_images.h) is put into a
 // folder and the store is opened on it. It must open without a log line, the file must be sound,
-// and it must hold everything that was acknowledged and, of the operation under way, a whole number
-// of its commits.
+// and it must contain everything that was acknowledged and, of the operation in progress, a whole
+// number of its commits.
 //
 // Environment: CORVAN_POWER_SEED; CORVAN_POWER_POINTS, the number of events of a scenario after
 // which power is lost (chosen at random, and always those at which something is acknowledged);

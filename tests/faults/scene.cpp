@@ -76,7 +76,7 @@ struct Unit {
   bool certain;
 };
 
-// The committed work among the answers: each write on its own, those of a transaction together.
+// The committed work: a group for each write outside a transaction, and one for each transaction.
 std::vector<Unit> units_of(const std::vector<Answer>& answers) {
   std::vector<Unit> units;
   SqlTexts pending;  // of the transaction that is open

@@ -24,7 +24,7 @@ struct Outcome {
 enum class Certain {
   kEverything,
   kAllButTheResult,  // std::bad_alloc may leave the operation
-  kNoRows,           // SQLite was given false data without knowing: only open statements count
+  kNoRows,           // SQLite has read wrong data unnoticed: only open statements are checked
 };
 
 class Scene {
@@ -56,7 +56,7 @@ class Scene {
   // Copies the small store afresh and prepares the call; returns what preparing it did.
   std::vector<Answer> reset(const Call& call);
   std::string check_rows(const Call& call, const std::vector<Answer>& answers);
-  // The rows after the statements, run on a copy of the store by a connection of its own.
+  // The rows after these statements have run on a copy of the store, through a separate connection.
   const std::vector<std::string>& rows_after(const std::vector<std::string>& statements);
 
   TemporaryFolder image_;

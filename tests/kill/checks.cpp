@@ -23,7 +23,7 @@ constexpr const char* kIntegrityAndSchema =
     "pragma integrity_check;"
     "select type,name,sql from sqlite_master where sql is not null order by type,name";
 
-// The schema's versions, every row, and the largest id that was ever given to a message.
+// The schema's versions, every row, and the largest id that a message ever had.
 constexpr const char* kEverything =
     "select 'versions',database_version from t_version;pragma user_version;"
     "select id,session_id,session_type,object_name,content,sender,direction,sent_status,"

@@ -27,7 +27,7 @@ struct Finding {
   bool between = false;  // the state is neither the first nor the last
 };
 
-// What a store's file must hold.
+// What a store's file must contain.
 struct Expected {
   std::vector<Model> states;        // one of these
   std::vector<std::string> schema;  // this

@@ -40,7 +40,7 @@ class KillChecksTest : public testing::Test {
  protected:
   static void SetUpTestSuite() { prefer_memory(); }
 
-  LogCapture log{cvrtc::LS_NONE};  // keeps quiet, in the processes too
+  LogCapture log{cvrtc::LS_NONE};  // discards all lines, in the child processes as well
   Watch watch;
   Statistics statistics;
   std::vector<std::string> schema = whole_schema();

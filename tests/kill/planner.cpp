@@ -153,7 +153,7 @@ SessionType Planner::kind() {
 }
 
 std::string Planner::body() {
-  if (one_in(12)) return std::string(1000 + below(6000), 'x');  // on pages of its own
+  if (one_in(12)) return std::string(1000 + below(6000), 'x');  // often longer than a page
   return std::string(below(200), static_cast<char>('a' + below(26)));
 }
 

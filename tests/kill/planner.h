@@ -56,8 +56,8 @@ int64_t run(const PlannedCall& call, Model& model);
 // The kinds of life that a store can have.
 enum class Life : uint8_t {
   kFresh,    // begins in an empty folder and is short
-  kDamaged,  // begins with a file that is no store
-  kGrowing,  // goes on until there are thousands of messages
+  kDamaged,  // begins with a file that is not a store
+  kGrowing,  // grows to thousands of messages
   kHeavy,    // has few messages with large bodies
 };
 

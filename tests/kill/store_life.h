@@ -50,8 +50,8 @@ class StoreLife {
   std::size_t below(std::size_t count) { return static_cast<std::size_t>(random_() % count); }
   bool damaged() const { return !damage_.empty(); }
 
-  // Writes noise, which SQLite calls no database, or a store with noise at the start of its schema,
-  // which SQLite calls damaged.
+  // Writes random bytes, which SQLite reports as not a database, or a store whose schema begins
+  // with random bytes, which SQLite reports as damaged.
   void lay_damaged_file();
 
   Phase opening() const;
@@ -62,7 +62,7 @@ class StoreLife {
 
   void count(const Plan& plan, const Killed& killed);
 
-  // The damaged file must be unchanged or gone, and two openings must give a working store.
+  // The damaged file must be unchanged or deleted, and two openings must produce a working store.
   std::string check_damaged();
 
   // A separate connection reads a copy, so that the store opens exactly the files that the process
@@ -85,7 +85,7 @@ class StoreLife {
   Life life_ = Life::kFresh;
   std::string damage_;  // the damaged file that the life began with
   std::size_t kills_left_ = 0;
-  Model model_;              // what the folder holds; closed
+  Model model_;              // the content of the folder; closed
   bool has_schema_ = false;  // an opening has returned
 };
 

@@ -85,7 +85,7 @@ class Replay {
   explicit Replay(const Log& log) : name_(std::string(CORVAN_DATA_DIR) + "/" + log.file) {
     present_ = file_exists(name_);
     if (!present_) return;
-    set_clock(1);  // times come from the log alone
+    set_clock(1);  // all times come from the log
     CvDbSingleton::get_instance()->init_open_db(cvrtc::Pathname(folder_.path()), "", log.user);
     stored_ = import();
   }
@@ -129,7 +129,7 @@ class Replay {
   int stored_ = 0;
 };
 
-// The checks that hold for every log.
+// The checks for every log.
 template <const Log* log>
 class ReplayTest : public testing::Test {
  protected:

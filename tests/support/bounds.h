@@ -18,7 +18,7 @@ uint64_t setting(const char* name, uint64_t fallback);
 uint64_t bound(const char* name, uint64_t usual, uint64_t thorough);
 
 // The time limit in CORVAN_SECONDS, counted from the start of the process: a suite continues with
-// new seeds until it has passed. Without the variable no limit is given, and none passes.
+// new seeds until it has passed. Without the variable there is no limit.
 class TimeLimit {
  public:
   TimeLimit();

@@ -35,7 +35,7 @@ StepsUntilInterrupt::~StepsUntilInterrupt() {
   sqlite3_progress_handler(db_, 0, nullptr, nullptr);
 }
 
-// SQLite 3.41 and later call it while they prepare a statement, too.
+// SQLite 3.41 and later also call it while they prepare a statement.
 int StepsUntilInterrupt::progress(void* self) {
   auto& interrupt = *static_cast<StepsUntilInterrupt*>(self);
   return is_stepping(interrupt.db_) && --interrupt.left_ < 0 ? 1 : 0;

@@ -1,9 +1,10 @@
 // Several threads on the one store: what the store promises.
 //
-// Reads and single writes may come from several threads at once. Each statement is whole: no write
-// is lost, no reader sees half a row, no log line is torn. Opening, closing, transactions and
-// paging the conversation list stay with one thread. These tests run all of that at once, and a
-// thread checker must stay silent. What the store does not promise is shown in not_safe_test.cpp.
+// Reads and single writes may come from several threads at once. Each statement is atomic: no write
+// is lost, no reader sees half a row, and no log line is torn. Opening, closing, transactions and
+// paging the conversation list belong to one thread. These tests run all of this at once, and a
+// thread checker must report nothing. What the store does not promise is shown in
+// not_safe_test.cpp.
 
 #include <algorithm>
 #include <string>

@@ -10,8 +10,8 @@
 
 namespace corvan_test {
 
-// One of the threads that read and write at the same time. It writes into conversations of its own,
-// so that it knows what they hold, and also reads those of the next worker.
+// One of the threads that read and write at the same time. It writes to its own conversations, so
+// that it knows their content, and also reads those of the next worker.
 class Worker {
  public:
   Worker(Corvan::CvDbSingleton& store, uint64_t run, uint64_t number, uint64_t next)

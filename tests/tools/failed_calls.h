@@ -1,7 +1,7 @@
 // Runs commands while a sync or a read of the store's files fails. They must report what the store
-// then holds. If the sync at the end of a commit fails, the commit is in the write-ahead log all
-// the same. A client that has the store open keeps that log from being cleared; if the client is
-// killed, the next opening replays what the failed commit left there.
+// then contains. If the sync at the end of a commit fails, the commit is in the write-ahead log
+// nevertheless. A client that has the store open keeps that log from being cleared; if the client
+// is killed, the next opening replays what the failed commit left there.
 
 #ifndef TESTS_TOOLS_FAILED_CALLS_H_
 #define TESTS_TOOLS_FAILED_CALLS_H_

@@ -1,4 +1,4 @@
-// What the tests of stores with a foreign schema have in common.
+// Helpers for the tests of stores with a foreign schema.
 
 #ifndef TESTS_TOOLS_FOREIGN_SCHEMA_SAMPLE_H_
 #define TESTS_TOOLS_FOREIGN_SCHEMA_SAMPLE_H_

@@ -86,7 +86,7 @@ TEST_F(HostileJournalTest, RollsBackAJournalThatNamesNoOtherFile) {
   EXPECT_FALSE(fs::exists(file() + "-journal"));
 }
 
-// SQLite reads such a log, and when it writes to it, memory beyond its pages.
+// SQLite accepts such a log. When it writes to the log, it reads memory beyond its pages.
 TEST_F(HostileJournalTest, TreatsALogOfAnotherPageSizeAsDamage) {
   const std::string other = folder.file("other");
   fs::copy_file(file(), other);

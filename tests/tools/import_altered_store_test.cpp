@@ -37,7 +37,7 @@ class ImportIntoAlteredStore : public ToolTest {
   }
 };
 
-// A line with this content, in a conversation of its own.
+// A line with this content, in its own conversation.
 std::string word(const std::string& text) {
   return line({{"content", text}, {"session_id", "of " + text}});
 }

@@ -1,4 +1,4 @@
-// What the tests of import have in common.
+// Helpers for the tests of import.
 
 #ifndef TESTS_TOOLS_IMPORT_SAMPLE_H_
 #define TESTS_TOOLS_IMPORT_SAMPLE_H_

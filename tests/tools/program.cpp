@@ -34,7 +34,7 @@ namespace {
 // How many times longer a program may take under an emulator.
 constexpr unsigned kEmulatedTimes = 10;
 
-// Puts a file under a standard descriptor of the program that is about to be run.
+// Opens a file as a standard descriptor of the program that is about to run.
 void redirect(const std::string& path, int flags, int descriptor) {
   const int fd = open(path.c_str(), flags, 0600);
   if (fd < 0 || dup2(fd, descriptor) < 0) _exit(127);

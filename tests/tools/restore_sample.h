@@ -1,4 +1,4 @@
-// What the tests of restore have in common.
+// Helpers for the tests of restore.
 
 #ifndef TESTS_TOOLS_RESTORE_SAMPLE_H_
 #define TESTS_TOOLS_RESTORE_SAMPLE_H_

@@ -17,7 +17,7 @@ class RestoreTest : public RestoreSample {};
 TEST_F(RestoreTest, RestoredStoreIsIdentical) {
   import_sample();
   import(line({{"sender", "me"}, {"is_receive", false}, {"sent_status", 1}, { "client_uid", 3 }}));
-  plant("delete from t_message where id in(2,7)");  // ids are not given again
+  plant("delete from t_message where id in(2,7)");  // ids are not reused
   plant("insert into t_sync values('me',1,2)");
   const std::string file_name = write("out.jsonl", exported());
   const Outcome outcome = run({"restore", file_name, restored()});

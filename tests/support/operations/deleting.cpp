@@ -14,7 +14,7 @@ using Corvan::CvDbSingleton;
 
 namespace {
 
-// What follows a deletion for a conversation: its newest message is set again.
+// The statements that set a conversation's newest message after a deletion.
 void refresh_latest(Answers& a) {
   if (a.row_or_done(kNewestMessage)) a.run(kPointAtAny);
 }

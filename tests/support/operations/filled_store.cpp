@@ -18,7 +18,7 @@ Room new_room() {
 
 namespace {
 
-// ---- What is stored -----------------------------------------------------------------------------
+// ---- The rows -----------------------------------------------------------------------------------
 
 constexpr int kNamed = 8;  // the conversations that filled_store.h names
 

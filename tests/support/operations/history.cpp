@@ -38,7 +38,7 @@ std::string logged(const std::string& rest) {
          rest;
 }
 
-// Pages of four messages, which the tiny conversation can fill, too.
+// Pages of four messages, which even the tiny conversation can fill.
 OnFilledStore history_of_four(bool from_middle, bool desc, const std::vector<std::string>& kinds) {
   return [=](FilledStore& s, const Room& room) {
     std::vector<MessageResponse> page;

@@ -26,8 +26,8 @@ namespace corvan_test {
 enum class Commits {
   kNothing,         // it reads, or leaves the file to others
   kOnce,            // one statement
-  kOneTransaction,  // several statements in a transaction of its own
-  kSeveral,         // several statements, each committed on its own
+  kOneTransaction,  // several statements in its own transaction
+  kSeveral,         // several statements, each committed separately
 };
 
 // One or more calls, and every text that they pass to SQLite, in order. `run` gets a store with a
@@ -103,7 +103,7 @@ enum class Suite {
 };
 
 struct Operation {
-  // `which` tells overloads apart.
+  // `which` distinguishes overloads.
   Operation(std::string called, Commits makes, std::string which = {})
       : name(std::move(called)), overload(std::move(which)), commits(makes) {}
 
@@ -132,7 +132,7 @@ void PrintTo(const GrowingCase& growing, std::ostream* out);
 
 using Operations = std::vector<Operation>;
 
-// The whole table. `folder` holds the store that the calls run on; only those that open it, or
+// The whole table. `folder` contains the store that the calls run on; only those that open it, or
 // attach a file beside it, need it.
 Operations all_operations(const std::string& folder = {});
 
