@@ -367,7 +367,7 @@ TEST_F(FileKinds, RandomJournalIsIgnored) {
 // ---- Without permission to write ----------------------------------------------------------------
 
 // Files that must not be written, and some that must not be deleted.
-class WithoutRights : public FileKinds {
+class WithoutPermission : public FileKinds {
  protected:
   void lay(const Files& files, fs::perms folder_rights) const {
     write_files(folder.path(), files);
@@ -388,30 +388,30 @@ class WithoutRights : public FileKinds {
   }
 };
 
-TEST_F(WithoutRights, ReadOnlyFileIsReadAndKept) {
+TEST_F(WithoutPermission, ReadOnlyFileIsReadAndKept) {
   Expected expected = closed_answers();
   lay(closed_store(), kFolderOfAll);
   EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
 }
 
-TEST_F(WithoutRights, FileInAReadOnlyFolderIsKept) {
+TEST_F(WithoutPermission, FileInAReadOnlyFolderIsKept) {
   Expected expected = closed_answers();
   lay(closed_store(), kFolderToRead);
   EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
 }
 
-TEST_F(WithoutRights, MissingFileInAReadOnlyFolderFailsToOpen) {
+TEST_F(WithoutPermission, MissingFileInAReadOnlyFolderFailsToOpen) {
   lay({}, kFolderToRead);
   EXPECT_EQ(fate(examined_without_rights({})), "not opened");
 }
 
 // The permissions of the folder decide, not those of the file.
-TEST_F(WithoutRights, DamagedReadOnlyFileIsDeleted) {
+TEST_F(WithoutPermission, DamagedReadOnlyFileIsDeleted) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderOfAll);
   EXPECT_EQ(fate(examined_without_rights({})), kDeleted);
 }
 
-TEST_F(WithoutRights, DamagedFileInAReadOnlyFolderIsKept) {
+TEST_F(WithoutPermission, DamagedFileInAReadOnlyFolderIsKept) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderToRead);
   Expected expected;
   expected.can_unlink = false;

@@ -54,12 +54,12 @@ void each_allocation_fails(const std::function<void()>& work) {
 }
 
 // The logger keeps what it allocates at its first use.
-class MemoryEndsInBase : public testing::Test {
+class OutOfMemoryInBase : public testing::Test {
  protected:
   static void SetUpTestSuite() { cvrtc::LogMessage::MinSeverity(); }
 };
 
-TEST_F(MemoryEndsInBase, Pathname) {
+TEST_F(OutOfMemoryInBase, PathnameLeaksNothing) {
   const std::string folder = longer("/folder");
   const std::string name = longer("name") + "." + longer("extension");
   each_allocation_fails([&] {
@@ -74,19 +74,19 @@ TEST_F(MemoryEndsInBase, Pathname) {
   });
 }
 
-TEST_F(MemoryEndsInBase, StringReplace) {
+TEST_F(OutOfMemoryInBase, StringReplaceLeaksNothing) {
   each_allocation_fails([] {
     std::string text = "a'b'c'd'e'f'g'h";
     Corvan::CvUtils::string_replace(text, "'", "a text that is longer");
   });
 }
 
-TEST_F(MemoryEndsInBase, TableIndex) {
+TEST_F(OutOfMemoryInBase, TableIndexLeaksNothing) {
   each_allocation_fails([] { Corvan::CvDatabase::table_index(); });
 }
 
-// Without memory a line is lost, or truncated.
-TEST_F(MemoryEndsInBase, LogMessageToASink) {
+// Without memory, a line may be missing or truncated.
+TEST_F(OutOfMemoryInBase, LogMessageToASinkMayLoseOrTruncateItsLine) {
   const std::string text = longer("text") + std::string(2000, '.');
   LogCapture log;
   each_allocation_fails([&] {
@@ -108,7 +108,7 @@ class FixedBuffer : public std::streambuf {
   std::array<char, 8192> text_{};
 };
 
-TEST_F(MemoryEndsInBase, LogMessageToStandardError) {
+TEST_F(OutOfMemoryInBase, LogMessageToStandardErrorMayLoseOrTruncateItsLine) {
   const std::string text = longer("text") + std::string(2000, '.');
   FixedBuffer buffer;
   std::streambuf* const previous = std::cerr.rdbuf(&buffer);
@@ -126,7 +126,7 @@ TEST_F(MemoryEndsInBase, LogMessageToStandardError) {
   EXPECT_TRUE(std::cerr.good());
 }
 
-TEST_F(MemoryEndsInBase, ReplacingTheSink) {
+TEST_F(OutOfMemoryInBase, ReplacingTheSinkLeaksNothing) {
   const std::string prefix = longer("prefix");
   each_allocation_fails([&] {
     cvrtc::LogMessage::SetSink([prefix](cvrtc::LoggingSeverity, const std::string&) {});
@@ -171,9 +171,9 @@ int without_memory_for_the_logger(bool (*operation)(CvDbSingleton&)) {
 }
 
 // Each of them in a new process.
-class MemoryEndsAtTheFirstLineDeathTest : public testing::Test {
+class OutOfMemoryAtTheFirstLogLineDeathTest : public testing::Test {
  protected:
-  MemoryEndsAtTheFirstLineDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+  OutOfMemoryAtTheFirstLogLineDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
   void SetUp() override {
 #ifdef CORVAN_EMULATED
@@ -182,12 +182,12 @@ class MemoryEndsAtTheFirstLineDeathTest : public testing::Test {
   }
 };
 
-TEST_F(MemoryEndsAtTheFirstLineDeathTest, FailedWriteLeavesNoStatementOpen) {
+TEST_F(OutOfMemoryAtTheFirstLogLineDeathTest, FailedWriteLeavesNoStatementOpen) {
   EXPECT_EXIT(std::exit(without_memory_for_the_logger(refused_write)), testing::ExitedWithCode(0),
               "");
 }
 
-TEST_F(MemoryEndsAtTheFirstLineDeathTest, FailedReadDoesNotEndTheProcess) {
+TEST_F(OutOfMemoryAtTheFirstLogLineDeathTest, FailedReadDoesNotEndTheProcess) {
   EXPECT_EXIT(std::exit(without_memory_for_the_logger(interrupted_read)),
               testing::ExitedWithCode(0), "");
 }

@@ -26,7 +26,7 @@ using Corvan::SessionInfo;
 
 // ---- Transactions that cannot be ended ----------------------------------------------------------
 
-class MemoryEndsInTransaction : public StoreTest {
+class OutOfMemoryInTransaction : public StoreTest {
  protected:
   // Changes the read status of message 1, in one transaction, with just enough of SQLite's memory
   // to succeed: none is left to end the transaction.
@@ -50,7 +50,7 @@ class MemoryEndsInTransaction : public StoreTest {
 };
 
 // Neither "commit transaction" nor "rollback transaction" can be prepared.
-TEST_F(MemoryEndsInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt) {
+TEST_F(OutOfMemoryInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt) {
   ASSERT_TRUE(store().start_transaction());
   ASSERT_EQ(save(NewMessage()), 1);
   arm_memory(Memory::kSqlite, 1, false);
@@ -65,7 +65,7 @@ TEST_F(MemoryEndsInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt) 
   EXPECT_EQ(committed(), Rows{"1|0"});
 }
 
-TEST_F(MemoryEndsInTransaction, TransactionOfASuccessfulOperationAlsoStaysOpen) {
+TEST_F(OutOfMemoryInTransaction, TransactionOfASuccessfulOperationAlsoStaysOpen) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_FALSE(store().start_transaction());
   log.take();
@@ -74,7 +74,7 @@ TEST_F(MemoryEndsInTransaction, TransactionOfASuccessfulOperationAlsoStaysOpen) 
   EXPECT_EQ(committed(), Rows{"1|5"});
 }
 
-TEST_F(MemoryEndsInTransaction, NextOperationWithATransactionCommitsTheOpenOne) {
+TEST_F(OutOfMemoryInTransaction, NextOperationWithATransactionCommitsTheOpenOne) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_EQ(save(NewMessage().at(200)), 2);
   EXPECT_EQ(committed(), Rows{"1|1"});
@@ -83,7 +83,7 @@ TEST_F(MemoryEndsInTransaction, NextOperationWithATransactionCommitsTheOpenOne) 
   EXPECT_EQ(committed(), (Rows{"1|5", "2|1"}));
 }
 
-TEST_F(MemoryEndsInTransaction, ClosingTheStoreRollsBackTheOpenTransaction) {
+TEST_F(OutOfMemoryInTransaction, ClosingTheStoreRollsBackTheOpenTransaction) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_EQ(save(NewMessage().at(200)), 2);
   store().close_db();
@@ -93,7 +93,7 @@ TEST_F(MemoryEndsInTransaction, ClosingTheStoreRollsBackTheOpenTransaction) {
 
 // ---- The object, and its opening ----------------------------------------------------------------
 
-TEST(MemoryEndsForTheObject, GetInstanceThrowsAndThenWorks) {
+TEST(OutOfMemoryForTheInstance, GetInstanceThrowsAndThenWorks) {
   CvDbSingleton::delete_instance();
   arm_memory(Memory::kOwn, 1, false);
   EXPECT_THROW(CvDbSingleton::get_instance(), std::bad_alloc);
@@ -104,10 +104,10 @@ TEST(MemoryEndsForTheObject, GetInstanceThrowsAndThenWorks) {
   CvDbSingleton::delete_instance();
 }
 
-class MemoryEndsInStore : public StoreTest {};
+class OutOfMemoryInStore : public StoreTest {};
 
 // The first opening initialises SQLite. If memory runs out there, nothing is opened.
-TEST_F(MemoryEndsInStore, OpeningFailsWithoutMemoryToStartSqlite) {
+TEST_F(OutOfMemoryInStore, OpeningFailsWithoutMemoryToStartSqlite) {
   for (const bool once : {true, false}) {
     uint64_t failures = 0;
     for (uint64_t nth = 1, opened = 0; opened == 0; ++nth) {
@@ -128,7 +128,7 @@ TEST_F(MemoryEndsInStore, OpeningFailsWithoutMemoryToStartSqlite) {
 }
 
 // The line of the failed prepare is lost or truncated; everything else is done.
-TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLogLine) {
+TEST_F(OutOfMemoryInStore, DamagedFileIsDeletedWithoutMemoryForTheLogLine) {
   store().close_db();
   write_file(file(), std::string(8192, 'x'));
   ASSERT_EQ(store().open_db(), SQLITE_OK);
@@ -148,7 +148,7 @@ TEST_F(MemoryEndsInStore, DamagedFileIsDeletedWithoutMemoryForTheLogLine) {
   }
 }
 
-class MemoryEndsInOpening : public StoreTest {
+class OutOfMemoryInOpening : public StoreTest {
  protected:
   // A new file whose opening threw std::bad_alloc before it created the schema.
   void SetUp() override {
@@ -174,14 +174,14 @@ class MemoryEndsInOpening : public StoreTest {
   static constexpr const char* kTables = "select name from sqlite_master where type='table'";
 };
 
-TEST_F(MemoryEndsInOpening, CallerCanCloseAndOpenAgain) {
+TEST_F(OutOfMemoryInOpening, CallerCanCloseAndOpenAgain) {
   store().close_db();
   ASSERT_TRUE(open());
   EXPECT_EQ(save(NewMessage()), 1);
 }
 
 // The connection is open for the user, so another opening does nothing more.
-TEST_F(MemoryEndsInOpening, OpeningAgainWithoutClosingDoesNotCreateTheTables) {
+TEST_F(OutOfMemoryInOpening, OpeningAgainWithoutClosingDoesNotCreateTheTables) {
   EXPECT_TRUE(open());
   EXPECT_EQ(rows(kTables), Rows{});
   EXPECT_EQ(save(NewMessage()), -1);
@@ -227,7 +227,7 @@ std::string long_text(const std::string& name) {
   return name + std::string(40, '-');
 }
 
-class MemoryEndsInLists : public StoreTest {
+class OutOfMemoryInLists : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
@@ -283,47 +283,47 @@ class MemoryEndsInLists : public StoreTest {
   const std::string ids_ = "1,2,3,4,5,6";
 };
 
-TEST_F(MemoryEndsInLists, History) {
+TEST_F(OutOfMemoryInLists, HistoryAppendsOnlyCompleteElements) {
   expect_whole_records<MessageResponse>([&](std::vector<MessageResponse>& page) {
     store().get_history_message_by_time(room0_, Corvan::CV_GROUP, "", 0, 9, page, true);
   });
 }
 
-TEST_F(MemoryEndsInLists, MatchedMessages) {
+TEST_F(OutOfMemoryInLists, MatchedMessagesAppendOnlyCompleteElements) {
   expect_whole_records<MessageResponse>([&](std::vector<MessageResponse>& page) {
     store().get_matched_message(room0_, Corvan::CV_GROUP, 4, 5, 5, page);
   });
 }
 
-TEST_F(MemoryEndsInLists, Mentions) {
+TEST_F(OutOfMemoryInLists, MentionsAppendOnlyCompleteElements) {
   expect_whole_records<MessageResponse>([&](std::vector<MessageResponse>& page) {
     store().get_mention_message(room1_, Corvan::CV_GROUP, page);
   });
 }
 
-TEST_F(MemoryEndsInLists, ConversationList) {
+TEST_F(OutOfMemoryInLists, ConversationListAppendsOnlyCompleteElements) {
   expect_whole_records<SessionInfo>([&](std::vector<SessionInfo>& page) {
     store().get_session_list_by_page({Corvan::CV_GROUP}, 0, 9, page);
   });
 }
 
-TEST_F(MemoryEndsInLists, ConversationRows) {
+TEST_F(OutOfMemoryInLists, ConversationRowsAppendOnlyCompleteElements) {
   std::string kinds = "2";
   expect_whole_records<Session>(
       [&](std::vector<Session>& page) { store().load_session(page, kinds, 0, 9, false); });
 }
 
-TEST_F(MemoryEndsInLists, MessagesOfIds) {
+TEST_F(OutOfMemoryInLists, MessagesOfIdsAppendOnlyCompleteElements) {
   expect_whole_records<Session>(
       [&](std::vector<Session>& page) { store().load_message(page, ids_); });
 }
 
-TEST_F(MemoryEndsInLists, SessionsOfIds) {
+TEST_F(OutOfMemoryInLists, SessionsOfIdsAppendOnlyCompleteElements) {
   expect_whole_records<Session>(
       [&](std::vector<Session>& page) { store().load_session_with_latestid(page, ids_); });
 }
 
-TEST_F(MemoryEndsInLists, KnownUids) {
+TEST_F(OutOfMemoryInLists, KnownUidsAppendOnlyCompleteElements) {
   const std::string uids = "'" + long_text("uid1") + "','" + long_text("uid4") + "'";
   expect_whole_records<std::string>(
       [&](std::vector<std::string>& known) { store().is_message_exist(uids, known); });

@@ -113,12 +113,12 @@ uint64_t mixed(uint64_t a, uint64_t b) {
   return (a * 0x9E3779B97F4A7C15ULL ^ b) * 0xD1B54A32D192ED03ULL >> 33;
 }
 
-class MemoryEnds : public testing::TestWithParam<End> {
+class OutOfMemory : public testing::TestWithParam<End> {
  protected:
   static void SetUpTestSuite() { prefer_memory(); }
   static void TearDownTestSuite() { print("memory", tally_); }
 
-  MemoryEnds() { set_clock(1000000); }
+  OutOfMemory() { set_clock(1000000); }
 
   // Whether this trouble can be caused for the call.
   bool applies(const Call& call) const {
@@ -261,7 +261,7 @@ class MemoryEnds : public testing::TestWithParam<End> {
   static inline Tally tally_;
 };
 
-TEST_P(MemoryEnds, OperationsReturnOrThrowAndTheStoreStaysUsable) {
+TEST_P(OutOfMemory, OperationsReturnOrThrowAndTheStoreStaysUsable) {
   const TimeLimit limit;
   uint64_t seed = setting("CORVAN_MEMORY_SEED", 1);
   try_each(seed);
@@ -271,7 +271,7 @@ TEST_P(MemoryEnds, OperationsReturnOrThrowAndTheStoreStaysUsable) {
 std::string end_name(const testing::TestParamInfo<End>& info) {
   return info.param.name;
 }
-INSTANTIATE_TEST_SUITE_P(Memory, MemoryEnds, testing::ValuesIn(kEnds), end_name);
+INSTANTIATE_TEST_SUITE_P(Memory, OutOfMemory, testing::ValuesIn(kEnds), end_name);
 
 }  // namespace
 }  // namespace corvan_test
