@@ -405,7 +405,7 @@ TEST_F(WithoutPermission, MissingFileInAReadOnlyFolderFailsToOpen) {
   EXPECT_EQ(fate(examined_without_rights({})), "not opened");
 }
 
-// The permissions of the folder decide, not those of the file.
+// Deleting a file requires permission for its folder, not for the file.
 TEST_F(WithoutPermission, DamagedReadOnlyFileIsDeleted) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderOfAll);
   EXPECT_EQ(fate(examined_without_rights({})), kDeleted);

@@ -31,7 +31,7 @@ struct Counts {
   uint64_t deleted = 0;
   uint64_t wrong = 0;   // wrong rows were read before any failure was logged
   uint64_t failed = 0;  // the file was kept, and operations failed
-  uint64_t found = 0;   // of those, files that check_integrity() calls damaged
+  uint64_t found = 0;   // kept files that check_integrity() reports as damaged
   uint64_t unharmed = 0;
   uint64_t aborted = 0;
 };

@@ -45,7 +45,7 @@ struct History {
   std::vector<State> states;  // the first one is that of record.start
   std::vector<Acknowledged> acknowledged;
 
-  // The first and last state that a loss of power after so many events may leave: from the last
+  // The first and the last state that a power loss after this many events may leave: from the last
   // acknowledged state to that of the commit in progress.
   std::pair<std::size_t, std::size_t> allowed(std::size_t event) const;
 };

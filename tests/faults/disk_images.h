@@ -2,9 +2,9 @@
 //
 // Synced changes are durable: the changes of a file's content before the last sync of the file, and
 // the created and deleted entries before the last sync of the folder. The rest is pending. Each
-// pending write or truncation reaches the disk or not, independently of the others; of a write any
-// sectors may reach it. The pending changes of one entry reach the disk in order; entries are
-// independent of each other.
+// pending write or truncation reaches the disk or not, independently of the others. Any of a
+// write's sectors may reach the disk. The pending changes of one entry reach the disk in order;
+// entries are independent of each other.
 
 #ifndef TESTS_FAULTS_DISK_IMAGES_H_
 #define TESTS_FAULTS_DISK_IMAGES_H_
@@ -41,7 +41,7 @@ struct FateBounds {
   uint64_t tears;    // places at which the last pending write is torn
 };
 
-// The disk after so many events of a record.
+// The disk after the first events of a record.
 class Disk {
  public:
   explicit Disk(const DiskRecord& record);

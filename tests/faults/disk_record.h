@@ -27,7 +27,7 @@ struct DiskEvent {
   enum Kind { kCreate, kWrite, kTruncate, kSync, kDelete };
   Kind kind;
   std::string file;            // the name in its folder
-  int64_t offset = 0;          // of a write; of a truncation the new size
+  int64_t offset = 0;          // of a write; for a truncation, the new size
   std::string bytes;           // of a write
   bool folder_synced = false;  // of a sync or a deletion: whether the folder was synced after it
 };

@@ -235,7 +235,7 @@ TEST_P(EveryFault, LosesNothingAcknowledged) {
   for (const Call& call : scene_.calls()) {
     const uint64_t calls = calls_of(call, GetParam());
     for (const bool once : {true, false}) {
-      // Ends after the last call: then each of them has failed.
+      // Ends when no call has failed: `nth` is then beyond the last call.
       for (uint64_t nth = 1, fired = 1; fired > 0; ++nth) {
         if (nth <= calls && random() % share != 0) continue;
         fired = run(call, {{GetParam(), nth, once}});

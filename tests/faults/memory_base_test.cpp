@@ -170,7 +170,7 @@ int without_memory_for_the_logger(bool (*operation)(CvDbSingleton&)) {
   return open;
 }
 
-// Each of them in a new process.
+// Each test runs in a new process.
 class OutOfMemoryAtTheFirstLogLineDeathTest : public testing::Test {
  protected:
   OutOfMemoryAtTheFirstLogLineDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }

@@ -14,8 +14,9 @@ namespace corvan_test {
 // Whose allocations fail.
 enum class Memory { kSqlite, kOwn, kBoth };
 
-// Makes the nth allocation from now on fail, and, unless `once`, all later ones; none if `nth` is
-// 0. Allocations while an Uncounted exists neither count nor fail. For one thread.
+// From now on, makes the nth allocation fail and, unless `once`, all later ones. If `nth` is 0,
+// none fails. Allocations while an Uncounted exists neither count nor fail. For use by one thread
+// only.
 void arm_memory(Memory memory, uint64_t nth, bool once);
 void disarm_memory();
 

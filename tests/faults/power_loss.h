@@ -73,7 +73,7 @@ class PowerLoss {
   // Opens each image only once.
   const Outcome& outcome_of(const DiskImage& image, bool pending);
 
-  // Empty if a loss of power after so many events may have this outcome.
+  // Empty if a power loss after this many events may have this outcome.
   std::string judge(const Outcome& outcome, std::size_t event) const;
 
   std::string described(const Disk& disk, const Fate& fate) const;

@@ -136,7 +136,7 @@ bool names_a_field(const std::string& error) {
   });
 }
 
-// Whether the error names no place, or one that is at most one byte after the line.
+// Whether the place in the error, if there is one, is at most one byte after the line.
 bool place_is_in_line(const std::string& error, std::size_t size) {
   const std::string before = " at byte ";
   const std::size_t at = error.find(before);

@@ -82,8 +82,8 @@ TEST_F(KillTest, KeepsWhatWasAcknowledged) {
              [&] { return limit.given() ? !limit.passed() : tally.points < cycles; });
   if (HasFailure()) return;
 
-  // A small number of cycles may miss a phase. From the usual number on, continue until none is
-  // missing.
+  // Few cycles may miss a phase. With the usual number or more, continue until every phase has been
+  // hit.
   if (cycles >= kUsualCycles) {
     kill_while(setting("CORVAN_KILL_SEED", 1) + cycles, [&] {
       return (missing() || statistics.inside_commits == 0) && tally.points < 4 * cycles;

@@ -1,4 +1,4 @@
-// The operations that a plan is made of, in the order of the store's header.
+// The operations of a plan, in the order of the store's header.
 
 #include <algorithm>
 #include <memory>
@@ -126,7 +126,7 @@ void Planner::add_batch_save() {
   });
 }
 
-// Saves a batch in one transaction, as a client does with fetched history.
+// Saves a batch in one transaction, as clients save fetched history.
 void Planner::add_large_batch() {
   if (!model_.in_transaction()) add_start();
   std::vector<MessageResponse> messages;

@@ -1,4 +1,4 @@
-// The operations on messages and sync times, and what happens around the operations.
+// The operations on messages and sync times, and steps other than operations.
 
 #include <algorithm>
 #include <memory>
@@ -41,7 +41,7 @@ std::string statement(Model&, const std::string& column) {
 
 std::vector<ModelOperation> operations_on_messages() {
   return {
-      // Around the operations
+      // Steps other than operations
       {6, [](Step& s) { s.plant_messages(); }},
       {10, [](Step& s) { s.plant_session(); }},
       {1, [](Step& s) { s.plant_page(); }},

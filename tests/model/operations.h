@@ -1,5 +1,5 @@
-// Runs the operations that random sequences are made of: those on messages, conversations,
-// counters, transactions and sync times, and what happens around them.
+// Runs the steps of random sequences: operations on messages, conversations, counters, transactions
+// and sync times, and steps such as opening and closing the store.
 
 #ifndef TESTS_MODEL_OPERATIONS_H_
 #define TESTS_MODEL_OPERATIONS_H_

@@ -1,4 +1,4 @@
-// What happens around the operations: planted rows, opening, closing, the clock.
+// Steps other than operations: inserted rows, opening, closing, the clock.
 
 #include "tests/model/step.h"
 

@@ -19,7 +19,7 @@ std::vector<std::string> take_ledger();
 using PrepareWatcher = void (*)(const char* sql, int code, sqlite3_stmt* stmt);
 void watch_prepares(PrepareWatcher watcher);
 
-// How often the store has fetched a costly text since the last call.
+// How often the store has fetched an expensive text since the last call.
 struct FetchedTexts {
   int errors = 0;    // a connection's error text
   int expanded = 0;  // a statement's text with its values

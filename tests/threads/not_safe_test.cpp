@@ -4,7 +4,7 @@
 //
 //  - Duplicate tests of a save. Two simultaneous saves of one message can both store it
 //    (SimultaneousSavesOfOneMessageStoreItTwice).
-//  - Reads followed by writes. If two run at once, one is lost, or a time moves back:
+//  - Reads followed by writes. If two run at once, one change is lost, or a time moves back:
 //    - save_message, set_session_time, set_sessiontime: an unread message is not counted, or the
 //      conversation keeps an earlier time (SimultaneousSavesToOneConversationLoseAnUnreadCount,
 //      SimultaneousFirstMessagesLoseAnUnreadCount);

@@ -76,7 +76,7 @@ TEST_F(BackupTest, KeepsADamagedStoreAsItIsWithItsLog) {
 }
 
 TEST_F(BackupTest, DoesNotReportLackOfRoomAsDamage) {
-  // The file and the log fit one by one, but the file with the log's content does not.
+  // The file and the log each fit, but the file with the log's content does not.
   const WriteAhead writer(file(), "insert into t_message(content) values(zeroblob(200000))");
   largest_file = std::filesystem::file_size(file() + "-wal") + 4096;
   ASSERT_LT(largest_file, 4096 * std::stoul(rows("pragma page_count")[0]));

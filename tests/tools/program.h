@@ -115,10 +115,10 @@ class ToolTest : public testing::Test {
   // If above 0, the program cannot write files larger than this, as on a full disk.
   rlim_t largest_file = 0;
 
-  // If above 0, SIGALRM ends the program after so many seconds.
+  // If above 0, SIGALRM ends the program after this many seconds.
   unsigned most_seconds = 0;
 
-  // If above 0, limits the program's address space to so many bytes. Has no effect if
+  // If above 0, limits the program's address space to this many bytes. Has no effect if
   // can_limit_memory() returns false: under a checker or an emulator.
   rlim_t most_memory = 0;
   static bool can_limit_memory();

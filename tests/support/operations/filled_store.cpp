@@ -145,7 +145,7 @@ const FilledFiles& files() {
 
 }  // namespace
 
-// ---- A copy of one of them ----------------------------------------------------------------------
+// ---- A copy of a store --------------------------------------------------------------------------
 
 void FilledStore::plant(const std::string& sql) const {
   corvan_test::plant(file(), kWithoutSync + sql);
