@@ -1,4 +1,4 @@
-#include "tools/salvage/page.h"
+#include "tools/salvage/file/page.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +11,9 @@
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/tools/store_pages.h"
+#include "tools/salvage/file/record.h"
 #include "tools/salvage/file_schema.h"
 #include "tools/salvage/key_order.h"
-#include "tools/salvage/record.h"
 #include "tools/salvage/salvage.h"
 #include "tools/store/library_store.h"
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "tools/salvage/bad_pages.h"
+#include "tools/salvage/file/page_set.h"
 #include "tools/salvage/id_ranges.h"
-#include "tools/salvage/page_set.h"
 
 namespace corvan_test {
 namespace {

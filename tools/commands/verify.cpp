@@ -4,7 +4,7 @@
 #include "tools/commands/commands.h"
 #include "tools/store/snapshot.h"
 #include "tools/ui/error.h"
-#include "tools/verify/repair.h"
+#include "tools/verify/repair/repair.h"
 #include "tools/verify/report.h"
 
 namespace corvan_tool {

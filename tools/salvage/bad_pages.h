@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/salvage/page_set.h"
+#include "tools/salvage/file/page_set.h"
 
 namespace corvan_tool {
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "tools/salvage/file/record.h"
 #include "tools/salvage/recognise.h"
-#include "tools/salvage/record.h"
 #include "tools/store/connection.h"
 #include "tools/store/schema.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/salvage/record.h"
+#include "tools/salvage/file/record.h"
 
 namespace corvan_tool {
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "tools/salvage/file/record.h"
 #include "tools/salvage/key_order.h"
 #include "tools/salvage/recognise.h"
-#include "tools/salvage/record.h"
 
 namespace corvan_tool {
 

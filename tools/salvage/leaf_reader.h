@@ -11,7 +11,7 @@
 #include "tools/salvage/coverage.h"
 #include "tools/salvage/known_schema.h"
 #include "tools/salvage/record_reader.h"
-#include "tools/salvage/rescued_store.h"
+#include "tools/salvage/rescue/rescued_store.h"
 #include "tools/salvage/tree_walk.h"
 
 namespace corvan_tool {

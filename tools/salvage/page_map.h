@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tools/salvage/bad_pages.h"
-#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/file/damaged_file.h"
 
 namespace corvan_tool {
 

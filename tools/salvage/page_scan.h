@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "tools/salvage/coverage.h"
-#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/file/damaged_file.h"
 #include "tools/salvage/known_schema.h"
 #include "tools/salvage/leaf_reader.h"
 #include "tools/salvage/page_map.h"

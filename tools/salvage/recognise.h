@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "tools/salvage/coverage.h"
+#include "tools/salvage/file/page.h"
+#include "tools/salvage/file/record.h"
 #include "tools/salvage/known_schema.h"
-#include "tools/salvage/page.h"
-#include "tools/salvage/record.h"
 
 namespace corvan_tool {
 

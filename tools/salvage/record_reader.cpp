@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "tools/salvage/record.h"
+#include "tools/salvage/file/record.h"
 
 namespace corvan_tool {
 

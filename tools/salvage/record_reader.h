@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/file/damaged_file.h"
 #include "tools/salvage/page_map.h"
 #include "tools/ui/progress.h"
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "tools/salvage/bad_pages.h"
-#include "tools/salvage/losses.h"
-#include "tools/salvage/wal.h"
+#include "tools/salvage/file/wal.h"
+#include "tools/salvage/rescue/losses.h"
 
 namespace corvan_tool {
 

@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "tools/salvage/coverage.h"
-#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/file/damaged_file.h"
 #include "tools/salvage/file_schema.h"
 #include "tools/salvage/known_schema.h"
 #include "tools/salvage/leaf_reader.h"
@@ -35,7 +35,7 @@
 #include "tools/salvage/page_scan.h"
 #include "tools/salvage/record_reader.h"
 #include "tools/salvage/report.h"
-#include "tools/salvage/rescued_store.h"
+#include "tools/salvage/rescue/rescued_store.h"
 #include "tools/salvage/tree_walk.h"
 #include "tools/store/pending_output.h"
 #include "tools/ui/progress.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tools/salvage/coverage.h"
-#include "tools/salvage/damaged_file.h"
+#include "tools/salvage/file/damaged_file.h"
 #include "tools/salvage/page_map.h"
 #include "tools/ui/progress.h"
 

@@ -1,0 +1,121 @@
+#include "tools/salvage/file/damaged_file.h"
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "tools/salvage/file/page_size.h"
+#include "tools/salvage/file/record.h"
+#include "tools/store/file_names.h"
+#include "tools/ui/error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+constexpr std::string_view kMagic("SQLite format 3\0", 16);
+constexpr std::size_t kLeastUsable = 480;  // SQLite's limit
+
+// The log's path. Throws ToolError if something other than a file has that name.
+std::string log_of(const std::string& path) {
+  std::string log = path + kLogSuffix;
+  require_regular_or_missing(log, "; move it away and try again");
+  return log;
+}
+
+}  // namespace
+
+DamagedFile::DamagedFile(const std::string& path, bool with_log)
+    : main_(path, with_log), wal_(with_log ? log_of(path) : "") {
+  refuse_log(path);
+  find_page_size();
+  const std::uint64_t pages = (main_.size() + page_size_ - 1) / page_size_;
+  pages_in_file_ = static_cast<PageNumber>(std::min<std::uint64_t>(pages, UINT32_MAX - 1));
+  page_count_ = wal_.read_frames(page_size_, pages_in_file_);
+  find_pages();
+  read_header();
+}
+
+void DamagedFile::refuse_log(const std::string& path) const {
+  std::string magic;
+  if (!main_.read(0, 4, magic) || !is_wal(magic)) return;
+  throw ToolError(path +
+                  ": this is a write-ahead log; name the file next to it instead, without -wal, "
+                  "even if that file is gone");
+}
+
+// The log's header is trusted more than the file's, since it has a checksum.
+void DamagedFile::find_page_size() {
+  std::string header;
+  if (!main_.read(0, kFileHeader, header)) header.clear();
+  page_size_ = wal_.page_size();
+  if (page_size_ == 0) page_size_ = guess_page_size(main_, stated_page_size(header));
+  usable_ = page_size_;
+}
+
+void DamagedFile::find_pages() {
+  std::vector<PageRange> ranges;
+  for (const auto& [begin, end] : main_.data()) {
+    const std::uint64_t first = begin / page_size_ + 1;
+    const std::uint64_t last = std::min<std::uint64_t>((end - 1) / page_size_ + 1, page_count_);
+    if (first > last) break;
+    ranges.push_back({static_cast<PageNumber>(first), static_cast<PageNumber>(last)});
+  }
+  wal_.each_page([&](PageNumber page) {
+    if (page <= page_count_) ranges.push_back({page, page});
+  });
+  there_ = PageSet(std::move(ranges));
+}
+
+void DamagedFile::read_header() {
+  std::string first;
+  if (!read(1, first)) return;
+  const std::size_t size = stated_page_size(first);
+  if (size == 0) return;
+  const auto reserved = static_cast<std::size_t>(static_cast<unsigned char>(first[20]));
+  find_usable(reserved);
+  header_is_sound_ = std::string_view(first).substr(0, kMagic.size()) == kMagic &&
+                     size == page_size_ && usable_ == page_size_ - reserved;
+  first_free_ = static_cast<PageNumber>(number_at(first, 32, 4));
+  // The page count is valid only if the change counter next to it is up to date.
+  if (number_at(first, 24, 4) == number_at(first, 92, 4)) {
+    declared_pages_ = static_cast<PageNumber>(number_at(first, 28, 4));
+  }
+}
+
+// The header's number of reserved bytes is used unless more pages are sound without them.
+void DamagedFile::find_usable(std::size_t reserved) {
+  if (reserved == 0 || page_size_ - reserved < kLeastUsable) return;
+  const auto share = [this](std::size_t usable) {
+    return share_of_sound_pages(page_count_, usable, [this](PageNumber page, std::string& bytes) {
+      return read(page, bytes);
+    });
+  };
+  if (share(page_size_ - reserved) >= share(page_size_)) usable_ = page_size_ - reserved;
+}
+
+bool DamagedFile::read(PageNumber page, std::string& bytes) const {
+  if (!is_page(page)) return false;
+  if (is_in_log(page)) return wal_.read(page, bytes);
+  const std::size_t there = held(page);
+  if (there == 0 || !main_.read((page - std::uint64_t{1}) * page_size_, there, bytes)) return false;
+  bytes.resize(page_size_);
+  return true;
+}
+
+std::size_t DamagedFile::held(PageNumber page) const {
+  if (is_in_log(page)) return page_size_;
+  const std::uint64_t begin = (page - std::uint64_t{1}) * page_size_;
+  if (begin >= main_.size()) return 0;
+  return static_cast<std::size_t>(std::min<std::uint64_t>(page_size_, main_.size() - begin));
+}
+
+std::optional<Page> DamagedFile::parse(PageNumber page, std::string_view bytes) const {
+  return parse_page(bytes.substr(0, held(page)), usable_, page == 1);
+}
+
+void DamagedFile::each_unusable(const std::function<void(std::string_view bytes)>& read) const {
+  wal_.each_unusable(read);
+}
+
+}  // namespace corvan_tool

@@ -1,0 +1,84 @@
+// The pages of a damaged file as its last commit left them.
+
+#ifndef TOOLS_SALVAGE_FILE_DAMAGED_FILE_H_
+#define TOOLS_SALVAGE_FILE_DAMAGED_FILE_H_
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tools/salvage/file/page.h"
+#include "tools/salvage/file/page_set.h"
+#include "tools/salvage/file/wal.h"
+#include "tools/store/regular_file.h"
+
+namespace corvan_tool {
+
+// The file, with the committed pages of its write-ahead log in place of its own: what SQLite would
+// see if the file were sound.
+class DamagedFile {
+ public:
+  // With the log, the file itself may be missing; without it, the file is read as it is. Throws
+  // ToolError if the file or its log cannot be opened, or if the file is itself a log.
+  DamagedFile(const std::string& path, bool with_log);
+
+  // The pages up to page_count() of which the file or its log has bytes. The file's other pages are
+  // in holes; pages beyond pages_in_file() that are not in the set do not exist.
+  const PageSet& pages_there() const { return there_; }
+  // The pages of the file itself, those in holes included.
+  PageNumber pages_in_file() const { return std::min(pages_in_file_, page_count_); }
+  // The last commit of the log can claim pages that do not exist.
+  PageNumber page_count() const { return page_count_; }
+  bool is_page(PageNumber page) const { return page > 0 && page <= page_count_; }
+
+  std::size_t page_size() const { return page_size_; }
+  // The page size without the bytes reserved at each page's end.
+  std::size_t usable() const { return usable_; }
+
+  // The page count in the file's header; 0 if the header does not state it.
+  PageNumber declared_pages() const { return declared_pages_; }
+  bool header_is_sound() const { return header_is_sound_; }
+  // The first page of the list of free pages; 0 if it is empty.
+  PageNumber first_free() const { return first_free_; }
+  const WalSummary& log() const { return wal_.summary(); }
+
+  // False if the page does not exist or cannot be read. A page that was cut off is filled up with
+  // zeros.
+  bool read(PageNumber page, std::string& bytes) const;
+  // How many bytes of the page exist: fewer than its size if the file ends within it.
+  std::size_t held(PageNumber page) const;
+  // Parses what exists of a page that was read.
+  std::optional<Page> parse(PageNumber page, std::string_view bytes) const;
+  bool is_in_log(PageNumber page) const { return wal_.has(page); }
+
+  // Calls `read` with the pages of lost commits, as Wal::each_unusable().
+  void each_unusable(const std::function<void(std::string_view bytes)>& read) const;
+
+  // Whether the file or its log was written to after it was opened.
+  bool has_changed() const { return main_.has_changed() || wal_.has_changed(); }
+
+ private:
+  void refuse_log(const std::string& path) const;
+  void find_page_size();
+  void find_pages();
+  void read_header();
+  void find_usable(std::size_t reserved);
+
+  const ReadOnlyFile main_;
+  Wal wal_;
+  std::size_t page_size_ = 0;
+  std::size_t usable_ = 0;
+  PageNumber page_count_ = 0;
+  PageNumber pages_in_file_ = 0;
+  PageSet there_;
+  PageNumber declared_pages_ = 0;
+  PageNumber first_free_ = 0;
+  bool header_is_sound_ = false;
+};
+
+}  // namespace corvan_tool
+
+#endif  // TOOLS_SALVAGE_FILE_DAMAGED_FILE_H_
