@@ -13,7 +13,6 @@
 #include "tests/tools/store_pages.h"
 #include "tools/salvage/file/record.h"
 #include "tools/salvage/file_schema.h"
-#include "tools/salvage/key_order.h"
 #include "tools/salvage/salvage.h"
 #include "tools/store/library_store.h"
 
@@ -59,12 +58,18 @@ TEST(SalvagePage, ParsesRecords) {
 }
 
 TEST(SalvagePage, FindsTheFewestKeysOutOfOrder) {
-  using Places = std::vector<std::size_t>;
-  EXPECT_EQ(out_of_order({}), Places{});
-  EXPECT_EQ(out_of_order({-1, 2, 3}), Places{});
-  EXPECT_EQ(out_of_order({1, 900, 3, 4}), Places{1});
-  EXPECT_EQ(out_of_order({1, 2, 3, 0}), Places{3});
-  EXPECT_EQ(out_of_order({5, 5}).size(), 1U);
+  const auto in_order = [](const std::vector<std::int64_t>& keys) {
+    std::vector<Cell> cells(keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) cells[i].key = keys[i];
+    return keys_in_order(cells);
+  };
+  using Flags = std::vector<bool>;
+  EXPECT_EQ(in_order({}), Flags{});
+  EXPECT_EQ(in_order({-1, 2, 3}), Flags(3, true));
+  EXPECT_EQ(in_order({1, 900, 3, 4}), (Flags{true, false, true, true}));
+  EXPECT_EQ(in_order({1, 2, 3, 0}), (Flags{true, true, true, false}));
+  const Flags equal = in_order({5, 5});
+  EXPECT_EQ(std::count(equal.begin(), equal.end(), false), 1);
 }
 
 TEST(SalvagePage, LeavesOutTruncatedCells) {

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/salvage/bad_pages.h"
+#include "tools/salvage/coverage.h"
 #include "tools/salvage/file/page_set.h"
-#include "tools/salvage/id_ranges.h"
+#include "tools/salvage/page_map.h"
 
 namespace corvan_test {
 namespace {

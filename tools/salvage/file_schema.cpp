@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "tools/salvage/file/record.h"
-#include "tools/salvage/recognise.h"
 #include "tools/store/connection.h"
 #include "tools/store/schema.h"
 

@@ -65,6 +65,12 @@ void find_unique_shapes(std::vector<KnownIndex>& indexes) {
   }
 }
 
+bool is_of(const Value& value, char shape, Match match) {
+  if (shape == kRowIdShape) return value.kind == Value::kNull;
+  if (match == Match::kLoose) return true;
+  return value.kind == (shape == kTextShape ? Value::kText : Value::kInteger);
+}
+
 }  // namespace
 
 KnownSchema known_schema() {
@@ -82,6 +88,20 @@ KnownSchema known_schema() {
   schema.tables.push_back({"sqlite_sequence", "", {"name", "seq"}, "ti", {}});
   find_unique_shapes(schema.indexes);
   return schema;
+}
+
+bool has_shape(const std::vector<Value>& values, const std::string& shape, Match match,
+               std::size_t added) {
+  return values.size() >= shape.size() && values.size() - shape.size() <= added &&
+         std::equal(shape.begin(), shape.end(), values.begin(),
+                    [match](char c, const Value& value) { return is_of(value, c, match); });
+}
+
+bool starts_with_shape(std::string_view page, const Cell& cell, const std::string& shape,
+                       Match match, std::size_t added) {
+  std::vector<Value> values;
+  return parse_record(held_part(page, cell), cell.size, values) &&
+         has_shape(values, shape, match, added);
 }
 
 }  // namespace corvan_tool

@@ -1,12 +1,17 @@
-// The tables and indexes of a new store, which are all that salvage looks for, and what their
-// records look like.
+// The tables and indexes of a new store, which are all that salvage looks for, and the shapes by
+// which it recognises their records.
 
 #ifndef TOOLS_SALVAGE_KNOWN_SCHEMA_H_
 #define TOOLS_SALVAGE_KNOWN_SCHEMA_H_
 
 #include <cstddef>
+#include <limits>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "tools/salvage/file/page.h"
+#include "tools/salvage/file/record.h"
 
 namespace corvan_tool {
 
@@ -49,6 +54,22 @@ struct KnownSchema {
 
 // Throws ToolError if this SQLite cannot create a new store.
 KnownSchema known_schema();
+
+enum class Match {
+  kLoose,  // values may have the wrong type, but an alias of the row id must be NULL
+  kExact,
+};
+
+constexpr std::size_t kAnyNumber = std::numeric_limits<std::size_t>::max();
+
+// Whether the values can be those of a record of this shape. Up to `added` more may follow: columns
+// that were added to the table later.
+bool has_shape(const std::vector<Value>& values, const std::string& shape, Match match,
+               std::size_t added = 0);
+
+// As has_shape(), for the part of a cell's record that is on its page.
+bool starts_with_shape(std::string_view page, const Cell& cell, const std::string& shape,
+                       Match match, std::size_t added);
 
 }  // namespace corvan_tool
 

@@ -3,25 +3,8 @@
 #include <algorithm>
 
 #include "tools/salvage/file/record.h"
-#include "tools/salvage/key_order.h"
-#include "tools/salvage/recognise.h"
 
 namespace corvan_tool {
-
-namespace {
-
-// Each row's doubt: that of the page, otherwise whether the row's id is out of order.
-std::vector<Doubt> doubts_of_rows(const std::vector<Cell>& cells, Doubt doubt) {
-  std::vector<Doubt> doubts(cells.size(), doubt);
-  if (doubt != Doubt::kNone) return doubts;
-  std::vector<std::int64_t> keys;
-  keys.reserve(cells.size());
-  for (const Cell& cell : cells) keys.push_back(cell.key);
-  for (const std::size_t place : out_of_order(keys)) doubts[place] = Doubt::kPlace;
-  return doubts;
-}
-
-}  // namespace
 
 LeafReader::LeafReader(const DamagedFile& file, const KnownSchema& schema, RecordReader& records,
                        Coverage& coverage, RescuedStore& store)
@@ -49,8 +32,11 @@ void LeafReader::add_rows(std::size_t table, const Leaf& leaf, Origin origin, Do
     for (const Cell& cell : cells) read_sequence(held_part(leaf.bytes, cell));
     return;
   }
-  const std::vector<Doubt> doubts = doubts_of_rows(cells, doubt);
-  for (std::size_t i = 0; i < cells.size(); ++i) add_row(table, leaf, cells[i], origin, doubts[i]);
+  const std::vector<bool> is_in_order = keys_in_order(cells);
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    const bool is_misplaced = doubt == Doubt::kNone && !is_in_order[i];
+    add_row(table, leaf, cells[i], origin, is_misplaced ? Doubt::kPlace : doubt);
+  }
 }
 
 void LeafReader::add_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin,

@@ -2,12 +2,90 @@
 
 #include <algorithm>
 
+#include "tools/salvage/file/record.h"
+
 namespace corvan_tool {
+
+void BadPageList::add(PageNumber page, const std::string& what) {
+  add(PageRange{page, page}, what);
+}
+
+void BadPageList::add(const PageRange& range, const std::string& what) {
+  const auto [number, is_new] =
+      numbers_.try_emplace(what, static_cast<std::uint32_t>(texts_.size()));
+  if (is_new) texts_.push_back(what);
+  notes_.push_back({range, number->second});
+  constexpr std::size_t kFew = 1000;
+  // Many wrong numbers in a file can point to the same page, so duplicates are removed early.
+  if (notes_.size() > 2 * tidied_ + kFew) tidy();
+}
+
+void BadPageList::tidy() {
+  std::stable_sort(notes_.begin(), notes_.end(),
+                   [](const Note& a, const Note& b) { return a.range.first < b.range.first; });
+  notes_.erase(std::unique(notes_.begin(), notes_.end(),
+                           [](const Note& a, const Note& b) {
+                             return a.range.first == b.range.first && a.range.last == b.range.last;
+                           }),
+               notes_.end());
+  tidied_ = notes_.size();
+}
+
+std::vector<BadPages> BadPageList::list() const {
+  std::vector<Note> notes = notes_;
+  std::stable_sort(notes.begin(), notes.end(),
+                   [](const Note& a, const Note& b) { return a.range.first < b.range.first; });
+  std::vector<BadPages> result;
+  std::uint64_t next = 0;  // the first page that is not in the result yet
+  const auto append = [&](std::uint64_t first, std::uint64_t last, const std::string& what) {
+    if (first > last) return;
+    if (!result.empty() && first == next && what == result.back().what) {
+      result.back().last = static_cast<PageNumber>(last);
+    } else {
+      result.push_back({static_cast<PageNumber>(first), static_cast<PageNumber>(last), what});
+    }
+    next = last + 1;
+  };
+  for (const Note& note : notes) {
+    append(std::max<std::uint64_t>(note.range.first, next), note.range.last, texts_[note.text]);
+  }
+  return result;
+}
 
 PageMap::PageMap(const DamagedFile& file)
     : file_(file),
       uses_(file.pages_there().count(), Use::kUnknown),
       readings_(file.pages_there().count(), 0) {}
+
+void PageMap::mark_free() {
+  PageNumber before = 0;
+  PageNumber trunk = file_.first_free();
+  while (trunk != 0) {
+    const auto next = mark_listed(trunk);
+    if (!next) {
+      note(trunk, before, "the list of free pages");
+      return;
+    }
+    before = trunk;
+    trunk = *next;
+  }
+}
+
+// Marks a page of the list of free pages, and the pages that it names. Returns the next page of the
+// list, or 0 at its end; nothing if this page cannot be part of the list.
+std::optional<PageNumber> PageMap::mark_listed(PageNumber trunk) {
+  std::string bytes;
+  const bool is_new = file_.is_page(trunk) && use(trunk) != Use::kFree;
+  if (!is_new || !file_.read(trunk, bytes)) return std::nullopt;
+  const std::uint64_t count = number_at(bytes, 4, 4);
+  if (count > file_.usable() / 4 - 2) return std::nullopt;
+  set_use(trunk, Use::kFree);
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto page = static_cast<PageNumber>(number_at(bytes, 8 + 4 * i, 4));
+    if (file_.is_page(page)) set_use(page, Use::kFree);
+  }
+  return static_cast<PageNumber>(number_at(bytes, 0, 4));
+}
 
 PageMap::Use PageMap::use(PageNumber page) const {
   if (const auto place = file_.pages_there().place_of(page)) return uses_[*place];

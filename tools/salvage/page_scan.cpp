@@ -1,8 +1,7 @@
 #include "tools/salvage/page_scan.h"
 
+#include <algorithm>
 #include <string>
-
-#include "tools/salvage/recognise.h"
 
 namespace corvan_tool {
 
@@ -43,8 +42,43 @@ void PageScan::scan(PageNumber number, std::string_view bytes) {
   }
 }
 
+// The table whose shape most records of a leaf page have; nothing if none has any.
+std::optional<std::size_t> PageScan::table_of(const Page& page, std::string_view bytes) const {
+  std::optional<std::size_t> best;
+  std::ptrdiff_t most = 0;
+  for (std::size_t table = 0; table < schema_.tables.size(); ++table) {
+    // Skip t_version: a single text column matches almost anything.
+    if (table == schema_.versions) continue;
+    const std::ptrdiff_t count =
+        std::count_if(page.cells.begin(), page.cells.end(), [&](const Cell& cell) {
+          return starts_with_shape(bytes, cell, schema_.tables[table].shape, Match::kExact,
+                                   coverage_.tables[table].added_columns);
+        });
+    if (count <= most) continue;
+    most = count;
+    best = table;
+  }
+  return best;
+}
+
+// The index that a page is from, by its first entry. Null if several are possible, or if the page
+// is not needed, because its table or index was read whole.
+const KnownIndex* PageScan::index_of(const Page& page, std::string_view bytes) const {
+  if (page.cells.empty()) return nullptr;
+  const auto is_needed = [&](const KnownIndex& index) {
+    return !coverage_.index_is_whole[schema_.place_of(index)] &&
+           !coverage_.tables[index.table].is_whole;
+  };
+  const auto found =
+      std::find_if(schema_.indexes.begin(), schema_.indexes.end(), [&](const KnownIndex& index) {
+        return index.has_unique_shape && is_needed(index) &&
+               starts_with_shape(bytes, page.cells.front(), index.shape, Match::kExact, 0);
+      });
+  return found == schema_.indexes.end() ? nullptr : &*found;
+}
+
 void PageScan::scan_leaf(const Leaf& leaf, bool is_free) {
-  const auto table = table_of_page(leaf.page, leaf.bytes, schema_, coverage_);
+  const auto table = table_of(leaf.page, leaf.bytes);
   if (!table) return;
   if (*table == schema_.sequences && (is_free || coverage_.tables[*table].is_whole)) return;
   rows_.read_unreached_leaf(*table, leaf, is_free ? Doubt::kFree : Doubt::kNone);
@@ -54,7 +88,7 @@ void PageScan::scan_leaf(const Leaf& leaf, bool is_free) {
 }
 
 void PageScan::scan_index_page(const Page& page, std::string_view bytes) {
-  const KnownIndex* const index = index_of_page(page, bytes, schema_, coverage_);
+  const KnownIndex* const index = index_of(page, bytes);
   if (index != nullptr) rows_.read_entries(page, bytes, index);
 }
 
@@ -62,7 +96,7 @@ void PageScan::scan_lost_commits() {
   file_.each_unusable([this](std::string_view bytes) {
     const auto page = parse_page(bytes, file_.usable(), false);
     if (!page || page->type != PageType::kTableLeaf) return;
-    const auto table = table_of_page(*page, bytes, schema_, coverage_);
+    const auto table = table_of(*page, bytes);
     if (table) rows_.read_unreached_leaf(*table, {*page, bytes, 0, kAllIds}, Doubt::kLog);
   });
 }

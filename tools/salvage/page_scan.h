@@ -1,8 +1,10 @@
-// Pages that no tree leads to.
+// Recognises pages that no tree leads to, by the shape of their records, and reads their rows.
 
 #ifndef TOOLS_SALVAGE_PAGE_SCAN_H_
 #define TOOLS_SALVAGE_PAGE_SCAN_H_
 
+#include <cstddef>
+#include <optional>
 #include <string_view>
 
 #include "tools/salvage/coverage.h"
@@ -28,6 +30,8 @@ class PageScan {
  private:
   void scan(PageNumber number, std::string_view bytes);
   void scan_leaf(const Leaf& leaf, bool is_free);
+  std::optional<std::size_t> table_of(const Page& page, std::string_view bytes) const;
+  const KnownIndex* index_of(const Page& page, std::string_view bytes) const;
   void scan_index_page(const Page& page, std::string_view bytes);
 
   const DamagedFile& file_;

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/salvage/bad_pages.h"
 #include "tools/salvage/file/wal.h"
+#include "tools/salvage/page_map.h"
 #include "tools/salvage/rescue/losses.h"
 
 namespace corvan_tool {

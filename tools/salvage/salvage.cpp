@@ -5,7 +5,6 @@
 #include <string_view>
 #include <system_error>
 
-#include "tools/salvage/free_pages.h"
 #include "tools/store/file_names.h"
 #include "tools/store/schema.h"
 #include "tools/store/store_files.h"
@@ -55,7 +54,7 @@ Salvage::Salvage(const SalvageOptions& options)
       scan_(file_, known_, coverage_, rows_, pages_, progress_) {}
 
 SalvageReport Salvage::run() {
-  mark_free_pages(file_, pages_);
+  pages_.mark_free();
   schema_ = read_file_schema(file_, known_, records_, trees_);
   left_out_ = schema_.foreign;
   follow_tables();

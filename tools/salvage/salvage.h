@@ -3,7 +3,7 @@
 //  1. Open the file and its write-ahead log. Committed pages of the log take the place of the
 //     file's pages.                                                       damaged_file, wal
 //  2. Make an empty store for the rows.                                   rescued_store
-//  3. Mark the pages that the file lists as free.                         free_pages
+//  3. Mark the pages that the file lists as free.                         page_map
 //  4. Read the file's schema: the roots of its trees.                     file_schema
 //  5. Follow the tree of each table as far as it leads, and add its rows. Note the row ids whose
 //     pages cannot be read.                                               tree_walk, leaf_reader

@@ -4,7 +4,6 @@
 #include <utility>
 #include <vector>
 
-#include "tools/salvage/key_order.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {
@@ -66,27 +65,27 @@ void TreeWalk::compare_with_log(const Page& page, const Step& step) {
 // the parent's keys is ignored: the children next to it then share a range.
 std::vector<TreeWalk::Step> TreeWalk::steps_from(const Page& page, const Step& from,
                                                  bool& in_order) {
-  const std::size_t count = page.cells.size();
-  std::vector<bool> is_good(count, true);
-  std::vector<std::int64_t> keys;
-  for (const Cell& cell : page.cells) keys.push_back(cell.key);
-  for (const std::size_t place : out_of_order(keys)) is_good[place] = false;
-  for (std::size_t i = 0; i < count; ++i) is_good[i] = is_good[i] && is_within(keys[i], from.keys);
+  const std::vector<Cell>& cells = page.cells;
+  const std::size_t count = cells.size();
+  std::vector<bool> is_good = keys_in_order(cells);
+  for (std::size_t i = 0; i < count; ++i) {
+    is_good[i] = is_good[i] && is_within(cells[i].key, from.keys);
+  }
   in_order = std::find(is_good.begin(), is_good.end(), false) == is_good.end();
 
   std::vector<Step> steps(count + 1);
   Step bounds = from;
   for (std::size_t i = 0; i <= count; ++i) {
-    steps[i].page = i < count ? page.cells[i].child : page.last_child;
+    steps[i].page = i < count ? cells[i].child : page.last_child;
     steps[i].parent = from.page;
     steps[i].keys.first = bounds.keys.first;
     steps[i].around.first = bounds.around.first;
     if (i == count || !is_good[i]) continue;
-    bounds.around.first = std::exchange(bounds.keys.first, keys[i]);
+    bounds.around.first = std::exchange(bounds.keys.first, cells[i].key);
   }
   for (std::size_t i = count + 1; i-- > 0;) {
     if (i < count && is_good[i]) {
-      bounds.around.second = std::exchange(bounds.keys.second, keys[i]);
+      bounds.around.second = std::exchange(bounds.keys.second, cells[i].key);
     }
     steps[i].keys.second = bounds.keys.second;
     steps[i].around.second = bounds.around.second;

@@ -4,7 +4,6 @@
 #include <utility>
 #include <vector>
 
-#include "tools/salvage/file/page_size.h"
 #include "tools/salvage/file/record.h"
 #include "tools/store/file_names.h"
 #include "tools/ui/error.h"
@@ -14,7 +13,60 @@ namespace corvan_tool {
 namespace {
 
 constexpr std::string_view kMagic("SQLite format 3\0", 16);
+constexpr std::size_t kStorePage = 4096;
 constexpr std::size_t kLeastUsable = 480;  // SQLite's limit
+
+using ReadPage = std::function<bool(PageNumber page, std::string& bytes)>;
+
+// The share of sound pages in a sample of the pages 2 to `pages`, if `usable` bytes of each page
+// are in use. Cells and free space fill a page to its last byte, so hardly any page is sound at a
+// wrong size.
+double share_of_sound_pages(PageNumber pages, std::size_t usable, const ReadPage& read) {
+  constexpr PageNumber kSamples = 256;
+  const PageNumber step = std::max<PageNumber>(1, pages / kSamples);
+  std::uint64_t tried = 0;
+  std::uint64_t sound = 0;
+  std::string bytes;
+  for (std::uint64_t number = 2; number <= pages; number += step) {
+    ++tried;
+    if (!read(static_cast<PageNumber>(number), bytes)) continue;
+    const auto page = parse_page(bytes, usable, false);
+    if (page && page->sound && !page->cells.empty()) ++sound;
+  }
+  return tried == 0 ? 0 : static_cast<double>(sound) / static_cast<double>(tried);
+}
+
+// The page size that a file's header states; 0 if it states none, or if the three constants after
+// it are wrong.
+std::size_t stated_page_size(std::string_view header) {
+  if (header.size() < kFileHeader || header.substr(21, 3) != "@  ") return 0;
+  const auto code = static_cast<std::size_t>(number_at(header, 16, 2));
+  const std::size_t size = code == 1 ? kLargestPage : code;
+  return is_page_size(size) ? size : 0;
+}
+
+double share_at_size(const ReadOnlyFile& file, std::size_t page_size) {
+  const auto pages =
+      static_cast<PageNumber>(std::min<std::uint64_t>(file.size() / page_size, UINT32_MAX - 1));
+  return share_of_sound_pages(pages, page_size, [&](PageNumber page, std::string& bytes) {
+    return file.read((page - std::uint64_t{1}) * page_size, page_size, bytes);
+  });
+}
+
+// The page size at which most of the file's pages are sound. If several are equally good, the
+// stated size is used, or that of a new store if none is stated.
+std::size_t guess_page_size(const ReadOnlyFile& file, std::size_t stated) {
+  std::size_t best = stated == 0 ? kStorePage : stated;
+  double best_share = share_at_size(file, best);
+  for (std::size_t size = kSmallestPage; size <= kLargestPage; size *= 2) {
+    const double share = share_at_size(file, size);
+    if (share > best_share) {
+      best = size;
+      best_share = share;
+    }
+  }
+  return best;
+}
 
 // The log's path. Throws ToolError if something other than a file has that name.
 std::string log_of(const std::string& path) {

@@ -42,7 +42,7 @@ std::optional<PageHeader> parse_header(std::string_view bytes, bool is_first) {
   header.cells = static_cast<std::size_t>(number_at(bytes, header.begin + 3, 2));
   header.pointers_end = header.end + 2 * header.cells;
   header.content = static_cast<std::size_t>(number_at(bytes, header.begin + 5, 2));
-  if (header.content == 0) header.content = 65536;
+  if (header.content == 0) header.content = kLargestPage;
   if (header.pointers_end > bytes.size()) return std::nullopt;
   return header;
 }
@@ -153,6 +153,29 @@ std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool 
   page.sound = bytes.size() == usable && page.cells.size() == header->cells &&
                is_filled(bytes, usable, *header, room);
   return page;
+}
+
+std::vector<bool> keys_in_order(const std::vector<Cell>& cells) {
+  // ends[n] is the position of the smallest key that ends an ascending subsequence of n + 1 keys.
+  std::vector<std::size_t> ends;
+  const std::size_t none = cells.size();
+  std::vector<std::size_t> predecessor(cells.size(), none);
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    const auto end =
+        std::lower_bound(ends.begin(), ends.end(), cells[i].key,
+                         [&](std::size_t at, std::int64_t key) { return cells[at].key < key; });
+    if (end != ends.begin()) predecessor[i] = *(end - 1);
+    if (end == ends.end()) {
+      ends.push_back(i);
+    } else {
+      *end = i;
+    }
+  }
+  std::vector<bool> is_in_order(cells.size(), false);
+  for (std::size_t i = ends.empty() ? none : ends.back(); i != none; i = predecessor[i]) {
+    is_in_order[i] = true;
+  }
+  return is_in_order;
 }
 
 }  // namespace corvan_tool

@@ -15,6 +15,13 @@ using PageNumber = std::uint32_t;  // counts from 1; 0 is no page
 
 constexpr std::size_t kFileHeader = 100;  // bytes at the start of page 1
 
+constexpr std::size_t kSmallestPage = 512;
+constexpr std::size_t kLargestPage = 65536;
+
+constexpr bool is_page_size(std::size_t size) {
+  return size >= kSmallestPage && size <= kLargestPage && (size & (size - 1)) == 0;
+}
+
 enum class PageType : std::uint8_t {
   kIndexInner = 2,
   kTableInner = 5,
@@ -51,6 +58,10 @@ struct Page {
 // at the page's end. If the page was cut off, `bytes` is what is left of it: cells beyond it are
 // left out, and the page is not sound.
 std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool is_first);
+
+// For each cell whether its key fits between the others: the fewest possible are false so that the
+// keys of the rest ascend strictly.
+std::vector<bool> keys_in_order(const std::vector<Cell>& cells);
 
 // The part of the cell's record that is on its page.
 inline std::string_view held_part(std::string_view page, const Cell& cell) {

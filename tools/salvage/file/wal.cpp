@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "tools/salvage/file/page_size.h"
 #include "tools/salvage/file/record.h"
 
 namespace corvan_tool {

@@ -1,13 +1,12 @@
 #include "tools/salvage/rescue/losses.h"
 
 #include <fmt/format.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <limits>
 #include <numeric>
 #include <string>
-
-#include "tools/salvage/rescue/scratch.h"
 
 namespace corvan_tool {
 
@@ -16,6 +15,47 @@ namespace {
 // Upper bound for ids taken from index entries and doubtful rows, so that a wrong one leaves ids
 // for new messages. Sound rows may have larger ids.
 constexpr std::int64_t kLargestBelieved = std::numeric_limits<std::int64_t>::max() / 2;
+
+// SQL for a column of the newest message of conversation `s`.
+std::string of_newest(const std::string& column) {
+  return fmt::format(
+      "(select {} from t_message as m where m.session_id=s.session_id and "
+      "m.session_type=s.session_type order by sent_time desc,id desc limit 1)",
+      column);
+}
+
+std::int64_t make_from_index_entries(const RescueFile& file) {
+  return file.change(fmt::format(
+      "insert or ignore into t_session(rowid,session_id,session_type,is_top,session_time,"
+      "unread_count,mention_count,silence,latest_id) "
+      "select row_id,session_id,session_type,coalesce(is_top,0),coalesce(session_time,{},0),"
+      "coalesce(unread_count,0),coalesce(mention_count,0),coalesce(silence,0),"
+      "coalesce(latest_id,{},-1) "
+      "from scratch.named_t_session as s "
+      "where typeof(session_id)='text' and typeof(session_type)='integer' "
+      "and row_id not in(select row_id from scratch.doubtful_t_session)",
+      of_newest("sent_time"), of_newest("id")));
+}
+
+std::int64_t make_from_messages(const RescueFile& file) {
+  return file.change(
+      fmt::format("insert or ignore into t_session(session_id,session_type,session_time,latest_id) "
+                  "select session_id,session_type,{},{} "
+                  "from (select distinct session_id,session_type from t_message) as s "
+                  "where not exists(select 1 from scratch.doubtful_t_session as d "
+                  "where d.session_id=s.session_id and d.session_type=s.session_type)",
+                  of_newest("sent_time"), of_newest("id")));
+}
+
+// Counts lost conversations of which only the row id is known. LossCounter has counted them, and
+// make_from_messages() makes them again if they have messages.
+std::int64_t count_known_by_row_id(const RescueFile& file) {
+  return file.number(
+      "select count(*) from scratch.named_t_session "
+      "where (typeof(session_id)<>'text' or typeof(session_type)<>'integer') "
+      "and row_id not in(select rowid from t_session) "
+      "and row_id not in(select row_id from scratch.doubtful_t_session)");
+}
 
 }  // namespace
 
@@ -68,15 +108,15 @@ void LossCounter::drop_superseded(const KnownTable& table) const {
                         doubtful_table(table), table.name, same_key));
 }
 
-// Upper bound for message ids taken from index entries: the largest id given so far, unless a row
-// contradicts it or later commits are lost.
+// Upper bound for message ids taken from index entries: the largest id assigned so far, unless a
+// row contradicts it or later commits are lost.
 std::int64_t LossCounter::largest_named() const {
   const bool is_known =
       is_bounded_ && largest_id_ && file_.number("select max(id) from t_message") <= *largest_id_;
   return is_known ? *largest_id_ : kLargestBelieved;
 }
 
-// Counts rows that are named and not there.
+// Counts rows that are named, but neither in the store nor doubtful.
 std::int64_t LossCounter::count_lost(std::size_t table) const {
   const KnownTable& known = schema_.tables[table];
   std::string sql = fmt::format(
@@ -87,8 +127,8 @@ std::int64_t LossCounter::count_lost(std::size_t table) const {
   return file_.number(sql);
 }
 
-// Counts the message ids that were given and were on unreadable pages. Nothing for other tables, or
-// if the largest id is unknown.
+// Counts the assigned message ids that were on unreadable pages. Nothing for other tables, or if
+// the largest id is unknown.
 std::optional<std::int64_t> LossCounter::count_missing_ids(std::size_t table,
                                                            const TableCoverage& coverage) const {
   if (table != schema_.messages || !largest_id_) return std::nullopt;
@@ -142,13 +182,33 @@ std::int64_t LossCounter::take_doubtful(std::size_t table) const {
 
 std::int64_t LossCounter::largest_known_id() const {
   const KnownTable& messages = schema_.tables[schema_.messages];
-  // An id that does not fit between its neighbours says nothing about the ids that were given.
+  // An id that does not fit between its neighbours was probably never assigned.
   const std::int64_t doubtful = file_.number(
       fmt::format("select max(row_id) from {} where reason<>{} and row_id<={}",
                   doubtful_table(messages), static_cast<int>(Doubt::kPlace), kLargestBelieved));
   const std::int64_t named = file_.number(fmt::format("select max(row_id) from {} where row_id<={}",
                                                       named_table(messages), largest_named()));
   return std::max({file_.number("select max(id) from t_message"), doubtful, named});
+}
+
+MadeSessions make_sessions(const RescueFile& file, const TableCoverage& coverage) {
+  MadeSessions made;
+  if (coverage.is_whole) return made;
+  made.count = make_from_index_entries(file);
+  if (coverage.has_all_names) return made;
+  const std::int64_t counted_as_lost = count_known_by_row_id(file);
+  const std::int64_t from_messages = make_from_messages(file);
+  made.count += from_messages;
+  made.not_counted_as_lost = std::max<std::int64_t>(0, from_messages - counted_as_lost);
+  return made;
+}
+
+std::int64_t make_version(const RescueFile& file, const std::string& version) {
+  if (file.number("select count(*) from t_version") > 0) return 0;
+  const int rc =
+      file.connection().run("insert into t_version(rowid,database_version) values(1,?)", version);
+  if (rc != SQLITE_DONE) file.fail(file.connection().error());
+  return 1;
 }
 
 }  // namespace corvan_tool

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 
-#include "tools/salvage/rescue/made_rows.h"
-#include "tools/salvage/rescue/scratch.h"
 #include "tools/store/library_store.h"
 #include "tools/store/store_files.h"
 #include "tools/ui/error.h"
@@ -21,7 +19,79 @@ void make_store(const std::string& folder, const std::string& name) {
   if (!made.failure().empty()) throw ToolError(name + ": " + made.failure() + "; nothing was kept");
 }
 
+std::string insert_sql(const KnownTable& table) {
+  return fmt::format("insert or ignore into {}(rowid,{}) values({})", table.name,
+                     column_list(table.columns), parameter_list(table.columns.size() + 1));
+}
+
+std::string find_key_sql(const KnownTable& table) {
+  if (table.unique.empty()) return "select null where 0";
+  return fmt::format("select rowid from {} where {}", table.name,
+                     column_list(table.unique, "{0} is ?", " and "));
+}
+
+std::string find_equal_sql(const KnownTable& table) {
+  return fmt::format("select 1 from {} where rowid=? and {}", table.name,
+                     column_list(table.columns, "{0} is ?", " and "));
+}
+
+std::string add_doubtful_sql(const KnownTable& table) {
+  return fmt::format("insert into {} values({})", doubtful_table(table),
+                     parameter_list(table.columns.size() + 2));
+}
+
+std::string move_to_doubtful_sql(const KnownTable& table) {
+  return fmt::format("insert into {} select rowid,?,{} from {} where rowid=?",
+                     doubtful_table(table), column_list(table.columns), table.name);
+}
+
+// Notes an entry of an index: the values of its columns, then the row id.
+std::unique_ptr<RowStatement> name_by_index(const RescueFile& file, const KnownTable& table,
+                                            const KnownIndex& index) {
+  return std::make_unique<RowStatement>(
+      file, fmt::format("insert into {}({},row_id) values({}) "
+                        "on conflict(row_id) do update set {}",
+                        named_table(table), column_list(index.columns),
+                        parameter_list(index.columns.size() + 1),
+                        column_list(index.columns, "{0}=excluded.{0}")));
+}
+
 }  // namespace
+
+// The statements that are run for each row of a table. The comments list their parameters; "values"
+// are those of the table's columns.
+struct RescuedStore::RowStatements {
+  RowStatements(const RescueFile& file, const KnownTable& table);
+
+  RowStatement insert;            // id, values; does nothing if the id or key is taken
+  RowStatement find_id;           // id; returns the id if the row exists
+  RowStatement find_key;          // values of the key; returns the id of its row
+  RowStatement find_equal;        // id, values; returns a row if an equal row exists
+  RowStatement remove;            // id
+  RowStatement add_doubtful;      // id, Doubt, values
+  RowStatement find_doubtful;     // id, Doubt; returns a row if one exists
+  RowStatement move_to_doubtful;  // Doubt, id: copies the row
+  RowStatement add_unreached;     // id
+  RowStatement find_unreached;    // id; returns a row if it was added
+  RowStatement name;              // id
+};
+
+RescuedStore::RowStatements::RowStatements(const RescueFile& file, const KnownTable& table)
+    : insert(file, insert_sql(table)),
+      find_id(file, fmt::format("select rowid from {} where rowid=?", table.name)),
+      find_key(file, find_key_sql(table)),
+      find_equal(file, find_equal_sql(table)),
+      remove(file, fmt::format("delete from {} where rowid=?", table.name)),
+      add_doubtful(file, add_doubtful_sql(table)),
+      find_doubtful(
+          file, fmt::format("select 1 from {} where row_id=? and reason=?", doubtful_table(table))),
+      move_to_doubtful(file, move_to_doubtful_sql(table)),
+      add_unreached(file,
+                    fmt::format("insert or ignore into {} values(?)", unreached_table(table))),
+      find_unreached(file, fmt::format("select 1 from {} where row_id=?", unreached_table(table))),
+      name(file, fmt::format("insert or ignore into {}(row_id) values(?)", named_table(table))) {}
+
+RescuedStore::~RescuedStore() = default;
 
 RescuedStore::RescuedStore(const KnownSchema& schema, const std::string& folder,
                            const std::string& name)
@@ -168,14 +238,14 @@ void RescuedStore::make_rows(const Coverage& coverage) {
   TableResult& sessions = results_[schema_.sessions];
   const MadeSessions made = make_sessions(*file_, coverage.tables[schema_.sessions]);
   sessions.made = made.count;
-  sessions.lost += made.lost_besides;
+  sessions.lost += made.not_counted_as_lost;
   if (sessions.lost_at_most) {
     sessions.lost_at_most = std::max(*sessions.lost_at_most, sessions.lost);
   }
   results_[schema_.versions].made = make_version(*file_, version_);
 }
 
-// Makes sure that no id is given twice, not even that of a lost message.
+// Makes sure that no id is assigned twice, not even that of a lost message.
 void RescuedStore::write_sequence(std::int64_t largest_known_id) {
   if (largest_known_id > 0) set_sequence(largest_known_id);
   file_->run("delete from sqlite_sequence where name='t_message'");

@@ -1,4 +1,4 @@
-// The new store, which salvaged rows are put into.
+// The new store that salvaged rows are written to.
 
 #ifndef TOOLS_SALVAGE_RESCUE_RESCUED_STORE_H_
 #define TOOLS_SALVAGE_RESCUE_RESCUED_STORE_H_
@@ -16,7 +16,6 @@
 #include "tools/salvage/rescue/doubt.h"
 #include "tools/salvage/rescue/losses.h"
 #include "tools/salvage/rescue/rescue_file.h"
-#include "tools/salvage/rescue/row_statements.h"
 
 namespace corvan_tool {
 
@@ -32,31 +31,35 @@ struct FoundRow {
 // Throws ToolError if a file cannot be written.
 class RescuedStore {
  public:
-  // Creates an empty store in `folder`, which is called `name` in errors.
+  // Creates an empty store in `folder`. Errors call it `name`.
   RescuedStore(const KnownSchema& schema, const std::string& folder, const std::string& name);
+  ~RescuedStore();
+  RescuedStore(const RescuedStore&) = delete;
+  RescuedStore& operator=(const RescuedStore&) = delete;
 
   // Adds a row. Rows of pages that a tree leads to must come before all others; otherwise the order
   // does not matter.
   void add(std::size_t table, const FoundRow& row);
 
-  // Notes that an index or a page names a row. The row is lost if it is not added, unless the part
-  // of the tree where it would be was read.
+  // Notes that an index or a page names a row id. If the row is never added, it counts as lost,
+  // unless the tree was read where the row would be.
   void name(std::size_t table, std::int64_t row_id);
-  // The same for an index entry. Conversations can be made from such entries.
+  // The same for an index entry, whose values are kept: a lost conversation can be made from them.
   void name(const KnownIndex& index, const std::vector<Value>& values);
 
-  // Notes the largest message id given so far. The largest of all calls counts.
+  // Notes the largest message id assigned so far. If called several times, the largest one counts.
   void set_sequence(std::int64_t largest_id);
 
-  // Settles doubtful rows, counts losses, makes rows that can be made, and finishes the file.
-  // Returns a result for each table. If losses are unbounded, as after lost commits, lost_at_most
-  // is not set.
+  // Settles doubtful rows, counts losses, makes rows from other data, and finishes the file.
+  // Returns a result for each table. `is_bounded` is false if commits are lost, so that the number
+  // of lost rows has no upper bound; lost_at_most is then not set.
   std::vector<TableResult> finish(const Coverage& coverage, bool with_doubtful, bool is_bounded);
 
-  // After finish(): the largest message id given so far; nothing if there is none.
+  // After finish(): the largest message id assigned so far; nothing if there is none.
   std::optional<std::int64_t> sequence() const { return sequence_; }
 
  private:
+  struct RowStatements;
   struct Statements {
     std::vector<std::unique_ptr<RowStatements>> tables;
     std::vector<std::unique_ptr<RowStatement>> indexes;  // null if only row ids are kept
