@@ -74,7 +74,7 @@ std::vector<std::string> columns_added(const KnownTable& known, const Tree& tree
 }
 
 std::vector<std::string> columns_made_by(const std::string& sql) {
-  // SQLite writes the beginning of the statement like this.
+  // SQLite stores each statement with this beginning.
   constexpr std::string_view kBegin = "CREATE TABLE ";
   if (sql.compare(0, kBegin.size(), kBegin) != 0) return {};
   const Connection scratch(":memory:");

@@ -14,7 +14,7 @@ char shape_of(const ColumnLayout& column) {
   return column.type == "integer" ? kIntegerShape : kTextShape;
 }
 
-// An entry of an index has the row id under its alias as well, with its value.
+// In an index entry, an alias of the row id holds the row id itself.
 char shape_in_index(const TableLayout& table, const std::string& name) {
   const auto column =
       std::find_if(table.columns.begin(), table.columns.end(),

@@ -16,7 +16,7 @@
 namespace corvan_tool {
 
 // A shape describes the columns of a record with one letter each.
-constexpr char kRowIdShape = 'r';  // an alias of the row id: NULL in the record
+constexpr char kRowIdShape = 'r';  // an alias of the row id, which is NULL in the record
 constexpr char kIntegerShape = 'i';
 constexpr char kTextShape = 't';
 
@@ -24,7 +24,7 @@ struct KnownTable {
   std::string name;
   std::string sql;                   // empty for sqlite_sequence
   std::vector<std::string> columns;  // without the alias of the row id
-  std::string shape;                 // of the records, with that alias
+  std::string shape;                 // of the records, including that alias
   std::vector<std::string> unique;   // the key besides the row id; may be empty
 };
 

@@ -46,7 +46,7 @@ void LeafReader::add_row(std::size_t table, const Leaf& leaf, const Cell& cell, 
   row.is_reached = origin == Origin::kTree;
   row.is_in_log = leaf.number != 0 && file_.is_in_log(leaf.number);
   row.doubt = doubt;
-  // A tree that was read at this id would have led to the row.
+  // If the tree had been read at this id, it would have led to the row.
   if (doubt == Doubt::kNone && !row.is_reached && !coverage_.tables[table].missing.has(cell.key)) {
     row.doubt = Doubt::kUnreached;
   }
@@ -59,7 +59,7 @@ void LeafReader::add_row(std::size_t table, const Leaf& leaf, const Cell& cell, 
   store_.add(table, row);
 }
 
-// Reads a row into values_, without added columns.
+// Reads a row into values_, without columns that were added to the table.
 bool LeafReader::read_row(std::size_t table, const Leaf& leaf, const Cell& cell, Origin origin) {
   const std::string& shape = schema_.tables[table].shape;
   const std::size_t added =

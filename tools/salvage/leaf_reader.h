@@ -18,7 +18,7 @@ namespace corvan_tool {
 
 class LeafReader {
  public:
-  // All of them must live longer.
+  // The arguments must live longer.
   LeafReader(const DamagedFile& file, const KnownSchema& schema, RecordReader& records,
              Coverage& coverage, RescuedStore& store);
 
@@ -26,11 +26,11 @@ class LeafReader {
   // this table, or of another place in its tree.
   bool read_leaf(std::size_t table, const Leaf& leaf);
 
-  // Reads the rows of a leaf that was recognised by its shape, with a doubt that all of them have.
+  // Reads the rows of a leaf that was recognised by its shape. `doubt` applies to all of them.
   void read_unreached_leaf(std::size_t table, const Leaf& leaf, Doubt doubt);
 
-  // Reads the entries of a page of an index. Returns whether all could be read. Without an index
-  // the overflow pages are marked as taken, and nothing else is done.
+  // Reads the entries of a page of an index. Returns whether all could be read. If `index` is null,
+  // only marks the overflow pages as taken.
   bool read_entries(const Page& page, std::string_view bytes, const KnownIndex* index);
 
  private:
@@ -45,7 +45,7 @@ class LeafReader {
   RecordReader& records_;
   Coverage& coverage_;
   RescuedStore& store_;
-  // The row that read_row() has read.
+  // The row that read_row() read last.
   std::string record_;
   std::vector<Value> values_;
 };

@@ -22,7 +22,7 @@ void PageScan::scan_file() {
     progress_.advance();
     if (file_.read(number, bytes)) scan(number, bytes);
   });
-  // Not earlier: an overflow page may come before the page that its row begins on.
+  // Only now: an overflow page may come before the page on which its row begins.
   pages_.note_unknown();
 }
 

@@ -18,7 +18,7 @@ namespace corvan_tool {
 
 class PageScan {
  public:
-  // All of them must live longer.
+  // The arguments must live longer.
   PageScan(const DamagedFile& file, const KnownSchema& schema, const Coverage& coverage,
            LeafReader& rows, PageMap& pages, Progress& progress);
 

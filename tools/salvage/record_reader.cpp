@@ -38,8 +38,8 @@ bool RecordReader::is_taken(PageNumber page, Origin origin) const {
   return use == PageMap::Use::kTree || (origin == Origin::kTree && use == PageMap::Use::kOverflow);
 }
 
-// Appends what overflow pages hold, from `next` on, until the record has its size. `chain` receives
-// the pages.
+// Appends the content of overflow pages, from `next` on, until the record has its size. Adds the
+// pages to `chain`.
 bool RecordReader::append(std::uint64_t size, PageNumber next, Origin origin, std::string& record,
                           std::vector<PageNumber>& chain) {
   std::string bytes;

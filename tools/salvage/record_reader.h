@@ -1,4 +1,4 @@
-// Records that continue on overflow pages.
+// Reads records that continue on overflow pages.
 
 #ifndef TOOLS_SALVAGE_RECORD_READER_H_
 #define TOOLS_SALVAGE_RECORD_READER_H_
@@ -14,13 +14,14 @@
 
 namespace corvan_tool {
 
-// Whether a tree leads to a cell's page. Overflow pages belong to one row: a row that a tree leads
-// to may not take those of another row, and other rows may share theirs.
+// Whether a tree leads to a cell's page. An overflow page belongs to one row only. So a row that a
+// tree leads to may not use a page that another row uses. Other rows may be old copies of one row,
+// and may share overflow pages.
 enum class Origin { kTree, kUnreached };
 
 class RecordReader {
  public:
-  // All of them must live longer.
+  // The arguments must live longer.
   RecordReader(const DamagedFile& file, PageMap& pages, Progress& progress);
 
   // Reads a cell's whole record, and marks the overflow pages that it takes. Returns false, and
@@ -35,7 +36,8 @@ class RecordReader {
   const DamagedFile& file_;
   PageMap& pages_;
   Progress& progress_;
-  std::uint64_t readings_left_;  // of overflow pages; wrong pointers could cause any number
+  // Limits how many overflow pages are read: wrong pointers could cause any number of readings.
+  std::uint64_t readings_left_;
 };
 
 }  // namespace corvan_tool

@@ -1,4 +1,4 @@
-// What salvage tells the user.
+// The result of a salvage, and its printing.
 
 #ifndef TOOLS_SALVAGE_REPORT_H_
 #define TOOLS_SALVAGE_REPORT_H_
@@ -18,12 +18,12 @@ namespace corvan_tool {
 struct SalvageReport {
   std::string file;            // the damaged file
   std::string folder;          // the new store's place
-  bool is_kept = false;        // the new store was made; without a recovered row it is not
+  bool is_kept = false;        // whether the new store was made: only if a row was recovered
   bool with_doubtful = false;  // doubtful rows were asked for
 
   std::vector<std::string> tables;  // names, by place in `results`
   std::vector<TableResult> results;
-  std::optional<std::int64_t> sequence;  // the largest message id given so far
+  std::optional<std::int64_t> sequence;  // the largest message id assigned so far
 
   std::size_t page_size = 0;
   PageNumber pages = 0;
@@ -39,11 +39,11 @@ struct SalvageReport {
 
   std::int64_t recovered() const;
   std::int64_t doubtful() const;
-  // Whether nothing is or may be lost, and nothing is doubtful.
+  // Whether no row is or may be lost, and none is doubtful.
   bool is_lossless() const;
 };
 
-// Whether the log leaves no losses open.
+// Whether no commit of the log is or may be lost.
 bool is_whole(const WalSummary& log);
 
 // Both write to standard output.

@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The path of the file that the user means: the one named, or the store's file in the folder named.
-// Links are resolved, since the log is next to the file and not next to a link. A missing file is
+// The path of the damaged file: `options.damaged` itself, or the store's file in that folder. Links
+// are resolved, because the log is next to the file and not next to a link. A missing file is
 // accepted if its log exists and is to be read.
 std::string path_of_damaged(const SalvageOptions& options) {
   std::error_code error;
@@ -38,8 +38,7 @@ std::string path_of_damaged(const SalvageOptions& options) {
 }  // namespace
 
 Salvage::Salvage(const SalvageOptions& options)
-    : start_(std::chrono::steady_clock::now()),
-      options_(options),
+    : options_(options),
       path_(path_of_damaged(options)),
       file_(path_, !options.without_log),
       known_(known_schema()),
@@ -82,7 +81,7 @@ void Salvage::follow_table(const Tree& tree, std::vector<bool>& is_found) {
       std::find_if(known_.tables.begin(), known_.tables.end(),
                    [&tree](const KnownTable& table) { return table.name == tree.name; });
   if (known == known_.tables.end()) {
-    // Marks the pages of a foreign table as its own.
+    // Only marks the pages, so that the scan does not take a foreign table's rows.
     TableCoverage ignored;
     if (tree.root > 1) trees_.follow_table(tree, ignored, [](const Leaf&) { return true; });
     return;
@@ -100,7 +99,7 @@ void Salvage::follow_table(const Tree& tree, std::vector<bool>& is_found) {
   is_found[table] = true;
 }
 
-// Handles a table that the file's schema does not have: if the schema is whole, it has no rows.
+// Handles a table that the file's schema lacks. If the schema was read whole, no rows are missing.
 void Salvage::miss_table(std::size_t table) {
   TableCoverage& coverage = coverage_.tables[table];
   coverage.is_whole = schema_.is_whole;
@@ -118,7 +117,7 @@ void Salvage::follow_index(const Tree& tree) {
       std::find_if(known_.indexes.begin(), known_.indexes.end(), [&tree](const KnownIndex& index) {
         return index.name == tree.name && is_same_statement(index.sql, tree.sql);
       });
-  // If all rows were read, the entries are not needed; the pages are only marked.
+  // If all rows were read, the entries are not needed, and the pages are only marked.
   const bool is_needed = known != known_.indexes.end() && !coverage_.tables[known->table].is_whole;
   const KnownIndex* const index = is_needed ? &*known : nullptr;
   const bool is_whole =
@@ -165,7 +164,7 @@ void Salvage::keep(SalvageReport& report) {
   } else {
     for (TableResult& result : report.results) result.made = 0;
   }
-  report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  report.seconds = stopwatch_.seconds();
 }
 
 }  // namespace corvan_tool

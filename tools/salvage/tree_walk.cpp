@@ -8,19 +8,21 @@
 
 namespace corvan_tool {
 
-// A page to read, and the keys that its parents have for it.
+// A page to read, and the keys that can be on it.
 struct TreeWalk::Step {
   PageNumber page = 0;
   PageNumber parent = 0;
-  IdRange keys;
-  IdRange around;  // with the keys of its neighbours, in case a key in the parent is wrong
+  IdRange keys;  // according to its parents
+  // The keys of its neighbours as well. All of these count as missing if the page cannot be read,
+  // because a key in the parent may be wrong.
+  IdRange around;
 };
 
-// The way through the tree of a table.
+// The way through one tree.
 struct TreeWalk::Way {
-  std::string what;  // a page of it is called in the report
+  std::string what;  // what the report calls a page of the tree
   TableCoverage& coverage;
-  std::vector<Step> steps;  // still to take, the next one last
+  std::vector<Step> steps;  // the steps that are left; the last one is the next
 
   void miss(const IdRange& keys) {
     coverage.is_whole = false;
@@ -28,10 +30,23 @@ struct TreeWalk::Way {
   }
 };
 
+namespace {
+
+// For each cell whether its key fits between the others and within the parents' keys.
+std::vector<bool> good_keys(const std::vector<Cell>& cells, const IdRange& keys) {
+  std::vector<bool> is_good = keys_in_order(cells);
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    is_good[i] = is_good[i] && is_within(cells[i].key, keys);
+  }
+  return is_good;
+}
+
+}  // namespace
+
 TreeWalk::TreeWalk(const DamagedFile& file, PageMap& pages, Progress& progress)
     : file_(file), pages_(pages), progress_(progress) {}
 
-// Reads and parses a page of a tree. If it is not one, notes it and returns nothing.
+// Reads and parses a page of a tree. If it is not one, notes that and returns nothing.
 std::optional<Page> TreeWalk::enter(PageNumber number, PageNumber parent, bool is_table_tree,
                                     const std::string& what, std::string& bytes) {
   std::optional<Page> page;
@@ -61,18 +76,12 @@ void TreeWalk::compare_with_log(const Page& page, const Step& step) {
   if (!fits) log_contradicts_ = true;
 }
 
-// The steps to the children of an inner page. A key that does not fit between the others or within
-// the parent's keys is ignored: the children next to it then share a range.
-std::vector<TreeWalk::Step> TreeWalk::steps_from(const Page& page, const Step& from,
-                                                 bool& in_order) {
+// The steps to the children of an inner page. Cells whose key is not good are ignored: the children
+// on both sides of such a key then share a range.
+std::vector<TreeWalk::Step> TreeWalk::steps_from(const std::vector<bool>& is_good, const Page& page,
+                                                 const Step& from) {
   const std::vector<Cell>& cells = page.cells;
   const std::size_t count = cells.size();
-  std::vector<bool> is_good = keys_in_order(cells);
-  for (std::size_t i = 0; i < count; ++i) {
-    is_good[i] = is_good[i] && is_within(cells[i].key, from.keys);
-  }
-  in_order = std::find(is_good.begin(), is_good.end(), false) == is_good.end();
-
   std::vector<Step> steps(count + 1);
   Step bounds = from;
   for (std::size_t i = 0; i <= count; ++i) {
@@ -140,40 +149,40 @@ void TreeWalk::read_leaf(const Step& step, const Page& page, std::string_view by
 
 void TreeWalk::descend(const Step& step, const Page& page, Way& way) {
   mark(step.page);
-  bool in_order = true;
-  const std::vector<Step> children = steps_from(page, step, in_order);
-  if (!in_order) pages_.note(step.page, step.parent, way.what + ", damaged in part");
-  if (!in_order || !page.sound) way.miss(step.around);
+  const std::vector<bool> is_good = good_keys(page.cells, step.keys);
+  const bool are_all_good = std::find(is_good.begin(), is_good.end(), false) == is_good.end();
+  if (!are_all_good) pages_.note(step.page, step.parent, way.what + ", damaged in part");
+  if (!are_all_good || !page.sound) way.miss(step.around);
+  const std::vector<Step> children = steps_from(is_good, page, step);
   std::for_each(children.rbegin(), children.rend(),
                 [this, &way](const Step& child) { plan(child, way); });
 }
 
 bool TreeWalk::follow_index(const Tree& tree, const ReadEntries& read) {
-  const std::string what = "a page of index " + shortened(tree.name);
-  bool is_whole = true;
-  std::vector<std::pair<PageNumber, PageNumber>> pages;  // each with its parent
-  const auto plan_page = [&](PageNumber page, PageNumber parent) {
-    if (pages_.may_read(page, parent, what)) {
-      pages.emplace_back(page, parent);
-    } else {
-      is_whole = false;
-    }
-  };
-  plan_page(tree.root, 0);
-  std::string bytes;
-  while (!pages.empty()) {
-    const auto [number, parent] = pages.back();
-    pages.pop_back();
-    const auto page = enter(number, parent, false, what, bytes);
-    is_whole = is_whole && page && page->sound;
-    if (!page) continue;
-    mark(number);
-    if (!read(*page, bytes)) is_whole = false;
-    if (!is_inner(page->type)) continue;
-    for (const Cell& cell : page->cells) plan_page(cell.child, number);
-    plan_page(page->last_child, number);
+  TableCoverage coverage;
+  coverage.is_whole = true;
+  Way way{"a page of index " + shortened(tree.name), coverage, {}};
+  plan({tree.root, 0, kAllIds, kAllIds}, way);
+  while (!way.steps.empty()) {
+    const Step step = way.steps.back();
+    way.steps.pop_back();
+    follow_index_step(step, read, way);
   }
-  return is_whole;
+  return coverage.is_whole;
+}
+
+void TreeWalk::follow_index_step(const Step& step, const ReadEntries& read, Way& way) {
+  std::string bytes;
+  const auto page = enter(step.page, step.parent, false, way.what, bytes);
+  if (!page) {
+    way.miss(step.around);
+    return;
+  }
+  mark(step.page);
+  if (!read(*page, bytes) || !page->sound) way.miss(step.around);
+  if (!is_inner(page->type)) return;
+  for (const Cell& cell : page->cells) plan({cell.child, step.page, kAllIds, kAllIds}, way);
+  plan({page->last_child, step.page, kAllIds, kAllIds}, way);
 }
 
 }  // namespace corvan_tool

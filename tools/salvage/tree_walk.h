@@ -1,4 +1,4 @@
-// The trees of a damaged file, followed as far as their pointers lead.
+// Follows the trees of a damaged file as far as their pointers lead.
 
 #ifndef TOOLS_SALVAGE_TREE_WALK_H_
 #define TOOLS_SALVAGE_TREE_WALK_H_
@@ -24,23 +24,23 @@ struct Tree {
   std::string sql;
 };
 
-// A page of rows.
+// A leaf page of a table.
 struct Leaf {
   const Page& page;
   std::string_view bytes;
-  PageNumber number = 0;  // 0: from a lost commit, without a place in the file
-  IdRange keys;           // the row ids that its parents have for it
+  PageNumber number = 0;  // 0 for a page of a lost commit
+  IdRange keys;           // the row ids that can be on it, according to its parents
 };
 
 class TreeWalk {
  public:
-  // All of them must live longer.
+  // The arguments must live longer.
   TreeWalk(const DamagedFile& file, PageMap& pages, Progress& progress);
 
   // Returns false if the leaf is not of this table, or of another place in its tree.
   using ReadLeaf = std::function<bool(const Leaf& leaf)>;
-  // Calls `read` with each leaf of a table in the order of its keys. Sets what is whole and adds
-  // what is missing to `coverage`.
+  // Calls `read` with each leaf of a table in the order of its keys. Sets `is_whole` and `missing`
+  // in `coverage`.
   void follow_table(const Tree& tree, TableCoverage& coverage, const ReadLeaf& read);
 
   // Returns false if an entry of the page could not be read.
@@ -48,20 +48,22 @@ class TreeWalk {
   // Calls `read` with each page of an index. Returns whether the whole index was read.
   bool follow_index(const Tree& tree, const ReadEntries& read);
 
-  // Whether a page in the log and a page in the file, one of which points to the other, have no key
-  // in common. The log is then that of another file.
+  // Whether a page in the log and a page in the file contradict each other: one points to the
+  // other, but no key fits. The log then belongs to another file.
   bool log_contradicts() const { return log_contradicts_; }
 
  private:
   struct Step;
   struct Way;
 
-  static std::vector<Step> steps_from(const Page& page, const Step& from, bool& in_order);
+  static std::vector<Step> steps_from(const std::vector<bool>& is_good, const Page& page,
+                                      const Step& from);
 
   std::optional<Page> enter(PageNumber number, PageNumber parent, bool is_table_tree,
                             const std::string& what, std::string& bytes);
   void plan(const Step& step, Way& way);
   void follow_step(const Step& step, const ReadLeaf& read, Way& way);
+  void follow_index_step(const Step& step, const ReadEntries& read, Way& way);
   void read_leaf(const Step& step, const Page& page, std::string_view bytes, const ReadLeaf& read,
                  Way& way);
   void descend(const Step& step, const Page& page, Way& way);

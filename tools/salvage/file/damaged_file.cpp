@@ -135,7 +135,7 @@ void DamagedFile::read_header() {
   }
 }
 
-// The header's number of reserved bytes is used unless more pages are sound without them.
+// Uses the header's number of reserved bytes, unless more pages are sound without them.
 void DamagedFile::find_usable(std::size_t reserved) {
   if (reserved == 0 || page_size_ - reserved < kLeastUsable) return;
   const auto share = [this](std::size_t usable) {

@@ -17,18 +17,18 @@
 
 namespace corvan_tool {
 
-// The file, with the committed pages of its write-ahead log in place of its own: what SQLite would
-// see if the file were sound.
+// The file, with its pages replaced by the committed pages of its write-ahead log, as SQLite would
+// see it if it were sound.
 class DamagedFile {
  public:
   // With the log, the file itself may be missing; without it, the file is read as it is. Throws
   // ToolError if the file or its log cannot be opened, or if the file is itself a log.
   DamagedFile(const std::string& path, bool with_log);
 
-  // The pages up to page_count() of which the file or its log has bytes. The file's other pages are
-  // in holes; pages beyond pages_in_file() that are not in the set do not exist.
+  // The pages up to page_count() for which the file or its log has bytes. Of the others, those up
+  // to pages_in_file() are in holes of the file and read as zeros; the rest do not exist.
   const PageSet& pages_there() const { return there_; }
-  // The pages of the file itself, those in holes included.
+  // The number of pages in the file itself, including those in holes.
   PageNumber pages_in_file() const { return std::min(pages_in_file_, page_count_); }
   // The last commit of the log can claim pages that do not exist.
   PageNumber page_count() const { return page_count_; }
@@ -45,16 +45,16 @@ class DamagedFile {
   PageNumber first_free() const { return first_free_; }
   const WalSummary& log() const { return wal_.summary(); }
 
-  // False if the page does not exist or cannot be read. A page that was cut off is filled up with
-  // zeros.
+  // Returns false if the page does not exist or cannot be read. The missing part of a page that was
+  // cut off is filled with zeros.
   bool read(PageNumber page, std::string& bytes) const;
-  // How many bytes of the page exist: fewer than its size if the file ends within it.
+  // How many bytes of the page exist: fewer than page_size() if the file ends within the page.
   std::size_t held(PageNumber page) const;
-  // Parses what exists of a page that was read.
+  // Parses the existing part of a page that was read.
   std::optional<Page> parse(PageNumber page, std::string_view bytes) const;
   bool is_in_log(PageNumber page) const { return wal_.has(page); }
 
-  // Calls `read` with the pages of lost commits, as Wal::each_unusable().
+  // As Wal::each_unusable().
   void each_unusable(const std::function<void(std::string_view bytes)>& read) const;
 
   // Whether the file or its log was written to after it was opened.

@@ -8,9 +8,9 @@ namespace corvan_tool {
 
 namespace {
 
-constexpr std::size_t kSmallestCell = 4;  // shorter cells take as much room
+constexpr std::size_t kSmallestCell = 4;  // the room that even a shorter cell takes
 
-// Overlapping cells are kept, since one of them may be right. Their total is limited to this
+// Overlapping cells are kept, because one of them may be right. Their total size is limited to this
 // multiple of the page size.
 constexpr std::size_t kMostOverlap = 8;
 
@@ -18,7 +18,7 @@ struct PageHeader {
   PageType type = PageType::kTableLeaf;
   std::size_t begin = 0;
   std::size_t end = 0;    // the cell pointers begin here
-  std::size_t cells = 0;  // their number
+  std::size_t cells = 0;  // the number of cells
   std::size_t pointers_end = 0;
   std::size_t content = 0;  // cells and the free space between them begin here
 };
@@ -57,7 +57,8 @@ std::size_t held_on_page(std::uint64_t size, std::size_t usable, PageType type) 
   return wanted <= most ? wanted : least;
 }
 
-// Parses a cell's child, size and key, and moves `at` past them. False if they leave `bytes`.
+// Parses a cell's child, size and key, and moves `at` past them. Returns false if they extend
+// beyond `bytes`.
 bool parse_cell_start(std::string_view bytes, PageType type, std::size_t& at, Cell& cell) {
   if (is_inner(type)) {
     if (at + 4 > bytes.size()) return false;
@@ -75,7 +76,7 @@ bool parse_cell_start(std::string_view bytes, PageType type, std::size_t& at, Ce
   return key.has_value();
 }
 
-// Nothing if the cell leaves `bytes`. `end` receives where it ends.
+// Returns nothing if the cell extends beyond `bytes`. Sets `end` to the cell's end.
 std::optional<Cell> parse_cell(std::string_view bytes, std::size_t at, PageType type,
                                std::size_t usable, std::size_t& end) {
   Cell cell;

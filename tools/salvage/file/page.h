@@ -43,20 +43,20 @@ struct Cell {
   std::uint64_t size = 0;       // of the whole record
   std::size_t at = 0;           // where the record begins on the page
   std::size_t held = 0;         // how many bytes of it are on the page
-  PageNumber continuation = 0;  // the overflow page with the rest; 0 if there is no rest
+  PageNumber continuation = 0;  // the first overflow page; 0 if there is none
 };
 
 struct Page {
   PageType type = PageType::kTableLeaf;
-  std::vector<Cell> cells;    // in the page's order, without cells that leave the page
+  std::vector<Cell> cells;    // in the page's order, without cells that extend beyond the page
   PageNumber last_child = 0;  // inner pages
   // All cells are within the page, and cells and free space fill it exactly.
   bool sound = false;
 };
 
-// Nothing if `bytes` is not a page of a tree. `usable` is the page size without the bytes reserved
-// at the page's end. If the page was cut off, `bytes` is what is left of it: cells beyond it are
-// left out, and the page is not sound.
+// Returns nothing if `bytes` is not a page of a tree. `usable` is the page size without the bytes
+// reserved at the page's end. If the page was cut off, `bytes` is the part that is left: cells
+// beyond it are left out, and the page is not sound.
 std::optional<Page> parse_page(std::string_view bytes, std::size_t usable, bool is_first);
 
 // For each cell whether its key fits between the others: the fewest possible are false so that the

@@ -1,5 +1,5 @@
-// Sets of pages that take memory by their ranges, not by their pages: a number in a header or a log
-// can claim any number of pages.
+// Sets of pages, stored as ranges: a damaged header or log can claim any number of pages, and
+// memory must not grow with it.
 
 #ifndef TOOLS_SALVAGE_FILE_PAGE_SET_H_
 #define TOOLS_SALVAGE_FILE_PAGE_SET_H_

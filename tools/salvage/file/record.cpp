@@ -7,10 +7,10 @@ namespace corvan_tool {
 
 namespace {
 
-// SQLite can be built for no more columns.
+// The most columns that SQLite can be built for.
 constexpr std::size_t kMostValues = 32767;
 
-// The types of the file format that begin the texts and blobs, and the two that are reserved.
+// Types of the file format from here on are texts and blobs.
 constexpr std::uint64_t kFirstBlobType = 12;
 
 bool is_reserved(std::uint64_t type) {

@@ -15,8 +15,8 @@ constexpr std::size_t kFrameHeader = 24;
 
 using FramesByPage = std::unordered_map<PageNumber, std::uint64_t>;
 
-// Whether the first commit of the log can leave so many pages: if the file has fewer, the commit
-// itself must have written at least half of the others. Nothing is known of an empty file.
+// Whether the log's first commit can leave the file with `committed` pages. If the file has fewer,
+// the commit itself must have written at least half of the others. An empty file allows any number.
 bool can_reach(PageNumber in_file, PageNumber committed, const FramesByPage& in_commit) {
   if (in_file == 0 || committed <= in_file) return true;
   const auto added = std::count_if(
@@ -35,13 +35,13 @@ struct Wal::Frame {
   std::string summed;  // what the checksum covers: 8 bytes of the header, then the page
 };
 
-// What read_commits() keeps from frame to frame.
+// The state of read_commits() between two frames.
 struct Wal::Commits {
   PageNumber in_file = 0;
-  PageNumber largest = 0;     // page seen so far
-  PageNumber most_pages = 0;  // that a commit has left
-  PageNumber last_pages = 0;  // that the last commit has left
-  bool has_rewritten_all = false;
+  PageNumber largest = 0;          // the largest page number so far
+  PageNumber most_pages = 0;       // the file's largest size after a commit
+  PageNumber last_pages = 0;       // the file's size after the last commit
+  bool has_rewritten_all = false;  // a commit wrote every page
   Checksum expected;
   FramesByPage pending;  // frames of the commit that is not complete yet
 };
@@ -132,7 +132,7 @@ std::uint64_t Wal::read_commits(Commits& commits) {
     commits.largest = std::max(commits.largest, frame.page);
     if (frame.committed != 0) add_commit(number, frame.committed, commits);
   }
-  // Only a commit that rewrites every page makes a file smaller.
+  // A file shrinks only if a commit rewrites every page.
   const bool has_shrunk = summary_.used > 0 && commits.in_file > commits.most_pages;
   if (has_shrunk && !commits.has_rewritten_all) summary_.fits = false;
   return number;
@@ -165,8 +165,8 @@ void Wal::each_frame_from(std::uint64_t first,
   }
 }
 
-// A frame's checksum continues the one stored in the frame before it. So a frame after a damaged
-// one can still be distinguished from noise and from frames of the log's earlier rounds.
+// A frame's checksum continues the one stored in the frame before it. So an intact frame after a
+// damaged one can be told from noise and from old frames that the log has not overwritten yet.
 bool Wal::is_intact(std::uint64_t number, Frame& frame) {
   Frame before;
   before.checksum = start_;

@@ -16,41 +16,41 @@
 
 namespace corvan_tool {
 
-// What was found in the log.
+// The counts and faults of a log.
 struct WalSummary {
-  std::uint64_t frames = 0;    // all, of any age, those in holes of the file included
-  std::uint64_t used = 0;      // up to the last commit that SQLite would see
-  std::uint64_t unusable = 0;  // intact ones after the damage, of commits that are lost
+  std::uint64_t frames = 0;    // all of them, including old ones and those in holes of the file
+  std::uint64_t used = 0;      // frames up to the last commit that SQLite would see
+  std::uint64_t unusable = 0;  // intact frames after the damage, whose commits are lost
   bool damaged = false;        // there are unusable frames, or the log's header is damaged
   bool cut = false;            // the log ends within its header or within a frame
-  bool fits = true;            // its page counts are possible for this file
+  bool fits = true;            // the log's page counts are possible for this file
 };
 
 // A log is a header and a sequence of frames, each with one page. The last frame of a commit states
 // the file's size in pages. Every frame has a checksum over everything before it.
 class Wal {
  public:
-  // Reads the log's header. A missing log is an empty one; so is one with an empty path. Throws
-  // ToolError if the log cannot be opened.
+  // Reads the log's header. If the log is missing or the path is empty, the log counts as empty.
+  // Throws ToolError if the log cannot be opened.
   explicit Wal(const std::string& path);
 
   // The page size in the log's header; 0 unless the header's checksum is right.
   std::size_t page_size() const { return header_is_sound_ ? page_size_ : 0; }
 
-  // Reads the frames, for a file of so many pages and this page size. Returns the number of pages
-  // after the last commit, which may claim pages that are neither in the file nor in the log.
+  // Reads the frames. Returns the number of pages after the last commit, which may claim pages that
+  // are neither in the file nor in the log.
   PageNumber read_frames(std::size_t page_size, PageNumber pages_in_file);
 
   const WalSummary& summary() const { return summary_; }
 
   bool has(PageNumber page) const { return newest_.count(page) != 0; }
-  // Calls `visit` with each page that a commit wrote, in no order.
+  // Calls `visit` with each page that a commit wrote, in any order.
   void each_page(const std::function<void(PageNumber page)>& visit) const;
   // Reads the newest committed content of a page that the log has.
   bool read(PageNumber page, std::string& bytes) const;
 
-  // Calls `read` with the pages of lost commits, newest first. Later commits, also lost, may have
-  // changed or deleted their content.
+  // Calls `read` with the pages of lost commits, newest first. A later lost commit may have changed
+  // or deleted their content.
   void each_unusable(const std::function<void(std::string_view bytes)>& read) const;
 
   bool has_changed() const { return file_.has_changed(); }
@@ -87,7 +87,7 @@ class Wal {
   Checksum start_;  // of the header: the first frame's checksum continues it
   WalSummary summary_;
   std::unordered_map<PageNumber, std::uint64_t> newest_;  // page to frame with its newest content
-  std::vector<std::uint64_t> unusable_;                   // frames, ascending
+  std::vector<std::uint64_t> unusable_;                   // frames in ascending order
 };
 
 // Whether the bytes begin like a log.
