@@ -2,15 +2,13 @@
 
 #include <algorithm>
 
-#include "tools/store/connection.h"
 #include "tools/verify/contents.h"
 #include "tools/verify/duplicates.h"
 #include "tools/verify/file_checks.h"
 #include "tools/verify/message_checks.h"
-#include "tools/verify/row_reader.h"
 #include "tools/verify/schema_checks.h"
 #include "tools/verify/session_checks.h"
-#include "tools/verify/session_rows.h"
+#include "tools/verify/store_reader.h"
 #include "tools/verify/sync_checks.h"
 
 namespace corvan_tool {
@@ -18,37 +16,32 @@ namespace corvan_tool {
 namespace {
 
 // Returns whether the tables have the columns that the checks of rows need.
-bool check_file(const Connection& connection, const std::string& name, Findings& findings,
-                Report& report) {
-  FileReader file(connection, name, findings);
-  check_integrity(file);
-  const bool has_columns = check_schema(file);
-  check_version(file);
-  check_settings(file);
-  report.damaged = file.is_damaged();
+bool check_file(StoreReader& store) {
+  check_integrity(store);
+  const bool has_columns = check_schema(store);
+  check_version(store);
+  check_settings(store);
   return has_columns;
 }
 
-void check_rows(const Connection& connection, const std::string& name, Findings& findings,
-                Report& report) {
-  RowReader rows(connection, name, findings);
+void check_rows(StoreReader& store, Report& report) {
   Contents contents;
   MessageFindings message_findings;
-  read_sessions(rows, contents, findings);
-  read_messages(rows, contents, message_findings);
-  if (rows.is_complete()) {
-    check_sessions(contents, findings);
-    find_orphans(rows, contents, message_findings);
+  read_sessions(store, contents);
+  read_messages(store, contents, message_findings);
+  if (store.is_complete()) {
+    check_sessions(contents, store.findings());
+    find_orphans(store, contents, message_findings);
   }
-  find_duplicates(rows, findings);
-  check_sync(rows, contents, findings);
-  message_findings.move_to(findings);
-  if (rows.is_complete()) check_sequence(connection, contents.largest_id, findings);
+  find_duplicates(store);
+  check_sync(store, contents);
+  message_findings.move_to(store.findings());
+  if (store.is_complete()) check_sequence(store, contents.largest_id);
 
   report.sessions = contents.sessions.size();
   report.messages = contents.messages;
   report.session_row_id = contents.session_row_id;
-  report.complete = rows.is_complete();
+  report.complete = store.is_complete();
 }
 
 }  // namespace
@@ -62,8 +55,11 @@ std::size_t Report::count(Rank rank) const {
 Report check_store(const Connection& connection, const std::string& name) {
   Report report;
   Findings findings;
-  if (check_file(connection, name, findings, report)) {
-    check_rows(connection, name, findings, report);
+  StoreReader store(connection, name, findings);
+  const bool has_columns = check_file(store);
+  report.damaged = store.is_damaged();
+  if (has_columns) {
+    check_rows(store, report);
   } else {
     findings.add(rule("rows-unread"), "").stored = "a table lacks columns";
   }

@@ -1,4 +1,4 @@
-// Runs all checks of verify.
+// Runs all checks of a store, and collects what they find.
 
 #ifndef TOOLS_VERIFY_CHECKS_H_
 #define TOOLS_VERIFY_CHECKS_H_
@@ -18,16 +18,16 @@ struct Report {
   std::vector<Finding> findings;  // in the order in which --repair applies them
   std::size_t sessions = 0;
   int64_t messages = 0;
-  std::string session_row_id;  // the name of t_session's row ids in SQL; empty: there is none
-  bool damaged = false;        // the file is
+  std::string session_row_id;  // the name of t_session's row ids in SQL; empty if none
+  bool damaged = false;        // the file is damaged
   bool complete = false;       // all rows could be read
 
   std::size_t count(Rank rank) const;
-  // Whether anything but notes was found.
+  // Whether there are findings other than notes.
   bool found_any() const { return count(Rank::kImpossible) + count(Rank::kAllowed) > 0; }
 };
 
-// Checks the whole file. Throws ToolError, which begins with `name`, if it cannot be read for
+// Checks the whole file. Throws ToolError, which begins with `name`, if the file cannot be read for
 // another reason than damage.
 Report check_store(const Connection& connection, const std::string& name);
 

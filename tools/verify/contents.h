@@ -1,4 +1,4 @@
-// What the checks remember of a store's rows, to compare tables with one another.
+// What the checks remember about a store's rows, to compare tables with each other.
 
 #ifndef TOOLS_VERIFY_CONTENTS_H_
 #define TOOLS_VERIFY_CONTENTS_H_
@@ -21,7 +21,7 @@ struct SessionRow {
   int64_t rowid = 0;  // 0 if SQL cannot name the table's row ids
   ConversationKey key;
   bool has_key = true;                // the key's columns have the right types
-  std::set<std::string> not_numbers;  // the number columns that hold another type
+  std::set<std::string> not_numbers;  // number columns whose value has another type
   bool has_draft = false;
   int64_t session_time = 0;
   int64_t unread_count = 0;
@@ -33,7 +33,7 @@ struct SessionRow {
   bool is_number(const std::string& column) const { return not_numbers.count(column) == 0; }
 };
 
-// A message that some row of t_session names by latest_id.
+// A message that latest_id of a row of t_session names.
 struct LatestMessage {
   bool exists = false;
   ConversationKey conversation;
@@ -49,7 +49,7 @@ struct HashKey {
 };
 
 struct Contents {
-  std::string session_row_id;        // the name of t_session's row ids in SQL; empty: there is none
+  std::string session_row_id;        // the name of t_session's row ids in SQL; empty if none
   std::vector<SessionRow> sessions;  // in the order of the table
   std::unordered_map<ConversationKey, Conversation, HashKey> conversations;
   std::unordered_map<int64_t, LatestMessage> latest_messages;  // by id

@@ -34,12 +34,11 @@ std::vector<int64_t> ids_of(const std::string& list) {
   return ids;
 }
 
-void add_duplicates(RowReader& rows, const Rule& rule, const char* column, const char* sql,
-                    Findings& findings) {
-  const StatementProgress progress(rows.connection().handle(),
+void add_duplicates(StoreReader& store, const Rule& rule, const char* column, const char* sql) {
+  const StatementProgress progress(store.connection().handle(),
                                    "million steps of looking for duplicates");
-  rows.each_row("t_message", sql, [&](const Row& row) {
-    Finding& finding = findings.add(rule, {row.text(0), row.int64(1)}, column);
+  store.each_row("t_message", sql, [&](const Row& row) {
+    Finding& finding = store.findings().add(rule, {row.text(0), row.int64(1)}, column);
     finding.stored = row.text(2);
     finding.messages = ids_of(row.text(3));
   });
@@ -47,9 +46,9 @@ void add_duplicates(RowReader& rows, const Rule& rule, const char* column, const
 
 }  // namespace
 
-void find_duplicates(RowReader& rows, Findings& findings) {
-  add_duplicates(rows, rule("server-uid-twice"), "server_uid", kServerUidQuery, findings);
-  add_duplicates(rows, rule("client-key-twice"), "client_uid", kClientKeyQuery, findings);
+void find_duplicates(StoreReader& store) {
+  add_duplicates(store, rule("server-uid-twice"), "server_uid", kServerUidQuery);
+  add_duplicates(store, rule("client-key-twice"), "client_uid", kClientKeyQuery);
 }
 
 }  // namespace corvan_tool

@@ -12,7 +12,7 @@ namespace corvan_tool {
 
 namespace {
 
-// The schema's version that a new store has, and its settings.
+// The schema version and the settings of a new store.
 constexpr const char* kSchemaVersion = "1";
 struct Setting {
   const char* name;
@@ -24,58 +24,58 @@ constexpr std::array<Setting, 3> kSettings = {{{"page_size", "4096", rule("setti
                                                {"journal_mode", "wal", rule("journal-mode")}}};
 constexpr int64_t kUserVersion = 1;
 
-void check_user_version(FileReader& file) {
+void check_user_version(StoreReader& store) {
   int64_t version = 0;
-  file.accept(file.connection().each_row("pragma user_version",
-                                         [&version](const Row& row) { version = row.int64(0); }));
+  store.accept(store.connection().each_row("pragma user_version",
+                                           [&version](const Row& row) { version = row.int64(0); }));
   if (version == kUserVersion) return;
   // createdb_copydata takes over a number above 0.
   const Rule& broken = version > 0 ? rule("user-version") : rule("setting-other");
-  Finding& finding = file.findings().add(broken, "user_version");
+  Finding& finding = store.findings().add(broken, "user_version");
   finding.stored = version;
   finding.derived = kUserVersion;
 }
 
 }  // namespace
 
-void check_integrity(FileReader& file) {
-  const StatementProgress progress(file.connection().handle(),
+void check_integrity(StoreReader& store) {
+  const StatementProgress progress(store.connection().handle(),
                                    "million steps of the integrity check");
-  file.accept(file.connection().each_row("pragma integrity_check", [&file](const Row& row) {
+  store.accept(store.connection().each_row("pragma integrity_check", [&store](const Row& row) {
     const std::string text = row.text(0);
-    if (text != "ok") file.add_damage(text);
+    if (text != "ok") store.add_damage(text);
   }));
 }
 
-void check_version(FileReader& file) {
+void check_version(StoreReader& store) {
   std::vector<std::string> versions;
   const int rc =
-      file.connection().each_row("select database_version from t_version",
-                                 [&versions](const Row& row) { versions.push_back(row.text(0)); });
+      store.connection().each_row("select database_version from t_version",
+                                  [&versions](const Row& row) { versions.push_back(row.text(0)); });
   // A table without the column is the finding "table-differs".
-  if (rc == SQLITE_ERROR || !file.accept(rc)) return;
+  if (rc == SQLITE_ERROR || !store.accept(rc)) return;
   if (versions.empty()) {
-    file.findings().add(rule("version-missing"), "t_version").derived = kSchemaVersion;
+    store.findings().add(rule("version-missing"), "t_version").derived = kSchemaVersion;
   } else if (versions.size() > 1) {
-    file.findings().add(rule("version-twice"), "t_version").stored = versions;
+    store.findings().add(rule("version-twice"), "t_version").stored = versions;
   } else if (versions[0] != kSchemaVersion) {
-    Finding& finding = file.findings().add(rule("version-other"), "database_version");
+    Finding& finding = store.findings().add(rule("version-other"), "database_version");
     finding.stored = versions[0];
     finding.derived = kSchemaVersion;
   }
 }
 
-void check_settings(FileReader& file) {
+void check_settings(StoreReader& store) {
   for (const Setting& setting : kSettings) {
     std::string value;
-    file.accept(file.connection().each_row(fmt::format("pragma {}", setting.name),
-                                           [&value](const Row& row) { value = row.text(0); }));
+    store.accept(store.connection().each_row(fmt::format("pragma {}", setting.name),
+                                             [&value](const Row& row) { value = row.text(0); }));
     if (value == setting.value) continue;
-    Finding& finding = file.findings().add(setting.rule, setting.name);
+    Finding& finding = store.findings().add(setting.rule, setting.name);
     finding.stored = value;
     finding.derived = setting.value;
   }
-  check_user_version(file);
+  check_user_version(store);
 }
 
 }  // namespace corvan_tool

@@ -41,19 +41,19 @@ struct Finding {
   int64_t row = 0;                // the row id in t_session; 0 outside of that table
   std::vector<int64_t> messages;  // ids in ascending order
   std::string name;               // the column, table, index, setting or user
-  Json stored;                    // null if there is no single value
+  Json stored;                    // the stored value; null if there is no single one
   Json derived;                   // the value according to the rest of the store; null if unknown
   std::vector<Change> changes;    // the repair; empty if the finding cannot be repaired
   std::vector<std::string> unchecked;  // the columns of "not-judged"
 
-  // Sets `stored`, `derived`, and the change from the one to the other.
+  // Sets `stored` and `derived`, and adds the change from `old_value` to `new_value`.
   void set_repair(Json old_value, Json new_value);
 };
 
 // The findings so far, in the order in which they were added. --repair applies them in this order.
 class Findings {
  public:
-  // The references are valid until the next call.
+  // The returned references are valid until the next call.
   Finding& add(const Rule& rule, std::string name);
   Finding& add(const Rule& rule, const ConversationKey& conversation, std::string name);
   void add(Finding finding) { all_.push_back(std::move(finding)); }
@@ -71,7 +71,7 @@ class MessageFindings {
   void add(const Rule& rule, const ConversationKey& conversation, int64_t id,
            const std::string& column, const Json& stored);
 
-  // As add(), for the column sent_time: different times share a finding, which stores their range.
+  // As add(), for the column sent_time: all times share one finding, which stores their range.
   void add_time(const Rule& rule, const ConversationKey& conversation, int64_t id, int64_t time);
 
   void move_to(Findings& findings);

@@ -14,7 +14,7 @@ namespace corvan_tool {
 
 namespace {
 
-// The columns of the query below.
+// The columns of kMessageQuery.
 enum MessageColumn {
   kId,
   kMessageSession,
@@ -153,14 +153,14 @@ class MessageReader {
     current_ = &*contents_.conversations.try_emplace({std::string(id), type}).first;
   }
 
-  // Remembers a message that a row of t_session names.
+  // Remembers the message if latest_id of a row of t_session names it.
   void note_latest(const Message& message, bool has_key) {
     const auto named = contents_.latest_messages.find(message.id);
     if (named == contents_.latest_messages.end()) return;
     named->second = {true, current_->first, has_key, message.sent_time, message.direction == 0};
   }
 
-  // Values of the wrong type count nowhere.
+  // Values of the wrong type are not counted.
   void count(const Row& row, const Message& message) {
     Conversation& conversation = current_->second;
     const bool has_time = is_integer(row, kSentTime);
@@ -184,11 +184,11 @@ class MessageReader {
 
 }  // namespace
 
-void read_messages(RowReader& rows, Contents& contents, MessageFindings& findings) {
+void read_messages(StoreReader& store, Contents& contents, MessageFindings& findings) {
   constexpr int64_t kShownEach = 4096;
   Progress progress("messages");
   MessageReader reader(contents, findings);
-  rows.each_row("t_message", kMessageQuery, [&](const Row& row) {
+  store.each_row("t_message", kMessageQuery, [&](const Row& row) {
     reader.take(row);
     if (contents.messages % kShownEach == 0) {
       progress.show(static_cast<std::uint64_t>(contents.messages));
@@ -196,22 +196,22 @@ void read_messages(RowReader& rows, Contents& contents, MessageFindings& finding
   });
 }
 
-void find_orphans(RowReader& rows, const Contents& contents, MessageFindings& findings) {
+void find_orphans(StoreReader& store, const Contents& contents, MessageFindings& findings) {
   const auto is_orphan = [](const auto& entry) {
     return entry.second.rows() == 0 && entry.second.messages() > 0;
   };
   const auto& all = contents.conversations;
   if (std::none_of(all.begin(), all.end(), is_orphan)) return;
-  const StatementProgress progress(rows.connection().handle(), "million steps of naming messages");
-  rows.each_row("t_message",
-                "select session_id,session_type,id from t_message not indexed "
-                "where typeof(session_id)='text' and typeof(session_type)='integer' order by id",
-                [&](const Row& row) {
-                  const ConversationKey key = {row.text(0), row.int64(1)};
-                  const auto found = all.find(key);
-                  if (found == all.end() || !is_orphan(*found)) return;
-                  findings.add(rule("session-missing"), key, row.int64(2), "t_session", nullptr);
-                });
+  const StatementProgress progress(store.connection().handle(), "million steps of naming messages");
+  store.each_row("t_message",
+                 "select session_id,session_type,id from t_message not indexed "
+                 "where typeof(session_id)='text' and typeof(session_type)='integer' order by id",
+                 [&](const Row& row) {
+                   const ConversationKey key = {row.text(0), row.int64(1)};
+                   const auto found = all.find(key);
+                   if (found == all.end() || !is_orphan(*found)) return;
+                   findings.add(rule("session-missing"), key, row.int64(2), "t_session", nullptr);
+                 });
 }
 
 }  // namespace corvan_tool

@@ -1,4 +1,4 @@
-// Counting a conversation's messages, to compare the result with its row.
+// Counts a conversation's messages, to compare the result with its row.
 
 #ifndef TOOLS_VERIFY_RECOUNT_H_
 #define TOOLS_VERIFY_RECOUNT_H_
@@ -20,15 +20,15 @@ namespace corvan_tool {
 // - In a chat room every message is stored as read, and the client chooses whether it counts.
 // No row records which messages were saved uncounted, so no message counts for certain.
 struct Recount {
-  int64_t newer = 0;   // received, unread, later than read_time and than all messages before
-  int64_t late = 0;    // other messages since the last clearing, as far as the rows tell
-  int64_t before = 0;  // count only if they were marked unread after the clearing
+  int64_t newer = 0;   // received, unread, later than read_time and than all earlier messages
+  int64_t late = 0;    // other messages since the last clearing, as far as the rows show it
+  int64_t before = 0;  // messages that count only if they were marked unread after the clearing
 
   int64_t most() const { return newer + late + before; }
-  // The value that --repair sets. A low counter is raised only to the messages that arrived in
-  // order.
+  // The value that --repair sets. A counter that is too low is raised only to the number of
+  // messages that arrived in order.
   int64_t repaired(int64_t stored) const { return stored < newer ? newer : newer + late; }
-  // The rule that a stored counter breaks; null if it is a recount.
+  // The rule that a stored counter breaks; null if the counter is right.
   const Rule* broken_rule(int64_t stored, const Rule& too_high) const;
 };
 
@@ -76,7 +76,7 @@ class Conversation {
   bool is_cleared_ = false;  // a received message of the time read_time was counted
   Recount unread_;
   Recount mention_;
-  int64_t chat_before_ = 0;  // received in a chat room before is_cleared_, until read_time
+  int64_t chat_before_ = 0;  // received in a chat room up to read_time, before is_cleared_ was set
   int64_t newest_id_ = -1;
   int64_t newest_time_ = 0;
 };

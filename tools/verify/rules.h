@@ -12,7 +12,7 @@ namespace corvan_tool {
 enum class Rank {
   kImpossible,  // no sequence of operations leaves this in a store that this library made
   kAllowed,     // operations can leave this, although it contradicts other rows
-  kNote,        // the result of ordinary use; or it cannot be determined
+  kNote,        // ordinary use leaves this, or it cannot be checked
 };
 constexpr const char* rank_name(Rank rank) {
   switch (rank) {
@@ -72,9 +72,9 @@ inline constexpr std::array kRules = {
          kNoOperation,
          "an older library that did not create it, or another program"},
     Rule{"index-differs", Rank::kImpossible, kIndexes,
-         "an index has another statement than in a new store",
+         "an index's statement differs from a new store's",
          kNoOperation,
-         "an older library that created it so, or another program"},
+         "an older library that created it this way, or another program"},
     Rule{"version-twice", Rank::kImpossible, kNoRepair,
          "t_version has several rows",
          kNoOperation,
@@ -96,7 +96,7 @@ inline constexpr std::array kRules = {
          kNoOperation,
          "a table without its key, or damage to the file"},
     Rule{"column-type", Rank::kImpossible, kNoRepair,
-         "a value has another type than its column",
+         "a value's type differs from its column's",
          kNoOperation,
          "another program, or damage to the file; createdb_copydata copies such values from an "
          "older store"},
@@ -233,8 +233,8 @@ inline constexpr std::array kRules = {
          "the values that they depend on have the wrong type, or the conversation has several "
          "rows: see column-type, integer-null, text-null and row-twice"},
     Rule{"counter-low", Rank::kNote, kCounters,
-         "a counter is lower than the unread messages, or mentions, that arrived in order since "
-         "the last clearing",
+         "a counter is lower than the number of unread messages, or mentions, that arrived in "
+         "order since the last clearing",
          "save_message, set_message_draft, set_read_status, delete_message, set_unread_by_value, "
          "sync_unread, set_unread_readtime, delete_session, createdb_copydata",
          "messages saved with is_count=false or in a batch are not counted, nor is history that "
@@ -271,7 +271,7 @@ inline constexpr std::array kRules = {
     Rule{"own-unread", Rank::kNote, kNoRepair,
          "own messages that are unread",
          "set_read_status, save_message",
-         "set_read_status marked them so, or a batch stored the number; clear_unread marks only "
+         "set_read_status marked them as unread, or a batch stored the number; clear_unread marks only "
          "received messages"},
     Rule{"session-empty", Rank::kNote, kNoRepair,
          "a conversation without messages",

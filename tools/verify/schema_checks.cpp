@@ -15,7 +15,7 @@ namespace {
 
 using Parts = std::vector<std::string>;
 
-// Both are sorted.
+// The parts that are not among the others. Both lists are sorted.
 Parts without(const Parts& parts, const Parts& others) {
   Parts rest;
   std::set_difference(parts.begin(), parts.end(), others.begin(), others.end(),
@@ -23,8 +23,8 @@ Parts without(const Parts& parts, const Parts& others) {
   return rest;
 }
 
-// The name in a part that read_parts() calls "column NAME TYPE ..."; empty for other parts. The
-// names of a new store's columns have no blanks.
+// The name in a part "column NAME TYPE ..." of read_parts(); empty for other parts. The names of a
+// new store's columns contain no blanks.
 std::string column_name(const std::string& part) {
   std::istringstream words(part);
   std::string kind;
@@ -33,9 +33,9 @@ std::string column_name(const std::string& part) {
   return kind == "column" ? name : "";
 }
 
-bool has_columns(FileReader& file, const Table& wanted) {
+bool has_columns(StoreReader& store, const Table& wanted) {
   Parts present;
-  if (!file.accept(read_columns(file.connection(), wanted.name, present))) return true;
+  if (!store.accept(read_columns(store.connection(), wanted.name, present))) return true;
   return std::all_of(wanted.parts.begin(), wanted.parts.end(), [&](const std::string& part) {
     const std::string name = column_name(part);
     return name.empty() || std::find(present.begin(), present.end(), name) != present.end();
@@ -43,11 +43,11 @@ bool has_columns(FileReader& file, const Table& wanted) {
 }
 
 // Returns whether the table has all columns.
-bool compare_parts(FileReader& file, const Table& wanted, Table found) {
-  if (!file.accept(read_parts(file.connection(), found))) return true;
+bool compare_parts(StoreReader& store, const Table& wanted, Table found) {
+  if (!store.accept(read_parts(store.connection(), found))) return true;
   const Parts missing = without(wanted.parts, found.parts);
   const Parts extra = without(found.parts, wanted.parts);
-  Finding& finding = file.findings().add(rule("table-differs"), wanted.name);
+  Finding& finding = store.findings().add(rule("table-differs"), wanted.name);
   if (missing.empty() && extra.empty()) {
     finding.stored = found.sql;
     finding.derived = wanted.sql;
@@ -55,27 +55,27 @@ bool compare_parts(FileReader& file, const Table& wanted, Table found) {
     finding.stored = extra;
     finding.derived = missing;
   }
-  return has_columns(file, wanted);
+  return has_columns(store, wanted);
 }
 
-bool compare_tables(FileReader& file, const Schema& wanted, const Schema& present) {
+bool compare_tables(StoreReader& store, const Schema& wanted, const Schema& present) {
   bool has_all_columns = true;
   for (const Table& table : wanted.tables) {
     const Table* const found = present.table(table.name);
     if (found == nullptr) continue;  // a file that lacks a table is not accepted as a store
     if (is_same_statement(found->sql, table.sql)) continue;
-    has_all_columns = compare_parts(file, table, *found) && has_all_columns;
+    has_all_columns = compare_parts(store, table, *found) && has_all_columns;
   }
   for (const Table& table : present.tables) {
-    if (wanted.table(table.name) == nullptr) file.findings().add(rule("table-extra"), table.name);
+    if (wanted.table(table.name) == nullptr) store.findings().add(rule("table-extra"), table.name);
   }
   return has_all_columns;
 }
 
-void add_index_finding(FileReader& file, const IndexDifference& difference) {
+void add_index_finding(StoreReader& store, const IndexDifference& difference) {
   const Index& index = difference.index;
   const auto add = [&](const Rule& rule) -> Finding& {
-    return file.findings().add(rule, index.name);
+    return store.findings().add(rule, index.name);
   };
   switch (difference.kind) {
     case IndexDifference::kMissing:
@@ -93,19 +93,19 @@ void add_index_finding(FileReader& file, const IndexDifference& difference) {
   }
 }
 
-void compare_indexes(FileReader& file, const Schema& wanted, const Schema& present) {
+void compare_indexes(StoreReader& store, const Schema& wanted, const Schema& present) {
   std::size_t kept = 0;
   for (const IndexDifference& difference : index_differences(wanted, present, kept)) {
-    add_index_finding(file, difference);
+    add_index_finding(store, difference);
   }
 }
 
-void find_triggers_and_views(FileReader& file) {
-  file.accept(file.connection().each_row(
+void find_triggers_and_views(StoreReader& store) {
+  store.accept(store.connection().each_row(
       "select type,name,sql from sqlite_master where type in('trigger','view') order by name",
-      [&file](const Row& row) {
+      [&store](const Row& row) {
         const std::string name = fmt::format("{} {}", row.text(0), row.text(1));
-        file.findings().add(rule("schema-extra"), name).stored = row.text(2);
+        store.findings().add(rule("schema-extra"), name).stored = row.text(2);
       }));
 }
 
@@ -121,22 +121,22 @@ int read_sequence(const Connection& connection, std::vector<Json>& values) {
 
 }  // namespace
 
-bool check_schema(FileReader& file) {
+bool check_schema(StoreReader& store) {
   bool has_all_columns = true;
   Schema present;
-  if (file.accept(read_schema(file.connection(), present))) {
+  if (store.accept(read_schema(store.connection(), present))) {
     const Schema wanted = new_schema();
-    has_all_columns = compare_tables(file, wanted, present);
-    compare_indexes(file, wanted, present);
+    has_all_columns = compare_tables(store, wanted, present);
+    compare_indexes(store, wanted, present);
   }
-  find_triggers_and_views(file);
+  find_triggers_and_views(store);
   return has_all_columns;
 }
 
-void check_sequence(const Connection& connection, int64_t largest_id, Findings& findings) {
+void check_sequence(StoreReader& store, int64_t largest_id) {
   std::vector<Json> stored;
   // Without sqlite_sequence, t_message lacks AUTOINCREMENT: the finding "table-differs".
-  if (read_sequence(connection, stored) != SQLITE_DONE) return;
+  if (read_sequence(store.connection(), stored) != SQLITE_DONE) return;
   if (stored.empty() && largest_id == 0) return;
   int64_t largest_used = largest_id;
   for (const Json& value : stored) {
@@ -146,7 +146,7 @@ void check_sequence(const Connection& connection, int64_t largest_id, Findings& 
   Json value;
   if (stored.size() == 1) value = stored[0];
   if (stored.size() > 1) value = stored;
-  findings.add(rule("sequence-behind"), "sqlite_sequence").set_repair(value, largest_used);
+  store.findings().add(rule("sequence-behind"), "sqlite_sequence").set_repair(value, largest_used);
 }
 
 }  // namespace corvan_tool

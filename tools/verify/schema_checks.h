@@ -5,16 +5,16 @@
 
 #include <cstdint>
 
-#include "tools/verify/file_reader.h"
+#include "tools/verify/store_reader.h"
 
 namespace corvan_tool {
 
 // Returns whether the tables have all columns of a new store.
-bool check_schema(FileReader& file);
+bool check_schema(StoreReader& store);
 
-// Checks that the next message will get an id that was never used. `largest_id` is that of the
-// messages.
-void check_sequence(const Connection& connection, int64_t largest_id, Findings& findings);
+// Checks that the next message will get an id that was never used. `largest_id` is the largest id
+// of a message.
+void check_sequence(StoreReader& store, int64_t largest_id);
 
 }  // namespace corvan_tool
 

@@ -20,7 +20,7 @@ class SyncCheck {
       : are_messages_complete_(are_messages_complete), contents_(contents), findings_(findings) {}
 
   void take(const Row& row) {
-    // Before the text: reading that of a blob changes the type.
+    // Read the type before the text: reading a blob as text changes its type.
     const std::string type = type_name(row, 0);
     const std::string user = row.text(0);
     if (type != "text") {
@@ -65,10 +65,10 @@ class SyncCheck {
 
 }  // namespace
 
-void check_sync(RowReader& rows, const Contents& contents, Findings& findings) {
-  SyncCheck check(rows.is_complete(), contents, findings);
-  rows.each_row("t_sync", "select user_id,receive_time,sent_time from t_sync not indexed",
-                [&check](const Row& row) { check.take(row); });
+void check_sync(StoreReader& store, const Contents& contents) {
+  SyncCheck check(store.is_complete(), contents, store.findings());
+  store.each_row("t_sync", "select user_id,receive_time,sent_time from t_sync not indexed",
+                 [&check](const Row& row) { check.take(row); });
 }
 
 }  // namespace corvan_tool

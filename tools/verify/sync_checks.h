@@ -1,15 +1,15 @@
-// Checks t_sync.
+// Checks t_sync, the sync marks of each user.
 
 #ifndef TOOLS_VERIFY_SYNC_CHECKS_H_
 #define TOOLS_VERIFY_SYNC_CHECKS_H_
 
 #include "tools/verify/contents.h"
-#include "tools/verify/row_reader.h"
+#include "tools/verify/store_reader.h"
 
 namespace corvan_tool {
 
-// Compares the marks with the newest messages if all messages were read.
-void check_sync(RowReader& rows, const Contents& contents, Findings& findings);
+// Also compares the marks with the newest messages if all messages were read.
+void check_sync(StoreReader& store, const Contents& contents);
 
 }  // namespace corvan_tool
 

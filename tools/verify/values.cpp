@@ -10,9 +10,9 @@ namespace corvan_tool {
 namespace {
 
 constexpr int64_t kOneDay = int64_t{24} * 60 * 60 * 1000;
-// Read as seconds this is the year 5138, read as milliseconds 1973: a smaller number is in seconds.
+// The year 5138 in seconds, but 1973 in milliseconds: a smaller number is a time in seconds.
 constexpr int64_t kLeastTime = 100'000'000'000;
-// Likewise for milliseconds and microseconds.
+// Likewise, a number from here on is a time in microseconds.
 constexpr int64_t kMostTime = 100'000'000'000'000;
 
 }  // namespace

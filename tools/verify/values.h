@@ -16,7 +16,7 @@ namespace corvan_tool {
 // A value's type, as SQLite's function typeof() names it.
 const char* type_name(const Row& row, int column);
 
-// The rules that a value of another type than its column's breaks.
+// The rules that a value breaks if its type is not that of its number or text column.
 const Rule& number_type_rule(std::string_view type);
 const Rule& text_type_rule(std::string_view type);
 
@@ -25,8 +25,8 @@ inline bool is_integer(const Row& row, int column) {
 }
 
 // Calls `report` with the name and the type of each column that does not hold an integer. The
-// columns are those from `first` on; `names` has their names, because a query returns them as the
-// file spells them. Returns whether all of them hold integers.
+// columns begin at `first`. `names` has their names, because SQLite would return them as the file
+// spells them. Returns whether all of them hold integers.
 template <std::size_t Count, typename Report>
 bool check_integers(const Row& row, int first, const std::array<const char*, Count>& names,
                     const Report& report) {
@@ -40,8 +40,8 @@ bool check_integers(const Row& row, int first, const std::array<const char*, Cou
   return is_good;
 }
 
-// As check_integers(), for texts. The columns of the query hold the types: the texts themselves may
-// be large.
+// As check_integers(), for texts. The columns of the query hold typeof() of the texts, which may be
+// large themselves.
 template <std::size_t Count, typename Report>
 void check_texts(const Row& row, int first, const std::array<const char*, Count>& names,
                  const Report& report) {

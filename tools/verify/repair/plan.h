@@ -23,7 +23,7 @@ struct RepairStep {
 
 // A column that a word of --repair covers, but that could not be checked.
 struct LeftColumn {
-  std::string_view repair;  // the word
+  std::string_view repair;  // that word
   ConversationKey conversation;
   std::string column;
 };

@@ -28,7 +28,7 @@ struct Repair {
   std::string commit_failure;  // if the commit failed although the changes were made
 };
 
-// Throws ToolError if the file is damaged, or rows cannot be read that these words need.
+// Throws ToolError if the file is damaged, or if rows that these words need cannot be read.
 void require_repairable(const Report& report, const std::string& name,
                         const std::vector<std::string>& words) {
   if (report.damaged) {
@@ -42,7 +42,7 @@ void require_repairable(const Report& report, const std::string& name,
   }
 }
 
-// Throws ToolError if a conversation is to be changed, but SQL cannot name its row.
+// Throws ToolError if a conversation is to be changed but SQL cannot name its row.
 void require_row_ids(const RepairPlan& plan, const std::string& name) {
   const bool changes_rows =
       std::any_of(plan.steps.begin(), plan.steps.end(),
@@ -95,7 +95,7 @@ void set_column(const StoreTransaction& transaction, const RepairStep& step,
                   transaction.name(), conversation_text(*step.conversation)));
 }
 
-// Indexes come first, so that changes to rows go through the right ones.
+// Indexes come first, so that changes of rows update the repaired ones.
 void apply(const StoreTransaction& transaction, const RepairPlan& plan) {
   sqlite3* const db = transaction.connection().handle();
   // A trigger that someone added could change more than is reported.
@@ -127,7 +127,7 @@ std::string commit(StoreTransaction& transaction, const std::vector<std::string>
   }
 }
 
-// On failure nothing remains, except the backup if the commit failed.
+// On failure nothing is left behind, except the backup if the commit failed.
 Repair repair_store(const RepairOptions& options) {
   const std::string file = store_file(options.folder);
   require_store_in(options.folder, false);

@@ -1,4 +1,4 @@
-// corvan verify --repair.
+// Applies the repairs of findings to a store: corvan verify --repair.
 
 #ifndef TOOLS_VERIFY_REPAIR_REPAIR_H_
 #define TOOLS_VERIFY_REPAIR_REPAIR_H_
@@ -16,9 +16,9 @@ struct RepairOptions {
   bool json = false;
 };
 
-// Repairs a store and prints each change, and the columns that were left. Copies the store first,
-// then makes all changes in one transaction, or none. Returns the exit status: kNegative if a
-// column was left. Throws ToolError if the store is damaged or locked, or cannot be written.
+// Repairs a store, and prints each change and each column that was left. Copies the store first,
+// and makes all changes in one transaction or none. Returns the exit status: kNegative if a column
+// was left. Throws ToolError if the store is damaged or locked, or cannot be written.
 int run_repair(const RepairOptions& options);
 
 }  // namespace corvan_tool
