@@ -65,7 +65,7 @@ TEST(VerifyRulesTest, RowsAreCompleteAndCodesDiffer) {
     EXPECT_TRUE(codes.insert(rule.code).second) << rule.code;
     EXPECT_FALSE(rule.text.empty()) << rule.code;
     EXPECT_FALSE(rule.explanation.empty()) << rule.code;
-    EXPECT_EQ(&corvan_tool::rule(rule.code), &rule);
+    EXPECT_EQ(&kRules.at(corvan_tool::rule_place(rule.code)), &rule);
     if (rule.repair.empty()) continue;
     EXPECT_NE(std::find(kRepairs.begin(), kRepairs.end(), rule.repair), kRepairs.end())
         << rule.code;

@@ -61,7 +61,7 @@ Report check_store(const Connection& connection, const std::string& name) {
   if (has_columns) {
     check_rows(store, report);
   } else {
-    findings.add(rule("rows-unread"), "").stored = "a table lacks columns";
+    findings.add(CORVAN_RULE("rows-unread"), "").stored = "a table lacks columns";
   }
   report.findings = findings.take();
   return report;
@@ -69,7 +69,7 @@ Report check_store(const Connection& connection, const std::string& name) {
 
 Report report_damage(const std::string& detail) {
   Findings findings;
-  findings.add(rule("file-damaged"), "").stored = detail;
+  findings.add(CORVAN_RULE("file-damaged"), "").stored = detail;
   Report report;
   report.findings = findings.take();
   report.damaged = true;

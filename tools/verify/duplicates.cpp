@@ -47,8 +47,8 @@ void add_duplicates(StoreReader& store, const Rule& rule, const char* column, co
 }  // namespace
 
 void find_duplicates(StoreReader& store) {
-  add_duplicates(store, rule("server-uid-twice"), "server_uid", kServerUidQuery);
-  add_duplicates(store, rule("client-key-twice"), "client_uid", kClientKeyQuery);
+  add_duplicates(store, CORVAN_RULE("server-uid-twice"), "server_uid", kServerUidQuery);
+  add_duplicates(store, CORVAN_RULE("client-key-twice"), "client_uid", kClientKeyQuery);
 }
 
 }  // namespace corvan_tool

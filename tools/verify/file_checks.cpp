@@ -19,9 +19,10 @@ struct Setting {
   const char* value;
   const Rule& rule;
 };
-constexpr std::array<Setting, 3> kSettings = {{{"page_size", "4096", rule("setting-other")},
-                                               {"encoding", "UTF-8", rule("setting-other")},
-                                               {"journal_mode", "wal", rule("journal-mode")}}};
+constexpr std::array<Setting, 3> kSettings = {
+    {{"page_size", "4096", CORVAN_RULE("setting-other")},
+     {"encoding", "UTF-8", CORVAN_RULE("setting-other")},
+     {"journal_mode", "wal", CORVAN_RULE("journal-mode")}}};
 constexpr int64_t kUserVersion = 1;
 
 void check_user_version(StoreReader& store) {
@@ -30,7 +31,7 @@ void check_user_version(StoreReader& store) {
                                            [&version](const Row& row) { version = row.int64(0); }));
   if (version == kUserVersion) return;
   // createdb_copydata takes over a number above 0.
-  const Rule& broken = version > 0 ? rule("user-version") : rule("setting-other");
+  const Rule& broken = version > 0 ? CORVAN_RULE("user-version") : CORVAN_RULE("setting-other");
   Finding& finding = store.findings().add(broken, "user_version");
   finding.stored = version;
   finding.derived = kUserVersion;
@@ -55,11 +56,11 @@ void check_version(StoreReader& store) {
   // A table without the column is the finding "table-differs".
   if (rc == SQLITE_ERROR || !store.accept(rc)) return;
   if (versions.empty()) {
-    store.findings().add(rule("version-missing"), "t_version").derived = kSchemaVersion;
+    store.findings().add(CORVAN_RULE("version-missing"), "t_version").derived = kSchemaVersion;
   } else if (versions.size() > 1) {
-    store.findings().add(rule("version-twice"), "t_version").stored = versions;
+    store.findings().add(CORVAN_RULE("version-twice"), "t_version").stored = versions;
   } else if (versions[0] != kSchemaVersion) {
-    Finding& finding = store.findings().add(rule("version-other"), "database_version");
+    Finding& finding = store.findings().add(CORVAN_RULE("version-other"), "database_version");
     finding.stored = versions[0];
     finding.derived = kSchemaVersion;
   }

@@ -58,7 +58,7 @@ class MessageCheck {
   // Returns whether the key's columns have the right types.
   bool run() {
     const bool has_key = check_types();
-    if (message_.id < 1) add(rule("id-impossible"), "id", message_.id);
+    if (message_.id < 1) add(CORVAN_RULE("id-impossible"), "id", message_.id);
     check_codes();
     if (is_integer(row_, kDirection)) check_direction();
     if (is_integer(row_, kSentStatus)) check_sent_status();
@@ -91,31 +91,32 @@ class MessageCheck {
         is_integer(row_, kMessageType) ? wrong_session_type(key_.type) : nullptr;
     if (wrong_type != nullptr) add(*wrong_type, "session_type", key_.type);
     if (is_integer(row_, kReadStatus) && !is_code(message_.read_status)) {
-      add(rule("code-impossible"), "read_status", message_.read_status);
+      add(CORVAN_RULE("code-impossible"), "read_status", message_.read_status);
     }
     const bool is_flag = message_.is_mention == 0 || message_.is_mention == 1;
     if (is_integer(row_, kIsMention) && !is_flag) {
-      add(rule("code-impossible"), "is_mention", message_.is_mention);
+      add(CORVAN_RULE("code-impossible"), "is_mention", message_.is_mention);
     }
   }
 
   void check_direction() {
     if (message_.direction == 2) {
-      add(rule("direction-copied"), "direction", 2);
+      add(CORVAN_RULE("direction-copied"), "direction", 2);
     } else if (message_.direction != 0 && message_.direction != 1) {
-      add(rule("code-impossible"), "direction", message_.direction);
+      add(CORVAN_RULE("code-impossible"), "direction", message_.direction);
     } else if (message_.direction == 0 && is_integer(row_, kReadStatus) &&
                message_.read_status == 0) {
-      add(rule("own-unread"), "read_status", 0);
+      add(CORVAN_RULE("own-unread"), "read_status", 0);
     }
   }
 
   void check_sent_status() {
     const int64_t status = message_.sent_status;
-    if (status == 1) add(rule("sending"), "sent_status", status);
-    if (status == 2) add(rule("failed"), "sent_status", status);
+    if (status == 1) add(CORVAN_RULE("sending"), "sent_status", status);
+    if (status == 2) add(CORVAN_RULE("failed"), "sent_status", status);
     if (status >= 0 && status <= 3) return;
-    add(is_code(status) ? rule("status-unknown") : rule("code-impossible"), "sent_status", status);
+    add(is_code(status) ? CORVAN_RULE("status-unknown") : CORVAN_RULE("code-impossible"),
+        "sent_status", status);
   }
 
   const Row row_;
@@ -210,7 +211,8 @@ void find_orphans(StoreReader& store, const Contents& contents, MessageFindings&
                    const ConversationKey key = {row.text(0), row.int64(1)};
                    const auto found = all.find(key);
                    if (found == all.end() || !is_orphan(*found)) return;
-                   findings.add(rule("session-missing"), key, row.int64(2), "t_session", nullptr);
+                   findings.add(CORVAN_RULE("session-missing"), key, row.int64(2), "t_session",
+                                nullptr);
                  });
 }
 

@@ -5,10 +5,10 @@
 namespace corvan_tool {
 
 const Rule* Recount::broken_rule(int64_t stored, const Rule& too_high) const {
-  if (stored < 0) return &rule("counter-negative");
+  if (stored < 0) return &CORVAN_RULE("counter-negative");
   if (stored > most()) return &too_high;
-  if (stored < newer) return &rule("counter-low");
-  return stored == newer || stored == newer + late ? nullptr : &rule("counter-untold");
+  if (stored < newer) return &CORVAN_RULE("counter-low");
+  return stored == newer || stored == newer + late ? nullptr : &CORVAN_RULE("counter-untold");
 }
 
 void Conversation::add_row(int64_t read_time) {

@@ -4,8 +4,10 @@
 #define TOOLS_VERIFY_RULES_H_
 
 #include <array>
+#include <cstddef>
 #include <stdexcept>
 #include <string_view>
+#include <type_traits>
 
 namespace corvan_tool {
 
@@ -299,13 +301,16 @@ inline constexpr std::array kRules = {
 };
 // clang-format on
 
-// The rule with this code, which must be in the table.
-constexpr const Rule& rule(std::string_view code) {
-  for (const Rule& one : kRules) {
-    if (one.code == code) return one;
+// The position in kRules of the rule with this code. Throws if there is none.
+constexpr std::size_t rule_place(std::string_view code) {
+  for (std::size_t i = 0; i < kRules.size(); ++i) {
+    if (kRules[i].code == code) return i;
   }
   throw std::invalid_argument("no such rule");
 }
+
+// The rule with this code. A code that is not in the table does not compile.
+#define CORVAN_RULE(code) kRules[std::integral_constant<std::size_t, rule_place(code)>::value]
 
 }  // namespace corvan_tool
 

@@ -47,7 +47,7 @@ bool compare_parts(StoreReader& store, const Table& wanted, Table found) {
   if (!store.accept(read_parts(store.connection(), found))) return true;
   const Parts missing = without(wanted.parts, found.parts);
   const Parts extra = without(found.parts, wanted.parts);
-  Finding& finding = store.findings().add(rule("table-differs"), wanted.name);
+  Finding& finding = store.findings().add(CORVAN_RULE("table-differs"), wanted.name);
   if (missing.empty() && extra.empty()) {
     finding.stored = found.sql;
     finding.derived = wanted.sql;
@@ -67,7 +67,8 @@ bool compare_tables(StoreReader& store, const Schema& wanted, const Schema& pres
     has_all_columns = compare_parts(store, table, *found) && has_all_columns;
   }
   for (const Table& table : present.tables) {
-    if (wanted.table(table.name) == nullptr) store.findings().add(rule("table-extra"), table.name);
+    if (wanted.table(table.name) == nullptr)
+      store.findings().add(CORVAN_RULE("table-extra"), table.name);
   }
   return has_all_columns;
 }
@@ -79,16 +80,16 @@ void add_index_finding(StoreReader& store, const IndexDifference& difference) {
   };
   switch (difference.kind) {
     case IndexDifference::kMissing:
-      add(rule("index-missing")).set_repair(nullptr, index.sql);
+      add(CORVAN_RULE("index-missing")).set_repair(nullptr, index.sql);
       break;
     case IndexDifference::kDiffers:
-      add(rule("index-differs")).set_repair(difference.old_sql, index.sql);
+      add(CORVAN_RULE("index-differs")).set_repair(difference.old_sql, index.sql);
       break;
     case IndexDifference::kOlder:
-      add(rule("index-older")).set_repair(index.sql, nullptr);
+      add(CORVAN_RULE("index-older")).set_repair(index.sql, nullptr);
       break;
     case IndexDifference::kOther:
-      add(rule("index-extra")).stored = index.sql;
+      add(CORVAN_RULE("index-extra")).stored = index.sql;
       break;
   }
 }
@@ -105,7 +106,7 @@ void find_triggers_and_views(StoreReader& store) {
       "select type,name,sql from sqlite_master where type in('trigger','view') order by name",
       [&store](const Row& row) {
         const std::string name = fmt::format("{} {}", row.text(0), row.text(1));
-        store.findings().add(rule("schema-extra"), name).stored = row.text(2);
+        store.findings().add(CORVAN_RULE("schema-extra"), name).stored = row.text(2);
       }));
 }
 
@@ -146,7 +147,9 @@ void check_sequence(StoreReader& store, int64_t largest_id) {
   Json value;
   if (stored.size() == 1) value = stored[0];
   if (stored.size() > 1) value = stored;
-  store.findings().add(rule("sequence-behind"), "sqlite_sequence").set_repair(value, largest_used);
+  store.findings()
+      .add(CORVAN_RULE("sequence-behind"), "sqlite_sequence")
+      .set_repair(value, largest_used);
 }
 
 }  // namespace corvan_tool

@@ -73,9 +73,9 @@ void check_codes(const Row& row, const SessionRow& session, Findings& findings) 
   const Rule* const wrong_type = wrong_session_type(session.key.type);
   if (wrong_type != nullptr) report(*wrong_type, "session_type", session.key.type);
   const int64_t is_top = row.int64(kIsTop);
-  if (is_top != 0 && is_top != 1) report(rule("code-impossible"), "is_top", is_top);
+  if (is_top != 0 && is_top != 1) report(CORVAN_RULE("code-impossible"), "is_top", is_top);
   const int64_t silence = row.int64(kSilence);
-  if (!is_code(silence)) report(rule("code-impossible"), "silence", silence);
+  if (!is_code(silence)) report(CORVAN_RULE("code-impossible"), "silence", silence);
 }
 
 // Compares one row of t_session with its messages.
@@ -91,9 +91,9 @@ class SessionCheck {
 
   void run() {
     check_counter("unread_count", row_.unread_count, conversation_.unread(),
-                  rule("counter-unread"));
+                  CORVAN_RULE("counter-unread"));
     check_counter("mention_count", row_.mention_count, conversation_.mention(),
-                  rule("counter-mention"));
+                  CORVAN_RULE("counter-mention"));
     if (can_check_latest()) check_latest();
     if (can_check_time()) check_session_time();
     check_times();
@@ -136,11 +136,12 @@ class SessionCheck {
   const Rule* latest_rule() const {
     // If several messages share the newest time, latest_id may name any of them.
     if (own_latest_ != nullptr) {
-      return own_latest_->time < conversation_.newest_time() ? &rule("latest-older") : nullptr;
+      return own_latest_->time < conversation_.newest_time() ? &CORVAN_RULE("latest-older")
+                                                             : nullptr;
     }
-    if (named_ != nullptr) return &rule("latest-foreign");
-    if (row_.latest_id > 0) return &rule("latest-missing");
-    return conversation_.messages() > 0 ? &rule("latest-none") : nullptr;
+    if (named_ != nullptr) return &CORVAN_RULE("latest-foreign");
+    if (row_.latest_id > 0) return &CORVAN_RULE("latest-missing");
+    return conversation_.messages() > 0 ? &CORVAN_RULE("latest-none") : nullptr;
   }
 
   // The repair does what delete_message does: session_time becomes that of the latest message, and
@@ -165,7 +166,7 @@ class SessionCheck {
     if (row_.session_time == own_latest_->time || row_.session_time == newest) return;
     if (is_moved_by_draft(own_latest_->time)) return;
     const bool is_note = row_.session_time > newest || own_latest_->is_own;
-    add(is_note ? rule("session-time-apart") : rule("session-time"), "session_time")
+    add(is_note ? CORVAN_RULE("session-time-apart") : CORVAN_RULE("session-time"), "session_time")
         .set_repair(row_.session_time, newest);
   }
 
@@ -189,7 +190,7 @@ class SessionCheck {
     if (!can_check_latest()) columns.emplace_back("latest_id");
     if (!can_check_time()) columns.emplace_back("session_time");
     if (columns.empty()) return;
-    add(rule("not-judged"), fmt::format("{}", fmt::join(columns, ", "))).unchecked =
+    add(CORVAN_RULE("not-judged"), fmt::format("{}", fmt::join(columns, ", "))).unchecked =
         std::move(columns);
   }
 
@@ -237,12 +238,12 @@ void check_sessions(const Contents& contents, Findings& findings) {
     const Conversation& conversation = conversation_of(row, contents);
     SessionCheck(row, conversation, latest_message_of(row, contents), findings).run();
     if (conversation.rows() == 1 && conversation.messages() == 0) {
-      findings.add(rule("session-empty"), row.key, "t_session");
+      findings.add(CORVAN_RULE("session-empty"), row.key, "t_session");
     }
   }
   for (const auto& [key, conversation] : contents.conversations) {
     if (conversation.rows() < 2) continue;
-    findings.add(rule("row-twice"), key, "t_session").stored = conversation.rows();
+    findings.add(CORVAN_RULE("row-twice"), key, "t_session").stored = conversation.rows();
   }
 }
 

@@ -14,7 +14,7 @@ bool StoreReader::accept(int rc) {
 
 void StoreReader::add_damage(const std::string& detail) {
   is_damaged_ = true;
-  findings_.add(rule("file-damaged"), "").stored = detail;
+  findings_.add(CORVAN_RULE("file-damaged"), "").stored = detail;
 }
 
 void StoreReader::take_result(const std::string& table, int rc) {
@@ -23,7 +23,7 @@ void StoreReader::take_result(const std::string& table, int rc) {
     throw ToolError(name_ + ": " + connection_.error());
   }
   // Later failures have the same cause.
-  if (is_complete_) findings_.add(rule("rows-unread"), table).stored = connection_.error();
+  if (is_complete_) findings_.add(CORVAN_RULE("rows-unread"), table).stored = connection_.error();
   is_complete_ = false;
 }
 

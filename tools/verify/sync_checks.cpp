@@ -26,7 +26,7 @@ class SyncCheck {
     if (type != "text") {
       add(text_type_rule(type), user, "user_id").stored = type;
     } else if (++rows_[user] == 2) {
-      add(rule("row-twice"), user, "user_id");
+      add(CORVAN_RULE("row-twice"), user, "user_id");
     }
     const bool is_good = check_integers(row, 1, kMarks, [&](const char* column, const char* bad) {
       add(number_type_rule(bad), user, column).stored = bad;
@@ -45,14 +45,14 @@ class SyncCheck {
     if (const Rule* const broken = broken_rule(mark); broken != nullptr) {
       add(*broken, user, column).stored = mark;
     } else if (are_messages_complete_ && mark < newest) {
-      Finding& finding = add(rule("sync-behind"), user, column);
+      Finding& finding = add(CORVAN_RULE("sync-behind"), user, column);
       finding.stored = mark;
       finding.derived = newest;
     }
   }
 
   const Rule* broken_rule(int64_t mark) const {
-    if (mark < 0) return &rule("sync-negative");
+    if (mark < 0) return &CORVAN_RULE("sync-negative");
     return mark == 0 ? nullptr : wrong_time(mark, now_);  // 0: never set
   }
 

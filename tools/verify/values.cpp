@@ -33,11 +33,11 @@ const char* type_name(const Row& row, int column) {
 }
 
 const Rule& number_type_rule(std::string_view type) {
-  return type == "null" ? rule("integer-null") : rule("column-type");
+  return type == "null" ? CORVAN_RULE("integer-null") : CORVAN_RULE("column-type");
 }
 
 const Rule& text_type_rule(std::string_view type) {
-  return type == "null" ? rule("text-null") : rule("column-type");
+  return type == "null" ? CORVAN_RULE("text-null") : CORVAN_RULE("column-type");
 }
 
 bool is_code(int64_t value) {
@@ -47,12 +47,12 @@ bool is_code(int64_t value) {
 
 const Rule* wrong_session_type(int64_t type) {
   if (type >= Corvan::CV_PRIVATE && type <= Corvan::CV_SYSTEM) return nullptr;
-  return is_code(type) ? &rule("kind-unknown") : &rule("code-impossible");
+  return is_code(type) ? &CORVAN_RULE("kind-unknown") : &CORVAN_RULE("code-impossible");
 }
 
 const Rule* wrong_time(int64_t time, int64_t now) {
-  if (time < kLeastTime || time >= kMostTime) return &rule("time-unit");
-  return time > now + kOneDay ? &rule("time-future") : nullptr;
+  if (time < kLeastTime || time >= kMostTime) return &CORVAN_RULE("time-unit");
+  return time > now + kOneDay ? &CORVAN_RULE("time-future") : nullptr;
 }
 
 int64_t time_now() {
