@@ -229,7 +229,7 @@ TEST_F(ExportTest, NamesWhatIsLeftOut) {
   const Outcome outcome = run({"export", store(), "--format", "jsonl"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err, "corvan: " + file() +
-                             ": left out, since it is no part of a message store: table notes, "
+                             ": left out, not part of a message store: table notes, "
                              "table sqlite_stat1, index by_sender, index t_message_sent_time as "
                              "it is in this file, column t_sync.sum, column t_session.colour, "
                              "application_id\n");
@@ -244,8 +244,8 @@ TEST_F(ExportTest, WarnsAboutRowsThatRestoreMayRefuse) {
   const Outcome outcome = run({"export", store(), "room", "--format", "jsonl"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err.find("corvan: " + file() +
-                             ": 'corvan restore' may refuse rows, since they are in tables unlike "
-                             "a new store's: t_session has no column draft text default '', "),
+                             ": 'corvan restore' may refuse rows, because tables differ from a new "
+                             "store's: t_session has no column draft text default '', "),
             0U)
       << outcome.err;
   const std::string end = "t_session has no key session_id,session_type; see 'corvan verify'\n";

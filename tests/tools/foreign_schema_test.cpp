@@ -109,7 +109,7 @@ TEST_F(ForeignSchemaTest, ExportNamesColumnsThatItLeavesOut) {
       "alter table t_sync add column \"\x1b[2J\" integer");
   EXPECT_EQ(records(said), before);
   EXPECT_EQ(said, "corvan: " + file() +
-                      ": left out, since it is no part of a message store: "
+                      ": left out, not part of a message store: "
                       "column t_sync.\\x1b[2J, column t_session.type, column t_message.rowid, "
                       "column t_message.type, column t_message.a\"b'c, column t_message.format\n");
 }

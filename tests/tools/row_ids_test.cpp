@@ -94,10 +94,9 @@ TEST_F(RowIdsTest, ColumnsNamedLikeRowIdsDoNotAffectExports) {
       EXPECT_EQ(html(), as_html);
       EXPECT_EQ(output({"export", store(), "--format", "csv"}), as_csv);
       EXPECT_EQ(records(said), as_jsonl);
-      EXPECT_EQ(
-          said.find("corvan: " + file() +
-                    ": left out, since it is no part of a message store: column " + table + "."),
-          0U)
+      EXPECT_EQ(said.find("corvan: " + file() + ": left out, not part of a message store: column " +
+                          table + "."),
+                0U)
           << said;
       write_file(file(), before);
     }

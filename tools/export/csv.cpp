@@ -19,7 +19,7 @@ namespace corvan_tool {
 
 namespace {
 
-// Without it, some spreadsheet programs guess another encoding.
+// Without this mark, some spreadsheet programs guess another encoding.
 constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
 
 constexpr const char* kQuery =
@@ -30,7 +30,7 @@ constexpr const char* kQuery =
     "m.is_mention,m.client_uid,m.server_uid "
     "from t_message m";
 
-enum Meaning { kNumber, kText, kKind, kTime, kDirection, kSentState, kReadState };
+enum Meaning { kNumber, kText, kType, kTime, kDirection, kSentState, kReadState };
 
 struct CsvColumn {
   const char* heading;
@@ -40,7 +40,7 @@ struct CsvColumn {
 
 constexpr std::array<CsvColumn, 15> kColumns = {{
     {"id", 0, kNumber},
-    {"kind", 1, kKind},
+    {"kind", 1, kType},
     {"session_id", 2, kText},
     {"title", 3, kText},
     {"time_utc", 4, kTime},
@@ -56,7 +56,7 @@ constexpr std::array<CsvColumn, 15> kColumns = {{
     {"server_uid", 13, kText},
 }};
 
-// Converts a text to UTF-8 without zero bytes: readers of CSV cannot handle those.
+// Converts a text to valid UTF-8 without zero bytes, which readers of CSV cannot handle.
 std::string clean(const std::string& text) {
   std::string result;
   std::size_t begin = 0;
@@ -123,8 +123,8 @@ bool ends_cell(int32_t c) {
 // The state of the record that is being written.
 struct CsvRecord {
   CsvReader reader;
-  // Whether a text in the record had a line end. Some programs end the record there. They then see
-  // the rest of the record outside of quotes, and separate cells at the commas in texts.
+  // Whether a text in the record contained a line end. Some programs end the record there, read the
+  // rest as if it were outside quotes, and separate cells at the commas in texts.
   bool has_line_end = false;
 };
 
@@ -147,7 +147,7 @@ std::string without_formulas(std::string_view text, CsvRecord& record) {
   return result;
 }
 
-// Always in quotes: some programs also end fields at other characters than commas.
+// Always in quotes, because some programs end fields at other characters than commas.
 std::string text_field(const std::string& stored, CsvRecord& record) {
   std::string text = without_formulas(clean(stored), record);
   if (record.reader == CsvReader::kTerminal) text = printable(text);
@@ -156,7 +156,7 @@ std::string text_field(const std::string& stored, CsvRecord& record) {
   return result + '"';
 }
 
-// A number as it is. Another program may have stored a text instead: that becomes a text field.
+// A number as it is. If another program stored a text instead, a text field.
 std::string number_field(const Row& row, int place, CsvRecord& record) {
   const int type = row.type(place);
   const std::string value = row.text(place);
@@ -176,7 +176,7 @@ std::string direction_name(int32_t direction) {
 
 std::string field_of(const Row& row, const CsvColumn& column, CsvRecord& record) {
   switch (column.meaning) {
-    case kKind:
+    case kType:
       return code_field(row, column.place, record, kind_name);
     case kTime:
       return time_text(row.int64(column.place));

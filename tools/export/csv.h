@@ -1,4 +1,4 @@
-// An export as CSV, for spreadsheets.
+// Writes an export as CSV, for spreadsheets.
 
 #ifndef TOOLS_EXPORT_CSV_H_
 #define TOOLS_EXPORT_CSV_H_
@@ -8,6 +8,7 @@
 
 namespace corvan_tool {
 
+// Who reads the output.
 enum class CsvReader { kProgram, kTerminal };
 
 // Writes a line of headings and one record per message. For a terminal, texts are printable().

@@ -28,8 +28,7 @@ struct ExportPart {
   int64_t written = 0;
 };
 
-// Partial exports omit the sync times, because those claim completeness: that all messages up to
-// that time are there.
+// Partial exports omit sync times, because those claim that all messages up to that time are there.
 bool is_wanted(const ExportTable& table, bool is_partial) {
   return !is_partial || &table != &export_tables()[kSyncs];
 }

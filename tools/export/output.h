@@ -10,7 +10,7 @@
 
 namespace corvan_tool {
 
-// What an export has written.
+// How much an export has written.
 struct ExportCounts {
   int64_t sessions = 0;
   int64_t messages = 0;
@@ -18,7 +18,8 @@ struct ExportCounts {
   int64_t bytes = 0;
 };
 
-// Throws ToolError: `path`, which is an Unfinished or inside one, cannot be written.
+// Throws ToolError with the reason why `path` cannot be written. `path` is an Unfinished, or is
+// inside one.
 [[noreturn]] void fail_to_write(const std::string& path, const std::string& error);
 
 // A file, or standard output. Each function throws ToolError if it cannot write.
@@ -33,7 +34,7 @@ class ExportOutput {
 
   void write(std::string_view text);
 
-  // Call this at the end: the destructor does not check whether the rest could be written.
+  // Call this at the end: the destructor does not check whether everything was written.
   void close();
 
  private:

@@ -70,8 +70,7 @@ void warn_about_losses(const ExportSource& source, const Schema& wanted, const S
   for (const ExportTable& table : export_tables()) add_unknown_columns(source, table, names);
   add_settings(source, names);
   if (names.empty()) return;
-  warn(source,
-       fmt::format("left out, since it is no part of a message store: {}", fmt::join(names, ", ")));
+  warn(source, fmt::format("left out, not part of a message store: {}", fmt::join(names, ", ")));
 }
 
 // Adds the columns and keys of a new store's table that the file's table lacks.
@@ -95,8 +94,8 @@ void warn_about_missing_parts(const ExportSource& source, const Schema& wanted,
   }
   if (names.empty()) return;
   warn(source,
-       fmt::format("'corvan restore' may refuse rows, since they are in tables unlike a new "
-                   "store's: {}; see 'corvan verify'",
+       fmt::format("'corvan restore' may refuse rows, because tables differ from a new store's: "
+                   "{}; see 'corvan verify'",
                    fmt::join(names, ", ")));
 }
 

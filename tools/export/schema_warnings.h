@@ -1,4 +1,4 @@
-// Warnings about a store whose schema differs from a new store's.
+// Warns about a store whose schema differs from a new store's.
 
 #ifndef TOOLS_EXPORT_SCHEMA_WARNINGS_H_
 #define TOOLS_EXPORT_SCHEMA_WARNINGS_H_
@@ -7,8 +7,8 @@
 
 namespace corvan_tool {
 
-// Names on standard error what an export in JSON Lines leaves out, and what the tables lack that
-// those of a restored store have. Throws ToolError if the schema cannot be read.
+// Lists on standard error what an export in JSON Lines leaves out, and which columns and keys the
+// tables lack compared with a restored store. Throws ToolError if the schema cannot be read.
 void warn_about_schema(const ExportSource& source);
 
 }  // namespace corvan_tool

@@ -13,9 +13,9 @@ namespace corvan_tool {
 
 namespace {
 
-std::string kind_condition_of(const std::vector<Corvan::SessionType>& kinds) {
-  if (kinds.empty()) return "1";
-  const std::vector<int32_t> numbers(kinds.begin(), kinds.end());
+std::string type_condition_of(const std::vector<Corvan::SessionType>& types) {
+  if (types.empty()) return "1";
+  const std::vector<int32_t> numbers(types.begin(), types.end());
   return fmt::format("session_type in({})", fmt::join(numbers, ","));
 }
 
@@ -43,11 +43,11 @@ std::string quoted_text(const std::string& text) {
 }
 
 ExportSource::ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
-                           const std::vector<Corvan::SessionType>& kinds)
+                           const std::vector<Corvan::SessionType>& types)
     : store_(folder),
-      is_partial_(!session_ids.empty() || !kinds.empty()),
-      kind_condition_(kind_condition_of(kinds)),
-      condition_(kind_condition_ + id_condition_of(session_ids)) {
+      is_partial_(!session_ids.empty() || !types.empty()),
+      type_condition_(type_condition_of(types)),
+      condition_(type_condition_ + id_condition_of(session_ids)) {
   require_columns();
   for (const std::string& id : session_ids) require_conversation(id);
 }
@@ -103,13 +103,13 @@ void ExportSource::require_columns() const {
 
 void ExportSource::require_conversation(const std::string& id) const {
   const std::string where =
-      fmt::format("where session_id collate binary={} and {}", quoted_text(id), kind_condition_);
+      fmt::format("where session_id collate binary={} and {}", quoted_text(id), type_condition_);
   const std::string sql = fmt::format(
       "select exists(select 1 from t_session {0}) or exists(select 1 from t_message {0})", where);
   if (number(sql) != 0) return;
-  const bool any_kind = kind_condition_ == "1";
+  const bool any_type = type_condition_ == "1";
   throw ToolError(fmt::format("{}: no conversation \"{}\"{}; 'corvan list' shows all conversations",
-                              store_.name(), id, any_kind ? "" : " of these types"));
+                              store_.name(), id, any_type ? "" : " of these types"));
 }
 
 }  // namespace corvan_tool

@@ -1,4 +1,4 @@
-// The part of a store that an export takes.
+// Selects the conversations that an export contains.
 
 #ifndef TOOLS_EXPORT_SELECTION_H_
 #define TOOLS_EXPORT_SELECTION_H_
@@ -16,10 +16,10 @@ namespace corvan_tool {
 // A snapshot of a store, with the conversations that are selected.
 class ExportSource {
  public:
-  // Selects everything if there are no ids and no kinds. Throws ToolError if the store cannot be
-  // read, if one of its tables lacks a column, or if an id names no conversation of these kinds.
+  // Selects everything if there are no ids and no types. Throws ToolError if the store cannot be
+  // read, if one of its tables lacks a column, or if an id names no conversation of these types.
   ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
-               const std::vector<Corvan::SessionType>& kinds);
+               const std::vector<Corvan::SessionType>& types);
 
   const Snapshot& store() const { return store_; }
 
@@ -41,8 +41,8 @@ class ExportSource {
   // rows.
   int64_t rows_of(const std::string& table) const;
 
-  // Throws ToolError unless the numbers are equal: `found` rows were found by way of an index, and
-  // the table has `all`.
+  // Throws ToolError unless `found`, the number of rows found through an index, equals `all`, the
+  // number of rows in the table.
   void require_all(const std::string& table, int64_t found, int64_t all) const;
 
  private:
@@ -51,7 +51,7 @@ class ExportSource {
 
   const Snapshot store_;
   const bool is_partial_;
-  const std::string kind_condition_;
+  const std::string type_condition_;
   const std::string condition_;
 };
 

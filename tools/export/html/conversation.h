@@ -1,4 +1,4 @@
-// The pages of one conversation.
+// Writes the pages of one conversation.
 
 #ifndef TOOLS_EXPORT_HTML_CONVERSATION_H_
 #define TOOLS_EXPORT_HTML_CONVERSATION_H_
@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <string>
 
-#include "tools/export/html/page_plan.h"
 #include "tools/export/output.h"
 #include "tools/export/selection.h"
 #include "tools/ui/progress.h"
@@ -15,11 +14,11 @@
 namespace corvan_tool {
 
 struct HtmlConversation {
-  std::string messages;  // the part "from t_message where ..." of a statement that finds them
+  std::string messages;  // the part "from t_message where ..." of a statement
   std::string id;
   std::string title;
   std::string draft;
-  Code kind;
+  Code type;
   int64_t is_top = 0;
   int64_t silence = 0;
   int64_t unread = 0;
@@ -42,11 +41,8 @@ struct HtmlNewest {
 // The file of a page. Conversations and pages count from 1.
 std::string page_file(std::size_t conversation, std::size_t page);
 
-// The element <header> of each page, with name, settings, draft and links to months.
-std::string conversation_header(const HtmlConversation& conversation, std::size_t number,
-                                const PagePlan& plan);
-
-// Writes the pages of the conversation with this number to `folder`.
+// Writes the pages of the conversation with this number to `folder`. Throws ToolError if the store
+// cannot be read or a page cannot be written.
 HtmlNewest write_conversation(const ExportSource& source, const HtmlConversation& conversation,
                               const std::string& folder, std::size_t number, ExportCounts& counts,
                               Progress& progress);

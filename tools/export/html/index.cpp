@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::size_t kConversationsOnAPage = 1000;
 
-// A row with the id and kind of a conversation.
+// The row that has the id and the type of a conversation.
 struct ConversationRow {
   const char* table;  // t_session, or t_message for messages whose conversation has no row
   int64_t row_id;
@@ -47,7 +47,7 @@ void add_rows(const ExportSource& source, const std::string& sql, const char* ta
   });
 }
 
-// In the order of the list. Messages without a conversation come last.
+// In the order of the conversation list. Conversations without a row come last.
 std::vector<ConversationRow> conversations_of(const ExportSource& source, const RowIdNames& names) {
   std::vector<ConversationRow> places;
   add_rows(source,
@@ -92,7 +92,7 @@ HtmlConversation read_conversation(const ExportSource& source, const Conversatio
   source.store().each_row(fmt::format("select session_id,session_type{} {}", settings, from),
                           [&c](const Row& row) {
                             c.id = row.text(0);
-                            c.kind = code_at(row, 1);
+                            c.type = code_at(row, 1);
                             if (c.has_row) read_settings(row, c);
                           });
   return c;
@@ -122,7 +122,7 @@ std::string tags_of(const HtmlConversation& c) {
 }
 
 std::string newest_text(const HtmlConversation& c, const HtmlNewest& newest) {
-  if (newest.messages == 0) return html_code(c.kind, kind_name) + ", no messages";
+  if (newest.messages == 0) return html_code(c.type, kind_name) + ", no messages";
   return fmt::format("<bdi>{}</bdi>: <bdi>{}</bdi>", html_line(newest.sender),
                      html_line(newest.text));
 }
@@ -138,7 +138,7 @@ std::string entry(const HtmlConversation& c, const HtmlNewest& newest, std::size
       when_element(newest.time), newest_text(c, newest), tags_of(c));
 }
 
-// The line below the heading: how much the export holds.
+// The line below the heading: what the export contains.
 std::string facts_of(const ExportSource& source, std::size_t conversations, int64_t messages) {
   std::string facts = counted(static_cast<int64_t>(conversations), "conversation") + " · " +
                       counted(messages, "message");

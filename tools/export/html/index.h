@@ -1,4 +1,4 @@
-// An export as HTML pages.
+// Writes an export as HTML pages, and the index of conversations.
 
 #ifndef TOOLS_EXPORT_HTML_INDEX_H_
 #define TOOLS_EXPORT_HTML_INDEX_H_

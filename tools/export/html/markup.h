@@ -1,4 +1,4 @@
-// What all pages of an export have in common.
+// The markup that all pages of an export have in common.
 
 #ifndef TOOLS_EXPORT_HTML_MARKUP_H_
 #define TOOLS_EXPORT_HTML_MARKUP_H_

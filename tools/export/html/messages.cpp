@@ -20,7 +20,7 @@ namespace corvan_tool {
 namespace {
 
 constexpr int64_t kLongestPause = int64_t{5} * 60 * 1000;  // within a group, in milliseconds
-constexpr std::size_t kLongestCard = 600;                  // bytes that are shown unfolded
+constexpr std::size_t kLongestCard = 600;                  // longer content is folded, in bytes
 
 // A message that is not a text: its kind, and its content as it is stored.
 void append_card(const ShownMessage& m, std::string& html) {
@@ -134,7 +134,7 @@ bool MessageList::begin_day(int64_t time, std::string& html) {
   return true;
 }
 
-// Marks the first unread message of the conversation. Returns whether this is the one.
+// Marks the first unread message of the conversation. Returns whether `message` is that one.
 bool MessageList::begin_new_messages(const ShownMessage& message, std::string& html) {
   if (has_marked_new_ || !message.is_unread()) return false;
   has_marked_new_ = true;
@@ -151,7 +151,7 @@ std::string MessageList::month_anchor(int64_t time) {
 }
 
 bool MessageList::continues_group(const ShownMessage& message) const {
-  const bool has_date = !day_.empty();  // of both messages: they are on the same day
+  const bool has_date = !day_.empty();  // both messages have one, or neither: the day is the same
   return message.sender == sender_ && message.is_own() == was_own_ && has_date &&
          message.time - time_ < kLongestPause;
 }

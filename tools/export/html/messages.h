@@ -1,4 +1,4 @@
-// The messages of a conversation as HTML.
+// Formats the messages of a conversation as HTML.
 
 #ifndef TOOLS_EXPORT_HTML_MESSAGES_H_
 #define TOOLS_EXPORT_HTML_MESSAGES_H_
@@ -25,7 +25,7 @@ struct ShownMessage {
 
   bool is_own() const { return direction.number == 0; }
   bool is_unread() const { return !is_own() && read_status.number == 0; }
-  // Whether the content is what the sender wrote; otherwise it is data of some kind.
+  // Whether the content is what the sender wrote; otherwise it is data for the client.
   bool is_text() const { return object_name == "CV:TxtMsg"; }
 };
 
@@ -33,8 +33,8 @@ struct ShownMessage {
 extern const char* const kShownColumns;
 void read_message(const Row& row, ShownMessage& message);
 
-// Divides messages into sections by day, and in these into groups: messages of one sender with
-// little time between them share one name.
+// Divides messages into sections by day, and sections into groups. Messages of one sender with
+// little time between them are a group: only the first one shows the sender's name.
 class MessageList {
  public:
   // `plan` must outlive the object.
@@ -43,7 +43,7 @@ class MessageList {
   // Appends the next message of the conversation.
   void add(const ShownMessage& message, std::string& html);
 
-  // Ends the section of the last day; the next message begins a page.
+  // Ends the page: the next message begins a new section.
   void end_page(std::string& html);
 
  private:
@@ -56,7 +56,7 @@ class MessageList {
   std::size_t next_month_ = 0;
   int days_ = 0;  // on the page
   bool has_marked_new_ = false;
-  // These belong to the last message.
+  // Of the last message:
   std::string day_;  // empty if it has no date
   std::string sender_;
   bool was_own_ = false;

@@ -1,4 +1,4 @@
-// How the messages of a conversation are divided into pages.
+// Divides the messages of a conversation into pages.
 
 #ifndef TOOLS_EXPORT_HTML_PAGE_PLAN_H_
 #define TOOLS_EXPORT_HTML_PAGE_PLAN_H_

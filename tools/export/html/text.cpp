@@ -10,7 +10,7 @@ namespace corvan_tool {
 
 namespace {
 
-// The characters of most texts. Only the escapes of HTML may change them.
+// The characters of most texts. At most they are escaped for HTML.
 constexpr const char* kPlain =
     "\t\n !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`"
     "abcdefghijklmnopqrstuvwxyz{|}~";

@@ -1,4 +1,4 @@
-// Texts of a store on HTML pages. Whatever a text contains, it is shown as text.
+// Escapes a store's texts for HTML pages, so that nothing in them acts as markup.
 
 #ifndef TOOLS_EXPORT_HTML_TEXT_H_
 #define TOOLS_EXPORT_HTML_TEXT_H_
@@ -8,7 +8,8 @@
 
 namespace corvan_tool {
 
-// printable(), but keeps direction marks such as U+200E: they do not affect the text around them.
+// As printable(), but keeps direction marks such as U+200E, which do not affect the text around
+// them.
 std::string one_line(std::string_view text);
 
 // A text on one line, escaped for an element or a quoted attribute.
@@ -18,7 +19,7 @@ std::string html_line(std::string_view text);
 // bidirectional controls become visible escapes; bytes that are not UTF-8 become U+FFFD.
 std::string html_body(std::string_view text);
 
-// The first character, as a sign for a person or a conversation; "#" if it cannot be shown.
+// The first character, as a sign for a conversation; "#" if it cannot be shown.
 std::string html_initial(std::string_view text);
 
 }  // namespace corvan_tool

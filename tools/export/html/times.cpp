@@ -19,15 +19,13 @@ std::optional<std::tm> calendar(int64_t time) {
 
 std::string formatted(const std::tm& time, TimeForm form) {
   const int year = time.tm_year + 1900;  // not %Y, which would add zeros to years below 1000
-  const int month = time.tm_mon + 1;
   switch (form) {
     case kInstant:
-      return fmt::format("{}-{:02}-{:02}T{:02}:{:02}:{:02}Z", year, month, time.tm_mday,
-                         time.tm_hour, time.tm_min, time.tm_sec);
+      return fmt::format("{}-{:%m-%dT%H:%M:%S}Z", year, time);
     case kDate:
-      return fmt::format("{}-{:02}-{:02}", year, month, time.tm_mday);
+      return fmt::format("{}-{:%m-%d}", year, time);
     case kClock:
-      return fmt::format("{:02}:{:02}", time.tm_hour, time.tm_min);
+      return fmt::format("{:%H:%M}", time);
     case kMonth:
       return fmt::format("{:%B} {}", time, year);
     case kDay:

@@ -1,4 +1,4 @@
-// Times on pages, in UTC.
+// Formats times for pages, in UTC.
 
 #ifndef TOOLS_EXPORT_HTML_TIMES_H_
 #define TOOLS_EXPORT_HTML_TIMES_H_
