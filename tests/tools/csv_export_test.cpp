@@ -85,9 +85,9 @@ TEST_F(CsvExportTest, TextsHaveNoFormulasAndNoZeroBytes) {
   }
 }
 
-// The cells that a program sees which separates fields by `separator` and recognises quotes only at
-// the beginning of a field. With `splits_quoted`, it ends a record at every line end, even in
-// quotes.
+// The cells in the eyes of a program that separates fields by `separator` and recognises quotes
+// only at the beginning of a field. With `splits_quoted`, the program ends a record at every line
+// end, even within quotes.
 std::vector<std::string> cells(const std::string& csv, char separator, bool splits_quoted) {
   enum { kBegin, kPlain, kQuoted, kAfterQuote } state = kBegin;
   std::vector<std::string> all(1);

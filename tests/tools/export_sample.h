@@ -1,4 +1,4 @@
-// What the tests of export and restore have in common.
+// The fixture of the tests of export and restore.
 
 #ifndef TESTS_TOOLS_EXPORT_SAMPLE_H_
 #define TESTS_TOOLS_EXPORT_SAMPLE_H_

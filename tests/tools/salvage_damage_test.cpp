@@ -1,5 +1,5 @@
-// What salvage recovers from a file with damaged pages. What can be recovered is worked out from
-// the pages that SQLite says hold each row of the sound file, before it is damaged.
+// What salvage recovers from a file with damaged pages. Before the damage, SQLite tells which page
+// holds each row. So each test knows which rows can be recovered.
 
 #include <algorithm>
 #include <iterator>
@@ -187,7 +187,7 @@ TEST_F(SalvageTest, RecoversEveryRowDespiteBitErrorsInInnerPages) {
     std::mt19937_64 random(seed);
     std::string damaged = sound;
     const std::size_t page = pages.inner[random_below(random, pages.inner.size())];
-    // In use are the header and cell pointers at the page's start, and the cells at its end.
+    // An inner page is in use at its start (header and cell pointers) and at its end (cells).
     for (unsigned i = 0; i < 1 + seed % 3; ++i) {
       const std::size_t bit = random_below(random, 8 * 200);
       flip_bit(damaged, page, i % 2 == 0 ? bit : 8 * kPageSize - 1 - bit);

@@ -42,7 +42,7 @@ class SalvageTest : public ToolTest {
   // recovered, and the reported losses must agree with the real ones.
   Json expect_best(const std::string& damaged, const std::set<std::size_t>& bad, int status = 1);
 
-  // Of the sound file.
+  // The pages of a table of the sound file.
   StorePages store_pages_of(const std::string& table) const;
 
   // Overwrites the pages that hold rows of a table.

@@ -1,4 +1,4 @@
-// Files that were made to keep salvage busy. Whatever they claim, memory, time and output are
+// Files that were made to exhaust memory or time. Whatever they claim, memory, time and output are
 // bounded by the bytes that exist.
 
 #include <cstddef>

@@ -48,7 +48,7 @@ TEST_F(SalvageTest, ReadsTheLogAndReportsItsDamage) {
   EXPECT_EQ(new_rows("select count(*),max(id) from t_message"), Rows{"1495|1500"});
 }
 
-TEST_F(SalvageTest, IdsOfLostCommitsAreNotGivenAgain) {
+TEST_F(SalvageTest, IdsOfLostCommitsAreNotAssignedAgain) {
   std::string log = log_of(file(),
                            "update t_message set content='first' where id=5;"
                            "update sqlite_sequence set seq=2000 where name='t_message'");
@@ -57,7 +57,7 @@ TEST_F(SalvageTest, IdsOfLostCommitsAreNotGivenAgain) {
   EXPECT_EQ(salvage(1)["largest_id"], 2000);
   std::filesystem::remove(file() + "-wal");
 
-  // Ids that indexes name are not given again either if the stored largest id is too small.
+  // Nor are ids that indexes name, if the stored largest id is too small.
   plant("update sqlite_sequence set seq=5");
   sound = read_file(file());
   const StorePages pages = store_pages_of("t_message");

@@ -92,13 +92,13 @@ TEST_F(SalvageTest, MakesLostConversations) {
   EXPECT_EQ(counts["lost_at_least"], 30);
   EXPECT_EQ(counts["lost_at_most"], 30);
   EXPECT_EQ(counts["made"], 30);
-  // Columns that indexes hold are restored; the others are as in a new row.
+  // Columns that are in an index are restored. The others have the defaults of a new row.
   EXPECT_EQ(new_rows("select rowid,*from t_session"),
             corvan_test::rows(original,
                               "select rowid,session_id,session_type,'','',is_top,session_time,"
                               "unread_count,mention_count,silence,latest_id,0,0 from t_session"));
 
-  // Without the indexes, only messages tell which conversations there were.
+  // Without the indexes, only messages show which conversations existed.
   for (const char* index :
        {"t_session_latest_id", "t_session_list", "sqlite_autoindex_t_session_1"}) {
     for (const std::string& page : corvan_test::rows(
@@ -125,7 +125,7 @@ TEST_F(SalvageTest, CountsLostConversationsOnce) {
                          "'sqlite_autoindex_t_session_1')")) {
     overwrite(damaged, std::stoul(page), 0, std::string(kPageSize, 'x'));
   }
-  // What is left of the indexes names only row ids, and may be incomplete.
+  // The only index that is left names only row ids, and may be incomplete.
   for (const std::string& page : corvan_test::rows(
            folder.file("original"), "select pageno from dbstat where name='t_session_latest_id'")) {
     overwrite(damaged, std::stoul(page), 7, "\x3f");

@@ -78,7 +78,7 @@ TEST_F(SalvageTest, NextCommandLeavesNothingToRepair) {
   EXPECT_EQ(Json::parse(second.out)["changes"], Json::array());
 }
 
-TEST_F(SalvageTest, MakesNothingOfFilesThatAreNotStores) {
+TEST_F(SalvageTest, MakesNoStoreFromOtherFiles) {
   std::mt19937_64 random(1);
   const std::string foreign = folder.file("foreign");
   write_file(foreign, "");
@@ -92,7 +92,7 @@ TEST_F(SalvageTest, MakesNothingOfFilesThatAreNotStores) {
     EXPECT_EQ(outcome.err, "");
     EXPECT_NE(outcome.out.find("nothing could be recovered; " + salvaged + " was not made\n"),
               std::string::npos);
-    EXPECT_NE(outcome.out.find("next: salvage another copy of the file, or go back to a backup\n"),
+    EXPECT_NE(outcome.out.find("next: salvage another copy of the file, or restore a backup\n"),
               std::string::npos);
     EXPECT_FALSE(file_exists(salvaged));
     const Json report = salvage(1);

@@ -1,4 +1,4 @@
-// What the tests of verify have in common.
+// The fixture of the tests of verify.
 
 #ifndef TESTS_TOOLS_VERIFY_FIXTURE_H_
 #define TESTS_TOOLS_VERIFY_FIXTURE_H_
@@ -25,7 +25,7 @@ constexpr const char* kContent =
 
 using Ids = std::vector<int64_t>;
 
-// A statement, and the only row of the only finding that it causes.
+// A statement, and the only finding that it causes, with one row.
 struct Planted {
   const char* sql;
   const char* code;
@@ -42,8 +42,8 @@ class VerifyTest : public ToolTest {
   // Makes a new store and calls `call` with it.
   void make_store(const std::function<void(OpenStore&)>& call);
 
-  // Messages 1 to 3 in the group "room", the second of them a mention; 4 in the private "u01"; 5 an
-  // own one there; 6 in the chat room "hall".
+  // Imports messages 1 to 3 into the group "room", the second of them a mention; 4 and an own
+  // message 5 into the private chat "u01"; 6 into the chat room "hall".
   void import_sample();
 
   // Saves a message in a group and returns its id.
@@ -59,8 +59,8 @@ class VerifyTest : public ToolTest {
   // The report's finding with this code. Fails if there is none.
   static Json finding(const Json& report, const std::string& code);
 
-  // Plants each statement alone in the sample. Expects its finding, and that --repair repairs it,
-  // or leaves the store as it is.
+  // Runs each statement on a new copy of the sample. Expects its finding, and that --repair either
+  // repairs it or leaves the store as it is.
   void expect_findings(const std::vector<Planted>& all);
 
   // The outcome of --repair as JSON.

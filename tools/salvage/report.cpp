@@ -141,7 +141,7 @@ void print_end(const SalvageReport& report) {
   if (!report.is_kept) {
     std::cout << fmt::format(
         "nothing could be recovered; {} was not made\n"
-        "next: salvage another copy of the file, or go back to a backup\n",
+        "next: salvage another copy of the file, or restore a backup\n",
         printable(report.folder));
     return;
   }

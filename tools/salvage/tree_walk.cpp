@@ -139,7 +139,7 @@ void TreeWalk::follow_step(const Step& step, const ReadLeaf& read, Way& way) {
 void TreeWalk::read_leaf(const Step& step, const Page& page, std::string_view bytes,
                          const ReadLeaf& read, Way& way) {
   if (!read({page, bytes, step.page, step.keys})) {
-    pages_.note(step.page, step.parent, way.what + ", or what leads to it");
+    pages_.note(step.page, step.parent, way.what + ", or the page that points to it");
     way.miss(step.around);
     return;
   }
