@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "base/cv_utils.h"
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/message_row.h"
@@ -47,11 +46,6 @@ int64_t anchor_time(const Snapshot& store, const HistoryOptions& options, int64_
     throw ToolError(fmt::format("{}: message {} is not in this conversation", store.name(), id));
   }
   return *time;
-}
-
-std::string quoted_texts(std::vector<std::string> texts) {
-  for (std::string& text : texts) Corvan::CvUtils::string_replace(text, "'", "''");
-  return fmt::format("'{}'", fmt::join(texts, "','"));
 }
 
 // ?1 and ?2 are the conversation, ?3 and ?4 time and id of the message at --before or --after, ?5

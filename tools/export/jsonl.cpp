@@ -36,7 +36,7 @@ bool is_wanted(const ExportTable& table, bool is_partial) {
 bool has_table(const ExportSource& source, const char* name) {
   return source.number(
              fmt::format("select count(*) from sqlite_master where type='table' and lower(name)={}",
-                         quoted_text(name))) != 0;
+                         quoted_texts({name}))) != 0;
 }
 
 ExportPart part_of(const ExportSource& source, const ExportTable& table) {

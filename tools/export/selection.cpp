@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 
 #include "tools/store/export_format.h"
 #include "tools/store/schema.h"
@@ -21,9 +20,7 @@ std::string type_condition_of(const std::vector<Corvan::SessionType>& types) {
 
 std::string id_condition_of(const std::vector<std::string>& session_ids) {
   if (session_ids.empty()) return "";
-  std::vector<std::string> quoted;
-  std::transform(session_ids.begin(), session_ids.end(), std::back_inserter(quoted), quoted_text);
-  return fmt::format(" and session_id collate binary in({})", fmt::join(quoted, ","));
+  return fmt::format(" and session_id collate binary in({})", quoted_texts(session_ids));
 }
 
 }  // namespace
@@ -34,12 +31,6 @@ Code code_at(const Row& row, int place) {
     if (number >= INT32_MIN && number <= INT32_MAX) return {static_cast<int32_t>(number), ""};
   }
   return {std::nullopt, row.text(place)};
-}
-
-std::string quoted_text(const std::string& text) {
-  std::string result = "'";
-  for (const char c : text) result.append(c == '\'' ? 2 : 1, c);
-  return result + "'";
 }
 
 ExportSource::ExportSource(const std::string& folder, const std::vector<std::string>& session_ids,
@@ -103,7 +94,7 @@ void ExportSource::require_columns() const {
 
 void ExportSource::require_conversation(const std::string& id) const {
   const std::string where =
-      fmt::format("where session_id collate binary={} and {}", quoted_text(id), type_condition_);
+      fmt::format("where session_id collate binary={} and {}", quoted_texts({id}), type_condition_);
   const std::string sql = fmt::format(
       "select exists(select 1 from t_session {0}) or exists(select 1 from t_message {0})", where);
   if (number(sql) != 0) return;

@@ -62,9 +62,6 @@ struct Code {
 };
 Code code_at(const Row& row, int place);
 
-// A text as an SQL literal.
-std::string quoted_text(const std::string& text);
-
 }  // namespace corvan_tool
 
 #endif  // TOOLS_EXPORT_SELECTION_H_

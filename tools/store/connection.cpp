@@ -51,4 +51,14 @@ std::string quoted_name(const std::string& name) {
   return result + '"';
 }
 
+std::string quoted_texts(const std::vector<std::string>& texts) {
+  std::string result;
+  for (const std::string& text : texts) {
+    result += result.empty() ? "'" : ",'";
+    for (const char c : text) result.append(c == '\'' ? 2 : 1, c);
+    result += '\'';
+  }
+  return result;
+}
+
 }  // namespace corvan_tool

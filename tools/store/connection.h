@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace corvan_tool {
 
@@ -125,6 +126,9 @@ inline std::string text_at(sqlite3_stmt* row, int column) {
 
 // A name quoted as an SQL identifier.
 std::string quoted_name(const std::string& name);
+
+// Texts as SQL literals, separated by commas.
+std::string quoted_texts(const std::vector<std::string>& texts);
 
 }  // namespace corvan_tool
 

@@ -13,4 +13,8 @@ std::string seconds_text(double seconds) {
   return fmt::format("{:.2f}", seconds);
 }
 
+std::string counted(int64_t count, std::string_view noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
 }  // namespace corvan_tool

@@ -1,4 +1,4 @@
-// Sizes and durations as text.
+// Sizes, durations and counts as text.
 
 #ifndef TOOLS_UI_UNITS_H_
 #define TOOLS_UI_UNITS_H_
@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace corvan_tool {
 
@@ -14,6 +15,9 @@ std::string size_text(int64_t bytes);
 
 // "1.25".
 std::string seconds_text(double seconds);
+
+// "1 message", "2 messages".
+std::string counted(int64_t count, std::string_view noun);
 
 // The time since its construction.
 class Stopwatch {

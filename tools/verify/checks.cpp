@@ -38,7 +38,7 @@ void check_rows(StoreReader& store, Report& report) {
   message_findings.move_to(store.findings());
   if (store.is_complete()) check_sequence(store, contents.largest_id);
 
-  report.sessions = contents.sessions.size();
+  report.sessions = static_cast<int64_t>(contents.sessions.size());
   report.messages = contents.messages;
   report.session_row_id = contents.session_row_id;
   report.complete = store.is_complete();
@@ -46,10 +46,9 @@ void check_rows(StoreReader& store, Report& report) {
 
 }  // namespace
 
-std::size_t Report::count(Rank rank) const {
-  return static_cast<std::size_t>(
-      std::count_if(findings.begin(), findings.end(),
-                    [rank](const Finding& finding) { return finding.rule->rank == rank; }));
+int64_t Report::count(Rank rank) const {
+  return std::count_if(findings.begin(), findings.end(),
+                       [rank](const Finding& finding) { return finding.rule->rank == rank; });
 }
 
 Report check_store(const Connection& connection, const std::string& name) {

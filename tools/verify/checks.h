@@ -3,7 +3,6 @@
 #ifndef TOOLS_VERIFY_CHECKS_H_
 #define TOOLS_VERIFY_CHECKS_H_
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,13 +15,13 @@ class Connection;
 
 struct Report {
   std::vector<Finding> findings;  // in the order in which --repair applies them
-  std::size_t sessions = 0;
+  int64_t sessions = 0;
   int64_t messages = 0;
   std::string session_row_id;  // the name of t_session's row ids in SQL; empty if none
   bool damaged = false;        // the file is damaged
   bool complete = false;       // all rows could be read
 
-  std::size_t count(Rank rank) const;
+  int64_t count(Rank rank) const;
   // Whether there are findings other than notes.
   bool found_any() const { return count(Rank::kImpossible) + count(Rank::kAllowed) > 0; }
 };

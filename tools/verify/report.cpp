@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tools/ui/table.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 
@@ -95,22 +96,17 @@ void print_group(const Group& group) {
   if (group.size() > shown) std::cout << fmt::format("    ... and {} more\n", group.size() - shown);
 }
 
-// "1 finding", "2 findings"
-std::string count_text(std::size_t count, std::string_view noun) {
-  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
-
 std::string summary(const Report& report) {
-  const std::size_t impossible = report.count(Rank::kImpossible);
-  const std::size_t allowed = report.count(Rank::kAllowed);
-  const std::size_t notes = report.count(Rank::kNote);
+  const int64_t impossible = report.count(Rank::kImpossible);
+  const int64_t allowed = report.count(Rank::kAllowed);
+  const int64_t notes = report.count(Rank::kNote);
   std::string text =
       report.found_any()
-          ? fmt::format("{}: {} impossible, {} allowed",
-                        count_text(impossible + allowed, "finding"), impossible, allowed)
-          : fmt::format("ok: {}, {}", count_text(report.sessions, "conversation"),
-                        count_text(static_cast<std::size_t>(report.messages), "message"));
-  if (notes > 0) text += "; " + count_text(notes, "note");
+          ? fmt::format("{}: {} impossible, {} allowed", counted(impossible + allowed, "finding"),
+                        impossible, allowed)
+          : fmt::format("ok: {}, {}", counted(report.sessions, "conversation"),
+                        counted(report.messages, "message"));
+  if (notes > 0) text += "; " + counted(notes, "note");
   if (report.damaged) text += "; the file is damaged: see 'corvan salvage'";
   return text;
 }

@@ -12,6 +12,7 @@
 #include "tools/export/html/times.h"
 #include "tools/ui/names.h"
 #include "tools/ui/terminal_text.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

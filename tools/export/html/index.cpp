@@ -17,6 +17,7 @@
 #include "tools/export/html/times.h"
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

@@ -46,8 +46,4 @@ std::string colour_class(std::string_view name) {
   return fmt::format("c{}", (hash >> 8) % kColours);
 }
 
-std::string counted(int64_t count, std::string_view noun) {
-  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
-
 }  // namespace corvan_tool

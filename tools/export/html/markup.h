@@ -44,9 +44,6 @@ std::string html_code(const Code& code, const NameOf& name_of) {
   return "<bdi>" + (code.text.empty() ? "none" : html_line(code.text)) + "</bdi>";
 }
 
-// "1 message", "2 messages".
-std::string counted(int64_t count, std::string_view noun);
-
 }  // namespace corvan_tool
 
 #endif  // TOOLS_EXPORT_HTML_MARKUP_H_
