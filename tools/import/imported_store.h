@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tools/import/log_line.h"
-#include "tools/import/look_up.h"
+#include "tools/import/save_check.h"
 #include "tools/store/library_store.h"
 
 namespace corvan_tool {

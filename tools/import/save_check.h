@@ -1,7 +1,7 @@
 // Checks what a save has left in the store, through the library's own connection.
 
-#ifndef TOOLS_IMPORT_LOOK_UP_H_
-#define TOOLS_IMPORT_LOOK_UP_H_
+#ifndef TOOLS_IMPORT_SAVE_CHECK_H_
+#define TOOLS_IMPORT_SAVE_CHECK_H_
 
 #include <sqlite3.h>
 
@@ -49,4 +49,4 @@ std::string row_text(const Row& row);
 
 }  // namespace corvan_tool
 
-#endif  // TOOLS_IMPORT_LOOK_UP_H_
+#endif  // TOOLS_IMPORT_SAVE_CHECK_H_

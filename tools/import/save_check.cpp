@@ -1,4 +1,4 @@
-#include "tools/import/look_up.h"
+#include "tools/import/save_check.h"
 
 #include <fmt/format.h>
 
