@@ -31,7 +31,7 @@ class Import {
 
   void run() {
     reader_.read(batch_);  // before the store is made: the first line may be bad
-    ImportStore store(options_);
+    ImportedStore store(options_);
     while (!batch_.empty()) {
       save_batch(store);
       progress_.show(lines());
@@ -63,7 +63,7 @@ class Import {
 
   // Saves the batch. If the store drops messages, saves the batch again without them, so that the
   // conversations do not count them.
-  void save_batch(ImportStore& store) {
+  void save_batch(ImportedStore& store) {
     while (!batch_.empty()) {
       const std::vector<std::size_t> dropped = store.save(batch_, counts_);
       if (dropped.empty()) return;
@@ -88,7 +88,7 @@ class Import {
   const ImportOptions& options_;
   Progress progress_{"lines"};
   LogReader reader_;
-  ImportStore::Batch batch_;
+  ImportedStore::Batch batch_;
   ImportCounts counts_;
   const Stopwatch stopwatch_;
 };

@@ -79,7 +79,7 @@ void ImportCounts::add(const ImportCounts& other) {
   refused += other.refused;
 }
 
-ImportStore::ImportStore(const ImportOptions& options)
+ImportedStore::ImportedStore(const ImportOptions& options)
     : options_(options), file_(store_file(options.folder)) {
   prepare_folder(options.folder);
   store_.emplace(options.folder, options.user);
@@ -88,7 +88,7 @@ ImportStore::ImportStore(const ImportOptions& options)
   read_newest_id();
 }
 
-std::vector<std::size_t> ImportStore::save(const Batch& batch, ImportCounts& counts) {
+std::vector<std::size_t> ImportedStore::save(const Batch& batch, ImportCounts& counts) {
   newest_before_ = newest_id_;
   if (!store()->start_transaction()) fail_without(batch, 0);
   ImportCounts saved;
@@ -103,7 +103,7 @@ std::vector<std::size_t> ImportStore::save(const Batch& batch, ImportCounts& cou
   return dropped;
 }
 
-void ImportStore::read_newest_id() {
+void ImportedStore::read_newest_id() {
   int32_t rc = 0;
   sqlite3_stmt* const query = store()->prepare_sql("select max(id) from t_message", rc);
   if (rc != 0) throw ToolError("the store cannot be read: " + store().failure());
@@ -112,7 +112,7 @@ void ImportStore::read_newest_id() {
   store()->finalize(query);
 }
 
-int64_t ImportStore::save_one(const ImportMessage& m) {
+int64_t ImportedStore::save_one(const ImportMessage& m) {
   return store()->save_message(m.session_id, m.session_type, m.object_name, m.sender, m.content,
                                m.is_receive, m.sent_status, 0, m.is_mention, m.sent_time,
                                m.client_uid, m.server_uid, options_.history, options_.insert_only,
@@ -120,47 +120,47 @@ int64_t ImportStore::save_one(const ImportMessage& m) {
 }
 
 // Whether the library looks for an earlier message with the same client uid.
-bool ImportStore::may_complete(const ImportMessage& message) const {
+bool ImportedStore::may_complete(const ImportMessage& message) const {
   return message.client_uid > 0 && !options_.history && !options_.insert_only;
 }
 
 // Returns the positions of the entries that are missing, in order.
-std::vector<std::size_t> ImportStore::save_all(const Batch& batch, ImportCounts& saved,
-                                               ImportCounts& counts) {
-  const ImportLookUp look_up(*Corvan::CvDbSingleton::get_instance());
-  std::vector<std::size_t> dropped = save_each(look_up, batch, saved, counts);
-  if (dropped.empty()) read_rows(look_up);
+std::vector<std::size_t> ImportedStore::save_all(const Batch& batch, ImportCounts& saved,
+                                                 ImportCounts& counts) {
+  const SaveCheck check(*Corvan::CvDbSingleton::get_instance());
+  std::vector<std::size_t> dropped = save_each(check, batch, saved, counts);
+  if (dropped.empty()) read_rows(check);
   if (has_failed()) fail_without(batch, batch.size() - 1);
   return dropped;
 }
 
-std::vector<std::size_t> ImportStore::save_each(const ImportLookUp& look_up, const Batch& batch,
-                                                ImportCounts& saved, ImportCounts& counts) {
+std::vector<std::size_t> ImportedStore::save_each(const SaveCheck& check, const Batch& batch,
+                                                  ImportCounts& saved, ImportCounts& counts) {
   std::vector<std::size_t> dropped;
   saved_.clear();
   for (std::size_t i = 0; i < batch.size(); ++i) {
-    if (!save_entry(look_up, batch, i, saved, counts)) dropped.push_back(i);
+    if (!save_entry(check, batch, i, saved, counts)) dropped.push_back(i);
   }
   // A trigger may have deleted an earlier message when a later one was saved.
   for (const Saved& one : saved_) {
-    if (!look_up.has(one.id, batch[one.entry].message)) dropped.push_back(one.entry);
+    if (!check.has(one.id, batch[one.entry].message)) dropped.push_back(one.entry);
   }
   std::sort(dropped.begin(), dropped.end());
   return dropped;
 }
 
 // Returns false if the message is missing after its save.
-bool ImportStore::save_entry(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
-                             ImportCounts& saved, ImportCounts& counts) {
+bool ImportedStore::save_entry(const SaveCheck& check, const Batch& batch, std::size_t entry,
+                               ImportCounts& saved, ImportCounts& counts) {
   const int64_t id = save_one(batch[entry].message);
   // Ids only grow, so a smaller one belongs to a message that was there before.
   const Saved one = {entry, id, id <= newest_id_};
-  if (has_failed()) fail_to_save(look_up, batch, entry, id, counts);
+  if (has_failed()) fail_to_save(check, batch, entry, id, counts);
   if (id < 0) {
     ++saved.refused;
     return true;
   }
-  const bool is_kept = is_there(look_up, batch, one);
+  const bool is_kept = is_there(check, batch, one);
   if (has_failed()) fail_without(batch, entry);
   if (!is_kept) return false;
   ++(one.completed ? saved.completed : saved.stored);
@@ -171,27 +171,26 @@ bool ImportStore::save_entry(const ImportLookUp& look_up, const Batch& batch, st
 
 // Call it right after the save. If a trigger drops the insert or the update, the save still returns
 // an id: the one of the last row that was inserted into any table.
-bool ImportStore::is_there(const ImportLookUp& look_up, const Batch& batch,
-                           const Saved& saved) const {
+bool ImportedStore::is_there(const SaveCheck& check, const Batch& batch, const Saved& saved) const {
   const ImportMessage& message = batch[saved.entry].message;
-  if (saved.completed && !(may_complete(message) && look_up.changed_a_row())) return false;
-  return look_up.has(saved.id, message);
+  if (saved.completed && !(may_complete(message) && check.changed_a_row())) return false;
+  return check.has(saved.id, message);
 }
 
 // Keeps rows that show later whether the transaction was committed: one new row, or, if there is
 // none, all completed rows.
-void ImportStore::read_rows(const ImportLookUp& look_up) {
+void ImportedStore::read_rows(const SaveCheck& check) {
   rows_.clear();
   const auto last_new = std::find_if(saved_.rbegin(), saved_.rend(),
                                      [](const Saved& saved) { return !saved.completed; });
   if (last_new != saved_.rend()) {
-    rows_.push_back({last_new->id, look_up.text(last_new->id)});
+    rows_.push_back({last_new->id, check.text(last_new->id)});
     return;
   }
-  for (const Saved& saved : saved_) rows_.push_back({saved.id, look_up.text(saved.id)});
+  for (const Saved& saved : saved_) rows_.push_back({saved.id, check.text(saved.id)});
 }
 
-bool ImportStore::are_rows_there(const Connection& connection) const {
+bool ImportedStore::are_rows_there(const Connection& connection) const {
   return std::all_of(rows_.begin(), rows_.end(), [&connection](const StoredRow& row) {
     std::string text;
     const int rc = connection.each_row(
@@ -202,18 +201,18 @@ bool ImportStore::are_rows_there(const Connection& connection) const {
 }
 
 // Closing the store rolls the transaction back.
-void ImportStore::fail_without(const Batch& batch, std::size_t entry) {
+void ImportedStore::fail_without(const Batch& batch, std::size_t entry) {
   throw ToolError(fmt::format("{}: {}; nothing was stored from {} on (at {})", file_, failure(),
                               batch.front().place, batch[entry].place));
 }
 
 // After some failures, SQLite ends the transaction by itself. The statements of the save that
 // follow are then committed one by one.
-void ImportStore::fail_to_save(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
-                               int64_t id, ImportCounts& counts) {
+void ImportedStore::fail_to_save(const SaveCheck& check, const Batch& batch, std::size_t entry,
+                                 int64_t id, ImportCounts& counts) {
   const bool was_open = store()->execute_none_query("rollback transaction") == SQLITE_DONE;
   const Saved saved = {entry, id, id <= newest_before_};
-  if (was_open || id < 0 || !is_there(look_up, batch, saved)) fail_without(batch, entry);
+  if (was_open || id < 0 || !is_there(check, batch, saved)) fail_without(batch, entry);
   ++(saved.completed ? counts.completed : counts.stored);
   throw ToolError(fmt::format(
       "{}: {}; of the lines from {} on, only {} is stored, perhaps without its conversation's "
@@ -221,8 +220,8 @@ void ImportStore::fail_to_save(const ImportLookUp& look_up, const Batch& batch, 
       file_, failure(), batch.front().place, batch[entry].place));
 }
 
-void ImportStore::fail_to_commit(const Batch& batch, const ImportCounts& saved,
-                                 ImportCounts& counts) {
+void ImportedStore::fail_to_commit(const Batch& batch, const ImportCounts& saved,
+                                   ImportCounts& counts) {
   const bool is_certain = has_stored_nothing(store().failure());
   const std::string why = file_ + ": " + failure();
   const std::string& first = batch.front().place;
@@ -246,7 +245,7 @@ void ImportStore::fail_to_commit(const Batch& batch, const ImportCounts& saved,
       why, last, first));
 }
 
-std::string ImportStore::failure() {
+std::string ImportedStore::failure() {
   const std::string& text = store().failure();
   if (text != sqlite3_errstr(SQLITE_FULL)) return text;
   const bool is_last = newest_id_ == std::numeric_limits<int64_t>::max();

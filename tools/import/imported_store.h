@@ -42,14 +42,14 @@ struct ImportCounts {
   void add(const ImportCounts& other);
 };
 
-class ImportStore {
+class ImportedStore {
  public:
   using Batch = std::vector<ImportEntry>;
 
   // Creates the folder if it is missing, and opens the store. `options` must outlive the object.
   // Throws ToolError if the folder holds something else, or if the store cannot be opened or
   // written.
-  explicit ImportStore(const ImportOptions& options);
+  explicit ImportedStore(const ImportOptions& options);
 
   // Saves the entries in one transaction and adds what is stored to `counts`. Returns an empty list
   // on success. If entries are missing after their save, for example because a trigger drops them,
@@ -78,15 +78,15 @@ class ImportStore {
   int64_t save_one(const ImportMessage& message);
   bool may_complete(const ImportMessage& message) const;
   std::vector<std::size_t> save_all(const Batch& batch, ImportCounts& saved, ImportCounts& counts);
-  std::vector<std::size_t> save_each(const ImportLookUp& look_up, const Batch& batch,
+  std::vector<std::size_t> save_each(const SaveCheck& check, const Batch& batch,
                                      ImportCounts& saved, ImportCounts& counts);
-  bool save_entry(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+  bool save_entry(const SaveCheck& check, const Batch& batch, std::size_t entry,
                   ImportCounts& saved, ImportCounts& counts);
-  bool is_there(const ImportLookUp& look_up, const Batch& batch, const Saved& saved) const;
-  void read_rows(const ImportLookUp& look_up);
+  bool is_there(const SaveCheck& check, const Batch& batch, const Saved& saved) const;
+  void read_rows(const SaveCheck& check);
   bool are_rows_there(const Connection& connection) const;
   [[noreturn]] void fail_without(const Batch& batch, std::size_t entry);
-  [[noreturn]] void fail_to_save(const ImportLookUp& look_up, const Batch& batch, std::size_t entry,
+  [[noreturn]] void fail_to_save(const SaveCheck& check, const Batch& batch, std::size_t entry,
                                  int64_t id, ImportCounts& counts);
   [[noreturn]] void fail_to_commit(const Batch& batch, const ImportCounts& saved,
                                    ImportCounts& counts);

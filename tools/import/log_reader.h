@@ -25,7 +25,7 @@ class LogReader {
   // Fills the batch with the messages of the next good lines. The batch is empty after the last
   // line. Throws ToolError if a file cannot be read, and at a bad line unless bad lines are
   // skipped.
-  void read(ImportStore::Batch& batch);
+  void read(ImportedStore::Batch& batch);
 
   // Reports and counts a line as skipped.
   void skip(const std::string& place, const std::string& why);

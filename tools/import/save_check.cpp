@@ -18,34 +18,34 @@ sqlite3_stmt* prepare(Corvan::CvDbSingleton& store, const char* sql) {
 
 }  // namespace
 
-ImportLookUp::ImportLookUp(Corvan::CvDbSingleton& store)
+SaveCheck::SaveCheck(Corvan::CvDbSingleton& store)
     : store_(store),
       message_(prepare(store, kMessageRow)),
       changes_(prepare(store, "select changes()")) {}
 
-ImportLookUp::~ImportLookUp() {
+SaveCheck::~SaveCheck() {
   if (message_ != nullptr) store_.finalize(message_);
   if (changes_ != nullptr) store_.finalize(changes_);
 }
 
-bool ImportLookUp::has(int64_t id, const ImportMessage& message) const {
+bool SaveCheck::has(int64_t id, const ImportMessage& message) const {
   const std::optional<Row> found = row(id);
   return found && found->text(0) == message.session_id && found->int32(1) == message.session_type &&
          found->int64(2) == message.client_uid;
 }
 
-bool ImportLookUp::changed_a_row() const {
+bool SaveCheck::changed_a_row() const {
   if (changes_ == nullptr) return false;
   store_.reset(changes_);
   return store_.step(changes_, false) == SQLITE_ROW && Row(changes_).int32(0) > 0;
 }
 
-std::string ImportLookUp::text(int64_t id) const {
+std::string SaveCheck::text(int64_t id) const {
   const std::optional<Row> found = row(id);
   return found ? row_text(*found) : "";
 }
 
-std::optional<Row> ImportLookUp::row(int64_t id) const {
+std::optional<Row> SaveCheck::row(int64_t id) const {
   if (message_ == nullptr) return std::nullopt;
   store_.reset(message_);
   Corvan::CvDbSingleton::bind(message_, 1, id);

@@ -16,13 +16,13 @@
 namespace corvan_tool {
 
 // The library logs a read that fails; the result is then false or empty.
-class ImportLookUp {
+class SaveCheck {
  public:
   // The object holds two prepared statements; destroy it before the store is closed.
-  explicit ImportLookUp(Corvan::CvDbSingleton& store);
-  ImportLookUp(const ImportLookUp&) = delete;
-  ImportLookUp& operator=(const ImportLookUp&) = delete;
-  ~ImportLookUp();
+  explicit SaveCheck(Corvan::CvDbSingleton& store);
+  SaveCheck(const SaveCheck&) = delete;
+  SaveCheck& operator=(const SaveCheck&) = delete;
+  ~SaveCheck();
 
   // Whether there is a row with this id, and it has the message's conversation and client uid.
   bool has(int64_t id, const ImportMessage& message) const;
