@@ -20,8 +20,8 @@
 namespace {
 
 using namespace corvan_test;
+using corvan_tool::PendingOutput;
 using corvan_tool::ToolError;
-using corvan_tool::Unfinished;
 namespace fs = std::filesystem;
 
 class PendingOutputTest : public testing::Test {
@@ -37,7 +37,7 @@ class PendingOutputTest : public testing::Test {
 
 TEST_F(PendingOutputTest, GetsItsNameWhenKept) {
   {
-    Unfinished made = Unfinished::folder(place("made") + "/");
+    PendingOutput made = PendingOutput::folder(place("made") + "/");
     write_file(made.path() + "/inside", "x");
     EXPECT_FALSE(fs::exists(place("made")));
     made.keep();
@@ -48,9 +48,9 @@ TEST_F(PendingOutputTest, GetsItsNameWhenKept) {
 
 TEST_F(PendingOutputTest, DisappearsUnlessKept) {
   {
-    const Unfinished one = Unfinished::folder(place("one"));
+    const PendingOutput one = PendingOutput::folder(place("one"));
     write_file(one.path() + "/inside", "x");
-    const Unfinished two = Unfinished::file(place("two"));
+    const PendingOutput two = PendingOutput::file(place("two"));
     write_file(two.path(), "x");
     EXPECT_EQ(content().size(), 2U);
   }
@@ -60,10 +60,10 @@ TEST_F(PendingOutputTest, DisappearsUnlessKept) {
 TEST_F(PendingOutputTest, RefusesAPlaceThatExists) {
   write_file(place("there"), "mine");
   fs::create_symlink(place("nowhere"), place("link"));
-  EXPECT_THROW(Unfinished::file(place("there")), ToolError);
-  EXPECT_THROW(Unfinished::folder(place("there")), ToolError);
-  EXPECT_THROW(Unfinished::file(place("link")), ToolError);
-  Unfinished late = Unfinished::file(place("late"));
+  EXPECT_THROW(PendingOutput::file(place("there")), ToolError);
+  EXPECT_THROW(PendingOutput::folder(place("there")), ToolError);
+  EXPECT_THROW(PendingOutput::file(place("link")), ToolError);
+  PendingOutput late = PendingOutput::file(place("late"));
   write_file(late.path(), "x");
   write_file(place("late"), "mine");
   EXPECT_THROW(late.keep(), ToolError);
@@ -73,8 +73,8 @@ TEST_F(PendingOutputTest, RefusesAPlaceThatExists) {
 
 TEST_F(PendingOutputTest, IsCreatedAtOnceUnderATemporaryName) {
   fs::create_symlink(place("others"), place("one.unfinished-" + std::to_string(getpid())));
-  Unfinished one = Unfinished::file(place("one"));
-  const Unfinished same = Unfinished::file(place("one"));
+  PendingOutput one = PendingOutput::file(place("one"));
+  const PendingOutput same = PendingOutput::file(place("one"));
   EXPECT_NE(one.path(), same.path());
   struct stat status = {};
   ASSERT_EQ(lstat(one.path().c_str(), &status), 0);
@@ -90,8 +90,8 @@ TEST_F(PendingOutputTest, IsCreatedAtOnceUnderATemporaryName) {
 TEST_F(PendingOutputTest, AcceptsAnyFileName) {
   std::string name(1, 'n');
   while (name.size() < 253) name += "é";
-  Unfinished::file(place(name)).keep();
-  Unfinished::folder(place("f" + name)).keep();
+  PendingOutput::file(place(name)).keep();
+  PendingOutput::folder(place("f" + name)).keep();
   EXPECT_EQ(content(), Rows({"f" + name, name}));
 }
 
@@ -99,7 +99,7 @@ TEST_F(PendingOutputTest, ReportsWhyAPlaceIsRefused) {
   write_file(place("there"), "mine");
   const auto error_of = [](const std::string& at) -> std::string {
     try {
-      Unfinished::file(at);
+      PendingOutput::file(at);
     } catch (const ToolError& error) {
       return error.what();
     }

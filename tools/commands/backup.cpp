@@ -94,7 +94,7 @@ void print(const Backup& backup, bool json) {
 }
 
 int run_backup(const BackupOptions& options) {
-  Unfinished folder = Unfinished::folder(options.to);
+  PendingOutput folder = PendingOutput::folder(options.to);
   const std::string file = store_file(folder.path());
   Backup backup;
   backup.file = store_file(options.to);

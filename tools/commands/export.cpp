@@ -82,8 +82,8 @@ void report(const ExportOptions& options, bool is_partial, const ExportCounts& c
 void export_to_place(const ExportOptions& options) {
   const Stopwatch stopwatch;
   ExportCounts counts;
-  Unfinished place =
-      options.is_html() ? Unfinished::folder(options.output) : Unfinished::file(options.output);
+  PendingOutput place = options.is_html() ? PendingOutput::folder(options.output)
+                                          : PendingOutput::file(options.output);
   const ExportSource source(options.folder, options.session_ids, options.kinds);
   if (options.is_html()) {
     export_html(source, place.path(), counts);

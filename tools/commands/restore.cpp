@@ -30,7 +30,7 @@ struct RestoreOptions {
 };
 
 void restore(ExportReader& reader, const std::string& folder) {
-  Unfinished place = Unfinished::folder(folder);
+  PendingOutput place = PendingOutput::folder(folder);
   {
     RestoredStore store(store_file(place.path()), folder, reader.header().user_version);
     Progress progress("records", reader.announced());

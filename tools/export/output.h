@@ -18,7 +18,7 @@ struct ExportCounts {
   int64_t bytes = 0;
 };
 
-// Throws ToolError with the reason why `path` cannot be written. `path` is an Unfinished, or is
+// Throws ToolError with the reason why `path` cannot be written. `path` is a PendingOutput, or is
 // inside one.
 [[noreturn]] void fail_to_write(const std::string& path, const std::string& error);
 

@@ -42,7 +42,7 @@ Salvage::Salvage(const SalvageOptions& options)
       path_(path_of_damaged(options)),
       file_(path_, !options.without_log),
       known_(known_schema()),
-      made_(Unfinished::folder(options.folder)),
+      made_(PendingOutput::folder(options.folder)),
       store_(known_, made_.path(), options.folder),
       pages_(file_),
       progress_("pages", file_.pages_there().count()),

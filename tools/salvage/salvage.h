@@ -74,7 +74,7 @@ class Salvage {
   const std::string path_;  // the damaged file's
   const DamagedFile file_;
   const KnownSchema known_;
-  Unfinished made_;
+  PendingOutput made_;
   RescuedStore store_;
 
   PageMap pages_;

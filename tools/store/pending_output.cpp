@@ -128,7 +128,7 @@ void require_sync_of_name(const std::string& place) {
 
 }  // namespace
 
-Unfinished::Unfinished(std::string place, bool is_folder) : place_(std::move(place)) {
+PendingOutput::PendingOutput(std::string place, bool is_folder) : place_(std::move(place)) {
   while (place_.size() > 1 && place_.back() == '/') place_.pop_back();
   if (is_there(place_))
     throw ToolError(place_ + ": is there already; name a place where nothing is");
@@ -138,11 +138,11 @@ Unfinished::Unfinished(std::string place, bool is_folder) : place_(std::move(pla
   path_ = make_unfinished(place_, [&] { return make_temporary(place_, is_folder); });
 }
 
-Unfinished::~Unfinished() {
+PendingOutput::~PendingOutput() {
   remove_unfinished(path_);
 }
 
-void Unfinished::keep() {
+void PendingOutput::keep() {
   require_sync_of_all(path_);
   keep_unfinished(path_, [this] {
     const int error = rename_to_free(path_, place_);

@@ -12,15 +12,15 @@ namespace corvan_tool {
 
 // A new file or folder under a temporary name beside its place. The destructor removes it with its
 // content unless it was kept, and so does a signal that ends the program.
-class Unfinished {
+class PendingOutput {
  public:
   // Creates it, empty and for its owner alone. Throws ToolError if `place` exists, its parent
   // folder is missing, it is the name of a store's file, or it cannot be created.
-  static Unfinished file(std::string place) { return {std::move(place), false}; }
-  static Unfinished folder(std::string place) { return {std::move(place), true}; }
-  Unfinished(const Unfinished&) = delete;
-  Unfinished& operator=(const Unfinished&) = delete;
-  ~Unfinished();
+  static PendingOutput file(std::string place) { return {std::move(place), false}; }
+  static PendingOutput folder(std::string place) { return {std::move(place), true}; }
+  PendingOutput(const PendingOutput&) = delete;
+  PendingOutput& operator=(const PendingOutput&) = delete;
+  ~PendingOutput();
 
   // The temporary path.
   const std::string& path() const { return path_; }
@@ -30,7 +30,7 @@ class Unfinished {
   void keep();
 
  private:
-  Unfinished(std::string place, bool is_folder);
+  PendingOutput(std::string place, bool is_folder);
 
   std::string place_;
   std::string path_;

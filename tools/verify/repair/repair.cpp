@@ -137,7 +137,7 @@ Repair repair_store(const RepairOptions& options) {
   if (repair.plan.steps.empty()) return repair;
 
   repair.backup = options.backup.empty() ? backup_place(options.folder) : options.backup;
-  Unfinished folder = Unfinished::folder(repair.backup);
+  PendingOutput folder = PendingOutput::folder(repair.backup);
   // Before the first change: outside WAL mode, changes may lock the file to readers.
   Progress progress("pages copied");
   copy_committed(file, store_file(folder.path()), progress);
