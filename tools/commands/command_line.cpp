@@ -25,7 +25,7 @@ constexpr const char* kFooter =
     "Exit status: 0 for success, 1 for a negative answer, 2 for bad usage, bad input or a store\n"
     "that cannot be read or written.\n";
 
-constexpr const char* kKinds = "private, group, chatroom, reception, system, or 1 to 5";
+constexpr const char* kTypes = "private, group, chatroom, reception, system, or 1 to 5";
 
 CLI::Validator not_empty() {
   const auto check = [](const std::string& text) -> std::string {
@@ -51,16 +51,16 @@ CLI::Validator id_of_message() {
 }
 
 // Accepts a type's name, in any letter case, or its number. Replaces the text by the number.
-CLI::Validator kind_of_conversation() {
+CLI::Validator type_of_conversation() {
   const auto to_number = [](std::string& text) -> std::string {
     const std::string name = CLI::detail::to_lower(text);
-    for (const auto& [kind, value] : kinds_by_name()) {
+    for (const auto& [type, value] : types_by_name()) {
       const std::string number = std::to_string(value);
-      if (name != kind && name != number) continue;
+      if (name != type && name != number) continue;
       text = number;
       return "";
     }
-    return fmt::format("\"{}\" is none of {}", text, kKinds);
+    return fmt::format("\"{}\" is none of {}", text, kTypes);
   };
   return {to_number, ""};
 }
@@ -192,14 +192,14 @@ CLI::Option* Command::choices(const std::string& name, const std::string& value,
       ->check(CLI::IsMember(choices));
 }
 
-CLI::Option* Command::kind(Corvan::SessionType& target, const std::string& text) {
-  return add_option(*app_, "--type", "T", target, text + kKinds)
+CLI::Option* Command::type(Corvan::SessionType& target, const std::string& text) {
+  return add_option(*app_, "--type", "T", target, text + kTypes)
       ->required()
-      ->transform(kind_of_conversation());
+      ->transform(type_of_conversation());
 }
 
-CLI::Option* Command::kinds(std::vector<Corvan::SessionType>& target, const std::string& text) {
-  return add_option(*app_, "--type", "T", target, text + kKinds)->transform(kind_of_conversation());
+CLI::Option* Command::types(std::vector<Corvan::SessionType>& target, const std::string& text) {
+  return add_option(*app_, "--type", "T", target, text + kTypes)->transform(type_of_conversation());
 }
 
 void Command::exclude(Option option, Option other) {

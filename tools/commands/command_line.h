@@ -75,8 +75,8 @@ class Command {
                  const std::string& text);
 
   // The option --type: a type of conversation, required; or several, by repeating the option.
-  Option kind(Corvan::SessionType& target, const std::string& text);
-  Option kinds(std::vector<Corvan::SessionType>& target, const std::string& text);
+  Option type(Corvan::SessionType& target, const std::string& text);
+  Option types(std::vector<Corvan::SessionType>& target, const std::string& text);
 
   // Refuses `option` together with, or without, the other one.
   static void exclude(Option option, Option other);

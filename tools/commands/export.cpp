@@ -27,7 +27,7 @@ namespace {
 struct ExportOptions {
   std::string folder;
   std::vector<std::string> session_ids;    // empty: all
-  std::vector<Corvan::SessionType> kinds;  // empty: all
+  std::vector<Corvan::SessionType> types;  // empty: all
   std::string format;
   std::string output;  // empty: standard output
   bool json = false;
@@ -84,7 +84,7 @@ void export_to_place(const ExportOptions& options) {
   ExportCounts counts;
   PendingOutput place = options.is_html() ? PendingOutput::folder(options.output)
                                           : PendingOutput::file(options.output);
-  const ExportSource source(options.folder, options.session_ids, options.kinds);
+  const ExportSource source(options.folder, options.session_ids, options.types);
   if (options.is_html()) {
     export_html(source, place.path(), counts);
   } else {
@@ -101,7 +101,7 @@ int run_export(const ExportOptions& options) {
     export_to_place(options);
     return kOk;
   }
-  const ExportSource source(options.folder, options.session_ids, options.kinds);
+  const ExportSource source(options.folder, options.session_ids, options.types);
   ExportCounts counts;
   export_one_file(source, options.format, "", counts);
   return kOk;
@@ -133,7 +133,7 @@ void add_export(CommandLine& line) {
                     Presence::kOptional);
   command.choice("--format", "F", options.format, {"jsonl", "csv", "html"},
                  "jsonl, csv or html (required)");
-  command.kinds(options.kinds, "export only conversations of this type; may be repeated: ");
+  command.types(options.types, "export only conversations of this type; may be repeated: ");
   command.option("--output", "PLACE", options.output,
                  "the file to make, or for html the folder; it must not exist");
 }

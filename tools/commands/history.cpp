@@ -26,7 +26,7 @@ using Corvan::MessageResponse;
 struct HistoryOptions {
   std::string folder;
   std::string session_id;
-  Corvan::SessionType kind = Corvan::CV_PRIVATE;
+  Corvan::SessionType type = Corvan::CV_PRIVATE;
   std::optional<int64_t> before;  // message ids
   std::optional<int64_t> after;
   int32_t limit = 20;
@@ -41,7 +41,7 @@ int64_t anchor_time(const Snapshot& store, const HistoryOptions& options, int64_
       fmt::format("select {} from t_message where id=? and session_id=? and session_type=?",
                   kMessageTime),
       [&time](const Row& row) { time = row.int64(0); }, id, options.session_id,
-      int64_t{options.kind});
+      int64_t{options.type});
   if (!time) {
     throw ToolError(fmt::format("{}: message {} is not in this conversation", store.name(), id));
   }
@@ -72,7 +72,7 @@ std::vector<MessageResponse> read_history(const HistoryOptions& options) {
   std::vector<MessageResponse> messages;
   store.each_row(
       history_query(options), [&messages](const Row& row) { messages.push_back(message_at(row)); },
-      options.session_id, int64_t{options.kind}, anchor ? anchor_time(store, options, *anchor) : 0,
+      options.session_id, int64_t{options.type}, anchor ? anchor_time(store, options, *anchor) : 0,
       anchor.value_or(0), int64_t{options.limit});
   if (!options.after) std::reverse(messages.begin(), messages.end());
   return messages;
@@ -116,7 +116,7 @@ void add_history(CommandLine& line) {
   auto [command, options] = line.add<HistoryOptions>("history", "Show messages of one conversation",
                                                      kHistoryResult, run_history);
   command.argument("SESSION", options.session_id, "the conversation's id", Emptiness::kAllowed);
-  command.kind(options.kind, "its type (required): ");
+  command.type(options.type, "its type (required): ");
   const Command::Option before = command.id("--before", "ID", options.before,
                                             "messages before this one (default: the newest)");
   const Command::Option after =

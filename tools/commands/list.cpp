@@ -22,7 +22,7 @@ namespace {
 
 struct ListOptions {
   std::string folder;
-  std::vector<Corvan::SessionType> kinds;  // empty: all
+  std::vector<Corvan::SessionType> types;  // empty: all
   int32_t limit = -1;                      // below 0: no limit
   bool json = false;
 };
@@ -48,7 +48,7 @@ std::vector<ListEntry> read_rows(const Snapshot& store, const ListOptions& optio
   store.each_row(
       "select session_id,session_type,title,draft,is_top,silence,unread_count,mention_count,"
       "session_time,latest_id from t_session where session_type in(" +
-          listed_types(options.kinds) + ") order by is_top desc,session_time desc limit ?",
+          listed_types(options.types) + ") order by is_top desc,session_time desc limit ?",
       [&entries](const Row& row) {
         ListEntry c;
         c.id = row.text(0);
@@ -132,7 +132,7 @@ void print_conversations(const std::vector<ListEntry>& entries) {
                    {"CONTENT"}});
   for (const ListEntry& c : entries) {
     const bool has_latest = c.has_latest();
-    table.add({kind_name(c.type), c.id, flags_text(c), std::to_string(c.unread_count),
+    table.add({type_name(c.type), c.id, flags_text(c), std::to_string(c.unread_count),
                std::to_string(c.mention_count), time_text(c.time),
                has_latest ? std::to_string(c.latest_id) : "", has_latest ? c.latest->sender_ : "",
                has_latest ? c.latest->content_ : ""});
@@ -163,7 +163,7 @@ constexpr const char* kListResult =
 void add_list(CommandLine& line) {
   auto [command, options] = line.add<ListOptions>(
       "list", "Show the conversations, pinned first, then newest first", kListResult, run_list);
-  command.kinds(options.kinds, "only conversations of this type, may be repeated: ");
+  command.types(options.types, "only conversations of this type, may be repeated: ");
   command.number("--limit", "N", options.limit, "at most N conversations (default: all)");
 }
 

@@ -35,7 +35,7 @@ struct SearchOptions {
   std::string folder;
   std::string text;
   std::optional<std::string> session_id;
-  std::vector<Corvan::SessionType> kinds;  // none: all
+  std::vector<Corvan::SessionType> types;  // none: all
   bool ignore_case = false;
   std::optional<std::string> before;
   int32_t limit = 20;
@@ -110,8 +110,8 @@ class Search {
                                   options_.ignore_case ? "folded(content)" : "content");
     if (options_.before) sql += fmt::format(" and ({},id)<(?2,?3)", kMessageTime);
     if (options_.session_id) sql += " and session_id collate binary=?4";
-    if (!options_.kinds.empty()) {
-      sql += fmt::format(" and session_type in({})", listed_types(options_.kinds));
+    if (!options_.types.empty()) {
+      sql += fmt::format(" and session_type in({})", listed_types(options_.types));
     }
     return sql + fmt::format(" order by {} desc,id desc limit ?5", kMessageTime);
   }
@@ -184,7 +184,7 @@ void print_found(const std::vector<MessageResponse>& found, const SearchOptions&
   TextTable table(
       {{"ID", TextTable::kRight}, {"TIME (UTC)"}, {"TYPE"}, {"SESSION"}, {"SENDER"}, {"CONTENT"}});
   for (const MessageResponse& m : found) {
-    table.add({std::to_string(m.msg_id_), time_text(m.sent_time_), kind_name(m.session_type_),
+    table.add({std::to_string(m.msg_id_), time_text(m.sent_time_), type_name(m.session_type_),
                m.session_id_, m.sender_, from_the_hit(m.content_, options)});
   }
   table.print(std::cout, terminal_width());
@@ -221,7 +221,7 @@ void add_search(CommandLine& line) {
   command.argument("TEXT", options.text, "the text to search for");
   command.option("--session", "SESSION", options.session_id,
                  "only in the conversation with this id");
-  command.kinds(options.kinds, "only in conversations of this type, may be repeated: ");
+  command.types(options.types, "only in conversations of this type, may be repeated: ");
   command.flag("--ignore-case", options.ignore_case, "ignore letter case");
   command.option("--before", "TIME:ID", options.before,
                  "the page after this message, named by time and id, or by its id alone while it "

@@ -56,7 +56,7 @@ void print_message(const WholeMessage& whole) {
     std::cout << fmt::format("{:<12}{}\n", key, printable(value));
   };
   print("id", std::to_string(m.msg_id_));
-  print("session", fmt::format("{} ({})", m.session_id_, kind_name(m.session_type_)));
+  print("session", fmt::format("{} ({})", m.session_id_, type_name(m.session_type_)));
   print("sender", m.sender_ + (m.is_receive_ ? " (received)" : " (own)"));
   print("time (UTC)", fmt::format("{} ({})", time_text(m.sent_time_), m.sent_time_));
   print("read", read_status_name(m.read_status_));

@@ -39,7 +39,7 @@ struct Part {
 
 struct LargeConversation {
   std::string id;
-  int32_t kind = 0;
+  int32_t type = 0;
   int64_t messages = 0;
   int64_t content_bytes = 0;
 };
@@ -159,7 +159,7 @@ void print_stats_json(const Stats& stats) {
   json["largest"] = Json::array();
   for (const LargeConversation& c : stats.largest) {
     json["largest"].push_back({{"session_id", c.id},
-                               {"session_type", c.kind},
+                               {"session_type", c.type},
                                {"messages", c.messages},
                                {"content_bytes", c.content_bytes}});
   }
@@ -186,7 +186,7 @@ void print_largest(const Stats& stats) {
   TextTable table(
       {{"TYPE"}, {"MESSAGES", TextTable::kRight}, {"TEXT", TextTable::kRight}, {"SESSION"}});
   for (const LargeConversation& c : stats.largest) {
-    table.add({kind_name(c.kind), std::to_string(c.messages), size_text(c.content_bytes), c.id});
+    table.add({type_name(c.type), std::to_string(c.messages), size_text(c.content_bytes), c.id});
   }
   table.print(std::cout, terminal_width());
 }

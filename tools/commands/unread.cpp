@@ -18,7 +18,7 @@ namespace {
 
 struct UnreadOptions {
   std::string folder;
-  std::vector<Corvan::SessionType> kinds;  // empty: all
+  std::vector<Corvan::SessionType> types;  // empty: all
   bool json = false;
 };
 
@@ -49,10 +49,10 @@ Counters read_counters(const Snapshot& store, const std::string& name,
 std::vector<Counters> read_all_counters(const UnreadOptions& options) {
   const Snapshot store(options.folder);
   std::vector<Counters> all;
-  for (const Corvan::SessionType type : options.kinds.empty() ? all_kinds() : options.kinds) {
-    all.push_back(read_counters(store, kind_name(type), {type}));
+  for (const Corvan::SessionType type : options.types.empty() ? all_types() : options.types) {
+    all.push_back(read_counters(store, type_name(type), {type}));
   }
-  all.push_back(read_counters(store, "all", options.kinds));
+  all.push_back(read_counters(store, "all", options.types));
   return all;
 }
 
@@ -99,7 +99,7 @@ constexpr const char* kUnreadResult =
 void add_unread(CommandLine& line) {
   auto [command, options] = line.add<UnreadOptions>(
       "unread", "Show the unread and mention counters", kUnreadResult, run_unread);
-  command.kinds(options.kinds, "only conversations of this type, may be repeated: ");
+  command.types(options.types, "only conversations of this type, may be repeated: ");
 }
 
 }  // namespace corvan_tool

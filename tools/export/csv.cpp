@@ -177,7 +177,7 @@ std::string direction_name(int32_t direction) {
 std::string field_of(const Row& row, const CsvColumn& column, CsvRecord& record) {
   switch (column.meaning) {
     case kType:
-      return code_field(row, column.place, record, kind_name);
+      return code_field(row, column.place, record, type_name);
     case kTime:
       return time_text(row.int64(column.place));
     case kDirection:

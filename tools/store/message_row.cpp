@@ -52,7 +52,7 @@ std::string state_text(const Corvan::MessageResponse& m) {
 
 std::string listed_types(const std::vector<Corvan::SessionType>& types) {
   std::vector<int32_t> numbers;
-  for (const Corvan::SessionType type : types.empty() ? all_kinds() : types)
+  for (const Corvan::SessionType type : types.empty() ? all_types() : types)
     numbers.push_back(type);
   return fmt::format("{}", fmt::join(numbers, ","));
 }

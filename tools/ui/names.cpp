@@ -5,25 +5,25 @@
 
 namespace corvan_tool {
 
-const std::map<std::string, Corvan::SessionType>& kinds_by_name() {
-  static const std::map<std::string, Corvan::SessionType> kinds = {
+const std::map<std::string, Corvan::SessionType>& types_by_name() {
+  static const std::map<std::string, Corvan::SessionType> types = {
       {"private", Corvan::CV_PRIVATE},   {"group", Corvan::CV_GROUP},
       {"chatroom", Corvan::CV_CHATROOM}, {"reception", Corvan::CV_RECEPTION},
       {"system", Corvan::CV_SYSTEM},
   };
-  return kinds;
+  return types;
 }
 
-std::vector<Corvan::SessionType> all_kinds() {
+std::vector<Corvan::SessionType> all_types() {
   return {Corvan::CV_PRIVATE, Corvan::CV_GROUP, Corvan::CV_CHATROOM, Corvan::CV_RECEPTION,
           Corvan::CV_SYSTEM};
 }
 
-std::string kind_name(int32_t kind) {
-  for (const auto& [name, value] : kinds_by_name()) {
-    if (value == kind) return name;
+std::string type_name(int32_t type) {
+  for (const auto& [name, value] : types_by_name()) {
+    if (value == type) return name;
   }
-  return std::to_string(kind);
+  return std::to_string(type);
 }
 
 std::string sent_status_name(int32_t status) {

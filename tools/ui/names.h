@@ -16,13 +16,13 @@
 namespace corvan_tool {
 
 // The types of conversation: "private", "group", "chatroom", "reception", "system".
-const std::map<std::string, Corvan::SessionType>& kinds_by_name();
+const std::map<std::string, Corvan::SessionType>& types_by_name();
 
 // All five types.
-std::vector<Corvan::SessionType> all_kinds();
+std::vector<Corvan::SessionType> all_types();
 
 // A type's name, or the number if it has none.
-std::string kind_name(int32_t kind);
+std::string type_name(int32_t type);
 
 // "sent", "sending", "failed", "seen", or the number.
 std::string sent_status_name(int32_t status);

@@ -12,7 +12,7 @@ namespace corvan_tool {
 std::string conversation_text(const ConversationKey& key) {
   const bool is_known = key.type >= Corvan::CV_PRIVATE && key.type <= Corvan::CV_SYSTEM;
   const std::string type =
-      is_known ? kind_name(static_cast<int32_t>(key.type)) : fmt::to_string(key.type);
+      is_known ? type_name(static_cast<int32_t>(key.type)) : fmt::to_string(key.type);
   return fmt::format("{} ({})", key.id, type);
 }
 

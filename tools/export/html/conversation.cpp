@@ -26,7 +26,7 @@ std::string period(const PagePlan& plan) {
 }
 
 std::string facts(const HtmlConversation& c, const PagePlan& plan) {
-  return fmt::format("<p class=\"facts\">{}{} · {}{}</p>\n", html_code(c.type, kind_name),
+  return fmt::format("<p class=\"facts\">{}{} · {}{}</p>\n", html_code(c.type, type_name),
                      c.title.empty() ? "" : fmt::format(" · <bdi>{}</bdi>", html_line(c.id)),
                      counted(plan.messages, "message"),
                      plan.messages == 0 ? "" : " · " + period(plan));

@@ -123,7 +123,7 @@ std::string tags_of(const HtmlConversation& c) {
 }
 
 std::string newest_text(const HtmlConversation& c, const HtmlNewest& newest) {
-  if (newest.messages == 0) return html_code(c.type, kind_name) + ", no messages";
+  if (newest.messages == 0) return html_code(c.type, type_name) + ", no messages";
   return fmt::format("<bdi>{}</bdi>: <bdi>{}</bdi>", html_line(newest.sender),
                      html_line(newest.text));
 }
