@@ -31,15 +31,6 @@ std::string wrapped(const char* key, const std::string& json) {
   return fmt::format(FMT_COMPILE(R"({{"{}":{}}})"), key, json);
 }
 
-// The bytes of a text or a blob. SQLite converts texts of UTF-16 files to UTF-8.
-std::string_view bytes_at(const Row& row, int place) {
-  const void* const bytes = row.type(place) == SQLITE_TEXT ? sqlite3_column_text(row, place)
-                                                           : sqlite3_column_blob(row, place);
-  if (bytes == nullptr) return "";
-  return {static_cast<const char*>(bytes),
-          static_cast<std::size_t>(sqlite3_column_bytes(row, place))};
-}
-
 // Whether a text must be written as hexadecimal digits. JSON writes a control character as six
 // characters, so a text can be longer in JSON than in digits. The limit for a line in a restore
 // allows for digits only.
@@ -62,11 +53,11 @@ std::string value_at(const Row& row, int place, const ExportColumn& column) {
       return column.is_text ? wrapped("integer", number) : number;
     }
     case SQLITE_FLOAT:
-      return wrapped("real", json_text(real_text(sqlite3_column_double(row, place))));
+      return wrapped("real", json_text(real_text(row.real(place))));
     case SQLITE_BLOB:
-      return wrapped("blob_hex", json_text(to_hex(bytes_at(row, place))));
+      return wrapped("blob_hex", json_text(to_hex(row.blob(place))));
     default:
-      return text_value(bytes_at(row, place), column);
+      return text_value(row.text_view(place), column);
   }
 }
 

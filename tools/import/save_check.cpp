@@ -55,7 +55,7 @@ std::optional<Row> SaveCheck::row(int64_t id) const {
 
 std::string row_text(const Row& row) {
   std::string text;
-  for (int i = 0; i < sqlite3_column_count(row); ++i) {
+  for (int i = 0; i < row.size(); ++i) {
     const std::string value = row.text(i);
     fmt::format_to(std::back_inserter(text), "{} {} {}", row.type(i), value.size(), value);
   }

@@ -13,10 +13,17 @@ const char* bytes_of(std::string_view text) {
 
 }  // namespace
 
-std::string Row::text(int column) const {
+std::string_view Row::text_view(int column) const {
   const unsigned char* const text = sqlite3_column_text(stmt_, column);
   if (text == nullptr) return "";
   return {reinterpret_cast<const char*>(text),
+          static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column))};
+}
+
+std::string_view Row::blob(int column) const {
+  const void* const bytes = sqlite3_column_blob(stmt_, column);
+  if (bytes == nullptr) return "";
+  return {static_cast<const char*>(bytes),
           static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column))};
 }
 

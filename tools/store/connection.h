@@ -21,16 +21,20 @@ class Row {
   // Also reads rows of the library's own statements.
   explicit Row(sqlite3_stmt* stmt) : stmt_(stmt) {}
 
+  int size() const { return sqlite3_column_count(stmt_); }
+
   // The whole text, zero bytes included; empty for SQL NULL.
-  std::string text(int column) const;
+  std::string text(int column) const { return std::string(text_view(column)); }
+  // Like text(), without a copy. Valid as long as the row, unless the column is read as another
+  // type.
+  std::string_view text_view(int column) const;
+  std::string_view blob(int column) const;
   std::int64_t int64(int column) const { return sqlite3_column_int64(stmt_, column); }
   std::int32_t int32(int column) const { return sqlite3_column_int(stmt_, column); }
+  double real(int column) const { return sqlite3_column_double(stmt_, column); }
   bool is_null(int column) const { return type(column) == SQLITE_NULL; }
   // SQLITE_INTEGER, SQLITE_TEXT, ...
   int type(int column) const { return sqlite3_column_type(stmt_, column); }
-
-  // For the functions of SQLite that have no member here.
-  operator sqlite3_stmt*() const { return stmt_; }
 
  private:
   sqlite3_stmt* stmt_;
@@ -118,11 +122,6 @@ class Connection {
 
 // A path that SQLite cannot mistake for a URI: a build that knows URIs takes "file:..." for one.
 std::string unmistakable_path(const std::string& path);
-
-// Row::text().
-inline std::string text_at(sqlite3_stmt* row, int column) {
-  return Row(row).text(column);
-}
 
 // A name quoted as an SQL identifier.
 std::string quoted_name(const std::string& name);

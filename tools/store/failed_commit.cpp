@@ -13,7 +13,7 @@ namespace {
 int write_without_effect(const Connection& connection) {
   std::string version;
   const int rc = connection.each_row("pragma user_version",
-                                     [&version](sqlite3_stmt* row) { version = text_at(row, 0); });
+                                     [&version](const Row& row) { version = row.text(0); });
   return rc == SQLITE_DONE ? connection.run("pragma user_version=" + version) : rc;
 }
 

@@ -10,6 +10,7 @@
 
 #include "base/cv_utils.h"
 #include "tools/store/connection.h"
+#include "tools/store/file_names.h"
 #include "tools/store/regular_file.h"
 #include "tools/store/sqlite_errors.h"
 #include "tools/store/store_copy.h"
@@ -26,9 +27,9 @@ int count_tables(const Connection& connection, int32_t& ours, int32_t& all) {
   return connection.each_row(
       "select count(case when lower(name) in('t_message','t_session','t_sync','t_version') then 1 end),"
       "count(*) from sqlite_master where type='table'",
-      [&](sqlite3_stmt* row) {
-        ours = sqlite3_column_int(row, 0);
-        all = sqlite3_column_int(row, 1);
+      [&](const Row& row) {
+        ours = row.int32(0);
+        all = row.int32(1);
       });
 }
 
@@ -61,8 +62,7 @@ int64_t page_size_of_log(const std::string& file) {
 
 int64_t page_size_of_file(const Connection& connection) {
   int64_t size = 0;
-  connection.each_row("pragma page_size",
-                      [&size](sqlite3_stmt* row) { size = sqlite3_column_int64(row, 0); });
+  connection.each_row("pragma page_size", [&size](const Row& row) { size = row.int64(0); });
   return size;
 }
 

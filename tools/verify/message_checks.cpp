@@ -145,10 +145,7 @@ class MessageReader {
  private:
   // Consecutive messages often belong to one conversation.
   void find_conversation(const Row& row) {
-    const auto* const text =
-        reinterpret_cast<const char*>(sqlite3_column_text(row, kMessageSession));
-    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(row, kMessageSession));
-    const std::string_view id = text == nullptr ? "" : std::string_view(text, size);
+    const std::string_view id = row.text_view(kMessageSession);
     const int64_t type = row.int64(kMessageType);
     if (current_ != nullptr && current_->first.type == type && current_->first.id == id) return;
     current_ = &*contents_.conversations.try_emplace({std::string(id), type}).first;
