@@ -11,10 +11,10 @@
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/abandoned_folders.h"
-#include "tools/store/pending_output.h"
+#include "tools/store/interrupt.h"
 #include "tools/ui/error.h"
 #include "tools/ui/output.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 namespace {
 

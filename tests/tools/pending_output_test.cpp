@@ -1,4 +1,5 @@
 #include "tools/store/pending_output.h"
+#include "tools/store/interrupt.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 #include <gtest/gtest.h>
 

@@ -7,14 +7,16 @@
 #include "tools/commands/commands.h"
 #include "tools/store/connection.h"
 #include "tools/store/pending_output.h"
+#include "tools/store/sqlite_errors.h"
 #include "tools/store/store_copy.h"
+#include "tools/store/store_files.h"
 #include "tools/store/store_state.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
-#include "tools/ui/names.h"
 #include "tools/ui/output.h"
 #include "tools/ui/progress.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

@@ -5,6 +5,7 @@
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/snapshot.h"
+#include "tools/store/sqlite_errors.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/progress.h"

@@ -12,7 +12,7 @@
 #include "base/cv_utils.h"
 #include "tools/ui/error.h"
 #include "tools/ui/names.h"
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 namespace corvan_tool {
 

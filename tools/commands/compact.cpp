@@ -13,10 +13,11 @@
 #include "tools/store/store_state.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
-#include "tools/ui/names.h"
 #include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

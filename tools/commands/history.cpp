@@ -15,6 +15,7 @@
 #include "tools/ui/json.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 #include "tools/ui/time.h"
 
 namespace corvan_tool {

@@ -8,16 +8,18 @@
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/index_update.h"
+#include "tools/store/new_store.h"
 #include "tools/store/schema.h"
 #include "tools/store/snapshot.h"
+#include "tools/store/store_files.h"
 #include "tools/store/store_state.h"
 #include "tools/store/transaction.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
-#include "tools/ui/names.h"
 #include "tools/ui/output.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

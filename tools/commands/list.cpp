@@ -14,6 +14,7 @@
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 #include "tools/ui/time.h"
 
 namespace corvan_tool {

@@ -11,11 +11,14 @@
 #include "tools/commands/commands.h"
 #include "tools/store/schema.h"
 #include "tools/store/snapshot.h"
+#include "tools/store/store_files.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
 #include "tools/ui/progress.h"
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
+#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

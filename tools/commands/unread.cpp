@@ -11,6 +11,7 @@
 #include "tools/ui/json.h"
 #include "tools/ui/names.h"
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 namespace corvan_tool {
 

@@ -7,7 +7,7 @@
 #include <iostream>
 #include <utility>
 
-#include "tools/store/pending_output.h"
+#include "tools/store/interrupt.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/store/export_format.h"
+#include "tools/store/new_store.h"
 #include "tools/store/schema.h"
 #include "tools/ui/letter_case.h"
 #include "tools/ui/terminal_text.h"

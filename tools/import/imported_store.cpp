@@ -12,7 +12,8 @@
 #include "tools/store/failed_commit.h"
 #include "tools/store/output_place.h"
 #include "tools/store/schema.h"
-#include "tools/store/store_copy.h"
+#include "tools/store/store_files.h"
+#include "tools/store/store_state.h"
 #include "tools/store/transaction.h"
 #include "tools/ui/error.h"
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/store/schema.h"
+#include "tools/store/new_store.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {

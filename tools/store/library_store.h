@@ -6,7 +6,6 @@
 #include <string>
 
 #include "db/cv_db_singleton.h"
-#include "tools/store/store_state.h"
 
 namespace corvan_tool {
 

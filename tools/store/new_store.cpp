@@ -1,14 +1,11 @@
-#include <sqlite3.h>
+#include "tools/store/new_store.h"
 
-#include <string>
-#include <utility>
-#include <vector>
+#include <sqlite3.h>
 
 #include "base/cv_database.h"
 #include "tools/store/connection.h"
-#include "tools/store/schema.h"
 #include "tools/ui/error.h"
-#include "tools/ui/names.h"
+#include "tools/ui/letter_case.h"
 
 namespace corvan_tool {
 

@@ -6,8 +6,6 @@
 #include <string>
 #include <utility>
 
-#include "tools/store/interrupt.h"
-
 namespace corvan_tool {
 
 // A new file or folder under a temporary name beside its place. The destructor removes it with its

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "tools/store/connection.h"
-#include "tools/ui/names.h"
+#include "tools/ui/letter_case.h"
 
 namespace corvan_tool {
 

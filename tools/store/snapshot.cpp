@@ -1,5 +1,6 @@
 #include "tools/store/snapshot.h"
 
+#include "tools/store/sqlite_errors.h"
 #include "tools/store/store_state.h"
 #include "tools/ui/error.h"
 

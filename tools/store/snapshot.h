@@ -6,8 +6,8 @@
 #include <string>
 
 #include "tools/store/connection.h"
-#include "tools/store/sqlite_errors.h"
 #include "tools/store/store_copy.h"
+#include "tools/store/store_files.h"
 
 namespace corvan_tool {
 

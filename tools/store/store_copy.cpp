@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/store/file_names.h"
 #include "tools/store/regular_file.h"
 #include "tools/ui/error.h"
 #include "tools/ui/progress.h"

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "tools/store/failed_commit.h"
+#include "tools/store/sqlite_errors.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "tools/store/connection.h"
-#include "tools/store/sqlite_errors.h"
 
 namespace corvan_tool {
 

@@ -9,9 +9,6 @@
 #include <vector>
 
 #include "db/cv_db_records.h"
-#include "tools/ui/letter_case.h"
-#include "tools/ui/time.h"
-#include "tools/ui/units.h"
 
 namespace corvan_tool {
 

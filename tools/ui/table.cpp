@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "tools/ui/terminal_text.h"
+
 namespace corvan_tool {
 
 namespace {

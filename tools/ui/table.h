@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "tools/ui/terminal_text.h"
-
 namespace corvan_tool {
 
 // Rows below a line of headings, each column as wide as its widest cell. Cells are made printable.

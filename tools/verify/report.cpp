@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 #include "tools/ui/units.h"
 
 namespace corvan_tool {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/store/new_store.h"
 #include "tools/store/schema.h"
 
 namespace corvan_tool {

@@ -11,7 +11,7 @@
 #include <system_error>
 
 #include "tools/store/connection.h"
-#include "tools/store/pending_output.h"
+#include "tools/store/interrupt.h"
 #include "tools/ui/error.h"
 #include "tools/ui/progress.h"
 

@@ -9,6 +9,7 @@
 #include "tools/store/pending_output.h"
 #include "tools/store/schema.h"
 #include "tools/store/snapshot.h"
+#include "tools/store/store_files.h"
 #include "tools/store/store_state.h"
 #include "tools/store/transaction.h"
 #include "tools/ui/error.h"

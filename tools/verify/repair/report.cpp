@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "tools/ui/table.h"
+#include "tools/ui/terminal_text.h"
 
 namespace corvan_tool {
 
