@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const std::bad_alloc&) {
-    std::cerr << "corvan: out of memory; the largest message must fit in it several times\n";
+    std::cerr << "corvan: out of memory; a message needs several times its size\n";
     return kFailure;
   } catch (const std::exception& error) {
     std::cerr << "corvan: " << printable(error.what()) << '\n';

@@ -92,8 +92,7 @@ TEST_F(BackupTest, DoesNotOverwrite) {
   std::filesystem::create_directory(backup);
   const Outcome outcome = run({"backup", store(), backup});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err,
-            "corvan: " + backup + ": is there already; name a place where nothing is\n");
+  EXPECT_EQ(outcome.err, "corvan: " + backup + ": exists already; name a new place\n");
   EXPECT_EQ(listing(backup), Listing{});
 }
 
@@ -109,7 +108,7 @@ TEST_F(BackupTest, IsReadableOnlyByItsOwner) {
 TEST_F(BackupTest, NamesAMissingParentFolder) {
   const Outcome outcome = run({"backup", store(), folder.file("none/backup")});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + folder.file("none") + ": no such folder; make it first\n");
+  EXPECT_EQ(outcome.err, "corvan: " + folder.file("none") + ": no such folder; create it first\n");
 }
 
 TEST_F(BackupTest, AFailureLeavesNothingBehind) {

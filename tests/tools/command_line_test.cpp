@@ -105,7 +105,7 @@ TEST_F(CommandLineTest, KeepsBracketsInValues) {
   EXPECT_EQ(run({"list", store(), "[x]", "y"}).err.find('\xff'), std::string::npos) << read_err();
   EXPECT_NE(read_err().find("[x]"), std::string::npos) << read_err();
   EXPECT_NE(read_err().find("; see 'corvan --help'"), std::string::npos) << read_err();
-  EXPECT_NE(run({"list", store(), "--type", "[x]"}).err.find("\"[x]\" is none of"),
+  EXPECT_NE(run({"list", store(), "--type", "[x]"}).err.find("\"[x]\" is not one of"),
             std::string::npos)
       << read_err();
 }

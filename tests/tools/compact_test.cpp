@@ -73,7 +73,7 @@ TEST_F(CompactTest, DoesNotChangeALockedStore) {
   EXPECT_EQ(outcome.status, 2);
   EXPECT_NE(outcome.err.find(file() + ": in use by another process"), std::string::npos)
       << outcome.err;
-  EXPECT_NE(outcome.err.find("try again while the client rests"), std::string::npos);
+  EXPECT_NE(outcome.err.find("try again while the client is idle"), std::string::npos);
   EXPECT_EQ(read_file(file()), bytes);
 }
 

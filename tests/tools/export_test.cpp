@@ -189,7 +189,7 @@ TEST_F(ExportTest, NeverReplacesExistingFile) {
   import_sample();
   const std::string place = write("out", "mine");
   expect_refused({"--format", "csv", "--output", place},
-                 place + ": is there already; name a place where nothing is\n");
+                 place + ": exists already; name a new place\n");
   EXPECT_EQ(read_file(place), "mine");
 }
 

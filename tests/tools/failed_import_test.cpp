@@ -31,7 +31,7 @@ class FailedCallOfImport : public FailedCallsTest {
       return;
     }
     EXPECT_EQ(outcome.status, 2);
-    if (outcome.err.find("; whether ") != std::string::npos) return;  // the outcome is unknown
+    if (outcome.err.find("; it is unknown whether ") != std::string::npos) return;  // the outcome is unknown
     const std::size_t stored = contents.size() - kStoredBefore;
     EXPECT_EQ(outcome.out.rfind(std::to_string(stored) + " stored, ", 0), 0U) << outcome.out;
   }
@@ -67,7 +67,7 @@ class FailedCallOfImport : public FailedCallsTest {
 
 TEST_F(FailedCallOfImport, ReportsWhatIsStored) {
   at_every_call(arguments_, Client::kNone, Fails::kOnce, [this](const Outcome& outcome) {
-    EXPECT_EQ(outcome.err.find("; whether "), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find("; it is unknown whether "), std::string::npos) << outcome.err;
     expect_truth(outcome);
   });
 }
@@ -106,7 +106,7 @@ TEST_F(FailedCallOfImport, ReportsWhatIsCompleted) {
 
 TEST_F(FailedCallOfImport, ReportsWhatIsStoredWhileAClientHasTheStoreOpen) {
   at_every_call(arguments_, Client::kHasStoreOpen, Fails::kOnce, [this](const Outcome& outcome) {
-    EXPECT_EQ(outcome.err.find("; whether "), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find("; it is unknown whether "), std::string::npos) << outcome.err;
     expect_truth(outcome);
   });
 }

@@ -40,9 +40,9 @@ class FailedSyncOfOutput : public ToolTest {
   void expect_made_or_nothing(const Outcome& outcome) {
     EXPECT_EQ(outcome.status, 2);
     const bool is_made = outcome.err == "corvan: " + made +
-                                            ": is there and whole, but its folder cannot be "
-                                            "synced: Input/output error; a power loss may take "
-                                            "its name away\n";
+                                            ": is complete, but its folder cannot be "
+                                            "synced: Input/output error; it may be missing "
+                                            "after a power loss\n";
     times_made += is_made ? 1 : 0;
     EXPECT_EQ(std::filesystem::exists(made), is_made) << outcome.err;
     EXPECT_EQ(outcome.err.find("nothing was kept") == std::string::npos, is_made) << outcome.err;

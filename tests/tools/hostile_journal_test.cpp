@@ -116,9 +116,9 @@ TEST_F(HostileJournalTest, ImportKeepsALogWhoseStoreIsMissing) {
     const char* error;
   } cases[] = {
       {"-wal",
-       ": a log whose store is gone; 'corvan salvage' brings out what it holds; move it away and "
+       ": a log without its store; 'corvan salvage' rescues what can be read; move it away and "
        "try again\n"},
-      {"-journal", ": a journal whose store is gone; move it away and try again\n"}};
+      {"-journal", ": a journal without its store; move it away and try again\n"}};
   for (const bool is_empty : {false, true}) {
     for (const auto& [suffix, error] : cases) {
       fs::remove(file());

@@ -179,12 +179,12 @@ TEST_F(ImportLineTest, NamesKeyGivenTwice) {
 
 TEST_F(ImportLineTest, RejectsZeroCharacters) {
   for (const char* key : {"session_id", "object_name", "sender", "content"}) {
-    const std::string expected = "field \"" + std::string(key) + "\": holds a zero character";
+    const std::string expected = "field \"" + std::string(key) + "\": contains a zero character";
     EXPECT_EQ(error(replaced(key, R"("a\u0000b")")), expected);
     EXPECT_EQ(error(replaced(key, R"("\u0000")")), expected);
   }
   EXPECT_EQ(error(with(R"("server_uid":"\u0000")")),
-            "field \"server_uid\": holds a zero character");
+            "field \"server_uid\": contains a zero character");
   // A raw zero byte is not JSON.
   const std::string raw = error(replaced("content", std::string("\"a\0b\"", 5)));
   EXPECT_EQ(raw.find("field \"content\": not valid JSON at byte "), 0U) << raw;

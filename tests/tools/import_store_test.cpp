@@ -50,10 +50,9 @@ TEST_F(ImportStoreTest, LeavesDamagedFileUnchanged) {
   const Listing before = listing(store());
   const Outcome outcome = import_text(numbered(1));
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err,
-            "corvan: " + file() +
-                ": damaged (file is not a database); keep a copy: opening it with "
-                "the library deletes it; 'corvan salvage' brings out what can be read\n");
+  EXPECT_EQ(outcome.err, "corvan: " + file() +
+                             ": damaged (file is not a database); keep a copy: opening it with "
+                             "the library deletes it; 'corvan salvage' rescues what can be read\n");
   EXPECT_EQ(listing(store()), before);
 }
 
@@ -133,7 +132,7 @@ TEST_F(ImportStoreTest, ReportsLockedStore) {
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err, "corvan: " + file() +
                              ": in use by another process (database is locked); nothing was "
-                             "changed; try again while the client rests\n");
+                             "changed; try again while the client is idle\n");
   EXPECT_EQ(contents(), Rows{"1"});
 }
 

@@ -128,7 +128,7 @@ TEST_F(ImportTest, ReportsEachBadLineOnOneLine) {
   const std::string at = "corvan: " + log() + ":2: ";
   const std::vector<std::pair<std::string, std::string>> cases = {
       {line({{"sender", nullptr}}), "field \"sender\": missing"},
-      {line({{"content", std::string("a\0b", 3)}}), "field \"content\": holds a zero character"},
+      {line({{"content", std::string("a\0b", 3)}}), "field \"content\": contains a zero character"},
       {line({{"session_id", ""}}), "field \"session_id\": must not be empty"},
       {line({{"is_receive", 1}}), "field \"is_receive\": must be true or false"},
       {"[]\n", "not a JSON object"},

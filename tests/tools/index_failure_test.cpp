@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kInUse =
     ": in use by another process (database is locked); nothing was changed; try again while the "
-    "client rests\n";
+    "client is idle\n";
 
 class IndexFailureTest : public IndexTest {};
 
@@ -185,7 +185,7 @@ TEST_F(IndexWithoutStoreTest, DoesNotDeleteAFileThatIsNotADatabase) {
   write_file(file(), std::string(10000, 'x'));
   expect_refused(
       "damaged (file is not a database); keep a copy: opening it with the library deletes it; "
-      "'corvan salvage' brings out what can be read");
+      "'corvan salvage' rescues what can be read");
 }
 
 TEST_F(IndexWithoutStoreTest, RefusesAForeignDatabase) {

@@ -93,8 +93,8 @@ TEST_F(IrregularFilesTest, SalvageRefusesALogThatIsNotRegular) {
     const Outcome outcome = run({"salvage", store(), folder.file("made")});
     EXPECT_EQ(outcome.status, 2);
     const bool is_link = std::string(one.what) == "link to nothing";
-    EXPECT_EQ(outcome.err, "corvan: " + fs::canonical(store()).string() + "/corvan-wal: " +
-                               (is_link ? "a link that leads to no file" : "not a file") +
+    EXPECT_EQ(outcome.err, "corvan: " + fs::canonical(store()).string() +
+                               "/corvan-wal: " + (is_link ? "a dangling link" : "not a file") +
                                "; move it away and try again\n");
     EXPECT_EQ(run({"salvage", store(), folder.file("made"), "--without-log"}).status, 0);
     fs::remove_all(folder.file("made"));

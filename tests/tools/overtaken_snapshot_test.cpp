@@ -138,8 +138,9 @@ TEST_F(BusyStoreTest, SnapshotIsConsistentWhileAnotherThreadWrites) {
       const int before = saved;
       const Outcome outcome = run(arguments);
       if (outcome.status == 2) {
-        EXPECT_EQ(outcome.err, "corvan: " + file() +
-                                   ": written to all the time; try again when its writer rests\n");
+        EXPECT_EQ(outcome.err,
+                  "corvan: " + file() +
+                      ": changes too often to be copied; try again while the client is idle\n");
         if (good == 0) pause = 2 * pause;  // a slow machine needs more time
         continue;
       }

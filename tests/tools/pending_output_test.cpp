@@ -109,7 +109,7 @@ TEST_F(PendingOutputTest, ReportsWhyAPlaceIsRefused) {
   const std::string name(300, 'n');
   EXPECT_EQ(error_of(place(name)), place(name) + ": File name too long");
   EXPECT_EQ(error_of(place("there/a")), place("there") + ": not a folder; name one");
-  EXPECT_EQ(error_of(place("none/a")), place("none") + ": no such folder; make it first");
+  EXPECT_EQ(error_of(place("none/a")), place("none") + ": no such folder; create it first");
 }
 
 class InterruptTest : public ToolTest {};

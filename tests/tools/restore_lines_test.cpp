@@ -28,8 +28,9 @@ TEST_F(RestoreLinesTest, RejectsTruncatedFile) {
     expect_bad(text.substr(0, end), why);
   }
   EXPECT_EQ(line_number, 6);
-  expect_bad(text.substr(0, text.size() - 2),
-             ":7: not valid JSON at byte 77, where it ends: cut off; export again");
+  expect_bad(
+      text.substr(0, text.size() - 2),
+      ":7: not valid JSON at byte 77, the end of the line: the file was cut off; export again");
 }
 
 TEST_F(RestoreLinesTest, ChecksEachLine) {
@@ -45,7 +46,7 @@ TEST_F(RestoreLinesTest, ChecksEachLine) {
     std::string error;
   };
   const std::string whole = "must be a whole number of 64 bits";
-  const std::string source = "; 'corvan verify' tells what is wrong with the exported store";
+  const std::string source = "; run 'corvan verify' on the exported store";
   const std::vector<Case> cases = {
       {0, "", R"({"type":"message"})",
        "not an export: the first line must be of the type \"corvan-export\", as 'corvan export "
@@ -81,9 +82,9 @@ TEST_F(RestoreLinesTest, ChecksEachLine) {
       {3, "\"content\":\"hi\"", "\"content\":[\"hi\"]", "field \"content\": must be a text"},
       {3, "\"content\":\"hi\"", "\"content\":{}", "field \"content\": must have one member"},
       {3, "\"content\":\"hi\"", R"("content":{"text_hex":"0"})",
-       "field \"content\": \"text_hex\" must hold pairs of the digits 0-9 and a-f"},
+       "field \"content\": \"text_hex\" must consist of pairs of the digits 0-9 and a-f"},
       {3, "\"content\":\"hi\"", R"("content":{"text_hex":"0G"})",
-       "field \"content\": \"text_hex\" must hold pairs of the digits 0-9 and a-f"},
+       "field \"content\": \"text_hex\" must consist of pairs of the digits 0-9 and a-f"},
       {3, "\"content\":\"hi\"", R"("content":{"blob_hex":7})",
        "field \"content\": \"blob_hex\" must be a text"},
       {3, "\"content\":\"hi\"", R"("content":{"base64":"aGk="})",
@@ -107,7 +108,7 @@ TEST_F(RestoreLinesTest, ChecksEachLine) {
       {3, "", good[2],
        "an earlier line has the same key (UNIQUE constraint failed: t_session.rowid)" + source},
       {3, "", "{\"type\":\"message\"",
-       "not valid JSON at byte 18, where it ends: cut off; export again"},
+       "not valid JSON at byte 18, the end of the line: the file was cut off; export again"},
       {3, "\"content\":\"hi\"", std::string("\"content\":\"\0\"", 13),
        "not valid JSON at byte 100"},
       {3, "\"content\":\"hi\"", "\"content\":\"\xff\"", "not valid JSON at byte 100"},

@@ -119,8 +119,8 @@ TEST_F(RestoreTest, ReportsUnusablePaths) {
       {{folder.file("none"), restored()}, folder.file("none") + ": No such file or directory\n"},
       {{long_name, restored()}, long_name + ": File name too long\n"},
       {{folder.path(), restored()}, folder.path() + ": is a folder; name a file\n"},
-      {{good, store()}, store() + ": is there already; name a place where nothing is\n"},
-      {{good, folder.file("a/b")}, folder.file("a") + ": no such folder; make it first\n"},
+      {{good, store()}, store() + ": exists already; name a new place\n"},
+      {{good, folder.file("a/b")}, folder.file("a") + ": no such folder; create it first\n"},
       {{good, good + "/b"}, good + ": not a folder; name one\n"},
   };
   const Rows before = all_of(file());

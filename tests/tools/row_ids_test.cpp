@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kNoRowIds =
     " has no row ids that SQL can name: it is WITHOUT ROWID, or has columns named rowid, _rowid_ "
-    "and oid; in a copy of the store, rename one of these columns or make the table anew with row ids";
+    "and oid; in a copy of the store, rename one of these columns or recreate the table with row ids";
 
 class RowIdsTest : public ForeignSchemaSample {};
 

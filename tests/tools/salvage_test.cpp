@@ -113,9 +113,10 @@ TEST_F(SalvageTest, FailuresLeaveNothing) {
       {{empty, salvaged}, empty + "/corvan" + no_file},
       {{empty + "/none", salvaged}, empty + "/none" + no_file},
       {{pipe, salvaged}, std::filesystem::canonical(pipe).string() + ": not a file\n"},
-      {{store(), taken}, taken + ": is there already; name a place where nothing is\n"},
-      {{store(), empty}, empty + ": is there already; name a place where nothing is\n"},
-      {{store(), folder.file("no/where")}, folder.file("no") + ": no such folder; make it first\n"},
+      {{store(), taken}, taken + ": exists already; name a new place\n"},
+      {{store(), empty}, empty + ": exists already; name a new place\n"},
+      {{store(), folder.file("no/where")},
+       folder.file("no") + ": no such folder; create it first\n"},
   };
   const Listing before = listing(folder.path());
   for (const auto& [arguments, error] : cases) {

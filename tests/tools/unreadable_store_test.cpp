@@ -51,7 +51,7 @@ TEST_F(UnreadableStoreTest, DoesNotDeleteAFileThatIsNotADatabase) {
   all.resize(8);  // all but check
   expect_refused(
       "damaged (file is not a database); keep a copy: opening it with the library deletes it; "
-      "'corvan salvage' brings out what can be read",
+      "'corvan salvage' rescues what can be read",
       all);
   const Outcome check = run({"check", store()});
   EXPECT_EQ(check.status, 1);

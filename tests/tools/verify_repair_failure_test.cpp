@@ -28,7 +28,7 @@ TEST_F(VerifyTest, FailedRepairChangesNothing) {
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.err, "corvan: " + file() +
                                ": in use by another process (database is locked); nothing was "
-                               "changed; try again while the client rests\n");
+                               "changed; try again while the client is idle\n");
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(codes(verify(1)), Rows{"counter-unread"});
   }
@@ -44,9 +44,9 @@ TEST_F(VerifyTest, FailedRepairChangesNothing) {
   EXPECT_EQ(codes(verify(1)), Rows{"counter-unread"});
 
   const std::string taken = write("taken", "");
-  expect_refused({"--backup", taken}, taken + ": is there already; name a place where nothing is");
+  expect_refused({"--backup", taken}, taken + ": exists already; name a new place");
   expect_refused({"--backup", folder.file("no/where")},
-                 folder.file("no") + ": no such folder; make it first");
+                 folder.file("no") + ": no such folder; create it first");
 
   // The backup does not fit, but the 32 KiB that SQLite writes beside the store do.
   largest_file = rlim_t{40} << 10;
@@ -75,7 +75,7 @@ TEST_F(VerifyTest, FailedCommitLeavesStoreAndBackup) {
   const std::string first = folder.file("first");
   const Outcome outcome = run({"verify", store(), "--repair", "counters", "--backup", first});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_NE(outcome.err.find("; nothing was changed; try again while the client rests; the "
+  EXPECT_NE(outcome.err.find("; nothing was changed; try again while the client is idle; the "
                              "original was copied to " +
                              first + "\n"),
             std::string::npos)

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
@@ -37,62 +39,58 @@ struct Backup {
   std::string damage;  // SQLite's text; empty for a sound store
 };
 
-// Moves the log of a copy into its file and counts its rows. Returns false, with `backup.damage`,
-// if the copy is damaged. Throws ToolError with `place` as the copy's name if it fails for another
-// reason, for example lack of room.
-bool settle(const std::string& file, const std::string& place, Backup& backup) {
-  const Connection connection(file);
-  const StatementProgress progress(connection.handle(), "million steps of the check");
-  std::string findings;
+// Checks the copy. If it is sound, moves its log into its file and counts its rows. Returns
+// SQLITE_DONE, or the code of the failure.
+int check_and_count(const Connection& connection, std::string& findings, Backup& backup) {
   const auto into = [](int64_t& number) {
     return [&number](const Row& row) { number = row.int64(0); };
   };
   int rc = connection.each_row("pragma integrity_check(1)",
                                [&findings](const Row& row) { findings = row.text(0); });
-  if (rc == SQLITE_DONE && findings != "ok") {
-    backup.damage = findings;
-    return false;
-  }
-  if (rc == SQLITE_DONE) rc = connection.run("pragma wal_checkpoint(truncate)");
-  if (rc == SQLITE_DONE) {
-    rc = connection.each_row("select count(*) from t_message", into(backup.messages));
-  }
-  if (rc == SQLITE_DONE) {
-    rc = connection.each_row("select count(*) from t_session", into(backup.sessions));
-  }
-  if (rc == SQLITE_DONE) return true;
-  const int code = rc & 0xff;
-  if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB) {
-    throw ToolError(place + ": the copy cannot be completed: " + connection.error() +
-                    "; nothing was kept; see that there is room for it");
-  }
-  backup.damage = connection.error();
-  return false;
+  if (rc != SQLITE_DONE || findings != "ok") return rc;
+  rc = connection.run("pragma wal_checkpoint(truncate)");
+  if (rc != SQLITE_DONE) return rc;
+  rc = connection.each_row("select count(*) from t_message", into(backup.messages));
+  if (rc != SQLITE_DONE) return rc;
+  return connection.each_row("select count(*) from t_session", into(backup.sessions));
 }
 
-void print(const Backup& backup, bool json) {
+// Completes the copy, or returns its damage. Throws ToolError with `place` as the copy's name if
+// that fails for another reason, for example lack of room.
+std::string complete_copy(const std::string& file, const std::string& place, Backup& backup) {
+  const Connection connection(file);
+  const StatementProgress progress(connection.handle(), "million steps of the check");
+  std::string findings;
+  const int rc = check_and_count(connection, findings, backup);
+  if (rc == SQLITE_DONE) return findings == "ok" ? "" : findings;
+  if (is_damage(rc)) return connection.error();
+  throw ToolError(place + ": the copy cannot be completed: " + connection.error() +
+                  "; nothing was kept; make room for the copy");
+}
+
+void print_backup_json(const Backup& backup) {
   const bool sound = backup.damage.empty();
-  if (json) {
-    Json result = {{"ok", sound},
-                   {"file", backup.file},
-                   {"bytes", backup.bytes},
-                   {"log_bytes", backup.log_bytes}};
-    result["messages"] = sound ? Json(backup.messages) : Json(nullptr);
-    result["sessions"] = sound ? Json(backup.sessions) : Json(nullptr);
-    result["damage"] = sound ? Json(nullptr) : Json(backup.damage);
-    print_json(result);
+  print_json({{"ok", sound},
+              {"file", backup.file},
+              {"bytes", backup.bytes},
+              {"log_bytes", backup.log_bytes},
+              {"messages", sound ? Json(backup.messages) : Json(nullptr)},
+              {"sessions", sound ? Json(backup.sessions) : Json(nullptr)},
+              {"damage", sound ? Json(nullptr) : Json(backup.damage)}});
+}
+
+void print_backup(const Backup& backup) {
+  if (!backup.damage.empty()) {
+    std::cout << fmt::format(
+        "{}: damaged ({}); copied as it is, with its log; 'corvan salvage' rescues what can be "
+        "read\n",
+        printable(backup.file), printable(backup.damage));
     return;
   }
-  std::cout << printable(backup.file) << ": ";
-  if (sound) {
-    std::cout << backup.messages << " messages, " << backup.sessions << " conversations, "
-              << size_text(backup.bytes) << "; sound; "
-              << (backup.log_bytes > 0 ? "the write-ahead log is in it\n"
-                                       : "there was no write-ahead log\n");
-  } else {
-    std::cout << "damaged (" << printable(backup.damage)
-              << "); copied as it is, log and all; 'corvan salvage' brings out what can be read\n";
-  }
+  std::cout << fmt::format(
+      "{}: {} messages, {} conversations, {}; sound; {}\n", printable(backup.file), backup.messages,
+      backup.sessions, size_text(backup.bytes),
+      backup.log_bytes > 0 ? "the write-ahead log is in it" : "there was no write-ahead log");
 }
 
 int run_backup(const BackupOptions& options) {
@@ -104,12 +102,17 @@ int run_backup(const BackupOptions& options) {
 
   // The check may change the copy. A damaged store is copied again, to be kept as it was found.
   backup.damage = damage_of_store(file, store_file(options.folder));
-  const bool sound = backup.damage.empty() && settle(file, options.to, backup);
+  if (backup.damage.empty()) backup.damage = complete_copy(file, options.to, backup);
+  const bool sound = backup.damage.empty();
   if (!sound) copy_store(options.folder, file);
   std::filesystem::remove(file + kIndexSuffix);  // created by the check
   backup.bytes = store_sizes(file).file;
   folder.keep();
-  print(backup, options.json);
+  if (options.json) {
+    print_backup_json(backup);
+  } else {
+    print_backup(backup);
+  }
   require_output("the backup is in " + options.to);
   return sound ? kOk : kNegative;
 }

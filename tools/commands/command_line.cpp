@@ -60,7 +60,7 @@ CLI::Validator type_of_conversation() {
       text = number;
       return "";
     }
-    return fmt::format("\"{}\" is none of {}", text, kTypes);
+    return fmt::format("\"{}\" is not one of {}", text, kTypes);
   };
   return {to_number, ""};
 }

@@ -135,7 +135,7 @@ void add_export(CommandLine& line) {
                  "jsonl, csv or html (required)");
   command.types(options.types, "export only conversations of this type; may be repeated: ");
   command.option("--output", "PLACE", options.output,
-                 "the file to make, or for html the folder; it must not exist");
+                 "the file to create, or for html the folder; it must not exist");
 }
 
 }  // namespace corvan_tool

@@ -30,7 +30,7 @@ class Import {
   explicit Import(const ImportOptions& options) : options_(options), reader_(options, progress_) {}
 
   void run() {
-    reader_.read(batch_);  // before the store is made: the first line may be bad
+    reader_.read(batch_);  // before the store is created: the first line may be bad
     ImportedStore store(options_);
     while (!batch_.empty()) {
       save_batch(store);

@@ -55,7 +55,7 @@ IndexOutcome update_indexes(const std::string& file, const std::string& name,
       plan_indexes(transaction.connection(), wanted, options.drop_others, outcome.plan));
   {
     const StatementProgress progress(transaction.connection().handle(),
-                                     "million steps of making indexes");
+                                     "million steps of creating indexes");
     apply_index_changes(transaction, outcome.plan.changes);
   }
   if (!outcome.plan.is_empty() && !options.dry_run) {
@@ -99,8 +99,7 @@ std::string index_summary(const IndexOutcome& outcome, bool dry_run) {
   }
   text += fmt::format("{} kept", plan.kept);
   const std::size_t left = plan.count(IndexChange::kLeave);
-  if (left > 0)
-    text += fmt::format(", {} left (--drop-others drops what is not the store's)", left);
+  if (left > 0) text += fmt::format(", {} left (--drop-others drops them)", left);
   return text + fmt::format("; {} s\n", seconds_text(outcome.seconds));
 }
 
@@ -123,16 +122,16 @@ void print_index_json(const IndexOutcome& outcome, bool dry_run) {
 }
 
 constexpr const char* kIndexResult =
-    "A store keeps the indexes that it was made with. 'index' creates the indexes of a new store\n"
+    "A store keeps the indexes that it was created with. 'index' creates the indexes of a new store\n"
     "that are missing, and replaces those whose statement differs. Other indexes on the store's\n"
     "tables are dropped if their names begin like the store's own, TABLE_...: they come from an\n"
-    "older release. All others belong to somebody else: they are listed, and left unless\n"
-    "--drop-others is given. Tables and messages do not change. All is done in one transaction, or\n"
-    "nothing. A client may have the store open, but its saves fail meanwhile. A store that is\n"
-    "locked for two seconds is an error.\n"
+    "older release. All remaining indexes were added by other programs: they are listed, and left\n"
+    "unless --drop-others is given. Tables and messages do not change. All changes are made in one\n"
+    "transaction, or none. A client may have the store open, but its saves fail meanwhile. A store\n"
+    "that is locked for two seconds is an error.\n"
     "With --json: an object with dry_run; created, replaced, dropped, left: arrays of objects with\n"
-    "name, table, sql, of created and replaced ones also seconds and bytes (null when unknown), of\n"
-    "replaced ones also old_sql; kept (a number) and seconds.\n";
+    "name, table and sql, for created and replaced ones also seconds and bytes (null if\n"
+    "unknown), for replaced ones also old_sql; kept (a number) and seconds.\n";
 
 // Throws ToolError if the store cannot be read or written, is locked, or lacks a column that an
 // index needs; the store is not changed then.

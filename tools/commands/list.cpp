@@ -44,31 +44,32 @@ struct ListEntry {
   bool has_latest() const { return latest && latest_id > 0; }
 };
 
+ListEntry entry_at(const Row& row) {
+  ListEntry c;
+  c.id = row.text(0);
+  c.type = row.int32(1);
+  c.title = row.text(2);
+  c.draft = row.text(3);
+  c.is_top = row.int32(4);
+  c.silence = row.int32(5);
+  c.unread_count = row.int32(6);
+  c.mention_count = row.int32(7);
+  c.time = row.int64(8);
+  c.latest_id = row.int64(9);
+  return c;
+}
+
 std::vector<ListEntry> read_rows(const Snapshot& store, const ListOptions& options) {
   std::vector<ListEntry> entries;
   store.each_row(
       "select session_id,session_type,title,draft,is_top,silence,unread_count,mention_count,"
       "session_time,latest_id from t_session where session_type in(" +
           listed_types(options.types) + ") order by is_top desc,session_time desc limit ?",
-      [&entries](const Row& row) {
-        ListEntry c;
-        c.id = row.text(0);
-        c.type = row.int32(1);
-        c.title = row.text(2);
-        c.draft = row.text(3);
-        c.is_top = row.int32(4);
-        c.silence = row.int32(5);
-        c.unread_count = row.int32(6);
-        c.mention_count = row.int32(7);
-        c.time = row.int64(8);
-        c.latest_id = row.int64(9);
-        entries.push_back(std::move(c));
-      },
-      int64_t{options.limit});
+      [&entries](const Row& row) { entries.push_back(entry_at(row)); }, int64_t{options.limit});
   return entries;
 }
 
-// Reads the latest messages. Without a draft the time of the latest message is shown.
+// Reads the latest messages. A conversation without a draft has the time of its latest message.
 void read_latest(const Snapshot& store, std::vector<ListEntry>& entries) {
   Statement message(store.connection(), "select " + kMessageColumns + " from t_message where id=?");
   for (ListEntry& c : entries) {
@@ -164,7 +165,7 @@ constexpr const char* kListResult =
 void add_list(CommandLine& line) {
   auto [command, options] = line.add<ListOptions>(
       "list", "Show the conversations, pinned first, then newest first", kListResult, run_list);
-  command.types(options.types, "only conversations of this type, may be repeated: ");
+  command.types(options.types, "only conversations of this type; may be repeated: ");
   command.number("--limit", "N", options.limit, "at most N conversations (default: all)");
 }
 

@@ -53,7 +53,7 @@ void report_as_text(const ExportReader& reader, const std::string& folder, doubl
                            reader.counts()[kSessions], reader.counts()[kMessages],
                            seconds_text(seconds));
   if (reader.header().is_partial) {
-    std::cout << "a partial export: it holds chosen conversations only, and no sync times\n";
+    std::cout << "a partial export: it contains only some conversations, and no sync times\n";
   }
 }
 
@@ -77,7 +77,7 @@ constexpr const char* kRestoreResult =
     "It is an error if a key is unknown, missing or given twice, if a value does not fit its column,\n"
     "if an id occurs twice, if the number of records differs from the one in the first or the last\n"
     "line, or if the last line is missing. The error names the line, and nothing is left behind.\n"
-    "An export of chosen conversations gives a store with these conversations only.\n"
+    "A partial export gives a store with the exported conversations only.\n"
     "With --json: an object with partial, versions, syncs, sessions, messages, sequences (the numbers\n"
     "of rows) and seconds.\n";
 
@@ -88,7 +88,7 @@ void add_restore(CommandLine& line) {
       "restore", "Make a store from an export in JSON Lines", kRestoreResult, run_restore);
   command.argument("FILE", options.file, "the export; - for standard input");
   command.argument("NEWFOLDER", options.folder,
-                   "the folder to make for the store; it must not exist");
+                   "the folder to create for the store; it must not exist");
 }
 
 }  // namespace corvan_tool

@@ -48,12 +48,11 @@ int run_salvage(const SalvageOptions& options) {
 
 void add_salvage(CommandLine& line) {
   auto [command, options] = line.add_without_folder<SalvageOptions>(
-      "salvage", "Bring what can still be read in a damaged store into a new one", kSalvageHelp,
-      run_salvage);
+      "salvage", "Rescue what is still readable in a damaged store", kSalvageHelp, run_salvage);
   command.argument("DAMAGED", options.damaged, "the store's folder, or its file");
   command.argument("NEWFOLDER", options.folder,
-                   "the folder to make for the new store; nothing may be there");
-  command.flag("--doubtful", options.doubtful, "take doubtful rows as well");
+                   "the folder to create for the new store; it must not exist");
+  command.flag("--doubtful", options.doubtful, "recover doubtful rows as well");
   command.flag("--without-log", options.without_log,
                "do not read the write-ahead log, for example because it is another store's");
 }

@@ -35,7 +35,7 @@ struct SearchOptions {
   std::string folder;
   std::string text;
   std::optional<std::string> session_id;
-  std::vector<Corvan::SessionType> types;  // none: all
+  std::vector<Corvan::SessionType> types;  // empty: all
   bool ignore_case = false;
   std::optional<std::string> before;
   int32_t limit = 20;
@@ -130,7 +130,7 @@ class Search {
     if (!has_time) time = time_of(*id);
     if (!time) {
       throw ToolError(store_.name() + ": no message " + text +
-                      "; --before takes TIME:ID of a message that is gone");
+                      "; if the message is gone, give its TIME:ID to --before");
     }
     return Place{*time, *id};
   }
@@ -148,7 +148,7 @@ class Search {
   const StatementProgress progress_{store_.connection().handle(), "million steps of the search"};
 };
 
-// The position in `text` of what is at `place` in its folded form.
+// Converts a position in the folded form of `text` to the position in `text`.
 std::size_t unfolded_place(std::string_view text, std::size_t place) {
   std::string_view rest = text;
   for (std::size_t size = 0; !rest.empty();) {
@@ -159,7 +159,7 @@ std::size_t unfolded_place(std::string_view text, std::size_t place) {
   return text.size();
 }
 
-// The content from shortly before the first hit on, so that a clipped table shows the hit.
+// Begins the content shortly before the first hit if the table clips it, so that the hit is shown.
 std::string from_the_hit(const std::string& content, const SearchOptions& options) {
   constexpr std::size_t kBefore = 24;
   if (terminal_width() == 0) return content;
@@ -221,11 +221,11 @@ void add_search(CommandLine& line) {
   command.argument("TEXT", options.text, "the text to search for");
   command.option("--session", "SESSION", options.session_id,
                  "only in the conversation with this id");
-  command.types(options.types, "only in conversations of this type, may be repeated: ");
+  command.types(options.types, "only in conversations of this type; may be repeated: ");
   command.flag("--ignore-case", options.ignore_case, "ignore letter case");
   command.option("--before", "TIME:ID", options.before,
-                 "the page after this message, named by time and id, or by its id alone while it "
-                 "exists (default: the newest messages)");
+                 "the page after this message, given by its time and id, or by its id alone while "
+                 "it exists (default: the newest messages)");
   command.number("--limit", "N", options.limit, "at most N messages (default 20)");
 }
 

@@ -141,16 +141,15 @@ class StatsReader {
   Stats stats_;
 };
 
-void print_stats_json(const Stats& stats) {
-  const auto or_null = [](const auto& value) { return value ? Json(*value) : Json(nullptr); };
-  Json json = {{"file_bytes", stats.sizes.file},
-               {"log_bytes", stats.sizes.log},
-               {"page_size", stats.page_size},
-               {"free_pages", stats.free_pages},
-               {"tables", Json::array()},
-               {"indexes", Json::array()},
-               {"conversations", stats.conversations}};
-  for (const Part& part : stats.parts) {
+template <typename Value>
+Json or_null(const std::optional<Value>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+void add_parts(const std::vector<Part>& parts, Json& json) {
+  json["tables"] = Json::array();
+  json["indexes"] = Json::array();
+  for (const Part& part : parts) {
     if (part.is_table) {
       json["tables"].push_back(
           {{"name", part.name}, {"rows", or_null(part.rows)}, {"bytes", or_null(part.bytes)}});
@@ -159,19 +158,38 @@ void print_stats_json(const Stats& stats) {
           {{"name", part.name}, {"table", part.table}, {"bytes", or_null(part.bytes)}});
     }
   }
-  json["largest"] = Json::array();
-  for (const LargeConversation& c : stats.largest) {
-    json["largest"].push_back({{"session_id", c.id},
-                               {"session_type", c.type},
-                               {"messages", c.messages},
-                               {"content_bytes", c.content_bytes}});
+}
+
+Json largest_json(const std::vector<LargeConversation>& largest) {
+  Json json = Json::array();
+  for (const LargeConversation& c : largest) {
+    json.push_back({{"session_id", c.id},
+                    {"session_type", c.type},
+                    {"messages", c.messages},
+                    {"content_bytes", c.content_bytes}});
   }
-  json["months"] = Json::array();
-  for (const Month& month : stats.months) {
-    json["months"].push_back({{"month", month.name.empty() ? Json(nullptr) : Json(month.name)},
-                              {"messages", month.messages},
-                              {"received", month.received}});
+  return json;
+}
+
+Json months_json(const std::vector<Month>& months) {
+  Json json = Json::array();
+  for (const Month& month : months) {
+    json.push_back({{"month", month.name.empty() ? Json(nullptr) : Json(month.name)},
+                    {"messages", month.messages},
+                    {"received", month.received}});
   }
+  return json;
+}
+
+void print_stats_json(const Stats& stats) {
+  Json json = {{"file_bytes", stats.sizes.file},
+               {"log_bytes", stats.sizes.log},
+               {"page_size", stats.page_size},
+               {"free_pages", stats.free_pages}};
+  add_parts(stats.parts, json);
+  json["conversations"] = stats.conversations;
+  json["largest"] = largest_json(stats.largest);
+  json["months"] = months_json(stats.months);
   print_json(json);
 }
 
@@ -205,7 +223,7 @@ void print_months(const Stats& stats) {
 }
 
 void print_stats(const Stats& stats) {
-  std::cout << fmt::format("file {}, write-ahead log {}; {} are free (compact gives them back)\n\n",
+  std::cout << fmt::format("file {}, write-ahead log {}; {} free ('corvan compact' returns it)\n\n",
                            size_text(stats.sizes.file), size_text(stats.sizes.log),
                            size_text(stats.free_pages * stats.page_size));
   print_parts(stats);

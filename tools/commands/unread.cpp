@@ -100,7 +100,7 @@ constexpr const char* kUnreadResult =
 void add_unread(CommandLine& line) {
   auto [command, options] = line.add<UnreadOptions>(
       "unread", "Show the unread and mention counters", kUnreadResult, run_unread);
-  command.types(options.types, "only conversations of this type, may be repeated: ");
+  command.types(options.types, "only conversations of this type; may be repeated: ");
 }
 
 }  // namespace corvan_tool

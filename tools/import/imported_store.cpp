@@ -240,9 +240,9 @@ void ImportedStore::fail_to_commit(const Batch& batch, const ImportCounts& saved
       break;
   }
   throw ToolError(fmt::format(
-      "{}; nothing was stored after {}; whether the lines from {} to there were stored shows when "
-      "the store can be written again; look for them before you import them again, unless they "
-      "have server uids",
+      "{}; nothing was stored after {}; it is unknown whether the lines from {} to there were "
+      "stored; when the store can be written again, look for them before you import them again, "
+      "unless they have server uids",
       why, last, first));
 }
 

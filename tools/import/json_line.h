@@ -1,5 +1,5 @@
-// A line of JSON Lines must hold one JSON object. These are the errors of a line that does not, in
-// the words that 'corvan import' and 'corvan restore' share.
+// The errors in a line of JSON Lines, with the wording that 'corvan import' and 'corvan restore'
+// share.
 
 #ifndef TOOLS_IMPORT_JSON_LINE_H_
 #define TOOLS_IMPORT_JSON_LINE_H_
@@ -11,7 +11,7 @@
 
 namespace corvan_tool {
 
-// Says what is wrong with a line, without naming the file and the line number.
+// An error in a line. The text names neither the file nor the line number.
 class LineError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -28,7 +28,7 @@ std::string not_json_text(std::size_t byte);
 [[noreturn]] void fail_given_twice(std::string_view name);
 [[noreturn]] void fail_missing(std::string_view name);
 
-// Fails if the line holds a zero byte: the JSON parser takes it for the end of the line.
+// Fails if the line contains a zero byte: the JSON parser treats it as the end of the line.
 void require_no_zero_byte(std::string_view line);
 
 }  // namespace corvan_tool

@@ -90,7 +90,7 @@ bool LineSource::fill() {
     size = read(inputs_[current_].fd, block_.data(), block_.size());
   } while (size < 0 && errno == EINTR);
   if (size < 0) {
-    throw ToolError(place() + ": cannot be read further: " + std::strerror(errno));
+    throw ToolError(place() + ": cannot be read: " + std::strerror(errno));
   }
   begin_ = 0;
   end_ = static_cast<std::size_t>(size);

@@ -84,7 +84,7 @@ const Field* find_field(const std::string& name) {
 void set_text(ImportMessage& message, const Field& field, std::string& value) {
   const Text* const text = std::get_if<Text>(&field.value);
   if (text == nullptr) fail_type(field);
-  if (value.find('\0') != std::string::npos) fail_field(field.name, "holds a zero character");
+  if (value.find('\0') != std::string::npos) fail_field(field.name, "contains a zero character");
   if (value.empty() && !text->may_be_empty) fail_field(field.name, "must not be empty");
   (message.*text->member).swap(value);
 }

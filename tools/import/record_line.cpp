@@ -40,9 +40,10 @@ bool is_key_of_any_record(const std::string& key) {
                      [&key](const ExportTable& table) { return is_column(table, key); });
 }
 
-// Decides during the parsing which values are kept: only members that some record has, and of an
-// object in such a member at most two members. Throws LineError for a key that is given twice, for
-// deep nesting, and for a line that is an array.
+// Drops values while the line is parsed, so that they take no memory. Keeps only members that a
+// record can have. If the value of such a member is an object, keeps at most two members of it.
+// Throws LineError for a key that is given twice, for deep nesting, and for a line that is an
+// array.
 class RecordFilter {
  public:
   explicit RecordFilter(Record& record) : record_(record) {}
@@ -100,7 +101,7 @@ class RecordFilter {
   std::string field_;
   std::set<std::string> fields_;
   std::set<std::string> members_;  // of the object that is the field's value
-  bool is_in_array_ = false;       // the field's value is an array, of which no element is kept
+  bool is_in_array_ = false;       // the field's value is an array, whose elements are dropped
 };
 
 // Parses the line into the record of the filter. The parser's exceptions become LineErrors.
@@ -112,7 +113,7 @@ Json parse_filtered(const std::string& line, RecordFilter& filter) {
   } catch (const Json::parse_error& error) {
     const bool is_at_end = error.byte > line.size();
     throw LineError(not_json_text(error.byte) +
-                    (is_at_end ? ", where it ends: cut off; export again" : ""));
+                    (is_at_end ? ", the end of the line: the file was cut off; export again" : ""));
   } catch (const Json::out_of_range&) {
     constexpr const char* kOutOfRange = "a number is out of range";
     if (!filter.field().empty()) fail_field(shortened(filter.field()), kOutOfRange);

@@ -12,11 +12,11 @@
 
 namespace corvan_tool {
 
-// The JSON object in a line. Members that no record has are not kept.
+// The JSON object in a line. Members that no record can have are dropped.
 struct Record {
   Json json = Json::object();
   bool has_unknown = false;
-  std::string unknown;  // the key of the first member that was not kept
+  std::string unknown;  // the key of the first dropped member
 };
 
 // The functions below throw LineError.
@@ -46,8 +46,8 @@ RowCounts read_end(const Record& record);
 // The position in export_tables() of the table whose records are of this type.
 std::size_t table_of(const std::string& type);
 
-// Fails if the record has a member that is not a column of the table. Missing columns are not
-// noticed.
+// Fails if the record has a member that is not a column of the table. Does not check that all
+// columns are there.
 void require_columns(const Record& record, std::size_t table);
 
 }  // namespace corvan_tool

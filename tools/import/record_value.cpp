@@ -59,7 +59,7 @@ std::string bind_real(sqlite3_stmt* stmt, int place, const std::string& text) {
 std::string bind_hex(sqlite3_stmt* stmt, int place, const std::string& key,
                      const std::string& digits) {
   const std::optional<std::string> bytes = from_hex(digits);
-  if (!bytes) return fmt::format("\"{}\" must hold pairs of the digits 0-9 and a-f", key);
+  if (!bytes) return fmt::format("\"{}\" must consist of pairs of the digits 0-9 and a-f", key);
   if (key == "text_hex") return bind_text(stmt, place, *bytes, SQLITE_TRANSIENT);
   return bind_error(
       sqlite3_bind_blob64(stmt, place, bytes->data(), bytes->size(), SQLITE_TRANSIENT));

@@ -14,8 +14,8 @@ namespace corvan_tool {
 
 namespace {
 
-// Follows an error whose cause is in the store that was exported.
-constexpr const char* kSeeSource = "; 'corvan verify' tells what is wrong with the exported store";
+// Appended to errors whose cause is in the exported store.
+constexpr const char* kSeeSource = "; run 'corvan verify' on the exported store";
 
 std::string insert_statement(const ExportTable& table) {
   const std::vector<const char*> places(table.columns.size(), "?");
@@ -118,7 +118,7 @@ std::string RestoredStore::stored_type(const ExportTable& table, const ExportCol
 void RestoredStore::require(int rc) const {
   if (rc == SQLITE_DONE) return;
   throw ToolError(name_ + ": " + connection_.error() +
-                  "; nothing was kept; there must be room for the store");
+                  "; nothing was kept; there must be enough room for the store");
 }
 
 }  // namespace corvan_tool

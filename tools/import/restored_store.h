@@ -1,4 +1,4 @@
-// The store that 'corvan restore' makes.
+// The store that 'corvan restore' creates.
 
 #ifndef TOOLS_IMPORT_RESTORED_STORE_H_
 #define TOOLS_IMPORT_RESTORED_STORE_H_
@@ -25,7 +25,8 @@ class RestoredStore {
   // if a value does not fit its column or the row's key is already there.
   void insert(std::size_t table, const Record& record);
 
-  // Removes the largest ids that SQLite has noted so far. The export has rows of its own for them.
+  // Empties sqlite_sequence, which SQLite filled during the inserts. The export has its own rows
+  // for this table.
   void clear_sequence();
 
   void finish();

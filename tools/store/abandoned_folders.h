@@ -7,7 +7,7 @@
 
 namespace corvan_tool {
 
-// The beginning of temporary folders' names. Six letters and digits follow.
+// The prefix of the names of temporary folders. Six letters and digits follow.
 constexpr const char* kTemporaryPrefix = "corvan-look-";
 
 // Locks a temporary folder, so that other processes know that it is in use. The system releases the
@@ -21,7 +21,8 @@ class FolderLock {
   FolderLock& operator=(const FolderLock&) = delete;
   ~FolderLock();
 
-  // False if another process took the folder for abandoned before it was locked, and removes it.
+  // False if another process removes the folder: it found the folder before this lock was taken,
+  // and treats it as abandoned.
   bool is_held() const { return held_; }
 
  private:

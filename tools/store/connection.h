@@ -68,7 +68,7 @@ class Statement {
   // SQLITE_OK, or the code of the failure to prepare.
   int prepared() const { return prepared_; }
 
-  // For what SQLite offers beyond these functions. The statement remains this object's.
+  // For functions of SQLite that have no member here. This object keeps the ownership.
   sqlite3_stmt* handle() const { return stmt_; }
 
  private:
@@ -76,7 +76,7 @@ class Statement {
   int prepared_ = SQLITE_OK;
 };
 
-// Waits for up to two seconds where another process holds a lock.
+// Waits for up to two seconds if another process holds a lock.
 class Connection {
  public:
   // Creates no file unless the flags say so. A failure to open is returned by the first statement.
@@ -112,7 +112,7 @@ class Connection {
   // SQLITE_OK, or the code of the failure to open.
   int opened() const { return opened_; }
 
-  // For what SQLite offers beyond statements. The connection remains this object's.
+  // For functions of SQLite other than statements. This object keeps the ownership.
   sqlite3* handle() const { return db_; }
 
  private:
@@ -120,7 +120,8 @@ class Connection {
   const int opened_;
 };
 
-// A path that SQLite cannot mistake for a URI: a build that knows URIs takes "file:..." for one.
+// A path that SQLite does not treat as a URI. A build with support for URIs would treat "file:..."
+// as one.
 std::string unmistakable_path(const std::string& path);
 
 // A name quoted as an SQL identifier.

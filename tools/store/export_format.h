@@ -54,7 +54,7 @@ const std::vector<ExportTable>& export_tables();
 // "rowid": a table can have another column of that name.
 std::string column_list(const ExportTable& table, const std::string& row_id = "rowid");
 
-// A floating-point number with as many digits as it takes to read the same number back.
+// A floating-point number with enough digits to read the same number back.
 std::string real_text(double value);
 
 }  // namespace corvan_tool

@@ -22,11 +22,11 @@ bool may_have_stored(int code);
 
 // Finds out whether a transaction is in the store although its commit failed.
 //
-// When the sync at the end of a commit fails, or memory ends after it, SQLite rolls the transaction
-// back. But its pages are already in the write-ahead log, with the mark of a commit. If nothing
-// overwrites them there, the next process to open the store replays them. So this opens the store
-// again, calls `is_there`, and then commits a change without effect, which overwrites what the
-// failed commit wrote.
+// When the sync at the end of a commit fails, or memory runs out after it, SQLite rolls the
+// transaction back. But its pages are already in the write-ahead log, with the mark of a commit. If
+// nothing overwrites them there, the next process to open the store replays them. So this opens the
+// store again, calls `is_there`, and then commits a change without effect, which overwrites what
+// the failed commit wrote.
 //
 // The connection whose commit failed must be closed. `is_there` runs inside a write transaction and
 // may throw ToolError, which gives kUnknown.

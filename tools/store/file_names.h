@@ -7,7 +7,7 @@ namespace corvan_tool {
 
 constexpr const char* kStoreName = "corvan";
 
-// What the names of the files beside it have at their ends.
+// The suffixes of the files beside it.
 constexpr const char* kLogSuffix = "-wal";
 constexpr const char* kIndexSuffix = "-shm";
 constexpr const char* kJournalSuffix = "-journal";

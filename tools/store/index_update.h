@@ -22,7 +22,7 @@ struct IndexChange {
   Index index;                   // kDrop and kLeave: as it is in the file, otherwise the new one
   std::string old_sql;           // kReplace: the statement in the file
   double seconds = 0;            // kCreate and kReplace, once applied
-  std::optional<int64_t> bytes;  // likewise; nothing where SQLite cannot tell
+  std::optional<int64_t> bytes;  // likewise; nothing if unknown
 
   bool creates() const { return action == kCreate || action == kReplace; }
   bool drops() const { return action == kDrop || action == kReplace; }
@@ -37,12 +37,12 @@ struct IndexPlan {
   bool is_empty() const;
 };
 
-// Plans what brings the file's indexes up to `wanted`. Indexes that are not named like the store's
-// own are left unless `drop_others`. Returns SQLITE_DONE, or the code of the failure.
+// Plans the changes that make the file's indexes those of `wanted`. Indexes that are not named like
+// the store's own are left unless `drop_others`. Returns SQLITE_DONE, or the code of the failure.
 int plan_indexes(const Connection& connection, const Schema& wanted, bool drop_others,
                  IndexPlan& plan);
 
-// Drops and creates the indexes, all drops first, since they make room. Throws ToolError when a
+// Drops and creates the indexes, all drops first, because they free pages. Throws ToolError if a
 // step fails.
 void apply_index_changes(const StoreTransaction& transaction, std::vector<IndexChange>& changes);
 

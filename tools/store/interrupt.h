@@ -9,15 +9,16 @@
 namespace corvan_tool {
 
 // From now on SIGHUP, SIGINT, SIGQUIT and SIGTERM remove every registered path before they end the
-// program. Signals that the program was started with ignored stay ignored. Call this once, before
+// program. Signals that were ignored when the program started stay ignored. Call this once, before
 // another thread starts.
 void remove_unfinished_when_interrupted();
 
-// Calls `make` and registers the path that it returns. No signal can come between the two. In
-// errors the path will be called `kept_as`, or, if that is empty, by its own name.
+// Calls `make` and registers the path that it returns; no signal is handled in between. `kept_as`
+// is the name of the path in errors; if it is empty, the path itself.
 std::string make_unfinished(const std::string& kept_as, const std::function<std::string()>& make);
 
-// Calls `keep`, which may throw, and, if it returns, forgets the path. No signal can come between.
+// Calls `keep` and forgets the path; no signal is handled in between. If `keep` throws, the path
+// stays registered.
 void keep_unfinished(const std::string& path, const std::function<void()>& keep);
 
 // Removes the path with its content, if it is still there, and forgets it.

@@ -13,8 +13,8 @@ namespace corvan_tool {
 // are collected here instead of being written.
 class OpenStore {
  public:
-  // Throws ToolError if the store cannot be opened. A store that opens with a failure, as a damaged
-  // one may, is reported by failure().
+  // Throws ToolError if the store cannot be opened. If it opens with a failure, as a damaged store
+  // may, failure() is not empty.
   OpenStore(const std::string& folder, const std::string& user);
   OpenStore(const OpenStore&) = delete;
   OpenStore& operator=(const OpenStore&) = delete;

@@ -19,7 +19,7 @@ inline constexpr const char* kMessageTime = "coalesce(cast(sent_time as integer)
 extern const std::string kMessageColumns;
 Corvan::MessageResponse message_at(const Row& row);
 
-// The keys that list, history, show and search share. Only list leaves out the time.
+// The JSON keys that list, history, show and search share. Only list omits the time.
 Json message_json(const Corvan::MessageResponse& m, bool with_time);
 
 // The read state of a received message, the sent state of an own one.

@@ -43,12 +43,12 @@ std::string make_temporary(const std::string& place, bool is_folder) {
   std::string path = temporary_name(place);
   const int fd = is_folder ? -1 : mkstemp(path.data());
   const bool is_made = is_folder ? mkdtemp(path.data()) != nullptr : fd >= 0;
-  if (!is_made) throw ToolError(place + ": cannot be made: " + std::strerror(errno));
+  if (!is_made) throw ToolError(place + ": cannot be created: " + std::strerror(errno));
   if (fd >= 0) close(fd);
   return path;
 }
 
-// Throws ToolError if it cannot be found out.
+// Throws ToolError if that cannot be determined.
 bool is_there(const std::string& place) {
   std::error_code error;
   const fs::file_type type = fs::symlink_status(place, error).type();
@@ -61,8 +61,8 @@ void require_folder(const std::string& path) {
   const fs::file_status status = fs::status(path, error);
   if (fs::is_directory(status)) return;
   if (!fs::status_known(status)) throw ToolError(path + ": " + error.message());
-  throw ToolError(
-      path + (fs::exists(status) ? ": not a folder; name one" : ": no such folder; make it first"));
+  throw ToolError(path + (fs::exists(status) ? ": not a folder; name one"
+                                             : ": no such folder; create it first"));
 }
 
 // Renames a file or folder unless `to` exists. Returns 0, or the error. Where the file system has
@@ -77,7 +77,7 @@ int rename_to_free(const std::string& from, const std::string& to) {
   return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
-// Makes a file's content, or a folder's entries, durable. False if they cannot be written.
+// Makes a file's content, or a folder's entries, durable. Returns false if that fails.
 bool sync(const std::string& path) {
   const int fd = open(path.empty() ? "." : path.c_str(), O_RDONLY | O_CLOEXEC);
   const bool done =
@@ -122,16 +122,15 @@ void require_sync_of_name(const std::string& place) {
   const int error = errno;
   // The folder may be writable but not readable.
   if (error == EACCES && sync_file_system(place)) return;
-  throw ToolError(place + ": is there and whole, but its folder cannot be synced: " +
-                  std::strerror(error) + "; a power loss may take its name away");
+  throw ToolError(place + ": is complete, but its folder cannot be synced: " +
+                  std::strerror(error) + "; it may be missing after a power loss");
 }
 
 }  // namespace
 
 PendingOutput::PendingOutput(std::string place, bool is_folder) : place_(std::move(place)) {
   while (place_.size() > 1 && place_.back() == '/') place_.pop_back();
-  if (is_there(place_))
-    throw ToolError(place_ + ": is there already; name a place where nothing is");
+  if (is_there(place_)) throw ToolError(place_ + ": exists already; name a new place");
   const std::string parent = fs::path(place_).parent_path().string();
   if (!parent.empty()) require_folder(parent);
   require_no_store_file(place_);
@@ -147,7 +146,7 @@ void PendingOutput::keep() {
   keep_unfinished(path_, [this] {
     const int error = rename_to_free(path_, place_);
     if (error == EEXIST) {
-      throw ToolError(place_ + ": has come to be there meanwhile; nothing was kept");
+      throw ToolError(place_ + ": was created by another process meanwhile; nothing was kept");
     }
     if (error != 0) throw ToolError(place_ + ": " + std::strerror(error) + "; nothing was kept");
   });

@@ -12,8 +12,9 @@ namespace corvan_tool {
 // content unless it was kept, and so does a signal that ends the program.
 class PendingOutput {
  public:
-  // Creates it, empty and for its owner alone. Throws ToolError if `place` exists, its parent
-  // folder is missing, it is the name of a store's file, or it cannot be created.
+  // Creates an empty file or folder that only its owner can open. Throws ToolError if `place`
+  // exists, if its parent folder is missing, if it is the name of a store's file, or if the output
+  // cannot be created.
   static PendingOutput file(std::string place) { return {std::move(place), false}; }
   static PendingOutput folder(std::string place) { return {std::move(place), true}; }
   PendingOutput(const PendingOutput&) = delete;
@@ -23,8 +24,9 @@ class PendingOutput {
   // The temporary path.
   const std::string& path() const { return path_; }
 
-  // Gives it its name, durably. Throws ToolError if that fails, or if the place exists by now. If
-  // only a power loss could undo the renaming, the error says so, and the output stays.
+  // Syncs the output and renames it to its place. Throws ToolError if that fails, or if the place
+  // exists by now. If only the sync of the new name fails, the output stays; the error says that a
+  // power loss could undo the renaming.
   void keep();
 
  private:

@@ -53,7 +53,7 @@ void require_regular_or_missing(const std::string& path, const std::string& advi
   }
   const int error = errno;
   if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
-    throw ToolError(path + ": a link that leads to no file" + advice);
+    throw ToolError(path + ": a dangling link" + advice);
   }
   if (error != ENOENT && error != ENOTDIR) throw ToolError(path + ": " + std::strerror(error));
 }

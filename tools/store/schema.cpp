@@ -1,5 +1,6 @@
 #include "tools/store/schema.h"
 
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -42,6 +43,40 @@ bool has_store_name(const Index& index) {
   return index.name.rfind(index.table + "_", 0) == 0;
 }
 
+std::string column_part(const Row& row) {
+  std::string part = "column " + lower_case(row.text(1) + " " + row.text(2));
+  if (row.int32(3) != 0) part += " not null";
+  if (!row.is_null(4)) part += " default " + row.text(4);
+  if (row.int32(5) != 0) part += " primary key";
+  if (row.int32(6) == 1) part += " hidden";
+  if (row.int32(6) > 1) part += " generated";
+  return part;
+}
+
+int read_column_parts(const Connection& connection, Table& table) {
+  return connection.each_row("pragma table_xinfo(" + quoted_name(table.name) + ")",
+                             [&table](const Row& row) { table.parts.push_back(column_part(row)); });
+}
+
+// Adds the keys, which SQLite lists as indexes that no statement created.
+int read_key_parts(const Connection& connection, Table& table) {
+  std::vector<std::string> keys;
+  int rc = connection.each_row("pragma index_list(" + quoted_name(table.name) + ")",
+                               [&keys](const Row& row) {
+                                 if (row.text(3) != "c") keys.push_back(row.text(1));
+                               });
+  for (const std::string& key : keys) {
+    std::vector<std::string> columns;
+    if (rc == SQLITE_DONE) {
+      rc = connection.each_row(
+          "pragma index_info(" + quoted_name(key) + ")",
+          [&columns](const Row& row) { columns.push_back(lower_case(row.text(2))); });
+    }
+    table.parts.push_back(fmt::format("key {}", fmt::join(columns, ",")));
+  }
+  return rc;
+}
+
 template <typename Named>
 const Named* find_named(const std::vector<Named>& all, const std::string& name) {
   const auto found = std::find_if(all.begin(), all.end(), [&name](const Named& one) {
@@ -74,33 +109,8 @@ int read_schema(const Connection& connection, Schema& schema) {
 }
 
 int read_parts(const Connection& connection, Table& table) {
-  int rc = connection.each_row(
-      "pragma table_xinfo(" + quoted_name(table.name) + ")", [&table](const Row& row) {
-        std::string part = "column " + lower_case(row.text(1) + " " + row.text(2));
-        if (row.int32(3) != 0) part += " not null";
-        if (!row.is_null(4)) part += " default " + row.text(4);
-        if (row.int32(5) != 0) part += " primary key";
-        if (row.int32(6) == 1) part += " hidden";
-        if (row.int32(6) > 1) part += " generated";
-        table.parts.push_back(part);
-      });
-  std::vector<std::string> keys;
-  if (rc == SQLITE_DONE) {
-    rc = connection.each_row("pragma index_list(" + quoted_name(table.name) + ")",
-                             [&keys](const Row& row) {
-                               if (row.text(3) != "c") keys.push_back(row.text(1));
-                             });
-  }
-  for (const std::string& key : keys) {
-    std::string columns;
-    if (rc == SQLITE_DONE) {
-      rc = connection.each_row("pragma index_info(" + quoted_name(key) + ")",
-                               [&columns](const Row& row) {
-                                 columns += (columns.empty() ? "" : ",") + lower_case(row.text(2));
-                               });
-    }
-    table.parts.push_back("key " + columns);
-  }
+  int rc = read_column_parts(connection, table);
+  if (rc == SQLITE_DONE) rc = read_key_parts(connection, table);
   std::sort(table.parts.begin(), table.parts.end());
   return rc;
 }
@@ -131,7 +141,7 @@ int find_row_id(const Connection& connection, const std::string& table, std::str
 std::string no_row_id_text(const std::string& table) {
   return "table " + table +
          " has no row ids that SQL can name: it is WITHOUT ROWID, or has columns named rowid, "
-         "_rowid_ and oid; in a copy of the store, rename one of these columns or make the table anew "
+         "_rowid_ and oid; in a copy of the store, rename one of these columns or recreate the table "
          "with row ids";
 }
 

@@ -72,7 +72,7 @@ struct IndexDifference {
     kMissing,  // only in a new store
     kDiffers,  // in both, with different statements
     kOlder,    // only in the file, named like the store's own: from an older release
-    kOther,    // only in the file, with any other name: somebody else's
+    kOther,    // only in the file, with any other name: of another program
   };
   Kind kind = kMissing;
   Index index;          // kOlder and kOther: as in the file; otherwise as in a new store

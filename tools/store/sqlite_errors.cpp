@@ -17,7 +17,7 @@ const char* advice_after_change(int rc) {
   switch (rc & kPrimaryCode) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-      return "; try again while the client rests";
+      return "; try again while the client is idle";
     case SQLITE_READONLY:
     case SQLITE_CANTOPEN:
     case SQLITE_PERM:

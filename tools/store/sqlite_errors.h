@@ -1,4 +1,4 @@
-// What the tool says when SQLite fails.
+// Error texts for failures of SQLite.
 
 #ifndef TOOLS_STORE_SQLITE_ERRORS_H_
 #define TOOLS_STORE_SQLITE_ERRORS_H_
@@ -12,7 +12,7 @@ class Connection;
 // Whether the code means that the file is damaged or not a database.
 bool is_damage(int rc);
 
-// Advice to append to an error met while reading a snapshot; empty if there is none.
+// Advice to append to an error from reading a snapshot; empty if there is none.
 const char* advice_after(int rc);
 
 // SQLite's text for a failure on a store's own file, then `outcome`, which says what happened to

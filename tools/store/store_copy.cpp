@@ -36,13 +36,13 @@ constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
   throw ToolError(file + ": no store here; name the folder that holds the file \"corvan\"");
 }
 
-// Names the folder around that of the copy, which is removed: it is the one that lacks room.
+// Names the parent of the copy's folder: the folder itself is temporary and will be removed.
 [[noreturn]] void fail_to_copy(const std::string& from, const std::string& to) {
   const std::string why = std::strerror(errno);
   const std::filesystem::path folder = std::filesystem::path(to).parent_path().parent_path();
   throw ToolError(from + ": cannot be copied to " + (folder.empty() ? "." : folder.string()) +
                   ": " + why +
-                  "; make room there, or for temporary copies name another folder in TMPDIR");
+                  "; make room there, or name another folder for temporary copies in TMPDIR");
 }
 
 struct CloseFile {
@@ -138,11 +138,11 @@ std::optional<StoreSizes> copy_files(const std::string& from, const std::string&
   if (!main) fail_without_store(from);
   const auto log = copy_file(from + kLogSuffix, to + kLogSuffix, progress);
   const auto journal = copy_file(from + kJournalSuffix, to + kJournalSuffix, progress);
-  const bool is_of_one_moment =
+  const bool is_consistent =
       still_holds(from, to, main, kWhole) &&
       still_holds(from + kLogSuffix, to + kLogSuffix, log, kBeginning) &&
       still_holds(from + kJournalSuffix, to + kJournalSuffix, journal, kWhole);
-  if (!is_of_one_moment) return std::nullopt;
+  if (!is_consistent) return std::nullopt;
   return StoreSizes{static_cast<int64_t>(main->size), static_cast<int64_t>(log ? log->size : 0)};
 }
 
@@ -165,7 +165,8 @@ StoreSizes copy_store(const std::string& folder, const std::string& to) {
       return *sizes;
     }
     if (attempt == kCopyAttempts) {
-      throw ToolError(from + ": written to all the time; try again when its writer rests");
+      throw ToolError(from +
+                      ": changes too often to be copied; try again while the client is idle");
     }
     std::this_thread::sleep_for(kPause);
   }

@@ -90,11 +90,11 @@ void require_no_lone_log(const std::string& folder) {
   if (sizes.file > 0) return;
   if (sizes.log > 0) {
     throw ToolError(real + kLogSuffix +
-                    ": a log whose store is gone; 'corvan salvage' brings out what it holds" +
+                    ": a log without its store; 'corvan salvage' rescues what can be read" +
                     kMoveAway);
   }
   if (may_hold_pages(real + kJournalSuffix)) {
-    throw ToolError(real + kJournalSuffix + ": a journal whose store is gone" + kMoveAway);
+    throw ToolError(real + kJournalSuffix + ": a journal without its store" + kMoveAway);
   }
 }
 

@@ -123,7 +123,7 @@ void require_store(const std::string& file, const std::string& name, bool may_be
     case StoreState::kDamaged:
       throw ToolError(name + ": damaged (" + detail +
                       "); keep a copy: opening it with the library deletes it; 'corvan salvage' "
-                      "brings out what can be read");
+                      "rescues what can be read");
   }
 }
 
@@ -137,7 +137,7 @@ std::string damage_of_store(const std::string& file, const std::string& name) {
 void require_store_in(const std::string& folder, bool may_be_empty) {
   const std::string file = store_file(folder);
   require_regular_files(folder);
-  // A log is part of the store: a wrong one makes the store a damaged one.
+  // A log is part of the store: with a log that does not fit, the store counts as damaged.
   if (!(has_log(file) ? holds_store_tables_with_log(file) : holds_store_tables(file))) {
     const StoreCopy copy(folder);
     require_store(store_file(copy.folder()), file, may_be_empty);

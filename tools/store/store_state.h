@@ -10,7 +10,7 @@ namespace corvan_tool {
 enum class StoreState {
   kEmpty,    // no file, or a database without a table
   kStore,    // a message store
-  kForeign,  // a database of something else
+  kForeign,  // a database with other tables
   kDamaged,  // not a database, or a damaged one
 };
 
@@ -29,8 +29,8 @@ void require_store(const std::string& file, const std::string& name, bool may_be
 std::string damage_of_store(const std::string& file, const std::string& name);
 
 // Throws ToolError unless `folder`, which must exist, holds a store that can be written. An empty
-// file is accepted if `may_be_empty`. Does not change the files: unless they are a store at first
-// sight, a copy of them is examined.
+// file is accepted if `may_be_empty`. Does not change the files: if a first look does not show a
+// store, a copy of them is examined.
 void require_store_in(const std::string& folder, bool may_be_empty);
 
 }  // namespace corvan_tool

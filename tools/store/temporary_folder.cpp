@@ -16,8 +16,8 @@ namespace corvan_tool {
 
 namespace {
 
-// Creates and locks a folder, and returns its path. Another process may take a folder for abandoned
-// before it is locked; then the next one is tried.
+// Creates and locks a folder, and returns its path. If another process removes the folder as
+// abandoned before it is locked, creates another one.
 std::string make_locked_folder(const std::string& pattern,
                                std::unique_ptr<const FolderLock>& lock) {
   for (;;) {

@@ -35,10 +35,10 @@ std::string StoreTransaction::commit(const std::function<bool(const Connection&)
     return name_ + ": " + failure_text(*connection_, rc, outcome);
   };
   const std::string nothing = text("nothing was changed");
-  std::string everything = text("the changes were made all the same");
+  std::string everything = text("the changes were made nevertheless");
   const std::string unknown = text(
-      "whether the changes were made shows when the store can be written again; run the command "
-      "again then");
+      "it is unknown whether the changes were made; run the command again when the store can be "
+      "written again");
   connection_.reset();
   switch (settle_failed_commit(file_, is_made)) {
     case CommitOutcome::kNothing:

@@ -27,9 +27,9 @@ class StoreTransaction {
   void require(int rc, const std::string& what = "") const;
 
   // Commits, and closes connection(). Returns an empty text, or, if the commit failed although the
-  // changes are in the store, the error to end the command with. `is_made` is called after a
-  // failure with a new connection; it returns whether the changes are there. Throws ToolError if
-  // they are not there, or if that is unknown.
+  // changes are in the store, the text of the error with which the command must end. `is_made` is
+  // called after a failure with a new connection; it returns whether the changes are there. Throws
+  // ToolError if they are not there, or if that is unknown.
   std::string commit(const std::function<bool(const Connection&)>& is_made);
 
  private:

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kEscapeSize = 6;
 
-// Whether a code point for which drives_terminal() holds can begin with this byte. The JSON library
+// Whether a code point that drives a terminal can begin with this byte. The JSON library
 // escapes those below U+0020 itself.
 bool may_begin_driver(char c) {
   return c == '\x7F' || c == '\xC2' || c == '\xD8' || c == '\xE2' || c == '\xEF';

@@ -12,12 +12,13 @@ namespace corvan_tool {
 
 using Json = nlohmann::ordered_json;
 
-// `value` as JSON that is safe on a terminal: code points for which drives_terminal() holds become
-// escapes such as "\u009b", which JSON readers undo, and bytes that are not UTF-8 become U+FFFD.
+// `value` as JSON that is safe on a terminal: code points for which drives_terminal() returns
+// true become escapes such as "\u009b", which JSON readers undo, and bytes that are not UTF-8
+// become U+FFFD.
 // With an `indent` of 0 or more there is one member per line.
 std::string json_text(const Json& value, int indent = -1);
 
-// By how many bytes json_text() makes a UTF-8 text longer, without the quotes.
+// How many bytes longer a UTF-8 text becomes in json_text(), without the quotes.
 std::size_t json_growth(std::string_view text);
 
 // Writes a value to standard output, one member per line.

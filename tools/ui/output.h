@@ -7,12 +7,13 @@
 
 namespace corvan_tool {
 
-// Flushes standard output, for a command that has changed or made something. `done` says what, as
-// in "the store was compacted". Throws ToolError with it if standard output cannot be written.
+// Flushes standard output, for a command that has changed or created something. If standard output
+// cannot be written, throws ToolError with `done`, which says what the command did, such as "the
+// store was compacted".
 void require_output(const std::string& done);
 
-// Closes standard output: some file systems report only then that a file could not be written.
-// Throws ToolError if it could not.
+// Closes standard output: some file systems report a failed write only then. Throws ToolError if
+// that fails.
 void close_standard_output();
 
 }  // namespace corvan_tool

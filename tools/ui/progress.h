@@ -39,8 +39,8 @@ class Progress {
   bool shown_ = false;
 };
 
-// Counts the steps of a connection's statements, for statements of which nothing else is known. The
-// connection must outlive the object.
+// Shows the progress of a connection's statements by the steps of SQLite's virtual machine, for
+// statements that offer no other measure. The connection must outlive the object.
 class StatementProgress {
  public:
   // `what` is for example "million steps of the integrity check".

@@ -1,4 +1,4 @@
-// Text that is safe and fits on a terminal.
+// Makes text safe for a terminal, and fits it to the width.
 
 #ifndef TOOLS_UI_TERMINAL_TEXT_H_
 #define TOOLS_UI_TERMINAL_TEXT_H_
@@ -14,9 +14,8 @@ namespace corvan_tool {
 // controls, U+FEFF.
 bool drives_terminal(int32_t code_point);
 
-// `text` for one line of a terminal: characters for which drives_terminal() holds are replaced by
-// escapes such as
-// "\n", and bytes that are not UTF-8 by U+FFFD.
+// `text` for one line of a terminal: characters for which drives_terminal() returns true become
+// escapes such as "\n", and bytes that are not UTF-8 become U+FFFD.
 std::string printable(std::string_view text);
 
 // One character as a reader sees it, with all its code points.

@@ -13,8 +13,8 @@ namespace corvan_tool {
 constexpr int32_t kReplacement = 0xFFFD;
 constexpr const char* kReplacementText = "\xEF\xBF\xBD";
 
-// Removes the first code point from `text`, which must not be empty, and returns it. If none starts
-// there, removes one byte and returns kReplacement.
+// Removes the first code point from `text`, which must not be empty, and returns it. If `text` does
+// not begin with a code point, removes one byte and returns kReplacement.
 int32_t take_code_point(std::string_view& text);
 
 bool is_utf8(std::string_view text);
