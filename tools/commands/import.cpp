@@ -8,9 +8,11 @@
 
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
+#include "tools/import/batch.h"
 #include "tools/import/imported_store.h"
 #include "tools/import/log_line.h"
 #include "tools/import/log_reader.h"
+#include "tools/import/options.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
 #include "tools/ui/output.h"
@@ -88,7 +90,7 @@ class Import {
   const ImportOptions& options_;
   Progress progress_{"lines"};
   LogReader reader_;
-  ImportedStore::Batch batch_;
+  ImportBatch batch_;
   ImportCounts counts_;
   const Stopwatch stopwatch_;
 };

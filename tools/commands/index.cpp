@@ -41,6 +41,14 @@ struct IndexOutcome {
   std::string commit_failure;  // if the commit failed although the changes were made
 };
 
+// Commits the changes. Returns the error if the commit failed although they were made.
+std::string commit_changes(StoreTransaction& transaction, const Schema& wanted, bool drop_others) {
+  return transaction.commit([&](const Connection& again) {
+    IndexPlan rest;
+    return plan_indexes(again, wanted, drop_others, rest) == SQLITE_DONE && rest.is_empty();
+  });
+}
+
 // Updates the indexes of `file` in one transaction, and commits it unless nothing changed or it is
 // a dry run. `name` is the file's name in errors. Throws ToolError if a step fails; nothing is
 // changed then.
@@ -59,11 +67,7 @@ IndexOutcome update_indexes(const std::string& file, const std::string& name,
     apply_index_changes(transaction, outcome.plan.changes);
   }
   if (!outcome.plan.is_empty() && !options.dry_run) {
-    outcome.commit_failure = transaction.commit([&](const Connection& again) {
-      IndexPlan rest;
-      return plan_indexes(again, wanted, options.drop_others, rest) == SQLITE_DONE &&
-             rest.is_empty();
-    });
+    outcome.commit_failure = commit_changes(transaction, wanted, options.drop_others);
   }
   outcome.seconds = stopwatch.seconds();
   return outcome;

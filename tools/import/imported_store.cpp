@@ -89,7 +89,7 @@ ImportedStore::ImportedStore(const ImportOptions& options)
   read_newest_id();
 }
 
-std::vector<std::size_t> ImportedStore::save(const Batch& batch, ImportCounts& counts) {
+std::vector<std::size_t> ImportedStore::save(const ImportBatch& batch, ImportCounts& counts) {
   newest_before_ = newest_id_;
   if (!store()->start_transaction()) fail_without(batch, 0);
   ImportCounts saved;
@@ -126,7 +126,7 @@ bool ImportedStore::may_complete(const ImportMessage& message) const {
 }
 
 // Returns the positions of the entries that are missing, in order.
-std::vector<std::size_t> ImportedStore::save_all(const Batch& batch, ImportCounts& saved,
+std::vector<std::size_t> ImportedStore::save_all(const ImportBatch& batch, ImportCounts& saved,
                                                  ImportCounts& counts) {
   const SaveCheck check(*Corvan::CvDbSingleton::get_instance());
   std::vector<std::size_t> dropped = save_each(check, batch, saved, counts);
@@ -135,7 +135,7 @@ std::vector<std::size_t> ImportedStore::save_all(const Batch& batch, ImportCount
   return dropped;
 }
 
-std::vector<std::size_t> ImportedStore::save_each(const SaveCheck& check, const Batch& batch,
+std::vector<std::size_t> ImportedStore::save_each(const SaveCheck& check, const ImportBatch& batch,
                                                   ImportCounts& saved, ImportCounts& counts) {
   std::vector<std::size_t> dropped;
   saved_.clear();
@@ -151,7 +151,7 @@ std::vector<std::size_t> ImportedStore::save_each(const SaveCheck& check, const 
 }
 
 // Returns false if the message is missing after its save.
-bool ImportedStore::save_entry(const SaveCheck& check, const Batch& batch, std::size_t entry,
+bool ImportedStore::save_entry(const SaveCheck& check, const ImportBatch& batch, std::size_t entry,
                                ImportCounts& saved, ImportCounts& counts) {
   const int64_t id = save_one(batch[entry].message);
   // Ids only grow, so a smaller one belongs to a message that was there before.
@@ -172,7 +172,8 @@ bool ImportedStore::save_entry(const SaveCheck& check, const Batch& batch, std::
 
 // Call it right after the save. If a trigger drops the insert or the update, the save still returns
 // an id: the one of the last row that was inserted into any table.
-bool ImportedStore::is_there(const SaveCheck& check, const Batch& batch, const Saved& saved) const {
+bool ImportedStore::is_there(const SaveCheck& check, const ImportBatch& batch,
+                             const Saved& saved) const {
   const ImportMessage& message = batch[saved.entry].message;
   if (saved.completed && !(may_complete(message) && check.changed_a_row())) return false;
   return check.has(saved.id, message);
@@ -202,15 +203,15 @@ bool ImportedStore::are_rows_there(const Connection& connection) const {
 }
 
 // Closing the store rolls the transaction back.
-void ImportedStore::fail_without(const Batch& batch, std::size_t entry) {
+void ImportedStore::fail_without(const ImportBatch& batch, std::size_t entry) {
   throw ToolError(fmt::format("{}: {}; nothing was stored from {} on (at {})", file_, failure(),
                               batch.front().place, batch[entry].place));
 }
 
 // After some failures, SQLite ends the transaction by itself. The statements of the save that
 // follow are then committed one by one.
-void ImportedStore::fail_to_save(const SaveCheck& check, const Batch& batch, std::size_t entry,
-                                 int64_t id, ImportCounts& counts) {
+void ImportedStore::fail_to_save(const SaveCheck& check, const ImportBatch& batch,
+                                 std::size_t entry, int64_t id, ImportCounts& counts) {
   const bool was_open = store()->execute_none_query("rollback transaction") == SQLITE_DONE;
   const Saved saved = {entry, id, id <= newest_before_};
   if (was_open || id < 0 || !is_there(check, batch, saved)) fail_without(batch, entry);
@@ -221,7 +222,7 @@ void ImportedStore::fail_to_save(const SaveCheck& check, const Batch& batch, std
       file_, failure(), batch.front().place, batch[entry].place));
 }
 
-void ImportedStore::fail_to_commit(const Batch& batch, const ImportCounts& saved,
+void ImportedStore::fail_to_commit(const ImportBatch& batch, const ImportCounts& saved,
                                    ImportCounts& counts) {
   const bool is_certain = has_stored_nothing(store().failure());
   const std::string why = file_ + ": " + failure();

@@ -9,29 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "tools/import/batch.h"
 #include "tools/import/log_line.h"
+#include "tools/import/options.h"
 #include "tools/import/save_check.h"
 #include "tools/store/library_store.h"
 
 namespace corvan_tool {
 
 class Connection;
-
-struct ImportOptions {
-  std::string folder;
-  std::string user;
-  std::vector<std::string> files;  // "-" is standard input
-  std::size_t batch_size = 1000;   // lines per transaction
-  bool history = false;
-  bool insert_only = false;
-  bool skip_bad = false;
-  bool json = false;
-};
-
-struct ImportEntry {
-  ImportMessage message;
-  std::string place;  // its line, as "file:line"
-};
 
 // Numbers of lines.
 struct ImportCounts {
@@ -44,8 +30,6 @@ struct ImportCounts {
 
 class ImportedStore {
  public:
-  using Batch = std::vector<ImportEntry>;
-
   // Creates the folder if it is missing, and opens the store. `options` must outlive the object.
   // Throws ToolError if the folder holds something else, or if the store cannot be opened or
   // written.
@@ -57,7 +41,7 @@ class ImportedStore {
   //
   // Throws ToolError if the store fails. `counts` is then still right, unless the error says that
   // the outcome is unknown. Do not call save() again after an exception.
-  std::vector<std::size_t> save(const Batch& batch, ImportCounts& counts);
+  std::vector<std::size_t> save(const ImportBatch& batch, ImportCounts& counts);
 
  private:
   // An entry for which the library returned an id.
@@ -77,18 +61,19 @@ class ImportedStore {
   void read_newest_id();
   int64_t save_one(const ImportMessage& message);
   bool may_complete(const ImportMessage& message) const;
-  std::vector<std::size_t> save_all(const Batch& batch, ImportCounts& saved, ImportCounts& counts);
-  std::vector<std::size_t> save_each(const SaveCheck& check, const Batch& batch,
+  std::vector<std::size_t> save_all(const ImportBatch& batch, ImportCounts& saved,
+                                    ImportCounts& counts);
+  std::vector<std::size_t> save_each(const SaveCheck& check, const ImportBatch& batch,
                                      ImportCounts& saved, ImportCounts& counts);
-  bool save_entry(const SaveCheck& check, const Batch& batch, std::size_t entry,
+  bool save_entry(const SaveCheck& check, const ImportBatch& batch, std::size_t entry,
                   ImportCounts& saved, ImportCounts& counts);
-  bool is_there(const SaveCheck& check, const Batch& batch, const Saved& saved) const;
+  bool is_there(const SaveCheck& check, const ImportBatch& batch, const Saved& saved) const;
   void read_rows(const SaveCheck& check);
   bool are_rows_there(const Connection& connection) const;
-  [[noreturn]] void fail_without(const Batch& batch, std::size_t entry);
-  [[noreturn]] void fail_to_save(const SaveCheck& check, const Batch& batch, std::size_t entry,
-                                 int64_t id, ImportCounts& counts);
-  [[noreturn]] void fail_to_commit(const Batch& batch, const ImportCounts& saved,
+  [[noreturn]] void fail_without(const ImportBatch& batch, std::size_t entry);
+  [[noreturn]] void fail_to_save(const SaveCheck& check, const ImportBatch& batch,
+                                 std::size_t entry, int64_t id, ImportCounts& counts);
+  [[noreturn]] void fail_to_commit(const ImportBatch& batch, const ImportCounts& saved,
                                    ImportCounts& counts);
   std::string failure();
 

@@ -21,7 +21,7 @@ constexpr std::size_t kLongestLine = 64;  // MiB
 LogReader::LogReader(const ImportOptions& options, Progress& progress)
     : options_(options), progress_(progress), source_(options.files, kLongestLine) {}
 
-void LogReader::read(ImportedStore::Batch& batch) {
+void LogReader::read(ImportBatch& batch) {
   const std::size_t wanted = std::max<std::size_t>(options_.batch_size, 1);
   std::size_t filled = 0;
   while (filled < wanted && next_line()) {

@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/import/imported_store.h"
+#include "tools/import/batch.h"
 #include "tools/import/line_source.h"
 #include "tools/import/log_line.h"
+#include "tools/import/options.h"
 #include "tools/ui/progress.h"
 
 namespace corvan_tool {
@@ -25,7 +26,7 @@ class LogReader {
   // Fills the batch with the messages of the next good lines. The batch is empty after the last
   // line. Throws ToolError if a file cannot be read, and at a bad line unless bad lines are
   // skipped.
-  void read(ImportedStore::Batch& batch);
+  void read(ImportBatch& batch);
 
   // Reports and counts a line as skipped.
   void skip(const std::string& place, const std::string& why);

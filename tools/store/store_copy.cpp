@@ -1,5 +1,6 @@
 #include "tools/store/store_copy.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,9 +41,10 @@ constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
 [[noreturn]] void fail_to_copy(const std::string& from, const std::string& to) {
   const std::string why = std::strerror(errno);
   const std::filesystem::path folder = std::filesystem::path(to).parent_path().parent_path();
-  throw ToolError(from + ": cannot be copied to " + (folder.empty() ? "." : folder.string()) +
-                  ": " + why +
-                  "; make room there, or name another folder for temporary copies in TMPDIR");
+  throw ToolError(fmt::format(
+      "{}: cannot be copied to {}: {}; make room there, or name another folder for temporary copies "
+      "in TMPDIR",
+      from, folder.empty() ? "." : folder.string(), why));
 }
 
 struct CloseFile {
