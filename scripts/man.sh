@@ -77,7 +77,7 @@ a negative answer, as each command describes
 .TP
 .B 2
 bad usage, bad input, a store that cannot be read or written, or output that cannot be written. If
-something was done all the same, standard error says what
+something was changed or created nevertheless, standard error says what
 .SH ENVIRONMENT
 .TP
 .B TMPDIR

@@ -31,7 +31,8 @@ class FailedCallOfImport : public FailedCallsTest {
       return;
     }
     EXPECT_EQ(outcome.status, 2);
-    if (outcome.err.find("; it is unknown whether ") != std::string::npos) return;  // the outcome is unknown
+    if (outcome.err.find("; it is unknown whether ") != std::string::npos)
+      return;  // the outcome is unknown
     const std::size_t stored = contents.size() - kStoredBefore;
     EXPECT_EQ(outcome.out.rfind(std::to_string(stored) + " stored, ", 0), 0U) << outcome.out;
   }

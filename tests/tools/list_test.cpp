@@ -81,6 +81,48 @@ TEST_F(ListTest, ShowsNoMessageIfTheLatestIsGone) {
   EXPECT_TRUE(list[2]["message"].is_null()) << list[2];
 }
 
+TEST_F(ListTest, ShowsOnlyTheMessageThatTheConversationNames) {
+  import_sample();
+  // The latest message of "room" is also named by another conversation.
+  plant(
+      "update t_session set latest_id=1 where session_id='room';"
+      "update t_session set latest_id=3 where session_id='hall'");
+  const Json list = json({"list", store(), "--json"});
+  ASSERT_EQ(list.size(), 3U);
+  EXPECT_EQ(list[1]["session_id"], "room");
+  EXPECT_EQ(list[1]["message"]["msg_id"], 1);
+  EXPECT_EQ(list[1]["message"]["content"], "first");
+  EXPECT_EQ(list[1]["session_time"], kSampleTime);
+}
+
+TEST_F(ListTest, ShowsMessageWithALargeId) {
+  import_sample();
+  plant(
+      "update t_message set id=4294967299 where id=3;"
+      "update t_session set latest_id=4294967299 where session_id='room'");
+  const Json list = json({"list", store(), "--type", "group", "--json"});
+  ASSERT_EQ(list.size(), 1U);
+  EXPECT_EQ(list[0]["message"]["msg_id"], 4294967299);
+  EXPECT_EQ(list[0]["message"]["content"], "pic");
+}
+
+TEST_F(ListTest, ShowsNoMessageWhoseIdIsNotPositive) {
+  import_sample();
+  plant(
+      "update t_message set id=-7 where id=3;"
+      "update t_session set latest_id=-7 where session_id='room'");
+  EXPECT_TRUE(json({"list", store(), "--type", "group", "--json"})[0]["message"].is_null());
+  EXPECT_EQ(output({"list", store(), "--type", "group"}).find("pic"), std::string::npos);
+}
+
+TEST_F(ListTest, ShowsWholeTextWithAZeroByte) {
+  import_sample();
+  plant("update t_message set content='a'||char(0)||'b' where id=3");
+  const Json list = json({"list", store(), "--type", "group", "--json"});
+  EXPECT_EQ(list[0]["message"]["content"], std::string("a\0b", 3));
+  EXPECT_NE(output({"list", store(), "--type", "group"}).find("a\\x00b"), std::string::npos);
+}
+
 TEST_F(ListTest, FiltersByTypeAndLimits) {
   import_sample();
   const auto sessions = [this](Arguments more) {

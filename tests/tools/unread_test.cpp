@@ -1,3 +1,5 @@
+#include <string>
+
 #include "tests/tools/look_sample.h"
 
 namespace corvan_test {
@@ -31,6 +33,16 @@ TEST_F(UnreadTest, HasTheDocumentedKeys) {
                             "all":{"unread_count":3,"unmuted_unread_count":0,"mention_count":1}})"));
   EXPECT_EQ(keys(json({"unread", store(), "--json"})),
             (Rows{"private", "group", "chatroom", "reception", "system", "all"}));
+}
+
+TEST_F(UnreadTest, WorksIfOnlyMessagesAreDamaged) {
+  import_sample();
+  const std::string before = output({"unread", store()});
+  const std::string root = rows("select rootpage from sqlite_master where name='t_message'").at(0);
+  std::string bytes = read_file(file());
+  bytes.replace((std::stoul(root) - 1) * 4096, 4096, 4096, '\xff');
+  write_file(file(), bytes);
+  EXPECT_EQ(output({"unread", store()}), before);
 }
 
 }  // namespace

@@ -100,8 +100,8 @@ StoreState look_at_store(const std::string& file, const std::string& name, std::
     return StoreState::kDamaged;
   }
   if (rc != SQLITE_DONE) throw ToolError(name + ": " + connection.error());
-  // SQLite reads a log whose page size differs from the file's without an error. It notices only at
-  // a checkpoint, and when it writes, it reads memory beyond its pages.
+  // SQLite reads a log whose page size differs from the file's without an error. It notices
+  // the difference only at a checkpoint. If it writes before, it reads memory beyond its pages.
   if (is_damage(connection.run("pragma wal_checkpoint"))) {
     detail = connection.error();
     return StoreState::kDamaged;

@@ -20,7 +20,8 @@ bool may_begin_driver(char c) {
   return c == '\x7F' || c == '\xC2' || c == '\xD8' || c == '\xE2' || c == '\xEF';
 }
 
-// The first such code point from `from` on. `size`, in bytes, is 0 if there is none.
+// The first code point from `from` on that drives a terminal. `size`, in bytes, is 0 if there is
+// none.
 struct Driver {
   std::size_t place = std::string_view::npos;
   std::size_t size = 0;
