@@ -60,7 +60,7 @@ TEST_F(IndexFailureTest, ReportsAReaderOutsideWalMode) {
 
 TEST_F(IndexFailureTest, ClientThatHasTheStoreOpenKeepsWorking) {
   {
-    corvan_tool::OpenStore client(store(), "me");
+    corvan_tool::LibraryStore client(store(), "me");
     drop_all();
     const auto save = [&client](const std::string& uid) {
       return client->save_message("room", Corvan::CV_GROUP, "CV:TxtMsg", "u01", "text", true, 0, 0,

@@ -115,7 +115,7 @@ TEST_F(BusyStoreTest, SnapshotIsConsistentWhileAnotherThreadWrites) {
   // Two messages per transaction: every consistent state has an even number. A checkpoint follows
   // every few transactions.
   std::thread writer([&] {
-    corvan_tool::OpenStore open(store(), "me");
+    corvan_tool::LibraryStore open(store(), "me");
     open->execute_none_query("pragma wal_autocheckpoint=30");
     open->execute_none_query("pragma synchronous=off");
     while (!stop) {

@@ -121,7 +121,7 @@ TEST(SalvagePage, SurvivesHostileBytes) {
 class SalvageHostile : public testing::Test {
  protected:
   static std::string sound_file(const std::string& folder) {
-    { const OpenStore made(folder, "me"); }
+    { const LibraryStore made(folder, "me"); }
     const std::string file = folder + "corvan";
     plant(file,
           "with recursive n(i) as (select 1 union all select i+1 from n where i<400) "

@@ -20,36 +20,36 @@ using Corvan::CV_GROUP;
 TEST_F(VerifyTest, RepairRestoresCountersWhereRowsAllow) {
   struct Case {
     const char* what;
-    std::function<void(OpenStore&)> call;
+    std::function<void(LibraryStore&)> call;
     int64_t stored;  // unread_count as the operations leave it
     int64_t more;    // after repairing a counter that is 5 higher; -1 if it is kept
     int64_t less;    // after repairing a counter below 0
   };
-  const auto save_some = [this](OpenStore& s, int64_t time, int count, bool history = false) {
+  const auto save_some = [this](LibraryStore& s, int64_t time, int count, bool history = false) {
     for (int i = 0; i < count; ++i) EXPECT_GT(save(s, "room", time + i, false, history), 0);
   };
   const std::vector<Case> cases = {
-      {"live", [&](OpenStore& s) { save_some(s, kTime, 4); }, 4, 4, 4},
+      {"live", [&](LibraryStore& s) { save_some(s, kTime, 4); }, 4, 4, 4},
       {"older history is not counted",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          save_some(s, kTime + 100, 3);
          save_some(s, kTime, 9, true);
        },
        3, -1, 3},
       {"history alone, newest first",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          for (int i = 3; i > 0; --i) save_some(s, kTime + i, 1, true);
        },
        1, 3, 1},
       {"late ones after a clearing count",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          save_some(s, kTime + 100, 3);
          s->clear_unread("room", CV_GROUP);
          save_some(s, kTime, 4);
        },
        4, 4, 0},
       {"late ones before a clearing do not",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          save_some(s, kTime + 100, 1);
          s->clear_unread("room", CV_GROUP);
          save_some(s, kTime, 3);
@@ -58,7 +58,7 @@ TEST_F(VerifyTest, RepairRestoresCountersWhereRowsAllow) {
        },
        0, 0, 0},
       {"an unread one that was cleared by its time",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          save_some(s, kTime, 9);
          s->sync_unread("room", CV_GROUP, kTime + 8);
        },
@@ -90,31 +90,31 @@ TEST_F(VerifyTest, RepairRestoresCountersWhereRowsAllow) {
 
 // Ordinary use leaves these counters, but no row distinguishes them from a lost counter.
 TEST_F(VerifyTest, UncountedMessagesAreANote) {
-  const auto save_uncounted = [](OpenStore& s, int64_t time, bool history) {
+  const auto save_uncounted = [](LibraryStore& s, int64_t time, bool history) {
     EXPECT_GT(s->save_message("room", CV_GROUP, "CV:TxtMsg", "u02", "hi", true, 0, 0, false, time,
                               0, "", history, false, /*is_count=*/false),
               0);
   };
   struct Case {
     const char* what;
-    std::function<void(OpenStore&)> call;
+    std::function<void(LibraryStore&)> call;
     int64_t stored;
     int64_t recount;
   };
   const std::vector<Case> cases = {
       {"a notice",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          save(s, "room", kTime);
          save_uncounted(s, kTime + 1, false);
        },
        1, 2},
       {"a page of history, oldest first",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          for (int i = 0; i < 5; ++i) save_uncounted(s, kTime + i, true);
        },
        0, 5},
       {"history after a newer message that is deleted",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          save(s, "room", kTime);
          const int64_t newest = save(s, "room", kTime + 9);
          save(s, "room", kTime + 5, false, true);
@@ -122,7 +122,7 @@ TEST_F(VerifyTest, UncountedMessagesAreANote) {
        },
        1, 2},
       {"history after a draft",
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          save(s, "room", kTime);
          s->set_message_draft("room", CV_GROUP, "a");
          s->set_message_draft("room", CV_GROUP, "");
@@ -194,7 +194,7 @@ TEST_F(VerifyTest, ChatRoomCountsMessagesSinceClearing) {
   repair("counters", {"--backup", folder.file("was")});
   EXPECT_EQ(rows("select unread_count from t_session"), Rows{"8"});
   {
-    OpenStore open(store(), "me");
+    LibraryStore open(store(), "me");
     open->clear_unread("hall", CV_CHATROOM);
     EXPECT_EQ(open.failure(), "");
   }

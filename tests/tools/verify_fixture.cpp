@@ -4,10 +4,10 @@
 
 namespace corvan_test {
 
-void VerifyTest::make_store(const std::function<void(OpenStore&)>& call) {
+void VerifyTest::make_store(const std::function<void(LibraryStore&)>& call) {
   std::filesystem::remove_all(store());
   std::filesystem::create_directory(store());
-  OpenStore open(store(), "me");
+  LibraryStore open(store(), "me");
   call(open);
   EXPECT_EQ(open.failure(), "");
 }
@@ -31,7 +31,7 @@ void VerifyTest::import_sample() {
   import(log);
 }
 
-int64_t VerifyTest::save(OpenStore& open, const std::string& room, int64_t time, bool mention,
+int64_t VerifyTest::save(LibraryStore& open, const std::string& room, int64_t time, bool mention,
                          bool history, const std::string& uid) {
   return open->save_message(room, Corvan::CV_GROUP, "CV:TxtMsg", "u01", "hi", true, 0, 0, mention,
                             time, 0, uid, history, false, true);

@@ -13,7 +13,7 @@
 
 namespace corvan_test {
 
-using corvan_tool::OpenStore;
+using corvan_tool::LibraryStore;
 
 constexpr int64_t kTime = 1700000000000;
 constexpr const char* kAll = "counters,latest,times,indexes,sequence";
@@ -40,14 +40,14 @@ struct Planted {
 class VerifyTest : public ToolTest {
  protected:
   // Makes a new store and calls `call` with it.
-  void make_store(const std::function<void(OpenStore&)>& call);
+  void make_store(const std::function<void(LibraryStore&)>& call);
 
   // Imports messages 1 to 3 into the group "room", the second of them a mention; 4 and an own
   // message 5 into the private chat "u01"; 6 into the chat room "hall".
   void import_sample();
 
   // Saves a message in a group and returns its id.
-  int64_t save(OpenStore& open, const std::string& room, int64_t time, bool mention = false,
+  int64_t save(LibraryStore& open, const std::string& room, int64_t time, bool mention = false,
                bool history = false, const std::string& uid = "");
 
   // The report as JSON. Expects this exit status.

@@ -25,14 +25,14 @@ TEST_F(VerifyTest, FindingsNameTheOperationsThatLeaveThem) {
   struct Case {
     const char* operation;
     Rows codes;
-    std::function<void(OpenStore&)> call;
+    std::function<void(LibraryStore&)> call;
   };
   const std::vector<Case> cases = {
-      {"save_message", {}, [&](OpenStore& s) { save(s, "room", kTime + 500, false, true); }},
-      {"save_message", {"latest-older"}, [&](OpenStore& s) { save(s, "room", kTime + 500); }},
+      {"save_message", {}, [&](LibraryStore& s) { save(s, "room", kTime + 500, false, true); }},
+      {"save_message", {"latest-older"}, [&](LibraryStore& s) { save(s, "room", kTime + 500); }},
       {"save_message",
        {"counter-low", "latest-older"},
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          std::vector<std::unique_ptr<MessageResponse>> batch;
          batch.push_back(std::make_unique<MessageResponse>());
          MessageResponse& m = *batch.back();
@@ -45,92 +45,96 @@ TEST_F(VerifyTest, FindingsNameTheOperationsThatLeaveThem) {
        }},
       {"save_message",
        {"client-key-twice"},
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          s->save_message("u01", CV_PRIVATE, "CV:TxtMsg", "me", "hi", false, 0, 0, false,
                          kTime + 9000, 42, "", true, false, false);
        }},
       {"clear_message",
        {"counter-mention", "counter-unread", "session-empty"},
-       [](OpenStore& s) { s->clear_message("room", CV_GROUP, false); }},
+       [](LibraryStore& s) { s->clear_message("room", CV_GROUP, false); }},
       {"clear_message_by_timestamp",
        {"counter-mention", "counter-unread", "latest-missing", "session-empty"},
-       [](OpenStore& s) { s->clear_message_by_timestamp(kTime + 2001, false); }},
+       [](LibraryStore& s) { s->clear_message_by_timestamp(kTime + 2001, false); }},
       {"delete_message",
        {"counter-unread", "latest-missing"},
-       [](OpenStore& s) { s->delete_message("u01", CV_PRIVATE, {"s3"}); }},
+       [](LibraryStore& s) { s->delete_message("u01", CV_PRIVATE, {"s3"}); }},
       {"sync_unread",
        {"counter-low"},
-       [](OpenStore& s) { s->sync_unread("room", CV_GROUP, kTime - 1); }},
+       [](LibraryStore& s) { s->sync_unread("room", CV_GROUP, kTime - 1); }},
       {"set_unread_by_value",
        {"counter-negative"},
-       [](OpenStore& s) { s->set_unread_by_value("room", CV_GROUP, 9, 0); }},
+       [](LibraryStore& s) { s->set_unread_by_value("room", CV_GROUP, 9, 0); }},
       {"set_message_content",
        {"counter-mention"},
-       [](OpenStore& s) { s->set_message_content(2, "gone", "CV:RcNtf"); }},
+       [](LibraryStore& s) { s->set_message_content(2, "gone", "CV:RcNtf"); }},
       {"set_send_time",
        {"latest-foreign", "latest-older"},
-       [](OpenStore& s) { s->set_send_time(4, kTime + 9000, "", "room", CV_GROUP, 0); }},
+       [](LibraryStore& s) { s->set_send_time(4, kTime + 9000, "", "room", CV_GROUP, 0); }},
       {"set_send_time",
        {"latest-missing"},
-       [](OpenStore& s) { s->set_send_time(99, kTime + 9000, "", "room", CV_GROUP, 0); }},
+       [](LibraryStore& s) { s->set_send_time(99, kTime + 9000, "", "room", CV_GROUP, 0); }},
       {"set_send_time_for_dup_msg",
        {"session-time-apart"},
-       [](OpenStore& s) { s->set_send_time_for_dup_msg(5, kTime + 9000, "s5"); }},
+       [](LibraryStore& s) { s->set_send_time_for_dup_msg(5, kTime + 9000, "s5"); }},
       {"set_message_draft",
        {"session-time-apart"},
-       [](OpenStore& s) {
+       [](LibraryStore& s) {
          s->set_message_draft("room", CV_GROUP, "a");
          s->set_message_draft("room", CV_GROUP, "");
        }},
-      {"set_message_draft", {}, [](OpenStore& s) { s->set_message_draft("room", CV_GROUP, "a"); }},
+      {"set_message_draft",
+       {},
+       [](LibraryStore& s) { s->set_message_draft("room", CV_GROUP, "a"); }},
       {"set_is_top",
        {"session-empty"},
-       [](OpenStore& s) { s->set_is_top("new", CV_GROUP, true, true); }},
+       [](LibraryStore& s) { s->set_is_top("new", CV_GROUP, true, true); }},
       {"remove_session",
        {"session-missing"},
-       [](OpenStore& s) { s->remove_session("room", CV_GROUP); }},
+       [](LibraryStore& s) { s->remove_session("room", CV_GROUP); }},
       {"delete_session",
        {"counter-low"},
-       [&](OpenStore& s) {
+       [&](LibraryStore& s) {
          s->delete_session("room", CV_GROUP);
          save(s, "room", kTime + 9000);
        }},
-      {"update_sent_status", {"status-unknown"}, [](OpenStore& s) { s->update_sent_status(5, 8); }},
+      {"update_sent_status",
+       {"status-unknown"},
+       [](LibraryStore& s) { s->update_sent_status(5, 8); }},
       {"init_open_db",
        {"failed"},
-       [](OpenStore& s) {
+       [](LibraryStore& s) {
          s->update_sent_status(5, 1);
          s->clear_sendstatus(true);
        }},
       {"update_message_status",
        {"counter-mention", "counter-unread"},
-       [](OpenStore& s) { s->update_message_status("room", CV_GROUP); }},
+       [](LibraryStore& s) { s->update_message_status("room", CV_GROUP); }},
       {"set_unread_readtime",
        {"counter-low"},
-       [](OpenStore& s) { s->set_unread_readtime("room", CV_GROUP, kTime); }},
+       [](LibraryStore& s) { s->set_unread_readtime("room", CV_GROUP, kTime); }},
       {"set_message_latestid",
        {"latest-older"},
-       [](OpenStore& s) { s->set_message_latestid("room", CV_GROUP, 1, kTime); }},
+       [](LibraryStore& s) { s->set_message_latestid("room", CV_GROUP, 1, kTime); }},
       {"set_send_time",
        {"latest-none"},
-       [](OpenStore& s) { s->set_send_time(0, kTime + 9000, "", "room", CV_GROUP, 0); }},
+       [](LibraryStore& s) { s->set_send_time(0, kTime + 9000, "", "room", CV_GROUP, 0); }},
       {"set_receipttime",
        {"time-future"},
-       [](OpenStore& s) { s->set_receipttime("u01", CV_PRIVATE, 9000000000000); }},
-      {"set_read_status", {"counter-unread"}, [](OpenStore& s) { s->set_read_status(1, -5); }},
-      {"set_read_status", {"own-unread"}, [](OpenStore& s) { s->set_read_status(5, 0); }},
+       [](LibraryStore& s) { s->set_receipttime("u01", CV_PRIVATE, 9000000000000); }},
+      {"set_read_status", {"counter-unread"}, [](LibraryStore& s) { s->set_read_status(1, -5); }},
+      {"set_read_status", {"own-unread"}, [](LibraryStore& s) { s->set_read_status(5, 0); }},
       {"sync_unread",
        {"counter-untold"},
-       [](OpenStore& s) {
+       [](LibraryStore& s) {
          s->sync_unread("room", CV_GROUP, kTime + 2000);
          s->set_unread_by_value("room", CV_GROUP, -1, 0);
        }},
-      {"set_sync_time", {"sync-behind"}, [](OpenStore& s) { s->set_sync_time(kTime, true); }},
-      {"set_read_status", {}, [](OpenStore& s) { s->set_read_status(2, 1); }},
-      {"clear_unread", {}, [](OpenStore& s) { s->clear_unread("room", CV_GROUP); }},
+      {"set_sync_time", {"sync-behind"}, [](LibraryStore& s) { s->set_sync_time(kTime, true); }},
+      {"set_read_status", {}, [](LibraryStore& s) { s->set_read_status(2, 1); }},
+      {"clear_unread", {}, [](LibraryStore& s) { s->clear_unread("room", CV_GROUP); }},
       {"delete_message",
        {},
-       [](OpenStore& s) {
+       [](LibraryStore& s) {
          s->delete_message({2, 3});
        }},
   };
@@ -138,7 +142,7 @@ TEST_F(VerifyTest, FindingsNameTheOperationsThatLeaveThem) {
     SCOPED_TRACE(std::string(one.operation) + (one.codes.empty() ? "" : " " + one.codes[0]));
     write_file(file(), clean);
     {
-      OpenStore open(store(), "me");
+      LibraryStore open(store(), "me");
       one.call(open);
       EXPECT_EQ(open.failure(), "");
     }
@@ -159,7 +163,7 @@ TEST_F(VerifyTest, FindingsNameTheOperationsThatLeaveThem) {
 // and are counted, and are marked unread again only after read_time.
 class Sequence {
  public:
-  Sequence(OpenStore& open, unsigned seed) : open_(open), random_(seed) {}
+  Sequence(LibraryStore& open, unsigned seed) : open_(open), random_(seed) {}
 
   void run(int operations) {
     open_->execute_none_query("pragma synchronous=off");
@@ -214,7 +218,7 @@ class Sequence {
 
   int64_t any() { return received_.at(below(static_cast<unsigned>(received_.size()))); }
 
-  OpenStore& open_;
+  LibraryStore& open_;
   std::mt19937 random_;
   int64_t time_ = kTime;
   int64_t uid_ = 0;
@@ -227,7 +231,7 @@ TEST_F(VerifyTest, RecountEqualsWhatOperationsLeave) {
     std::filesystem::remove_all(store());
     std::filesystem::create_directory(store());
     {
-      OpenStore open(store(), "me");
+      LibraryStore open(store(), "me");
       Sequence(open, seed).run(60);
       EXPECT_EQ(open.failure(), "");
     }

@@ -56,7 +56,7 @@ class ImportedStore {
     std::string text;
   };
 
-  OpenStore& store() { return *store_; }
+  LibraryStore& store() { return *store_; }
   bool has_failed() { return !store().failure().empty(); }
   void read_newest_id();
   int64_t save_one(const ImportMessage& message);
@@ -79,7 +79,7 @@ class ImportedStore {
 
   const ImportOptions& options_;
   const std::string file_;
-  std::optional<OpenStore> store_;
+  std::optional<LibraryStore> store_;
   int64_t newest_id_ = 0;
   // These belong to the current batch.
   int64_t newest_before_ = 0;

@@ -9,7 +9,7 @@
 
 namespace corvan_tool {
 
-OpenStore::OpenStore(const std::string& folder, const std::string& user) {
+LibraryStore::LibraryStore(const std::string& folder, const std::string& user) {
   cvrtc::LogMessage::SetSink([this](cvrtc::LoggingSeverity /*severity*/, const std::string& text) {
     if (!failure_.empty()) return;
     const std::size_t last_field = text.rfind(";;;");  // SQLite's own words
@@ -23,7 +23,7 @@ OpenStore::OpenStore(const std::string& folder, const std::string& user) {
   }
 }
 
-OpenStore::~OpenStore() {
+LibraryStore::~LibraryStore() {
   Corvan::CvDbSingleton::delete_instance();
   cvrtc::LogMessage::SetSink(nullptr);
 }

@@ -11,14 +11,14 @@ namespace corvan_tool {
 
 // Opens the library's only instance for its own lifetime. Warnings and errors that the library logs
 // are collected here instead of being written.
-class OpenStore {
+class LibraryStore {
  public:
   // Throws ToolError if the store cannot be opened. If it opens with a failure, as a damaged store
   // may, failure() is not empty.
-  OpenStore(const std::string& folder, const std::string& user);
-  OpenStore(const OpenStore&) = delete;
-  OpenStore& operator=(const OpenStore&) = delete;
-  ~OpenStore();
+  LibraryStore(const std::string& folder, const std::string& user);
+  LibraryStore(const LibraryStore&) = delete;
+  LibraryStore& operator=(const LibraryStore&) = delete;
+  ~LibraryStore();
 
   Corvan::CvDbSingleton* operator->() const { return Corvan::CvDbSingleton::get_instance(); }
 

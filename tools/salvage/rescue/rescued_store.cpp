@@ -15,7 +15,7 @@ namespace {
 
 // Lets the library make an empty store.
 void make_store(const std::string& folder, const std::string& name) {
-  const OpenStore made(folder, "");
+  const LibraryStore made(folder, "");
   if (!made.failure().empty()) throw ToolError(name + ": " + made.failure() + "; nothing was kept");
 }
 
