@@ -125,7 +125,7 @@ class Search {
     const auto id = whole_number(has_time ? text.substr(colon + 1) : text);
     auto time = whole_number(text.substr(0, colon));
     if (!id || !time) {
-      throw ToolError("--before: \"" + text + "\" is neither TIME:ID nor a message's id");
+      throw ToolError(fmt::format("--before: \"{}\" is neither TIME:ID nor a message's id", text));
     }
     if (!has_time) time = time_of(*id);
     if (!time) {
@@ -138,7 +138,7 @@ class Search {
   std::optional<int64_t> time_of(int64_t id) const {
     std::optional<int64_t> time;
     store_.each_row(
-        std::string("select ") + kMessageTime + " from t_message where id=?",
+        fmt::format("select {} from t_message where id=?", kMessageTime),
         [&time](const Row& row) { time = row.int64(0); }, id);
     return time;
   }

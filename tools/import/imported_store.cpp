@@ -57,7 +57,7 @@ bool are_ids_used_up(const std::string& file) {
     largest = std::max<int64_t>(largest, row.int64(0));
   };
   connection.each_row("select max(id) from t_message", read);
-  connection.each_row(std::string("select seq from sqlite_sequence where name=") + kNameOfMessages,
+  connection.each_row(fmt::format("select seq from sqlite_sequence where name={}", kNameOfMessages),
                       read);
   return largest == std::numeric_limits<int64_t>::max();
 }

@@ -130,7 +130,7 @@ int find_row_id(const Connection& connection, const std::string& table, std::str
   for (const char* const one : {"rowid", "_rowid_", "oid"}) {
     if (std::find(columns.begin(), columns.end(), one) != columns.end()) continue;
     const int read =
-        connection.run(std::string("select ") + one + " from " + quoted_name(table) + " limit 0");
+        connection.run(fmt::format("select {} from {} limit 0", one, quoted_name(table)));
     if (read == SQLITE_DONE) name = one;
     // A WITHOUT ROWID table has none of the names.
     return read == SQLITE_ERROR ? SQLITE_DONE : read;
