@@ -93,7 +93,7 @@ void print_backup(const Backup& backup) {
       backup.log_bytes > 0 ? "the write-ahead log is in it" : "there was no write-ahead log");
 }
 
-int run_backup(const BackupOptions& options) {
+Backup make_backup(const BackupOptions& options) {
   PendingOutput folder = PendingOutput::folder(options.to);
   const std::string file = store_file(folder.path());
   Backup backup;
@@ -103,18 +103,22 @@ int run_backup(const BackupOptions& options) {
   // The check may change the copy. A damaged store is copied again, to be kept as it was found.
   backup.damage = damage_of_store(file, store_file(options.folder));
   if (backup.damage.empty()) backup.damage = complete_copy(file, options.to, backup);
-  const bool sound = backup.damage.empty();
-  if (!sound) copy_store(options.folder, file);
+  if (!backup.damage.empty()) copy_store(options.folder, file);
   std::filesystem::remove(file + kIndexSuffix);  // created by the check
   backup.bytes = store_sizes(file).file;
   folder.keep();
+  return backup;
+}
+
+int run_backup(const BackupOptions& options) {
+  const Backup backup = make_backup(options);
   if (options.json) {
     print_backup_json(backup);
   } else {
     print_backup(backup);
   }
   require_output("the backup is in " + options.to);
-  return sound ? kOk : kNegative;
+  return backup.damage.empty() ? kOk : kNegative;
 }
 
 constexpr const char* kBackupResult =

@@ -148,16 +148,20 @@ std::optional<StoreSizes> copy_files(const std::string& from, const std::string&
   return StoreSizes{static_cast<int64_t>(main->size), static_cast<int64_t>(log ? log->size : 0)};
 }
 
+void require_store_file(const std::string& file) {
+  struct stat status = {};
+  if (stat(file.c_str(), &status) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) fail_without_store(file);
+    fail(file);
+  }
+  if (!S_ISREG(status.st_mode)) throw ToolError(file + ": not a file");
+}
+
 }  // namespace
 
 StoreSizes copy_store(const std::string& folder, const std::string& to) {
   const std::string from = store_file(folder);
-  struct stat status = {};
-  if (stat(from.c_str(), &status) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) fail_without_store(from);
-    fail(from);
-  }
-  if (!S_ISREG(status.st_mode)) throw ToolError(from + ": not a file");
+  require_store_file(from);
   const std::string real = real_file(from);
   require_regular_beside(real, {kLogSuffix, kJournalSuffix});
   for (int attempt = 0;; ++attempt) {
