@@ -95,15 +95,14 @@ TEST_F(ListTest, ShowsOnlyTheMessageThatTheConversationNames) {
   EXPECT_EQ(list[1]["session_time"], kSampleTime);
 }
 
-TEST_F(ListTest, ShowsMessageWithALargeId) {
+TEST_F(ListTest, TruncatesTheIdOfTheLatestMessageAsAClientDoes) {
   import_sample();
   plant(
       "update t_message set id=4294967299 where id=3;"
       "update t_session set latest_id=4294967299 where session_id='room'");
   const Json list = json({"list", store(), "--type", "group", "--json"});
   ASSERT_EQ(list.size(), 1U);
-  EXPECT_EQ(list[0]["message"]["msg_id"], 4294967299);
-  EXPECT_EQ(list[0]["message"]["content"], "pic");
+  EXPECT_TRUE(list[0]["message"].is_null()) << list[0];  // 3, which does not exist
 }
 
 TEST_F(ListTest, ShowsNoMessageWhoseIdIsNotPositive) {
@@ -115,12 +114,11 @@ TEST_F(ListTest, ShowsNoMessageWhoseIdIsNotPositive) {
   EXPECT_EQ(output({"list", store(), "--type", "group"}).find("pic"), std::string::npos);
 }
 
-TEST_F(ListTest, ShowsWholeTextWithAZeroByte) {
+TEST_F(ListTest, EndsTextsAtAZeroByteAsAClientDoes) {
   import_sample();
   plant("update t_message set content='a'||char(0)||'b' where id=3");
   const Json list = json({"list", store(), "--type", "group", "--json"});
-  EXPECT_EQ(list[0]["message"]["content"], std::string("a\0b", 3));
-  EXPECT_NE(output({"list", store(), "--type", "group"}).find("a\\x00b"), std::string::npos);
+  EXPECT_EQ(list[0]["message"]["content"], "a");
 }
 
 TEST_F(ListTest, FiltersByTypeAndLimits) {

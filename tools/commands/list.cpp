@@ -38,24 +38,37 @@ struct ListEntry {
   int32_t unread_count = 0;
   int32_t mention_count = 0;
   int64_t time = 0;
-  int64_t latest_id = 0;
+  int32_t latest_id = 0;
   std::optional<Corvan::MessageResponse> latest;
 
   bool has_latest() const { return latest && latest_id > 0; }
 };
 
+// A client's list ends texts at a zero byte and truncates ids to 32 bits. This list shows the same.
+std::string shown(const std::string& text) {
+  return text.c_str();
+}
+
+Corvan::MessageResponse shown(Corvan::MessageResponse m) {
+  for (std::string* text :
+       {&m.session_id_, &m.object_name_, &m.sender_, &m.content_, &m.server_uid_}) {
+    *text = shown(*text);
+  }
+  return m;
+}
+
 ListEntry entry_at(const Row& row) {
   ListEntry c;
-  c.id = row.text(0);
+  c.id = shown(row.text(0));
   c.type = row.int32(1);
-  c.title = row.text(2);
-  c.draft = row.text(3);
+  c.title = shown(row.text(2));
+  c.draft = shown(row.text(3));
   c.is_top = row.int32(4);
   c.silence = row.int32(5);
   c.unread_count = row.int32(6);
   c.mention_count = row.int32(7);
   c.time = row.int64(8);
-  c.latest_id = row.int64(9);
+  c.latest_id = row.int32(9);
   return c;
 }
 
@@ -77,7 +90,7 @@ void read_latest(const Snapshot& store, std::vector<ListEntry>& entries) {
     const int rc = message.step();
     if (rc != SQLITE_ROW) {
       store.require(rc);
-    } else if (auto found = message_at(message.row());
+    } else if (auto found = shown(message_at(message.row()));
                found.session_id_ == c.id && found.session_type_ == c.type) {
       if (c.draft.empty()) c.time = found.sent_time_;
       c.latest = std::move(found);
