@@ -46,7 +46,7 @@ struct ListEntry {
 
 // A client's list ends texts at a zero byte and truncates ids to 32 bits. This list shows the same.
 std::string shown(const std::string& text) {
-  return text.c_str();
+  return text.substr(0, text.find('\0'));
 }
 
 Corvan::MessageResponse shown(Corvan::MessageResponse m) {
