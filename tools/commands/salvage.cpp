@@ -28,7 +28,7 @@ constexpr const char* kSalvageHelp =
     "With --json: an object with file; folder (null if it was not made); tables, an object by\n"
     "name of objects with recovered, from_log, lost_at_least, lost_at_most (null if unknown),\n"
     "doubtful, doubtful_by (an object: deleted, unreached, log, versions, place, text, value), taken,\n"
-    "made; largest_id (the largest message id given so far, or null); page_size, pages,\n"
+    "made; largest_id (the largest message id assigned so far, or null); page_size, pages,\n"
     "declared_pages, header_ok; bad_pages, an array of objects with first, last, what; zero_pages;\n"
     "left_out, an array of names; log, an object with read, pages, used, unusable, damaged, cut,\n"
     "fits; seconds.\n";
