@@ -193,7 +193,7 @@ cp "$unit" "$out/faults/none/unit.cpp"
 
 # Copying keeps the files' times, so that only what has changed since the last run is built.
 bash scripts/install.sh build tests
-cp -a CMakeLists.txt README.md cmake base db docs tests "$out/tree/"
+cp -a CMakeLists.txt README.md bench cmake base db docs tests "$out/tree/"
 cmake -S "$out/tree" -B "$out/build" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-O0 \
   -DCORVAN_BUILD_TOOLS=OFF -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_INSTALL=OFF \
   -DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST
