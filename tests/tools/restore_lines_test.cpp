@@ -141,7 +141,7 @@ TEST_F(RestoreLinesTest, ChecksEachLine) {
   expect_bad(less, ":6: field \"messages\": 2 were exported, but 1 are in the file; export again");
 }
 
-// Memory is limited to a small multiple of the size of a line, whatever it contains.
+// For lines of any content, memory use stays below a small multiple of the line's size.
 TEST_F(RestoreLinesTest, RejectsHugeLinesWithLittleMemory) {
   import(line({}));
   std::vector<std::string> good;

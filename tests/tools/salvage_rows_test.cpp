@@ -64,7 +64,7 @@ TEST_F(SalvageTest, LeavesOutDoubtfulValuesByDefault) {
 }
 
 TEST_F(SalvageTest, LeavesOutBothVersionsOfARow) {
-  // Without page 1 there is no tree that tells which of two pages is the newer one.
+  // Page 1 names the roots of all trees. Without it, nothing shows which of two pages is newer.
   const StorePages pages = store_pages_of("t_message");
   const auto& [page, on_page] = *pages.rows.begin();
   std::string changed = sound.substr((page - 1) * kPageSize, kPageSize);

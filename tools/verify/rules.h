@@ -212,8 +212,8 @@ inline constexpr std::array kRules = {
     Rule{"client-key-twice", Rank::kAllowed, kNoRepair,
          "several messages with one conversation, client uid and sender",
          "save_message",
-         "history, insert_only and a batch do not check, and the check of an own message looks "
-         "for the signed-in user's id, whatever its sender is"},
+         "history, insert_only and a batch do not check; own messages are looked up under the "
+         "signed-in user's id instead of their sender"},
     Rule{"time-future", Rank::kAllowed, kNoRepair,
          "a time more than a day ahead of this computer's clock",
          "save_message, set_send_time, add_session, set_message_draft, set_is_top, sync_unread, "
