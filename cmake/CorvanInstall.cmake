@@ -2,7 +2,11 @@
 
 include(CMakePackageConfigHelpers)
 
-foreach(folder base db)
+set(folders base db)
+if(TARGET corvan_db_cached)
+  list(APPEND folders addons)
+endif()
+foreach(folder IN LISTS folders)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/${folder}" DESTINATION "${CORVAN_INCLUDEDIR}"
           COMPONENT dev FILES_MATCHING PATTERN "*.h")
 endforeach()

@@ -58,7 +58,7 @@ is_first_in_its_unit() {
 check_headers() {
   configure
   local headers
-  headers=$(files 'base/*.h' 'db/*.h' 'tools/*.h' 'examples/*.h' |
+  headers=$(files 'base/*.h' 'db/*.h' 'addons/*.h' 'tools/*.h' 'examples/*.h' |
     while read -r header; do is_first_in_its_unit "$header" || echo "$header"; done)
   for compiler in g++ clang++; do
     xargs -P 2 -I{} "$compiler" -std=c++17 -fsyntax-only -Wall -Wextra -Werror -I. \
@@ -67,7 +67,7 @@ check_headers() {
 }
 
 check_cppcheck() {
-  files 'base/*.cpp' 'db/*.cpp' 'tools/*.cpp' 'examples/*.cpp' |
+  files 'base/*.cpp' 'db/*.cpp' 'addons/*.cpp' 'tools/*.cpp' 'examples/*.cpp' |
     xargs cppcheck --quiet --std=c++17 --language=c++ --enable=style,performance,portability \
       --suppressions-list=scripts/cppcheck.txt --inline-suppr --error-exitcode=1 -I . -j 2
 }
@@ -90,7 +90,7 @@ analyze() {
 match() {
   clang-tidy -p "$results/together" --quiet --warnings-as-errors='*' \
     --checks='-clang-analyzer-*,-bugprone-suspicious-include' \
-    --header-filter='/(base|db|tools|examples)/([^/]*/)*[^/]*\.(h|cpp)$' "$1" 2>"$2.err" ||
+    --header-filter='/(base|db|addons|tools|examples)/([^/]*/)*[^/]*\.(h|cpp)$' "$1" 2>"$2.err" ||
     { cat "$2.err"; return 1; }
 }
 export -f analyze match
@@ -103,7 +103,7 @@ check_tidy() {
   mkdir -p "$results/tidy"
   # The largest files first, so that both processors finish at about the same time.
   {
-    files 'base/*.cpp' 'db/*.cpp' 'tools/*.cpp' 'examples/*.cpp' | xargs ls -S | sed 's/^/analyze /'
+    files 'base/*.cpp' 'db/*.cpp' 'addons/*.cpp' 'tools/*.cpp' 'examples/*.cpp' | xargs ls -S | sed 's/^/analyze /'
     sed -n 's/^ *"file": "\(.*\)".*/\1/p' "$results/together/compile_commands.json" |
       awk -v results="$results" '{ print "match", $0, results "/tidy/together-" NR }'
   } | xargs -P 2 -I{} bash -c '{}'
