@@ -82,10 +82,10 @@ run() {
   [ "$printed" = "peer: Hello!"$'\n'"headers $version, $version; schema 1" ] ||
     fail "printed: $printed"
 }
-# loads PROGRAM yes|no: whether it loads our shared library, and finds it.
+# loads PROGRAM yes|no [NAME]: whether it loads our shared library NAME (default: db), and finds it.
 loads() {
   local found=no
-  [[ "$(ldd "$1")" != *"libcorvan_db.so.$minor => /"* ]] || found=yes
+  [[ "$(ldd "$1")" != *"libcorvan_${3:-db}.so.$minor => /"* ]] || found=yes
   [ "$found" = "$2" ] || fail "loads the shared library: $found, wanted: $2"
 }
 
@@ -146,11 +146,12 @@ passed
 # except inline members of the same classes.
 check="exported symbols"
 folder=$(library_folder tree-both)
-for name in base db; do
+for name in base db db_cached; do
   nm -C --defined-only --extern-only "$folder/libcorvan_$name.a" |
     sed -n 's/^[0-9a-f]* [TBD] //p' | grep -vxF -e 'Corvan::CvDbSingleton::~CvDbSingleton()' \
       -e 'Corvan::CvDbSingleton::prepare(char const*, int&)' \
-      -e 'Corvan::CvDbSingleton::instance_' | sort -u >functions
+      -e 'Corvan::CvDbSingleton::instance_' |
+    grep -v '^corvan_cached_\|^Corvan::statement_cache::' | sort -u >functions
   nm -DC --defined-only "$folder/libcorvan_$name.so" |
     grep -v -e " A CORVAN_$minor\$" -e ' W \(Corvan\|cvrtc\)::' |
     sed "s/^[0-9a-f]* . //; s/@@CORVAN_$minor\$//" | sort -u >exported
@@ -160,12 +161,14 @@ done
 passed
 
 check="names of the shared libraries"
-for name in base db; do
+for name in base db db_cached; do
   [[ "$(readelf -d "$folder/libcorvan_$name.so")" == *"soname: [libcorvan_$name.so.$minor]"* ]] ||
     fail "libcorvan_$name.so: not libcorvan_$name.so.$minor"
 done
-[[ "$(readelf -d "$folder/libcorvan_db.so")" != *corvan_base* ]] ||
-  fail "libcorvan_db.so: depends on the default base"
+for name in db db_cached; do
+  [[ "$(readelf -d "$folder/libcorvan_$name.so")" != *corvan_base* ]] ||
+    fail "libcorvan_$name.so: depends on the default base"
+done
 passed
 
 if [ "$tool" = ON ]; then
@@ -181,8 +184,12 @@ for flavour in static shared; do
   for library in "$flavour" both; do
     check="CMake package: $flavour, where $library is installed"
     consumer_cmake "$flavour" "$work/tree-$library" -DCORVAN_WANTED="$minor"
-    loads program/consumer "$([ "$flavour" = shared ] && echo yes || echo no)"
+    wanted=$([ "$flavour" = shared ] && echo yes || echo no)
+    loads program/consumer "$wanted"
     run "$work/program/consumer"
+    loads program/cached no
+    loads program/cached "$wanted" db_cached
+    run "$work/program/cached"
     passed
   done
 done
@@ -207,10 +214,12 @@ consumer_cmake shared "$work/tree-shared" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=O
 run "$work/program/consumer"
 passed
 
-check="CMake package: refuses a missing component or version"
+check="CMake package: refuses a missing component or version, and both libraries of the store"
 rm -rf program
 refused "not installed here: shared" cmake -S consumers/cmake_package -B program -G Ninja \
   -DCMAKE_PREFIX_PATH="$work/tree-static" -DCORVAN_FLAVOUR=shared
+refused "CORVAN_STORE" cmake -S consumers/cmake_package -B program -G Ninja \
+  -DCMAKE_PREFIX_PATH="$work/tree-static" -DCORVAN_FLAVOUR=static -DBOTH_STORES=ON
 next=${minor%.*}.$((${minor#*.} + 1))
 refused "version \"$next\"" cmake -S consumers/cmake_package -B program -G Ninja \
   -DCMAKE_PREFIX_PATH="$work/tree-static" -DCORVAN_WANTED="$next"
@@ -235,6 +244,18 @@ for library in shared both; do
   passed
 done
 
+check="pkg-config: with the statement cache, static and shared"
+cached=(PACKAGE=corvan-cached CXXFLAGS=-DWITH_STATEMENT_CACHE)
+consumer_pkg_config tree-static "${cached[@]}"
+run "$work/consumers/pkg_config/consumer"
+consumer_pkg_config tree-shared "${cached[@]}"
+LD_LIBRARY_PATH=$(library_folder "$work/tree-shared")
+export LD_LIBRARY_PATH
+loads consumers/pkg_config/consumer yes db_cached
+run "$work/consumers/pkg_config/consumer"
+unset LD_LIBRARY_PATH
+passed
+
 check="pkg-config: shared alone, on a machine without SQLite's headers"
 folder=$(find "$work/tree-shared" -name corvan.pc -printf '%h')
 quietly env -u PKG_CONFIG_PATH PKG_CONFIG_LIBDIR="$folder" pkg-config --cflags --libs corvan
@@ -256,6 +277,7 @@ for shared in OFF ON; do
   quietly cmake --build program
   loads program/consumer "$([ "$shared" = ON ] && echo yes || echo no)"
   run "$work/program/consumer"
+  run "$work/program/cached"
   quietly cmake --install program --prefix "$work/installed"
   [ "$(cd installed && find . -type f)" = ./bin/consumer ] || fail "installs files of the store"
   passed
@@ -271,15 +293,16 @@ passed
 
 # ---- A base of the host's own ----------------------------------------------------------------------
 
-# own_base PROGRAM MAP: checks that it runs on its own base and that nothing of ours was linked in.
+# own_base PROGRAM MAP [NAME]: checks that it runs on its own base and that nothing of ours was linked in.
 own_base() {
-  quietly cmake -DPROGRAM="$1" -DFOLDER="$work/own_store" -DMAP="$2" -DSTORE=libcorvan_db \
+  quietly cmake -DPROGRAM="$1" -DFOLDER="$work/own_store" -DMAP="$2" -DSTORE="libcorvan_${3:-db}" \
     -DBASE=libcorvan_base -P own_base/check.cmake
 }
 for library in static shared; do
   check="a host's own base: $library, CMake package"
   consumer_cmake "$library" "$work/tree-$library" -DOWN_BASE="$work/own_base"
   own_base "$work/program/own_base" program/own_base.map
+  own_base "$work/program/own_base_cached" program/own_base_cached.map db_cached
   passed
 
   check="a host's own base: $library, in a plug-in"
@@ -298,6 +321,10 @@ for library in static shared; do
     quietly "$CXX" -std=c++17 $flags own_base/*.cpp $libraries -Wl,-Map=own_base.map -o own
   }
   own_base "$work/own" own_base.map
+  libraries=$(with_pkg_config "tree-$library" pkg-config --libs corvan-cached-own-base)
+  # shellcheck disable=SC2086
+  quietly "$CXX" -std=c++17 $flags own_base/*.cpp $libraries -Wl,-Map=own_base.map -o own
+  own_base "$work/own" own_base.map db_cached
   unset LD_LIBRARY_PATH
   passed
 done

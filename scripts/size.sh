@@ -23,8 +23,8 @@ done
 
 bash scripts/install.sh build size
 declare -A bounds=(
-  [g++ four]=59200 [g++ all]=95400
-  [clang++ four]=81700 [clang++ all]=122400
+  [g++ four]=59200 [g++ cached]=63900 [g++ all]=95400
+  [clang++ four]=81700 [clang++ cached]=86400 [clang++ all]=122400
 )
 flags=(-Os -DNDEBUG -ffunction-sections -fdata-sections "$@")
 
@@ -60,6 +60,10 @@ for cxx in g++ clang++; do
   alone=$(host alone)
   bytes=$(host four "${store[@]}" "$folder/db/libcorvan_db.a" "${libraries[@]}")
   row four "opening, a save, a page of list and history" $((bytes - alone)) "$@"
+
+  bytes=$(host cached "${store[@]}" "$folder/addons/statement_cache/libcorvan_db_cached.a" \
+    "${libraries[@]}")
+  row cached "the same with the statement cache" $((bytes - alone)) "$@"
 
   alone=$(host alone -Wl,--no-gc-sections)
   bytes=$(host all "${store[@]}" -Wl,--no-gc-sections -Wl,--whole-archive \

@@ -4,12 +4,18 @@
 #include <iostream>
 #include <vector>
 
+#if defined(WITH_STATEMENT_CACHE)
+#include "addons/statement_cache/statement_cache.h"
+#endif
 #include "base/log_message.h"
 #include "corvan/version.h"
 #include "db/cv_db_singleton.h"
 
 int main() {
   cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_ERROR);
+#if defined(WITH_STATEMENT_CACHE)
+  if (!Corvan::StatementCache::set_limit(32)) return 1;
+#endif
   auto* store = Corvan::CvDbSingleton::get_instance();
   if (!store->init_open_db(cvrtc::Pathname("./"), "", "me")) return 1;
   store->save_message("team", Corvan::CV_GROUP, "CV:TxtMsg", "peer", "Hello!", true, 0, 0, false, 0,
