@@ -62,10 +62,10 @@ int corvan_cached_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stm
     return sqlite3_prepare_v2(db, sql, size, stmt, tail);
   }
   const std::string_view text(sql);
-  if (kind_of(text) != TextKind::kKept) return sqlite3_prepare_v2(db, sql, size, stmt, tail);
   *stmt = take(db, text);
   if (*stmt == nullptr) {
-    return sqlite3_prepare_v3(db, sql, size, SQLITE_PREPARE_PERSISTENT, stmt, tail);
+    const unsigned flags = kind_of(text) == TextKind::kKept ? SQLITE_PREPARE_PERSISTENT : 0;
+    return sqlite3_prepare_v3(db, sql, size, flags, stmt, tail);
   }
   if (tail != nullptr) *tail = sql + text.size();
   clear_error(db);
