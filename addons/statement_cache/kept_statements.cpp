@@ -10,7 +10,7 @@ namespace Corvan::statement_cache {
 
 namespace {
 
-constexpr std::size_t kMostBytes = 1024 * 1024;
+constexpr std::size_t kMostBytes = std::size_t{1024} * 1024;
 
 std::size_t hash_of(std::string_view text) {
   return std::hash<std::string_view>()(text);
