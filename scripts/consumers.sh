@@ -275,8 +275,10 @@ for shared in OFF ON; do
   quietly cmake -S consumers/subdirectory -B program -G Ninja -DCORVAN_SOURCE="$source" \
     -DCMAKE_BUILD_TYPE=Debug -DBUILD_SHARED_LIBS="$shared"
   quietly cmake --build program
-  loads program/consumer "$([ "$shared" = ON ] && echo yes || echo no)"
+  wanted=$([ "$shared" = ON ] && echo yes || echo no)
+  loads program/consumer "$wanted"
   run "$work/program/consumer"
+  loads program/cached "$wanted" db_cached
   run "$work/program/cached"
   quietly cmake --install program --prefix "$work/installed"
   [ "$(cd installed && find . -type f)" = ./bin/consumer ] || fail "installs files of the store"
@@ -353,12 +355,17 @@ passed
 consumers_of() {
   consumer_cmake static "$1"
   run "$work/program/consumer"
+  run "$work/program/cached"
   consumer_cmake shared "$1"
   loads program/consumer yes
   run "$work/program/consumer"
-  consumer_pkg_config "$1"
+  loads program/cached yes db_cached
+  run "$work/program/cached"
   LD_LIBRARY_PATH=$(library_folder "$1")
   export LD_LIBRARY_PATH
+  consumer_pkg_config "$1"
+  run "$work/consumers/pkg_config/consumer"
+  consumer_pkg_config "$1" "${cached[@]}"
   run "$work/consumers/pkg_config/consumer"
   unset LD_LIBRARY_PATH
 }

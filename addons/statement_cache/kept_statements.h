@@ -1,65 +1,72 @@
 #ifndef ADDONS_STATEMENT_CACHE_KEPT_STATEMENTS_H_
 #define ADDONS_STATEMENT_CACHE_KEPT_STATEMENTS_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
-struct sqlite3;
+#include "addons/statement_cache/kept_text.h"
+
 struct sqlite3_stmt;
 
 namespace Corvan::statement_cache {
 
-// The kept statements of one connection: those that are idle, and those that were kept and are in
-// use now. No member calls SQLite except to read a statement's text, which takes no lock, so an
-// object can be used under a mutex. A statement that leaves the object is the caller's to finalise.
+// A statement that can be kept.
+struct Candidate {
+  sqlite3_stmt* stmt;
+  std::size_t hash;   // of its text
+  std::size_t bytes;  // its memory
+  TextKind kind;
+};
+
+// The statements of one connection that are kept: those that are idle, and those in use that will
+// be idle again. No member allocates memory, or calls SQLite except to read a statement's text,
+// which takes no lock. A statement that leaves the object is the caller's to finalise.
 class KeptStatements {
  public:
-  explicit KeptStatements(const sqlite3* db) : db_(db) {}
-
-  const sqlite3* connection() const { return db_; }
+  static constexpr std::size_t kMost = 256;
 
   // The idle statement with this text, which is now in use; null if there is none.
-  sqlite3_stmt* take(std::string_view text);
+  sqlite3_stmt* take(std::string_view text, std::size_t hash);
+
+  // Whether a statement of this size can be entered without exceeding `limit` statements, which is
+  // at most kMost, or the memory for all.
+  bool has_room(std::size_t bytes, std::size_t limit) const;
+
+  // Enters a statement in use. There must be room for it.
+  void enter(const Candidate& statement);
 
   enum class Returned {
     kIdle,         // it was in use, and is idle now
     kAlreadyIdle,  // it was idle already
     kUnknown,      // it is not in this object
   };
-  // Makes a statement idle that take() has handed out.
-  Returned give_back(const sqlite3_stmt* stmt);
+  // Makes a statement in use idle. `kind` receives its kind, unless it is unknown.
+  Returned give_back(const sqlite3_stmt* stmt, TextKind& kind);
 
-  // Adds a statement as idle; `bytes` is its memory. False, without a change, if memory runs out.
-  bool add(sqlite3_stmt* stmt, std::size_t bytes);
+  // Removes and returns the idle statement that has not been used for longest, but never `spared`;
+  // null if there is none.
+  sqlite3_stmt* take_oldest(const sqlite3_stmt* spared = nullptr);
 
-  // Forgets a statement, if it is in this object.
-  void forget(const sqlite3_stmt* stmt);
+  // Removes the statements in use.
+  void forget_used();
 
-  // Removes and returns the idle statement that has not been used for longest, if the statements
-  // are more than `limit` or need too much memory; null otherwise.
-  sqlite3_stmt* take_surplus(std::size_t limit);
-
-  // Removes and returns an idle statement; null if there is none.
-  sqlite3_stmt* take_idle();
+  std::size_t size() const { return size_; }
 
  private:
   struct Entry {
-    std::size_t hash;  // of the text
-    sqlite3_stmt* stmt;
-    std::size_t bytes;
+    Candidate statement;
     uint64_t last_use;
     bool idle;
   };
-  using Entries = std::vector<Entry>;
 
-  Entries::iterator find(const sqlite3_stmt* stmt);
-  Entries::iterator longest_unused();
-  sqlite3_stmt* remove(Entries::iterator entry);
+  Entry* begin() { return entries_.data(); }
+  Entry* end() { return entries_.data() + size_; }
+  void remove(Entry* entry);
 
-  const sqlite3* db_;
-  Entries entries_;  // in no order; a search through so few takes less time than a map's
+  std::array<Entry, kMost> entries_{};  // the first size_, in no order
+  std::size_t size_ = 0;
   std::size_t bytes_ = 0;
   uint64_t uses_ = 0;
 };

@@ -2,16 +2,24 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 
 namespace Corvan::statement_cache {
 
 namespace {
 
-constexpr std::size_t kLongest = 2048;
+struct Word {
+  std::string_view word;
+  TextKind kind;
+};
 
-constexpr std::array<std::string_view, 8> kWords = {"select",  "insert", "update", "delete",
-                                                    "replace", "begin",  "commit", "rollback"};
+constexpr std::array<Word, 8> kWords = {{{"select", TextKind::kKept},
+                                         {"insert", TextKind::kKept},
+                                         {"update", TextKind::kKept},
+                                         {"delete", TextKind::kKept},
+                                         {"replace", TextKind::kKept},
+                                         {"begin", TextKind::kBegin},
+                                         {"commit", TextKind::kKept},
+                                         {"rollback", TextKind::kRollback}}};
 
 char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -34,11 +42,11 @@ bool begins_with_word(std::string_view sql, std::string_view word) {
 
 TextKind kind_of(std::string_view sql) {
   sql.remove_prefix(std::min(sql.find_first_not_of(" \t\n\f\r"), sql.size()));
-  const bool listed = std::any_of(kWords.begin(), kWords.end(), [sql](std::string_view word) {
-    return begins_with_word(sql, word);
+  const auto* const found = std::find_if(kWords.begin(), kWords.end(), [sql](const Word& each) {
+    return begins_with_word(sql, each.word);
   });
-  if (!listed) return TextKind::kOther;
-  return sql.size() <= kLongest ? TextKind::kKept : TextKind::kTooLong;
+  if (found == kWords.end()) return TextKind::kOther;
+  return sql.size() <= kLongestKept ? found->kind : TextKind::kTooLong;
 }
 
 }  // namespace Corvan::statement_cache

@@ -1,19 +1,25 @@
 #ifndef ADDONS_STATEMENT_CACHE_KEPT_TEXT_H_
 #define ADDONS_STATEMENT_CACHE_KEPT_TEXT_H_
 
+#include <cstddef>
 #include <string_view>
 
 namespace Corvan::statement_cache {
 
-// What happens to a statement with a text when it is finalised.
+// The length of the longest text that is kept.
+constexpr std::size_t kLongestKept = 2048;
+
+// What the cache does with a statement.
 enum class TextKind {
-  kKept,     // it is kept
-  kTooLong,  // it is not kept: it contains a list of ids, which rarely comes again
-  kOther,    // it may change the schema or a setting that other statements were prepared under
+  kKept,      // keeps it
+  kBegin,     // keeps it; what was changed before can no longer be rolled back
+  kRollback,  // keeps it; it may undo a change of the schema
+  kTooLong,   // does not keep it: usually an id list, which rarely recurs
+  kOther,  // does not keep it: it may change the schema, or a setting that affects other statements
 };
 
-// Decides by the first word, in upper or lower case, and the length. White space before the word is
-// skipped.
+// The kind of the statement with this text. Its first word decides, in upper or lower case, and its
+// length. White space before the word is skipped.
 TextKind kind_of(std::string_view sql);
 
 }  // namespace Corvan::statement_cache

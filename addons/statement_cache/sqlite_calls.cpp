@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "addons/statement_cache/connections.h"
+#include "addons/statement_cache/cache.h"
 #include "addons/statement_cache/kept_text.h"
 
 #if SQLITE_VERSION_NUMBER < 3020000
@@ -26,7 +26,10 @@ using namespace Corvan::statement_cache;
 
 // Leaves the connection's error as SQLite does after it has prepared a statement: none.
 void clear_error(sqlite3* db) {
+  sqlite3_mutex* const mutex = sqlite3_db_mutex(db);
+  sqlite3_mutex_enter(mutex);
   if (sqlite3_errcode(db) != SQLITE_OK) sqlite3_exec(db, "", nullptr, nullptr, nullptr);
+  sqlite3_mutex_leave(mutex);
 }
 
 std::size_t bytes_of(sqlite3_stmt* stmt) {
@@ -39,19 +42,46 @@ bool prepared_again(sqlite3_stmt* stmt) {
   return sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_REPREPARE, 1) > 0;
 }
 
-// Finalises a statement that is not to be kept. `as_before` is false if statements that were
-// prepared before might now be refused or do something else: then those that are idle go as well.
-void drop(sqlite3* db, sqlite3_stmt* stmt, bool as_before) {
-  forget(db, stmt);
-  sqlite3_finalize(stmt);
-  if (!as_before) finalize_idle(db);
+// Prepares a statement that is kept, unless its text goes on after it.
+int prepare_kept(sqlite3* db, const char* sql, TextKind kind, sqlite3_stmt** stmt,
+                 const char** tail) {
+  const char* end = nullptr;
+  const int rc = sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, stmt, &end);
+  if (tail != nullptr) *tail = end;
+  if (rc == SQLITE_OK && *end == '\0') {
+    const std::size_t hash = hash_of(sqlite3_sql(*stmt));
+    keep(db, {*stmt, hash, bytes_of(*stmt), kind});
+  }
+  return rc;
 }
 
-// Keeps a statement that has been reset, if its text allows it.
-void keep(sqlite3* db, sqlite3_stmt* stmt) {
-  const TextKind kind = kind_of(sqlite3_sql(stmt));
-  if (kind == TextKind::kKept && add(db, stmt, bytes_of(stmt))) return;
-  drop(db, stmt, kind != TextKind::kOther);
+// A statement of another kind, such as a pragma, may take effect while it is prepared.
+int prepare_other(sqlite3* db, const char* sql, sqlite3_stmt** stmt, const char** tail) {
+  const int rc = sqlite3_prepare_v2(db, sql, -1, stmt, tail);
+  begin_other(db);
+  if (*stmt == nullptr) end_other(db);
+  return rc;
+}
+
+int prepare(sqlite3* db, const char* sql, TextKind kind, sqlite3_stmt** stmt, const char** tail) {
+  switch (kind) {
+    case TextKind::kKept:
+    case TextKind::kBegin:
+    case TextKind::kRollback:
+      return prepare_kept(db, sql, kind, stmt, tail);
+    case TextKind::kTooLong:
+      return sqlite3_prepare_v2(db, sql, -1, stmt, tail);
+    case TextKind::kOther:
+      break;
+  }
+  return prepare_other(db, sql, stmt, tail);
+}
+
+int finalize_unkept(sqlite3* db, sqlite3_stmt* stmt) {
+  const bool other = kind_of(sqlite3_sql(stmt)) == TextKind::kOther;
+  const int rc = sqlite3_finalize(stmt);
+  if (other) end_other(db);
+  return rc;
 }
 
 }  // namespace
@@ -62,11 +92,8 @@ int corvan_cached_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stm
     return sqlite3_prepare_v2(db, sql, size, stmt, tail);
   }
   const std::string_view text(sql);
-  *stmt = take(db, text);
-  if (*stmt == nullptr) {
-    const unsigned flags = kind_of(text) == TextKind::kKept ? SQLITE_PREPARE_PERSISTENT : 0;
-    return sqlite3_prepare_v3(db, sql, size, flags, stmt, tail);
-  }
+  *stmt = text.size() <= kLongestKept ? take(db, text) : nullptr;
+  if (*stmt == nullptr) return prepare(db, sql, kind_of(text), stmt, tail);
   if (tail != nullptr) *tail = sql + text.size();
   clear_error(db);
   return SQLITE_OK;
@@ -77,21 +104,14 @@ int corvan_cached_finalize(sqlite3_stmt* stmt) {
   sqlite3* const db = sqlite3_db_handle(stmt);
   const int rc = sqlite3_reset(stmt);
   if (rc != SQLITE_OK || prepared_again(stmt)) {
-    drop(db, stmt, false);
+    drop_all(db);
+    finalize_unkept(db, stmt);
     return rc;
   }
-  // The values would otherwise point to the caller's texts.
-  sqlite3_clear_bindings(stmt);
-  switch (give_back(db, stmt)) {
-    case KeptStatements::Returned::kIdle:
-      return SQLITE_OK;
-    case KeptStatements::Returned::kAlreadyIdle:
-      return SQLITE_MISUSE;
-    case KeptStatements::Returned::kUnknown:
-      break;
-  }
-  keep(db, stmt);
-  return SQLITE_OK;
+  sqlite3_clear_bindings(stmt);  // they may point to texts of the caller
+  const KeptStatements::Returned returned = give_back(db, stmt);
+  if (returned == KeptStatements::Returned::kUnknown) return finalize_unkept(db, stmt);
+  return returned == KeptStatements::Returned::kAlreadyIdle ? SQLITE_MISUSE : SQLITE_OK;
 }
 
 int corvan_cached_close(sqlite3* db) {

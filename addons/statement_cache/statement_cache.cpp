@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "addons/statement_cache/connections.h"
+#include "addons/statement_cache/cache.h"
 #include "base/log_message.h"
 
 namespace Corvan {
@@ -25,7 +25,7 @@ int32_t StatementCache::limit() {
 }
 
 void StatementCache::clear() {
-  statement_cache::finalize_all_idle();
+  statement_cache::finalize_idle();
 }
 
 }  // namespace Corvan

@@ -13,19 +13,20 @@
 
 namespace Corvan {
 
-/// The statements that the library keeps, for all connections of the process.
+/// The statements that the library keeps for the open store.
 ///
-/// Kept are statements that begin with select, insert, update, delete, replace, begin, commit or
-/// rollback, with texts of at most 2 KiB. The statements of one connection are at most limit(), and
-/// take at most 1 MiB of SQLite's memory; those unused for longest are finalised first. A statement
-/// of another kind, such as a pragma or a change of the schema, finalises all that are kept, and so
-/// does a statement that fails or that SQLite had to prepare again. Closing the store finalises
-/// them too.
+/// It keeps statements that begin with select, insert, update, delete, replace, begin, commit or
+/// rollback and whose texts have at most 2 KiB. There are at most limit() of them, and they take at
+/// most 1 MiB of SQLite's memory; those unused for longest are finalised first. All are dropped
+/// when another statement, such as a pragma or a change of the schema, is prepared or finalised,
+/// when the step of a statement fails, when SQLite prepares one again, and when the store is
+/// closed. To drop a statement is to finalise it, at once if it is idle, otherwise when the
+/// operation that uses it does so.
 ///
 /// All members may be called from any thread, but not while the store is being opened or closed.
 class StatementCache {
  public:
-  static constexpr int32_t kDefaultLimit = 64;   ///< statements for one connection
+  static constexpr int32_t kDefaultLimit = 64;   ///< statements
   static constexpr int32_t kLargestLimit = 256;  ///< the largest value for set_limit()
 
   StatementCache() = delete;
@@ -41,7 +42,7 @@ class StatementCache {
   /// The limit in force.
   static int32_t limit();
 
-  /// Finalises all statements that are kept and not in use, for example when the system asks the
+  /// Finalises all idle statements, for example when the system asks the
   /// process to release memory. Later operations fill the cache again.
   static void clear();
 };

@@ -22,6 +22,7 @@ using Corvan::CvDbSingleton;
 using Corvan::StatementCache;
 
 constexpr int32_t kRow = SQLITE_ROW;
+constexpr int32_t kDone = SQLITE_DONE;
 
 // An open store without idle statements.
 class Cache : public testing::Test {
@@ -55,16 +56,19 @@ class Cache : public testing::Test {
     return take_prepares();
   }
 
+  // The store's connection. Finding it keeps one more statement.
+  static sqlite3* connection() {
+    sqlite3_stmt* const stmt = prepare("select 'connection'");
+    sqlite3* const db = sqlite3_db_handle(stmt);
+    store().finalize(stmt);
+    return db;
+  }
+
   std::string file() const { return folder.file("corvan"); }
 
   TemporaryFolder folder;
   LogCapture log{cvrtc::LS_WARNING};
 };
-
-// The store's connection, while a statement on it exists.
-sqlite3* connection_of(sqlite3_stmt* stmt) {
-  return sqlite3_db_handle(stmt);
-}
 
 std::vector<sqlite3_stmt*> statements_of(sqlite3* db) {
   std::vector<sqlite3_stmt*> all;
@@ -73,15 +77,6 @@ std::vector<sqlite3_stmt*> statements_of(sqlite3* db) {
     all.push_back(stmt);
   }
   return all;
-}
-
-sqlite3* store_connection() {
-  int32_t code = -1;
-  CvDbSingleton& store = *CvDbSingleton::get_instance();
-  sqlite3_stmt* const stmt = store.prepare_sql("explain select 1", code);  // never kept
-  sqlite3* const db = connection_of(stmt);
-  sqlite3_finalize(stmt);  // the library's own function, so nothing else is finalised
-  return db;
 }
 
 std::string numbered(int number) {
@@ -142,8 +137,15 @@ TEST_F(Cache, TextThatIsEqualToTheBeginningOfAnotherIsAnotherText) {
   use("select 1");
   EXPECT_EQ(prepares_of("select 1 "), 1);
   EXPECT_EQ(prepares_of("select 1;"), 1);
-  EXPECT_EQ(prepares_of("select 1; select 2"), 1);
   EXPECT_EQ(prepares_of("SELECT 1"), 1);
+}
+
+TEST_F(Cache, StatementThatIsNotTheWholeTextIsNotKept) {
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(prepares_of("select 1; select 2"), 1);
+    EXPECT_EQ(prepares_of("select 1; "), 1);
+  }
+  EXPECT_TRUE(statements_of(connection()).size() == 1) << "the one for connection()";
 }
 
 // ---- What an idle statement is like -------------------------------------------------------------
@@ -165,7 +167,7 @@ TEST_F(Cache, ResultsAreThoseOfANewStatement) {
 
 TEST_F(Cache, ForgetsValues) {
   sqlite3_stmt* const stmt = prepare("select ?");
-  sqlite3* const db = connection_of(stmt);
+  sqlite3* const db = sqlite3_db_handle(stmt);
   {
     const std::string text(100, 'x');
     EXPECT_EQ(CvDbSingleton::bind(stmt, 1, text), 0);
@@ -242,7 +244,7 @@ TEST_F(Cache, StatementThatFailsIsReportedAsWithoutACacheAndDropsAll) {
   use("select 1");
   const std::string sql = "insert into t_session(session_id,session_type) values('a',1),('a',1)";
   sqlite3_stmt* const stmt = prepare(sql);
-  sqlite3* const db = connection_of(stmt);
+  sqlite3* const db = sqlite3_db_handle(stmt);
   EXPECT_EQ(store().step(stmt, true), SQLITE_CONSTRAINT);
   const std::string error =
       ";;;19;;;UNIQUE constraint failed: t_session.session_id, t_session.session_type";
@@ -270,6 +272,69 @@ TEST_F(Cache, TableThatIsGoneIsMissedWhenAStatementIsPrepared) {
   EXPECT_NE(lines[0].find("prepare_db;;;1;;;no such table: temp.a"), std::string::npos) << lines[0];
 }
 
+TEST_F(Cache, PragmaIsInForceForTheNextStatement) {
+  const std::string insert = "insert into b values(5)";
+  use("create temp table a(x integer primary key)");
+  use("create temp table b(x references a)");
+  use(insert);
+  sqlite3_stmt* const used = prepare(insert);
+  sqlite3_stmt* const pragma = prepare("pragma foreign_keys=1");  // in force from here on
+  EXPECT_EQ(store().execute_none_query(insert), SQLITE_CONSTRAINT);
+  store().finalize(pragma);
+  EXPECT_EQ(store().execute_none_query(insert), SQLITE_CONSTRAINT);
+  store().finalize(used);  // prepared before, so it must not be kept
+  EXPECT_EQ(store().execute_none_query(insert), SQLITE_CONSTRAINT);
+  EXPECT_EQ(log.take().size(), 6U);
+}
+
+TEST_F(Cache, StatementInUseDuringAChangeOfTheSchemaIsNotKept) {
+  use("create temp table a(b)");
+  sqlite3_stmt* const stmt = prepare("select * from temp.a");
+  sqlite3_stmt* const drop = prepare("drop table temp.a");
+  EXPECT_EQ(store().step(drop, false), kDone);
+  int32_t code = 0;
+  EXPECT_EQ(store().prepare_sql("select * from temp.a", code), nullptr);
+  store().finalize(drop);
+  store().finalize(stmt);
+  EXPECT_EQ(store().prepare_sql("select * from temp.a", code), nullptr);
+  EXPECT_EQ(log.take().size(), 2U) << "one line for each failed prepare";
+}
+
+TEST_F(Cache, RollbackOfAChangeOfTheSchemaDropsTheOthers) {
+  use("begin");
+  use("create table a(b)");
+  use("select * from a");
+  use("rollback");
+  int32_t code = 0;
+  EXPECT_EQ(store().prepare_sql("select * from a", code), nullptr);
+  EXPECT_EQ(log.take().size(), 1U);
+  use("begin");
+  EXPECT_EQ(prepares_of("rollback"), 0);
+}
+
+TEST_F(Cache, OtherStatementThatFailsEndsAsWell) {
+  EXPECT_EQ(store().execute_none_query("drop table absent"), SQLITE_ERROR);  // when prepared
+  EXPECT_EQ(store().execute_none_query("attach '' as main"), SQLITE_ERROR);  // when stepped
+  EXPECT_EQ(log.take().size(), 3U);
+  use("select 1");
+  EXPECT_EQ(prepares_of("select 1"), 0);
+}
+
+TEST_F(Cache, TableThatAnotherConnectionDroppedIsMissedAsWithoutACache) {
+  plant(file(), "create table a(b)");
+  use("select * from a");
+  use("select b from a");
+  plant(file(), "drop table a");
+  EXPECT_EQ(store().execute_none_query("select * from a"), SQLITE_ERROR);
+  std::vector<std::string> lines = log.take();
+  ASSERT_EQ(lines.size(), 2U) << "SQLite notices in the step";
+  EXPECT_NE(lines[0].find("step;;;1;;;no such table: a"), std::string::npos) << lines[0];
+  EXPECT_EQ(store().execute_none_query("select b from a"), SQLITE_ERROR);
+  lines = log.take();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_NE(lines[0].find("prepare_db;;;1;;;no such table: a"), std::string::npos) << lines[0];
+}
+
 TEST_F(Cache, ChangeOfTheSchemaByAnotherConnectionDropsAll) {
   use("select 1");
   use("select count(*) from t_message");
@@ -281,7 +346,7 @@ TEST_F(Cache, ChangeOfTheSchemaByAnotherConnectionDropsAll) {
 TEST_F(Cache, ClearFinalisesWhatIsIdle) {
   use("select 1");
   sqlite3_stmt* const stmt = prepare("select 2");
-  sqlite3* const db = connection_of(stmt);
+  sqlite3* const db = sqlite3_db_handle(stmt);
   EXPECT_EQ(statements_of(db).size(), 2U);
   StatementCache::clear();
   EXPECT_EQ(statements_of(db), std::vector<sqlite3_stmt*>{stmt});
@@ -293,10 +358,11 @@ TEST_F(Cache, ClearFinalisesWhatIsIdle) {
 
 TEST_F(Cache, KeepsSixtyFourStatementsUsedLast) {
   EXPECT_EQ(StatementCache::limit(), 64);
+  sqlite3* const db = connection();
   for (int i = 0; i < 64; ++i) use(numbered(i));
   EXPECT_EQ(prepares_of(numbered(0)), 0) << "and from now on it is the one used last";
   use(numbered(64));
-  EXPECT_EQ(statements_of(store_connection()).size(), 64U);
+  EXPECT_EQ(statements_of(db).size(), 64U);
   EXPECT_EQ(prepares_of(numbered(0)), 0);
   EXPECT_EQ(prepares_of(numbered(2)), 0);
   EXPECT_EQ(prepares_of(numbered(1)), 1);
@@ -309,14 +375,14 @@ TEST_F(Cache, StatementsInUseCountButAreNotDropped) {
   sqlite3_stmt* const first = prepare(numbered(1));
   sqlite3_stmt* const second = prepare(numbered(2));
   use(numbered(3));
-  EXPECT_EQ(statements_of(connection_of(first)), (std::vector<sqlite3_stmt*>{second, first}));
+  EXPECT_EQ(statements_of(sqlite3_db_handle(first)), (std::vector<sqlite3_stmt*>{second, first}));
   EXPECT_EQ(store().step(first, true), kRow);
   EXPECT_EQ(store().step(second, true), kRow);
   EXPECT_EQ(prepares_of(numbered(1)), 0);
 }
 
 TEST_F(Cache, ANewLimitHoldsAtOnce) {
-  sqlite3* const db = store_connection();
+  sqlite3* const db = connection();
   for (int i = 0; i < 10; ++i) use(numbered(i));
   EXPECT_TRUE(StatementCache::set_limit(3));
   EXPECT_EQ(StatementCache::limit(), 3);
@@ -331,7 +397,7 @@ TEST_F(Cache, ALimitOfZeroKeepsNothing) {
   EXPECT_TRUE(StatementCache::set_limit(0));
   EXPECT_EQ(prepares_of("select 1"), 1);
   EXPECT_EQ(prepares_of("select 1"), 1);
-  EXPECT_TRUE(statements_of(store_connection()).empty());
+  EXPECT_TRUE(statements_of(connection()).empty());
 }
 
 TEST_F(Cache, ALimitOutOfRangeIsRefused) {
@@ -352,7 +418,7 @@ TEST_F(Cache, TakesAtMostAMebibyte) {
   for (int i = 0; i < StatementCache::kLargestLimit; ++i) {
     use("select " + columns + std::to_string(i) + " from t_message");
   }
-  const std::vector<sqlite3_stmt*> kept = statements_of(store_connection());
+  const std::vector<sqlite3_stmt*> kept = statements_of(connection());
   int64_t bytes = 0;
   for (sqlite3_stmt* stmt : kept) {
     bytes += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_MEMUSED, 0);
@@ -376,13 +442,12 @@ TEST_F(Cache, AHitAllocatesNothing) {
   EXPECT_EQ(take_prepares(), 0);
 }
 
-TEST_F(Cache, WithoutMemoryStatementsAreNotKept) {
+TEST_F(Cache, KeepingAllocatesNothing) {
   arm_memory(Memory::kOwn, 1, false);
-  for (int i = 0; i < 64; ++i) use(numbered(i));
+  for (int i = 0; i < 70; ++i) use(numbered(i));
   disarm_memory();
-  EXPECT_GT(failed_allocations(), 0U);
-  EXPECT_EQ(prepares_of(numbered(63)), 1);
-  EXPECT_EQ(prepares_of(numbered(63)), 0);
+  EXPECT_EQ(failed_allocations(), 0U);
+  EXPECT_EQ(prepares_of(numbered(69)), 0);
 }
 
 // ---- Closing ------------------------------------------------------------------------------------
@@ -397,7 +462,7 @@ TEST_F(Cache, ClosingRemovesTheLog) {
 TEST_F(Cache, ClosingIsBusyWhileAStatementIsInUse) {
   use("select * from t_message");
   sqlite3_stmt* const stmt = prepare("select 1");
-  sqlite3* const db = connection_of(stmt);
+  sqlite3* const db = sqlite3_db_handle(stmt);
   store().close_db();
   EXPECT_EQ(statements_of(db), std::vector<sqlite3_stmt*>{stmt}) << "idle ones are gone";
   EXPECT_EQ(sqlite3_close(db), SQLITE_BUSY);
@@ -405,14 +470,14 @@ TEST_F(Cache, ClosingIsBusyWhileAStatementIsInUse) {
   EXPECT_EQ(sqlite3_close(db), SQLITE_OK) << "nothing is kept for a connection that was closed";
 }
 
-TEST_F(Cache, ConnectionsShareNoStatements) {
-  use("select 1");
-  sqlite3* const abandoned = store_connection();
+TEST_F(Cache, ConnectionThatIsAbandonedForAnotherUserKeepsNothing) {
+  use("select 2");
+  sqlite3* const abandoned = connection();
+  EXPECT_FALSE(statements_of(abandoned).empty());
   const TemporaryFolder other;
   EXPECT_TRUE(store().init_open_db(cvrtc::Pathname(other.path()), "", "other"));
-  StatementCache::clear();
-  EXPECT_EQ(prepares_of("select 1"), 1);
-  EXPECT_EQ(prepares_of("select 1"), 0);
+  EXPECT_EQ(prepares_of("select 2"), 1);
+  EXPECT_EQ(prepares_of("select 2"), 0);
   EXPECT_TRUE(statements_of(abandoned).empty());
   EXPECT_EQ(sqlite3_close(abandoned), SQLITE_OK);
 }
