@@ -23,7 +23,7 @@ corvan_test::FetchedTexts fetched;
 corvan_test::StepCounts steps;
 int last_open_flags = 0;
 sqlite3* connection = nullptr;
-std::set<sqlite3_stmt*> in_use;  // the statements that the store has prepared and not finalised
+std::set<sqlite3_stmt*> given_back;  // with kept statements: those that the store has finalised
 std::atomic<corvan_test::PrepareWatcher> prepare_watcher{nullptr};
 
 // Exists while a call of the store prepares, finalises or closes. What SQLite is called for
@@ -42,14 +42,14 @@ class StoreCall {
 };
 
 void note_prepared(sqlite3_stmt* stmt) {
-  const corvan_test::Uncounted uncounted;
   const std::lock_guard<std::mutex> lock(mutex);
-  in_use.insert(stmt);
+  given_back.erase(stmt);
 }
 
 void note_finalized(sqlite3_stmt* stmt) {
+  const corvan_test::Uncounted uncounted;
   const std::lock_guard<std::mutex> lock(mutex);
-  in_use.erase(stmt);
+  if (corvan_test::statements_are_kept()) given_back.insert(stmt);
   // Tests also finalise statements of their own connections.
   if (sqlite3_db_handle(stmt) != connection) return;
   // Starts counting again: a kept statement counts over all of its uses.
@@ -181,15 +181,14 @@ sqlite3* store_connection() {
   return connection;
 }
 
-// With Corvan::db, every statement that SQLite knows. With Corvan::db_cached, those that the store
-// has not given back, and idle ones that are still running.
+// Every statement that SQLite knows, except those that the cache keeps and that are not running.
 int open_statements() {
   const std::lock_guard<std::mutex> lock(mutex);
   int count = 0;
   if (connection == nullptr) return count;
   for (sqlite3_stmt* stmt = sqlite3_next_stmt(connection, nullptr); stmt != nullptr;
        stmt = sqlite3_next_stmt(connection, stmt)) {
-    const bool idle = statements_are_kept() && in_use.count(stmt) == 0;
+    const bool idle = given_back.count(stmt) > 0;
     if (!idle || sqlite3_stmt_busy(stmt) != 0) ++count;
   }
   return count;

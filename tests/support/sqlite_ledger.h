@@ -45,8 +45,9 @@ int open_flags();
 // The store's connection; null when it is closed.
 sqlite3* store_connection();
 
-// The number of statements that the store has prepared and not finalised on its connection; 0 when
-// it is closed. Statements that the cache keeps count only if they are still running.
+// The number of statements that are prepared and not finalised on the store's connection; 0 when it
+// is closed. A statement that the store has finalised and the cache keeps counts only if it is
+// still running.
 int open_statements();
 
 // Whether the store's connection is inside a transaction.
