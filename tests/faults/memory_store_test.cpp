@@ -69,6 +69,20 @@ TEST_F(OutOfMemoryInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt)
   EXPECT_EQ(committed(), Rows{"1|0"});
 }
 
+// An idle "commit transaction" needs no memory.
+TEST_F(OutOfMemoryInTransaction, KeptCommitEndsTheTransactionWithoutMemory) {
+  ASSERT_TRUE(store().start_transaction());
+  ASSERT_TRUE(store().commit_transaction());
+  ASSERT_TRUE(store().start_transaction());
+  arm_memory(Memory::kSqlite, 1, false);
+  const bool ended = store().commit_transaction();
+  disarm_memory();
+  EXPECT_EQ(ended, statements_are_kept());
+  EXPECT_EQ(in_transaction(), !statements_are_kept());
+  EXPECT_EQ(log.take().empty(), statements_are_kept());
+  store().close_db();
+}
+
 TEST_F(OutOfMemoryInTransaction, TransactionOfASuccessfulOperationAlsoStaysOpen) {
   ASSERT_NO_FATAL_FAILURE(leave_open());
   EXPECT_FALSE(store().start_transaction());

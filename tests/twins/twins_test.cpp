@@ -59,7 +59,7 @@ class Twins : public testing::Test {
 TEST_F(Twins, GiveTheSameResultsRowsAndLogLines) {
   prefer_memory();
   const uint64_t first = setting("CORVAN_TWINS_SEED", 1);
-  const uint64_t count = bound("CORVAN_TWINS_SEQUENCES", 100, 2000);
+  const uint64_t count = bound("CORVAN_TWINS_SEQUENCES", 200, 5000);
   const TimeLimit limit;
   Tally tally;
   for (uint64_t done = 0; limit.given() ? !limit.passed() : done < count;) {
