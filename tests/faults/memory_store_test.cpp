@@ -14,6 +14,7 @@
 
 #include "db/cv_db_singleton.h"
 #include "tests/faults/memory_faults.h"
+#include "tests/support/store_library.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -33,6 +34,7 @@ class OutOfMemoryInTransaction : public StoreTest {
   void leave_open() {
     ASSERT_EQ(save(NewMessage().own()), 1);
     for (uint64_t nth = 1; !in_transaction(); ++nth) {
+      release_idle_statements();
       arm_memory(Memory::kSqlite, nth, false);
       const bool set = store().set_read_status(1, 5);
       disarm_memory();
@@ -49,10 +51,12 @@ class OutOfMemoryInTransaction : public StoreTest {
   Rows committed() const { return rows("select id,read_status from t_message order by id"); }
 };
 
-// Neither "commit transaction" nor "rollback transaction" can be prepared.
+// Neither "commit transaction" nor "rollback transaction" can be prepared. If one of them is idle,
+// no memory is needed: tests/addons/statement_cache/ tests that.
 TEST_F(OutOfMemoryInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt) {
   ASSERT_TRUE(store().start_transaction());
   ASSERT_EQ(save(NewMessage()), 1);
+  release_idle_statements();
   arm_memory(Memory::kSqlite, 1, false);
   const bool ended = store().commit_transaction();
   disarm_memory();
@@ -63,6 +67,20 @@ TEST_F(OutOfMemoryInTransaction, TransactionStaysOpenWhenThereIsNoMemoryToEndIt)
   EXPECT_TRUE(store().commit_transaction());
   EXPECT_FALSE(in_transaction());
   EXPECT_EQ(committed(), Rows{"1|0"});
+}
+
+// An idle "commit transaction" needs no memory.
+TEST_F(OutOfMemoryInTransaction, KeptCommitEndsTheTransactionWithoutMemory) {
+  ASSERT_TRUE(store().start_transaction());
+  ASSERT_TRUE(store().commit_transaction());
+  ASSERT_TRUE(store().start_transaction());
+  arm_memory(Memory::kSqlite, 1, false);
+  const bool ended = store().commit_transaction();
+  disarm_memory();
+  EXPECT_EQ(ended, statements_are_kept());
+  EXPECT_EQ(in_transaction(), !statements_are_kept());
+  EXPECT_EQ(log.take().empty(), statements_are_kept());
+  store().close_db();
 }
 
 TEST_F(OutOfMemoryInTransaction, TransactionOfASuccessfulOperationAlsoStaysOpen) {

@@ -89,6 +89,11 @@ void stop_refusing(CvDbSingleton& store, const std::string& table) {
 
 constexpr std::array<const char*, 3> kTables = {"t_message", "t_session", "t_sync"};
 
+bool denies(Trouble trouble) {
+  return trouble == Trouble::kReadsDenied || trouble == Trouble::kWritesDenied ||
+         trouble == Trouble::kEndsDenied;
+}
+
 bool denied(Trouble trouble, int action, const char* detail) {
   switch (trouble) {
     case Trouble::kReadsDenied:
@@ -158,7 +163,8 @@ class OutOfMemory : public testing::TestWithParam<End> {
   void arm(const Call& call, uint64_t nth, bool once) {
     const End& end = GetParam();
     if (end.trouble == Trouble::kDamaged && call.start == Call::kClosed) damage();
-    if (store_connection() != nullptr) {
+    // An authorizer makes SQLite prepare idle statements again.
+    if (store_connection() != nullptr && denies(end.trouble)) {
       sqlite3_set_authorizer(store_connection(), authorize, &trouble_);
     }
     arm_memory(end.memory, nth, once);
@@ -196,6 +202,7 @@ class OutOfMemory : public testing::TestWithParam<End> {
   // One run, in which the nth allocation fails.
   ChildReport run(const Call& call, uint64_t nth, bool once) {
     ChildReport report;
+    scene_.begin_with_idle_statements(nth % 2 == 0);
     report.complaint = scene_
                            .run(
                                in_trouble(call), [&] { arm(call, nth, once); }, [&] { disarm(); },

@@ -14,6 +14,7 @@
 #include "tests/support/operations/small_store.h"
 #include "tests/support/rows.h"
 #include "tests/support/sqlite_ledger.h"
+#include "tests/support/store_library.h"
 #include "tests/support/uncounted.h"
 
 namespace corvan_test {
@@ -143,9 +144,19 @@ std::vector<Answer> Scene::reset(const Call& call) {
   if (!store().init_open_db(cvrtc::Pathname(folder_.path()), "", "me")) {
     throw std::runtime_error("the store does not open");
   }
+  if (statements_are_kept() && idle_) make_idle(call);
   start_answers();
   if (call.prepare) call.prepare(store());
   return take_answers();
+}
+
+void Scene::make_idle(const Call& call) {
+  const auto texts = texts_.find(call.name);
+  if (texts == texts_.end()) return;
+  for (const std::string& text : texts->second) {
+    int32_t code = 0;
+    store().finalize(store().prepare_sql(text, code));
+  }
 }
 
 Outcome Scene::run(const Call& call, const std::function<void()>& arm,
@@ -165,6 +176,9 @@ Outcome Scene::run(const Call& call, const std::function<void()>& arm,
   disarm();
   const std::vector<Answer> all = take_answers();
   const bool in_transaction_after = in_transaction();
+  if (texts_.count(call.name) == 0) {
+    for (const Answer& each : all) texts_[call.name].push_back(each.sql);
+  }
 
   outcome.deleted = deletes(all);
   if (threw) {

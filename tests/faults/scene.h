@@ -37,6 +37,10 @@ class Scene {
   // The folder of the store that the calls run on.
   const std::string& folder() const { return folder_.path(); }
 
+  // With Corvan::db_cached, the statements that a call used when it was first made are idle when it
+  // is made again, unless this is off. Corvan::db has no idle statements.
+  void begin_with_idle_statements(bool on) { idle_ = on; }
+
   // What the caller does next. Returns a complaint; empty if nothing is wrong.
   using Next = std::function<std::string(Corvan::CvDbSingleton&)>;
 
@@ -55,6 +59,8 @@ class Scene {
  private:
   // Copies the small store afresh and prepares the call; returns what preparing it did.
   std::vector<Answer> reset(const Call& call);
+  // Prepares and finalises the texts of the call, so that their statements are idle.
+  void make_idle(const Call& call);
   std::string check_rows(const Call& call, const std::vector<Answer>& answers);
   // The rows after these statements have run on a copy of the store, through a separate connection.
   const std::vector<std::string>& rows_after(const std::vector<std::string>& statements);
@@ -63,6 +69,8 @@ class Scene {
   TemporaryFolder folder_;
   TemporaryFolder replay_;
   std::vector<Call> calls_;
+  bool idle_ = true;
+  std::map<std::string, std::vector<std::string>> texts_;  // by the call's name
   std::map<std::vector<std::string>, std::vector<std::string>> rows_after_;
   std::vector<std::string> fresh_schema_;
   LogCapture log_{cvrtc::LS_SENSITIVE};

@@ -30,7 +30,8 @@ void SecondConnection::Finalize::operator()(sqlite3_stmt* stmt) const {
   sqlite3_finalize(stmt);
 }
 
-SecondConnection::SecondConnection(std::string file) : file_(std::move(file)) {}
+SecondConnection::SecondConnection(std::string file, int wait)
+    : file_(std::move(file)), wait_(wait) {}
 
 SecondConnection::~SecondConnection() = default;
 
@@ -62,7 +63,7 @@ void SecondConnection::open() {
   const int rc = sqlite3_open(file_.c_str(), &db);
   db_.reset(db);
   if (rc != SQLITE_OK) fail();
-  sqlite3_busy_timeout(db, 2000);
+  sqlite3_busy_timeout(db, wait_);
 }
 
 SecondConnection::Statement SecondConnection::prepare(const char*& sql) const {

@@ -15,7 +15,8 @@ namespace corvan_test {
 // the store, so that the store's connection is the last to close.
 class SecondConnection {
  public:
-  explicit SecondConnection(std::string file);
+  // Waits for a lock for as long as `wait`, in milliseconds.
+  explicit SecondConnection(std::string file, int wait = 2000);
   SecondConnection(const SecondConnection&) = delete;
   SecondConnection& operator=(const SecondConnection&) = delete;
   ~SecondConnection();
@@ -43,6 +44,7 @@ class SecondConnection {
   [[noreturn]] void fail() const;
 
   std::string file_;
+  int wait_;
   std::unique_ptr<sqlite3, Close> db_;
   std::vector<Statement> queries_;  // of rows(), ended before the connection
 };

@@ -34,12 +34,11 @@ class Step {
   template <typename Call, typename... Args>
   void both(const char* name, Call call, const std::tuple<Args...>& args) {
     call_ = [name, args] { return std::string(name) + "(" + text(args) + ")"; };
-    const auto actual = outcome(store_, call, args);
-    const auto expected = outcome(model_, call, args);
+    auto actual = outcome(store_, call, args);
+    auto expected = outcome(model_, call, args);
     agrees_ = same(actual, expected);
-    if (agrees_) return;
-    actual_ = text(actual);
-    expected_ = text(expected);
+    actual_ = [actual = std::move(actual)] { return text(actual); };
+    expected_ = [expected = std::move(expected)] { return text(expected); };
   }
 
   // Add rows through the second connection, unless the store has a transaction open.
@@ -54,11 +53,11 @@ class Step {
   // The operation with its arguments.
   std::string call() const { return call_(); }
 
-  // Whether both returned the same result and left the same arguments; if not, what they returned
-  // and left.
+  // Whether both returned the same result and left the same arguments; what the store and the model
+  // returned and left.
   bool agrees() const { return agrees_; }
-  const std::string& actual() const { return actual_; }
-  const std::string& expected() const { return expected_; }
+  std::string actual() const { return actual_(); }
+  std::string expected() const { return expected_(); }
 
   // Picks
 
@@ -184,8 +183,8 @@ class Step {
   std::optional<MessageRow> like_;  // a stored message that the operation takes values from
   std::function<std::string()> call_ = [] { return std::string("no operation yet"); };
   bool agrees_ = true;
-  std::string actual_;
-  std::string expected_;
+  std::function<std::string()> actual_ = [] { return std::string(); };
+  std::function<std::string()> expected_ = actual_;
 };
 
 }  // namespace corvan_test

@@ -135,8 +135,8 @@ void Step::open(const std::string& user) {
   const bool actual = store_.init_open_db(cvrtc::Pathname(folder_), "", user);
   const bool expected = model_.open(user);
   agrees_ = actual == expected;
-  actual_ = text(actual);
-  expected_ = text(expected);
+  actual_ = [actual] { return text(actual); };
+  expected_ = [expected] { return text(expected); };
 }
 
 void Step::close() {

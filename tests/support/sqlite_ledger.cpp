@@ -1,5 +1,7 @@
 // Stands between the store and SQLite: the linker redirects the calls to the __wrap_ functions,
-// which reach the library's functions as __real_ functions.
+// which reach the library's functions as __real_ functions. For Corvan::db_cached, this file stands
+// between the store and the cache: definitions of CMakeLists.txt give the functions that prepare,
+// finalise and close the names of the cache's functions.
 
 #include "tests/support/sqlite_ledger.h"
 
@@ -7,8 +9,10 @@
 
 #include <atomic>
 #include <mutex>
+#include <set>
 #include <utility>
 
+#include "tests/support/store_library.h"
 #include "tests/support/uncounted.h"
 
 namespace {
@@ -19,7 +23,40 @@ corvan_test::FetchedTexts fetched;
 corvan_test::StepCounts steps;
 int last_open_flags = 0;
 sqlite3* connection = nullptr;
+std::set<sqlite3_stmt*> given_back;  // with kept statements: those that the store has finalised
 std::atomic<corvan_test::PrepareWatcher> prepare_watcher{nullptr};
+
+// Exists while a call of the store prepares, finalises or closes. What SQLite is called for
+// meanwhile comes from the cache, and is not the store's.
+class StoreCall {
+ public:
+  StoreCall() { ++depth; }
+  StoreCall(const StoreCall&) = delete;
+  StoreCall& operator=(const StoreCall&) = delete;
+  ~StoreCall() { --depth; }
+
+  static bool now() { return depth > 0; }
+
+ private:
+  static inline thread_local int depth = 0;
+};
+
+void note_prepared(sqlite3_stmt* stmt) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  given_back.erase(stmt);
+}
+
+void note_finalized(sqlite3_stmt* stmt) {
+  const corvan_test::Uncounted uncounted;
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (corvan_test::statements_are_kept()) given_back.insert(stmt);
+  // Tests also finalise statements of their own connections.
+  if (sqlite3_db_handle(stmt) != connection) return;
+  // Starts counting again: a kept statement counts over all of its uses.
+  steps.vm_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_VM_STEP, 1);
+  steps.full_scan_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_FULLSCAN_STEP, 1);
+  steps.sorts += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_SORT, 1);
+}
 
 void note(const char* sql) {
   const corvan_test::Uncounted uncounted;
@@ -62,6 +99,7 @@ int __wrap_sqlite3_open_v2(const char* file, sqlite3** db, int flags, const char
 }
 
 int __wrap_sqlite3_close(sqlite3* db) {
+  const StoreCall call;
   const int rc = __real_sqlite3_close(db);
   const std::lock_guard<std::mutex> lock(mutex);
   if (rc == SQLITE_OK && db == connection) connection = nullptr;
@@ -71,13 +109,16 @@ int __wrap_sqlite3_close(sqlite3* db) {
 int __wrap_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** stmt,
                               const char** tail) {
   note(sql);
+  const StoreCall call;
   const int rc = __real_sqlite3_prepare_v2(db, sql, size, stmt, tail);
+  if (*stmt != nullptr) note_prepared(*stmt);
   if (const auto watcher = prepare_watcher.load()) watcher(sql, rc, *stmt);
   return rc;
 }
 
 int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
                         char** error) {
+  if (StoreCall::now()) return __real_sqlite3_exec(db, sql, callback, context, error);
   note(sql);
   const int rc = __real_sqlite3_exec(db, sql, callback, context, error);
   if (const auto watcher = prepare_watcher.load()) watcher(sql, rc, nullptr);
@@ -97,15 +138,8 @@ char* __wrap_sqlite3_expanded_sql(sqlite3_stmt* stmt) {
 }
 
 int __wrap_sqlite3_finalize(sqlite3_stmt* stmt) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex);
-    // Tests also finalise statements of their own connections.
-    if (stmt != nullptr && sqlite3_db_handle(stmt) == connection) {
-      steps.vm_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_VM_STEP, 0);
-      steps.full_scan_steps += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_FULLSCAN_STEP, 0);
-      steps.sorts += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_SORT, 0);
-    }
-  }
+  if (stmt != nullptr) note_finalized(stmt);
+  const StoreCall call;
   return __real_sqlite3_finalize(stmt);
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -113,6 +147,10 @@ int __wrap_sqlite3_finalize(sqlite3_stmt* stmt) {
 }  // extern "C"
 
 namespace corvan_test {
+
+bool called_by_cache() {
+  return StoreCall::now();
+}
 
 void watch_prepares(PrepareWatcher watcher) {
   prepare_watcher = watcher;
@@ -143,13 +181,15 @@ sqlite3* store_connection() {
   return connection;
 }
 
+// Every statement that SQLite knows, except those that the cache keeps and that are not running.
 int open_statements() {
   const std::lock_guard<std::mutex> lock(mutex);
   int count = 0;
   if (connection == nullptr) return count;
   for (sqlite3_stmt* stmt = sqlite3_next_stmt(connection, nullptr); stmt != nullptr;
        stmt = sqlite3_next_stmt(connection, stmt)) {
-    ++count;
+    const bool idle = given_back.count(stmt) > 0;
+    if (!idle || sqlite3_stmt_busy(stmt) != 0) ++count;
   }
   return count;
 }

@@ -19,6 +19,9 @@ std::vector<std::string> take_ledger();
 using PrepareWatcher = void (*)(const char* sql, int code, sqlite3_stmt* stmt);
 void watch_prepares(PrepareWatcher watcher);
 
+// Whether the statement cache, and not the store, calls SQLite now.
+bool called_by_cache();
+
 // How often the store has fetched an expensive text since the last call.
 struct FetchedTexts {
   int errors = 0;    // a connection's error text
@@ -43,7 +46,8 @@ int open_flags();
 sqlite3* store_connection();
 
 // The number of statements that are prepared and not finalised on the store's connection; 0 when it
-// is closed.
+// is closed. A statement that the store has finalised and the cache keeps counts only if it is
+// still running.
 int open_statements();
 
 // Whether the store's connection is inside a transaction.

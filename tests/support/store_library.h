@@ -1,0 +1,19 @@
+// What differs between the two libraries of the store. Every test runs with Corvan::db and with
+// Corvan::db_cached; a test whose expectation depends on the library reads it from here.
+
+#ifndef TESTS_SUPPORT_STORE_LIBRARY_H_
+#define TESTS_SUPPORT_STORE_LIBRARY_H_
+
+namespace corvan_test {
+
+// Whether the program is linked with Corvan::db_cached. Then sqlite3_next_stmt() also returns idle
+// statements.
+bool statements_are_kept();
+
+// Finalises the idle statements. A connection that the store leaks keeps them, so SQLite refuses to
+// close it before.
+void release_idle_statements();
+
+}  // namespace corvan_test
+
+#endif  // TESTS_SUPPORT_STORE_LIBRARY_H_
