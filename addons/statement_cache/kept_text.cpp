@@ -10,8 +10,9 @@ namespace {
 
 constexpr std::size_t kLongest = 2048;
 
-constexpr std::array<std::string_view, 8> kWords = {"select",  "insert", "update", "delete",
-                                                    "replace", "begin",  "commit", "rollback"};
+// Not rollback: it can undo a change of the schema that other statements were prepared after.
+constexpr std::array<std::string_view, 7> kWords = {"select",  "insert", "update", "delete",
+                                                    "replace", "begin",  "commit"};
 
 char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;

@@ -15,12 +15,12 @@ namespace Corvan {
 
 /// The statements that the library keeps, for all connections of the process.
 ///
-/// Kept are statements that begin with select, insert, update, delete, replace, begin, commit or
-/// rollback, with texts of at most 2 KiB. The statements of one connection are at most limit(), and
-/// take at most 1 MiB of SQLite's memory; those unused for longest are finalised first. A statement
-/// of another kind, such as a pragma or a change of the schema, finalises all that are kept, and so
-/// does a statement that fails or that SQLite had to prepare again. Closing the store finalises
-/// them too.
+/// Kept are statements that begin with select, insert, update, delete, replace, begin or commit,
+/// with texts of at most 2 KiB. The statements of one connection are at most limit(), and take at
+/// most 1 MiB of SQLite's memory; those unused for longest are finalised first. A statement of
+/// another kind, such as a pragma, a change of the schema or a rollback, finalises all that are
+/// kept, and so does a statement that fails or that SQLite had to prepare again. Closing the store
+/// finalises them too.
 ///
 /// All members may be called from any thread, but not while the store is being opened or closed.
 class StatementCache {
