@@ -195,7 +195,8 @@ cp "$unit" "$out/faults/none/unit.cpp"
 bash scripts/install.sh build tests
 cp -a CMakeLists.txt README.md bench cmake base db docs tests "$out/tree/"
 cmake -S "$out/tree" -B "$out/build" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-O0 \
-  -DCORVAN_BUILD_TOOLS=OFF -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_INSTALL=OFF \
+  -DCORVAN_BUILD_ADDONS=OFF -DCORVAN_BUILD_TOOLS=OFF -DCORVAN_BUILD_EXAMPLES=OFF \
+  -DCORVAN_INSTALL=OFF \
   -DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST
 # shellcheck disable=SC2086
 cmake --build "$out/build" --target $suites

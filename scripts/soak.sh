@@ -5,7 +5,8 @@
 # seeds, are in build/soak/SUITE.log.
 #
 # Usage: soak.sh SECONDS [SUITE...]
-#   SUITE  only these: model faults power memory kill damage threads fuzz
+#   SUITE  only these: model faults power memory kill damage threads twins fuzz; SUITE_cached, such as
+#          model_cached, is the suite with the statement cache
 # SECONDS does not include building. An exhaustive suite ends after its last point, which may be earlier
 # or later.
 set -euo pipefail
@@ -18,10 +19,11 @@ if ! [[ $seconds =~ ^[1-9][0-9]{0,6}$ ]]; then
   exit 2
 fi
 shift
-all=(model faults power memory kill damage threads fuzz)
+all=(model faults power memory kill damage threads twins fuzz)
+cached=(model_cached faults_cached power_cached memory_cached kill_cached damage_cached threads_cached)
 for name in "$@"; do
-  if [[ " ${all[*]} " != *" $name "* ]]; then
-    echo "soak.sh: unknown suite: $name; suites: ${all[*]}" >&2
+  if [[ " ${all[*]} ${cached[*]} " != *" $name "* ]]; then
+    echo "soak.sh: unknown suite: $name; suites: ${all[*]} ${cached[*]}" >&2
     exit 2
   fi
 done
@@ -31,13 +33,20 @@ share=$(((seconds + ${#suites[@]} - 1) / ${#suites[@]}))
 
 # The threads suite runs under the thread sanitizer, the others as fast as possible.
 preset_of() {
-  if [ "$1" = threads ]; then echo tsan; else echo release; fi
+  case "$1" in
+    threads*) echo tsan ;;
+    *) echo release ;;
+  esac
+}
+# The name of the program, which is the same as its target's, such as fault_test_cached.
+target_of() {
+  local suite=${1%_cached}
+  echo "${suite/faults/fault}_test${1#"$suite"}"
 }
 program_of() {
   case "$1" in
-    faults) echo tests/faults/fault_test ;;
-    power | memory) echo "tests/faults/$1_test" ;;
-    *) echo "tests/$1/$1_test" ;;
+    faults* | power* | memory*) echo "tests/faults/$(target_of "$1")" ;;
+    *) echo "tests/${1%_cached}/$(target_of "$1")" ;;
   esac
 }
 
@@ -49,14 +58,14 @@ for suite in "${suites[@]}"; do
   preset=$(preset_of "$suite")
   {
     cmake --preset "$preset"
-    cmake --build --preset "$preset" --target "${suite/faults/fault}_test"
+    cmake --build --preset "$preset" --target "$(target_of "$suite")"
   } >"$out/build.log" 2>&1 || { cat "$out/build.log" >&2; exit 1; }
 done
 
 seed=${CORVAN_SOAK_SEED:-$(date +%s)}
 echo "seed $seed, $share s for each of ${#suites[@]} suites"
 export CORVAN_BOUNDS=thorough CORVAN_SECONDS=$share
-for variable in MODEL FAULT POWER MEMORY KILL DAMAGE THREADS; do
+for variable in MODEL FAULT POWER MEMORY KILL DAMAGE THREADS TWINS; do
   export "CORVAN_${variable}_SEED=$seed"
 done
 

@@ -3,7 +3,7 @@
 #
 # Usage: test.sh [--checked|--thorough]
 #   --checked   also runs all tests under the address, undefined-behaviour and leak sanitizers, and the
-#               threads suite under the thread sanitizer
+#               threads suite, with and without the statement cache, under the thread sanitizer
 #   --thorough  as --checked, and the random and exhaustive suites run longer: model and threads under
 #               the sanitizers, the others without
 set -euo pipefail
@@ -44,5 +44,5 @@ CORVAN_MODEL_SEQUENCES=$([ -n "$thorough" ] && echo 5000 || echo 300) ctest --pr
 
 echo "== threads, tsan =="
 cmake --preset tsan
-cmake --build --preset tsan --target threads_test
+cmake --build --preset tsan --target threads_test threads_test_cached
 CORVAN_BOUNDS=${thorough:+thorough} ctest --preset tsan -R threads_test

@@ -25,6 +25,7 @@ std::string Disturbances::one() {
   static const std::vector<Choice> choices = {
       {6, &Disturbances::change_tables},
       {10, &Disturbances::create_what_is_missing},
+      {8, &Disturbances::use_own_table},
       {8, &Disturbances::change_indexes},
       {6, &Disturbances::refuse_or_allow},
       {8, &Disturbances::lock_or_unlock},
@@ -60,6 +61,12 @@ std::string Disturbances::inside(const std::string& sql) {
   return "execute_none_query: " + sql + ": " + std::to_string(store().execute_none_query(sql));
 }
 
+std::string Disturbances::inside_all(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& sql : texts) all += inside(sql) + "\n";
+  return all;
+}
+
 std::string Disturbances::change_tables() {
   switch (below(4)) {
     case 0:
@@ -79,6 +86,25 @@ std::string Disturbances::create_what_is_missing() {
     text += (text.empty() ? "" : "\n") + outside(entry.second);
   }
   return text;
+}
+
+// A table of the host, which can disappear with a transaction.
+std::string Disturbances::use_own_table() {
+  switch (below(6)) {
+    case 0:
+      return inside_all(
+          {"begin", "create table own(a)", "select a from own", "rollback", "select a from own"});
+    case 1:
+      return either("create table if not exists own(a)");
+    case 2:
+      return either("drop table own");
+    case 3:
+      return inside_all({"begin", "alter table own add column b", "select b from own"});
+    case 4:
+      return inside(of({"rollback", "commit", "insert into own(b) values(1)"}));
+    default:
+      return inside(of({"select a from own", "insert into own(a) values(1)", "select b from own"}));
+  }
 }
 
 std::string Disturbances::change_indexes() {
@@ -114,7 +140,8 @@ std::string Disturbances::lock_or_unlock() {
     case 0:
       return outside("begin immediate");
     case 1:
-      return outside("begin") + "\n" + outside("select count(*) from t_message");
+      outside("begin");
+      return outside("select count(*) from t_message");
     case 2:
       return inside(of({"begin transaction", "commit transaction", "rollback transaction"}));
     default:

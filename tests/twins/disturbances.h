@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "db/cv_db_singleton.h"
 #include "tests/twins/outside.h"
@@ -36,10 +37,12 @@ class Disturbances {
   // A statement of the other program, and one of the host on the store's connection.
   std::string outside(const std::string& sql);
   std::string inside(const std::string& sql);
+  std::string inside_all(const std::vector<std::string>& texts);
   std::string either(const std::string& sql) { return below(2) == 0 ? outside(sql) : inside(sql); }
 
   std::string change_tables();
   std::string create_what_is_missing();
+  std::string use_own_table();
   std::string change_indexes();
   std::string refuse_or_allow();
   std::string lock_or_unlock();
