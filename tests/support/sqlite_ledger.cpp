@@ -8,8 +8,8 @@
 #include <sqlite3.h>
 
 #include <atomic>
+#include <map>
 #include <mutex>
-#include <set>
 #include <utility>
 
 #include "tests/support/store_library.h"
@@ -23,7 +23,9 @@ corvan_test::FetchedTexts fetched;
 corvan_test::StepCounts steps;
 int last_open_flags = 0;
 sqlite3* connection = nullptr;
-std::set<sqlite3_stmt*> given_back;  // with kept statements: those that the store has finalised
+// With kept statements: those that the store has finalised, with their texts. A statement that was
+// not kept stays here. Its address can come back as that of a test's own statement.
+std::map<sqlite3_stmt*, std::string> given_back;
 std::atomic<corvan_test::PrepareWatcher> prepare_watcher{nullptr};
 
 // Exists while a call of the store prepares, finalises or closes. What SQLite is called for
@@ -49,7 +51,7 @@ void note_prepared(sqlite3_stmt* stmt) {
 void note_finalized(sqlite3_stmt* stmt) {
   const corvan_test::Uncounted uncounted;
   const std::lock_guard<std::mutex> lock(mutex);
-  if (corvan_test::statements_are_kept()) given_back.insert(stmt);
+  if (corvan_test::statements_are_kept()) given_back[stmt] = sqlite3_sql(stmt);
   // Tests also finalise statements of their own connections.
   if (sqlite3_db_handle(stmt) != connection) return;
   // Starts counting again: a kept statement counts over all of its uses.
@@ -188,7 +190,8 @@ int open_statements() {
   if (connection == nullptr) return count;
   for (sqlite3_stmt* stmt = sqlite3_next_stmt(connection, nullptr); stmt != nullptr;
        stmt = sqlite3_next_stmt(connection, stmt)) {
-    const bool idle = given_back.count(stmt) > 0;
+    const auto found = given_back.find(stmt);
+    const bool idle = found != given_back.end() && found->second == sqlite3_sql(stmt);
     if (!idle || sqlite3_stmt_busy(stmt) != 0) ++count;
   }
   return count;
