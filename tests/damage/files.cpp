@@ -124,7 +124,8 @@ const Files& crashed_store() {
 }
 
 const Files& other_store() {
-  static const Files files = make_stores("other").crashed;
+  // Ids as long as those of the own store, so that both have the same trees on the same pages.
+  static const Files files = make_stores("peer").crashed;
   return files;
 }
 

@@ -124,6 +124,24 @@ TEST_P(PlanWithOtherIndexOrder, EveryStatementHasTheExpectedPlan) {
 
 INSTANTIATE_TEST_SUITE_P(Shapes, PlanWithOtherIndexOrder, testing::Values(kEmpty), shape_name);
 
+class PlanOfOlderStore : public Plan {};
+
+// Opening a store changes no index.
+TEST_P(PlanOfOlderStore, TestByClientKeyUsesTheIndexByConversation) {
+  plant(
+      "drop index t_message_client_uid;create index t_message_client_uid "
+      "on t_message(session_id,session_type,client_uid,sender)");
+  for (const auto& [sql, expected] : plans()) {
+    EXPECT_EQ(plan(sql), sql != kByClientKey.sql
+                             ? expected
+                             : "SEARCH t_message USING INDEX t_message_client_uid (session_id=? "
+                               "AND session_type=? AND client_uid=? AND sender=?)")
+        << sql;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, PlanOfOlderStore, testing::Values(kEmpty), shape_name);
+
 TEST(PlanExceptions, OnlyScansAndTextsWithoutPlansHaveReasons) {
   for (const Text& text : texts()) {
     const bool planned = text.plan.shown != nullptr;

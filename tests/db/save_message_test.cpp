@@ -333,6 +333,24 @@ TEST_F(SaveMessage, ClientKeyTestReturnsIdAndServerUid) {
   EXPECT_EQ(uid, "u1");
 }
 
+TEST_F(SaveMessage, ClientKeyTestFindsTheSmallestIdWithEitherIndex) {
+  plant(
+      "insert into t_message(id,session_id,session_type,client_uid,sender,server_uid) "
+      "values(9,'room',2,5,'me','a'),(4,'room',2,5,'me','z'),(2,'room',2,5,'you',''),"
+      "(3,'other',2,5,'me',''),(1,'room',1,5,'me','')");
+  for (const char* older : {"",
+                            "drop index t_message_client_uid;create index "
+                            "t_message_client_uid on t_message(session_id,session_type,"
+                            "client_uid,sender)"}) {
+    plant(older);
+    int64_t id = 0;
+    std::string uid;
+    EXPECT_TRUE(store().is_message_exist(5, "me", "room", CV_GROUP, id, uid));
+    EXPECT_EQ(id, 4);
+    EXPECT_EQ(uid, "z");
+  }
+}
+
 TEST_F(SaveMessage, ClientKeyTestSignExtendsThe32BitId) {
   plant(
       "insert into t_message(id,session_id,session_type,client_uid,sender) "

@@ -155,6 +155,17 @@ TEST_F(IndexTest, BringsAnOlderStoreUpToDate) {
   expect_new();
 }
 
+// Older stores have this index.
+TEST_F(IndexTest, ReplacesTheIndexByConversationAndClientUid) {
+  const std::string name = "t_message_client_uid";
+  plant("drop index " + name + ";create index " + name +
+        " on t_message(session_id,session_type,client_uid,sender)");
+  const Json result = bring_up();
+  EXPECT_EQ(names_in(result["replaced"]), Rows{name});
+  EXPECT_EQ(result["kept"], indexes.size() - 1);
+  expect_new();
+}
+
 TEST_F(IndexTest, JsonHasTheDocumentedKeys) {
   drop_all();
   plant(
