@@ -6,7 +6,7 @@
 # Usage: bench.sh [--quick|--full] [NAME...]
 #   --quick  the smallest sizes, without bounds on times: a test of the benchmarks in seconds
 #   --full   also the largest sizes: ten million messages, an import of 400,000
-#   NAME     only these: environment calls index_cost growth floor instructions peers import
+#   NAME     only these: environment calls index_cost bytes growth floor instructions peers import
 # Stores are created in TMPDIR if it is set, otherwise in build/bench/stores.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -23,7 +23,7 @@ for argument in "$@"; do
     *) names+=("$argument") ;;
   esac
 done
-all=(environment calls index_cost growth floor instructions peers import)
+all=(environment calls index_cost bytes growth floor instructions peers import)
 for name in "${names[@]}"; do
   if [[ " ${all[*]} " != *" $name "* ]]; then
     echo "bench.sh: unknown benchmark: $name; benchmarks: ${all[*]}" >&2
@@ -76,6 +76,8 @@ for name in "${names[@]}"; do
         --benchmark_out="$results/calls.json"
       ;;
     index_cost) run index_cost $programs/index_cost ;;
+    # In memory, for speed: it counts bytes.
+    bytes) stores=$memory run bytes $programs/write_volume ;;
     growth) run growth $programs/growth ;;
     # In memory: syncs on a disk would hide the difference.
     floor) stores=$memory run floor $programs/floor/floor_bench ;;
