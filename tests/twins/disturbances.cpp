@@ -17,7 +17,8 @@ namespace corvan_test {
 Disturbances::Disturbances(std::string folder, uint64_t seed)
     : folder_(std::move(folder)), random_(seed) {}
 
-std::string Disturbances::one() {
+std::string Disturbances::one(const std::string& user) {
+  user_ = user;
   struct Choice {
     std::size_t weight;
     std::string (Disturbances::*run)();
@@ -244,8 +245,7 @@ std::string Disturbances::copy_older_store() {
 
 std::string Disturbances::reopen() {
   store().close_db();
-  const std::string user = of({"me", "me", "you"});
-  return "reopen: " + text(store().init_open_db(cvrtc::Pathname(folder_), "", user));
+  return "reopen: " + text(store().init_open_db(cvrtc::Pathname(folder_), "", user_));
 }
 
 // Overwrites some bytes of one page.

@@ -21,8 +21,10 @@ class Disturbances {
  public:
   Disturbances(std::string folder, uint64_t seed);
 
-  // Makes one at random. Returns what it was and what it returned.
-  std::string one();
+  // Makes one at random. Returns what it was and what it returned. The store is opened again only
+  // for `user`, the model's: for another one the model would not close it, and its connection would
+  // leak.
+  std::string one(const std::string& user);
 
   // Ends the other program: its locks are released.
   void end();
@@ -58,6 +60,7 @@ class Disturbances {
   Corvan::CvDbSingleton& store() { return *Corvan::CvDbSingleton::get_instance(); }
 
   std::string folder_;
+  std::string user_;
   std::mt19937_64 random_;
   std::unique_ptr<Outside> other_;  // opened at its first use
 };

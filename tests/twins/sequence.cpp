@@ -65,7 +65,7 @@ void TwinSequence::run(std::size_t length) {
 
 void TwinSequence::disturb() {
   second_.close();
-  write_outcome(disturbances_.one());
+  write_outcome(disturbances_.one(model_.user()));
 }
 
 void TwinSequence::operate() {
