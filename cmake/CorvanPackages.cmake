@@ -36,7 +36,9 @@ corvan_package(dev libcorvan-dev libdevel "development files"
 "This package holds the headers, the libraries to link with, the CMake
 package and the pkg-config files.")
 set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsqlite3-dev (>= ${CORVAN_SQLITE_MINIMUM})")
+if(NOT CORVAN_SQLITE_AMALGAMATION)
+  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsqlite3-dev (>= ${CORVAN_SQLITE_MINIMUM})")
+endif()
 
 if(NOT CORVAN_LIBRARY STREQUAL "static")
   corvan_package(runtime "libcorvan${soversion}" libs "shared libraries"
