@@ -1,0 +1,90 @@
+# Compiles the SQLite amalgamation in CORVAN_SQLITE_AMALGAMATION into the static library corvan_sqlite,
+# which becomes the target SQLite::SQLite3. docs/performance.md has the measurements behind the options.
+
+set(CORVAN_SQLITE_OPTIONS
+    -O3
+    SQLITE_DEFAULT_MEMSTATUS=0
+    SQLITE_ENABLE_QPSG
+    SQLITE_LIKE_DOESNT_MATCH_BLOBS
+    SQLITE_OMIT_DECLTYPE
+    SQLITE_USE_ALLOCA
+  CACHE STRING "Definitions and flags to compile SQLite with, besides those that the project needs")
+
+set(sqlite_folder "${CORVAN_SQLITE_AMALGAMATION}")
+foreach(file sqlite3.c sqlite3.h)
+  if(NOT EXISTS "${sqlite_folder}/${file}")
+    message(FATAL_ERROR "CORVAN_SQLITE_AMALGAMATION: ${sqlite_folder} has no ${file}; "
+                        "bash scripts/sqlite.sh makes a folder with both files")
+  endif()
+endforeach()
+if(TARGET SQLite::SQLite3)
+  message(FATAL_ERROR "CORVAN_SQLITE_AMALGAMATION: the enclosing project already defines the target "
+                      "SQLite::SQLite3; leave the option empty to use that target")
+endif()
+
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${sqlite_folder}/sqlite3.h")
+file(STRINGS "${sqlite_folder}/sqlite3.h" SQLite3_VERSION
+     REGEX "^#define SQLITE_VERSION +\"[0-9.]+\"")
+string(REGEX REPLACE "^[^\"]*\"([0-9.]+)\".*" "\\1" SQLite3_VERSION "${SQLite3_VERSION}")
+if(NOT SQLite3_VERSION)
+  message(FATAL_ERROR "CORVAN_SQLITE_AMALGAMATION: ${sqlite_folder}/sqlite3.h does not define "
+                      "SQLITE_VERSION")
+elseif(SQLite3_VERSION VERSION_LESS CORVAN_SQLITE_MINIMUM)
+  message(FATAL_ERROR "CORVAN_SQLITE_AMALGAMATION: ${sqlite_folder} has SQLite ${SQLite3_VERSION}, and "
+                      "the store needs ${CORVAN_SQLITE_MINIMUM} or later")
+endif()
+message(STATUS "SQLite ${SQLite3_VERSION}, compiled from ${sqlite_folder}")
+
+enable_language(C)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# Sets `result` to definitions for the system's functions that SQLite uses only if it is told that they
+# exist. Without pread64 it seeks before each read; without usleep a busy timeout waits whole seconds.
+include(CheckSymbolExists)
+function(corvan_sqlite_functions result)
+  set(CMAKE_REQUIRED_DEFINITIONS -D_GNU_SOURCE)
+  set(definitions)
+  foreach(function fdatasync gmtime_r isnan localtime_r nanosleep pread pread64 pwrite pwrite64 strchrnul
+                   usleep utime)
+    string(TOUPPER "HAVE_${function}" have)
+    check_symbol_exists(${function} "math.h;string.h;time.h;unistd.h;utime.h" CORVAN_SQLITE_${have})
+    if(CORVAN_SQLITE_${have})
+      list(APPEND definitions ${have}=1)
+    endif()
+  endforeach()
+  set(${result} ${definitions} PARENT_SCOPE)
+endfunction()
+corvan_sqlite_functions(sqlite_functions)
+
+add_library(corvan_sqlite STATIC "${sqlite_folder}/sqlite3.c")
+add_library(SQLite::SQLite3 ALIAS corvan_sqlite)
+target_include_directories(corvan_sqlite SYSTEM INTERFACE "$<BUILD_INTERFACE:${sqlite_folder}>")
+target_compile_definitions(corvan_sqlite PRIVATE
+  SQLITE_THREADSAFE=1        # the store opens its file in serialised mode
+  SQLITE_ENABLE_DBSTAT_VTAB  # the tool shows the sizes of tables
+  ${sqlite_functions})
+target_compile_options(corvan_sqlite PRIVATE
+  -O2  # in a debug build too: it follows, and so overrides, the flags of the build type
+  -w   # SQLite's warnings are not this project's
+  -fvisibility=hidden)
+foreach(option IN LISTS CORVAN_SQLITE_OPTIONS)
+  if(option MATCHES "^-")
+    target_compile_options(corvan_sqlite PRIVATE "${option}")
+  else()
+    target_compile_definitions(corvan_sqlite PRIVATE "${option}")
+  endif()
+endforeach()
+target_link_libraries(corvan_sqlite PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
+# The same for pkg-config.
+list(TRANSFORM CMAKE_DL_LIBS PREPEND "-l" OUTPUT_VARIABLE CORVAN_SQLITE_FLAGS)
+list(PREPEND CORVAN_SQLITE_FLAGS ${CMAKE_THREAD_LIBS_INIT})
+list(JOIN CORVAN_SQLITE_FLAGS " " CORVAN_SQLITE_FLAGS)
+set_target_properties(corvan_sqlite PROPERTIES
+  EXPORT_NAME sqlite
+  POSITION_INDEPENDENT_CODE ON
+  UNITY_BUILD OFF)
+if(CORVAN_INSTALL AND NOT CORVAN_LIBRARY STREQUAL "shared")
+  install(TARGETS corvan_sqlite EXPORT CorvanStatic
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT dev)
+endif()
