@@ -16,6 +16,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "bench/peers/bounds.h"
 #include "bench/peers/contestant.h"
 #include "bench/peers/disk_probe.h"
 #include "bench/peers/same.h"
@@ -474,6 +475,7 @@ void Comparison::print_results() {
   report_.table("Written by each", {"work", "contender", "commits", "syncs", "bytes"}, writing_);
   report_.table("Files after the replay of " + store + ", in megabytes",
                 {"contender", "while open", "closed"}, files_);
+  if (!quick_) bound_cached(columns, work_, report_);
 }
 
 }  // namespace
