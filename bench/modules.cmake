@@ -6,7 +6,7 @@ add_custom_target(corvan_store_modules)
 # corvan_store_module(NAME SOURCE...): a module NAME_db for Corvan::db, NAME_db_cached for Corvan::db_cached.
 function(corvan_store_module name)
   foreach(library IN ITEMS db db_cached)
-    if(NOT TARGET Corvan::${library})
+    if(NOT TARGET Corvan::${library}_static)
       continue()
     endif()
     set(module ${name}_${library})
@@ -14,7 +14,7 @@ function(corvan_store_module name)
       "${PROJECT_SOURCE_DIR}/bench/support/linked_sqlite.cpp"
       "${PROJECT_SOURCE_DIR}/bench/support/module_sqlite.cpp"
       "${PROJECT_SOURCE_DIR}/tests/support/rows.cpp")
-    target_link_libraries(${module} PRIVATE Corvan::${library} SQLite::SQLite3)
+    target_link_libraries(${module} PRIVATE Corvan::${library}_static SQLite::SQLite3)
     target_link_options(${module} PRIVATE
       "LINKER:--version-script=${PROJECT_SOURCE_DIR}/bench/support/module.map")
     set_target_properties(${module} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY "${CORVAN_MODULES}")
@@ -36,6 +36,7 @@ if(CORVAN_BENCH_AMALGAMATION)
       -DCORVAN_SQLITE_AMALGAMATION=${CORVAN_BENCH_AMALGAMATION}
       -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}
       -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
+      "-DCMAKE_CXX_FLAGS=${CMAKE_CXX_FLAGS}"
       -DCORVAN_WERROR=${CORVAN_WERROR}
       -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=OFF
       -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_INSTALL=OFF

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/floor/allocations.h"
@@ -128,7 +129,17 @@ void compare_times(const Competitors& all, const Options& options, Report& repor
   }
 }
 
-void compare_allocations(Competitor& store, Competitor& floor, Report& report) {
+// The first competitor of this kind; null if there is none.
+Competitor* find(const Competitors& all, Kind kind) {
+  const auto found =
+      std::find_if(all.begin(), all.end(), [kind](const auto& each) { return each->kind == kind; });
+  return found == all.end() ? nullptr : found->get();
+}
+
+void compare_allocations(const Competitors& all, Report& report) {
+  Competitor& store = *all[kStoreAt];
+  Competitor& floor = *all[kFloorAt];
+  Competitor* const cached = find(all, Kind::kCachedStore);
   std::vector<Report::Row> rows;
   for (std::size_t i = 0; i < store.operations.size(); ++i) {
     const Operation& operation = *store.operations[i];
@@ -140,14 +151,20 @@ void compare_allocations(Competitor& store, Competitor& floor, Report& report) {
     const auto a_call = [&operation](int64_t number) {
       return static_cast<double>(number) / operation.calls();
     };
-    rows.push_back({operation.name(), of_records, a_call(of_store.count), a_call(of_floor.count),
-                    a_call(of_store.count - of_floor.count), a_call(of_store.bytes),
-                    a_call(of_floor.bytes)});
+    Report::Row row = {operation.name(),
+                       of_records,
+                       a_call(of_store.count),
+                       a_call(of_floor.count),
+                       a_call(of_store.count - of_floor.count),
+                       a_call(of_store.bytes),
+                       a_call(of_floor.bytes)};
+    if (cached != nullptr) row.push_back(a_call(cached->allocations_of_run(i).count));
+    rows.push_back(std::move(row));
   }
-  report.table("Allocations a call, without SQLite's own",
-               {"operation", "of its records", "store", "floor", "difference", "store's bytes",
-                "floor's bytes"},
-               rows);
+  std::vector<std::string> columns = {"operation",  "of its records", "store",        "floor",
+                                      "difference", "store's bytes",  "floor's bytes"};
+  if (cached != nullptr) columns.emplace_back(name_of(cached->kind));
+  report.table("Allocations a call, without SQLite's own", columns, rows);
 }
 
 int run(const Options& options) {
@@ -164,7 +181,7 @@ int run(const Options& options) {
     all.push_back(std::make_unique<Competitor>(kind, fixture.path()));
   }
   compare_times(all, options, report);
-  compare_allocations(*all[kStoreAt], *all[kFloorAt], report);
+  compare_allocations(all, report);
   return report.finish();
 }
 
