@@ -1,8 +1,8 @@
 # Plots the contenders' times for the same work relative to the store's: a row for each kind of work, a
 # point for each other contender. Variables: data, picture, style; rows, the number of kinds of work;
 # colours, shapes and lanes of the contenders. Data: a block for each contender, with lines of relative
-# time and row; the last block has the rows' names. Contenders in the same lane of a row may overlap.
-set terminal svg noenhanced size 980,700 font "sans-serif,14" background "#F7F7F4"
+# time and row; the last block has the rows' names. A lane is the distance from the middle of the row.
+set terminal svg noenhanced size 980,820 font "sans-serif,14" background "#F7F7F4"
 set output picture
 load style
 set title "Time for the same work, Corvan = 1" textcolor rgb ink
@@ -23,7 +23,7 @@ do for [row=1:rows:2] {
 }
 set arrow from first 1, graph 0 to first 1, graph 1 nohead linecolor rgb ink linewidth 2
 plot keyentry with lines linewidth 2 linecolor rgb ink title "Corvan", \
-     for [c=1:words(shapes)] data index c - 1 using 1:($2 + word(lanes, c) * 0.25) with points \
-       pointtype int(word(shapes, c)) pointsize 1.1 linewidth 2.5 linecolor rgb word(colours, c) \
+     for [c=1:words(shapes)] data index c - 1 using 1:($2 + word(lanes, c)) with points \
+       pointtype int(word(shapes, c)) pointsize 0.95 linewidth 2.5 linecolor rgb word(colours, c) \
        title columnheader(1), \
      data index words(shapes) using (NaN):1:ytic(2) notitle

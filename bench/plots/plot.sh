@@ -36,15 +36,15 @@ if jq -e '.peers' "$results" >/dev/null; then
   drawn='
     (.peers.tables[] | select(.title | startswith("Work on a store")) | .rows
      | map(select(.work | test("^ ") | not))) as $rows
-    | {"Corvan cached": ["#0072B2", 7, -1],
-       "Corvan, built SQLite": ["#56B4E9", 9, -1],
-       "Corvan cached, built SQLite": ["#222222", 13, -1],
-       "SQLiteCpp draft": ["#E69F00", 4, 0],
-       "SQLiteCpp indexed": ["#E69F00", 5, 0],
-       "SOCI draft": ["#D55E00", 10, 0],
-       "SOCI indexed": ["#D55E00", 11, 0],
-       "LMDB": ["#009E73", 15, 1],
-       "LevelDB": ["#B25A8D", 2, 1]} as $styles
+    | {"Corvan cached": ["#0072B2", 7, -0.36],
+       "Corvan, built SQLite": ["#56B4E9", 9, -0.22],
+       "Corvan cached, built SQLite": ["#222222", 13, -0.08],
+       "SQLiteCpp draft": ["#E69F00", 4, 0.08],
+       "SQLiteCpp indexed": ["#E69F00", 5, 0.08],
+       "SOCI draft": ["#D55E00", 10, 0.22],
+       "SOCI indexed": ["#D55E00", 11, 0.22],
+       "LMDB": ["#009E73", 15, 0.36],
+       "LevelDB": ["#B25A8D", 2, 0.36]} as $styles
     | [$styles | keys_unsorted[] | select($rows[0][.])] as $names'
   # Rates are inverted.
   jq -r "$drawn"'
