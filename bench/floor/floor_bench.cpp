@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -82,16 +83,23 @@ struct Times {
   double ratio() const { return quartile(kStoreAt) / quartile(kFloorAt); }
 };
 
+// The competitors in the order of a round. Store and floor alternate in going first, which is
+// slower: the last competitor may have used another SQLite.
+std::vector<std::size_t> turns_of(int round, std::size_t competitors) {
+  std::vector<std::size_t> turns(competitors);
+  std::iota(turns.begin(), turns.end(), std::size_t{0});
+  if (round % 2 != 0) std::swap(turns[kStoreAt], turns[kFloorAt]);
+  return turns;
+}
+
 // Each round runs each operation of each competitor once, so that disturbances affect all of them.
-// Their order is reversed in every other round.
 std::vector<Times> times_of(const Competitors& all, int rounds) {
   std::vector<Times> times(all.front()->operations.size());
   for (Times& each : times) each.of.resize(all.size());
   for (int round = 0; round < rounds; ++round) {
     for (std::size_t operation = 0; operation < times.size(); ++operation) {
-      for (std::size_t i = 0; i < all.size(); ++i) {
-        const std::size_t turn = round % 2 == 0 ? i : all.size() - 1 - i;
-        times[operation].of[turn].push_back(all[turn]->microseconds_of_call(operation));
+      for (const std::size_t i : turns_of(round, all.size())) {
+        times[operation].of[i].push_back(all[i]->microseconds_of_call(operation));
       }
     }
   }
