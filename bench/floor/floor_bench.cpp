@@ -31,14 +31,6 @@ namespace {
 constexpr double kAtMost = 1.05;
 constexpr const char* kMemoryFolder = "/dev/shm";
 
-// Disturbances can only slow a run down, so the lower quartile reflects the operation better than
-// the median.
-double lower_quartile(std::vector<double> values) {
-  const auto quarter = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 4);
-  std::nth_element(values.begin(), quarter, values.end());
-  return *quarter;
-}
-
 // A contender with its file and its operations.
 struct Competitor {
   Competitor(Kind what, const std::string& fixture_folder) : kind(what) {
