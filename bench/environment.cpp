@@ -1,6 +1,5 @@
 // Prints the environment that the figures depend on.
 
-#include <sqlite3.h>
 #include <sys/utsname.h>
 
 #include <filesystem>
@@ -10,10 +9,15 @@
 
 #include "bench/support/options.h"
 #include "bench/support/report.h"
+#include "bench/support/store_module.h"
 
 namespace {
 
+using corvan_bench::LinkedSqlite;
+using corvan_bench::module_file;
+using corvan_bench::ModuleSqlite;
 using corvan_bench::Report;
+using corvan_bench::StoreModule;
 
 std::string processor() {
   std::ifstream in("/proc/cpuinfo");
@@ -44,13 +48,11 @@ std::string file_system(const std::string& folder) {
   return found;
 }
 
-std::string sqlite_options() {
-  std::string options;
-  for (int i = 0; sqlite3_compileoption_get(i) != nullptr; ++i) {
-    if (!options.empty()) options += ' ';
-    options += sqlite3_compileoption_get(i);
-  }
-  return options;
+// The SQLite that is compiled from an amalgamation, if modules with it were built.
+LinkedSqlite built_sqlite() {
+  const std::string file = module_file("floor_db", ModuleSqlite::kBuilt);
+  if (file.empty()) return {"none: CORVAN_BENCH_AMALGAMATION names no folder", "", nullptr};
+  return StoreModule(file).sqlite();
 }
 
 }  // namespace
@@ -60,6 +62,8 @@ int main(int argc, char** argv) {
     Report report("environment", corvan_bench::parse_options(argc, argv));
     utsname system = {};
     uname(&system);
+    const LinkedSqlite installed = corvan_bench::linked_sqlite();
+    const LinkedSqlite built = built_sqlite();
     const std::string folder = std::filesystem::temp_directory_path().string();
     report.table("Environment", {"", "value"},
                  {{"processor", processor()},
@@ -67,8 +71,10 @@ int main(int argc, char** argv) {
                   {"kernel", std::string(system.sysname) + " " + system.release},
                   {"compiler", CORVAN_COMPILER},
                   {"build type", CORVAN_BUILD_TYPE},
-                  {"SQLite", sqlite3_libversion()},
-                  {"SQLite's options", sqlite_options()},
+                  {"SQLite, installed", installed.version},
+                  {"its options", installed.options},
+                  {"SQLite, built", built.version},
+                  {"its options", built.options},
                   {"file system of the stores", file_system(folder)}});
     return report.finish();
   } catch (const std::exception& error) {

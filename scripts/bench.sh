@@ -7,7 +7,8 @@
 #   --quick  the smallest sizes, without bounds on times: a test of the benchmarks in seconds
 #   --full   also the largest sizes: ten million messages, an import of 400,000
 #   NAME     only these: environment calls index_cost bytes growth floor instructions peers import
-# Stores are created in TMPDIR if it is set, otherwise in build/bench/stores.
+# Stores are created in TMPDIR if it is set, otherwise in build/bench/stores. If build/sqlite has the
+# amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -35,9 +36,15 @@ done
 bash scripts/install.sh build tools bench
 tool=OFF
 [[ " ${names[*]} " != *" import "* ]] || tool=ON
+amalgamation=
+if [ -e build/sqlite/sqlite3.c ]; then
+  amalgamation=$PWD/build/sqlite
+else
+  echo "bench.sh: no figures for a built SQLite; bash scripts/sqlite.sh makes what they need"
+fi
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
   -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=$tool \
-  -DCORVAN_BUILD_EXAMPLES=OFF
+  -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_BENCH_AMALGAMATION="$amalgamation"
 cmake --build build/bench
 
 programs=build/bench/bench

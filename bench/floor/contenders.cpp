@@ -1,68 +1,15 @@
 #include "bench/floor/contenders.h"
 
-#include <stdexcept>
+#include <array>
 
+#include "bench/floor/direct.h"
 #include "bench/floor/fixture.h"
 #include "bench/floor/floor.h"
-#include "db/cv_db_singleton.h"
+#include "bench/support/store_module.h"
 
 namespace corvan_bench {
 
 namespace {
-
-using Corvan::CvDbSingleton;
-using Corvan::MessageResponse;
-using Corvan::SessionInfo;
-using Corvan::SessionType;
-
-// `Operations` is the store or a floor, which have operations with the same names.
-template <typename Operations>
-class Direct : public Contender {
- public:
-  explicit Direct(Operations& operations) : operations_(operations) {}
-
-  int64_t save(const MessageResponse& m) override {
-    return operations_.save_message(m.session_id_, m.session_type_, m.object_name_, m.sender_,
-                                    m.content_, true, m.sent_status_, 0, false, m.sent_time_,
-                                    m.client_uid_, m.server_uid_, false, false, true);
-  }
-  bool save_batch(const Messages& messages) override { return operations_.save_message(messages); }
-  bool history_page(const std::string& session_id, int32_t count,
-                    std::vector<MessageResponse>& page) override {
-    return operations_.get_history_message_by_object_name(session_id, kConversationKind, {}, 0,
-                                                          count, page, true);
-  }
-  bool list_page(const std::vector<SessionType>& kinds, int32_t limit,
-                 std::vector<SessionInfo>& page) override {
-    return operations_.get_session_list_by_page(kinds, 0, limit, page);
-  }
-  bool unread_count(const std::string& session_id, int32_t& unread) override {
-    return operations_.get_unread_count(session_id, kConversationKind, unread);
-  }
-  bool set_read_status(int64_t msg_id, int32_t read_status) override {
-    return operations_.set_read_status(msg_id, read_status);
-  }
-  bool delete_messages(const std::vector<int64_t>& ids) override {
-    return operations_.delete_message(ids);
-  }
-
- private:
-  Operations& operations_;
-};
-
-class StoreContender final : public Direct<CvDbSingleton> {
- public:
-  explicit StoreContender(const std::string& folder) : Direct(*CvDbSingleton::get_instance()) {
-    if (!CvDbSingleton::get_instance()->init_open_db(cvrtc::Pathname(folder), "", kUser)) {
-      throw std::runtime_error("the store cannot be opened");
-    }
-  }
-  ~StoreContender() override { CvDbSingleton::delete_instance(); }
-
-  void run(const std::string& sql) override {
-    CvDbSingleton::get_instance()->execute_none_query(sql);
-  }
-};
 
 template <typename Statements>
 struct FloorHolder {
@@ -79,6 +26,28 @@ class FloorContender final : private FloorHolder<Statements>, public Direct<Floo
   void run(const std::string& sql) override { this->floor.run(sql.c_str()); }
 };
 
+constexpr std::array kInModules = {Kind::kCachedStore, Kind::kBuiltStore, Kind::kBuiltCachedStore};
+
+// The module of a contender that is not in the program; empty if it was not built.
+std::string file_of(Kind kind) {
+  switch (kind) {
+    case Kind::kCachedStore:
+      return module_file("floor_db_cached", ModuleSqlite::kInstalled);
+    case Kind::kBuiltStore:
+      return module_file("floor_db", ModuleSqlite::kBuilt);
+    case Kind::kBuiltCachedStore:
+      return module_file("floor_db_cached", ModuleSqlite::kBuilt);
+    default:
+      return "";
+  }
+}
+
+std::unique_ptr<Contender> make_from_module(Kind kind, const std::string& folder) {
+  const StoreModule module(file_of(kind));
+  auto* const make = module.maker<Contender*(const std::string&)>();
+  return std::unique_ptr<Contender>(make(folder));
+}
+
 }  // namespace
 
 const char* name_of(Kind kind) {
@@ -88,21 +57,52 @@ const char* name_of(Kind kind) {
     case Kind::kFloor:
       return "floor";
     case Kind::kCachedFloor:
-      return "cached floor";
+      return "floor, statements kept";
+    case Kind::kCachedStore:
+      return "db_cached";
+    case Kind::kBuiltStore:
+      return "db, built SQLite";
+    case Kind::kBuiltCachedStore:
+      return "db_cached, built SQLite";
   }
   return "";
+}
+
+std::vector<Kind> contenders() {
+  std::vector<Kind> all = {Kind::kStore, Kind::kFloor, Kind::kCachedFloor};
+  for (const Kind kind : kInModules) {
+    if (!file_of(kind).empty()) all.push_back(kind);
+  }
+  return all;
 }
 
 std::unique_ptr<Contender> make_contender(Kind kind, const std::string& folder) {
   switch (kind) {
     case Kind::kStore:
-      return std::make_unique<StoreContender>(folder);
+      return make_store_contender(folder);
     case Kind::kFloor:
       return std::make_unique<FloorContender<PreparedEachTime>>(folder);
     case Kind::kCachedFloor:
       return std::make_unique<FloorContender<PreparedOnce>>(folder);
+    default:
+      return make_from_module(kind, folder);
   }
-  return nullptr;
+}
+
+LinkedSqlite sqlite_of(Kind kind) {
+  const std::string file = file_of(kind);
+  return file.empty() ? linked_sqlite() : StoreModule(file).sqlite();
+}
+
+void print_contenders(Report& report) {
+  std::vector<Report::Row> rows;
+  for (const Kind kind : contenders()) {
+    rows.push_back({name_of(kind), "SQLite " + sqlite_of(kind).version});
+  }
+  for (const Kind kind : kInModules) {
+    if (file_of(kind).empty()) rows.push_back({name_of(kind), "LEFT OUT: not built"});
+  }
+  report.table("Contenders", {"contender", "on"}, rows);
 }
 
 }  // namespace corvan_bench

@@ -1,5 +1,5 @@
-// The contenders: the store and the two floors, each with its own file. They share an interface, so
-// that reaching a call costs the same for all.
+// The contenders: the stores and the two floors, each with its own file. They share an interface,
+// so that reaching a call costs the same for all.
 
 #ifndef BENCH_FLOOR_CONTENDERS_H_
 #define BENCH_FLOOR_CONTENDERS_H_
@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/linked_sqlite.h"
+#include "bench/support/report.h"
 #include "db/cv_db_records.h"
 
 namespace corvan_bench {
@@ -36,13 +38,33 @@ class Contender {
   virtual bool delete_messages(const std::vector<int64_t>& ids) = 0;
 };
 
-enum class Kind { kStore, kFloor, kCachedFloor };
+enum class Kind {
+  kStore,             // Corvan::db
+  kFloor,             // prepares each statement for each use
+  kCachedFloor,       // keeps the statements without pasted values
+  kCachedStore,       // Corvan::db_cached
+  kBuiltStore,        // Corvan::db on the built SQLite
+  kBuiltCachedStore,  // Corvan::db_cached on the built SQLite
+};
 
 // The name used in the tables.
 const char* name_of(Kind kind);
 
-// Opens the fixture in `folder`. The store is a singleton: only one store contender can exist.
+// The contenders that were built, the first three always.
+std::vector<Kind> contenders();
+
+// Opens the fixture in `folder`. A store is a singleton: only one contender of each kind of store
+// can exist.
 std::unique_ptr<Contender> make_contender(Kind kind, const std::string& folder);
+
+// The SQLite that contenders of this kind use.
+LinkedSqlite sqlite_of(Kind kind);
+
+// Prints a table of all contenders, and which were not built.
+void print_contenders(Report& report);
+
+// The store of the library that the caller's program or module is linked with.
+std::unique_ptr<Contender> make_store_contender(const std::string& folder);
 
 }  // namespace corvan_bench
 

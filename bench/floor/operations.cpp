@@ -67,7 +67,7 @@ class Save final : public Operation {
 
 class SaveBatch final : public Operation {
  public:
-  SaveBatch() : Operation("save a batch of 1,000", 1) {
+  SaveBatch() : Operation(kBatchSave, 1) {
     for (int i = 0; i < 1000; ++i) {
       messages_.push_back(std::make_unique<MessageResponse>(message(kMessages + 1000 + i)));
     }
@@ -199,7 +199,7 @@ std::vector<std::unique_ptr<Operation>> make_operations() {
   operations.push_back(std::make_unique<ListPage>());
   operations.push_back(std::make_unique<UnreadCount>());
   operations.push_back(std::make_unique<SetReadStatus>());
-  operations.push_back(std::make_unique<Delete>("delete 20 messages", 10, 20));
+  operations.push_back(std::make_unique<Delete>(kBatchDeletion, 10, 20));
   operations.push_back(std::make_unique<Delete>("delete a message", 25, 1));
   return operations;
 }

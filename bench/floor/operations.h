@@ -39,6 +39,10 @@ class Operation {
   int calls_;
 };
 
+// Names of operations for which some bounds are not set.
+inline constexpr const char* kBatchSave = "save a batch of 1,000";
+inline constexpr const char* kBatchDeletion = "delete 20 messages";
+
 std::vector<std::unique_ptr<Operation>> make_operations();
 
 // Runs `operation` once. `measure` receives a function that makes the calls.

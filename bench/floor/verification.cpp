@@ -1,8 +1,7 @@
 #include "bench/floor/verification.h"
 
-#include <sqlite3.h>
-
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "bench/floor/contenders.h"
@@ -18,26 +17,20 @@ namespace {
 
 std::vector<std::string> statements;  // those run on traced connections, in order
 
-int note_statement(unsigned, void*, void*, void* text) {
-  statements.emplace_back(static_cast<const char*>(text));
-  return 0;
-}
-
-int trace_connection(sqlite3* db, char**, const void*) {
-  return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, note_statement, nullptr);
-}
-
-// Traces every connection that is opened during its lifetime.
+// Traces every connection of an SQLite that is opened during the object's lifetime.
 class Tracing {
  public:
-  Tracing() { sqlite3_auto_extension(entry()); }
+  explicit Tracing(LinkedSqlite sqlite) : sqlite_(std::move(sqlite)) {
+    static constexpr SqliteWatcher kWatcher = {
+        [](const char* text) { statements.emplace_back(text); }, nullptr};
+    sqlite_.watch(&kWatcher);
+  }
   Tracing(const Tracing&) = delete;
   Tracing& operator=(const Tracing&) = delete;
-  ~Tracing() { sqlite3_cancel_auto_extension(entry()); }
+  ~Tracing() { sqlite_.watch(nullptr); }
 
  private:
-  using Entry = void (*)();
-  static Entry entry() { return reinterpret_cast<Entry>(&trace_connection); }
+  const LinkedSqlite sqlite_;
 };
 
 struct Conduct {
@@ -51,7 +44,7 @@ Conduct conduct_of(Kind kind, const std::string& fixture_folder) {
   copy_fixture(fixture_folder, folder.path());
   Conduct conduct;
   {
-    const Tracing tracing;
+    const Tracing tracing(sqlite_of(kind));
     const std::unique_ptr<Contender> contender = make_contender(kind, folder.path());
     statements.clear();  // the statements of opening differ
     for (const std::unique_ptr<Operation>& operation : make_operations()) {
@@ -72,12 +65,14 @@ Conduct conduct_of(Kind kind, const std::string& fixture_folder) {
 void verify_contenders(const std::string& fixture_folder) {
   const Conduct store = conduct_of(Kind::kStore, fixture_folder);
   Report::verify(!store.statements.empty(), "the store's statements are seen");
-  for (const Kind kind : {Kind::kFloor, Kind::kCachedFloor}) {
-    const Conduct floor = conduct_of(kind, fixture_folder);
-    const std::string of_floor = std::string(" of the ") + name_of(kind) + " are the store's";
-    Report::verify(floor.statements == store.statements, "the statements" + of_floor);
-    Report::verify(floor.results == store.results, "the results" + of_floor);
-    Report::verify(floor.rows == store.rows, "the rows" + of_floor);
+  for (const Kind kind : contenders()) {
+    if (kind == Kind::kStore) continue;
+    const Conduct other = conduct_of(kind, fixture_folder);
+    const std::string of_other =
+        std::string(" of the contender ") + name_of(kind) + " are the store's";
+    Report::verify(other.statements == store.statements, "the statements" + of_other);
+    Report::verify(other.results == store.results, "the results" + of_other);
+    Report::verify(other.rows == store.rows, "the rows" + of_other);
   }
 }
 

@@ -1,6 +1,9 @@
 #include "bench/peers/contenders.h"
 
-#include <sqlite3.h>
+#include <array>
+
+#include "bench/peers/io_counts.h"
+#include "bench/support/store_module.h"
 
 namespace corvan_bench {
 
@@ -13,19 +16,54 @@ namespace {
     "the same with three more indexes: server uid, client uid, order of the list";
 
 std::string on_sqlite(const std::string& wrapper) {
-  return wrapper + " on SQLite " + sqlite3_libversion();
+  return wrapper + " on SQLite " + linked_sqlite().version;
+}
+
+// The project's store in a module.
+struct InModule {
+  const char* contender;
+  const char* library;
+  const char* module;
+  ModuleSqlite sqlite;
+
+  std::string file() const { return module_file(module, sqlite); }
+};
+
+constexpr std::array kInModules = {
+    InModule{kCorvanCached, "Corvan::db_cached", "peers_db_cached", ModuleSqlite::kInstalled},
+    InModule{"Corvan, built SQLite", "Corvan::db", "peers_db", ModuleSqlite::kBuilt},
+    InModule{"Corvan cached, built SQLite", "Corvan::db_cached", "peers_db_cached",
+             ModuleSqlite::kBuilt},
+};
+
+constexpr const char* kOwnSettings = "WAL, synchronous=FULL, checkpoint after 5,000 pages";
+
+Contender from_module(const InModule& what) {
+  const StoreModule module(what.file());
+  const char* const built = what.sqlite == ModuleSqlite::kBuilt ? ", built" : "";
+  return {what.contender,
+          std::string(what.library) + " on SQLite " + module.sqlite().version + built, kOwnSettings,
+          [make = module.maker<Store*()>()] { return std::unique_ptr<Store>(make()); },
+          Contender::kOurs};
+}
+
+void add_own(std::vector<Contender>& all) {
+  all.push_back(
+      {"Corvan", on_sqlite("Corvan::db"), kOwnSettings, make_corvan_store, Contender::kOurs});
+  for (const InModule& each : kInModules) {
+    if (!each.file().empty()) all.push_back(from_module(each));
+  }
 }
 
 }  // namespace
 
 std::vector<Contender> contenders() {
   std::vector<Contender> all;
-  all.push_back({"Corvan", on_sqlite("the project"),
-                 "WAL, synchronous=FULL, checkpoint after 5,000 pages", make_corvan_store});
+  add_own(all);
 #if defined(CORVAN_PEER_SQLITECPP)
   all.push_back({"SQLiteCpp draft", on_sqlite("SQLiteCpp " + sqlitecpp_version()), kDraft,
                  [] { return make_sqlitecpp_store(DraftIndexes::kFirstDraft); }});
-  all.push_back({"SQLiteCpp indexed", on_sqlite("SQLiteCpp " + sqlitecpp_version()), kIndexed,
+  all.push_back({kSqliteCppIndexed, on_sqlite("SQLiteCpp " + sqlitecpp_version()), kIndexed,
                  [] { return make_sqlitecpp_store(DraftIndexes::kAllNeeded); }});
 #endif
 #if defined(CORVAN_PEER_SOCI)
@@ -41,13 +79,16 @@ std::vector<Contender> contenders() {
 #if defined(CORVAN_PEER_LEVELDB)
   all.push_back({"LevelDB", "LevelDB " + leveldb_version(),
                  "hand-made keys, one batch a commit, WriteOptions.sync, Bloom filter of 10 bits",
-                 make_leveldb_store, true});
+                 make_leveldb_store, Contender::kPeerWithThread});
 #endif
   return all;
 }
 
 std::vector<std::string> left_out() {
   std::vector<std::string> names;
+  for (const InModule& each : kInModules) {
+    if (each.file().empty()) names.emplace_back(each.contender);
+  }
 #if !defined(CORVAN_PEER_SQLITECPP)
   names.push_back("SQLiteCpp");
 #endif
@@ -61,6 +102,14 @@ std::vector<std::string> left_out() {
   names.push_back("LevelDB");
 #endif
   return names;
+}
+
+void count_sqlite_commits() {
+  static constexpr SqliteWatcher kWatcher = {nullptr, &count_commit};
+  linked_sqlite().watch(&kWatcher);
+  for (const InModule& each : kInModules) {
+    if (!each.file().empty()) StoreModule(each.file()).sqlite().watch(&kWatcher);
+  }
 }
 
 }  // namespace corvan_bench

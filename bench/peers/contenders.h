@@ -17,14 +17,21 @@ struct Contender {
   std::string library;   // with its version
   std::string settings;  // as shown in the table
   std::function<std::unique_ptr<Store>()> make;
-  bool has_thread = false;  // also writes from its own thread
+  enum Kind { kOurs, kPeer, kPeerWithThread } kind = kPeer;  // the thread writes, too
 };
 
-// The contenders that were built, the project's own store first.
+// Names of contenders that are compared with each other.
+inline constexpr const char* kCorvanCached = "Corvan cached";
+inline constexpr const char* kSqliteCppIndexed = "SQLiteCpp indexed";
+
+// The contenders that were built, the project's own first: the store, then the same in modules.
 std::vector<Contender> contenders();
 
-// The names of the peers that were not built.
+// The names of the contenders that were not built.
 std::vector<std::string> left_out();
+
+// Counts the commits of every SQLite in the process, with count_commit().
+void count_sqlite_commits();
 
 // Create the contenders' stores. Each is defined only if its library was found.
 enum class DraftIndexes { kFirstDraft, kAllNeeded };

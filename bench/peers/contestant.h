@@ -41,7 +41,7 @@ class Traffic {
   // has such threads.
   void add_threads(const Contestants& all) {
     for (std::size_t i = 0; i < all.size(); ++i) {
-      if (!all[i]->contender.has_thread) continue;
+      if (all[i]->contender.kind != Contender::kPeerWithThread) continue;
       counts_[i].syncs += thread_counts().syncs - thread_syncs_;
       counts_[i].bytes += thread_counts().bytes - thread_bytes_;
     }

@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <sys/types.h>
 #include <sys/uio.h>
 
@@ -32,17 +31,6 @@ Function* next(const char* name) {
   return reinterpret_cast<Function*>(found);
 }
 
-int watch_commits(sqlite3* db, char** /*error*/, const sqlite3_api_routines* /*api*/) {
-  sqlite3_commit_hook(
-      db,
-      [](void*) {
-        count_commit();
-        return 0;
-      },
-      nullptr);
-  return SQLITE_OK;
-}
-
 }  // namespace
 
 CountInto::CountInto(IoCounts& counts) : before_(current) {
@@ -59,10 +47,6 @@ IoCounts& thread_counts() {
 
 void count_commit() {
   current->commits.fetch_add(1, std::memory_order_relaxed);
-}
-
-void count_sqlite_commits() {
-  sqlite3_auto_extension(reinterpret_cast<void (*)()>(&watch_commits));
 }
 
 }  // namespace corvan_bench

@@ -1,5 +1,5 @@
 // Counts the transactions, syncs and bytes of a store. The program defines the C library's write
-// and sync functions itself, so that it also intercepts the calls of shared libraries.
+// and sync functions itself, so that it also intercepts the calls of shared libraries and modules.
 
 #ifndef BENCH_PEERS_IO_COUNTS_H_
 #define BENCH_PEERS_IO_COUNTS_H_
@@ -30,10 +30,8 @@ class CountInto {
 // The calls of threads without a CountInto.
 IoCounts& thread_counts();
 
-// Stores that do not use SQLite call this at a commit. Commits of SQLite are counted by a hook on
-// each connection that is opened after count_sqlite_commits().
+// Called at each commit: by a hook on SQLite's connections, and by stores that do not use SQLite.
 void count_commit();
-void count_sqlite_commits();
 
 }  // namespace corvan_bench
 

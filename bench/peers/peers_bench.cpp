@@ -16,6 +16,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "bench/peers/bounds.h"
 #include "bench/peers/contestant.h"
 #include "bench/peers/disk_probe.h"
 #include "bench/peers/same.h"
@@ -132,8 +133,8 @@ class Comparison {
   // Adds the new messages among the deliveries from index `from` on.
   static void catch_up(Store& store, const std::vector<Delivery>& deliveries, std::size_t from);
 
-  // Saves each message in its own transaction, or, for the project's store, optionally without one.
-  // Returns the times of each contestant for each delivery.
+  // Saves each message in its own transaction, or, for the project's stores, optionally without
+  // one. Returns the times of each contestant for each delivery.
   std::vector<std::vector<double>> save_singly(Traffic& traffic, bool corvan_begins);
 
   // Calls `operation` with each contestant's store and returns the result, which must be equal for
@@ -155,16 +156,26 @@ class Comparison {
     for (std::size_t i = 0; i <= last; ++i) operation(round % 2 == 0 ? i : last - i);
   }
 
-  void add_row(const std::string& what, const std::vector<double>& values) {
+  bool is_ours(std::size_t i) const { return all_[i]->contender.kind == Contender::kOurs; }
+
+  static Report::Row row_of(const std::string& what, const std::vector<double>& values) {
     Report::Row row{what};
     row.insert(row.end(), values.begin(), values.end());
-    work_.push_back(std::move(row));
+    return row;
+  }
+  void add_row(const std::string& what, const std::vector<double>& values) {
+    work_.push_back(row_of(what, values));
+    undisturbed_.push_back(work_.back());
   }
   void add_medians(const std::string& what, const std::vector<std::vector<double>>& times) {
     std::vector<double> medians;
-    medians.reserve(times.size());
-    for (const std::vector<double>& each : times) medians.push_back(median(each));
-    add_row(what, medians);
+    std::vector<double> quartiles;
+    for (const std::vector<double>& each : times) {
+      medians.push_back(median(each));
+      quartiles.push_back(lower_quartile(each));
+    }
+    work_.push_back(row_of(what, medians));
+    undisturbed_.push_back(row_of(what, quartiles));
   }
 
   // Adds a row with the writes of a contestant per operation.
@@ -184,11 +195,12 @@ class Comparison {
   const bool quick_;
   const Sizes sizes_;
   Workload workload_;
-  Contestants all_;  // the project's store first
+  Contestants all_;  // the project's stores first
   DiskProbe disk_;   // measured between the replays with one message per transaction
 
   // Rows of the tables.
   std::vector<Report::Row> work_;
+  std::vector<Report::Row> undisturbed_;  // the work, with lower quartiles instead of medians
   std::vector<Report::Row> writing_;
   std::vector<Report::Row> files_;
 };
@@ -423,8 +435,10 @@ void Comparison::replay_one_by_one() {
 void Comparison::replay_without_transactions() {
   Traffic traffic(all_.size());
   add_medians("  the same, Corvan without a transaction around it", save_singly(traffic, false));
-  add_writing("one message without a transaction", all_.front()->contender.name, traffic.of(0),
-              static_cast<double>(sizes_.singles));
+  for (std::size_t i = 0; i < all_.size() && is_ours(i); ++i) {
+    add_writing("one message without a transaction", all_[i]->contender.name, traffic.of(i),
+                static_cast<double>(sizes_.singles));
+  }
 }
 
 std::vector<std::vector<double>> Comparison::save_singly(Traffic& traffic, bool corvan_begins) {
@@ -434,7 +448,7 @@ std::vector<std::vector<double>> Comparison::save_singly(Traffic& traffic, bool 
     disk_.measure();
     in_turn(++round, [&](std::size_t i) {
       const CountInto scope(traffic.of(i));
-      const bool begins = i > 0 || corvan_begins;
+      const bool begins = !is_ours(i) || corvan_begins;
       times[i].push_back(time_of([&] { save(*all_[i]->store, &delivery, &delivery + 1, begins); }));
     });
   }
@@ -470,6 +484,7 @@ void Comparison::print_results() {
   report_.table("Written by each", {"work", "contender", "commits", "syncs", "bytes"}, writing_);
   report_.table("Files after the replay of " + store + ", in megabytes",
                 {"contender", "while open", "closed"}, files_);
+  if (!quick_) bound_cached(columns, undisturbed_, report_);
 }
 
 }  // namespace

@@ -23,6 +23,14 @@ inline double median(std::vector<double> values) {
   return *middle;
 }
 
+// Disturbances can only slow a run down, so on a busy machine the lower quartile reflects an
+// operation better than the median.
+inline double lower_quartile(std::vector<double> values) {
+  const auto quarter = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 4);
+  std::nth_element(values.begin(), quarter, values.end());
+  return *quarter;
+}
+
 // The median time of each function in microseconds. The functions take turns in each round, so that
 // disturbances affect all of them.
 inline std::vector<double> alternating_medians(
