@@ -165,6 +165,19 @@ TEST_F(Cache, ResultsAreThoseOfANewStatement) {
   }
 }
 
+TEST_F(Cache, BoundLimitPreparesNothingAgain) {
+  const std::string sql = "select id from t_message order by id limit ?";
+  for (int32_t limit = 0; limit < 3; ++limit) {
+    take_prepares();
+    sqlite3_stmt* const stmt = prepare(sql);
+    EXPECT_EQ(take_prepares(), limit == 0 ? 1 : 0);
+    EXPECT_EQ(CvDbSingleton::bind(stmt, 1, limit), 0);
+    EXPECT_EQ(store().step(stmt, false), kDone);
+    EXPECT_EQ(sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_REPREPARE, 0), 0);
+    store().finalize(stmt);
+  }
+}
+
 TEST_F(Cache, ForgetsValues) {
   sqlite3_stmt* const stmt = prepare("select ?");
   sqlite3* const db = sqlite3_db_handle(stmt);
