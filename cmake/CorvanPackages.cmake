@@ -40,7 +40,9 @@ set(minimum ${CORVAN_SQLITE_MINIMUM})
 if(TARGET corvan_db_cached)
   set(minimum ${CORVAN_CACHED_SQLITE_MINIMUM})
 endif()
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsqlite3-dev (>= ${minimum})")
+if(NOT CORVAN_SQLITE_AMALGAMATION)
+  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsqlite3-dev (>= ${minimum})")
+endif()
 
 if(NOT CORVAN_LIBRARY STREQUAL "static")
   corvan_package(runtime "libcorvan${soversion}" libs "shared libraries"

@@ -2,7 +2,7 @@
 # Installs the missing Debian packages for the given purposes and prints their names. Never removes a
 # package.
 # Usage: install.sh build|tools|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
-#                   tests-source|libc++|cross-arm64|cross-armhf|clean-system...
+#                   tests-source|libc++|cross-arm64|cross-armhf|clean-system|sqlite|sqlite-upstream...
 set -euo pipefail
 
 packages=()
@@ -24,6 +24,8 @@ for purpose in "$@"; do
     coverage) packages+=(clang libclang-rt-dev llvm jq) ;;
     packages) packages+=(binutils dpkg-dev file make pkg-config) ;;
     size) packages+=(clang) ;;
+    sqlite) packages+=(gcc make tcl dpkg-dev debian-archive-keyring) ;;
+    sqlite-upstream) packages+=(npm) ;;
     docs) packages+=(doxygen) ;;
     html) packages+=(chromium fonts-noto-color-emoji fonts-wqy-microhei) ;;
     lint) packages+=(git clang clang-format clang-tidy cppcheck shellcheck) ;;
@@ -37,8 +39,10 @@ done
 missing=()
 for package in "${packages[@]}"; do
   status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
-  # pkgconf may provide pkg-config; then it is only a virtual package.
-  if [ "$package" = pkg-config ] && command -v pkg-config >/dev/null; then status=installed; fi
+  # Another package may provide these programs: pkgconf, or a nodejs that contains npm.
+  case "$package" in
+    pkg-config | npm) ! command -v "$package" >/dev/null || status=installed ;;
+  esac
   [ "$status" = installed ] || missing+=("$package")
 done
 [ ${#missing[@]} -gt 0 ] || exit 0

