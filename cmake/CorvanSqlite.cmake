@@ -1,6 +1,14 @@
 # Compiles the SQLite amalgamation in CORVAN_SQLITE_AMALGAMATION into the static library corvan_sqlite,
 # which becomes the target SQLite::SQLite3. docs/performance.md has the measurements behind the options.
 
+set(CORVAN_SQLITE_OPTIONS
+    SQLITE_DEFAULT_MEMSTATUS=0
+    SQLITE_LIKE_DOESNT_MATCH_BLOBS
+    SQLITE_OMIT_DEPRECATED
+    SQLITE_OMIT_SHARED_CACHE
+    SQLITE_USE_ALLOCA
+  CACHE STRING "Definitions and flags to compile SQLite with, besides those that the store needs")
+
 set(sqlite_folder "${CORVAN_SQLITE_AMALGAMATION}")
 foreach(file sqlite3.c sqlite3.h)
   if(NOT EXISTS "${sqlite_folder}/${file}")
@@ -30,6 +38,24 @@ enable_language(C)
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
+# Sets `result` to definitions for the system's functions that SQLite uses only if it is told that they
+# exist. Without pread64 it seeks before each read; without usleep a busy timeout waits whole seconds.
+include(CheckSymbolExists)
+function(corvan_sqlite_functions result)
+  set(CMAKE_REQUIRED_DEFINITIONS -D_GNU_SOURCE)
+  set(definitions)
+  foreach(function fdatasync gmtime_r isnan localtime_r nanosleep pread pread64 pwrite pwrite64 strchrnul
+                   usleep utime)
+    string(TOUPPER "HAVE_${function}" have)
+    check_symbol_exists(${function} "math.h;string.h;time.h;unistd.h;utime.h" CORVAN_SQLITE_${have})
+    if(CORVAN_SQLITE_${have})
+      list(APPEND definitions ${have}=1)
+    endif()
+  endforeach()
+  set(${result} ${definitions} PARENT_SCOPE)
+endfunction()
+corvan_sqlite_functions(sqlite_functions)
+
 add_library(corvan_sqlite STATIC "${sqlite_folder}/sqlite3.c")
 add_library(SQLite::SQLite3 ALIAS corvan_sqlite)
 target_include_directories(corvan_sqlite SYSTEM INTERFACE "$<BUILD_INTERFACE:${sqlite_folder}>")
@@ -38,16 +64,18 @@ target_compile_definitions(corvan_sqlite PRIVATE
   SQLITE_THREADSAFE=1
   SQLITE_SECURE_DELETE
   SQLITE_ENABLE_DBSTAT_VTAB
-  # What saves instructions.
-  SQLITE_DEFAULT_MEMSTATUS=0
-  SQLITE_LIKE_DOESNT_MATCH_BLOBS
-  SQLITE_OMIT_DEPRECATED
-  SQLITE_OMIT_SHARED_CACHE
-  SQLITE_USE_ALLOCA)
+  ${sqlite_functions})
 target_compile_options(corvan_sqlite PRIVATE
   -O2  # in a debug build too: after the flags of the build type, so that it takes precedence
   -w   # SQLite's warnings are not this project's
   -fvisibility=hidden)
+foreach(option IN LISTS CORVAN_SQLITE_OPTIONS)
+  if(option MATCHES "^-")
+    target_compile_options(corvan_sqlite PRIVATE "${option}")
+  else()
+    target_compile_definitions(corvan_sqlite PRIVATE "${option}")
+  endif()
+endforeach()
 target_link_libraries(corvan_sqlite PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
 # The same for pkg-config.
 list(TRANSFORM CMAKE_DL_LIBS PREPEND "-l" OUTPUT_VARIABLE CORVAN_SQLITE_FLAGS)
