@@ -2,12 +2,13 @@
 # which becomes the target SQLite::SQLite3. docs/performance.md has the measurements behind the options.
 
 set(CORVAN_SQLITE_OPTIONS
+    -O3
     SQLITE_DEFAULT_MEMSTATUS=0
+    SQLITE_ENABLE_QPSG
     SQLITE_LIKE_DOESNT_MATCH_BLOBS
-    SQLITE_OMIT_DEPRECATED
-    SQLITE_OMIT_SHARED_CACHE
+    SQLITE_OMIT_DECLTYPE
     SQLITE_USE_ALLOCA
-  CACHE STRING "Definitions and flags to compile SQLite with, besides those that the store needs")
+  CACHE STRING "Definitions and flags to compile SQLite with, besides those that the project needs")
 
 set(sqlite_folder "${CORVAN_SQLITE_AMALGAMATION}")
 foreach(file sqlite3.c sqlite3.h)
@@ -60,13 +61,11 @@ add_library(corvan_sqlite STATIC "${sqlite_folder}/sqlite3.c")
 add_library(SQLite::SQLite3 ALIAS corvan_sqlite)
 target_include_directories(corvan_sqlite SYSTEM INTERFACE "$<BUILD_INTERFACE:${sqlite_folder}>")
 target_compile_definitions(corvan_sqlite PRIVATE
-  # What the store and the tool rely on.
-  SQLITE_THREADSAFE=1
-  SQLITE_SECURE_DELETE
-  SQLITE_ENABLE_DBSTAT_VTAB
+  SQLITE_THREADSAFE=1        # the store opens its file in serialised mode
+  SQLITE_ENABLE_DBSTAT_VTAB  # the tool shows the sizes of tables
   ${sqlite_functions})
 target_compile_options(corvan_sqlite PRIVATE
-  -O2  # in a debug build too: after the flags of the build type, so that it takes precedence
+  -O2  # in a debug build too: it follows, and so overrides, the flags of the build type
   -w   # SQLite's warnings are not this project's
   -fvisibility=hidden)
 foreach(option IN LISTS CORVAN_SQLITE_OPTIONS)

@@ -4,10 +4,11 @@
 # Debian packages; with the default base and with a host's own. Prints one line per check and stops at
 # the first failure.
 #
-# Usage: consumers.sh [--build FOLDER] [--tool] [--dpkg]
+# Usage: consumers.sh [--build FOLDER] [--tool] [--dpkg] [--sqlite FOLDER]
 #   --build  build folder for the libraries (default: build/consumers)
 #   --tool   also builds the tool and its package; takes two more minutes
 #   --dpkg   also installs the Debian packages on this machine, and purges them again; needs root
+#   --sqlite compiles the SQLite in FOLDER into the libraries: -DCORVAN_SQLITE_AMALGAMATION=FOLDER
 # CXX selects the compiler.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -15,6 +16,7 @@ cd "$(dirname "$0")/.."
 build=build/consumers
 tool=OFF
 dpkg=
+sqlite=
 while [ $# -gt 0 ]; do
   case "$1" in
     --build)
@@ -22,11 +24,16 @@ while [ $# -gt 0 ]; do
       build=$2
       shift
       ;;
+    --sqlite)
+      [ $# -ge 2 ] || { echo "consumers.sh: --sqlite needs a folder" >&2; exit 2; }
+      sqlite=$(realpath "$2")
+      shift
+      ;;
     --tool) tool=ON ;;
     --dpkg) dpkg=yes ;;
     *)
       echo "consumers.sh: unknown argument: $1;" \
-        "usage: consumers.sh [--build FOLDER] [--tool] [--dpkg]" >&2
+        "usage: consumers.sh [--build FOLDER] [--tool] [--dpkg] [--sqlite FOLDER]" >&2
       exit 2
       ;;
   esac
@@ -118,7 +125,7 @@ tree() {
   quietly cmake -S "$source" -B "$build/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_CXX_FLAGS_RELEASE=-O1 -DCMAKE_CXX_COMPILER="$CXX" -DCORVAN_WERROR=ON -DCORVAN_BUILD_TESTS=OFF \
     -DCORVAN_BUILD_EXAMPLES=OFF -DCMAKE_INSTALL_PREFIX=/usr -DCORVAN_LIBRARY="$1" \
-    -DCMAKE_SHARED_LINKER_FLAGS=-Wl,--no-undefined "${@:2}"
+    -DCMAKE_SHARED_LINKER_FLAGS=-Wl,--no-undefined -DCORVAN_SQLITE_AMALGAMATION="$sqlite" "${@:2}"
   quietly cmake --build "$build/$1"
   quietly env DESTDIR="$work/staged-$1" cmake --install "$build/$1"
   mv "staged-$1/usr" "tree-$1"
@@ -214,6 +221,14 @@ consumer_cmake shared "$work/tree-shared" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=O
 run "$work/program/consumer"
 passed
 
+if [ -n "$sqlite" ]; then
+  check="CMake package: static, with SQLite in it, on a machine without SQLite's headers"
+  consumer_cmake static "$work/tree-static" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON
+  [[ "$(ldd program/consumer)" != *libsqlite3* ]] || fail "loads an SQLite of the system"
+  run "$work/program/consumer"
+  passed
+fi
+
 check="CMake package: refuses a missing component or version, and both libraries of the store"
 rm -rf program
 refused "not installed here: shared" cmake -S consumers/cmake_package -B program -G Ninja \
@@ -264,7 +279,9 @@ passed
 # No linking here: the other libraries that SQLite's .pc file names for static programs may be missing.
 check="pkg-config --static: names SQLite, after the store"
 named=$(with_pkg_config tree-both pkg-config --static --libs corvan)
-[[ "$named " == *"-lcorvan_db -lcorvan_base -lsqlite3 "* ]] || fail "names: $named"
+library=sqlite3
+[ -z "$sqlite" ] || library=corvan_sqlite
+[[ "$named " == *"-lcorvan_db -lcorvan_base -l$library "* ]] || fail "names: $named"
 passed
 
 # ---- Part of another project -----------------------------------------------------------------------
@@ -342,11 +359,14 @@ wanted="libcorvan-dev libcorvan$minor "
 [ "$tool" = OFF ] || wanted="corvan-tools $wanted"
 [ "$names" = "$wanted" ] || fail "are: $names"
 for package in "${packages[@]}"; do
-  case "$(dpkg-deb -f "$package" Package): $(dpkg-deb -f "$package" Depends)" in
-    libcorvan-dev:*"libcorvan$minor (= $version)"*"libsqlite3-dev"*) ;;
-    libcorvan-dev:*) fail "libcorvan-dev: depends on $(dpkg-deb -f "$package" Depends)" ;;
-    *libc6*libsqlite3-0*libstdc++6*) ;;
-    *) fail "$package: depends on $(dpkg-deb -f "$package" Depends)" ;;
+  depends="$(dpkg-deb -f "$package" Package): $(dpkg-deb -f "$package" Depends)"
+  case "${sqlite:+own} $depends" in
+    "own "*libsqlite3*) fail "depends on an SQLite of the system: $depends" ;;
+    "own libcorvan-dev:"*"libcorvan$minor (= $version)"*) ;;
+    " libcorvan-dev:"*"libcorvan$minor (= $version)"*"libsqlite3-dev"*) ;;
+    *" libcorvan-dev:"*) fail "depends: $depends" ;;
+    "own "*libc6*libstdc++6* | " "*libc6*libsqlite3-0*libstdc++6*) ;;
+    *) fail "depends: $depends" ;;
   esac
 done
 passed
