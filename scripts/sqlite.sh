@@ -11,8 +11,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-upstream_package=better-sqlite3@13.2.0
-upstream_sha256=40487589df3496f2ee0079d22b73c63fccebe7db0e8ee9a2c42421861e321e0b
+upstream_package=better-sqlite3@12.11.1
+upstream_sha256=ebf0ed75a7a59dbcb3b24bbd014ef49d9f15bc328e4adcbf516f2a8fadfa2835
 upstream_folder=package/deps/sqlite3  # in the package
 
 fail() {
