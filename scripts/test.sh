@@ -44,5 +44,5 @@ CORVAN_MODEL_SEQUENCES=$([ -n "$thorough" ] && echo 5000 || echo 300) ctest --pr
 
 echo "== threads, tsan =="
 cmake --preset tsan
-cmake --build --preset tsan --target threads_test threads_test_cached
+cmake --build --preset tsan --target threads_test threads_test_cached statement_cache_threads_test
 CORVAN_BOUNDS=${thorough:+thorough} ctest --preset tsan -R threads_test

@@ -6,7 +6,6 @@
 #include <functional>
 #include <mutex>
 #include <new>
-#include <utility>
 
 #include "addons/statement_cache/statement_cache.h"
 
@@ -21,7 +20,7 @@ struct Cache {
   const sqlite3* db = nullptr;
   KeptStatements kept;       // of this connection
   int others = 0;            // statements between begin_other() and end_other()
-  bool after_other = false;  // one of them has existed since the last begin or rollback
+  bool after_other = false;  // one of them has existed since the last begin
   std::size_t limit = StatementCache::kDefaultLimit;
 };
 
@@ -51,17 +50,18 @@ void finalize_surplus(Lock& lock) {
   });
 }
 
-// `spared` stays if it is idle.
+// Does not finalise `spared`.
 void drop_all(Lock& lock, const sqlite3_stmt* spared = nullptr) {
   cache().kept.forget_used();
   finalize_each(lock, [spared] { return cache().kept.take_oldest(spared); });
 }
 
-// `ended` has been executed. A rollback may have undone a change of the schema.
+// What a finalised statement of this kind means for the others. A rollback, also one to a
+// savepoint, may have undone a change of the schema. After a begin, nothing that happened before
+// can be undone.
 void follow(Lock& lock, const sqlite3_stmt* ended, TextKind kind) {
-  if (kind != TextKind::kBegin && kind != TextKind::kRollback) return;
-  const bool after_other = std::exchange(cache().after_other, false);
-  if (after_other && kind == TextKind::kRollback) drop_all(lock, ended);
+  if (kind == TextKind::kBegin) cache().after_other = false;
+  if (kind == TextKind::kRollback && cache().after_other) drop_all(lock, ended);
 }
 
 // Makes this the store's connection.

@@ -42,9 +42,9 @@ bool prepared_again(sqlite3_stmt* stmt) {
   return sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_REPREPARE, 1) > 0;
 }
 
-// Prepares a statement that is kept, unless its text goes on after it. Without the "query planner
-// stability guarantee", newer releases of SQLite prepare a statement again whenever certain values
-// are bound, such as one for "limit ?".
+// Prepares a statement and keeps it. If `sql` goes on after the statement, it is not kept. Without
+// the "query planner stability guarantee", newer releases of SQLite prepare a statement again
+// whenever certain values are bound, such as one for "limit ?".
 int prepare_kept(sqlite3* db, const char* sql, TextKind kind, sqlite3_stmt** stmt,
                  const char** tail) {
   sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_QPSG, 1, nullptr);

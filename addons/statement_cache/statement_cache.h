@@ -31,9 +31,8 @@ class StatementCache {
 
   StatementCache() = delete;
 
-  /// Keeps at most this many statements for one connection, from now on and until the process ends.
-  /// Statements beyond the limit are finalised at once. 0 keeps none: the store then behaves
-  /// exactly as Corvan::db.
+  /// Keeps at most this many statements from now on, until the process ends. Idle statements beyond
+  /// the limit are finalised at once. 0 keeps none.
   ///
   /// True if the limit is set. False, with a warning in the log and without a change, if
   /// `statements` is below 0 or above kLargestLimit.
@@ -42,8 +41,8 @@ class StatementCache {
   /// The limit in force.
   static int32_t limit();
 
-  /// Finalises all idle statements, for example when the system asks the
-  /// process to release memory. Later operations fill the cache again.
+  /// Finalises all idle statements, for example when the system asks the process to release memory.
+  /// Later operations fill the cache again.
   static void clear();
 };
 

@@ -83,6 +83,38 @@ TEST_F(Cache, RollbackOfAChangeOfTheSchemaDropsTheOthers) {
   EXPECT_EQ(prepares_of("rollback"), 0);
 }
 
+TEST_F(Cache, RollbackToASavepointLeavesTheRestToTheRollback) {
+  use("begin");
+  use("create table a(b)");
+  use("savepoint c");
+  use("rollback to c");
+  use("select * from a");
+  use("rollback");
+  int32_t code = 0;
+  EXPECT_EQ(store().prepare_sql("select * from a", code), nullptr);
+  EXPECT_EQ(log.take().size(), 1U);
+}
+
+// Another statement has made SQLite read the changed schema, so a new statement would fail when it
+// is prepared.
+TEST_F(Cache, TableThatIsGoneCanBeMissedInTheStepOnce) {
+  plant(file(), "create table a(b)");
+  use("select * from a");
+  use("select b from a");
+  plant(file(), "drop table a");
+  int32_t code = 0;
+  EXPECT_EQ(store().prepare_sql("select absent from t_sync", code), nullptr);
+  EXPECT_EQ(log.take().size(), 1U);
+  EXPECT_EQ(store().execute_none_query("select * from a"), SQLITE_ERROR);
+  std::vector<std::string> lines = log.take();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_NE(lines[0].find("step;;;1;;;no such table: a"), std::string::npos) << lines[0];
+  EXPECT_EQ(store().execute_none_query("select b from a"), SQLITE_ERROR);
+  lines = log.take();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_NE(lines[0].find("prepare_db;;;1;;;no such table: a"), std::string::npos) << lines[0];
+}
+
 TEST_F(Cache, OtherStatementThatFailsEndsAsWell) {
   EXPECT_EQ(store().execute_none_query("drop table absent"), SQLITE_ERROR);  // when prepared
   EXPECT_EQ(store().execute_none_query("attach '' as main"), SQLITE_ERROR);  // when stepped
