@@ -27,6 +27,8 @@ endforeach()
 
 if(CORVAN_SQLITE_AMALGAMATION)
   set(CORVAN_FIND_SQLITE "find_dependency(Threads)  # for Corvan::sqlite")
+elseif(TARGET corvan_db_cached)
+  set(CORVAN_FIND_SQLITE "find_dependency(SQLite3 ${CORVAN_CACHED_SQLITE_MINIMUM})")
 else()
   set(CORVAN_FIND_SQLITE "find_dependency(SQLite3 ${CORVAN_SQLITE_MINIMUM})")
 endif()

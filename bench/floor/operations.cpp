@@ -92,7 +92,7 @@ class SaveBatch final : public Operation {
 
 class HistoryPage final : public Operation {
  public:
-  HistoryPage() : Operation("read 20 messages", 10) {}
+  HistoryPage() : Operation(kHistoryPage, 10) {}
   void call(Contender& contender, int) override {
     std::vector<MessageResponse> page;
     contender.history_page(session_id_, kPage, page);

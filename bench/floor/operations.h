@@ -42,6 +42,7 @@ class Operation {
 // Names of operations for which some bounds are not set.
 inline constexpr const char* kBatchSave = "save a batch of 1,000";
 inline constexpr const char* kBatchDeletion = "delete 20 messages";
+inline constexpr const char* kHistoryPage = "read 20 messages";
 
 std::vector<std::unique_ptr<Operation>> make_operations();
 

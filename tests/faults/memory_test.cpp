@@ -22,6 +22,7 @@
 #include "tests/faults/memory_faults.h"
 #include "tests/faults/scene.h"
 #include "tests/support/bounds.h"
+#include "tests/support/store_library.h"
 #include "tests/support/store_test.h"
 #include "tests/support/uncounted.h"
 
@@ -199,10 +200,10 @@ class OutOfMemory : public testing::TestWithParam<End> {
     return "";
   }
 
-  // One run, in which the nth allocation fails.
-  ChildReport run(const Call& call, uint64_t nth, bool once) {
+  // One run, in which the nth allocation fails; `idle`: with the call's statements idle.
+  ChildReport run(const Call& call, uint64_t nth, bool once, bool idle) {
     ChildReport report;
-    scene_.begin_with_idle_statements(nth % 2 == 0);
+    scene_.begin_with_idle_statements(idle);
     report.complaint = scene_
                            .run(
                                in_trouble(call), [&] { arm(call, nth, once); }, [&] { disarm(); },
@@ -233,22 +234,30 @@ class OutOfMemory : public testing::TestWithParam<End> {
       ++index;
       if (!applies(call)) continue;
       // Runs in this process, so that the children inherit the rows that the scene has computed.
-      EXPECT_EQ(run(call, 0, true).complaint, "") << call.name << " without a failure";
+      EXPECT_EQ(run(call, 0, true, false).complaint, "") << call.name << " without a failure";
       // A run makes the same allocations as this one until one fails.
       const uint64_t last = allocations();
       for (const bool once : GetParam().once) {
         const std::vector<uint64_t> points = chosen(seed + index, last, once);
-        const std::vector<ChildReport> reports =
-            in_children(points, [&](uint64_t nth) { return run(call, nth, once); });
-        for (std::size_t i = 0; i < points.size(); ++i) {
-          note(reports[i]);
-          if (reports[i].complaint.empty()) continue;
-          ADD_FAILURE() << "CORVAN_MEMORY_SEED=" << seed << " CORVAN_MEMORY_SHARE=" << share_ << " "
-                        << call.name << ", " << GetParam().name << ", allocation " << points[i]
-                        << (once ? " once" : " and from then on") << ": " << reports[i].complaint;
-          if (tally_.lost + tally_.aborted > 20) return;
+        try_points(call, points, once, false);
+        if (statements_are_kept()) try_points(call, points, once, true);
+        if (HasFailure()) {
+          ADD_FAILURE() << "CORVAN_MEMORY_SEED=" << seed << " CORVAN_MEMORY_SHARE=" << share_;
         }
+        if (tally_.lost + tally_.aborted > 20) return;
       }
+    }
+  }
+
+  void try_points(const Call& call, const std::vector<uint64_t>& points, bool once, bool idle) {
+    const std::vector<ChildReport> reports =
+        in_children(points, [&](uint64_t nth) { return run(call, nth, once, idle); });
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      note(reports[i]);
+      if (reports[i].complaint.empty()) continue;
+      ADD_FAILURE() << call.name << ", " << GetParam().name << ", allocation " << points[i]
+                    << (once ? " once" : " and from then on")
+                    << (idle ? ", statements idle: " : ": ") << reports[i].complaint;
     }
   }
 
