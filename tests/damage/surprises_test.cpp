@@ -12,6 +12,7 @@
 #include "tests/damage/examination.h"
 #include "tests/damage/files.h"
 #include "tests/support/failures.h"
+#include "tests/support/store_library.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -267,7 +268,7 @@ TEST_F(DamageSurprises, HeldStatementOutlivesTheDeletedFile) {
   EXPECT_TRUE(open());
   EXPECT_EQ(save(NewMessage().text("new")), 1);
   EXPECT_EQ(sqlite3_finalize(held), SQLITE_OK);
-  EXPECT_EQ(sqlite3_close(old_connection), SQLITE_OK);
+  EXPECT_EQ(close_connection(old_connection), SQLITE_OK);
   EXPECT_EQ(save(NewMessage().text("newer")), 2);
   EXPECT_EQ(rows("select content from t_message"), (Rows{"new", "newer"}));
   EXPECT_EQ(rows("pragma integrity_check"), Rows{"ok"});

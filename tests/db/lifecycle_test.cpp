@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/cv_database.h"
+#include "tests/support/store_library.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -322,7 +323,7 @@ TEST_F(Lifecycle, OpenStoreReopensForAnotherUserWithoutClosing) {
   EXPECT_EQ(take_ledger().front(), "pragma journal_mode=WAL");
   ASSERT_TRUE(store().set_sync_time(2000, true));
   EXPECT_EQ(rows("select * from t_sync"), Rows{"you|2000|0"});
-  EXPECT_EQ(sqlite3_close(previous), SQLITE_OK);
+  EXPECT_EQ(close_connection(previous), SQLITE_OK);
 }
 
 TEST_F(Lifecycle, FileWithExtensionIsNotOpened) {
@@ -350,7 +351,7 @@ TEST_F(Lifecycle, OpeningAnOpenStoreRecreatesAMissingFile) {
   EXPECT_EQ(rows("select count(*) from t_message"), Rows{"0"});
   EXPECT_EQ(rows("pragma user_version"), Rows{"1"});
   store().close_db();
-  EXPECT_EQ(sqlite3_close(previous), SQLITE_OK);
+  EXPECT_EQ(close_connection(previous), SQLITE_OK);
 }
 
 // ---- Closing ------------------------------------------------------------------------------------
@@ -376,7 +377,7 @@ TEST_F(Lifecycle, ClosingInterruptsARunningStatement) {
   EXPECT_FALSE(is_open());
   EXPECT_EQ(sqlite3_step(stmt), SQLITE_INTERRUPT);
   sqlite3_finalize(stmt);
-  EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
+  EXPECT_EQ(close_connection(db), SQLITE_OK);
 }
 
 // ---- Version and tables -------------------------------------------------------------------------

@@ -45,6 +45,7 @@
 #include <vector>
 
 #include "tests/support/failures.h"
+#include "tests/support/store_library.h"
 #include "tests/support/store_test.h"
 #include "tests/threads/meanwhile.h"
 
@@ -327,7 +328,7 @@ TEST_F(ThreadsNotSafe, PreparedStatementOutlivesItsStore) {
   store().close_db();
   EXPECT_EQ(store().get_pragma("select 1"), -1);  // the store does not use it any more
   EXPECT_EQ(store().step(stmt, true), SQLITE_ROW);
-  EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
+  EXPECT_EQ(close_connection(db), SQLITE_OK);
 }
 
 TEST_F(ThreadsNotSafeDeath, RunningStatementOfAClosedStoreAborts) {
