@@ -47,13 +47,13 @@ std::map<std::string, std::string> CvDatabase::table_index() {
        "server_uid text default '')"},
 
       // The duplicate test by client key: save_message, both is_message_exist by client key.
-      // Without the sender: few senders of one conversation use the same number, and narrower
-      // entries take fewer pages. Received messages, which have no number, are appended to their
-      // conversation's entries. The type comes last, so that no statement on a whole conversation
-      // uses this index.
+      // Received messages have the client uid 0. As the id follows the type, they are appended to
+      // the entries of their type; in an order by conversation or sender, each would change another
+      // page. The other columns make the test independent of the table, so that the planner prefers
+      // this index to those that begin with the conversation.
       {"t_message_client_uid",
        "create index if not exists t_message_client_uid "
-       "on t_message(session_id,client_uid,session_type)"},
+       "on t_message(client_uid,session_type,id,session_id,sender,server_uid)"},
 
       // clear_message_by_timestamp.
       {"t_message_sent_time",

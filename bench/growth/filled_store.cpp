@@ -125,6 +125,7 @@ void FilledStore::fill(int64_t messages, int conversations) {
       m.session_type_ = Corvan::CV_GROUP;
       m.sent_status_ = special.sent_status;
       direction = special.direction;
+      if (direction == 1) m.client_uid_ = 0;  // as docs/guide.md requires
       is_mention = place == 3 && i >= messages - 2000;
       if (is_mention) m.read_status_ = 0;
     } else if (i / (messages / 10) < 10 && i % (messages / 10) == 50) {

@@ -54,6 +54,7 @@ std::vector<Exception> exceptions(FilledStore& filled) {
   const Target& largest = filled.largest();
   const Target own = filled.target("own", "own", Corvan::CV_GROUP);
   const Target covered = filled.target("covered", "covered", Corvan::CV_GROUP);
+  const Target received = filled.target("received", "received", Corvan::CV_GROUP);
   const Target older = filled.target("older, read", "older-read", Corvan::CV_GROUP);
   const int64_t all = filled.conversations();
   const auto groups = static_cast<int64_t>(
@@ -80,6 +81,15 @@ std::vector<Exception> exceptions(FilledStore& filled) {
       {"history, page of a kind of message that is not there",
        "an index by kind of message would be written with every save", "message", largest.messages,
        200, [=] { expect_page(largest, 0, true, {"CV:FileMsg"}, 0); }},
+      {"is_message_exist by client keys, client uid 0, which many messages have",
+       "an index by conversation would be written on another page with every save", "message",
+       received.messages, 150,
+       [=] {
+         std::vector<Corvan::UpdateValue> keys(1);
+         keys[0].session_id_ = received.session_id;
+         keys[0].session_type_ = received.session_type;
+         verify(!store().is_message_exist(keys), "none");
+       }},
       {"is_message_exist after the beginning, own messages alone",
        "an index of received messages would be written with every save", "message", own.messages,
        150,

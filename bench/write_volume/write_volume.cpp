@@ -25,13 +25,12 @@ std::map<std::string, std::string> session(const std::string& columns) {
   return {{"t_message_session", "create index t_message_session on t_message" + columns}};
 }
 
-// First the index with the sender, with which a bound compares the schema.
+// First the index by conversation, with which a bound compares the schema.
 std::vector<Variant> variants() {
   return {
       {"t_message_client_uid by conversation, client uid, sender",
        client_uid("(session_id,session_type,client_uid,sender)")},
-      {"by client uid, type, id, conversation, sender, server uid",
-       client_uid("(client_uid,session_type,id,session_id,sender,server_uid)")},
+      {"by conversation, client uid", client_uid("(session_id,session_type,client_uid)")},
       {"by conversation, client uid, id, sender",
        client_uid("(session_id,session_type,client_uid,id,sender)")},
       {"by client uid, type, conversation", client_uid("(client_uid,session_type,session_id)")},
@@ -118,7 +117,7 @@ int run(const Options& options) {
                rows);
   if (!options.quick) {
     report.bound("bytes per 1,000 messages, to the index by conversation, client uid and sender",
-                 ratio, 0.95);
+                 ratio, 0.8);
   }
   return report.finish();
 }

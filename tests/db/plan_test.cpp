@@ -127,7 +127,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, PlanWithOtherIndexOrder, testing::Values(kEmpty
 class PlanOfOlderStore : public Plan {};
 
 // Opening a store changes no index.
-TEST_P(PlanOfOlderStore, TestByClientKeyUsesTheIndexWithTheSender) {
+TEST_P(PlanOfOlderStore, TestByClientKeyUsesTheIndexByConversation) {
   plant(
       "drop index t_message_client_uid;create index t_message_client_uid "
       "on t_message(session_id,session_type,client_uid,sender)");

@@ -126,8 +126,8 @@ TEST_F(Schema, AcceptsDuplicateMessages) {
 
 TEST_F(Schema, MessageIndexes) {
   EXPECT_EQ(indexes("t_message"),
-            (Rows{"sent_status|partial", "sent_time|", "server_uid|",
-                  "session_id,client_uid,session_type|",
+            (Rows{"client_uid,session_type,id,session_id,sender,server_uid|", "sent_status|partial",
+                  "sent_time|", "server_uid|",
                   "session_id,session_type,direction,sent_status,sent_time|partial",
                   "session_id,session_type,direction,sent_time,id,read_status,is_mention|partial",
                   "session_id,session_type,sent_time,id,direction,sent_status,object_name|",

@@ -156,7 +156,7 @@ TEST_F(IndexTest, BringsAnOlderStoreUpToDate) {
 }
 
 // Older stores have this index.
-TEST_F(IndexTest, ReplacesTheIndexByClientKeyWithTheSender) {
+TEST_F(IndexTest, ReplacesTheIndexByConversationAndClientUid) {
   const std::string name = "t_message_client_uid";
   plant("drop index " + name + ";create index " + name +
         " on t_message(session_id,session_type,client_uid,sender)");

@@ -66,8 +66,8 @@ constexpr QueryPlan kByServerUidAlone{
 constexpr QueryPlan kByServerUidIndex{
     "SEARCH t_message USING INDEX t_message_server_uid (server_uid=?)"};
 constexpr QueryPlan kByClientKeyIndex{
-    "SEARCH t_message USING INDEX t_message_client_uid "
-    "(session_id=? AND client_uid=? AND session_type=?)"};
+    "SEARCH t_message USING COVERING INDEX t_message_client_uid "
+    "(client_uid=? AND session_type=?)"};
 constexpr QueryPlan kBySending{"SEARCH t_message USING INDEX t_message_sending (sent_status=?)"};
 constexpr QueryPlan kBySentTime{"SEARCH t_message USING INDEX t_message_sent_time (sent_time<?)"};
 constexpr QueryPlan kByKind{"SEARCH t_message USING INDEX t_message_session_type (session_type=?)"};
