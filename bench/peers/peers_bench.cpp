@@ -428,7 +428,7 @@ void Comparison::replay_one_by_one() {
   std::vector<double> slow;
   slow.reserve(times.size());
   for (const std::vector<double>& each : times) slow.push_back(quantile(each, 0.99));
-  add_row("  of which one in a hundred takes more than", slow);
+  add_row("  99th percentile of the same", slow);
   add_writing("a transaction of one message", traffic, static_cast<double>(sizes_.singles));
 }
 
@@ -479,7 +479,7 @@ void Comparison::print_results() {
                     "; of messages/s more is better, of microseconds (medians) less",
                 columns, work_);
   report_.table("The disk meanwhile: microseconds to append 4 KiB and sync them",
-                {"median", "one in a hundred takes more than"},
+                {"median", "99th percentile"},
                 {{median(disk_.times()), quantile(disk_.times(), 0.99)}});
   report_.table("Written by each", {"work", "contender", "commits", "syncs", "bytes"}, writing_);
   report_.table("Files after the replay of " + store + ", in megabytes",
