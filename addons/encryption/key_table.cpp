@@ -1,0 +1,93 @@
+#include "addons/encryption/key_table.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+namespace Corvan {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kStoreName = "corvan";
+constexpr const char* kAddonPrefix = "corvan-";
+
+bool is_same(const fs::path& a, const fs::path& b) {
+  std::error_code missing;
+  return a == b || fs::equivalent(a, b, missing);
+}
+
+// The store's file can also be a link, whose target is elsewhere and has another name.
+bool is_file_of(const fs::path& file, const fs::path& folder) {
+  const std::string name = file.filename().string();
+  const bool is_named = name == kStoreName || name.rfind(kAddonPrefix, 0) == 0;
+  return (is_named && is_same(file.parent_path(), folder)) || is_same(file, folder / kStoreName);
+}
+
+}  // namespace
+
+KeyTable& KeyTable::get() {
+  static auto& table = *new KeyTable;
+  return table;
+}
+
+void KeyTable::set(const std::string& folder, const StoreKey& key) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (Entry* const known = entry(folder)) {
+    known->key = key;
+  } else {
+    entries_.push_back({folder, key});
+  }
+}
+
+void KeyTable::expect(const std::string& folder) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (entry(folder) == nullptr) entries_.push_back({folder, StoreKey()});
+}
+
+void KeyTable::clear(const std::string& folder) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (Entry* const known = entry(folder)) known->key = StoreKey();
+}
+
+void KeyTable::forget(const std::string& folder) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (Entry* const known = entry(folder)) entries_.erase(entries_.begin() + (known - &entries_[0]));
+}
+
+std::optional<StoreKey> KeyTable::find(const std::string& file) const {
+  const std::vector<Entry> known = entries();
+  const auto found = std::find_if(known.begin(), known.end(), [&file](const Entry& entry) {
+    return is_file_of(file, entry.folder);
+  });
+  if (found == known.end()) return std::nullopt;
+  return found->key;
+}
+
+KeyTable::Entry* KeyTable::entry(const std::string& folder) {
+  const auto found = std::find_if(entries_.begin(), entries_.end(), [&folder](const Entry& known) {
+    return is_same(known.folder, folder);
+  });
+  return found == entries_.end() ? nullptr : &*found;
+}
+
+std::vector<KeyTable::Entry> KeyTable::entries() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return entries_;
+}
+
+bool is_store_name(const std::string& file) {
+  return fs::path(file).filename() == kStoreName;
+}
+
+std::string resolved_folder(const cvrtc::Pathname& folder) {
+  if (folder.folder().empty()) return std::string();
+  std::error_code failure;
+  fs::path path = fs::weakly_canonical(fs::absolute(folder.folder(), failure), failure);
+  if (failure) path = fs::absolute(folder.folder(), failure).lexically_normal();
+  // The normal form of "/a/b/" ends with an empty name.
+  return (path.has_filename() ? path : path.parent_path()).string();
+}
+
+}  // namespace Corvan

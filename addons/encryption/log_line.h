@@ -1,0 +1,26 @@
+// The library's lines in the log.
+
+#ifndef ADDONS_ENCRYPTION_LOG_LINE_H_
+#define ADDONS_ENCRYPTION_LOG_LINE_H_
+
+#include <new>
+
+#include "base/log_message.h"
+
+namespace Corvan {
+
+// Writes one error line. If memory runs out, the line is lost.
+template <typename... Fields>
+void log_line(const Fields&... fields) {
+  if (!cvrtc::LogMessage::Loggable(cvrtc::LS_ERROR)) return;
+  try {
+    cvrtc::LogMessage message(cvrtc::LS_ERROR);
+    message.stream() << "StoreKeys: ";
+    (message.stream() << ... << fields);
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+}  // namespace Corvan
+
+#endif  // ADDONS_ENCRYPTION_LOG_LINE_H_
