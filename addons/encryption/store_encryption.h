@@ -18,7 +18,8 @@
 
 namespace Corvan {
 
-/// How a conversion ended. After anything but kDone and kAlreadyDone, the store is as it was.
+/// How a conversion ended. After anything but kDone and kAlreadyDone, the store holds what it held,
+/// with the same key.
 enum class ConversionResult : int32_t {
   kDone = 0,
   kAlreadyDone = 1,       ///< the store is already as it should become
@@ -52,8 +53,9 @@ struct Conversion {
 /// those of its log are overwritten with zeros; on flash memory, the device may keep older versions
 /// of them nevertheless.
 ///
-/// Anything but kDone and kAlreadyDone is logged in one line. Throws std::bad_alloc if memory runs
-/// out; the store is then as after a killed process.
+/// Anything but kDone and kAlreadyDone is logged in one line. So is kDone with a detail, which says
+/// that the folder could not be synced: after a power loss, the name may lead to the old store.
+/// Throws std::bad_alloc if memory runs out; the store is then as after a killed process.
 Conversion encrypt_store(const cvrtc::Pathname& folder, const StoreKey& key);
 
 /// Decrypts the folder's store with the key that StoreKeys has for it, and removes this key and the
@@ -61,8 +63,7 @@ Conversion encrypt_store(const cvrtc::Pathname& folder, const StoreKey& key);
 Conversion decrypt_store(const cvrtc::Pathname& folder);
 
 /// Encrypts the folder's store, whose present key is `old_key`, with `new_key`, and sets `new_key`.
-/// Otherwise as encrypt_store(). The log is written back to the file first, also if the copy fails
-/// later.
+/// Otherwise as encrypt_store().
 Conversion rekey_store(const cvrtc::Pathname& folder, const StoreKey& old_key,
                        const StoreKey& new_key);
 
