@@ -3,7 +3,7 @@
 include(CMakePackageConfigHelpers)
 
 set(folders base db)
-if(TARGET corvan_db_cached)
+if(CORVAN_BUILD_ADDONS)
   list(APPEND folders addons)
 endif()
 foreach(folder IN LISTS folders)
@@ -82,4 +82,8 @@ if(TARGET corvan_db_cached)
                    ${CORVAN_CACHED_SQLITE_MINIMUM})
   corvan_pkgconfig(corvan-cached-own-base.pc "${cached}, for hosts with a base of their own"
                    "-lcorvan_db_cached" ${CORVAN_CACHED_SQLITE_MINIMUM})
+endif()
+if(TARGET corvan_encryption)
+  corvan_pkgconfig(corvan-encryption.pc "Encryption at rest for the Corvan store" "-lcorvan_encryption"
+                   ${CORVAN_SQLITE_MINIMUM})
 endif()

@@ -153,12 +153,14 @@ passed
 # except inline members of the same classes.
 check="exported symbols"
 folder=$(library_folder tree-both)
-for name in base db db_cached; do
+names=(base db db_cached)
+[ -n "$sqlite" ] || names+=(encryption)
+for name in "${names[@]}"; do
   nm -C --defined-only --extern-only "$folder/libcorvan_$name.a" |
     sed -n 's/^[0-9a-f]* [TBD] //p' | grep -vxF -e 'Corvan::CvDbSingleton::~CvDbSingleton()' \
       -e 'Corvan::CvDbSingleton::prepare(char const*, int&)' \
       -e 'Corvan::CvDbSingleton::instance_' |
-    grep -v '^corvan_cached_\|^Corvan::statement_cache::' | sort -u >functions
+    grep -v '^corvan_cached_\|^Corvan::\(statement_cache\|encryption\)::' | sort -u >functions
   nm -DC --defined-only "$folder/libcorvan_$name.so" |
     grep -v -e " A CORVAN_$minor\$" -e ' W \(Corvan\|cvrtc\)::' |
     sed "s/^[0-9a-f]* . //; s/@@CORVAN_$minor\$//" | sort -u >exported
@@ -197,6 +199,13 @@ for flavour in static shared; do
     loads program/cached no
     loads program/cached "$wanted" db_cached
     run "$work/program/cached"
+    if [ "$flavour" = shared ] && [ -n "$sqlite" ]; then
+      # The shared store keeps its SQLite to itself.
+      [ ! -e program/encrypted ] || fail "offers encryption for another SQLite than the store's"
+    else
+      loads program/encrypted "$wanted" encryption
+      run "$work/program/encrypted"
+    fi
     passed
   done
 done
@@ -269,6 +278,20 @@ export LD_LIBRARY_PATH
 loads consumers/pkg_config/consumer yes db_cached
 run "$work/consumers/pkg_config/consumer"
 unset LD_LIBRARY_PATH
+passed
+
+check="pkg-config: with encryption, static and shared"
+encrypted=(PACKAGE="corvan-encryption corvan" CXXFLAGS=-DWITH_ENCRYPTION)
+consumer_pkg_config tree-static "${encrypted[@]}"
+run "$work/consumers/pkg_config/consumer"
+if [ -z "$sqlite" ]; then
+  consumer_pkg_config tree-shared "${encrypted[@]}"
+  LD_LIBRARY_PATH=$(library_folder "$work/tree-shared")
+  export LD_LIBRARY_PATH
+  loads consumers/pkg_config/consumer yes encryption
+  run "$work/consumers/pkg_config/consumer"
+  unset LD_LIBRARY_PATH
+fi
 passed
 
 check="pkg-config: shared alone, on a machine without SQLite's headers"

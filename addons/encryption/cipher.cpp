@@ -10,7 +10,7 @@
 #include "addons/encryption/log_line.h"
 #include "addons/encryption/secret.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -88,12 +88,19 @@ void leave_log_alone([[maybe_unused]] sqlite3* connection) {
 #endif
 }
 
+// SQLite overwrites the memory that it frees, which contains copies of the key's statement. Builds
+// that cannot do so ignore the pragma.
+void choose_cipher(sqlite3* connection) {
+  run(connection, "pragma memory_security=fill");
+  run(connection, "pragma cipher='chacha20'");
+}
+
 Unlocking give_key(sqlite3* connection, const StoreKey& key) {
   const bool sqlcipher = is_sqlcipher(connection);
   if (!sqlcipher && !is_multiple_ciphers(connection)) {
     return {KeyRefusal::kNoCipher, SQLITE_AUTH};
   }
-  if (!sqlcipher) run(connection, "pragma cipher='chacha20'");
+  if (!sqlcipher) choose_cipher(connection);
   const int keyed = run(connection, key.secret().c_str());
   if (keyed == SQLITE_NOMEM) return {KeyRefusal::kUnreadable, keyed};
   if (keyed != SQLITE_OK) return {KeyRefusal::kNoCipher, keyed};  // the VFS does not encrypt
@@ -134,4 +141,4 @@ void log_refusal(const char* file, const Unlocking& result) {
   log_line(file, ": ", to_text(result.refusal), " (", sqlite3_errstr(result.code), ")");
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

@@ -8,7 +8,7 @@
 
 struct sqlite3;
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // What became of a file: kNone if it is open, otherwise why it is not and SQLite's result code.
 struct Unlocking {
@@ -34,6 +34,6 @@ Unlocking unlock(sqlite3* connection, const StoreKey& key);
 // Writes the line in the log that says why a file was refused.
 void log_refusal(const char* file, const Unlocking& result);
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_CIPHER_H_

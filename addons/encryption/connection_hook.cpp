@@ -9,7 +9,7 @@
 #include "addons/encryption/cipher.h"
 #include "addons/encryption/key_table.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -72,4 +72,4 @@ HookPause::~HookPause() {
   is_paused = was_paused_;
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

@@ -5,7 +5,7 @@
 
 #include "addons/encryption/store_keys.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // Registers it, and returns SQLite's result code.
 int install_hook();
@@ -25,6 +25,6 @@ class HookPause {
   const bool was_paused_;
 };
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_CONNECTION_HOOK_H_

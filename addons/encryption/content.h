@@ -5,7 +5,7 @@
 
 #include "addons/encryption/database.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // Fills an empty database with the schema, the rows and their row ids, and the settings of another,
 // in one transaction. Throws ConversionFailure.
@@ -15,6 +15,6 @@ void copy_content(const Database& from, const Database& to);
 // check on `copy`. Throws ConversionFailure if anything differs.
 void require_equal(const Database& original, const Database& copy);
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_CONTENT_H_

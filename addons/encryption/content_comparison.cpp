@@ -5,7 +5,7 @@
 #include "addons/encryption/content.h"
 #include "addons/encryption/content_tables.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -86,4 +86,4 @@ void require_equal(const Database& original, const Database& copy) {
   if (integrity != "ok") fail(integrity);
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

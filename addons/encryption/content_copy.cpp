@@ -3,7 +3,7 @@
 #include "addons/encryption/content.h"
 #include "addons/encryption/content_tables.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -94,4 +94,4 @@ void copy_content(const Database& from, const Database& to) {
   to.run("commit");
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

@@ -4,7 +4,7 @@
 #include <array>
 #include <numeric>
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -74,4 +74,4 @@ std::string select_rows(const ContentTable& table) {
   return "select " + columns + " from " + identifier(table.name) + table.order;
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

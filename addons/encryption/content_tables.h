@@ -8,7 +8,7 @@
 
 #include "addons/encryption/database.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 struct ContentTable {
   std::string name;
@@ -26,6 +26,6 @@ std::vector<ContentTable> table_if_any(const Database& database, const std::stri
 // Reads all rows of the table, with its columns.
 std::string select_rows(const ContentTable& table);
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_CONTENT_TABLES_H_

@@ -3,7 +3,7 @@
 #include "addons/encryption/cipher.h"
 #include "addons/encryption/connection_hook.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -118,4 +118,4 @@ std::string literal(std::string_view text) {
   return quoted(text, '\'');
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

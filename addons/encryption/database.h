@@ -13,7 +13,7 @@
 
 #include "addons/encryption/store_encryption.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // Ends a conversion. Caught by the functions of store_encryption.h.
 class ConversionFailure : public std::exception {
@@ -86,6 +86,6 @@ class Database {
 std::string identifier(std::string_view name);
 std::string literal(std::string_view text);
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_DATABASE_H_

@@ -8,7 +8,7 @@
 
 #include <utility>
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // Closes the descriptor. What open() returned is kept as it is, -1 included.
 class Descriptor {
@@ -35,6 +35,6 @@ class Descriptor {
   int descriptor_;
 };
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_DESCRIPTOR_H_

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -90,4 +90,4 @@ std::string resolved_folder(const cvrtc::Pathname& folder) {
   return (path.has_filename() ? path : path.parent_path()).string();
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

@@ -10,7 +10,7 @@
 
 #include "addons/encryption/store_keys.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // All members may be called from any thread.
 class KeyTable {
@@ -48,6 +48,6 @@ bool is_store_name(const std::string& file);
 // empty.
 std::string resolved_folder(const cvrtc::Pathname& folder);
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_KEY_TABLE_H_

@@ -7,7 +7,7 @@
 
 #include "base/log_message.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // Writes one error line. If memory runs out, the line is lost.
 template <typename... Fields>
@@ -21,6 +21,6 @@ void log_line(const Fields&... fields) {
   }
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_LOG_LINE_H_

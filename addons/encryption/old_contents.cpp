@@ -9,7 +9,7 @@
 #include <array>
 #include <cstddef>
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -56,4 +56,4 @@ void OldContents::overwrite() const {
   for (const Descriptor& file : files_) write_zeros(file);
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

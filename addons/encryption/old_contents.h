@@ -8,7 +8,7 @@
 
 #include "addons/encryption/descriptor.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 class OldContents {
  public:
@@ -24,6 +24,6 @@ class OldContents {
   std::vector<Descriptor> files_;
 };
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_OLD_CONTENTS_H_

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <new>
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -62,4 +62,4 @@ void Secret::append_hex(const unsigned char* bytes, std::size_t count) {
   }
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

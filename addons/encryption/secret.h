@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // Overwrites memory with zeros. The compiler does not optimise it away.
 void wipe(void* bytes, std::size_t size);
@@ -36,6 +36,6 @@ class Secret {
   const std::size_t allocated_;
 };
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_SECRET_H_

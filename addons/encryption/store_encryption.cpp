@@ -16,6 +16,11 @@ namespace Corvan {
 
 namespace {
 
+using encryption::ConversionFailure;
+using encryption::Database;
+using encryption::OldContents;
+using encryption::StoreFile;
+
 // Whether the copy replaces bytes that must not be found again.
 enum class OldBytes { kKeep, kOverwrite };
 
@@ -48,14 +53,14 @@ void fill_copy(const Database& store, const StoreFile& file, const StoreKey& key
   copy.run("pragma temp_store=2");
   copy.run("pragma journal_mode=off");
   copy.run("pragma synchronous=off");
-  copy_content(store, copy);
+  encryption::copy_content(store, copy);
 }
 
 // Opens the copy again, as a store is opened.
 void check_copy(const Database& store, const StoreFile& file, const StoreKey& key) {
   const Database copy(file.copy(), key);
   copy.run("pragma temp_store=2");
-  require_equal(store, copy);
+  encryption::require_equal(store, copy);
 }
 
 void make_copy(const Database& store, const StoreFile& file, const StoreKey& key) {
@@ -99,7 +104,7 @@ Conversion already_done(const StoreFile& file, const StoreKey& key) {
 
 bool is_plain(const StoreFile& file) {
   const Database store(file.path(), StoreKey());
-  return main_file_kind(store.handle()) == FileKind::kPlain;
+  return encryption::main_file_kind(store.handle()) == encryption::FileKind::kPlain;
 }
 
 // Whether the encrypted file can be opened with this key. Throws if something else is wrong.
@@ -121,7 +126,7 @@ Conversion encrypt(const StoreFile& file, const StoreKey& key) {
 
 Conversion decrypt(const StoreFile& file) {
   if (is_plain(file)) return already_done(file, StoreKey());
-  const StoreKey key = KeyTable::get().find(file.path()).value_or(StoreKey());
+  const StoreKey key = encryption::KeyTable::get().find(file.path()).value_or(StoreKey());
   if (!key.is_valid()) throw ConversionFailure(ConversionResult::kNoKey);
   return convert(file, key, StoreKey(), OldBytes::kKeep);
 }
@@ -154,7 +159,8 @@ Conversion run(const cvrtc::Pathname& folder, const Work& work) {
   const bool is_done = conversion.result == ConversionResult::kDone ||
                        conversion.result == ConversionResult::kAlreadyDone;
   if (!is_done || !conversion.detail.empty()) {
-    log_line(folder.folder(), "corvan: ", to_text(conversion.result), "; ", conversion.detail);
+    encryption::log_line(folder.folder(), "corvan: ", to_text(conversion.result), "; ",
+                         conversion.detail);
   }
   return conversion;
 }

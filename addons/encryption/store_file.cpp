@@ -15,7 +15,7 @@
 #include "addons/encryption/descriptor.h"
 #include "addons/encryption/store_encryption.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 namespace {
 
@@ -100,4 +100,4 @@ std::string StoreFile::folder() const {
   return fs::path(path_).parent_path().string();
 }
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption

@@ -7,7 +7,7 @@
 
 #include "base/pathname.h"
 
-namespace Corvan {
+namespace Corvan::encryption {
 
 // The store's file and its unfinished copy. All members throw ConversionFailure if the system
 // refuses a call.
@@ -44,6 +44,6 @@ class StoreFile {
   std::string path_;
 };
 
-}  // namespace Corvan
+}  // namespace Corvan::encryption
 
 #endif  // ADDONS_ENCRYPTION_STORE_FILE_H_

@@ -9,6 +9,9 @@ namespace Corvan {
 
 namespace {
 
+using encryption::Secret;
+using encryption::wipe;
+
 // Ciphers take these for the beginning of raw bytes.
 bool looks_raw(std::string_view text) {
   return text.substr(0, 4) == "raw:" || text.substr(0, 2) == "x'" || text.substr(0, 2) == "X'";

@@ -13,6 +13,10 @@ namespace Corvan {
 
 namespace {
 
+using encryption::KeyTable;
+using encryption::log_line;
+using encryption::resolved_folder;
+
 // The folder's resolved path if it can be watched, otherwise empty.
 std::string watched(const cvrtc::Pathname& folder) {
   const std::string path = resolved_folder(folder);
@@ -23,17 +27,17 @@ std::string watched(const cvrtc::Pathname& folder) {
 }  // namespace
 
 bool StoreKeys::has_cipher() {
-  const HookPause pause;
+  const encryption::HookPause pause;
   sqlite3* connection = nullptr;
   const bool has =
       sqlite3_open_v2(":memory:", &connection, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
-      Corvan::has_cipher(connection);
+      encryption::has_cipher(connection);
   sqlite3_close(connection);
   return has;
 }
 
 bool StoreKeys::install() {
-  const int code = install_hook();
+  const int code = encryption::install_hook();
   if (code != SQLITE_OK) log_line("SQLite does not register extensions: ", sqlite3_errstr(code));
   return code == SQLITE_OK;
 }
@@ -65,16 +69,17 @@ void StoreKeys::forget(const cvrtc::Pathname& folder) {
 }
 
 KeyRefusal StoreKeys::unlock(sqlite3* connection, const StoreKey& key) {
-  const Unlocking result =
-      key.is_valid() ? Corvan::unlock(connection, key) : Unlocking{KeyRefusal::kNoKey, SQLITE_AUTH};
+  const encryption::Unlocking result = key.is_valid()
+                                           ? encryption::unlock(connection, key)
+                                           : encryption::Unlocking{KeyRefusal::kNoKey, SQLITE_AUTH};
   if (result.refusal != KeyRefusal::kNone) {
-    log_refusal(sqlite3_db_filename(connection, "main"), result);
+    encryption::log_refusal(sqlite3_db_filename(connection, "main"), result);
   }
   return result.refusal;
 }
 
 KeyRefusal StoreKeys::last_refusal() {
-  return last_hook_refusal();
+  return encryption::last_hook_refusal();
 }
 
 const char* to_text(KeyRefusal refusal) {

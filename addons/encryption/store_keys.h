@@ -23,7 +23,9 @@ struct sqlite3;
 
 namespace Corvan {
 
+namespace encryption {
 class Secret;
+}
 
 /// The key of a store: 32 bytes, or a passphrase from which the cipher derives them. Copies share
 /// the secret, which is overwritten when the last of them is gone. It lies in memory that, where
@@ -55,10 +57,10 @@ class StoreKey {
   bool is_valid() const { return secret_ != nullptr; }
 
   /// The key as the cipher's statement takes it, for this library's own use.
-  const Secret& secret() const { return *secret_; }
+  const encryption::Secret& secret() const { return *secret_; }
 
  private:
-  std::shared_ptr<const Secret> secret_;
+  std::shared_ptr<const encryption::Secret> secret_;
 };
 
 /// Why a store was not opened, or not converted.

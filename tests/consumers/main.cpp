@@ -1,9 +1,13 @@
 // Opens a store in the working directory, saves a message, reads it back, and prints that and the
-// versions of the headers and of the schema.
+// versions of the headers and of the schema. WITH_ENCRYPTION: the store is encrypted if SQLite has a
+// cipher; without one, it must be refused before it is opened unencrypted.
 
 #include <iostream>
 #include <vector>
 
+#if defined(WITH_ENCRYPTION)
+#include "addons/encryption/store_keys.h"
+#endif
 #if defined(WITH_STATEMENT_CACHE)
 #include "addons/statement_cache/statement_cache.h"
 #endif
@@ -17,6 +21,16 @@ int main() {
   if (!Corvan::StatementCache::set_limit(32)) return 1;
 #endif
   auto* store = Corvan::CvDbSingleton::get_instance();
+#if defined(WITH_ENCRYPTION)
+  Corvan::StoreKey::Bytes bytes{1, 2, 3};
+  if (!Corvan::StoreKeys::set(cvrtc::Pathname("./"), Corvan::StoreKey(bytes))) return 1;
+  if (!Corvan::StoreKeys::has_cipher()) {
+    cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_NONE);
+    if (store->init_open_db(cvrtc::Pathname("./"), "", "me")) return 1;
+    Corvan::StoreKeys::forget(cvrtc::Pathname("./"));
+    cvrtc::LogMessage::SetMinSeverity(cvrtc::LS_ERROR);
+  }
+#endif
   if (!store->init_open_db(cvrtc::Pathname("./"), "", "me")) return 1;
   store->save_message("team", Corvan::CV_GROUP, "CV:TxtMsg", "peer", "Hello!", true, 0, 0, false, 0,
                       0, "server-id-1", false, false, true);
