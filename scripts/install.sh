@@ -26,7 +26,8 @@ for purpose in "$@"; do
     packages) packages+=(binutils dpkg-dev file make pkg-config) ;;
     size) packages+=(clang) ;;
     sqlite) packages+=(gcc make tcl dpkg-dev debian-archive-keyring) ;;
-    sqlite-upstream | sqlite-cipher) packages+=(npm) ;;
+    sqlite-upstream) packages+=(npm) ;;
+    sqlite-cipher) packages+=(npm patch) ;;
     sqlcipher) packages+=(libsqlcipher-dev) ;;
     docs) packages+=(doxygen) ;;
     html) packages+=(chromium fonts-noto-color-emoji fonts-wqy-microhei) ;;

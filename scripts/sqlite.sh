@@ -7,7 +7,7 @@
 # Usage: sqlite.sh [--upstream | --cipher] [FOLDER]
 #   --upstream  the release of SQLite in the npm package better-sqlite3, version below
 #   --cipher    a release of SQLite that can encrypt its files, SQLite3 Multiple Ciphers, in the npm
-#               package better-sqlite3-multiple-ciphers, version below
+#               package better-sqlite3-multiple-ciphers, version below; sqlite_cipher.patch mends it
 #   FOLDER      receives sqlite3.c and sqlite3.h, and library/ with the library; default: build/sqlite,
 #               build/sqlite-upstream or build/sqlite-cipher
 # Without --upstream and --cipher: the source package of this machine's Debian.
@@ -18,6 +18,7 @@ upstream_package=better-sqlite3@12.11.1
 upstream_sha256=ebf0ed75a7a59dbcb3b24bbd014ef49d9f15bc328e4adcbf516f2a8fadfa2835
 cipher_package=better-sqlite3-multiple-ciphers@13.0.3
 cipher_sha256=24a11e221247fc003f755ad0f82126bc6b0295d0be1c06f3cb3e48d9db8eb898
+cipher_patch=$PWD/scripts/sqlite_cipher.patch
 npm_folder=package/deps/sqlite3  # in either package
 
 fail() {
@@ -44,10 +45,14 @@ for argument in "$@"; do
       ;;
   esac
 done
+# The origin is noted in the folder, to tell whether its amalgamation is the one that is wanted.
 case "$kind" in
-  upstream) origin=$upstream_package sha256=$upstream_sha256 ;;
-  cipher) origin=$cipher_package sha256=$cipher_sha256 ;;
-  *) origin=debian sha256= ;;
+  upstream) package=$upstream_package sha256=$upstream_sha256 origin=$package ;;
+  cipher)
+    package=$cipher_package sha256=$cipher_sha256
+    origin="$package, patch $(sha256sum <"$cipher_patch")"
+    ;;
+  *) origin=debian ;;
 esac
 [ -n "$folder" ] || folder=build/sqlite${kind:+-$kind}
 mkdir -p "$folder"
@@ -92,10 +97,11 @@ make_from_debian() {
 unpack_from_npm() {
   bash scripts/install.sh "sqlite-$kind"
   mkdir -p "$work/made"
-  echo "Fetching SQLite in the npm package $origin"
-  (cd "$work" && quietly npm pack --ignore-scripts "$origin")
+  echo "Fetching SQLite in the npm package $package"
+  (cd "$work" && quietly npm pack --ignore-scripts "$package")
   quietly sha256sum --check - <<<"$sha256  $(echo "$work"/*.tgz)"
   quietly tar -xf "$work"/*.tgz -C "$work/made" --strip-components=3 "$npm_folder"
+  [ "$kind" != cipher ] || quietly patch --fuzz=0 -d "$work/made" -p1 -i "$cipher_patch"
 }
 
 if [ -e "$folder/sqlite3.c" ] && [ ! -e "$folder/origin" ]; then
