@@ -64,13 +64,14 @@ corvan_sqlite_functions(sqlite_functions)
 set(sqlite_cipher)
 if(CORVAN_SQLITE_CIPHER)
   set(sqlite_cipher
-    # The cipher leaves SQLite's temporary files in plain text, so sorts and VACUUM work in memory unless
-    # a connection says `pragma temp_store=file`.
+    # The cipher does not encrypt temporary files: those of sorts, of VACUUM and of statement journals.
+    # They stay in memory unless a connection says `pragma temp_store=file`.
     SQLITE_TEMP_STORE=2
-    # Lets `pragma memory_security=fill` overwrite all memory that SQLite frees.
+    # Lets `pragma memory_security=fill` overwrite all memory that SQLite frees. Until then it costs
+    # 0.01 % of the instructions, afterwards 0.3 % to 0.7 %.
     SQLITE3MC_SECURE_MEMORY=1
-    # ChaCha20-Poly1305, the default, and the format of SQLCipher are kept, the latter to read files that
-    # SQLCipher wrote. Nothing needs the other ciphers.
+    # ChaCha20-Poly1305 is the default. SQLCipher's format is kept to read files that SQLCipher wrote, for
+    # 60 kB. The other ciphers would add 380 kB. AES uses the processor's instructions without flags.
     HAVE_CIPHER_AES_128_CBC=0
     HAVE_CIPHER_AES_256_CBC=0
     HAVE_CIPHER_RC4=0
@@ -98,9 +99,10 @@ foreach(option IN LISTS CORVAN_SQLITE_OPTIONS)
     target_compile_definitions(corvan_sqlite PRIVATE "${option}")
   endif()
 endforeach()
-target_link_libraries(corvan_sqlite PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
+set(sqlite_libraries ${CMAKE_DL_LIBS} m)  # FTS5 needs log()
+target_link_libraries(corvan_sqlite PRIVATE Threads::Threads ${sqlite_libraries})
 # The same for pkg-config.
-list(TRANSFORM CMAKE_DL_LIBS PREPEND "-l" OUTPUT_VARIABLE CORVAN_SQLITE_FLAGS)
+list(TRANSFORM sqlite_libraries PREPEND "-l" OUTPUT_VARIABLE CORVAN_SQLITE_FLAGS)
 list(PREPEND CORVAN_SQLITE_FLAGS ${CMAKE_THREAD_LIBS_INIT})
 list(JOIN CORVAN_SQLITE_FLAGS " " CORVAN_SQLITE_FLAGS)
 set_target_properties(corvan_sqlite PROPERTIES
