@@ -36,8 +36,8 @@ endif()
 # An amalgamation of SQLite3 Multiple Ciphers names its own version in sqlite3.h, too.
 file(STRINGS "${sqlite_folder}/sqlite3.h" CORVAN_SQLITE_CIPHER
      REGEX "^#define SQLITE3MC_VERSION_STRING +\"")
-string(REGEX REPLACE "^[^\"]*\"([^\"]*)\".*" " with \\1" CORVAN_SQLITE_CIPHER "${CORVAN_SQLITE_CIPHER}")
-message(STATUS "SQLite ${SQLite3_VERSION}${CORVAN_SQLITE_CIPHER}, compiled from ${sqlite_folder}")
+string(REGEX REPLACE "^[^\"]*\"([^\"]*)\".*" "\\1" CORVAN_SQLITE_CIPHER "${CORVAN_SQLITE_CIPHER}")
+message(STATUS "SQLite ${SQLite3_VERSION}, compiled from ${sqlite_folder}")
 
 enable_language(C)
 set(THREADS_PREFER_PTHREAD_FLAG ON)
@@ -63,6 +63,7 @@ corvan_sqlite_functions(sqlite_functions)
 
 set(sqlite_cipher)
 if(CORVAN_SQLITE_CIPHER)
+  message(STATUS "SQLite can encrypt files: ${CORVAN_SQLITE_CIPHER}")
   set(sqlite_cipher
     # The cipher does not encrypt temporary files: those of sorts, of VACUUM and of statement journals.
     # They stay in memory unless a connection says `pragma temp_store=file`.
