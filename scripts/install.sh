@@ -2,7 +2,8 @@
 # Installs the missing Debian packages for the given purposes and prints their names. Never removes a
 # package.
 # Usage: install.sh build|tools|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
-#                   tests-source|libc++|cross-arm64|cross-armhf|clean-system|sqlite|sqlite-upstream...
+#                   tests-source|libc++|cross-arm64|cross-armhf|clean-system|sqlite|sqlite-upstream|
+#                   sqlite-cipher|sqlcipher...
 set -euo pipefail
 
 packages=()
@@ -26,6 +27,8 @@ for purpose in "$@"; do
     size) packages+=(clang) ;;
     sqlite) packages+=(gcc make tcl dpkg-dev debian-archive-keyring) ;;
     sqlite-upstream) packages+=(npm) ;;
+    sqlite-cipher) packages+=(npm patch) ;;
+    sqlcipher) packages+=(libsqlcipher-dev) ;;
     docs) packages+=(doxygen) ;;
     html) packages+=(chromium fonts-noto-color-emoji fonts-wqy-microhei) ;;
     lint) packages+=(git clang clang-format clang-tidy cppcheck shellcheck) ;;

@@ -4,32 +4,40 @@
 # but does not change the machine's package sources. Quick if FOLDER already has the amalgamation; remove
 # FOLDER to fetch it again.
 #
-# Usage: sqlite.sh [--upstream] [FOLDER]
-#   --upstream  the release of SQLite that is contained in the npm package named below; without it, the
-#               source package of this machine's Debian
+# Usage: sqlite.sh [--upstream | --cipher] [FOLDER]
+#   --upstream  the release of SQLite in the npm package better-sqlite3, version below
+#   --cipher    a release of SQLite that can encrypt its files, SQLite3 Multiple Ciphers, in the npm
+#               package better-sqlite3-multiple-ciphers, version below; sqlite_cipher.patch mends it
 #   FOLDER      receives sqlite3.c and sqlite3.h, and library/ with the library; default: build/sqlite,
-#               with --upstream build/sqlite-upstream
+#               build/sqlite-upstream or build/sqlite-cipher
+# Without --upstream and --cipher: the source package of this machine's Debian.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 upstream_package=better-sqlite3@12.11.1
 upstream_sha256=ebf0ed75a7a59dbcb3b24bbd014ef49d9f15bc328e4adcbf516f2a8fadfa2835
-upstream_folder=package/deps/sqlite3  # in the package
+cipher_package=better-sqlite3-multiple-ciphers@13.0.3
+cipher_sha256=24a11e221247fc003f755ad0f82126bc6b0295d0be1c06f3cb3e48d9db8eb898
+cipher_patch=$PWD/scripts/sqlite_cipher.patch
+npm_folder=package/deps/sqlite3  # in either package
 
 fail() {
   echo "sqlite.sh: $*" >&2
   exit 1
 }
 usage() {
-  echo "sqlite.sh: $*; usage: sqlite.sh [--upstream] [FOLDER]" >&2
+  echo "sqlite.sh: $*; usage: sqlite.sh [--upstream | --cipher] [FOLDER]" >&2
   exit 2
 }
 
-origin=debian
+kind=
 folder=
 for argument in "$@"; do
   case "$argument" in
-    --upstream) origin=$upstream_package ;;
+    --upstream | --cipher)
+      [ -z "$kind" ] || usage "more than one of --upstream and --cipher"
+      kind=${argument#--}
+      ;;
     -*) usage "unknown option: $argument" ;;
     *)
       [ -z "$folder" ] || usage "more than one folder"
@@ -37,10 +45,16 @@ for argument in "$@"; do
       ;;
   esac
 done
-if [ -z "$folder" ]; then
-  folder=build/sqlite
-  [ "$origin" = debian ] || folder=build/sqlite-upstream
-fi
+# The origin is noted in the folder, to tell whether its amalgamation is the one that is wanted.
+case "$kind" in
+  upstream) package=$upstream_package sha256=$upstream_sha256 origin=$package ;;
+  cipher)
+    package=$cipher_package sha256=$cipher_sha256
+    origin="$package, patch $(sha256sum <"$cipher_patch")"
+    ;;
+  *) origin=debian ;;
+esac
+[ -n "$folder" ] || folder=build/sqlite${kind:+-$kind}
 mkdir -p "$folder"
 folder=$(realpath "$folder")
 work=$folder/work
@@ -80,13 +94,14 @@ make_from_debian() {
 }
 
 # Fetches the npm package and unpacks its amalgamation into $work/made.
-unpack_from_upstream() {
-  bash scripts/install.sh sqlite-upstream
+unpack_from_npm() {
+  bash scripts/install.sh "sqlite-$kind"
   mkdir -p "$work/made"
-  echo "Fetching SQLite in the npm package $upstream_package"
-  (cd "$work" && quietly npm pack --ignore-scripts "$upstream_package")
-  quietly sha256sum --check - <<<"$upstream_sha256  $(echo "$work"/*.tgz)"
-  quietly tar -xf "$work"/*.tgz -C "$work/made" --strip-components=3 "$upstream_folder"
+  echo "Fetching SQLite in the npm package $package"
+  (cd "$work" && quietly npm pack --ignore-scripts "$package")
+  quietly sha256sum --check - <<<"$sha256  $(echo "$work"/*.tgz)"
+  quietly tar -xf "$work"/*.tgz -C "$work/made" --strip-components=3 "$npm_folder"
+  [ "$kind" != cipher ] || quietly patch --fuzz=0 -d "$work/made" -p1 -i "$cipher_patch"
 }
 
 if [ -e "$folder/sqlite3.c" ] && [ ! -e "$folder/origin" ]; then
@@ -94,7 +109,7 @@ if [ -e "$folder/sqlite3.c" ] && [ ! -e "$folder/origin" ]; then
 fi
 if [ "$(cat "$folder/origin" 2>/dev/null)" != "$origin" ] || [ ! -e "$folder/sqlite3.c" ]; then
   rm -rf "$folder"/{origin,sqlite3.c,sqlite3.h} "$work"
-  if [ "$origin" = debian ]; then make_from_debian; else unpack_from_upstream; fi
+  if [ "$origin" = debian ]; then make_from_debian; else unpack_from_npm; fi
   echo "$origin" >"$folder/origin"
   mv "$work/made/sqlite3.h" "$work/made/sqlite3.c" "$folder"
 fi
@@ -108,7 +123,12 @@ quietly cmake -S . -B "$folder/library" -G Ninja -DCMAKE_BUILD_TYPE=Release \
 quietly cmake --build "$folder/library" --target corvan_sqlite
 rm -rf "$work"
 
-version=$(sed -n 's/^#define SQLITE_VERSION *"\(.*\)"/\1/p' "$folder/sqlite3.h")
-echo "SQLite $version: $folder/sqlite3.c and sqlite3.h"
+# defined NAME FILE: the string that the file defines as NAME; empty if it defines none.
+defined() {
+  sed -n "s/^#define $1 *\"\(.*\)\"/\1/p" "$2"
+}
+
+cipher=$(defined SQLITE3MC_VERSION_STRING "$folder/sqlite3.c")
+echo "SQLite $(defined SQLITE_VERSION "$folder/sqlite3.h")${cipher:+ with $cipher}: $folder/sqlite3.c and sqlite3.h"
 echo "compiled: $folder/library/libcorvan_sqlite.a"
 echo "for CMake: -DCORVAN_SQLITE_AMALGAMATION=$folder"

@@ -7,6 +7,9 @@
 #   clang++          clang++ with libc++
 #   sqlite           as g++, with SQLite compiled into the project, from Debian's source package
 #   sqlite-upstream  as sqlite, from a current release of SQLite
+#   cipher           as sqlite, from a release of SQLite that can encrypt its files; here without a key
+#   sqlcipher        as g++, with Debian's SQLCipher in place of SQLite: the store and its tests, without
+#                    Corvan::db_cached, the tool and the tests that need a newer SQLite
 #   arm64            cross-built with g++, run under QEMU's user-mode emulation
 #   armhf            as arm64, 32 bits
 #   debian12         scripts/demo.sh and scripts/test.sh in an empty Debian 12, created in a folder; needs
@@ -16,15 +19,15 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-all=(g++ clang++ sqlite sqlite-upstream arm64 armhf debian12 debian13)
+all=(g++ clang++ sqlite sqlite-upstream cipher sqlcipher arm64 armhf debian12 debian13)
 legs=("$@")
 [ ${#legs[@]} -gt 0 ] || legs=("${all[@]}")
 for leg in "${legs[@]}"; do
   case "$leg" in
-    g++ | clang++ | sqlite | sqlite-upstream | arm64 | armhf) ;;
+    g++ | clang++ | sqlite | sqlite-upstream | cipher | sqlcipher | arm64 | armhf) ;;
     debian12 | debian13)
       if [ "$(id -u)" != 0 ]; then
-        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:6}" >&2
+        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:8}" >&2
         exit 2
       fi
       ;;
@@ -121,6 +124,14 @@ for leg in "${legs[@]}"; do
       ;;
     sqlite) with_sqlite "$leg" ;;
     sqlite-upstream) with_sqlite "$leg" --upstream ;;
+    cipher) with_sqlite "$leg" --cipher ;;
+    sqlcipher)
+      bash scripts/install.sh build tests-source sqlcipher
+      build "$leg" -DCMAKE_CXX_COMPILER=g++ -DCORVAN_BUILD_TOOLS=OFF \
+        -DSQLite3_INCLUDE_DIR=/usr/include/sqlcipher \
+        -DSQLite3_LIBRARY="$(g++ -print-file-name=libsqlcipher.so)"
+      test_leg "$leg" 120
+      ;;
     arm64) cross arm64 aarch64-linux-gnu aarch64 qemu-aarch64-static ;;
     armhf) cross armhf arm-linux-gnueabihf arm qemu-arm-static ;;
     debian12) bash scripts/clean_system.sh bookworm build/matrix/debian12 ;;

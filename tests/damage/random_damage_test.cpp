@@ -21,6 +21,7 @@
 #include "tests/support/bounds.h"
 #include "tests/support/sqlite_ledger.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/unrecorded.h"
 
 namespace corvan_test {
 namespace {
@@ -191,7 +192,7 @@ TEST_F(DamageChecks, NoticesAStatementLeftOpen) {
   static sqlite3_stmt* left = nullptr;  // until the next one is prepared
   const std::string text = complaint([](const char* sql, int /*code*/, sqlite3_stmt* /*stmt*/) {
     sqlite3_finalize(std::exchange(left, nullptr));
-    if (is_check(sql)) sqlite3_prepare_v3(store_connection(), "select 1", -1, 0, &left, nullptr);
+    if (is_check(sql)) prepare_unrecorded(store_connection(), "select 1", &left);
   });
   EXPECT_EQ(text, "check_integrity: left a statement open\n");
 }

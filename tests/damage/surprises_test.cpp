@@ -77,7 +77,7 @@ class DamageSurprises : public StoreTest {
 TEST_F(DamageSurprises, OpeningReturnsTrueAlthoughItDeletedTheFileAndClosedTheStore) {
   lay(kNoise);
   EXPECT_TRUE(open());
-  EXPECT_EQ(log.take(), Rows{prepare_failed("file is not a database", SQLITE_NOTADB)});
+  EXPECT_EQ(log.take(), Rows{prepare_failed(sqlite3_errstr(SQLITE_NOTADB), SQLITE_NOTADB)});
   EXPECT_TRUE(deleted());
   EXPECT_FALSE(is_open());
   EXPECT_EQ(save(NewMessage()), -1);

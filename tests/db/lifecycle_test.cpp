@@ -10,6 +10,7 @@
 #include "base/cv_database.h"
 #include "tests/support/store_library.h"
 #include "tests/support/store_test.h"
+#include "tests/support/unrecorded.h"
 
 namespace corvan_test {
 namespace {
@@ -141,8 +142,8 @@ class SecureDeletion {
 
  private:
   static int apply(sqlite3* db, char** /*error*/, const sqlite3_api_routines* /*api*/) {
-    sqlite3_stmt* stmt = nullptr;  // the ledger does not see this way of preparing
-    const int rc = sqlite3_prepare_v3(db, setting, -1, 0, &stmt, nullptr);
+    sqlite3_stmt* stmt = nullptr;
+    const int rc = prepare_unrecorded(db, setting, &stmt);
     sqlite3_step(stmt);
     sqlite3_finalize(stmt);
     return rc;

@@ -143,7 +143,7 @@ TEST_F(StatementLayer, FailedPrepareIsLoggedAsAnError) {
 TEST_F(StatementLayer, FileThatIsNotADatabaseIsClosedAndDeletedAtPrepare) {
   overwrite_file(std::string(8192, 'x'));
   EXPECT_EQ(prepare_failure("select * from t_sync"), SQLITE_NOTADB);
-  EXPECT_EQ(log.take(), Rows{prepare_line + "26;;;file is not a database"});
+  EXPECT_EQ(log.take(), Rows{prepare_line + "26;;;" + sqlite3_errstr(SQLITE_NOTADB)});
   EXPECT_FALSE(file_exists(file()));
   EXPECT_EQ(prepare_failure("select 1"), kNoConnection);
 }

@@ -7,6 +7,10 @@
 
 #include "tests/support/temporary_folder.h"
 
+#ifndef SQLITE_OPEN_SUPER_JOURNAL  // its name since SQLite 3.33
+#define SQLITE_OPEN_SUPER_JOURNAL SQLITE_OPEN_MASTER_JOURNAL
+#endif
+
 namespace corvan_test {
 namespace {
 

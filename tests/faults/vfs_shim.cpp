@@ -1,10 +1,37 @@
 #include "tests/faults/vfs_shim.h"
 
-#include <new>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+
+// Only SQLite3 Multiple Ciphers defines these two. It encrypts in a file system of its own, which
+// it puts over another one.
+extern "C" {
+int sqlite3mc_vfs_create(const char* below, int make_default) __attribute__((weak));
+void sqlite3mc_vfs_destroy(const char* name) __attribute__((weak));
+}
 
 namespace corvan_test {
 namespace {
+
+constexpr const char* kName = "corvan-test";
+
+// ---- With a cipher ------------------------------------------------------------------------------
+
+// The name of the cipher's file system is this and the name of the file system below.
+constexpr std::string_view kCipherOver = "multipleciphers-";
+
+bool is_cipher(const sqlite3_vfs& vfs) {
+  return std::string_view(vfs.zName).substr(0, kCipherOver.size()) == kCipherOver;
+}
+
+sqlite3_vfs* below_cipher(sqlite3_vfs* vfs) {
+  if (vfs == nullptr) throw std::runtime_error("SQLite has no file system");
+  if (!is_cipher(*vfs)) return vfs;
+  sqlite3_vfs* below = sqlite3_vfs_find(vfs->zName + kCipherOver.size());
+  if (below == nullptr) throw std::runtime_error("SQLite has no file system below the cipher");
+  return below;
+}
 
 // ---- From SQLite's structures to the object -----------------------------------------------------
 
@@ -136,12 +163,11 @@ int current_time_64(sqlite3_vfs* vfs, sqlite3_int64* now) {
 
 }  // namespace
 
-VfsShim::VfsShim() : real_(sqlite3_vfs_find(nullptr)), vfs_() {
-  if (real_ == nullptr) throw std::runtime_error("SQLite has no file system");
+VfsShim::VfsShim() : default_(sqlite3_vfs_find(nullptr)), real_(below_cipher(default_)), vfs_() {
   vfs_.iVersion = 2;
   vfs_.szOsFile = static_cast<int>(sizeof(ShimFile)) + real_->szOsFile;
   vfs_.mxPathname = real_->mxPathname;
-  vfs_.zName = "corvan-test";
+  vfs_.zName = kName;
   vfs_.pAppData = this;
   vfs_.xOpen = corvan_test::open;
   vfs_.xDelete = corvan_test::remove;
@@ -153,11 +179,15 @@ VfsShim::VfsShim() : real_(sqlite3_vfs_find(nullptr)), vfs_() {
   vfs_.xGetLastError = last_error;
   vfs_.xCurrentTimeInt64 = current_time_64;
   sqlite3_vfs_register(&vfs_, 1);
+  if (is_cipher(*default_) && sqlite3mc_vfs_create(kName, 1) != SQLITE_OK) {
+    throw std::runtime_error("The cipher cannot use the file system of the tests");
+  }
 }
 
 VfsShim::~VfsShim() {
+  if (is_cipher(*default_)) sqlite3mc_vfs_destroy((std::string(kCipherOver) + kName).c_str());
   sqlite3_vfs_unregister(&vfs_);
-  sqlite3_vfs_register(real_, 1);
+  sqlite3_vfs_register(default_, 1);
 }
 
 // ---- Calls of the real file system --------------------------------------------------------------

@@ -1,5 +1,6 @@
 // A file system for SQLite that passes every call on to the real one. Suites derive from it to make
-// calls fail or to record them.
+// calls fail or to record them. If SQLite was built with a cipher, the object is below the cipher:
+// it gets the bytes that are on the disk.
 
 #ifndef TESTS_FAULTS_VFS_SHIM_H_
 #define TESTS_FAULTS_VFS_SHIM_H_
@@ -56,6 +57,7 @@ class VfsShim {
   sqlite3_vfs* real() const { return real_; }
 
  private:
+  sqlite3_vfs* default_;  // SQLite's default before and after this one
   sqlite3_vfs* real_;
   sqlite3_vfs vfs_;
 };

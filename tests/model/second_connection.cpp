@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/support/unrecorded.h"
+
 namespace corvan_test {
 
 namespace {
@@ -68,7 +70,7 @@ void SecondConnection::open() {
 
 SecondConnection::Statement SecondConnection::prepare(const char*& sql) const {
   sqlite3_stmt* stmt = nullptr;
-  if (sqlite3_prepare_v3(db_.get(), sql, -1, 0, &stmt, &sql) != SQLITE_OK) fail();
+  if (prepare_unrecorded(db_.get(), sql, &stmt, &sql) != SQLITE_OK) fail();
   return Statement(stmt);
 }
 

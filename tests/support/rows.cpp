@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "tests/support/unrecorded.h"
+
 namespace corvan_test {
 
 namespace {
@@ -52,7 +54,7 @@ Rows rows(const std::string& file, const std::string& sql) {
   const char* rest = sql.c_str();
   while (*rest != '\0') {
     sqlite3_stmt* handle = nullptr;
-    if (sqlite3_prepare_v3(connection.get(), rest, -1, 0, &handle, &rest) != SQLITE_OK) {
+    if (prepare_unrecorded(connection.get(), rest, &handle, &rest) != SQLITE_OK) {
       throw std::runtime_error(sqlite3_errmsg(connection.get()));
     }
     const std::unique_ptr<sqlite3_stmt, Finalize> stmt(handle);

@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include "tests/model/values.h"
+#include "tests/support/unrecorded.h"
 
 namespace corvan_test {
 
@@ -34,7 +35,7 @@ Outside::~Outside() {
 std::string Outside::run(const std::string& sql) {
   std::string text;
   sqlite3_stmt* stmt = nullptr;
-  int rc = sqlite3_prepare_v3(db_, sql.c_str(), -1, 0, &stmt, nullptr);
+  int rc = prepare_unrecorded(db_, sql.c_str(), &stmt);
   while (stmt != nullptr && (rc = sqlite3_step(stmt)) == SQLITE_ROW) text += row_text(stmt) + "\n";
   text += std::to_string(rc) + " " + sqlite3_errmsg(db_);
   sqlite3_finalize(stmt);
