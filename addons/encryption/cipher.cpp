@@ -138,7 +138,8 @@ Unlocking unlock(sqlite3* connection, const StoreKey& key) {
 }
 
 void log_refusal(const char* file, const Unlocking& result) {
-  log_line(file == nullptr ? "" : file, ": ", to_text(result.refusal), " (", sqlite3_errstr(result.code), ")");
+  log_line(file == nullptr ? "" : file, ": ", to_text(result.refusal), " (",
+           sqlite3_errstr(result.code), ")");
 }
 
 }  // namespace Corvan::encryption

@@ -1,6 +1,6 @@
 // Opens a store in the working directory, saves a message, reads it back, and prints that and the
-// versions of the headers and of the schema. WITH_ENCRYPTION: the store is encrypted if SQLite has a
-// cipher; without one, it must be refused before it is opened unencrypted.
+// versions of the headers and of the schema. WITH_ENCRYPTION: the store is encrypted if SQLite has
+// a cipher; without one, it must be refused before it is opened unencrypted.
 
 #include <iostream>
 #include <vector>
