@@ -153,9 +153,9 @@ passed
 # except inline members of the same classes.
 check="exported symbols"
 folder=$(library_folder tree-both)
-libraries=(base db db_cached)
-[ -n "$sqlite" ] || libraries+=(encryption)
-for name in "${libraries[@]}"; do
+shared_libraries=(base db db_cached)
+[ -n "$sqlite" ] || shared_libraries+=(encryption)
+for name in "${shared_libraries[@]}"; do
   nm -C --defined-only --extern-only "$folder/libcorvan_$name.a" |
     sed -n 's/^[0-9a-f]* [TBD] //p' | grep -vxF -e 'Corvan::CvDbSingleton::~CvDbSingleton()' \
       -e 'Corvan::CvDbSingleton::prepare(char const*, int&)' \
