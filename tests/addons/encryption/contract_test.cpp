@@ -90,7 +90,7 @@ TEST_F(KeyedContract, TemporaryFilesHoldNoPlaintext) {
   store().finalize(stmt);
   store().execute_none_query("pragma cache_size=10");
   std::string found;
-  sqlite3_progress_handler(db, 20000, search, &found);
+  sqlite3_progress_handler(db, 200000, search, &found);
   for (const char* const sql :
        {"begin", "update t_message set content=content||sender,server_uid=server_uid||'x'",
         "insert into t_session(session_id,session_type) select content,id from t_message",
