@@ -141,11 +141,26 @@ void wipe_released(std::size_t size) {
   for (void* const block : blocks) sqlite3_free(block);
 }
 
-// Runs the statement that sets the key. SQLite and the cipher release their copies of it without
-// wiping them. Copies hold all of it, or only the value, which is shorter.
-int run_secret(sqlite3* connection, const Secret& statement) {
+// Ciphers set the key while the statement is prepared. It is not run, because SQLite's log quotes
+// statements that fail; newer releases also quote those that cannot be prepared, unless told not
+// to.
+int prepare_unlogged(sqlite3* connection, const char* sql) {
+  sqlite3_stmt* statement = nullptr;
+#if defined(SQLITE_PREPARE_DONT_LOG)
+  const int code =
+      sqlite3_prepare_v3(connection, sql, -1, SQLITE_PREPARE_DONT_LOG, &statement, nullptr);
+#else
+  const int code = sqlite3_prepare_v2(connection, sql, -1, &statement, nullptr);
+#endif
+  sqlite3_finalize(statement);
+  return code;
+}
+
+// Prepares the statement that sets the key. SQLite and the cipher release their copies of it
+// without wiping them. Copies hold all of it, or only the value, which is shorter.
+int set_key(sqlite3* connection, const Secret& statement) {
   constexpr std::size_t kShorter = 15;
-  const int code = run(connection, statement.c_str());
+  const int code = prepare_unlogged(connection, statement.c_str());
   const std::size_t size = statement.view().size() + 1;
   wipe_released(size);
   if (size > kShorter) wipe_released(size - kShorter);
@@ -178,7 +193,7 @@ Unlocking give_key(sqlite3* connection, const StoreKey& key) {
     code = choose_cipher(connection);
   }
   if (code != SQLITE_OK) return {KeyRefusal::kUnreadable, code};
-  code = run_secret(connection, key.secret());
+  code = set_key(connection, key.secret());
   if (code == SQLITE_OK) code = configure(connection, cipher);
   if (code == SQLITE_NOMEM) return {KeyRefusal::kUnreadable, code};
   if (code != SQLITE_OK) return {KeyRefusal::kNoCipher, code};  // the VFS does not encrypt

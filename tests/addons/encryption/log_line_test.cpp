@@ -102,6 +102,7 @@ TEST_F(RefusalTexts, BelongToTheThread) {
 // An encryption that the virtual file system cannot do must not be skipped.
 TEST_F(RefusalTexts, VirtualFileSystemWithoutCipherIsRefused) {
   if (cipher() != Cipher::kMultiple) GTEST_SKIP() << "this cipher works with every VFS";
+  const SqliteLog sqlite_log;
   StoreKeys::set(path(folder.path()), key(1));
   for (const bool is_new : {false, true}) {
     if (is_new) put_files(folder.path(), {});
@@ -116,6 +117,7 @@ TEST_F(RefusalTexts, VirtualFileSystemWithoutCipherIsRefused) {
     }
   }
   for (const std::string& line : log.take()) expect_no_secret(line);
+  for (const std::string& line : sqlite_log.lines()) expect_no_secret(line);
 }
 
 TEST(KeyRefusalTexts, DifferForEachReason) {

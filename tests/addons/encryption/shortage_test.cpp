@@ -152,6 +152,31 @@ TEST_F(Shortage, OfMemoryWhileEncryptedFileIsKeyed) {
   expect_complete();
 }
 
+// SQLite's log can quote the text of a statement that fails.
+TEST_F(Shortage, OfMemoryPutsNoKeyIntoSqlitesLog) {
+  const FailingMemory memory;
+  const SqliteLog sqlite_log;
+  const OtherStore other;
+  ASSERT_TRUE(StoreKeys::set(path(folder.path()), key(1)));
+  put_files(folder.path(), {});
+  for (const bool all_later : {false, true}) {
+    int result = 1;
+    for (int number = 1; result != 0 && !HasFailure(); ++number) {
+      SCOPED_TRACE(testing::Message() << "allocation " << number << " all later " << all_later);
+      result = in_child([this, number, all_later, &sqlite_log] {
+        FailingMemory::fail(number, all_later);
+        const Connection connection(file());
+        const bool failed = FailingMemory::stop();
+        for (const std::string& line : sqlite_log.lines()) {
+          if (contains_key(line)) return 2;
+        }
+        return failed ? 1 : 0;
+      });
+      EXPECT_LT(result, 2) << "SQLite's log has the key";
+    }
+  }
+}
+
 // With a wrong key, without a key, and with only a mark, a shortage must not open the file.
 TEST_F(Shortage, OfMemoryDoesNotAcceptWrongKey) {
   const FailingMemory memory;
