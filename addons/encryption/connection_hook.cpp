@@ -21,10 +21,15 @@ std::optional<Unlocking> decide(sqlite3* connection, const std::string& file) {
   const std::optional<StoreKey> key = KeyTable::get().find(file);
   if (key && key->is_valid()) return unlock(connection, *key);
   if (key) return Unlocking{KeyRefusal::kNoKey, SQLITE_AUTH};
-  if (is_store_name(file) && main_file_kind(connection) == FileKind::kRandom) {
-    return Unlocking{KeyRefusal::kNoKey, SQLITE_AUTH};
+  if (!is_store_name(file)) return std::nullopt;
+  switch (main_file_kind(connection)) {
+    case FileKind::kRandom:
+      return Unlocking{KeyRefusal::kNoKey, SQLITE_AUTH};
+    case FileKind::kUnreadable:  // it may be encrypted, and the store's next reading may succeed
+      return Unlocking{KeyRefusal::kUnreadable, SQLITE_IOERR};
+    default:
+      return std::nullopt;
   }
-  return std::nullopt;
 }
 
 void report(const std::string& file, const Unlocking& result, char** message) {

@@ -83,8 +83,8 @@ enum class KeyRefusal : int32_t {
 /// A key applies to the file `corvan` in its folder and to the files of add-ons, whose names begin
 /// with `corvan-`, for every connection that is opened from then on, by whoever. All other
 /// connections of the process stay as they are, with one exception: a file `corvan` whose first
-/// page consists of random bytes, in a folder of which nothing is known, is not opened, because the
-/// store would take it for damaged and delete it.
+/// page consists of random bytes, at least in part, in a folder of which nothing is known, is not
+/// opened, because the store would take it for damaged and delete it.
 ///
 /// A refusal is an error from sqlite3_open_v2() and one line in the log with the file's path and
 /// the reason. No line, error or message ever contains a key.
