@@ -7,6 +7,7 @@
 #include <string>
 
 #include "addons/encryption/cipher.h"
+#include "addons/encryption/file_kind.h"
 #include "addons/encryption/key_table.h"
 
 namespace Corvan::encryption {

@@ -4,9 +4,9 @@
 #include <mutex>
 #include <string>
 
-#include "addons/encryption/cipher.h"
 #include "addons/encryption/content.h"
 #include "addons/encryption/database.h"
+#include "addons/encryption/file_kind.h"
 #include "addons/encryption/key_table.h"
 #include "addons/encryption/log_line.h"
 #include "addons/encryption/old_contents.h"
