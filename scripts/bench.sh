@@ -7,8 +7,10 @@
 #   --quick  the smallest sizes, without bounds on times: a test of the benchmarks in seconds
 #   --full   also the largest sizes: ten million messages, an import of 400,000
 #   NAME     only these: environment calls index_cost bytes growth floor instructions peers import
+#            encryption
 # Stores are created in TMPDIR if it is set, otherwise in build/bench/stores. If build/sqlite has the
-# amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite.
+# amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite. encryption fetches an SQLite
+# with a cipher into build/sqlite-cipher, if that does not exist.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,7 +26,7 @@ for argument in "$@"; do
     *) names+=("$argument") ;;
   esac
 done
-all=(environment calls index_cost bytes growth floor instructions peers import)
+all=(environment calls index_cost bytes growth floor instructions peers import encryption)
 for name in "${names[@]}"; do
   if [[ " ${all[*]} " != *" $name "* ]]; then
     echo "bench.sh: unknown benchmark: $name; benchmarks: ${all[*]}" >&2
@@ -42,9 +44,15 @@ if [ -e build/sqlite/sqlite3.c ]; then
 else
   echo "bench.sh: no figures for a built SQLite; bash scripts/sqlite.sh makes what they need"
 fi
+cipher=
+if [[ " ${names[*]} " == *" encryption "* ]]; then
+  cipher=$PWD/build/sqlite-cipher
+  [ -e "$cipher/sqlite3.c" ] || bash scripts/sqlite.sh --cipher "$cipher"
+fi
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
   -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=$tool \
-  -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_BENCH_AMALGAMATION="$amalgamation"
+  -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_BENCH_AMALGAMATION="$amalgamation" \
+  -DCORVAN_BENCH_CIPHER="$cipher"
 cmake --build build/bench
 
 programs=build/bench/bench
@@ -91,6 +99,7 @@ for name in "${names[@]}"; do
     instructions) run instructions $programs/floor/instruction_bench ;;
     peers) run peers $programs/peers/peers_bench ;;
     import) run import $programs/import_bench ;;
+    encryption) run encryption $programs/encryption/encryption_bench ;;
   esac
 done
 

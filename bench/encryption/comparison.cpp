@@ -91,9 +91,8 @@ void Comparison::measure_opening(int rounds, Figures& figures) {
       closing[contender.name()].push_back(time_of([&contender] { contender.close(); }));
     }
   }
-  constexpr double kMillisecond = 1000;
-  set_medians(figures, kOpening, opening, kMillisecond);
-  set_medians(figures, kClosing, closing, kMillisecond);
+  set_medians(figures, kOpening, opening, 1);
+  set_medians(figures, kClosing, closing, 1);
 }
 
 void Comparison::measure_works(int rounds, Figures& figures) {

@@ -22,8 +22,8 @@ class Comparison {
 
   Figures count_instructions() const;
 
-  // Measures everything else, in this many rounds. The contenders take turns in each. Milliseconds
-  // for opening and closing, microseconds for operations, bytes.
+  // Measures times, in microseconds, and bytes, in this many rounds. The contenders take turns in
+  // each.
   Figures measure(int rounds);
 
  private:

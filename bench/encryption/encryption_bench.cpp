@@ -1,5 +1,5 @@
-// Measures what encryption costs: the same store on the same SQLite, plain and encrypted. Stores of
-// SQLite's cache size and larger ones differ, because a page is decrypted when it enters the cache.
+// Measures what encryption costs: the same store on the same SQLite, plain and encrypted. SQLite's
+// page cache has decrypted pages, so a store that fits in it differs from a larger one.
 
 #include <exception>
 #include <iostream>
@@ -20,17 +20,17 @@ struct Measured {
   Sizes quick;
 };
 
-constexpr Measured kFits = {"fits in the page cache", {2000, 40}, {2000, 40}};
-constexpr Measured kLarge = {"larger than the page cache", {100'000, 1000}, {6000, 60}};
+constexpr Measured kFits = {"store that fits in the page cache", {2000, 40}, {2000, 40}};
+constexpr Measured kLarge = {"store larger than the page cache", {100'000, 1000}, {6000, 60}};
 
 void compare(const Measured& measured, const Options& options, Report& report) {
   Comparison comparison(options.quick ? measured.quick : measured.sizes);
-  const Figures instructions = comparison.count_instructions();
-  const Figures figures = comparison.measure(options.quick ? 3 : 25);
   const std::string store = measured.store;
-  figures.print(report, "Store that " + store);
-  instructions.print(report, "Instructions, store that " + store);
-  figures.print_others(report, "Others, store that " + store);
+  const Figures instructions = comparison.count_instructions();
+  const Figures figures = comparison.measure(options.quick ? 2 : 25);
+  figures.print(report, "Microseconds, and bytes: " + store);
+  instructions.print(report, "Instructions: " + store);
+  figures.print_others(report, "Other ciphers and keys: " + store);
   if (!options.quick) bound_encryption(store, figures, report);
 }
 
