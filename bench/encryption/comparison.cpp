@@ -25,23 +25,23 @@ bool only_opens(const Contender& contender) {
   return contender.kind().key == KeyForm::kPassphrase;
 }
 
-void save_thousand(KeyedStore& store, Traffic& traffic, int messages_each) {
-  traffic.make(kThousand);
+void save_thousand(KeyedStore& store, Feed& feed, int messages_each) {
+  feed.make(kThousand);
   if (messages_each > 1) {
     store.begin();
-    store.save_batch(traffic.made());
+    store.save_batch(feed.made());
     store.commit();
     return;
   }
-  for (const auto& message : traffic.made()) store.save(*message);
+  for (const auto& message : feed.made()) store.save(*message);
 }
 
 }  // namespace
 
 Comparison::Filled::Filled(const ContenderKind& kind, const Sizes& sizes)
-    : contender(kind, folder.path()), traffic(sizes) {
+    : contender(kind, folder.path()), feed(sizes) {
   contender.open();
-  traffic.fill(contender.store());
+  feed.fill(contender.store());
   contender.close();
 }
 
@@ -98,10 +98,10 @@ void Comparison::measure_opening(int rounds, Figures& figures) {
 void Comparison::measure_works(int rounds, Figures& figures) {
   for (const Work& work : works()) {
     Times times;
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = 0; round < work.rounds(rounds); ++round) {
       for (const auto& each : filled_) {
         std::vector<double>& of_contender = times[each->contender.name()];
-        run_work(work, each->contender.store(), each->traffic, round,
+        run_work(work, each->contender.store(), each->feed, round,
                  [&of_contender](const auto& calls) { of_contender.push_back(time_of(calls)); });
       }
     }
@@ -117,7 +117,7 @@ void Comparison::measure_writes(int messages_each, const char* row, Figures& fig
     IoCounts counts;
     {
       const CountInto counting(counts);
-      save_thousand(store, each->traffic, messages_each);
+      save_thousand(store, each->feed, messages_each);
       store.run("pragma wal_checkpoint(passive)");
     }
     // Calls of a module that does not use the program's functions are not counted.

@@ -31,7 +31,7 @@ class Comparison {
     Filled(const ContenderKind& kind, const Sizes& sizes);
     corvan_test::TemporaryFolder folder;
     Contender contender;
-    Traffic traffic;
+    Feed feed;
   };
 
   void measure_files(Figures& figures) const;

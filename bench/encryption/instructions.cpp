@@ -1,6 +1,5 @@
 #include "bench/encryption/instructions.h"
 
-#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <future>
@@ -17,27 +16,36 @@ namespace {
 using Counts = std::map<std::string, int64_t>;
 
 constexpr std::string_view kCount = "--count";
+constexpr int kCountedReads = 5;  // rounds
 constexpr std::array kCounted = {kPlain, kEncrypted, kCachedPlain, kCachedEncrypted};
 
-// Uncounted runs warm SQLite's caches: as many reads as fetch all pages of a store that fits.
-void count_works(Contender& contender, Traffic& traffic) {
-  for (const Work& work : works()) {
-    const int warming = work.messages > 0 ? 1 : 10;
-    for (int round = 0; round < warming; ++round) {
-      run_work(work, contender.store(), traffic, round, [](const auto& calls) { calls(); });
-    }
-    run_work(work, contender.store(), traffic, warming,
-             [&work](const auto& calls) { count_instructions(work.name, calls); });
+// Runs these rounds of a read, or one of a save.
+void run_rounds(const Work& work, Contender& contender, Feed& feed, int first, int count) {
+  for (int round = first; round < first + (work.reads() ? count : 1); ++round) {
+    run_work(work, contender.store(), feed, round, [](const auto& calls) { calls(); });
   }
 }
 
+// Uncounted runs warm SQLite's caches: as many reads as fetch all pages of a store that fits.
+void count_work(const Work& work, Contender& contender, Feed& feed) {
+  constexpr int kWarming = 50;
+  run_rounds(work, contender, feed, 0, kWarming);
+  if (work.reads()) {
+    count_instructions(work.name,
+                       [&] { run_rounds(work, contender, feed, kWarming, kCountedReads); });
+    return;
+  }
+  run_work(work, contender.store(), feed, 0,
+           [&work](const auto& calls) { count_instructions(work.name, calls); });
+}
+
 void count(Contender& contender, const Sizes& sizes) {
-  Traffic traffic(sizes);
-  traffic.skip();
+  Feed feed(sizes);
+  feed.skip();
   contender.open();
   contender.close();
   count_instructions(kOpening, [&contender] { contender.open(); });
-  count_works(contender, traffic);
+  for (const Work& work : works()) count_work(work, contender, feed);
   contender.close();
 }
 
@@ -53,7 +61,8 @@ Counts counts_of(const std::string& name, const std::string& file, const Sizes& 
 void set_counts(Figures& figures, const std::string& contender, const Counts& counts) {
   figures.set(kOpening, contender, static_cast<double>(counts.at(kOpening)));
   for (const Work& work : works()) {
-    const auto units = static_cast<double>(work.calls * std::max(1, work.messages));
+    const int counted = work.reads() ? kCountedReads : work.messages;
+    const auto units = static_cast<double>(work.calls * counted);
     figures.set(work.name, contender, static_cast<double>(counts.at(work.name)) / units);
   }
 }

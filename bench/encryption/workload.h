@@ -21,9 +21,9 @@ struct Sizes {
 };
 
 // What one contender saves and looks for. Equal sizes give equal messages.
-class Traffic {
+class Feed {
  public:
-  explicit Traffic(const Sizes& sizes);
+  explicit Feed(const Sizes& sizes);
 
   // Fills the new, open store.
   void fill(KeyedStore& store);
@@ -52,9 +52,13 @@ class Traffic {
 
 struct Work {
   const char* name;
-  int calls;     // per measurement
+  int calls;     // per measurement; few, so that other processes disturb few measurements
   int messages;  // that each call saves; 0: it reads
-  std::function<void(KeyedStore& store, const Traffic& traffic, int call)> call;
+  std::function<void(KeyedStore& store, const Feed& feed, int call)> call;
+
+  bool reads() const { return messages == 0; }
+  // How often it is measured: more often if it is fast.
+  int rounds(int of_saves) const { return reads() ? 5 * of_saves : of_saves; }
 };
 
 // Names of operations.
@@ -77,7 +81,7 @@ inline constexpr const char* kBytesBatch = "bytes written per batch of 1,000";
 std::vector<Work> works();
 
 // Calls `measure` with a function that runs the operation once as often as `work.calls` says.
-void run_work(const Work& work, KeyedStore& store, Traffic& traffic, int round,
+void run_work(const Work& work, KeyedStore& store, Feed& feed, int round,
               const std::function<void(const std::function<void()>&)>& measure);
 
 }  // namespace corvan_bench
