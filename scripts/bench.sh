@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs missing packages, builds the benchmarks and runs them, in about five minutes. Prints the
+# Installs missing packages, builds the benchmarks and runs them, in about seven minutes. Prints the
 # environment and the tables; writes build/bench/results.json and pictures (SVG) beside it. Fails if
 # a result is wrong or a bound is exceeded.
 #
@@ -7,8 +7,10 @@
 #   --quick  the smallest sizes, without bounds on times: a test of the benchmarks in seconds
 #   --full   also the largest sizes: ten million messages, an import of 400,000
 #   NAME     only these: environment calls index_cost bytes growth floor instructions peers import
+#            encryption
 # Stores are created in TMPDIR if it is set, otherwise in build/bench/stores. If build/sqlite has the
-# amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite.
+# amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite. encryption fetches an SQLite
+# with a cipher into build/sqlite-cipher, if that does not exist.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,7 +26,7 @@ for argument in "$@"; do
     *) names+=("$argument") ;;
   esac
 done
-all=(environment calls index_cost bytes growth floor instructions peers import)
+all=(environment calls index_cost bytes growth floor instructions peers import encryption)
 for name in "${names[@]}"; do
   if [[ " ${all[*]} " != *" $name "* ]]; then
     echo "bench.sh: unknown benchmark: $name; benchmarks: ${all[*]}" >&2
@@ -42,9 +44,15 @@ if [ -e build/sqlite/sqlite3.c ]; then
 else
   echo "bench.sh: no figures for a built SQLite; bash scripts/sqlite.sh makes what they need"
 fi
+cipher=
+if [[ " ${names[*]} " == *" encryption "* ]]; then
+  cipher=$PWD/build/sqlite-cipher
+  [ -e "$cipher/sqlite3.c" ] || bash scripts/sqlite.sh --cipher "$cipher"
+fi
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
   -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=$tool \
-  -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_BENCH_AMALGAMATION="$amalgamation"
+  -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_BENCH_AMALGAMATION="$amalgamation" \
+  -DCORVAN_BENCH_CIPHER="$cipher"
 cmake --build build/bench
 
 programs=build/bench/bench
@@ -91,6 +99,11 @@ for name in "${names[@]}"; do
     instructions) run instructions $programs/floor/instruction_bench ;;
     peers) run peers $programs/peers/peers_bench ;;
     import) run import $programs/import_bench ;;
+    encryption)
+      folder=$stores
+      [ "${size[*]}" != --quick ] || folder=$memory  # its thousands of syncs take long on a disk
+      stores=$folder run encryption $programs/encryption/encryption_bench
+      ;;
   esac
 done
 

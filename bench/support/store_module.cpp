@@ -14,17 +14,35 @@ namespace {
   throw std::runtime_error(error == nullptr ? "the module is incomplete" : error);
 }
 
+std::string folder_of(ModuleSqlite sqlite) {
+  switch (sqlite) {
+    case ModuleSqlite::kInstalled:
+      return CORVAN_MODULES;
+    case ModuleSqlite::kBuilt:
+      return CORVAN_MODULES_WITH_BUILT_SQLITE;
+    case ModuleSqlite::kCipher:
+      return CORVAN_MODULES_WITH_CIPHER;
+    case ModuleSqlite::kSqlcipher:
+      return CORVAN_MODULES_WITH_SQLCIPHER;
+  }
+  return "";
+}
+
+int flags_for(ModuleSqlite sqlite) {
+  const int flags = RTLD_NOW | RTLD_LOCAL;
+  return sqlite == ModuleSqlite::kSqlcipher ? flags | RTLD_DEEPBIND : flags;
+}
+
 }  // namespace
 
 std::string module_file(const std::string& name, ModuleSqlite sqlite) {
-  const std::string folder =
-      sqlite == ModuleSqlite::kBuilt ? CORVAN_MODULES_WITH_BUILT_SQLITE : CORVAN_MODULES;
+  const std::string folder = folder_of(sqlite);
   const std::string file = folder + name + ".so";
   return !folder.empty() && std::filesystem::exists(file) ? file : "";
 }
 
-StoreModule::StoreModule(const std::string& file)
-    : handle_(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+StoreModule::StoreModule(const std::string& file, ModuleSqlite sqlite)
+    : handle_(dlopen(file.c_str(), flags_for(sqlite))) {
   if (handle_ == nullptr) fail();
 }
 

@@ -14,16 +14,19 @@ namespace corvan_bench {
 enum class ModuleSqlite {
   kInstalled,  // the system's shared library, which the program is linked with, too
   kBuilt,      // compiled from the amalgamation in CORVAN_BENCH_AMALGAMATION, inside the module
+  kCipher,     // the same, from CORVAN_BENCH_CIPHER
+  kSqlcipher,  // the system's shared library of SQLCipher
 };
 
 // The file of a module, such as "floor_db_cached"; empty if it was not built.
 std::string module_file(const std::string& name, ModuleSqlite sqlite);
 
 // A loaded module. It stays loaded until the process ends. Throws std::runtime_error if it cannot
-// be loaded.
+// be loaded. With kSqlcipher, it uses the functions of the libraries that it is linked with before
+// those of the program, which has another SQLite.
 class StoreModule {
  public:
-  explicit StoreModule(const std::string& file);
+  explicit StoreModule(const std::string& file, ModuleSqlite sqlite = ModuleSqlite::kInstalled);
 
   // The SQLite that the module uses.
   LinkedSqlite sqlite() const;
