@@ -83,11 +83,12 @@ Unlocking check_keyed(sqlite3* connection, Cipher cipher) {
   return {KeyRefusal::kUnreadable, code == SQLITE_OK ? SQLITE_NOMEM : code};
 }
 
-// The first makes SQLite overwrite the memory that it frees, which contains copies of the key's
-// statement. Builds that cannot do so ignore it.
+// The first pragma makes SQLite overwrite the memory that it frees, which contains copies of the
+// key's statement; builds that cannot do so ignore it. AEGIS-256 takes a fifth of the time of
+// ChaCha20-Poly1305, the cipher's default, on processors with AES instructions.
 int choose_cipher(sqlite3* connection) {
   const int code = run(connection, "pragma memory_security=fill");
-  return code == SQLITE_OK ? run(connection, "pragma cipher='chacha20'") : code;
+  return code == SQLITE_OK ? run(connection, "pragma cipher='aegis'") : code;
 }
 
 }  // namespace
