@@ -1,6 +1,7 @@
 #include "tests/support/plain_text.h"
 
 #include <filesystem>
+#include <system_error>
 
 #include "tests/support/encryption.h"
 #include "tests/support/temporary_folder.h"
@@ -18,7 +19,8 @@ std::string files_with_plain_text(const std::string& folder) {
   std::string names;
   if (!stores_are_encrypted()) return names;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
-    if (!entry.is_regular_file()) continue;
+    std::error_code loop;
+    if (!entry.is_regular_file(loop)) continue;
     if (has_plain_text(read_file(entry.path().string()))) {
       names += " " + entry.path().filename().string();
     }

@@ -116,8 +116,8 @@ class StoreTest : public testing::Test {
   bool open(const std::string& user = "me");
 
   // Whether the stores are encrypted. If so, checks that neither opening takes the file, which must
-  // be damaged where the opening looks, and that the file is kept as it is. open_db() must return
-  // `code`.
+  // be damaged where the opening looks, and that the file and its log are kept. open_db() must
+  // return `code`.
   bool is_refused(int code);
 
   int64_t save(const NewMessage& message);
