@@ -1,7 +1,7 @@
 // Encrypted stores. With CORVAN_TEST_ENCRYPTED=1 in the environment, the stores of all temporary
 // folders have one key, and so have the other databases that tests create in these folders. This
-// works in programs that link corvan_test_support. In all others, and without the variable, nothing
-// here has an effect.
+// works in programs that link corvan_test_support; without a cipher in SQLite, no store opens. In
+// other programs, and without the variable, nothing here has an effect.
 
 #ifndef TESTS_SUPPORT_ENCRYPTION_H_
 #define TESTS_SUPPORT_ENCRYPTION_H_
@@ -14,7 +14,6 @@ namespace corvan_test {
 
 // What temporary_folder.cpp and rows.cpp call.
 struct Encryption {
-  // Throws if SQLite has no cipher.
   void (*give_key)(const std::string& folder);
   void (*take_key)(const std::string& folder);
   // Unlocks a connection that the test has just opened, unless `file` is a store's, which is
