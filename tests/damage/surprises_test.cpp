@@ -332,6 +332,17 @@ TEST_F(DamageSurprises, FileTruncatedWhileOpenIsLostAtTheNextOpening) {
   }
 }
 
+// This also deletes an encrypted file: the key was tried when the file was opened.
+TEST_F(DamageSurprises, FirstPageDamagedWhileOpenDeletesTheFileIfTheSchemaIsReadAgain) {
+  open_closed_store();
+  write_file(file(), overwritten(closed_store().at(""), 100, std::string(8, '\xff')));
+  store().execute_none_query("pragma shrink_memory");  // SQLite forgets the page,
+  store().execute_none_query("vacuum");                // and then the schema
+  EXPECT_FALSE(is_open());
+  EXPECT_TRUE(met_at_prepare());
+  EXPECT_TRUE(deleted());
+}
+
 // ---- Checking for damage ------------------------------------------------------------------------
 
 TEST_F(DamageSurprises, IntegrityCheckDeletesAFileWhoseSchemaItCannotRead) {
