@@ -69,7 +69,8 @@ class DamageSurprises : public StoreTest {
                                       "pagetype='leaf' order by path limit 1")
                                      .front());
     Files files = closed_store();
-    files[""][(page - 1) * kPage + kPage / 2] ^= 1;
+    char& byte = files[""][(page - 1) * kPage + kPage / 2];
+    byte = static_cast<char>(byte ^ 1);
     lay(files);
     ASSERT_EQ(store().open_db(), SQLITE_OK);
     MessageResponse message;
