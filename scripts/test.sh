@@ -5,7 +5,8 @@
 #   --checked   also runs all tests under the address, undefined-behaviour and leak sanitizers, and the
 #               threads suite, with and without the statement cache, under the thread sanitizer
 #   --thorough  as --checked, and the random and exhaustive suites run longer: model and threads under
-#               the sanitizers, the others without
+#               the sanitizers, the others without. Then the suites of the store run with encrypted
+#               stores, unless the SQLite with a cipher cannot be fetched; sqlite.sh --cipher
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -46,3 +47,17 @@ echo "== threads, tsan =="
 cmake --preset tsan
 cmake --build --preset tsan --target threads_test threads_test_cached statement_cache_threads_test
 CORVAN_BOUNDS=${thorough:+thorough} ctest --preset tsan -R threads_test
+[ -n "$thorough" ] || exit 0
+
+echo "== store, encrypted =="
+if ! bash scripts/sqlite.sh --cipher; then
+  echo "test.sh: the suites with encrypted stores were left out: no SQLite with a cipher" >&2
+  exit 0
+fi
+cmake --preset debug -B build/encrypted -DCMAKE_UNITY_BUILD=ON -DCMAKE_CXX_FLAGS_DEBUG=-O0 \
+  -DCORVAN_SQLITE_AMALGAMATION="$PWD/build/sqlite-cipher"
+cmake --build build/encrypted
+# Between the usual and the thorough bounds, which were tried above: this takes a few minutes more.
+cd build/encrypted
+CORVAN_TEST_ENCRYPTED=1 CORVAN_KILL_CYCLES=500 CORVAN_DAMAGE_POINTS=550 CORVAN_FAULT_SHARE=4 \
+  ctest -L store --output-on-failure --no-tests=error -j 2

@@ -10,6 +10,7 @@
 #   cipher           as sqlite, from a release of SQLite that can encrypt its files; here without a key
 #   sqlcipher        as g++, with Debian's SQLCipher in place of SQLite: the store and its tests, without
 #                    Corvan::db_cached, the tool and the tests that need a newer SQLite
+#   encrypted        the build of cipher; the suites of the store with a key for each store
 #   arm64            cross-built with g++, run under QEMU's user-mode emulation
 #   armhf            as arm64, 32 bits
 #   debian12         scripts/demo.sh and scripts/test.sh in an empty Debian 12, created in a folder; needs
@@ -19,15 +20,15 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-all=(g++ clang++ sqlite sqlite-upstream cipher sqlcipher arm64 armhf debian12 debian13)
+all=(g++ clang++ sqlite sqlite-upstream cipher sqlcipher encrypted arm64 armhf debian12 debian13)
 legs=("$@")
 [ ${#legs[@]} -gt 0 ] || legs=("${all[@]}")
 for leg in "${legs[@]}"; do
   case "$leg" in
-    g++ | clang++ | sqlite | sqlite-upstream | cipher | sqlcipher | arm64 | armhf) ;;
+    g++ | clang++ | sqlite | sqlite-upstream | cipher | sqlcipher | encrypted | arm64 | armhf) ;;
     debian12 | debian13)
       if [ "$(id -u)" != 0 ]; then
-        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:8}" >&2
+        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:9}" >&2
         exit 2
       fi
       ;;
@@ -97,14 +98,19 @@ cross() {
   test_leg "$architecture" 1800
 }
 
-# with_sqlite LEG [ARGUMENT...]: the arguments are those of sqlite.sh.
-with_sqlite() {
+# build_with_sqlite LEG [ARGUMENT...]: the arguments are those of sqlite.sh.
+build_with_sqlite() {
   local leg=$1
   bash scripts/install.sh build tools tests-source
   bash scripts/sqlite.sh "${@:2}" "build/matrix/$leg-amalgamation"
   build "$leg" -DCMAKE_CXX_COMPILER=g++ \
     -DCORVAN_SQLITE_AMALGAMATION="$PWD/build/matrix/$leg-amalgamation"
-  test_leg "$leg" 120
+}
+
+# with_sqlite LEG [ARGUMENT...]: as build_with_sqlite, and runs the tests.
+with_sqlite() {
+  build_with_sqlite "$@"
+  test_leg "$1" 120
 }
 
 for leg in "${legs[@]}"; do
@@ -131,6 +137,10 @@ for leg in "${legs[@]}"; do
         -DSQLite3_INCLUDE_DIR=/usr/include/sqlcipher \
         -DSQLite3_LIBRARY="$(g++ -print-file-name=libsqlcipher.so)"
       test_leg "$leg" 120
+      ;;
+    encrypted)
+      build_with_sqlite cipher --cipher
+      CORVAN_TEST_ENCRYPTED=1 test_leg cipher 120 -L store
       ;;
     arm64) cross arm64 aarch64-linux-gnu aarch64 qemu-aarch64-static ;;
     armhf) cross armhf arm-linux-gnueabihf arm qemu-arm-static ;;

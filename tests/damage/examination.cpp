@@ -8,8 +8,10 @@
 #include "db/cv_db_singleton.h"
 #include "tests/damage/sweep.h"
 #include "tests/support/clock.h"
+#include "tests/support/encryption.h"
 #include "tests/support/failures.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/plain_text.h"
 #include "tests/support/rows.h"
 #include "tests/support/sqlite_ledger.h"
 #include "tests/support/temporary_folder.h"
@@ -58,6 +60,8 @@ class Examination {
     } else {
       outcome_.changed = read_files(folder_)[""] != before[""];
     }
+    const std::string readable = files_with_plain_text(folder_);
+    if (!readable.empty()) complain("plain text in" + readable, {});
     CvDbSingleton::delete_instance();
   }
 
@@ -98,6 +102,7 @@ class Examination {
     const bool gone = was_there && !file_is_there();
     if (gone) note_deletion(outcome_, name);
     if (gone && !met) complain(name + ": deleted the file without damage met at a prepare", lines);
+    if (gone && met && stores_are_encrypted()) complain(name + ": deleted the file", lines);
     if (!gone && met && expected_.can_unlink) complain(name + ": kept the damaged file", lines);
     if (met && store_connection() != nullptr) complain(name + ": left the connection open", lines);
     if (open_statements() != 0) complain(name + ": left a statement open", lines);

@@ -13,6 +13,7 @@
 #include "tests/damage/child.h"
 #include "tests/damage/examination.h"
 #include "tests/damage/files.h"
+#include "tests/support/encryption.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/privileges.h"
 #include "tests/support/rows.h"
@@ -28,15 +29,30 @@ std::string fate(const Ended& ended) {
   const Outcome& outcome = ended.outcome;
   const std::string breach = ended.otherwise + outcome.complaint.data();
   if (!breach.empty()) return breach;
-  if (!outcome.opened) return "not opened";
   if (outcome.deleted) return std::string("deleted by ") + outcome.deleted_by.data();
+  if (!outcome.opened) return outcome.changed ? "not opened, and changed" : "not opened";
   std::string text = outcome.changed ? "kept and written" : "kept as it was";
   if (outcome.wrong) text += ", other rows read";
   if (outcome.failed) text += ", failing";
   return text;
 }
 
-const std::string kDeleted = "deleted by init_open_db";
+// What happens to a file that SQLite takes for damaged as soon as it reads it. If the stores are
+// encrypted, it does so when the key is tried, before the store's first statement.
+std::string lost() {
+  return stores_are_encrypted() ? "not opened" : "deleted by init_open_db";
+}
+
+// What happens to a file on which the key cannot be tried; the store would open it.
+std::string unreadable() {
+  return stores_are_encrypted() ? "not opened" : "kept as it was, failing";
+}
+
+// What the line in the log contains: `text`, or SQLite's name of `code` if the key was refused.
+std::string logged(const std::string& text, int code) {
+  return stores_are_encrypted() ? std::string("(") + sqlite3_errstr(code) + ")" : text;
+}
+
 const std::string kWorks = "kept and written";
 const std::string kWorksInPart = "kept and written, failing";
 
@@ -95,10 +111,9 @@ TEST_F(FileKinds, FileOfAnotherFormatIsDeletedAtPrepare) {
       {"an older format of SQLite", with_header(0, "SQLite format 2")},
   };
   for (const auto& [name, content] : formats) {
-    EXPECT_EQ(fate_of(content), kDeleted) << name;
-    EXPECT_NE(failure().find(std::string(";;;26;;;") + sqlite3_errstr(SQLITE_NOTADB)),
-              std::string::npos)
-        << failure();
+    EXPECT_EQ(fate_of(content), lost()) << name;
+    const std::string text = std::string(";;;26;;;") + sqlite3_errstr(SQLITE_NOTADB);
+    EXPECT_NE(failure().find(logged(text, SQLITE_NOTADB)), std::string::npos) << failure();
   }
 }
 
@@ -112,39 +127,43 @@ TEST_F(FileKinds, FileOfOneByteBecomesAStore) {
 }
 
 TEST_F(FileKinds, HeaderWithAnImpossiblePageSizeIsDeleted) {
-  EXPECT_EQ(fate_of(with_header(16, std::string("\x00\x00", 2))), kDeleted);
-  EXPECT_EQ(fate_of(with_header(16, std::string("\x03\xe8", 2))), kDeleted);
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x00\x00", 2))), lost());
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x03\xe8", 2))), lost());
 }
 
 TEST_F(FileKinds, HeaderWithThePageSizeOfAnotherFileIsDeleted) {
-  EXPECT_EQ(fate_of(with_header(16, std::string("\x02\x00", 2))), kDeleted);
-  EXPECT_EQ(fate_of(with_header(16, std::string("\x20\x00", 2))), kDeleted);
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x02\x00", 2))), lost());
+  EXPECT_EQ(fate_of(with_header(16, std::string("\x20\x00", 2))), lost());
 }
 
 TEST_F(FileKinds, HeaderWithAnotherTextEncodingIsDeleted) {
   for (const char encoding : {'\2', '\3'}) {
-    EXPECT_EQ(fate_of(with_header(59, std::string(1, encoding))), kDeleted);
-    EXPECT_NE(failure().find(";;;11;;;malformed database schema"), std::string::npos) << failure();
+    EXPECT_EQ(fate_of(with_header(59, std::string(1, encoding))), lost());
+    EXPECT_NE(failure().find(logged(";;;11;;;malformed database schema", SQLITE_NOTADB)),
+              std::string::npos)
+        << failure();
   }
 }
 
 // This also deletes files that a later release of SQLite wrote.
 TEST_F(FileKinds, HeaderWithALaterReadVersionIsDeleted) {
-  EXPECT_EQ(fate_of(with_header(19, "\x63")), kDeleted);
-  EXPECT_NE(failure().find(";;;26;;;"), std::string::npos) << failure();
+  EXPECT_EQ(fate_of(with_header(19, "\x63")), lost());
+  EXPECT_NE(failure().find(logged(";;;26;;;", SQLITE_NOTADB)), std::string::npos) << failure();
 }
 
 TEST_F(FileKinds, HeaderWithALaterWriteVersionIsReadOnly) {
-  EXPECT_EQ(fate_of({{"", with_header(18, "\x63")}}, closed_answers()), "kept as it was, failing");
-  EXPECT_NE(failure().find("step;;;8;;;attempt to write a readonly database"), std::string::npos)
-      << failure();
+  EXPECT_EQ(fate_of({{"", with_header(18, "\x63")}}, closed_answers()), unreadable());
+  const char* const text = "step;;;8;;;attempt to write a readonly database";
+  EXPECT_NE(failure().find(logged(text, SQLITE_NOTADB)), std::string::npos) << failure();
 }
 
 // SQLite does not report damage here: every operation fails, and nothing is deleted.
 TEST_F(FileKinds, HeaderWithALaterSchemaFormatFailsAndIsKept) {
   write_file(file(), with_header(47, "\x05"));
-  EXPECT_EQ(fate_here(), kWorksInPart);
-  EXPECT_NE(failure().find(";;;1;;;unsupported file format"), std::string::npos) << failure();
+  EXPECT_EQ(fate_here(), stores_are_encrypted() ? "not opened" : kWorksInPart);
+  EXPECT_NE(failure().find(logged(";;;1;;;unsupported file format", SQLITE_NOTADB)),
+            std::string::npos)
+      << failure();
   EXPECT_EQ(read_file(file()).size(), closed_store().at("").size());
 }
 
@@ -154,15 +173,15 @@ TEST_F(FileKinds, FileTruncatedAtAPageIsDeleted) {
   const std::string& whole = closed_store().at("");
   for (const std::size_t pages :
        {std::size_t{1}, std::size_t{2}, whole.size() / kPage / 2, whole.size() / kPage - 1}) {
-    EXPECT_EQ(fate_of(whole.substr(0, pages * kPage)), kDeleted) << pages;
-    EXPECT_NE(failure().find(";;;11;;;"), std::string::npos) << failure();
+    EXPECT_EQ(fate_of(whole.substr(0, pages * kPage)), lost()) << pages;
+    EXPECT_NE(failure().find(logged(";;;11;;;", SQLITE_CORRUPT)), std::string::npos) << failure();
   }
 }
 
 TEST_F(FileKinds, FileTruncatedWithinTheFirstPageIsDeleted) {
   for (const std::size_t size :
        std::vector<std::size_t>{2, 15, 16, 50, 99, 100, 101, 511, 512, 513, 4095}) {
-    EXPECT_EQ(fate_of(closed_store().at("").substr(0, size)), kDeleted) << size;
+    EXPECT_EQ(fate_of(closed_store().at("").substr(0, size)), lost()) << size;
   }
 }
 
@@ -250,8 +269,8 @@ TEST_F(FileKinds, LinkToADamagedFileIsDeletedWithoutItsTarget) {
   const std::string noise(2 * kPage, 'x');
   write_file(folder.file("target"), noise);
   fs::create_symlink("target", file());
-  EXPECT_EQ(fate_here(), kDeleted);
-  EXPECT_FALSE(fs::is_symlink(file()));
+  EXPECT_EQ(fate_here(), lost());
+  EXPECT_EQ(fs::is_symlink(file()), stores_are_encrypted());
   EXPECT_EQ(read_file(folder.file("target")), noise);
 }
 
@@ -322,8 +341,10 @@ TEST_F(FileKinds, IndexWithoutItsLogIsRebuilt) {
 TEST_F(FileKinds, DirectoryInPlaceOfTheLogFailsAndKeepsTheFile) {
   write_files(folder.path(), closed_store());
   fs::create_directory(folder.file("corvan-wal"));
-  EXPECT_EQ(fate_here(), "kept as it was, failing");
-  EXPECT_NE(failure().find(";;;14;;;unable to open database file"), std::string::npos) << failure();
+  EXPECT_EQ(fate_here(), unreadable());
+  EXPECT_NE(failure().find(logged(";;;14;;;unable to open database file", SQLITE_CANTOPEN)),
+            std::string::npos)
+      << failure();
   EXPECT_TRUE(fs::is_directory(folder.file("corvan-wal")));
 }
 
@@ -341,6 +362,7 @@ Files store_with_hot_journal() {
   const TemporaryFolder folder;
   write_files(folder.path(), closed_store());
   plant(folder.file("corvan"), "pragma journal_mode=delete");
+  const Files before = read_files(folder.path());
   sqlite3* db = nullptr;
   sqlite3_open(folder.file("corvan").c_str(), &db);
   // A cache so small that pages are written before the transaction ends.
@@ -348,7 +370,9 @@ Files store_with_hot_journal() {
                nullptr, nullptr);
   Files files = read_files(folder.path());
   sqlite3_close_v2(db);
-  if (files[""].find("torn") == std::string::npos) throw std::runtime_error("nothing was written");
+  const bool written = stores_are_encrypted() ? files.at("") != before.at("")
+                                              : files.at("").find("torn") != std::string::npos;
+  if (!written) throw std::runtime_error("nothing was written");
   return files;
 }
 
@@ -399,7 +423,7 @@ TEST_F(WithoutPermission, ReadOnlyFileIsReadAndKept) {
 TEST_F(WithoutPermission, FileInAReadOnlyFolderIsKept) {
   Expected expected = closed_answers();
   lay(closed_store(), kFolderToRead);
-  EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
+  EXPECT_EQ(fate(examined_without_rights(expected)), unreadable());
 }
 
 TEST_F(WithoutPermission, MissingFileInAReadOnlyFolderFailsToOpen) {
@@ -410,14 +434,14 @@ TEST_F(WithoutPermission, MissingFileInAReadOnlyFolderFailsToOpen) {
 // Deleting a file requires permission for its folder, not for the file.
 TEST_F(WithoutPermission, DamagedReadOnlyFileIsDeleted) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderOfAll);
-  EXPECT_EQ(fate(examined_without_rights({})), kDeleted);
+  EXPECT_EQ(fate(examined_without_rights({})), lost());
 }
 
 TEST_F(WithoutPermission, DamagedFileInAReadOnlyFolderIsKept) {
   lay({{"", std::string(2 * kPage, 'x')}}, kFolderToRead);
   Expected expected;
   expected.can_unlink = false;
-  EXPECT_EQ(fate(examined_without_rights(expected)), "kept as it was, failing");
+  EXPECT_EQ(fate(examined_without_rights(expected)), unreadable());
 }
 
 }  // namespace

@@ -62,6 +62,27 @@ class DamageSurprises : public StoreTest {
     return std::any_of(lines.begin(), lines.end(), tells_of_damage_at_prepare);
   }
 
+  // Changes a byte of the page that contains the oldest messages.
+  void expect_changed_byte_noticed() {
+    lay(closed_store());
+    const auto page = std::stoul(rows("select pageno from dbstat where name='t_message' and "
+                                      "pagetype='leaf' order by path limit 1")
+                                     .front());
+    Files files = closed_store();
+    char& byte = files[""][(page - 1) * kPage + kPage / 2];
+    byte = static_cast<char>(byte ^ 1);
+    lay(files);
+    ASSERT_EQ(store().open_db(), SQLITE_OK);
+    MessageResponse message;
+    message.msg_id_ = 2;
+    EXPECT_FALSE(store().get_message_by_id(message));
+    EXPECT_EQ(log.take(), run_failed(SQLITE_CORRUPT, kMalformed));
+    std::string result;
+    EXPECT_FALSE(store().check_integrity(result));
+    store().close_db();
+    EXPECT_EQ(read_file(file()), files[""]);
+  }
+
   // Opens the closed store's file. This reads no more than its schema.
   void open_closed_store() {
     lay(closed_store());
@@ -76,6 +97,7 @@ class DamageSurprises : public StoreTest {
 
 TEST_F(DamageSurprises, OpeningReturnsTrueAlthoughItDeletedTheFileAndClosedTheStore) {
   lay(kNoise);
+  if (is_refused(SQLITE_NOTADB)) return;
   EXPECT_TRUE(open());
   EXPECT_EQ(log.take(), Rows{prepare_failed(sqlite3_errstr(SQLITE_NOTADB), SQLITE_NOTADB)});
   EXPECT_TRUE(deleted());
@@ -187,6 +209,7 @@ TEST_F(DamageSurprises, DamageFoundWhileSteppingIsLoggedAndTheFileKept) {
 // Closing the connection deletes them, whatever they contain.
 TEST_F(DamageSurprises, LogAndIndexAreDeletedWithTheFile) {
   lay({{"", kNoise}, {"-wal", kNoise}, {"-shm", kNoise}});
+  if (is_refused(SQLITE_NOTADB)) return;
   EXPECT_TRUE(open());
   EXPECT_TRUE(met_at_prepare());
   EXPECT_EQ(files(), Rows{});
@@ -195,6 +218,7 @@ TEST_F(DamageSurprises, LogAndIndexAreDeletedWithTheFile) {
 // The next opening deletes a log beside an empty file.
 TEST_F(DamageSurprises, NewStoreIgnoresTheLogOfTheDeletedFile) {
   lay(kNoise);
+  if (is_refused(SQLITE_NOTADB)) return;
   EXPECT_TRUE(open());
   ASSERT_TRUE(deleted());
   write_file(folder.file("corvan-wal"), crashed_store().at("-wal"));
@@ -227,6 +251,7 @@ TEST_F(DamageSurprises, LogWithADamagedSchemaIsDeletedWithTheFile) {
   const Files damaged = store_with_damaged_schema_in_log();
   ASSERT_EQ(damaged.at(""), closed_store().at(""));
   lay(damaged);
+  if (is_refused(SQLITE_CORRUPT)) return;
   EXPECT_TRUE(open());
   EXPECT_TRUE(met_at_prepare());
   EXPECT_EQ(files(), Rows{});
@@ -235,6 +260,7 @@ TEST_F(DamageSurprises, LogWithADamagedSchemaIsDeletedWithTheFile) {
 // They stay as long as another connection has the file open. The store itself never opens a second
 // one.
 TEST_F(DamageSurprises, LogAndIndexAreKeptWhileAnotherConnectionIsOpen) {
+  SKIP_IF_ENCRYPTED("no other connection can be opened to this file");
   const Files damaged = store_with_damaged_schema_in_log();
   lay(damaged);
   sqlite3* other = nullptr;
@@ -298,6 +324,7 @@ TEST_F(DamageSurprises, FileTruncatedWhileOpenIsLostAtTheNextOpening) {
     open_closed_store();
     std::filesystem::resize_file(file(), size);
     store().close_db();
+    if (size > 0 && is_refused(size < kPage ? SQLITE_NOTADB : SQLITE_CORRUPT)) continue;
     EXPECT_TRUE(open());
     EXPECT_EQ(met_at_prepare(), size > 0) << size;
     EXPECT_EQ(deleted(), size > 0) << size;
@@ -306,12 +333,24 @@ TEST_F(DamageSurprises, FileTruncatedWhileOpenIsLostAtTheNextOpening) {
   }
 }
 
+// This also deletes an encrypted file: the key was tried when the file was opened.
+TEST_F(DamageSurprises, FirstPageDamagedWhileOpenDeletesTheFileIfTheSchemaIsReadAgain) {
+  open_closed_store();
+  write_file(file(), overwritten(closed_store().at(""), 100, std::string(8, '\xff')));
+  store().execute_none_query("pragma shrink_memory");  // SQLite forgets the page,
+  store().execute_none_query("vacuum");                // and then the schema
+  EXPECT_FALSE(is_open());
+  EXPECT_TRUE(met_at_prepare());
+  EXPECT_TRUE(deleted());
+}
+
 // ---- Checking for damage ------------------------------------------------------------------------
 
 TEST_F(DamageSurprises, IntegrityCheckDeletesAFileWhoseSchemaItCannotRead) {
   for (const std::string& damaged :
        {kNoise, overwritten(closed_store().at(""), 100, std::string(8, '\xff'))}) {
     lay(damaged);
+    if (is_refused(SQLITE_NOTADB)) continue;
     ASSERT_EQ(store().open_db(), SQLITE_OK);
     std::string result;
     EXPECT_FALSE(store().check_integrity(result));
@@ -335,7 +374,9 @@ TEST_F(DamageSurprises, IntegrityCheckReportsADamagedPageAndKeepsTheFile) {
   EXPECT_EQ(read_file(file()), files[""]);
 }
 
+// A cipher that authenticates pages notices it.
 TEST_F(DamageSurprises, IntegrityCheckDoesNotNoticeAChangedText) {
+  if (stores_are_encrypted()) return expect_changed_byte_noticed();
   Files files = closed_store();
   const std::size_t at = files[""].find("room1:b");
   ASSERT_NE(at, std::string::npos);
@@ -356,6 +397,7 @@ TEST_F(DamageSurprises, UnlockCheckNeverDeletesTheFile) {
   for (const auto& [damaged, code] :
        {std::pair{kNoise, SQLITE_NOTADB}, std::pair{malformed, SQLITE_CORRUPT}}) {
     lay(damaged);
+    if (is_refused(SQLITE_NOTADB)) continue;
     ASSERT_EQ(store().open_db(), SQLITE_OK);
     EXPECT_EQ(store().is_db_unlocked(""), code);
     EXPECT_EQ(log.take(), Rows{});

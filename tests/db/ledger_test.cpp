@@ -49,9 +49,7 @@ class LedgerOfOpening : public testing::Test {
 // is off by default in this SQLite library.
 Texts end_of_opening() {
   Texts texts = {"pragma secure_delete"};
-  if (rows(":memory:", "pragma secure_delete") == Rows{"0"}) {
-    texts.emplace_back("pragma secure_delete=ON");
-  }
+  if (!deletes_securely()) texts.emplace_back("pragma secure_delete=ON");
   texts.emplace_back(kMarkFailed.sql);
   texts.emplace_back(kCommit.sql);
   return texts;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <string>
 
+#include "tests/support/encryption.h"
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
 
@@ -40,7 +41,7 @@ bool sqlite_has_cipher() {
 }
 
 TEST(DiskRecord, ContainsPlainTextWithoutAKey) {
-  EXPECT_TRUE(reaches_disk(""));
+  EXPECT_EQ(reaches_disk(""), !stores_are_encrypted());
 }
 
 TEST(DiskRecord, ContainsNoPlainTextWithAKey) {

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -114,6 +115,8 @@ extern "C" int authorize(void* trouble, int action, const char* detail, const ch
   return denied(*static_cast<Trouble*>(trouble), action, detail) ? SQLITE_DENY : SQLITE_OK;
 }
 
+const std::string kNoise(8192, 'x');
+
 // A cheap hash that chooses points.
 uint64_t mixed(uint64_t a, uint64_t b) {
   return (a * 0x9E3779B97F4A7C15ULL ^ b) * 0xD1B54A32D192ED03ULL >> 33;
@@ -132,8 +135,9 @@ class OutOfMemory : public testing::TestWithParam<End> {
     switch (GetParam().trouble) {
       case Trouble::kNone:
         return true;
-      case Trouble::kDamaged:
-        return call.start != Call::kNoFile;
+      case Trouble::kDamaged:  // if it is encrypted, no operation can run on it
+        return call.start == Call::kClosed ||
+               (call.start == Call::kOpen && !stores_are_encrypted());
       default:
         return !closed;
     }
@@ -158,7 +162,17 @@ class OutOfMemory : public testing::TestWithParam<End> {
     return call;
   }
 
-  void damage() const { write_file(scene_.folder() + "corvan", std::string(8192, 'x')); }
+  std::string file() const { return scene_.folder() + "corvan"; }
+  void damage() const { write_file(file(), kNoise); }
+
+  // A damaged file that is encrypted is not opened, and kept. Removes it.
+  std::string remove_damaged(CvDbSingleton& store) const {
+    if (store.init_open_db(cvrtc::Pathname(scene_.folder()), "", "me"))
+      return "opens a damaged file";
+    if (!file_exists(file()) || read_file(file()) != kNoise) return "does not keep the file";
+    std::filesystem::remove(file());
+    return "";
+  }
 
   // Called right before the call and right after it.
   void arm(const Call& call, uint64_t nth, bool once) {
@@ -182,6 +196,10 @@ class OutOfMemory : public testing::TestWithParam<End> {
   std::string go_on(const Call& call, CvDbSingleton& store) const {
     if (call.start != Call::kOpen || GetParam().trouble == Trouble::kDamaged) {
       store.close_db();
+    }
+    if (GetParam().trouble == Trouble::kDamaged && stores_are_encrypted()) {
+      const std::string complaint = remove_damaged(store);
+      if (!complaint.empty()) return complaint;
     }
     const cvrtc::Pathname folder(scene_.folder());
     // The first opening may find the file damaged, and delete it.

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/plain_text.h"
 #include "tests/support/store_test.h"
 
 namespace corvan_test {
@@ -27,6 +28,8 @@ Outcome Reopening::reopen(const DiskImage& image, bool garbage) {
   std::filesystem::create_directory(folder_.path());
   write_folder(folder_.path(), image);
   if (garbage) write_file(folder_.file("corvan-shm"), std::string(32768, '\x5a'));
+  const std::string readable = files_with_plain_text(folder_.path());
+  if (!readable.empty()) return {"plain text in" + readable, {}};
   const bool opened = open_store(folder_.path());
   Outcome outcome = look(opened);
   CvDbSingleton::get_instance()->close_db();

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "tests/kill/planner.h"
+#include "tests/support/encryption.h"
 
 namespace corvan_test {
 
@@ -34,7 +35,7 @@ void Planner::add_damaged_opening() {
   opening.on_store = [folder = folder_](CvDbSingleton& store) {
     return int64_t{store.init_open_db(cvrtc::Pathname(folder), "", "me")};
   };
-  opening.on_model = [](Model&) { return int64_t{1}; };
+  opening.on_model = [](Model&) { return int64_t{stores_are_encrypted() ? 0 : 1}; };
   add(std::move(opening));
 }
 

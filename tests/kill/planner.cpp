@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "tests/support/clock.h"
+#include "tests/support/encryption.h"
 #include "tests/support/operations/operation.h"
 
 namespace corvan_test {
@@ -95,6 +96,10 @@ Planner::Planner(const Model& model, std::string folder, Life life, uint64_t see
     : model_(model), folder_(std::move(folder)), life_(life), random_(seed), clock_(clock_now()) {}
 
 Plan Planner::plan(std::size_t length, bool damaged, Phase opening) {
+  if (damaged && stores_are_encrypted()) {  // no opening takes the file
+    while (plan_.size() < length) add_damaged_opening();
+    return std::move(plan_);
+  }
   if (damaged) add_damaged_opening();
   add_opening(opening);
   if (life_ == Life::kHeavy) add_save();

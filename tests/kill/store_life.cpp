@@ -4,6 +4,8 @@
 #include <filesystem>
 
 #include "tests/support/clock.h"
+#include "tests/support/encryption.h"
+#include "tests/support/plain_text.h"
 
 namespace corvan_test {
 
@@ -42,6 +44,8 @@ Plan StoreLife::next_plan() {
 
 std::string StoreLife::check(const Plan& plan, const Killed& killed) {
   if (!killed.otherwise.empty()) return "the process " + killed.otherwise + "\n";
+  const std::string readable = files_with_plain_text(folder());
+  if (!readable.empty()) return "plain text in" + readable + "\n";
   const std::size_t acknowledged = killed.results.size();
   for (std::size_t i = 0; i < acknowledged; ++i) {
     const int64_t expected = run(plan[i], model_);
@@ -49,7 +53,7 @@ std::string StoreLife::check(const Plan& plan, const Killed& killed) {
     return plan[i].text + " answered " + std::to_string(killed.results[i]) + " instead of " +
            std::to_string(expected) + "\n";
   }
-  if (damaged() && acknowledged == 0) return check_damaged();
+  if (damaged() && (acknowledged == 0 || stores_are_encrypted())) return check_damaged();
   for (std::size_t i = 0; i < acknowledged; ++i) has_schema_ |= plan[i].gives_store;
 
   const PlannedCall* next = acknowledged < plan.size() ? &plan[acknowledged] : nullptr;
@@ -114,6 +118,7 @@ void StoreLife::count(const Plan& plan, const Killed& killed) {
 
 std::string StoreLife::check_damaged() {
   if (file_exists(file()) && read_file(file()) != damage_) return "the damaged file has changed\n";
+  if (stores_are_encrypted()) return file_exists(file()) ? "" : "the damaged file is gone\n";
   return check_with_store(folder(), {{Model()}, schema_, false}, 2).problem;
 }
 

@@ -63,6 +63,7 @@ class StoreLife {
   void count(const Plan& plan, const Killed& killed);
 
   // The damaged file must be unchanged or deleted, and two openings must produce a working store.
+  // If the stores are encrypted, the file must be unchanged.
   std::string check_damaged();
 
   // A separate connection reads a copy, so that the store opens exactly the files that the process

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "tests/support/encryption.h"
 #include "tests/support/unrecorded.h"
 
 namespace corvan_test {
@@ -27,6 +28,7 @@ Connection open_file(const std::string& file) {
   const int rc = sqlite3_open(file.c_str(), &db);
   Connection connection(db);
   if (rc != SQLITE_OK) throw std::runtime_error("cannot open " + file);
+  if (encryption != nullptr) encryption->unlock(db, file);
   sqlite3_busy_timeout(db, 2000);
   return connection;
 }

@@ -60,6 +60,12 @@ void note_finalized(sqlite3_stmt* stmt) {
   steps.sorts += sqlite3_stmt_status(stmt, SQLITE_STMTSTATUS_SORT, 1);
 }
 
+// False while SQLite opens a connection: a key is given to it then.
+bool is_store_connection(sqlite3* db) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return db == connection;
+}
+
 void note(const char* sql) {
   const corvan_test::Uncounted uncounted;
   const std::lock_guard<std::mutex> lock(mutex);
@@ -120,7 +126,9 @@ int __wrap_sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_st
 
 int __wrap_sqlite3_exec(sqlite3* db, const char* sql, sqlite3_callback callback, void* context,
                         char** error) {
-  if (StoreCall::now()) return __real_sqlite3_exec(db, sql, callback, context, error);
+  if (StoreCall::now() || !is_store_connection(db)) {
+    return __real_sqlite3_exec(db, sql, callback, context, error);
+  }
   note(sql);
   const int rc = __real_sqlite3_exec(db, sql, callback, context, error);
   if (const auto watcher = prepare_watcher.load()) watcher(sql, rc, nullptr);

@@ -8,6 +8,15 @@ int64_t save(Corvan::CvDbSingleton& store, const NewMessage& m) {
                             m.client_uid, m.server_uid, m.history, m.insert_only, m.is_count);
 }
 
+bool deletes_securely() {
+  static const bool answer = [] {
+    const TemporaryFolder folder;
+    const std::string store = stores_are_encrypted() ? folder.file("corvan") : ":memory:";
+    return corvan_test::rows(store, "pragma secure_delete") != Rows{"0"};
+  }();
+  return answer;
+}
+
 StoreTest::StoreTest() = default;
 
 StoreTest::~StoreTest() {
@@ -28,6 +37,22 @@ void StoreTest::TearDown() {
 
 bool StoreTest::open(const std::string& user) {
   return store().init_open_db(cvrtc::Pathname(folder.path()), "", user);
+}
+
+bool StoreTest::is_refused(int code) {
+  if (!stores_are_encrypted()) return false;
+  store().close_db();
+  const auto both_files = [this] {
+    const std::string log_file = folder.file("corvan-wal");
+    return read_file(file()) + (file_exists(log_file) ? read_file(log_file) : "");
+  };
+  const std::string before = both_files();
+  EXPECT_EQ(store().open_db(), code);
+  EXPECT_FALSE(open());
+  EXPECT_EQ(store_connection(), nullptr);
+  EXPECT_EQ(log.take().size(), 2U);  // one line for each opening
+  EXPECT_TRUE(both_files() == before);
+  return true;
 }
 
 int64_t StoreTest::save(const NewMessage& message) {

@@ -11,6 +11,7 @@
 
 #include "db/cv_db_singleton.h"
 #include "tests/support/clock.h"
+#include "tests/support/encryption.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/rows.h"
 #include "tests/support/sqlite_ledger.h"
@@ -98,6 +99,10 @@ struct NewMessage {
 
 int64_t save(Corvan::CvDbSingleton& store, const NewMessage& message);
 
+// Whether secure deletion is switched on by default: in this SQLite library or, if the stores are
+// encrypted, by its cipher. Call it after main() has begun: SQLite must not be used before.
+bool deletes_securely();
+
 // Opens the store for "me" in a temporary folder, sets the clock to 1000000 and captures warnings
 // and errors in `log`. After each test, checks that no statement and no transaction is open.
 class StoreTest : public testing::Test {
@@ -109,6 +114,11 @@ class StoreTest : public testing::Test {
 
   Corvan::CvDbSingleton& store() { return *Corvan::CvDbSingleton::get_instance(); }
   bool open(const std::string& user = "me");
+
+  // Whether the stores are encrypted. If so, checks that neither opening takes the file, which must
+  // be damaged where the opening looks, and that the file and its log are kept. open_db() must
+  // return `code`.
+  bool is_refused(int code);
 
   int64_t save(const NewMessage& message);
 

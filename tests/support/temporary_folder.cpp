@@ -8,6 +8,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "tests/support/encryption.h"
+
 namespace corvan_test {
 
 namespace {
@@ -30,9 +32,11 @@ TemporaryFolder::TemporaryFolder() {
   std::string name = (std::filesystem::temp_directory_path() / "corvan-test-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
   path_ = name + "/";
+  if (encryption != nullptr) encryption->give_key(path_);
 }
 
 TemporaryFolder::~TemporaryFolder() {
+  if (encryption != nullptr) encryption->take_key(path_);
   std::error_code failure;
   std::filesystem::remove_all(path_, failure);
   if (!failure) return;

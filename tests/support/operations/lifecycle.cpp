@@ -19,13 +19,6 @@ namespace {
 
 constexpr int kSchemaRows = 20;  // more than the tables and indexes of the schema
 
-// Whether this SQLite library has secure deletion switched on by default. Found out at the first
-// call: SQLite must not be used before main().
-bool deletes_securely() {
-  static const bool answer = rows(":memory:", "pragma secure_delete") != Rows{"0"};
-  return answer;
-}
-
 Operation init_open_db(const std::string& folder) {
   Operation op("init_open_db", Commits::kOneTransaction);
   const auto open = [folder](CvDbSingleton& s) {
