@@ -1,5 +1,5 @@
 // corvan, the command-line tool: imports conversation logs into a store; shows, checks, repairs,
-// rescues and exports stores.
+// rescues, exports and encrypts stores.
 
 #include <sys/stat.h>
 
@@ -46,6 +46,9 @@ int run(int argc, char** argv) {
   add_index(line);
   add_export(line);
   add_restore(line);
+  add_encrypt(line);
+  add_decrypt(line);
+  add_rekey(line);
   const int status = line.run(argc, argv);
   close_standard_output();
   return status;

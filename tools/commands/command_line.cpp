@@ -21,8 +21,9 @@ namespace corvan_tool {
 namespace {
 
 constexpr const char* kFooter =
-    "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact and\n"
-    "verify --repair change a store; the others read a temporary copy. Times are in UTC.\n"
+    "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact,\n"
+    "verify --repair, encrypt, decrypt and rekey change a store; the others read a temporary copy.\n"
+    "Times are in UTC.\n"
     "Put \"--\" before an argument that begins with \"-\": corvan search FOLDER -- -x.\n"
     "--key-file FILE names the key of an encrypted store: FILE holds 64 hexadecimal digits, and only\n"
     "its owner should be able to read it (mode 0600); - is standard input. --passphrase asks for a\n"
@@ -233,8 +234,8 @@ void Command::need(Option option, Option other) {
 
 CommandLine::CommandLine()
     : app_(std::make_unique<CLI::App>(
-          "Imports conversation logs into a message store; shows, checks, repairs, rescues and "
-          "exports stores.",
+          "Imports conversation logs into a message store; shows, checks, repairs, rescues, exports "
+          "and encrypts stores.",
           "corvan")) {
   app_->formatter(std::make_shared<HelpFormatter>());
   app_->footer(kFooter);

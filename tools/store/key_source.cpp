@@ -120,6 +120,9 @@ class Passphrase {
 }  // namespace
 
 Corvan::StoreKey read_key_file(const std::string& file) {
+  if (file == "-" && has_read_standard_input()) {
+    throw ToolError("standard input: was read for the other key; name a file for one of them");
+  }
   const std::string name = file == "-" ? "standard input" : file;
   const KeyFile input(file);
   KeyText text;
