@@ -128,6 +128,9 @@ class HelpFormatter : public CLI::Formatter {
 }  // namespace
 
 Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyOf key_of) {
+  if (options.passphrase && !options.file.empty()) {
+    throw ToolError("--key-file and --passphrase: give only one of them");
+  }
   require_cipher(options.passphrase ? "--passphrase" : "--key-file");
   if (!options.passphrase) return read_key_file(options.file);
   return ask_passphrase(name, key_of == KeyOf::kNewStore ? Asking::kTwice : Asking::kOnce);

@@ -56,13 +56,14 @@ std::string failure_of(const Conversion& conversion, const ConversionTexts& text
     case ConversionResult::kAlreadyEncrypted:
       return "encrypted with another key, or damaged; " + texts.advice;
     case ConversionResult::kInUse:
-      return "in use by another process; nothing was changed; close all clients and try again";
+      return "in use by another process; no message was changed; close all clients and try again";
     case ConversionResult::kNoSpace:
-      return "too little room for a second copy; nothing was changed; make room in its folder";
+      return "too little room for a second copy; no message was changed; make room in its folder";
     case ConversionResult::kDamaged:
-      return "damaged" + detail + "; nothing was changed; see 'corvan check' and 'corvan salvage'";
+      return "damaged" + detail +
+             "; no message was changed; see 'corvan check' and 'corvan salvage'";
     default:
-      return to_text(conversion.result) + detail + "; nothing was changed";
+      return to_text(conversion.result) + detail + "; no message was changed";
   }
 }
 
