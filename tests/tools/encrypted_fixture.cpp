@@ -61,11 +61,13 @@ void EncryptedTest::SetUp() {
 }
 
 void EncryptedTest::TearDown() {
-  for (const std::string& one : {store(), new_store()}) {
-    Corvan::StoreKeys::forget(cvrtc::Pathname(one, ""));
-  }
+  for (const std::string& one : {store(), new_store()}) forget_key(one);
   sqlite3_reset_auto_extension();
   ToolTest::TearDown();
+}
+
+void EncryptedTest::forget_key(const std::string& store_folder) {
+  Corvan::StoreKeys::forget(cvrtc::Pathname(store_folder, ""));
 }
 
 void EncryptedTest::set_key(const std::string& store_folder) const {

@@ -29,6 +29,9 @@ class EncryptedTest : public ToolTest {
   // The same without a key.
   void make_plain_store();
 
+  // From now on, the test's own connections to this folder use no key.
+  static void forget_key(const std::string& store_folder);
+
   Outcome run_with(const std::string& key, const Arguments& arguments,
                    const std::string& input = "");
 
