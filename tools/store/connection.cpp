@@ -49,15 +49,26 @@ void Statement::bind_blob(int parameter, std::string_view bytes) {
 
 Connection::Connection(const std::string& file, int flags) : opened_(open(file, flags)) {}
 
-// A database that has no file of its own needs no key.
+// Unlocking waits a fraction of a second for a lock that excludes readers.
 int Connection::open(const std::string& file, int flags) {
+  constexpr int kAttempts = 7;
+  int rc = open_once(file, flags);
+  for (int i = 1; i < kAttempts && (rc & 0xff) == SQLITE_BUSY; ++i) {
+    sqlite3_close_v2(db_);
+    rc = open_once(file, flags);
+  }
+  sqlite3_busy_timeout(db_, 2000);
+  return rc;
+}
+
+// A database that has no file of its own needs no key.
+int Connection::open_once(const std::string& file, int flags) {
   const bool is_keyed = used_key().is_valid() && !file.empty() && file != ":memory:";
   std::optional<Corvan::encryption::HookPause> pause;
   if (is_keyed) pause.emplace();
   const bool is_uri = (flags & SQLITE_OPEN_URI) != 0;
   const std::string name = is_uri ? file : unmistakable_path(file);
   const int rc = sqlite3_open_v2(name.c_str(), &db_, flags, nullptr);
-  sqlite3_busy_timeout(db_, 2000);
   if (rc == SQLITE_OK && is_keyed) return unlock();
   if (rc == SQLITE_AUTH) refusal_ = Corvan::StoreKeys::last_refusal();
   return rc;

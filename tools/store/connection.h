@@ -123,6 +123,7 @@ class Connection {
 
  private:
   int open(const std::string& file, int flags);
+  int open_once(const std::string& file, int flags);
   int unlock();
 
   sqlite3* db_ = nullptr;
