@@ -1,5 +1,5 @@
 // corvan, the command-line tool: imports conversation logs into a store; shows, checks, repairs,
-// rescues and exports stores.
+// rescues, exports and encrypts stores.
 
 #include <sys/stat.h>
 
@@ -8,10 +8,12 @@
 #include <iostream>
 #include <new>
 
+#include "addons/encryption/store_keys.h"
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
 #include "tools/store/abandoned_folders.h"
 #include "tools/store/interrupt.h"
+#include "tools/store/library_store.h"
 #include "tools/ui/error.h"
 #include "tools/ui/output.h"
 #include "tools/ui/terminal_text.h"
@@ -20,7 +22,14 @@ namespace {
 
 using namespace corvan_tool;
 
+// Without this, the library would delete an encrypted store as a damaged one.
+void guard_encrypted_stores() {
+  silence_library();
+  if (!Corvan::StoreKeys::install()) throw ToolError("SQLite does not register extensions");
+}
+
 int run(int argc, char** argv) {
+  guard_encrypted_stores();
   CommandLine line;
   add_import(line);
   add_list(line);
@@ -37,6 +46,9 @@ int run(int argc, char** argv) {
   add_index(line);
   add_export(line);
   add_restore(line);
+  add_encrypt(line);
+  add_decrypt(line);
+  add_rekey(line);
   const int status = line.run(argc, argv);
   close_standard_output();
   return status;

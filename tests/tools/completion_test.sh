@@ -30,6 +30,10 @@ expect "private" search --type p
 expect "html" export folder --format h
 expect "latest" verify folder --repair la
 expect "counters,latest" verify folder --repair counters,la
+expect "rekey" --key-file my-key rek
+expect "--passphrase" --pass
+expect "--new-passphrase" rekey --new-p
+(cd "$(dirname "$1")" && expect "corvan.bash" --key-file corvan.b && [ "$failures" = 0 ]) || failures=1
 expect "" nothing --x
 HOME=$(dirname "$2")
 # shellcheck disable=SC2088 # as bash hands it on

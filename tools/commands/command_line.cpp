@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "base/cv_utils.h"
+#include "tools/store/key.h"
+#include "tools/store/key_source.h"
 #include "tools/ui/error.h"
 #include "tools/ui/names.h"
 #include "tools/ui/terminal_text.h"
@@ -19,9 +21,13 @@ namespace corvan_tool {
 namespace {
 
 constexpr const char* kFooter =
-    "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact and\n"
-    "verify --repair change a store; the others read a temporary copy. Times are in UTC.\n"
+    "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact,\n"
+    "verify --repair, encrypt, decrypt and rekey change a store; the others read a temporary copy.\n"
+    "Times are in UTC.\n"
     "Put \"--\" before an argument that begins with \"-\": corvan search FOLDER -- -x.\n"
+    "--key-file FILE names the key of an encrypted store: FILE holds 64 hexadecimal digits, and only\n"
+    "its owner should be able to read it (mode 0600); - is standard input. --passphrase asks for a\n"
+    "passphrase on the terminal. Copies and new stores are encrypted with the same key.\n"
     "Exit status: 0 for success, 1 for a negative answer, 2 for bad usage, bad input or a store\n"
     "that cannot be read or written.\n";
 
@@ -121,6 +127,15 @@ class HelpFormatter : public CLI::Formatter {
 
 }  // namespace
 
+Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyOf key_of) {
+  if (options.passphrase && !options.file.empty()) {
+    throw ToolError("--key-file and --passphrase: give only one of them");
+  }
+  require_cipher(options.passphrase ? "--passphrase" : "--key-file");
+  if (!options.passphrase) return read_key_file(options.file);
+  return ask_passphrase(name, key_of == KeyOf::kNewStore ? Asking::kTwice : Asking::kOnce);
+}
+
 std::optional<int64_t> whole_number(const std::string& text) {
   int64_t value = 0;
   std::from_chars(text.data(), text.data() + text.size(), value);
@@ -202,6 +217,16 @@ CLI::Option* Command::types(std::vector<Corvan::SessionType>& target, const std:
   return add_option(*app_, "--type", "T", target, text + kTypes)->transform(type_of_conversation());
 }
 
+void Command::key(KeyOptions& target, const std::string& prefix, const std::string& what) {
+  const std::string begin = prefix.empty() ? "--" : "--" + prefix + "-";
+  Option const file =
+      option(begin + "key-file", "FILE", target.file,
+             "the key of " + what + ", 64 hexadecimal digits; - for standard input");
+  Option const passphrase =
+      flag(begin + "passphrase", target.passphrase, "ask for the passphrase of " + what);
+  exclude(passphrase, file);
+}
+
 void Command::exclude(Option option, Option other) {
   option->excludes(other);
 }
@@ -212,14 +237,15 @@ void Command::need(Option option, Option other) {
 
 CommandLine::CommandLine()
     : app_(std::make_unique<CLI::App>(
-          "Imports conversation logs into a message store; shows, checks, repairs, rescues and "
-          "exports stores.",
+          "Imports conversation logs into a message store; shows, checks, repairs, rescues, exports "
+          "and encrypts stores.",
           "corvan")) {
   app_->formatter(std::make_shared<HelpFormatter>());
   app_->footer(kFooter);
   app_->set_version_flag(
       "--version", "corvan " CORVAN_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
   app_->require_subcommand(1);
+  Command(*app_).key(key_, "", "the store");  // also before the command
   app_->failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
     return "corvan: " + printable(shown_bracket(error.what())) + "; see 'corvan --help'\n";
   });
@@ -228,11 +254,17 @@ CommandLine::CommandLine()
 CommandLine::~CommandLine() = default;
 
 Command CommandLine::add_command(const std::string& name, const std::string& text,
-                                 const std::string& footer, const std::function<int()>& action) {
+                                 const std::string& footer, KeyOf key_of,
+                                 const std::function<int()>& action) {
   CLI::App* const command = app_->add_subcommand(name, text);
   command->footer(footer);
-  command->callback([this, action] { status_ = action(); });
-  return Command(*command);
+  command->callback([this, key_of, action] {
+    if (key_.is_given()) use_key(key_from(key_, "passphrase", key_of));
+    status_ = action();
+  });
+  Command added(*command);
+  added.key(key_, "", "the store");
+  return added;
 }
 
 int CommandLine::run(int argc, char** argv) {

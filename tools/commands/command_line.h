@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "addons/encryption/store_keys.h"
 #include "db/cv_db_records.h"
 
 namespace CLI {
@@ -23,6 +24,22 @@ namespace corvan_tool {
 
 // The 64-bit number that `text` is in plain decimal; nothing if it is not one.
 std::optional<int64_t> whole_number(const std::string& text);
+
+// Whether a command's key belongs to an existing store, or to one that it makes. A new passphrase
+// is asked for twice.
+enum class KeyOf { kExistingStore, kNewStore };
+
+// Where a key comes from: a file, or a passphrase from the terminal.
+struct KeyOptions {
+  std::string file;
+  bool passphrase = false;
+
+  bool is_given() const { return passphrase || !file.empty(); }
+};
+
+// Reads or asks for the key. `name` is what a passphrase is called in the question. Throws
+// ToolError if SQLite has no cipher, or the key cannot be read.
+Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyOf key_of);
 
 enum class Presence { kOptional, kRequired };
 enum class Emptiness { kRefused, kAllowed };
@@ -78,6 +95,10 @@ class Command {
   Option type(Corvan::SessionType& target, const std::string& text);
   Option types(std::vector<Corvan::SessionType>& target, const std::string& text);
 
+  // The options that name a key: --key-file and --passphrase, or with a prefix --PREFIX-key-file
+  // and so on. `what` describes the key in the help.
+  void key(KeyOptions& target, const std::string& prefix, const std::string& what);
+
   // Refuses `option` together with, or without, the other one.
   static void exclude(Option option, Option other);
   static void need(Option option, Option other);
@@ -96,7 +117,8 @@ class CommandLine {
 
   // Adds a command with the texts of its help. Its Options live as long as this object. If the
   // command line names the command, `action` is called with them and returns the exit status.
-  // Options must have the members `folder`, for the required argument FOLDER, and `json`, for
+  // Before that, the key that the command line names becomes used_key(). Options must have the
+  // members `folder`, for the required argument FOLDER, and `json`, for
   // --json.
   template <typename Options>
   struct Added {
@@ -106,8 +128,9 @@ class CommandLine {
   template <typename Options>
   Added<Options> add(const std::string& name, const std::string& text, const std::string& footer,
                      int (*action)(const Options&),
-                     const std::string& folder = "the store's folder") {
-    Added<Options> added = add_without_folder(name, text, footer, action);
+                     const std::string& folder = "the store's folder",
+                     KeyOf key_of = KeyOf::kExistingStore) {
+    Added<Options> added = add_without_folder(name, text, footer, action, key_of);
     added.command.argument("FOLDER", added.options.folder, folder);
     return added;
   }
@@ -115,10 +138,11 @@ class CommandLine {
   // The same for a command without FOLDER as its first argument.
   template <typename Options>
   Added<Options> add_without_folder(const std::string& name, const std::string& text,
-                                    const std::string& footer, int (*action)(const Options&)) {
+                                    const std::string& footer, int (*action)(const Options&),
+                                    KeyOf key_of = KeyOf::kExistingStore) {
     const auto options = std::make_shared<Options>();
     Command command =
-        add_command(name, text, footer, [action, options] { return action(*options); });
+        add_command(name, text, footer, key_of, [action, options] { return action(*options); });
     command.flag("--json", options->json, "write JSON for programs");
     return {command, *options};
   }
@@ -128,9 +152,10 @@ class CommandLine {
 
  private:
   Command add_command(const std::string& name, const std::string& text, const std::string& footer,
-                      const std::function<int()>& action);
+                      KeyOf key_of, const std::function<int()>& action);
 
   const std::unique_ptr<CLI::App> app_;
+  KeyOptions key_;
   int status_ = 0;
 };
 

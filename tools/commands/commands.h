@@ -23,6 +23,9 @@ void add_compact(CommandLine& line);
 void add_index(CommandLine& line);
 void add_export(CommandLine& line);
 void add_restore(CommandLine& line);
+void add_encrypt(CommandLine& line);
+void add_decrypt(CommandLine& line);
+void add_rekey(CommandLine& line);
 
 }  // namespace corvan_tool
 

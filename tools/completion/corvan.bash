@@ -7,6 +7,7 @@ _corvan() {
   COMPREPLY=()
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
+      --key-file) ((i++)) ;; # its value is not the command
       -*) ;;
       *)
         command=${COMP_WORDS[i]}
@@ -15,8 +16,15 @@ _corvan() {
     esac
   done
 
+  case $previous in
+    --key-file | --new-key-file)
+      compopt -o filenames 2>/dev/null || true
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      return
+      ;;
+  esac
   if [ -z "$command" ]; then
-    mapfile -t COMPREPLY < <(compgen -W "--help --version $("$program" --help 2>/dev/null |
+    mapfile -t COMPREPLY < <(compgen -W "--help --version --key-file --passphrase $("$program" --help 2>/dev/null |
       sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" -- "$word")
     return
   fi

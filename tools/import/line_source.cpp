@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "tools/store/key_source.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
@@ -32,6 +33,9 @@ LineSource::~LineSource() {
 }
 
 LineSource::Input LineSource::open_input(const std::string& name) {
+  if (name == "-" && has_read_standard_input()) {
+    throw ToolError("standard input: was read for the key; name a file for one of them");
+  }
   if (name == "-") return {"standard input", STDIN_FILENO};
   std::error_code ignored;  // open() reports the same error
   if (std::filesystem::is_directory(name, ignored)) {

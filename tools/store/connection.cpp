@@ -1,6 +1,12 @@
 #include "tools/store/connection.h"
 
 #include <cstddef>
+#include <optional>
+
+#include "addons/encryption/cipher.h"
+#include "addons/encryption/connection_hook.h"
+#include "tools/store/key.h"
+#include "tools/ui/error.h"
 
 namespace corvan_tool {
 
@@ -41,11 +47,46 @@ void Statement::bind_blob(int parameter, std::string_view bytes) {
   sqlite3_bind_blob64(stmt_, parameter, bytes_of(bytes), bytes.size(), SQLITE_STATIC);
 }
 
-Connection::Connection(const std::string& file, int flags)
-    : opened_(
-          sqlite3_open_v2(((flags & SQLITE_OPEN_URI) != 0 ? file : unmistakable_path(file)).c_str(),
-                          &db_, flags, nullptr)) {
+Connection::Connection(const std::string& file, int flags) : opened_(open(file, flags)) {}
+
+// Unlocking waits a fraction of a second for a lock that excludes readers.
+int Connection::open(const std::string& file, int flags) {
+  constexpr int kAttempts = 7;
+  int rc = open_once(file, flags);
+  for (int i = 1; i < kAttempts && (rc & 0xff) == SQLITE_BUSY; ++i) {
+    sqlite3_close_v2(db_);
+    rc = open_once(file, flags);
+  }
   sqlite3_busy_timeout(db_, 2000);
+  return rc;
+}
+
+// A database that has no file of its own needs no key.
+int Connection::open_once(const std::string& file, int flags) {
+  const bool is_keyed = used_key().is_valid() && !file.empty() && file != ":memory:";
+  std::optional<Corvan::encryption::HookPause> pause;
+  if (is_keyed) pause.emplace();
+  const bool is_uri = (flags & SQLITE_OPEN_URI) != 0;
+  const std::string name = is_uri ? file : unmistakable_path(file);
+  const int rc = sqlite3_open_v2(name.c_str(), &db_, flags, nullptr);
+  if (rc == SQLITE_OK && is_keyed) return unlock();
+  if (rc == SQLITE_AUTH) refusal_ = Corvan::StoreKeys::last_refusal();
+  return rc;
+}
+
+int Connection::unlock() {
+  const Corvan::encryption::Unlocking result = Corvan::encryption::unlock(db_, used_key());
+  refusal_ = result.refusal;
+  return result.code;
+}
+
+std::string Connection::error() const {
+  return refusal_ == Corvan::KeyRefusal::kNone ? sqlite3_errmsg(db_) : sqlite3_errstr(opened_);
+}
+
+void require_unlocked(const Connection& connection, const std::string& name) {
+  if (!is_refused_key(connection.refusal())) return;
+  throw ToolError(name + ": " + refusal_text(connection.refusal()));
 }
 
 std::string unmistakable_path(const std::string& path) {

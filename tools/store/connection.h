@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "addons/encryption/store_keys.h"
+
 namespace corvan_tool {
 
 class Connection;
@@ -76,11 +78,12 @@ class Statement {
   int prepared_ = SQLITE_OK;
 };
 
-// Waits for up to two seconds if another process holds a lock.
+// Waits for up to two seconds if another process holds a lock. A file is unlocked with used_key(),
+// if that is valid.
 class Connection {
  public:
-  // Creates no file unless the flags say so. A failure to open is returned by the first statement.
-  // `file` is a path, or with SQLITE_OPEN_URI a URI.
+  // Creates no file unless the flags say so. A failure to open or to unlock the file is returned by
+  // the first statement. `file` is a path, or with SQLITE_OPEN_URI a URI.
   explicit Connection(const std::string& file, int flags = SQLITE_OPEN_READWRITE);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -107,18 +110,30 @@ class Connection {
   }
 
   // SQLite's text for the last failure.
-  std::string error() const { return sqlite3_errmsg(db_); }
+  std::string error() const;
 
-  // SQLITE_OK, or the code of the failure to open.
+  // SQLITE_OK, or the code of the failure to open or to unlock the file.
   int opened() const { return opened_; }
+
+  // Why the key, or the lack of one, was refused; kNone if it was not.
+  Corvan::KeyRefusal refusal() const { return refusal_; }
 
   // For functions of SQLite other than statements. This object keeps the ownership.
   sqlite3* handle() const { return db_; }
 
  private:
+  int open(const std::string& file, int flags);
+  int open_once(const std::string& file, int flags);
+  int unlock();
+
   sqlite3* db_ = nullptr;
+  Corvan::KeyRefusal refusal_ = Corvan::KeyRefusal::kNone;
   const int opened_;
 };
+
+// Throws ToolError if the file was refused because of its key. `name` is the file's name in the
+// error.
+void require_unlocked(const Connection& connection, const std::string& name);
 
 // A path that SQLite does not treat as a URI. A build with support for URIs would treat "file:..."
 // as one.

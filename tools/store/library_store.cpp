@@ -5,27 +5,52 @@
 #include "base/log_message.h"
 #include "base/pathname.h"
 #include "tools/store/connection.h"
+#include "tools/store/key.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
 
+namespace {
+
+cvrtc::Pathname folder_name(const std::string& folder) {
+  return {unmistakable_path(folder), ""};
+}
+
+void set_key(const std::string& folder) {
+  if (!used_key().is_valid() || Corvan::StoreKeys::set(folder_name(folder), used_key())) return;
+  throw ToolError(folder + ": the key cannot be set");
+}
+
+std::string refusal_or(const std::string& failure) {
+  const Corvan::KeyRefusal refusal = Corvan::StoreKeys::last_refusal();
+  if (is_refused_key(refusal)) return refusal_text(refusal);
+  return failure.empty() ? "cannot be opened" : failure;
+}
+
+}  // namespace
+
+void silence_library() {
+  cvrtc::LogMessage::SetSink([](cvrtc::LoggingSeverity, const std::string&) {});
+}
+
 LibraryStore::LibraryStore(const std::string& folder, const std::string& user) {
+  set_key(folder);
   cvrtc::LogMessage::SetSink([this](cvrtc::LoggingSeverity /*severity*/, const std::string& text) {
     if (!failure_.empty()) return;
     const std::size_t last_field = text.rfind(";;;");  // SQLite's own words
     failure_ = last_field == std::string::npos ? text : text.substr(last_field + 3);
   });
-  if (!(*this)->init_open_db(cvrtc::Pathname(unmistakable_path(folder), ""), "", user)) {
-    const std::string why = failure_.empty() ? "cannot be opened" : failure_;
+  if (!(*this)->init_open_db(folder_name(folder), "", user)) {
+    const std::string why = refusal_or(failure_);
     Corvan::CvDbSingleton::delete_instance();
-    cvrtc::LogMessage::SetSink(nullptr);
+    silence_library();
     throw ToolError(cvrtc::Pathname(folder, "corvan").pathname() + ": " + why);
   }
 }
 
 LibraryStore::~LibraryStore() {
   Corvan::CvDbSingleton::delete_instance();
-  cvrtc::LogMessage::SetSink(nullptr);
+  silence_library();
 }
 
 }  // namespace corvan_tool

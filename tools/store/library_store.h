@@ -9,8 +9,11 @@
 
 namespace corvan_tool {
 
+// From now on, the libraries' log lines are dropped: errors carry what is in them.
+void silence_library();
+
 // Opens the library's only instance for its own lifetime. Warnings and errors that the library logs
-// are collected here instead of being written.
+// are collected here. The store is encrypted with used_key(), if that is valid.
 class LibraryStore {
  public:
   // Throws ToolError if the store cannot be opened. If it opens with a failure, as a damaged store

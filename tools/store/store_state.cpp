@@ -92,6 +92,7 @@ StoreState look_at_store(const std::string& file, const std::string& name, std::
   if (stat(file.c_str(), &status) != 0) return StoreState::kEmpty;
 
   const Connection connection(file);
+  require_unlocked(connection, name);
   int32_t ours = 0;
   int32_t all = 0;
   const int rc = count_tables(connection, ours, all);

@@ -18,7 +18,7 @@ enum class StoreState {
 
 // Deletes nothing, but SQLite moves the log into the file when it closes it: pass a copy of a file
 // that must not change. `detail` receives SQLite's text for kDamaged. Throws ToolError if the file
-// cannot be read.
+// cannot be read, or needs another key.
 StoreState look_at_store(const std::string& file, const std::string& name, std::string& detail);
 
 // Throws ToolError unless the file is a store. An empty file is accepted if `may_be_empty`.

@@ -4,8 +4,10 @@
 #include <utility>
 #include <vector>
 
+#include "addons/encryption/file_kind.h"
 #include "tools/salvage/file/record.h"
 #include "tools/store/file_names.h"
+#include "tools/store/key.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
@@ -45,11 +47,25 @@ std::size_t stated_page_size(std::string_view header) {
   return is_page_size(size) ? size : 0;
 }
 
+std::string beginning_of(const ReadOnlyFile& file) {
+  std::string bytes;
+  if (!file.read(0, PageCipher::kSalt, bytes)) bytes.clear();
+  return bytes;
+}
+
+std::unique_ptr<const PageCipher> cipher_for(std::size_t page_size, const std::string& beginning) {
+  if (!used_key().is_valid()) return nullptr;
+  return std::make_unique<const PageCipher>(used_key(), page_size, beginning);
+}
+
 double share_at_size(const ReadOnlyFile& file, std::size_t page_size) {
+  const auto cipher = cipher_for(page_size, beginning_of(file));
   const auto pages =
       static_cast<PageNumber>(std::min<std::uint64_t>(file.size() / page_size, UINT32_MAX - 1));
-  return share_of_sound_pages(pages, page_size, [&](PageNumber page, std::string& bytes) {
-    return file.read((page - std::uint64_t{1}) * page_size, page_size, bytes);
+  const std::size_t usable = page_size - (cipher == nullptr ? 0 : cipher->reserved());
+  return share_of_sound_pages(pages, usable, [&](PageNumber page, std::string& bytes) {
+    return file.read((page - std::uint64_t{1}) * page_size, page_size, bytes) &&
+           (cipher == nullptr || cipher->decrypt(page, bytes));
   });
 }
 
@@ -85,6 +101,11 @@ DamagedFile::DamagedFile(const std::string& path, bool with_log)
   pages_in_file_ = static_cast<PageNumber>(std::min<std::uint64_t>(pages, UINT32_MAX - 1));
   page_count_ = wal_.read_frames(page_size_, pages_in_file_);
   find_pages();
+  if (used_key().is_valid()) {
+    find_key(path);
+  } else {
+    refuse_encrypted(path);
+  }
   read_header();
 }
 
@@ -119,6 +140,57 @@ void DamagedFile::find_pages() {
   there_ = PageSet(std::move(ranges));
 }
 
+// A passphrase's key is derived from the beginning of the file. If that is damaged, the log may
+// have it as well.
+void DamagedFile::find_key(const std::string& path) {
+  const std::string beginning = beginning_of(main_);
+  cipher_ = cipher_for(page_size_, beginning);
+  usable_ = page_size_ - cipher_->reserved();
+  if (there_.count() == 0 || can_decrypt()) return;
+  cipher_ = cipher_for(page_size_, wal_.beginning_of_file(PageCipher::kSalt));
+  if (can_decrypt()) return;
+  const bool is_plain = beginning == kMagic;
+  throw ToolError(path + ": " +
+                  (is_plain ? refusal_text(Corvan::KeyRefusal::kNotEncrypted)
+                            : "no page can be decrypted: the key is wrong, or the file is not "
+                              "encrypted, or every page is damaged"));
+}
+
+bool DamagedFile::can_decrypt() const {
+  bool found = false;
+  std::string bytes;
+  there_.each([&](PageNumber page) { found = found || read(page, bytes); });
+  return found;
+}
+
+// Nothing can be recovered from such a file, and the user should learn why.
+void DamagedFile::refuse_encrypted(const std::string& path) const {
+  if (!looks_encrypted()) return;
+  throw ToolError(path +
+                  ": encrypted or damaged: its pages consist of random bytes; if it is encrypted, "
+                  "name its key with --key-file");
+}
+
+// An encrypted file consists of whole pages unless it was cut off. Ciphers leave the page size in
+// the header readable.
+bool DamagedFile::looks_encrypted() const {
+  std::string header;
+  const bool has_page_size =
+      main_.read(0, kFileHeader, header) && stated_page_size(header) == page_size_;
+  if (there_.count() == 0 || (main_.size() % page_size_ != 0 && !has_page_size)) return false;
+  constexpr std::size_t kSamples = 256;
+  const std::size_t step = std::max<std::size_t>(1, there_.count() / kSamples);
+  std::size_t place = 0;
+  bool are_random = true;
+  std::string bytes;
+  there_.each([&](PageNumber page) {
+    if (!are_random || place++ % step != 0 || !read(page, bytes)) return;
+    const auto* const stored = reinterpret_cast<const unsigned char*>(bytes.data());
+    are_random = Corvan::encryption::is_random(stored, held(page));
+  });
+  return are_random;
+}
+
 void DamagedFile::read_header() {
   std::string first;
   if (!read(1, first)) return;
@@ -137,7 +209,7 @@ void DamagedFile::read_header() {
 
 // Uses the header's number of reserved bytes, unless more pages are sound without them.
 void DamagedFile::find_usable(std::size_t reserved) {
-  if (reserved == 0 || page_size_ - reserved < kLeastUsable) return;
+  if (reserved == 0 || page_size_ - reserved < kLeastUsable || cipher_ != nullptr) return;
   const auto share = [this](std::size_t usable) {
     return share_of_sound_pages(page_count_, usable, [this](PageNumber page, std::string& bytes) {
       return read(page, bytes);
@@ -147,6 +219,10 @@ void DamagedFile::find_usable(std::size_t reserved) {
 }
 
 bool DamagedFile::read(PageNumber page, std::string& bytes) const {
+  return read_stored(page, bytes) && (cipher_ == nullptr || cipher_->decrypt(page, bytes));
+}
+
+bool DamagedFile::read_stored(PageNumber page, std::string& bytes) const {
   if (!is_page(page)) return false;
   if (is_in_log(page)) return wal_.read(page, bytes);
   const std::size_t there = held(page);
@@ -167,7 +243,10 @@ std::optional<Page> DamagedFile::parse(PageNumber page, std::string_view bytes) 
 }
 
 void DamagedFile::each_unusable(const std::function<void(std::string_view bytes)>& read) const {
-  wal_.each_unusable(read);
+  wal_.each_unusable([&](PageNumber page, const std::string& stored) {
+    std::string bytes = stored;
+    if (cipher_ == nullptr || cipher_->decrypt(page, bytes)) read(bytes);
+  });
 }
 
 }  // namespace corvan_tool

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "tools/salvage/file/page.h"
+#include "tools/salvage/file/page_cipher.h"
 #include "tools/salvage/file/page_set.h"
 #include "tools/salvage/file/wal.h"
 #include "tools/store/regular_file.h"
@@ -18,11 +20,13 @@
 namespace corvan_tool {
 
 // The file, with its pages replaced by the committed pages of its write-ahead log, as SQLite would
-// see it if it were sound.
+// see it if it were sound. With a used_key(), pages are decrypted in memory when they are read, and
+// pages whose authentication fails cannot be read.
 class DamagedFile {
  public:
   // With the log, the file itself may be missing; without it, the file is read as it is. Throws
-  // ToolError if the file or its log cannot be opened, or if the file is itself a log.
+  // ToolError if the file or its log cannot be opened, if the file is itself a log, or if
+  // used_key() decrypts no page. Without a key, throws ToolError if all pages look encrypted.
   DamagedFile(const std::string& path, bool with_log);
 
   // The pages up to page_count() for which the file or its log has bytes. Of the others, those up
@@ -54,7 +58,7 @@ class DamagedFile {
   std::optional<Page> parse(PageNumber page, std::string_view bytes) const;
   bool is_in_log(PageNumber page) const { return wal_.has(page); }
 
-  // As Wal::each_unusable().
+  // As Wal::each_unusable(), without pages that cannot be decrypted.
   void each_unusable(const std::function<void(std::string_view bytes)>& read) const;
 
   // Whether the file or its log was written to after it was opened.
@@ -64,8 +68,13 @@ class DamagedFile {
   void refuse_log(const std::string& path) const;
   void find_page_size();
   void find_pages();
+  void find_key(const std::string& path);
+  bool can_decrypt() const;
+  void refuse_encrypted(const std::string& path) const;
+  bool looks_encrypted() const;
   void read_header();
   void find_usable(std::size_t reserved);
+  bool read_stored(PageNumber page, std::string& bytes) const;
 
   const ReadOnlyFile main_;
   Wal wal_;
@@ -77,6 +86,7 @@ class DamagedFile {
   PageNumber declared_pages_ = 0;
   PageNumber first_free_ = 0;
   bool header_is_sound_ = false;
+  std::unique_ptr<const PageCipher> cipher_;  // null without a key
 };
 
 }  // namespace corvan_tool

@@ -198,11 +198,20 @@ bool Wal::read(PageNumber page, std::string& bytes) const {
   return file_.read(place_of(newest_.at(page)) + kFrameHeader, page_size_, bytes);
 }
 
-void Wal::each_unusable(const std::function<void(std::string_view bytes)>& read) const {
+void Wal::each_unusable(
+    const std::function<void(PageNumber page, const std::string& bytes)>& read) const {
   Frame frame;
   for (auto number = unusable_.rbegin(); number != unusable_.rend(); ++number) {
-    if (read_frame(*number, frame)) read(std::string_view(frame.summed).substr(8));
+    if (read_frame(*number, frame)) read(frame.page, frame.summed.substr(8));
   }
+}
+
+std::string Wal::beginning_of_file(std::size_t size) const {
+  std::string bytes;
+  const auto first = newest_.find(1);
+  if (first == newest_.end()) return bytes;
+  file_.read(place_of(first->second) + kFrameHeader, size, bytes);
+  return bytes;
 }
 
 }  // namespace corvan_tool

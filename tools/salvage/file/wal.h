@@ -51,7 +51,11 @@ class Wal {
 
   // Calls `read` with the pages of lost commits, newest first. A later lost commit may have changed
   // or deleted their content.
-  void each_unusable(const std::function<void(std::string_view bytes)>& read) const;
+  void each_unusable(
+      const std::function<void(PageNumber page, const std::string& bytes)>& read) const;
+
+  // The first bytes of page 1 as the last commit left them; empty if no commit wrote the page.
+  std::string beginning_of_file(std::size_t size) const;
 
   bool has_changed() const { return file_.has_changed(); }
 

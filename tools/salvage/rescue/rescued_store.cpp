@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "tools/store/key.h"
 #include "tools/store/library_store.h"
 #include "tools/store/store_files.h"
 #include "tools/ui/error.h"
@@ -105,7 +106,8 @@ RescuedStore::RescuedStore(const KnownSchema& schema, const std::string& folder,
 void RescuedStore::prepare_file() {
   // Nobody else uses the file yet, and a write-ahead log would hold every row a second time.
   file_->run("pragma journal_mode=delete");
-  file_->run("pragma temp_store=file");
+  // SQLite does not encrypt its temporary files: with a key, they stay in memory.
+  if (!used_key().is_valid()) file_->run("pragma temp_store=file");
   create_scratch(*file_, schema_);
   file_->run("begin");
   index_statements_ =

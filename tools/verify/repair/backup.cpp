@@ -67,6 +67,9 @@ std::string backup_place(const std::string& folder) {
 void copy_committed(const std::string& file, const std::string& to, Progress& progress) {
   const Connection from(file, SQLITE_OPEN_READONLY);
   const Connection target(to, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  for (const Connection* const one : {&from, &target}) {
+    if (one->opened() != SQLITE_OK) refuse_copy(to, one->opened(), one->error());
+  }
   sqlite3_backup* const copy = sqlite3_backup_init(target.handle(), "main", from.handle(), "main");
   if (copy == nullptr) refuse_copy(to, SQLITE_CANTOPEN, target.error());
   const int rc = copy_pages(copy, progress);

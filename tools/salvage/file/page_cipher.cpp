@@ -1,0 +1,86 @@
+#include "tools/salvage/file/page_cipher.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "addons/encryption/keying.h"
+#include "tools/ui/error.h"
+
+namespace corvan_tool {
+
+namespace {
+
+int make_file(const std::string& path, std::string beginning) {
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  beginning.resize(PageCipher::kSalt);
+  const auto size = static_cast<ssize_t>(beginning.size());
+  if (fd < 0 || pwrite(fd, beginning.data(), beginning.size(), 0) != size) {
+    throw ToolError(path + ": " + std::strerror(errno) + "; make room there, or set TMPDIR");
+  }
+  return fd;
+}
+
+}  // namespace
+
+PageCipher::PageCipher(const Corvan::StoreKey& key, std::size_t page_size, std::string beginning)
+    : page_size_(page_size),
+      path_(folder_.path() + "page"),
+      fd_(make_file(path_, std::move(beginning))) {
+  open(key);
+  // A cipher that works above the file would hand out the encrypted bytes.
+  std::string noise(page_size_, '\xa5');
+  if (decrypt(2, noise)) throw ToolError("salvage cannot use this SQLite's cipher");
+}
+
+PageCipher::~PageCipher() {
+  close(fd_);
+}
+
+void PageCipher::CloseConnection::operator()(sqlite3* connection) const {
+  sqlite3_close_v2(connection);
+}
+
+void PageCipher::open(const Corvan::StoreKey& key) {
+  sqlite3* connection = nullptr;
+  const int rc = sqlite3_open_v2(path_.c_str(), &connection, SQLITE_OPEN_READWRITE, nullptr);
+  connection_.reset(connection);
+  const auto result = rc == SQLITE_OK ? Corvan::encryption::give_key(connection, key)
+                                      : Corvan::encryption::Unlocking{};
+  if (rc != SQLITE_OK || result.refusal != Corvan::KeyRefusal::kNone) {
+    throw ToolError(path_ + ": " + sqlite3_errstr(rc != SQLITE_OK ? rc : result.code));
+  }
+  const std::string size = "pragma page_size=" + std::to_string(page_size_);
+  sqlite3_exec(connection, size.c_str(), nullptr, nullptr, nullptr);
+}
+
+std::size_t PageCipher::reserved() const {
+  int bytes = -1;  // asks for the number
+  sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_RESERVE_BYTES, &bytes);
+  return bytes < 0 ? 0 : static_cast<std::size_t>(bytes);
+}
+
+// Makes the page the only content of the file.
+bool PageCipher::put(PageNumber page, const std::string& bytes) const {
+  const std::uint64_t place = (page - std::uint64_t{1}) * page_size_;
+  return ftruncate(fd_, 0) == 0 &&
+         pwrite(fd_, bytes.data(), bytes.size(), static_cast<off_t>(place)) ==
+             static_cast<ssize_t>(bytes.size());
+}
+
+bool PageCipher::decrypt(PageNumber page, std::string& bytes) const {
+  if (page == 0 || bytes.size() != page_size_ || !put(page, bytes)) return false;
+  sqlite3_file* file = nullptr;
+  sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file);
+  if (file == nullptr || file->pMethods == nullptr) return false;
+  const auto place = static_cast<sqlite3_int64>((page - std::uint64_t{1}) * page_size_);
+  return file->pMethods->xRead(file, bytes.data(), static_cast<int>(page_size_), place) ==
+         SQLITE_OK;
+}
+
+}  // namespace corvan_tool
