@@ -10,7 +10,8 @@
 #   cipher           as sqlite, from a release of SQLite that can encrypt its files; here without a key
 #   sqlcipher        as g++, with Debian's SQLCipher in place of SQLite: the store and its tests, without
 #                    Corvan::db_cached, the tool and the tests that need a newer SQLite
-#   encrypted        the build of cipher; the suites of the store with a key for each store
+#   encrypted        the build of cipher; the suites of the store with a key for each store, then the other
+#                    tests as they are
 #   arm64            cross-built with g++, run under QEMU's user-mode emulation
 #   armhf            as arm64, 32 bits
 #   debian12         scripts/demo.sh and scripts/test.sh in an empty Debian 12, created in a folder; needs
@@ -141,6 +142,7 @@ for leg in "${legs[@]}"; do
     encrypted)
       build_with_sqlite cipher --cipher
       CORVAN_TEST_ENCRYPTED=1 test_leg cipher 120 -L store
+      test_leg cipher 120 -LE store
       ;;
     arm64) cross arm64 aarch64-linux-gnu aarch64 qemu-aarch64-static ;;
     armhf) cross armhf arm-linux-gnueabihf arm qemu-arm-static ;;
