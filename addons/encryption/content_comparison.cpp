@@ -1,3 +1,4 @@
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -24,7 +25,7 @@ bool same_bytes(const Query& a, const Query& b, int column) {
 bool same_real(const Query& a, const Query& b, int column) {
   const double real_a = sqlite3_column_double(a.handle(), column);
   const double real_b = sqlite3_column_double(b.handle(), column);
-  return std::memcmp(&real_a, &real_b, sizeof real_a) == 0;
+  return real_a == real_b && std::signbit(real_a) == std::signbit(real_b);  // SQLite stores no NaN
 }
 
 bool same_value(const Query& a, const Query& b, int column) {

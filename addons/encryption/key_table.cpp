@@ -53,7 +53,9 @@ void KeyTable::clear(const std::string& folder) {
 
 void KeyTable::forget(const std::string& folder) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (Entry* const known = entry(folder)) entries_.erase(entries_.begin() + (known - &entries_[0]));
+  if (const Entry* const known = entry(folder)) {
+    entries_.erase(entries_.begin() + (known - entries_.data()));
+  }
 }
 
 std::optional<StoreKey> KeyTable::find(const std::string& file) const {
@@ -82,7 +84,7 @@ bool is_store_name(const std::string& file) {
 }
 
 std::string resolved_folder(const cvrtc::Pathname& folder) {
-  if (folder.folder().empty()) return std::string();
+  if (folder.folder().empty()) return {};
   std::error_code failure;
   fs::path path = fs::weakly_canonical(fs::absolute(folder.folder(), failure), failure);
   if (failure) path = fs::absolute(folder.folder(), failure).lexically_normal();

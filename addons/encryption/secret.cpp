@@ -1,6 +1,5 @@
 #include "addons/encryption/secret.h"
 
-#include <string.h>  // explicit_bzero
 #include <sys/mman.h>
 #include <unistd.h>
 

@@ -170,7 +170,7 @@ Conversion run(const cvrtc::Pathname& folder, const Work& work) {
 Conversion encrypt_store(const cvrtc::Pathname& folder, const StoreKey& key) {
   return run(folder, [&] {
     require_keys({&key});
-    const Conversion conversion = encrypt(StoreFile(folder), key);
+    Conversion conversion = encrypt(StoreFile(folder), key);
     StoreKeys::set(folder, key);
     return conversion;
   });
@@ -178,7 +178,7 @@ Conversion encrypt_store(const cvrtc::Pathname& folder, const StoreKey& key) {
 
 Conversion decrypt_store(const cvrtc::Pathname& folder) {
   return run(folder, [&] {
-    const Conversion conversion = decrypt(StoreFile(folder));
+    Conversion conversion = decrypt(StoreFile(folder));
     StoreKeys::forget(folder);
     return conversion;
   });
@@ -188,7 +188,7 @@ Conversion rekey_store(const cvrtc::Pathname& folder, const StoreKey& old_key,
                        const StoreKey& new_key) {
   return run(folder, [&] {
     require_keys({&old_key, &new_key});
-    const Conversion conversion = rekey(StoreFile(folder), old_key, new_key);
+    Conversion conversion = rekey(StoreFile(folder), old_key, new_key);
     StoreKeys::set(folder, new_key);
     return conversion;
   });

@@ -40,7 +40,7 @@ const char* to_text(ConversionResult result);
 
 /// What a conversion returns.
 struct Conversion {
-  ConversionResult result = ConversionResult::kDone;
+  ConversionResult result = ConversionResult::kDone;  ///< how it ended
   /// What SQLite or the system said, without any key or row of the store; may be empty.
   std::string detail;
 };

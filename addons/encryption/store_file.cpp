@@ -44,12 +44,17 @@ std::uintmax_t size_of(const std::string& path) {
   return missing ? 0 : size;
 }
 
+// Empty if the path does not exist.
+std::string resolved(const std::string& path) {
+  std::error_code missing;
+  return fs::canonical(path, missing).string();
+}
+
 }  // namespace
 
-StoreFile::StoreFile(const cvrtc::Pathname& folder) {
+StoreFile::StoreFile(const cvrtc::Pathname& folder) : path_(resolved(folder.folder() + "corvan")) {
   std::error_code missing;
-  path_ = fs::canonical(folder.folder() + "corvan", missing).string();
-  if (missing || !fs::is_regular_file(path_, missing) || size_of(path_) == 0) {
+  if (!fs::is_regular_file(path_, missing) || size_of(path_) == 0) {
     throw ConversionFailure(ConversionResult::kNoStore);
   }
   if (status_of(path_).st_nlink > 1) {
@@ -92,7 +97,7 @@ void StoreFile::replace() const {
 std::string StoreFile::sync_folder() const {
   const Descriptor opened(open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   // EINVAL: the file system does not sync folders apart from files.
-  if (opened.is_open() && (opened.sync() || errno == EINVAL)) return std::string();
+  if (opened.is_open() && (opened.sync() || errno == EINVAL)) return {};
   return "sync of the folder: " + std::generic_category().message(errno);
 }
 

@@ -32,8 +32,8 @@ class Secret;
 /// the system allows it, is neither swapped nor part of a core dump.
 class StoreKey {
  public:
-  static constexpr std::size_t kSize = 32;  ///< bytes
-  using Bytes = std::array<unsigned char, kSize>;
+  static constexpr std::size_t kSize = 32;         ///< bytes
+  using Bytes = std::array<unsigned char, kSize>;  ///< a raw key
 
   /// The longest passphrase, in bytes.
   static constexpr std::size_t kLongestPassphrase = 1024;

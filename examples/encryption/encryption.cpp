@@ -49,7 +49,7 @@ StoreKey key_of(StoreKey::Bytes bytes) {
 
 bool is_encrypted() {
   std::string head(15, '\0');
-  std::ifstream("store/corvan", std::ios::binary).read(&head[0], 15);
+  std::ifstream("store/corvan", std::ios::binary).read(head.data(), 15);
   return head != "SQLite format 3";
 }
 

@@ -219,10 +219,10 @@ CLI::Option* Command::types(std::vector<Corvan::SessionType>& target, const std:
 
 void Command::key(KeyOptions& target, const std::string& prefix, const std::string& what) {
   const std::string begin = prefix.empty() ? "--" : "--" + prefix + "-";
-  Option const file =
+  CLI::Option* const file =
       option(begin + "key-file", "FILE", target.file,
              "the key of " + what + ", 64 hexadecimal digits; - for standard input");
-  Option const passphrase =
+  CLI::Option* const passphrase =
       flag(begin + "passphrase", target.passphrase, "ask for the passphrase of " + what);
   exclude(passphrase, file);
 }

@@ -144,7 +144,7 @@ Corvan::StoreKey ask_passphrase(const std::string& name, Asking asking) {
     terminal.ask("Repeat the " + name + ": ", second.text());
     if (first.text() != second.text()) throw ToolError("the two passphrases differ");
   }
-  const auto key = Corvan::StoreKey::from_passphrase(first.text());
+  auto key = Corvan::StoreKey::from_passphrase(first.text());
   if (!key.is_valid()) {
     throw ToolError(
         "the " + name +

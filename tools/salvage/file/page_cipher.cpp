@@ -78,7 +78,7 @@ bool PageCipher::decrypt(PageNumber page, std::string& bytes) const {
   sqlite3_file* file = nullptr;
   sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file);
   if (file == nullptr || file->pMethods == nullptr) return false;
-  const auto place = static_cast<sqlite3_int64>((page - std::uint64_t{1}) * page_size_);
+  const sqlite3_int64 place = (sqlite3_int64{page} - 1) * static_cast<sqlite3_int64>(page_size_);
   return file->pMethods->xRead(file, bytes.data(), static_cast<int>(page_size_), place) ==
          SQLITE_OK;
 }
