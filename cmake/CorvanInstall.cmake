@@ -2,13 +2,21 @@
 
 include(CMakePackageConfigHelpers)
 
-set(folders base db)
-if(CORVAN_BUILD_ADDONS)
-  list(APPEND folders addons)
-endif()
-foreach(folder IN LISTS folders)
+foreach(folder base db)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/${folder}" DESTINATION "${CORVAN_INCLUDEDIR}"
           COMPONENT dev FILES_MATCHING PATTERN "*.h")
+endforeach()
+set(addon_headers)
+if(TARGET corvan_db_cached)
+  list(APPEND addon_headers statement_cache/statement_cache.h)
+endif()
+if(TARGET corvan_encryption)
+  list(APPEND addon_headers encryption/store_keys.h encryption/store_encryption.h)
+endif()
+foreach(header IN LISTS addon_headers)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES "${PROJECT_SOURCE_DIR}/addons/${header}"
+          DESTINATION "${CORVAN_INCLUDEDIR}/addons/${folder}" COMPONENT dev)
 endforeach()
 install(DIRECTORY "${PROJECT_BINARY_DIR}/include/corvan" DESTINATION "${CORVAN_INCLUDEDIR}"
         COMPONENT dev)

@@ -17,10 +17,6 @@ namespace Corvan::encryption {
 
 namespace {
 
-int run(sqlite3* connection, const char* sql) {
-  return sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
-}
-
 // Another connection that is being closed, or that recovers the log, locks the file for a moment.
 // The store, too, would open the file then.
 int read_schema(sqlite3* connection) {
@@ -56,18 +52,17 @@ Unlocking open_with(sqlite3* connection, const StoreKey& key) {
 }
 
 // A connection that is closed with a wrong key must not write the log back to the file. SQLite 3.16
-// and later can be told so.
+// and later can be told so; the headers may be older than the library.
 constexpr int kFirstThatLeavesLog = 3016000;
 
-void leave_log_alone([[maybe_unused]] sqlite3* connection) {
-#if defined(SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE)
-  sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-#endif
+void leave_log_alone(sqlite3* connection) {
+  constexpr int kNoCheckpointOnClose = 1006;  // SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
+  sqlite3_db_config(connection, kNoCheckpointOnClose, 1, nullptr);
 }
 
-bool has_log(const char* file) {
+bool has_content(const std::string& file) {
   std::error_code missing;
-  const auto size = std::filesystem::file_size(std::string(file) + "-wal", missing);
+  const auto size = std::filesystem::file_size(file, missing);
   return !missing && size > 0;
 }
 
@@ -80,26 +75,55 @@ void wipe_for_recovery() {
   wipe_released(kPage + kFrameHeader + kIndexBlock);
 }
 
-// Tries the key on a connection that cannot write, and that leaves the log when it is closed. A
-// refusal counts unless the reason may be that it cannot write.
-Unlocking try_read_only(const char* file, const StoreKey& key) {
+Unlocking try_key(const std::string& name, int flags, const StoreKey& key) {
   const HookPause pause;
   sqlite3* trial = nullptr;
-  const int code = sqlite3_open_v2(file, &trial, SQLITE_OPEN_READONLY, nullptr);
+  const int code = sqlite3_open_v2(name.c_str(), &trial, flags, nullptr);
   const Unlocking result =
       code == SQLITE_OK ? open_with(trial, key) : Unlocking{KeyRefusal::kUnreadable, code};
   sqlite3_close(trial);
+  return result;
+}
+
+// Tries the key on a connection that cannot write, and that leaves the log when it is closed. A
+// refusal counts unless the reason may be that it cannot write.
+Unlocking try_beside_log(const std::string& file, const StoreKey& key) {
+  const Unlocking result = try_key(file, SQLITE_OPEN_READONLY, key);
   const int kind = result.code & 0xff;
   return kind == SQLITE_READONLY || kind == SQLITE_CANTOPEN ? Unlocking() : result;
 }
 
-// Before a file with a log is read. Older releases of SQLite need a trial.
-Unlocking prepare_for_log(sqlite3* connection, const StoreKey& key) {
-  const char* const file = sqlite3_db_filename(connection, "main");
-  if (file == nullptr || !has_log(file)) return {};
+// A path as a URI of a file that SQLite must neither lock nor change.
+std::string immutable_uri(const std::string& file) {
+  std::string uri = "file:";
+  for (const char c : file) {
+    const bool is_special = c == '%' || c == '?' || c == '#';
+    uri += is_special ? (c == '%' ? "%25" : c == '?' ? "%3f" : "%23") : std::string(1, c);
+  }
+  return uri + "?immutable=1";
+}
+
+// With a wrong key, SQLite would write the pages of an interrupted transaction's journal back to
+// the file. The file is in the middle of the transaction, so that only the first page tells
+// something.
+Unlocking try_beside_journal(const std::string& file, const StoreKey& key) {
+  constexpr int kFlags = SQLITE_OPEN_READONLY | SQLITE_OPEN_URI;
+  const Unlocking result = try_key(immutable_uri(file), kFlags, key);
+  return result.refusal == KeyRefusal::kWrongKey ? result : Unlocking();
+}
+
+// What a wrong key could change is tried first on a connection that changes nothing.
+Unlocking try_first(sqlite3* connection, const StoreKey& key) {
+  const char* const name = sqlite3_db_filename(connection, "main");
+  const std::string file = name == nullptr ? "" : name;
+  if (has_content(file + "-journal")) {
+    const Unlocking result = try_beside_journal(file, key);
+    if (result.refusal != KeyRefusal::kNone) return result;
+  }
+  if (!has_content(file + "-wal")) return {};
   wipe_for_recovery();
   if (sqlite3_libversion_number() >= kFirstThatLeavesLog) return {};
-  return try_read_only(file, key);
+  return try_beside_log(file, key);
 }
 
 }  // namespace
@@ -108,7 +132,7 @@ Unlocking unlock(sqlite3* connection, const StoreKey& key) {
   const FileKind kind = main_file_kind(connection);
   if (kind == FileKind::kUnreadable) return {KeyRefusal::kUnreadable, SQLITE_IOERR};
   if (kind == FileKind::kPlain) return {KeyRefusal::kNotEncrypted, SQLITE_NOTADB};
-  const Unlocking trial = prepare_for_log(connection, key);
+  const Unlocking trial = try_first(connection, key);
   if (trial.refusal != KeyRefusal::kNone) return trial;
   const Unlocking result = open_with(connection, key);
   if (result.refusal != KeyRefusal::kNone) leave_log_alone(connection);

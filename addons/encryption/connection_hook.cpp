@@ -9,6 +9,7 @@
 #include "addons/encryption/cipher.h"
 #include "addons/encryption/file_kind.h"
 #include "addons/encryption/key_table.h"
+#include "addons/encryption/log_line.h"
 
 namespace Corvan::encryption {
 
@@ -56,6 +57,7 @@ int on_open(sqlite3* connection, char** message, const void* /*routines*/) noexc
     return look_at(connection, message);
   } catch (const std::bad_alloc&) {
     last_refusal = KeyRefusal::kUnreadable;
+    log_line("a file was not opened: memory ran out");
     return SQLITE_NOMEM;
   }
 }

@@ -84,7 +84,7 @@ void require_equal(const Database& original, const Database& copy) {
   require_same_tables(original, copy, ordinary_tables(original));
   require_same_tables(original, copy, table_if_any(original, "sqlite_sequence"));
   const std::string integrity = copy.value("pragma integrity_check");
-  if (integrity != "ok") fail(integrity);
+  if (integrity != "ok") throw ConversionFailure(ConversionResult::kDamaged, integrity);
 }
 
 }  // namespace Corvan::encryption

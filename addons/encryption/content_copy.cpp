@@ -81,6 +81,7 @@ void copy_statistics(const Database& from, const Database& to) {
 
 void copy_content(const Database& from, const Database& to) {
   to.run("pragma ignore_check_constraints=on");
+  to.run("pragma foreign_keys=off");
   copy_settings(from, to);
   to.run("begin");
   create(from, to, "type='table' and rootpage>0 and substr(name,1,7) collate nocase<>'sqlite_'");

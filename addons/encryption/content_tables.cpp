@@ -30,17 +30,19 @@ std::string row_id_name(const Database& database, const std::string& table,
   return found == kNames.end() ? std::string() : *found;
 }
 
-// Generated columns have no values of their own; table_info leaves them out.
-std::vector<std::string> column_names(const Database& database, const std::string& table) {
-  Query query(database, "pragma table_info(" + identifier(table) + ")");
+std::vector<std::string> column_names(const Database& database, const std::string& pragma,
+                                      const std::string& table) {
+  Query query(database, "pragma " + pragma + "(" + identifier(table) + ")");
   std::vector<std::string> names;
   while (query.row()) names.push_back(query.text(1));
   return names;
 }
 
 ContentTable described(const Database& database, const std::string& name) {
-  const std::vector<std::string> names = column_names(database, name);
-  const std::string row_id = row_id_name(database, name, names);
+  // Generated columns have no values of their own: only table_xinfo, since SQLite 3.26, names them.
+  const std::vector<std::string> names = column_names(database, "table_info", name);
+  const std::vector<std::string> all = column_names(database, "table_xinfo", name);
+  const std::string row_id = row_id_name(database, name, all.empty() ? names : all);
   ContentTable table{name, {}, row_id.empty() ? "" : " order by " + row_id};
   if (!row_id.empty()) table.columns.push_back(row_id);
   for (const std::string& column : names) table.columns.push_back(identifier(column));

@@ -59,9 +59,10 @@ bool Query::row() {
 }
 
 std::string Query::text(int column) const {
-  const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(stmt_, column));
+  const unsigned char* const bytes = sqlite3_column_text(stmt_, column);
   const auto count = static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column));
-  return bytes == nullptr ? std::string() : std::string(bytes, count);
+  return bytes == nullptr ? std::string()
+                          : std::string(reinterpret_cast<const char*>(bytes), count);
 }
 
 Database::Database(const std::string& file, const StoreKey& key) {
@@ -104,6 +105,12 @@ std::vector<std::string> Database::values(const std::string& sql) const {
   std::vector<std::string> found;
   while (query.row()) found.push_back(query.text(0));
   return found;
+}
+
+bool Database::has_moved() const {
+  int moved = 0;
+  sqlite3_file_control(connection_, "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
 }
 
 void Database::fail(int code) const {

@@ -73,7 +73,10 @@ class Database {
   // All rows' first columns.
   std::vector<std::string> values(const std::string& sql) const;
 
-  // Throws the last error as a ConversionFailure.
+  // Whether the file's name leads to another file by now.
+  bool has_moved() const;
+
+  // Throws this result code as a ConversionFailure.
   [[noreturn]] void fail(int code) const;
 
   sqlite3* handle() const { return connection_; }

@@ -25,7 +25,7 @@ class KeyTable {
   void forget(const std::string& folder);
 
   // The key for a database file with this path: an invalid key if its folder is only marked as
-  // encrypted, nothing if the file is none of ours.
+  // encrypted, nothing if no entry covers the file.
   std::optional<StoreKey> find(const std::string& file) const;
 
  private:

@@ -10,10 +10,6 @@ namespace Corvan::encryption {
 
 namespace {
 
-int run(sqlite3* connection, const char* sql) {
-  return sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
-}
-
 enum class Cipher { kNone, kMultipleCiphers, kSqlcipher };
 
 // Whether a pragma answers with a row. SQLite ignores pragmas that it does not know. Returns
@@ -92,6 +88,10 @@ int choose_cipher(sqlite3* connection) {
 }
 
 }  // namespace
+
+int run(sqlite3* connection, const char* sql) {
+  return sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
+}
 
 bool has_cipher(sqlite3* connection) {
   Cipher cipher = Cipher::kNone;

@@ -11,11 +11,14 @@ struct sqlite3;
 
 namespace Corvan::encryption {
 
-// What became of a file: kNone if it is open, otherwise why it is not and SQLite's result code.
+// The result of unlocking a file: kNone, or why it was refused, with SQLite's result code.
 struct Unlocking {
   KeyRefusal refusal = KeyRefusal::kNone;
   int code = 0;
 };
+
+// Runs a statement, ignores its rows, and returns SQLite's result code.
+int run(sqlite3* connection, const char* sql);
 
 // Whether SQLite has a cipher. Without one it would accept a key and store plain text.
 bool has_cipher(sqlite3* connection);

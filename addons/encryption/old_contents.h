@@ -1,4 +1,4 @@
-// The contents of files that are being removed.
+// The contents of files that are being replaced or removed.
 
 #ifndef ADDONS_ENCRYPTION_OLD_CONTENTS_H_
 #define ADDONS_ENCRYPTION_OLD_CONTENTS_H_
@@ -12,12 +12,15 @@ namespace Corvan::encryption {
 
 class OldContents {
  public:
-  // Remembers a file, whatever becomes of its name. Does nothing if it does not exist, or if its
-  // file system would write new bytes to other blocks. Destroying this object, like closing any
-  // file, releases the process's locks on the file.
+  // Remembers a file, also after it is renamed or removed. Does nothing if it does not exist, or if
+  // its file system would write new bytes to other blocks. Destroying this object releases all
+  // locks that the process has on the file.
   void add(const std::string& path);
 
-  // Overwrites the files with zeros as far as the system allows it. They must have been removed.
+  // Overwrites the files, which must have been removed, with zeros as far as the system allows it.
+  // The first page of a database that is not encrypted becomes that of an empty database: another
+  // process that has just opened the file would otherwise find it damaged, and the store would then
+  // delete what has the file's name now.
   void overwrite() const;
 
  private:

@@ -43,6 +43,9 @@ void close_log(const Database& store) {
     throw ConversionFailure(ConversionResult::kInUse);
   }
   store.run("begin exclusive");
+  if (store.has_moved()) {
+    throw ConversionFailure(ConversionResult::kInUse, "another process has replaced the file");
+  }
 }
 
 // Until the copy is whole it is worthless, and it is synced as a file afterwards.
@@ -54,6 +57,8 @@ void fill_copy(const Database& store, const StoreFile& file, const StoreKey& key
   copy.run("pragma journal_mode=off");
   copy.run("pragma synchronous=off");
   encryption::copy_content(store, copy);
+  // The store would do this at its next opening, with a rollback journal.
+  copy.run("pragma journal_mode=wal");
 }
 
 // Opens the copy again, as a store is opened.
@@ -67,6 +72,7 @@ void make_copy(const Database& store, const StoreFile& file, const StoreKey& key
   try {
     fill_copy(store, file, key);
     check_copy(store, file, key);
+    file.require_no_copy_log();
     file.replace();
   } catch (const ConversionFailure&) {
     file.remove_copy();
@@ -78,17 +84,15 @@ void make_copy(const Database& store, const StoreFile& file, const StoreKey& key
 // stands for a plain file.
 Conversion convert(const StoreFile& file, const StoreKey& from, const StoreKey& to, OldBytes old) {
   OldContents contents;  // outlives the connection, whose locks it would release
-  Database store(file.path(), from);
+  const Database store(file.path(), from);
   store.run("pragma temp_store=2");
   prepare(store, file);
-  if (old == OldBytes::kOverwrite) {
-    contents.add(file.path());
-    contents.add(file.log());
-  }
+  if (old == OldBytes::kOverwrite) contents.add(file.log());
   close_log(store);
+  // Only now: while other connections have the file open, their locks would be released.
+  if (old == OldBytes::kOverwrite) contents.add(file.path());
   make_copy(store, file, to);
   const std::string failure = file.sync_folder();
-  store.close();
   if (failure.empty()) contents.overwrite();
   return {ConversionResult::kDone, failure};
 }
@@ -138,6 +142,17 @@ Conversion rekey(const StoreFile& file, const StoreKey& old_key, const StoreKey&
   throw ConversionFailure(ConversionResult::kWrongKey);
 }
 
+// Afterwards the key can be set: nothing then stands between an encrypted store and a store that
+// would take it for damaged.
+void require_hook(const cvrtc::Pathname& folder) {
+  if (folder.folder().empty()) {
+    throw ConversionFailure(ConversionResult::kNoStore, "no folder is given");
+  }
+  if (!StoreKeys::install()) {
+    throw ConversionFailure(ConversionResult::kFailed, "SQLite does not register extensions");
+  }
+}
+
 void require_keys(std::initializer_list<const StoreKey*> keys) {
   if (!StoreKeys::has_cipher()) throw ConversionFailure(ConversionResult::kNoCipher);
   for (const StoreKey* const key : keys) {
@@ -152,6 +167,7 @@ Conversion run(const cvrtc::Pathname& folder, const Work& work) {
   const std::lock_guard<std::mutex> lock(mutex);
   Conversion conversion;
   try {
+    require_hook(folder);
     conversion = work();
   } catch (const ConversionFailure& failure) {
     conversion = failure.conversion();
@@ -159,7 +175,8 @@ Conversion run(const cvrtc::Pathname& folder, const Work& work) {
   const bool is_done = conversion.result == ConversionResult::kDone ||
                        conversion.result == ConversionResult::kAlreadyDone;
   if (!is_done || !conversion.detail.empty()) {
-    encryption::log_line(folder.folder(), "corvan: ", to_text(conversion.result), "; ",
+    const char* const separator = conversion.detail.empty() ? "" : "; ";
+    encryption::log_line(folder.folder(), "corvan: ", to_text(conversion.result), separator,
                          conversion.detail);
   }
   return conversion;

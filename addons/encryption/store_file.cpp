@@ -13,6 +13,7 @@
 
 #include "addons/encryption/database.h"
 #include "addons/encryption/descriptor.h"
+#include "addons/encryption/old_contents.h"
 #include "addons/encryption/store_encryption.h"
 
 namespace Corvan::encryption {
@@ -63,9 +64,12 @@ StoreFile::StoreFile(const cvrtc::Pathname& folder) : path_(resolved(folder.fold
 }
 
 void StoreFile::remove_copy() const {
+  OldContents contents;  // a killed process can have left plain text
+  contents.add(copy());
   for (const char* const suffix : {"", "-journal", "-wal", "-shm"}) {
     if (unlink((copy() + suffix).c_str()) != 0 && errno != ENOENT) fail("unlink");
   }
+  contents.overwrite();
 }
 
 void StoreFile::require_space() const {
@@ -81,9 +85,15 @@ void StoreFile::create_copy() const {
   const Descriptor made(
       open(copy().c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!made.is_open()) fail("open");
-  // Only root can give files away. The store's next opening shows whether it matters.
-  static_cast<void>(fchown(made.get(), old.st_uid, old.st_gid));
-  if (fchmod(made.get(), old.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)) != 0) fail("fchmod");
+  // Only root can give files away. Another group must not get the rights of the old one.
+  const bool is_given = fchown(made.get(), old.st_uid, old.st_gid) == 0;
+  const mode_t rights = is_given ? S_IRWXU | S_IRWXG | S_IRWXO : S_IRWXU;
+  if (fchmod(made.get(), old.st_mode & rights) != 0) fail("fchmod");
+}
+
+void StoreFile::require_no_copy_log() const {
+  if (size_of(copy() + "-wal") == 0) return;
+  throw ConversionFailure(ConversionResult::kFailed, "the copy's log was not written back");
 }
 
 void StoreFile::replace() const {

@@ -30,6 +30,9 @@ class StoreFile {
   // Creates the empty copy with the file's permissions and, if the system allows it, its owner.
   void create_copy() const;
 
+  // Throws if the copy has a log, without which it would not be whole.
+  void require_no_copy_log() const;
+
   // Syncs the copy and puts it in the file's place. The folder is synced before, too, so that the
   // old file's log, which must have been removed, cannot come back beside the new file.
   void replace() const;

@@ -28,7 +28,7 @@ class Secret;
 }
 
 /// The key of a store: 32 bytes, or a passphrase from which the cipher derives them. Copies share
-/// the secret, which is overwritten when the last of them is gone. It lies in memory that, where
+/// the secret, which is overwritten when the last of them is gone. It is in memory that, where
 /// the system allows it, is neither swapped nor part of a core dump.
 class StoreKey {
  public:
@@ -63,7 +63,7 @@ class StoreKey {
   std::shared_ptr<const encryption::Secret> secret_;
 };
 
-/// Why a store was not opened, or not converted.
+/// Why a file was not opened.
 enum class KeyRefusal : int32_t {
   kNone = 0,          ///< it was not refused
   kNoKey = 1,         ///< the file is encrypted or expected to be, and its folder has no key
@@ -81,16 +81,16 @@ enum class KeyRefusal : int32_t {
 /// does not need to exist yet.
 ///
 /// A key applies to the file `corvan` in its folder and to the files of add-ons, whose names begin
-/// with `corvan-`, for every connection that is opened from then on, by whoever. All other
-/// connections of the process stay as they are, with one exception: a file `corvan` whose first
-/// page consists of random bytes, at least in part, in a folder of which nothing is known, is not
-/// opened, because the store would take it for damaged and delete it.
+/// with `corvan-`, for every connection that is opened from then on, no matter which code opens it.
+/// All other connections of the process stay as they are, with one exception: a file `corvan` whose
+/// first page consists of random bytes, at least in part, in a folder that has neither a key nor a
+/// mark, is not opened, because the store would take it for damaged and delete it.
 ///
 /// A refusal is an error from sqlite3_open_v2() and one line in the log with the file's path and
 /// the reason. No line, error or message ever contains a key.
 ///
-/// All members may be called from any thread. All memory is the library's own; std::bad_alloc is
-/// thrown, with nothing changed, if it runs out.
+/// All members may be called from any thread. If memory runs out, std::bad_alloc is thrown and
+/// nothing is changed.
 class StoreKeys {
  public:
   StoreKeys() = delete;

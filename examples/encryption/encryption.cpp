@@ -92,7 +92,7 @@ bool change_key_to_next() {
 // Opens the store of the user who signs in. False if it stays closed.
 bool sign_in() {
   if (!change_key_to_next()) return false;
-  StoreKeys::set(folder, key_of(key_store().current));
+  if (!StoreKeys::set(folder, key_of(key_store().current))) return false;
   if (CvDbSingleton::get_instance()->init_open_db(folder, "", "me")) return true;
   if (StoreKeys::last_refusal() != KeyRefusal::kNotEncrypted || !encrypt()) return false;
   return CvDbSingleton::get_instance()->init_open_db(folder, "", "me");

@@ -5,13 +5,16 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <filesystem>
 #include <iostream>
 #include <limits>
+#include <system_error>
 #include <utility>
 
 #include "base/cv_utils.h"
 #include "tools/store/key.h"
 #include "tools/store/key_source.h"
+#include "tools/store/store_files.h"
 #include "tools/ui/error.h"
 #include "tools/ui/names.h"
 #include "tools/ui/terminal_text.h"
@@ -127,13 +130,19 @@ class HelpFormatter : public CLI::Formatter {
 
 }  // namespace
 
-Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyOf key_of) {
+KeyAge key_age_in(const std::string& folder, KeyAge age) {
+  if (age != KeyAge::kNewWithNewStore) return age;
+  std::error_code unknown;
+  return std::filesystem::exists(store_file(folder), unknown) ? KeyAge::kPresent : KeyAge::kNew;
+}
+
+Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyAge key_age) {
   if (options.passphrase && !options.file.empty()) {
     throw ToolError("--key-file and --passphrase: give only one of them");
   }
   require_cipher(options.passphrase ? "--passphrase" : "--key-file");
   if (!options.passphrase) return read_key_file(options.file);
-  return ask_passphrase(name, key_of == KeyOf::kNewStore ? Asking::kTwice : Asking::kOnce);
+  return ask_passphrase(name, key_age == KeyAge::kNew ? Asking::kTwice : Asking::kOnce);
 }
 
 std::optional<int64_t> whole_number(const std::string& text) {
@@ -253,13 +262,13 @@ CommandLine::CommandLine()
 
 CommandLine::~CommandLine() = default;
 
-Command CommandLine::add_command(const std::string& name, const std::string& text,
-                                 const std::string& footer, KeyOf key_of,
-                                 const std::function<int()>& action) {
+Command CommandLine::add_parsed(const std::string& name, const std::string& text,
+                                const std::string& footer, const std::function<KeyAge()>& key_age,
+                                const std::function<int()>& action) {
   CLI::App* const command = app_->add_subcommand(name, text);
   command->footer(footer);
-  command->callback([this, key_of, action] {
-    if (key_.is_given()) use_key(key_from(key_, "passphrase", key_of));
+  command->callback([this, key_age, action] {
+    if (key_.is_given()) use_key(key_from(key_, "passphrase", key_age()));
     status_ = action();
   });
   Command added(*command);

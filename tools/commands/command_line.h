@@ -25,9 +25,12 @@ namespace corvan_tool {
 // The 64-bit number that `text` is in plain decimal; nothing if it is not one.
 std::optional<int64_t> whole_number(const std::string& text);
 
-// Whether a command's key belongs to an existing store, or to one that it makes. A new passphrase
-// is asked for twice.
-enum class KeyOf { kExistingStore, kNewStore };
+// Whether a store has the key already, or the command gives it to the store; kNewWithNewStore if
+// the command may create the store. A new passphrase is asked for twice.
+enum class KeyAge { kPresent, kNew, kNewWithNewStore };
+
+// kNewWithNewStore becomes kNew if the folder has no store, otherwise kPresent.
+KeyAge key_age_in(const std::string& folder, KeyAge age);
 
 // Where a key comes from: a file, or a passphrase from the terminal.
 struct KeyOptions {
@@ -39,7 +42,7 @@ struct KeyOptions {
 
 // Reads or asks for the key. `name` is what a passphrase is called in the question. Throws
 // ToolError if SQLite has no cipher, or the key cannot be read.
-Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyOf key_of);
+Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyAge key_age);
 
 enum class Presence { kOptional, kRequired };
 enum class Emptiness { kRefused, kAllowed };
@@ -129,8 +132,11 @@ class CommandLine {
   Added<Options> add(const std::string& name, const std::string& text, const std::string& footer,
                      int (*action)(const Options&),
                      const std::string& folder = "the store's folder",
-                     KeyOf key_of = KeyOf::kExistingStore) {
-    Added<Options> added = add_without_folder(name, text, footer, action, key_of);
+                     KeyAge key_age = KeyAge::kPresent) {
+    const auto options = std::make_shared<Options>();
+    Added<Options> added = add_command(name, text, footer, action, options, [options, key_age] {
+      return key_age_in(options->folder, key_age);
+    });
     added.command.argument("FOLDER", added.options.folder, folder);
     return added;
   }
@@ -139,20 +145,27 @@ class CommandLine {
   template <typename Options>
   Added<Options> add_without_folder(const std::string& name, const std::string& text,
                                     const std::string& footer, int (*action)(const Options&),
-                                    KeyOf key_of = KeyOf::kExistingStore) {
-    const auto options = std::make_shared<Options>();
-    Command command =
-        add_command(name, text, footer, key_of, [action, options] { return action(*options); });
-    command.flag("--json", options->json, "write JSON for programs");
-    return {command, *options};
+                                    KeyAge key_age = KeyAge::kPresent) {
+    return add_command(name, text, footer, action, std::make_shared<Options>(),
+                       [key_age] { return key_age; });
   }
 
   // Parses the arguments and runs the command. Returns the exit status.
   int run(int argc, char** argv);
 
  private:
-  Command add_command(const std::string& name, const std::string& text, const std::string& footer,
-                      KeyOf key_of, const std::function<int()>& action);
+  template <typename Options>
+  Added<Options> add_command(const std::string& name, const std::string& text,
+                             const std::string& footer, int (*action)(const Options&),
+                             const std::shared_ptr<Options>& options,
+                             const std::function<KeyAge()>& key_age) {
+    Command command =
+        add_parsed(name, text, footer, key_age, [action, options] { return action(*options); });
+    command.flag("--json", options->json, "write JSON for programs");
+    return {command, *options};
+  }
+  Command add_parsed(const std::string& name, const std::string& text, const std::string& footer,
+                     const std::function<KeyAge()>& key_age, const std::function<int()>& action);
 
   const std::unique_ptr<CLI::App> app_;
   KeyOptions key_;

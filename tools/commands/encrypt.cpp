@@ -38,7 +38,7 @@ constexpr const char* kEncryptResult =
 
 void add_encrypt(CommandLine& line) {
   line.add<EncryptOptions>("encrypt", "Encrypt a store", kEncryptResult, run_encrypt,
-                           "the store's folder", KeyOf::kNewStore);
+                           "the store's folder", KeyAge::kNew);
 }
 
 }  // namespace corvan_tool

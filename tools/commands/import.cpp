@@ -117,10 +117,10 @@ constexpr const char* kImportResult =
 }  // namespace
 
 void add_import(CommandLine& line) {
-  auto [command, options] =
-      line.add<ImportOptions>("import", "Save the messages of conversation logs (JSON Lines)",
-                              std::string(kImportKeys) + kImportResult, run_import,
-                              "the store's folder; it is created if it is missing");
+  auto [command, options] = line.add<ImportOptions>(
+      "import", "Save the messages of conversation logs (JSON Lines)",
+      std::string(kImportKeys) + kImportResult, run_import,
+      "the store's folder; it is created if it is missing", KeyAge::kNewWithNewStore);
   command.arguments("FILE", options.files, "the logs, in time order; - for standard input",
                     Presence::kRequired);
   command.option("--user", "ID", options.user, "the signed-in user's id (required)",

@@ -24,7 +24,7 @@ int run_rekey(const RekeyOptions& options) {
   if (!options.new_key.is_given()) {
     throw ToolError("rekey: name the new key with --new-key-file or --new-passphrase");
   }
-  const Corvan::StoreKey new_key = key_from(options.new_key, "new passphrase", KeyOf::kNewStore);
+  const Corvan::StoreKey new_key = key_from(options.new_key, "new passphrase", KeyAge::kNew);
   return convert_and_report(options.folder, options.json,
                             {"encrypted with the new key", "use 'corvan encrypt'"},
                             [&new_key](const cvrtc::Pathname& folder) {

@@ -86,7 +86,7 @@ constexpr const char* kRestoreResult =
 void add_restore(CommandLine& line) {
   auto [command, options] = line.add_without_folder<RestoreOptions>(
       "restore", "Make a store from an export in JSON Lines", kRestoreResult, run_restore,
-      KeyOf::kNewStore);
+      KeyAge::kNew);
   command.argument("FILE", options.file, "the export; - for standard input");
   command.argument("NEWFOLDER", options.folder,
                    "the folder to create for the store; it must not exist");

@@ -22,7 +22,7 @@ constexpr std::size_t kDigits = 2 * Corvan::StoreKey::kSize;
 
 bool standard_input_is_read = false;
 
-// More than any sensible key file holds.
+// The text of a key file, wiped at the end. A longer file is refused.
 class KeyText {
  public:
   KeyText() = default;

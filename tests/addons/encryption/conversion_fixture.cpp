@@ -24,7 +24,17 @@ Connection open_file(const std::string& file) {
   return connection;
 }
 
-// Each value as its type and its bytes.
+// The value's type and bytes, of a text in UTF-8.
+std::string value(sqlite3_stmt* stmt, int column) {
+  const int type = sqlite3_column_type(stmt, column);
+  const void* const bytes =
+      type == SQLITE_TEXT ? sqlite3_column_text(stmt, column) : sqlite3_column_blob(stmt, column);
+  const auto count = static_cast<std::size_t>(sqlite3_column_bytes(stmt, column));
+  const std::string text =
+      bytes == nullptr ? std::string() : std::string(static_cast<const char*>(bytes), count);
+  return std::to_string(type) + ":" + text;
+}
+
 std::vector<std::string> rows(sqlite3* db, const std::string& sql) {
   sqlite3_stmt* prepared = nullptr;
   const int rc = sqlite3_prepare_v2(db, sql.c_str(), -1, &prepared, nullptr);
@@ -34,20 +44,23 @@ std::vector<std::string> rows(sqlite3* db, const std::string& sql) {
   int step = SQLITE_ROW;
   while ((step = sqlite3_step(stmt.get())) == SQLITE_ROW) {
     std::string row;
-    for (int i = 0; i < sqlite3_column_count(stmt.get()); ++i) {
-      row += "|" + std::to_string(sqlite3_column_type(stmt.get(), i)) + ":";
-      const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(stmt.get(), i));
-      const auto count = static_cast<std::size_t>(sqlite3_column_bytes(stmt.get(), i));
-      if (bytes != nullptr) row.append(bytes, count);
-    }
+    for (int i = 0; i < sqlite3_column_count(stmt.get()); ++i) row += "|" + value(stmt.get(), i);
     found.push_back(row);
   }
   if (step != SQLITE_DONE) throw std::runtime_error(sqlite3_errmsg(db));
   return found;
 }
 
+Corvan::StoreKey::Bytes test_bytes(int number) {
+  Corvan::StoreKey::Bytes bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] = static_cast<unsigned char>(number * 37 + static_cast<int>(i) * 11);
+  }
+  return bytes;
+}
+
 void save(Corvan::CvDbSingleton& store, int number) {
-  const std::string text = std::string(kPlanted) + " " + std::to_string(number);
+  const std::string text = kPlanted + " " + std::to_string(number);
   store.save_message("room-" + std::to_string(number % 5), Corvan::CV_GROUP, "CV:TxtMsg", "u", text,
                      number % 3 != 0, 0, 0, number % 7 == 0, 1000 + number, number,
                      "server-" + std::to_string(number), false, false, true);
@@ -56,11 +69,18 @@ void save(Corvan::CvDbSingleton& store, int number) {
 }  // namespace
 
 Corvan::StoreKey test_key(int number) {
-  Corvan::StoreKey::Bytes bytes{};
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    bytes[i] = static_cast<unsigned char>(number * 37 + static_cast<int>(i) * 11);
-  }
+  Corvan::StoreKey::Bytes bytes = test_bytes(number);
   return Corvan::StoreKey(bytes);
+}
+
+std::string test_key_digits(int number) {
+  std::string digits;
+  for (const unsigned char byte : test_bytes(number)) {
+    constexpr const char* kDigits = "0123456789abcdef";
+    digits += kDigits[byte >> 4U];
+    digits += kDigits[byte & 15U];
+  }
+  return digits;
 }
 
 std::vector<std::string> contents(const std::string& file) {
@@ -87,7 +107,7 @@ void fill_store(const std::string& folder, int messages) {
     throw std::runtime_error("not opened");
   store.start_transaction();
   for (int i = 1; i <= messages; ++i) save(store, i);
-  store.set_message_draft("room-1", Corvan::CV_GROUP, std::string(kPlanted) + " draft");
+  store.set_message_draft("room-1", Corvan::CV_GROUP, kPlanted + " draft");
   store.commit_transaction();
   store.close_db();
 }
@@ -109,12 +129,8 @@ void run_sql(const std::string& folder, const std::string& sql) {
   throw std::runtime_error(text);
 }
 
-std::vector<std::string> files_with_planted_text(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& [name, bytes] : files_of(folder)) {
-    if (bytes.find(kPlanted) != std::string::npos) names.push_back(name);
-  }
-  return names;
+std::string files_with_planted_text(const std::string& folder) {
+  return files_with_plaintext(folder);
 }
 
 std::map<std::string, std::string> files_of(const std::string& folder) {

@@ -12,16 +12,19 @@
 #include "addons/encryption/store_encryption.h"
 #include "addons/encryption/store_keys.h"
 #include "base/pathname.h"
+#include "tests/addons/encryption/disk_search.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_folder.h"
 
 namespace corvan_test {
 
 // In every message of the store.
-inline constexpr const char* kPlanted = "PLANTED-TEXT";
+inline const std::string kPlanted = planted_word();
 
 // Different numbers give different keys.
 Corvan::StoreKey test_key(int number);
+// The same key as 64 hexadecimal digits.
+std::string test_key_digits(int number);
 
 // What a store holds: the rows of its schema, its settings and its tables, each with its name in
 // front. Opens the file as any program would. Throws std::runtime_error if it cannot be read.
@@ -37,8 +40,8 @@ int fill_store_and_die(const std::string& folder);
 // Runs statements on the folder's file. Throws std::runtime_error if they fail.
 void run_sql(const std::string& folder, const std::string& sql);
 
-// The names of the folder's files that contain the planted text.
-std::vector<std::string> files_with_planted_text(const std::string& folder);
+// The folder's files, and the files in the temporary folders, that contain the planted text.
+std::string files_with_planted_text(const std::string& folder);
 
 // All files of a folder by name.
 std::map<std::string, std::string> files_of(const std::string& folder);

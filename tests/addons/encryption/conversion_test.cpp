@@ -70,7 +70,7 @@ TEST_F(ConversionTest, TheEncryptedStoreHoldsTheSameRowsAndNoPlainText) {
   const auto before = contents();
   encrypt();
   EXPECT_EQ(before, contents());
-  EXPECT_EQ(std::vector<std::string>(), files_with_planted_text(store_folder()));
+  EXPECT_EQ("", files_with_planted_text(store_folder()));
   EXPECT_TRUE(opens());
   EXPECT_EQ(1U, files_of(store_folder()).size());
   EXPECT_EQ(std::vector<std::string>(), log.take());
@@ -145,7 +145,7 @@ TEST_F(ConversionTest, TheLogOfAKilledProcessIsPartOfTheStore) {
   const auto before = contents();
   Corvan::CvDbSingleton& store = *Corvan::CvDbSingleton::get_instance();
   ASSERT_TRUE(store.init_open_db(pathname(), "", "me"));
-  store.set_message_draft("room-2", Corvan::CV_GROUP, std::string(kPlanted) + " late");
+  store.set_message_draft("room-2", Corvan::CV_GROUP, kPlanted + " late");
   const std::string killed = folder.file("killed/");
   std::filesystem::create_directory(killed);
   for (const char* const name : {"corvan", "corvan-wal"}) {
@@ -156,7 +156,7 @@ TEST_F(ConversionTest, TheLogOfAKilledProcessIsPartOfTheStore) {
   EXPECT_EQ(ConversionResult::kDone, encrypt_store(copy, test_key(1)).result);
   EXPECT_NE(before, contents());
   EXPECT_EQ(contents(), corvan_test::contents(killed + "corvan"));
-  EXPECT_EQ(std::vector<std::string>(), files_with_planted_text(killed));
+  EXPECT_EQ("", files_with_planted_text(killed));
   StoreKeys::forget(copy);
 }
 
@@ -179,7 +179,7 @@ TEST_F(ConversionTest, ALinkedStoreIsConvertedWhereItIs) {
   encrypt();
   EXPECT_TRUE(std::filesystem::is_symlink(file()));
   EXPECT_EQ(before, contents());
-  EXPECT_EQ(std::vector<std::string>(), files_with_planted_text(folder.path()));
+  EXPECT_EQ("", files_with_planted_text(folder.path()));
   EXPECT_EQ(ConversionResult::kDone, decrypt_store(pathname()).result);
   EXPECT_EQ(before, contents());
 }
@@ -278,7 +278,15 @@ TEST_F(RefusedConversionTest, AFileThatIsNoDatabase) {
   expect_refused(ConversionResult::kAlreadyEncrypted, encrypt_store(pathname(), test_key(1)));
 }
 
-// No line shows a part of a key: four bytes in a row would be eight digits.
+// Whether the text contains eight hexadecimal digits of the key that test_key() makes.
+bool shows_key(const std::string& text, int number) {
+  const std::string digits = test_key_digits(number);
+  for (std::size_t at = 0; at + 8 <= digits.size(); ++at) {
+    if (text.find(digits.substr(at, 8)) != std::string::npos) return true;
+  }
+  return false;
+}
+
 TEST_F(RefusedConversionTest, TheLogLineHasThePathAndTheReasonButNoKey) {
   encrypt(1);
   encrypt_store(pathname(), test_key(2));
@@ -286,6 +294,8 @@ TEST_F(RefusedConversionTest, TheLogLineHasThePathAndTheReasonButNoKey) {
   ASSERT_EQ(1U, lines.size());
   EXPECT_NE(std::string::npos, lines[0].find(file())) << lines[0];
   EXPECT_NE(std::string::npos, lines[0].find("encrypted with another key")) << lines[0];
+  EXPECT_FALSE(shows_key(lines[0], 1) || shows_key(lines[0], 2)) << lines[0];
+  EXPECT_TRUE(shows_key(test_key_digits(1), 1));
 }
 
 }  // namespace

@@ -90,10 +90,12 @@ TEST_F(KilledStore, DamagedFirstPageBesideLogIsKept) {
     open();
     close();
     EXPECT_EQ(files_in(folder.path()).count("corvan"), 1U);
+    EXPECT_TRUE(number == 1 || files_in(folder.path()) == files);
   }
   StoreKeys::clear(path(folder.path()));
+  const Files before = files_in(folder.path());
   EXPECT_FALSE(open());
-  EXPECT_EQ(files_in(folder.path()).count("corvan"), 1U);
+  EXPECT_TRUE(files_in(folder.path()) == before);
 }
 
 // The log is cut off or damaged in many places: SQLite drops its end, and keeps the file.

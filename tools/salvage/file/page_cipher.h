@@ -15,7 +15,7 @@ struct sqlite3;
 
 namespace corvan_tool {
 
-// Each page is encrypted and authenticated for itself, with its number. So a page can be decrypted
+// Each page is encrypted and authenticated separately, with its number. So a page can be decrypted
 // although others are damaged, and a page of a write-ahead log as well. SQLite does it: the
 // encrypted page is put at its place in a temporary file, and read through the connection's file.
 // Only the encrypted bytes are written, and only one page at a time.
