@@ -9,8 +9,8 @@
 #   NAME     only these: environment calls index_cost bytes growth floor instructions peers import
 #            encryption
 # Stores are created in TMPDIR if it is set, otherwise in build/bench/stores. If build/sqlite has the
-# amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite. encryption fetches an SQLite
-# with a cipher into build/sqlite-cipher, if that does not exist.
+# amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite. encryption
+# fetches an SQLite with a cipher into build/sqlite-cipher and installs SQLCipher, unless they are there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -47,7 +47,9 @@ fi
 cipher=
 if [[ " ${names[*]} " == *" encryption "* ]]; then
   cipher=$PWD/build/sqlite-cipher
-  [ -e "$cipher/sqlite3.c" ] || bash scripts/sqlite.sh --cipher "$cipher"
+  bash scripts/sqlite.sh --cipher "$cipher"
+  # Newer releases of Debian have another SQLCipher; its rows are for orientation.
+  bash scripts/install.sh sqlcipher
 fi
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
   -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=$tool \

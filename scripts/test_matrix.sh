@@ -8,8 +8,8 @@
 #   sqlite           as g++, with SQLite compiled into the project, from Debian's source package
 #   sqlite-upstream  as sqlite, from a current release of SQLite
 #   cipher           as sqlite, from a release of SQLite that can encrypt its files; here without a key
-#   sqlcipher        as g++, with Debian's SQLCipher in place of SQLite: the store and its tests, without
-#                    Corvan::db_cached, the tool and the tests that need a newer SQLite
+#   sqlcipher        as g++, with Debian's SQLCipher in place of SQLite: the store and its tests; with
+#                    Debian 12's, without Corvan::db_cached, the tool and tests that need a newer SQLite
 #   encrypted        the build of cipher; the suites of the store with a key for each store, then the other
 #                    tests as they are
 #   arm64            cross-built with g++, run under QEMU's user-mode emulation

@@ -46,7 +46,7 @@ class StoreKey {
   explicit StoreKey(Bytes& bytes);
 
   /// Takes a passphrase, and overwrites its characters with zeros. Slow: the cipher derives the
-  /// bytes again for every connection, which takes 30 to 300 ms on a phone.
+  /// bytes again for every connection, which takes 17 ms and 19 MiB of memory on a fast machine.
   ///
   /// is_valid() is false if the passphrase is empty, longer than kLongestPassphrase, contains a
   /// zero byte, or begins with "raw:" or "x'", which ciphers take for raw bytes. Throws
@@ -128,7 +128,7 @@ class StoreKeys {
 
   /// Unlocks a connection that the caller has just opened, for example to a copy of a store under
   /// another name. The connection must not have run a statement, and the file must be encrypted
-  /// with this key or be empty.
+  /// with this key or be empty. A file that has a key by its folder is unlocked already.
   ///
   /// kNone if the file can be read. Otherwise the reason, with a line in the log; close the
   /// connection then, because a later statement could store plain text.
