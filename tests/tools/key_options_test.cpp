@@ -140,6 +140,17 @@ TEST_F(KeyOptionsTest, AsksForAPassphraseWithoutShowingIt) {
   EXPECT_EQ(run({"check", store()}).out, "ok\n");
 }
 
+TEST_F(KeyOptionsTest, AsksTwiceIfAnImportCreatesTheStore) {
+  write_file(folder.file("log"), line({{"content", "first"}}));
+  const Arguments import = {"import", store(), "--user", "me", "--passphrase", folder.file("log")};
+  const auto mistyped = on_terminal(import, {"one", "two"});
+  EXPECT_EQ(mistyped.first, 2);
+  EXPECT_NE(mistyped.second.find("the two passphrases differ"), std::string::npos);
+  EXPECT_FALSE(file_exists(store() + "/corvan"));
+  EXPECT_EQ(on_terminal(import, {"one", "one"}).first, 0);
+  EXPECT_EQ(on_terminal(import, {"one"}).first, 0);
+}
+
 TEST_F(KeyOptionsTest, RefusesPassphrasesThatCannotBeUsed) {
   make_plain_store();
   const Listing before = listing(store());

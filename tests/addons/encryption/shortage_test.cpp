@@ -95,6 +95,25 @@ class Shortage : public Keys {
     }
   }
 
+  // Lets each allocation of sqlite3_open_v2(), and of the function that it calls, fail in a child
+  // process. Starts with these files each time, and calls `check` afterwards.
+  void at_each_allocation_of_opening(const Files& before,
+                                     const std::function<void(bool was_opened)>& check) {
+    const FailingMemory memory;
+    const OtherStore other;
+    ASSERT_TRUE(StoreKeys::set(path(folder.path()), key(1)));
+    for (const bool all_later : {false, true}) {
+      int result = 1;
+      for (int number = 1; result != 0 && !HasFailure(); ++number) {
+        SCOPED_TRACE(testing::Message() << "allocation " << number << " all later " << all_later);
+        put_files(folder.path(), before);
+        result = in_child([this, number, all_later] { return open_with_fault(number, all_later); });
+        if (result >= 0) expect_shortage(result == 0 ? SQLITE_OK : result - 1);
+        check(result == 0 || result == 1 + SQLITE_OK);
+      }
+    }
+  }
+
   Files files;
 };
 
@@ -118,37 +137,14 @@ TEST_F(Shortage, OfMemoryWhileStoreIsOpened) {
   }
 }
 
-// Each allocation of sqlite3_open_v2() with the function that it calls.
 TEST_F(Shortage, OfMemoryWhileNewFileIsKeyed) {
-  const FailingMemory memory;
-  const OtherStore other;
-  ASSERT_TRUE(StoreKeys::set(path(folder.path()), key(1)));
-  for (const bool all_later : {false, true}) {
-    int result = 1;
-    for (int number = 1; result != 0 && !HasFailure(); ++number) {
-      SCOPED_TRACE(testing::Message() << "allocation " << number << " all later " << all_later);
-      put_files(folder.path(), {});
-      result = in_child([this, number, all_later] { return open_with_fault(number, all_later); });
-      if (result >= 0) expect_shortage(result == 0 ? SQLITE_OK : result - 1);
-      expect_kept(result == 0 || result == 1 + SQLITE_OK);
-    }
-  }
+  at_each_allocation_of_opening({}, [this](bool was_opened) { expect_kept(was_opened); });
 }
 
 TEST_F(Shortage, OfMemoryWhileEncryptedFileIsKeyed) {
-  const FailingMemory memory;
-  const OtherStore other;
-  ASSERT_TRUE(StoreKeys::set(path(folder.path()), key(1)));
-  for (const bool all_later : {false, true}) {
-    int result = 1;
-    for (int number = 1; result != 0 && !HasFailure(); ++number) {
-      SCOPED_TRACE(testing::Message() << "allocation " << number << " all later " << all_later);
-      put_files(folder.path(), files);
-      result = in_child([this, number, all_later] { return open_with_fault(number, all_later); });
-      if (result >= 0) expect_shortage(result == 0 ? SQLITE_OK : result - 1);
-      if (files_in(folder.path()) != files) expect_complete();
-    }
-  }
+  at_each_allocation_of_opening(files, [this](bool /*was_opened*/) {
+    if (files_in(folder.path()) != files) expect_complete();
+  });
   expect_complete();
 }
 
