@@ -2,10 +2,14 @@
 
 #include <sqlite3.h>
 
+#include <array>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
@@ -103,6 +107,22 @@ std::string immutable_uri(const std::string& file) {
   return uri + "?immutable=1";
 }
 
+// The pages that the database had when the journal's transaction began; 0 if the file is no journal
+// that SQLite would use.
+std::uint64_t pages_before(const std::string& journal) {
+  constexpr std::string_view kMagic("\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", 8);
+  constexpr std::size_t kPages = 16;
+  std::array<char, kPages + 4> header{};
+  std::ifstream file(journal, std::ios::binary);
+  if (!file.read(header.data(), header.size())) return 0;
+  if (std::string_view(header.data(), kMagic.size()) != kMagic) return 0;
+  std::uint64_t pages = 0;
+  for (std::size_t i = kPages; i < header.size(); ++i) {
+    pages = pages << 8U | static_cast<unsigned char>(header.at(i));
+  }
+  return pages;
+}
+
 // With a wrong key, SQLite would write the pages of an interrupted transaction's journal back to
 // the file. The file is in the middle of the transaction, so that only the first page tells
 // something.
@@ -116,7 +136,8 @@ Unlocking try_beside_journal(const std::string& file, const StoreKey& key) {
 Unlocking try_first(sqlite3* connection, const StoreKey& key) {
   const char* const name = sqlite3_db_filename(connection, "main");
   const std::string file = name == nullptr ? "" : name;
-  if (has_content(file + "-journal")) {
+  // A database of one page has no rows. After a loss of power, its page can be incomplete.
+  if (pages_before(file + "-journal") > 1) {
     const Unlocking result = try_beside_journal(file, key);
     if (result.refusal != KeyRefusal::kNone) return result;
   }
