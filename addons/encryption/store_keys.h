@@ -83,8 +83,9 @@ enum class KeyRefusal : int32_t {
 /// A key applies to the file `corvan` in its folder and to the files of add-ons, whose names begin
 /// with `corvan-`, for every connection that is opened from then on, no matter which code opens it.
 /// All other connections of the process stay as they are, with one exception: a file `corvan` whose
-/// first page consists of random bytes, at least in part, in a folder that has neither a key nor a
-/// mark, is not opened, because the store would take it for damaged and delete it.
+/// first page consists of random bytes, at least in part, or cannot be read, in a folder that has
+/// neither a key nor a mark, is not opened, because the store would take it for damaged and delete
+/// it.
 ///
 /// A refusal is an error from sqlite3_open_v2() and one line in the log with the file's path and
 /// the reason. No line, error or message ever contains a key.
