@@ -112,7 +112,7 @@ std::string immutable_uri(const std::string& file) {
 std::uint64_t pages_before(const std::string& journal) {
   constexpr std::string_view kMagic("\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", 8);
   constexpr std::size_t kPages = 16;
-  std::array<char, kPages + 4> header{};
+  std::array<char, 20> header{};
   std::ifstream file(journal, std::ios::binary);
   if (!file.read(header.data(), header.size())) return 0;
   if (std::string_view(header.data(), kMagic.size()) != kMagic) return 0;
