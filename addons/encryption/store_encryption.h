@@ -50,8 +50,8 @@ struct Conversion {
 /// The file system needs room for a second copy, and the process as much memory as the largest
 /// index takes. The copy has the old file's permissions and, as far as the system allows, its
 /// owner. Where the file system writes in place (ext2, ext3, ext4, FAT), the old file's blocks and
-/// those of its log are overwritten with zeros; on flash memory, the device may keep older versions
-/// of them nevertheless.
+/// those of its log are overwritten: with zeros, and the first page with that of an empty database.
+/// On flash memory, the device may keep older versions of them nevertheless.
 ///
 /// Anything but kDone and kAlreadyDone is logged in one line. So is kDone with a detail, which says
 /// that the folder could not be synced: after a power loss, the name may lead to the old store.

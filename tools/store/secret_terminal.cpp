@@ -56,7 +56,7 @@ void edit(std::string& text, char character) {
 SecretTerminal::SecretTerminal() : fd_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
   if (fd_ < 0 || tcgetattr(fd_, &before_) != 0) {
     if (fd_ >= 0) close(fd_);
-    throw ToolError("there is no terminal to ask for the passphrase; use --key-file");
+    throw ToolError("a passphrase can only be entered on a terminal; use --key-file");
   }
   struct termios silent = before_;
   silent.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL | ICANON | ISIG));

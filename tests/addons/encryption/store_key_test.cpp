@@ -1,4 +1,4 @@
-// Which keys are valid, and what becomes of the bytes that they are made from.
+// Which keys are valid, and that the bytes from which they are made are overwritten.
 
 #include <algorithm>
 
