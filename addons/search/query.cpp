@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "addons/search/folded_text.h"
-#include "addons/search/match_expression.h"
 #include "addons/search/query_parser.h"
 
 namespace Corvan::search {
@@ -51,8 +50,7 @@ Query::Query(std::string_view text) {
   if (terms_.size() > kManyTerms) table_.emplace(terms_);
   MatchExpression expression;
   for (const Term& term : terms_) expression.add(term);
-  match_ = expression.text();
-  has_prefix_ = expression.has_prefix();
+  tokens_ = expression.tokens();
 }
 
 bool Query::matches(std::string_view text) const {

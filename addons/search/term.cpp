@@ -78,7 +78,9 @@ std::size_t Term::end_of(std::string_view folded, std::size_t begin) const {
 }
 
 bool Term::is_in(std::string_view folded) const {
-  const auto shorter = [](const std::string& a, const std::string& b) { return a.size() < b.size(); };
+  const auto shorter = [](const std::string& a, const std::string& b) {
+    return a.size() < b.size();
+  };
   const auto longest = std::max_element(pieces_.begin(), pieces_.end(), shorter);
   if (find(folded, *longest, 0) == kNone) return false;
   std::size_t at = find(folded, pieces_.front(), 0);
