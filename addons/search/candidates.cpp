@@ -33,7 +33,7 @@ std::string Candidates::choose_match(const Query& query) {
   std::vector<MatchExpression::Token> tokens = query.tokens();
   if (!shards_.empty()) {
     const std::string newest = shard_table(shards_.back().number);
-    tokens = selective_tokens(*index_, newest, state_.highest, tokens);
+    tokens = selective_tokens(*index_, newest, state_.highest, messages(), tokens);
   }
   has_prefix_ = tokens.back().is_prefix;
   return MatchExpression::text(tokens);
@@ -82,6 +82,12 @@ const Candidates::Range* Candidates::read_around(int64_t id) {
   return &range;
 }
 
+int64_t Candidates::messages() const {
+  int64_t result = 0;
+  for (const Shard& shard : shards_) result += shard.messages;
+  return result;
+}
+
 std::size_t Candidates::estimate() {
   if (shards_.empty()) return 0;
   const Shard& newest = shards_.back();
@@ -90,13 +96,11 @@ std::size_t Candidates::estimate() {
   Range range;
   range.end = end_of(shards_.size() - 1);
   read(shards_.size() - 1, begin, range.end, std::numeric_limits<std::size_t>::max(), &range.ids);
-  int64_t messages = 0;
-  for (const Shard& shard : shards_) messages += shard.messages;
   const int64_t looked_at =
       std::max<int64_t>(1, std::min(newest.messages, state_.highest - begin + 1));
   const std::size_t found = range.ids.size();
   keep(begin, std::move(range));
-  return found * static_cast<std::size_t>(messages / looked_at);
+  return found * static_cast<std::size_t>(messages() / looked_at);
 }
 
 std::optional<std::vector<int64_t>> Candidates::all(std::size_t limit, const TimeBudget& budget) {

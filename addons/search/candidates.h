@@ -47,6 +47,7 @@ class Candidates {
     std::vector<int64_t> ids;
   };
 
+  int64_t messages() const;
   std::string choose_match(const Query& query);
   const Range* range_of(int64_t id);
   const Range* read_around(int64_t id);

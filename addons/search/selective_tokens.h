@@ -12,10 +12,10 @@
 
 namespace Corvan::search {
 
-// The rare ones of these tokens, in messages of `table` up to `newest_id`. Reading the long list of
-// a common word takes longer than looking at the messages that only have the rare ones.
+// The tokens without those that are too common to be useful. They are counted in the newest
+// messages of `table`, whose ids end with `newest_id`; the index has so many messages.
 std::vector<MatchExpression::Token> selective_tokens(
-    const Connection& index, const std::string& table, int64_t newest_id,
+    const Connection& index, const std::string& table, int64_t newest_id, int64_t messages,
     const std::vector<MatchExpression::Token>& tokens);
 
 }  // namespace Corvan::search
