@@ -16,7 +16,7 @@ constexpr std::size_t kManyTerms = 32;
 std::vector<Term> without_duplicates(std::vector<Term> terms) {
   const auto before = [](const Term& a, const Term& b) {
     if (a.folded().size() != b.folded().size()) return a.folded().size() > b.folded().size();
-    return a.folded() != b.folded() ? a.folded() < b.folded() : a.is_prefix() < b.is_prefix();
+    return a.folded() != b.folded() ? a.folded() < b.folded() : !a.is_prefix() && b.is_prefix();
   };
   std::sort(terms.begin(), terms.end(), before);
   const auto equal = [&](const Term& a, const Term& b) { return !before(a, b) && !before(b, a); };

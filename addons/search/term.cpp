@@ -64,10 +64,12 @@ Term::Term(std::string_view folded, bool is_prefix) : folded_(folded) {
   }
   is_prefix_ = is_prefix && was_word;
   if (was_word && !is_prefix) pieces_.back() += kGap;
+  for (const std::string& piece : pieces_) least_size_ += piece.size();
 }
 
 // The end of the term, which begins with its first piece at `begin`; npos if it is not there.
 std::size_t Term::end_of(std::string_view folded, std::size_t begin) const {
+  if (folded.size() - begin < least_size_) return kNone;
   std::size_t at = begin + pieces_.front().size();
   for (std::size_t i = 1; i < pieces_.size(); ++i) {
     if (at < folded.size() && folded[at] == kGap) ++at;
