@@ -26,6 +26,7 @@ Candidates::Candidates(const Connection* index, const Query& query)
   if (index == nullptr) return;
   state_ = read_state(*index);
   shards_ = read_shards(*index);
+  if (shards_.empty() && state_.highest > 0) index->fail(SQLITE_CORRUPT);
   match_ = choose_match(query);
 }
 
