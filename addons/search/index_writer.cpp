@@ -131,7 +131,9 @@ void IndexWriter::reload() {
 void IndexWriter::store() {
   fingerprints_.flush();
   store_shards();
-  store_state_.bind(state_.highest, state_.swept_to, int64_t{state_.is_swept}, state_.next_number)
+  store_state_
+      .bind(state_.highest, state_.swept_to, static_cast<int64_t>(state_.is_swept),
+            state_.next_number)
       .run();
   checksums_.record();
 }

@@ -32,7 +32,7 @@ enum class SearchStatus : int32_t {
   kNoStore = 1,     ///< there is no store in the folder, or it cannot be opened
   kStoreError = 2,  ///< the store cannot be read: it is damaged, locked, or its reading failed
   kIndexError = 3,  ///< the index cannot be created, read or written; find() never returns it
-  kBadQuery = 4,    ///< the query contains nothing to search for, or the options contradict it
+  kBadQuery = 4,    ///< the query has nothing to search for or is too long; or the limit is below 1
   kNoMemory = 5,    ///< memory ran out
 };
 
@@ -118,6 +118,9 @@ class MessageSearch {
   /// The name of the index's file.
   static constexpr const char* kFileName = "corvan-search";
 
+  /// The longest query, in bytes.
+  static constexpr std::size_t kLongestQuery = 4096;
+
   /// Only remembers the folder, which is given as to `CvDbSingleton::init_open_db()`: only
   /// `folder.folder()` counts. The files are opened by the first call that needs them.
   explicit MessageSearch(const cvrtc::Pathname& folder);
@@ -157,7 +160,8 @@ class MessageSearch {
   SearchProgress progress();
 
   /// The parts of `text`, a message's content, that match the query, from the first to the last,
-  /// without overlaps; whole characters of UTF-8. Empty if not all terms match.
+  /// without overlaps; whole characters of UTF-8. Empty if not all terms match, or the query is too
+  /// long.
   static std::vector<SearchRange> snippet(const std::string& text, const std::string& query);
 
   /// Deletes the index of the folder's store, for example before the store is encrypted. No object
