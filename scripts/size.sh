@@ -23,8 +23,8 @@ done
 
 bash scripts/install.sh build search size
 declare -A bounds=(
-  [g++ four]=59200 [g++ cached]=63900 [g++ search]=163400 [g++ all]=95400
-  [clang++ four]=81700 [clang++ cached]=86400 [clang++ search]=213000 [clang++ all]=122400
+  [g++ four]=59200 [g++ cached]=63900 [g++ search]=176900 [g++ all]=95400
+  [clang++ four]=81700 [clang++ cached]=86400 [clang++ search]=231000 [clang++ all]=122400
 )
 flags=(-Os -DNDEBUG -ffunction-sections -fdata-sections "$@")
 
