@@ -3,6 +3,7 @@
 #if defined(WITH_SEARCH)
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
 
@@ -22,8 +23,8 @@ struct Search {
 };
 
 // Users write "hello TURN.NUMBER" or "spam TURN.NUMBER".
-constexpr Search kSearches[] = {
-    {"HELLO", "hello "}, {"spa*", "spam "}, {"\"hello 3\"", "hello 3."}, {"hell", "hell "}};
+constexpr std::array<Search, 4> kSearches = {
+    {{"HELLO", "hello "}, {"spa*", "spam "}, {"\"hello 3\"", "hello 3."}, {"hell", "hell "}}};
 
 // Fetches all results in pages of five.
 bool find_all(MessageSearch& search, const std::string& query, std::vector<int64_t>* ids) {
