@@ -41,8 +41,8 @@ const char* to_text(SearchStatus status);
 
 /// A place in the results, which are sorted by time, then by id, both from the largest down.
 struct SearchPlace {
-  int64_t sent_time = 0;
-  int64_t id = 0;
+  int64_t sent_time = 0;  ///< t_message.sent_time
+  int64_t id = 0;         ///< t_message.id
 };
 
 /// What find() looks for besides the words. An empty list or optional does not limit the search.
@@ -51,9 +51,8 @@ struct SearchOptions {
   std::vector<SessionType> session_types;  ///< only in conversations of these kinds
   std::vector<std::string> object_names;   ///< only messages of these kinds
   std::optional<std::string> sender;       ///< only messages of this user
-  /// Only messages whose time is in this range, its ends included.
-  int64_t from_time = std::numeric_limits<int64_t>::min();
-  int64_t to_time = std::numeric_limits<int64_t>::max();
+  int64_t from_time = std::numeric_limits<int64_t>::min();  ///< only messages from this time on
+  int64_t to_time = std::numeric_limits<int64_t>::max();    ///< only messages up to this time
   std::optional<SearchPlace> before;  ///< only messages after this place in the results
   int32_t limit = 20;                 ///< at most so many messages; must be above 0
   /// Return after this time with the messages found so far. 0: no limit. Each call gets further
@@ -71,8 +70,8 @@ struct SearchHit {
 
 /// What find() returns.
 struct SearchResults {
-  SearchStatus status = SearchStatus::kOk;
-  std::vector<SearchHit> hits;  ///< from the newest to the oldest
+  SearchStatus status = SearchStatus::kOk;  ///< how the call ended
+  std::vector<SearchHit> hits;              ///< from the newest to the oldest
   /// Where to go on, as `before` of the next call; empty if there are no more messages. If the time
   /// ran out, this can be a place without a message, and `hits` may be empty.
   std::optional<SearchPlace> next;
@@ -80,16 +79,16 @@ struct SearchResults {
 
 /// What catch_up() and sweep() return.
 struct SearchWork {
-  SearchStatus status = SearchStatus::kOk;
-  int64_t messages =
-      0;               ///< catch_up(): messages indexed; sweep(): messages compared with the index
-  int64_t mended = 0;  ///< sweep(): messages that had changed, or were gone
+  SearchStatus status = SearchStatus::kOk;  ///< how the call ended
+  /// catch_up(): messages indexed; sweep(): messages compared with the index
+  int64_t messages = 0;
+  int64_t mended = 0;     ///< sweep(): messages that had changed, or were gone
   bool complete = false;  ///< catch_up(): all is indexed; sweep(): the end of the store was reached
 };
 
 /// The state of the index, for a user interface.
 struct SearchProgress {
-  SearchStatus status = SearchStatus::kOk;
+  SearchStatus status = SearchStatus::kOk;  ///< how the call ended
   int64_t indexed = 0;    ///< messages in the index, those included that were deleted since
   int64_t waiting = 0;    ///< at most so many messages wait for catch_up()
   double swept = 0;       ///< the part of the index that the present sweep has compared, 0 to 1
