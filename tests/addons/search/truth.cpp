@@ -23,8 +23,6 @@ using Corvan::SearchWork;
 
 namespace {
 
-constexpr std::chrono::microseconds kPlenty = std::chrono::minutes(1);
-
 struct Close {
   void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
 };

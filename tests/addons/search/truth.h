@@ -3,6 +3,7 @@
 #ifndef TESTS_ADDONS_SEARCH_TRUTH_H_
 #define TESTS_ADDONS_SEARCH_TRUTH_H_
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -27,6 +28,9 @@ struct StoredMessage {
 // Time and id of messages, in the order of the results.
 using Hits = std::vector<std::pair<int64_t, int64_t>>;
 using Ids = std::set<int64_t>;
+
+// A budget that is never used up.
+constexpr std::chrono::microseconds kPlenty = std::chrono::minutes(1);
 
 class Truth {
  public:
