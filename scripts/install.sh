@@ -3,7 +3,7 @@
 # package.
 # Usage: install.sh build|tools|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
 #                   tests-source|libc++|cross-arm64|cross-armhf|clean-system|sqlite|sqlite-upstream|
-#                   sqlite-cipher|sqlcipher...
+#                   sqlite-cipher|sqlcipher|unicode...
 set -euo pipefail
 
 packages=()
@@ -29,6 +29,7 @@ for purpose in "$@"; do
     sqlite-upstream) packages+=(npm) ;;
     sqlite-cipher) packages+=(npm patch) ;;
     sqlcipher) packages+=(libsqlcipher-dev) ;;
+    unicode) packages+=(unicode-data) ;;
     docs) packages+=(doxygen) ;;
     html) packages+=(chromium fonts-noto-color-emoji fonts-wqy-microhei) ;;
     lint) packages+=(git clang clang-format clang-tidy cppcheck shellcheck) ;;

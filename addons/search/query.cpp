@@ -1,15 +1,74 @@
 #include "addons/search/query.h"
 
+#include <algorithm>
+
+#include "addons/search/folded_text.h"
+#include "addons/search/match_expression.h"
+#include "addons/search/query_parser.h"
+
 namespace Corvan::search {
 
-Query::Query(std::string_view /*text*/) {}
+namespace {
 
-bool Query::matches(std::string_view /*text*/) const {
-  return false;
+// Long terms come first: they are rare, so that most texts are rejected early.
+std::vector<Term> without_duplicates(std::vector<Term> terms) {
+  const auto before = [](const Term& a, const Term& b) {
+    if (a.folded().size() != b.folded().size()) return a.folded().size() > b.folded().size();
+    return a.folded() != b.folded() ? a.folded() < b.folded() : a.is_prefix() < b.is_prefix();
+  };
+  std::sort(terms.begin(), terms.end(), before);
+  const auto equal = [&](const Term& a, const Term& b) { return !before(a, b) && !before(b, a); };
+  terms.erase(std::unique(terms.begin(), terms.end(), equal), terms.end());
+  return terms;
 }
 
-std::vector<SearchRange> Query::ranges(std::string_view /*text*/) const {
-  return {};
+std::vector<SearchRange> merged(std::vector<SearchRange> ranges) {
+  std::sort(ranges.begin(), ranges.end(),
+            [](const SearchRange& a, const SearchRange& b) { return a.begin < b.begin; });
+  std::vector<SearchRange> result;
+  for (const SearchRange& range : ranges) {
+    if (result.empty() || range.begin >= result.back().begin + result.back().size) {
+      result.push_back(range);
+    } else {
+      SearchRange& last = result.back();
+      last.size = std::max(last.size, range.begin + range.size - last.begin);
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+Query::Query(std::string_view text) {
+  for (const QueryPart& part : parse_query(text)) {
+    const FoldedText folded(part.text);
+    if (!folded.is_empty()) terms_.emplace_back(folded.text(), part.is_prefix);
+  }
+  terms_ = without_duplicates(std::move(terms_));
+  MatchExpression expression;
+  for (const Term& term : terms_) expression.add(term);
+  match_ = expression.text();
+  has_prefix_ = expression.has_prefix();
+}
+
+bool Query::matches(std::string_view text) const {
+  if (is_empty()) return false;
+  const FoldedText folded(text);
+  return std::all_of(terms_.begin(), terms_.end(),
+                     [&](const Term& term) { return term.is_in(folded.text()); });
+}
+
+std::vector<SearchRange> Query::ranges(std::string_view text) const {
+  const FoldedText folded(text, true);
+  std::vector<SearchRange> ranges;
+  for (const Term& term : terms_) {
+    const std::vector<Term::Place> places = term.find_all(folded.text());
+    if (places.empty()) return {};
+    for (const Term::Place& place : places) {
+      ranges.push_back(folded.origin(place.begin, place.end));
+    }
+  }
+  return merged(std::move(ranges));
 }
 
 }  // namespace Corvan::search

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "addons/search/message_search.h"
+#include "addons/search/term.h"
 
 namespace Corvan::search {
 
@@ -16,7 +17,7 @@ class Query {
   explicit Query(std::string_view text);
 
   // Whether nothing is left to search for.
-  bool is_empty() const { return match_.empty(); }
+  bool is_empty() const { return terms_.empty(); }
 
   // Whether the index must look up all terms with a given beginning, which takes longer.
   bool has_prefix() const { return has_prefix_; }
@@ -31,6 +32,7 @@ class Query {
   std::vector<SearchRange> ranges(std::string_view text) const;
 
  private:
+  std::vector<Term> terms_;  // without duplicates
   std::string match_;
   bool has_prefix_ = false;
 };

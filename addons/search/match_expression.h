@@ -1,0 +1,43 @@
+// The FTS5 expression of a query.
+
+#ifndef ADDONS_SEARCH_MATCH_EXPRESSION_H_
+#define ADDONS_SEARCH_MATCH_EXPRESSION_H_
+
+#include <set>
+#include <string>
+
+#include "addons/search/term.h"
+
+namespace Corvan::search {
+
+// Collects tokens that each text with the terms has in the index, or beginnings of such tokens.
+class MatchExpression {
+ public:
+  void add(const Term& term);
+
+  // All tokens, joined by AND; the most useful ones if there are many. Empty if no term was added.
+  std::string text() const;
+
+  // Whether text() has a beginning.
+  bool has_prefix() const;
+
+ private:
+  struct Token {
+    std::string text;
+    bool is_prefix;
+    bool operator<(const Token& other) const;
+  };
+
+  void add_word(std::string_view word, bool is_prefix);
+  void add_unspaced(std::string_view chunk);
+  bool is_covered(const std::string& prefix) const;
+  std::vector<Token> chosen() const;
+
+  std::set<std::string> tokens_;
+  std::set<std::string> prefixes_;
+  std::set<std::string> paired_;  // unspaced characters of tokens_
+};
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_MATCH_EXPRESSION_H_

@@ -1,0 +1,47 @@
+// One term of a query.
+
+#ifndef ADDONS_SEARCH_TERM_H_
+#define ADDONS_SEARCH_TERM_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Corvan::search {
+
+// What a query requires in one place of a text: units that follow each other. All texts are those
+// of FoldedText.
+class Term {
+ public:
+  // `folded` must not be empty. `is_prefix`: the last unit, if it is a word, may be the beginning
+  // of a longer one.
+  Term(std::string_view folded, bool is_prefix);
+
+  struct Place {
+    std::size_t begin = std::string_view::npos;
+    std::size_t end = 0;  // both without gaps
+  };
+
+  bool is_in(std::string_view folded) const;
+
+  // All places in the text, from the first to the last; they may overlap.
+  std::vector<Place> find_all(std::string_view folded) const;
+
+  // The term as it was given.
+  const std::string& folded() const { return folded_; }
+  bool is_prefix() const { return is_prefix_; }
+
+ private:
+  std::size_t end_of(std::string_view folded, std::size_t begin) const;
+
+  std::string folded_;
+  bool is_prefix_ = false;
+  // The texts to find, one behind the other. Between two of them, both of unspaced characters, the
+  // text may have a gap.
+  std::vector<std::string> pieces_;
+};
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_TERM_H_
