@@ -1,51 +1,164 @@
 #include "addons/search/message_search.h"
 
+#include <chrono>
+#include <new>
+#include <thread>
+
+#include "addons/search/index_file.h"
+#include "addons/search/indexing.h"
+#include "addons/search/log_line.h"
 #include "addons/search/query.h"
+#include "addons/search/reading.h"
 
 namespace Corvan {
 
-namespace search {
-class Indexing {};
-class Reading {};
-}  // namespace search
+namespace {
 
-const char* to_text(SearchStatus /*status*/) {
-  return "";
+using search::Indexing;
+using search::log_line;
+using search::TimeBudget;
+
+// The status of what `work` does. Writes a line to the log if it fails.
+template <typename Work>
+SearchStatus status_of(const Work& work) noexcept {
+  try {
+    work();
+    return SearchStatus::kOk;
+  } catch (const search::SqlError& error) {
+    log_line(error.text());
+    return error.status();
+  } catch (const std::bad_alloc&) {
+    log_line("memory ran out");
+    return SearchStatus::kNoMemory;
+  }
 }
 
-MessageSearch::MessageSearch(const cvrtc::Pathname& folder) : folder_(folder.folder()) {}
+std::string file_in(const cvrtc::Pathname& folder, const char* name) {
+  return folder.folder() + name;
+}
+
+// An index is not used before it was compared with the store. Another thread may be writing it, and
+// do so.
+void wait_until_open(Indexing* indexing) {
+  while (!indexing->is_open()) {
+    const std::unique_lock<std::mutex> lock(indexing->mutex(), std::try_to_lock);
+    if (lock.owns_lock()) return indexing->open();
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+}
+
+void catch_up_first(Indexing* indexing, std::chrono::microseconds budget) {
+  const std::unique_lock<std::mutex> lock(indexing->mutex(), std::try_to_lock);
+  if (lock.owns_lock()) indexing->catch_up(TimeBudget(budget));
+}
+
+}  // namespace
+
+const char* to_text(SearchStatus status) {
+  switch (status) {
+    case SearchStatus::kOk:
+      return "no error";
+    case SearchStatus::kNoStore:
+      return "there is no store, or it cannot be opened";
+    case SearchStatus::kStoreError:
+      return "the store cannot be read";
+    case SearchStatus::kIndexError:
+      return "the index cannot be created, read or written";
+    case SearchStatus::kBadQuery:
+      return "there is nothing to search for";
+    case SearchStatus::kNoMemory:
+      return "memory ran out";
+  }
+  return "unknown status";
+}
+
+MessageSearch::MessageSearch(const cvrtc::Pathname& folder)
+    : indexing_(std::make_unique<Indexing>(file_in(folder, "corvan"), file_in(folder, kFileName))),
+      reading_(std::make_unique<search::Reading>(file_in(folder, "corvan"),
+                                                 file_in(folder, kFileName))) {}
+
 MessageSearch::~MessageSearch() = default;
 
 SearchStatus MessageSearch::open() {
-  return SearchStatus::kIndexError;
+  return status_of([this] { wait_until_open(indexing_.get()); });
 }
 
-SearchResults MessageSearch::find(const std::string& /*query*/, const SearchOptions& /*options*/) {
-  return {};
+SearchResults MessageSearch::find(const std::string& query, const SearchOptions& options) {
+  SearchResults results;
+  bool is_damaged = false;
+  const SearchStatus status = status_of([&] {
+    const search::Query parsed(query);
+    if (parsed.is_empty() || options.limit < 1) {
+      results.status = SearchStatus::kBadQuery;
+      return;
+    }
+    const TimeBudget budget =
+        options.time_limit.count() > 0 ? TimeBudget(options.time_limit) : TimeBudget::unlimited();
+    prepare(options.catch_up);
+    const std::lock_guard<std::mutex> lock(reading_->mutex());
+    results = reading_->find(parsed, options, budget, &is_damaged);
+  });
+  if (status != SearchStatus::kOk) results.status = status;
+  if (is_damaged) indexing_->report_damage();
+  return results;
 }
 
-SearchWork MessageSearch::catch_up(std::chrono::microseconds /*budget*/) {
-  return {};
+// A failure of the index only makes the search slower.
+void MessageSearch::prepare(std::chrono::microseconds catch_up) {
+  status_of([&] {
+    wait_until_open(indexing_.get());
+    if (catch_up.count() > 0) catch_up_first(indexing_.get(), catch_up);
+  });
 }
 
-SearchStatus MessageSearch::changed(int64_t /*id*/) {
-  return SearchStatus::kIndexError;
+SearchWork MessageSearch::catch_up(std::chrono::microseconds budget) {
+  SearchWork work;
+  work.status = status_of([&] {
+    wait_until_open(indexing_.get());
+    const std::lock_guard<std::mutex> lock(indexing_->mutex());
+    work = indexing_->catch_up(TimeBudget(budget));
+  });
+  return work;
 }
 
-SearchWork MessageSearch::sweep(std::chrono::microseconds /*budget*/) {
-  return {};
+SearchStatus MessageSearch::changed(int64_t id) {
+  return status_of([&] {
+    const std::lock_guard<std::mutex> lock(indexing_->mutex());
+    indexing_->changed(id);
+  });
+}
+
+SearchWork MessageSearch::sweep(std::chrono::microseconds budget) {
+  SearchWork work;
+  work.status = status_of([&] {
+    wait_until_open(indexing_.get());
+    const std::lock_guard<std::mutex> lock(indexing_->mutex());
+    work = indexing_->sweep(TimeBudget(budget));
+  });
+  return work;
 }
 
 SearchProgress MessageSearch::progress() {
-  return {};
+  SearchProgress progress;
+  const SearchStatus status = status_of([&] {
+    const std::lock_guard<std::mutex> lock(reading_->mutex());
+    progress = reading_->progress();
+  });
+  progress.status = status;
+  return progress;
 }
 
 std::vector<SearchRange> MessageSearch::snippet(const std::string& text, const std::string& query) {
-  return search::Query(query).ranges(text);
+  std::vector<SearchRange> ranges;
+  status_of([&] { ranges = search::Query(query).ranges(text); });
+  return ranges;
 }
 
-bool MessageSearch::remove(const cvrtc::Pathname& /*folder*/) {
-  return false;
+bool MessageSearch::remove(const cvrtc::Pathname& folder) {
+  const std::string file = file_in(folder, kFileName);
+  const bool is_deleted = search::delete_index(file);
+  if (!is_deleted) log_line(file, ": cannot be deleted");
+  return is_deleted;
 }
 
 }  // namespace Corvan

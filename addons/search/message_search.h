@@ -111,8 +111,8 @@ struct SearchRange {
 /// whose content was changed is found by its new words after changed() or sweep().
 ///
 /// All members may be called from any thread. catch_up(), changed() and sweep() exclude each other;
-/// find(), snippet() and progress() do not wait for them. Nothing throws. Each failure writes one
-/// line to the log.
+/// find(), snippet() and progress() do not wait for them. Nothing throws. Each failure but
+/// kBadQuery writes one line to the log.
 class MessageSearch {
  public:
   /// The name of the index's file.
@@ -166,7 +166,8 @@ class MessageSearch {
   static bool remove(const cvrtc::Pathname& folder);
 
  private:
-  const std::string folder_;
+  void prepare(std::chrono::microseconds catch_up);
+
   const std::unique_ptr<search::Indexing> indexing_;
   const std::unique_ptr<search::Reading> reading_;
 };

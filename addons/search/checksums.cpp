@@ -1,0 +1,165 @@
+#include "addons/search/checksums.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "addons/search/index_file.h"
+
+namespace Corvan::search {
+
+namespace {
+
+// FTS5 writes the number of the segment into the upper bits of a row's id.
+constexpr int kSegmentShift = 37;
+
+uint64_t mixed(uint64_t hash, uint64_t value) {
+  hash = (hash ^ value) * 0x9e3779b97f4a7c15;
+  return hash ^ (hash >> 29);
+}
+
+uint64_t hash_of(std::string_view bytes) {
+  uint64_t hash = bytes.size();
+  while (bytes.size() >= sizeof(uint64_t)) {
+    uint64_t word = 0;
+    std::memcpy(&word, bytes.data(), sizeof word);
+    hash = mixed(hash, word);
+    bytes.remove_prefix(sizeof word);
+  }
+  for (const char c : bytes) hash = mixed(hash, static_cast<unsigned char>(c));
+  return hash;
+}
+
+// The number of a shard, from the name of its table of data; 0 for other tables.
+int64_t shard_of(const char* table) {
+  constexpr std::string_view kBeginning = "shard_";
+  if (std::strncmp(table, kBeginning.data(), kBeginning.size()) != 0) return 0;
+  char* end = nullptr;
+  const int64_t number = std::strtoll(table + kBeginning.size(), &end, 10);
+  return std::strcmp(end, "_data") == 0 ? number : 0;
+}
+
+// The hash of a segment's index of terms; 0 if it has none.
+int64_t segment_hash(const Connection& index, int64_t number, int64_t segment) {
+  Statement row(
+      index, "select term,pgno from " + shard_table(number) + "_idx where segid=? order by term");
+  row.bind(segment);
+  uint64_t hash = 0;
+  while (row.row())
+    hash = mixed(hash_of(row.blob(0)) ^ hash, static_cast<uint64_t>(row.integer(1)));
+  return static_cast<int64_t>(hash);
+}
+
+std::string data_query(int64_t number, const char* condition) {
+  return "select id,block from " + shard_table(number) + "_data where " + condition;
+}
+
+}  // namespace
+
+Checksums::Checksums(const Connection& index)
+    : index_(index),
+      insert_(index, "insert or replace into checksum values(?,?,?)"),
+      delete_(index, "delete from checksum where number=? and id=?") {
+  sqlite3_update_hook(index.handle(), on_change, this);
+}
+
+Checksums::~Checksums() {
+  sqlite3_update_hook(index_.handle(), nullptr, nullptr);
+}
+
+void Checksums::on_change(void* self, int /*operation*/, const char* /*database*/,
+                          const char* table, sqlite3_int64 row) noexcept {
+  const int64_t number = shard_of(table);
+  if (number == 0) return;
+  auto& checksums = *static_cast<Checksums*>(self);
+  try {
+    checksums.changed_.emplace_back(number, row);
+  } catch (const std::bad_alloc&) {
+    checksums.is_incomplete_ = true;
+  }
+}
+
+// FTS5 keeps new terms in memory until the transaction ends or a savepoint is set.
+void Checksums::record() {
+  index_.run("savepoint terms");
+  index_.run("release terms");
+  if (is_incomplete_) throw std::bad_alloc();
+  std::sort(changed_.begin(), changed_.end());
+  changed_.erase(std::unique(changed_.begin(), changed_.end()), changed_.end());
+  for (const auto& [number, id] : changed_) record_row(number, id);
+  record_segments();
+  changed_.clear();
+}
+
+void Checksums::record_row(int64_t number, int64_t id) {
+  Statement row(index_, data_query(number, "id=?"));
+  const bool exists = row.bind(id).row();
+  write(number, id, exists ? static_cast<int64_t>(hash_of(row.blob(1))) : 0, exists);
+}
+
+void Checksums::record_segments() {
+  std::pair<int64_t, int64_t> last(0, 0);
+  for (const auto& [number, id] : changed_) {
+    const std::pair<int64_t, int64_t> segment(number, id >> kSegmentShift);
+    if (segment == last || segment.second == 0) continue;
+    last = segment;
+    const int64_t hash = segment_hash(index_, number, segment.second);
+    write(number, -segment.second, hash, hash != 0);
+  }
+}
+
+void Checksums::write(int64_t number, int64_t id, int64_t hash, bool exists) {
+  if (exists) {
+    insert_.bind(number, id, hash).run();
+  } else {
+    delete_.bind(number, id).run();
+  }
+}
+
+void Checksums::remove(int64_t number) {
+  Statement(index_, "delete from checksum where number=?").bind(number).run();
+}
+
+void Checksums::discard() {
+  changed_.clear();
+  is_incomplete_ = false;
+}
+
+bool Checksums::agree(int64_t number, int64_t* position, int64_t limit) const {
+  if (*position != kBegin) return rows_agree(number, position, limit);
+  *position = 0;
+  return segments_agree(number);
+}
+
+bool Checksums::segments_agree(int64_t number) const {
+  Statement recorded(index_, "select -id,hash from checksum where number=? and id<0");
+  int64_t segments = 0;
+  for (recorded.bind(number); recorded.row(); ++segments) {
+    if (segment_hash(index_, number, recorded.integer(0)) != recorded.integer(1)) return false;
+  }
+  return index_.number("select count(distinct segid) from " + shard_table(number) + "_idx") ==
+         segments;
+}
+
+bool Checksums::rows_agree(int64_t number, int64_t* position, int64_t limit) const {
+  Statement rows(index_, data_query(number, "id>=? order by id limit ?"));
+  Statement recorded(index_,
+                     "select id,hash from checksum where number=? and id>=? order by id limit ?");
+  rows.bind(*position, limit);
+  recorded.bind(number, *position, limit);
+  for (int64_t i = 0; i < limit; ++i) {
+    const bool has_row = rows.row();
+    if (recorded.row() != has_row) return false;
+    if (!has_row) {
+      *position = kEnd;
+      return true;
+    }
+    if (rows.integer(0) != recorded.integer(0)) return false;
+    if (static_cast<int64_t>(hash_of(rows.blob(1))) != recorded.integer(1)) return false;
+    *position = rows.integer(0) + 1;
+  }
+  return true;
+}
+
+}  // namespace Corvan::search

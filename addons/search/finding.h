@@ -1,0 +1,54 @@
+// One search.
+
+#ifndef ADDONS_SEARCH_FINDING_H_
+#define ADDONS_SEARCH_FINDING_H_
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "addons/search/candidates.h"
+#include "addons/search/message_search.h"
+#include "addons/search/query.h"
+#include "addons/search/store_reader.h"
+#include "addons/search/time_budget.h"
+
+namespace Corvan::search {
+
+// The order of the results is that of the store's times. The index knows no times, since the store
+// changes them without telling. There are two ways:
+// 1. A query with few candidates: all of them are read, sorted, and looked at from the newest.
+// 2. Any other: the store's messages are read in their order, and those that the index proposes are
+//    looked at. With many candidates, a page is soon full.
+class Finding {
+ public:
+  Finding(StoreReader* store, Candidates* candidates, const Query& query,
+          const SearchOptions& options, const TimeBudget& budget);
+
+  SearchResults run();
+
+ private:
+  std::optional<std::vector<int64_t>> few_candidates();
+  bool add_unindexed(std::vector<int64_t>* ids);
+  void look_at(const std::vector<int64_t>& ids);
+  void walk();
+  bool is_wanted(int64_t id, SearchPlace* place);
+  bool is_in_range(const SearchPlace& place) const;
+  bool matches(int64_t id);
+  // Both return false when the search ends here.
+  bool add(const SearchPlace& place);
+  bool go_on_after(const SearchPlace& place);
+
+  StoreReader& store_;
+  Candidates& candidates_;
+  const Query& query_;
+  const SearchOptions& options_;
+  const TimeBudget& budget_;
+  Statement head_;
+  int64_t looked_at_ = 0;
+  SearchResults results_;
+};
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_FINDING_H_

@@ -1,0 +1,74 @@
+// What the index knows of each message's content.
+
+#ifndef ADDONS_SEARCH_FINGERPRINTS_H_
+#define ADDONS_SEARCH_FINGERPRINTS_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "addons/search/connection.h"
+
+namespace Corvan::search {
+
+using Fingerprint = uint32_t;
+
+// The fingerprint of an indexed content; never kNoMessage.
+Fingerprint fingerprint(std::string_view content);
+constexpr Fingerprint kNoMessage = 0;
+
+// The fingerprints of messages whose ids follow each other.
+struct FingerprintRow {
+  static constexpr int64_t kSize = 256;  // at most so many ids
+
+  int64_t first_id = 0;
+  std::vector<Fingerprint> hashes;
+
+  int64_t last_id() const { return first_id + static_cast<int64_t>(hashes.size()) - 1; }
+  Fingerprint of(int64_t id) const;
+  // Whether a message with this id can be in this row, if no other row begins before the id.
+  bool has_place_for(int64_t id) const { return id >= first_id && id - first_id < kSize; }
+};
+
+// The table `fingerprint`. Changes are kept until flush() or the next change of another row.
+class Fingerprints {
+ public:
+  explicit Fingerprints(const Connection& index);
+
+  // The row that has the id, or would have it; nothing if there is none.
+  std::optional<FingerprintRow> row_of(int64_t id);
+  // The row before this id; the first row at or after it.
+  std::optional<FingerprintRow> row_before(int64_t id);
+  std::optional<FingerprintRow> row_from(int64_t id);
+
+  Fingerprint of(int64_t id);
+  void set(int64_t id, Fingerprint hash);
+  // The same for an id above all others.
+  void append(int64_t id, Fingerprint hash);
+
+  // Deletes everything above the id.
+  void cut_after(int64_t id);
+
+  // Writes what was set.
+  void flush();
+  // Forgets what was set and not written, after a rollback.
+  void discard();
+
+ private:
+  void load(int64_t id);
+  void put(int64_t id, Fingerprint hash);
+
+  const Connection& index_;
+  Statement at_or_before_;
+  Statement from_;
+  Statement write_;
+  std::optional<FingerprintRow> current_;
+  bool is_changed_ = false;
+  bool is_last_ = false;  // no row begins after the current one
+};
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_FINGERPRINTS_H_

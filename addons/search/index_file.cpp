@@ -1,0 +1,165 @@
+#include "addons/search/index_file.h"
+
+#include <unistd.h>
+#include <cerrno>
+
+#include "addons/search/tokenizer.h"
+
+namespace Corvan::search {
+
+namespace {
+
+constexpr int64_t kApplicationId = 0x43765378;
+constexpr int64_t kFormat = 1;
+
+// Deleted terms are overwritten (secure_delete). synchronous=normal: after a loss of power, the
+// last transactions may be missing, and the index is consistent.
+constexpr const char* kSettings =
+    "pragma secure_delete=on;"
+    "pragma synchronous=normal;"
+    "pragma journal_size_limit=1048576;"
+    "pragma temp_store=memory";
+
+const std::string kSchema =
+    "create table state(tokenizer text,highest integer,swept_to integer,is_swept integer,"
+    "next_number integer);"
+    "create table shard(first_id integer primary key,number integer,messages integer,"
+    "stale integer,unmerged integer,is_merging integer,building integer,built_to integer,"
+    "stale_built integer);"
+    "create table fingerprint(first_id integer primary key,hashes blob);"
+    "create table checksum(number integer,id integer,hash integer,"
+    "primary key(number,id)) without rowid";
+
+void execute(const Connection& index, const std::string& statements) {
+  index.require(sqlite3_exec(index.handle(), statements.c_str(), nullptr, nullptr, nullptr));
+}
+
+bool is_current(const Connection& index) {
+  if (index.number("pragma application_id") != kApplicationId) return false;
+  if (index.number("pragma user_version") != kFormat) return false;
+  Statement tokenizer(index, "select tokenizer from state");
+  return tokenizer.row() && tokenizer.text(0) == tokenizer_version();
+}
+
+bool is_empty(const Connection& index) {
+  return index.number("select count(*) from sqlite_master") == 0;
+}
+
+void create(const Connection& index) {
+  execute(index, "pragma auto_vacuum=incremental;pragma journal_mode=wal");
+  execute(index, kSettings);
+  const Transaction transaction(index, "begin immediate");
+  execute(index, kSchema);
+  Statement(index, "insert into state values(?,0,0,0,1)")
+      .bind(std::string_view(tokenizer_version()))
+      .run();
+  execute(index, "pragma application_id=" + std::to_string(kApplicationId) +
+                     ";pragma user_version=" + std::to_string(kFormat));
+  transaction.commit();
+}
+
+std::unique_ptr<Connection> connect(const std::string& file, int flags) {
+  auto index = std::make_unique<Connection>(file, flags, SearchStatus::kIndexError,
+                                            SearchStatus::kIndexError);
+  sqlite3_busy_timeout(index->handle(), 250);
+  const int code = register_tokenizer(index->handle());
+  if (code == SQLITE_ERROR) {
+    throw SqlError(SearchStatus::kIndexError, SQLITE_NOTFOUND, file + ": SQLite has no FTS5");
+  }
+  index->require(code);
+  return index;
+}
+
+// Null if the file is not an index of this version.
+std::unique_ptr<Connection> open_current(const std::string& file) {
+  auto index = connect(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  if (is_empty(*index)) {
+    create(*index);
+  } else if (!is_current(*index)) {
+    return nullptr;
+  }
+  execute(*index, kSettings);
+  return index;
+}
+
+bool is_gone(const std::string& file) {
+  return unlink(file.c_str()) == 0 || errno == ENOENT;
+}
+
+}  // namespace
+
+std::string shard_table(int64_t number) {
+  return "shard_" + std::to_string(number);
+}
+
+bool is_damage(const SqlError& error) {
+  switch (error.code()) {
+    case SQLITE_ERROR:  // a table or column is missing, or a key does not fit
+    case SQLITE_AUTH:   // there is no key for it
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::unique_ptr<Connection> open_index_for_writing(const std::string& file) {
+  try {
+    if (auto index = open_current(file)) return index;
+  } catch (const SqlError& error) {
+    if (!is_damage(error)) throw;
+  }
+  delete_index(file);
+  auto index = open_current(file);
+  if (index == nullptr) {
+    throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, file + ": cannot be replaced");
+  }
+  return index;
+}
+
+std::unique_ptr<Connection> open_index_for_reading(const std::string& file) {
+  try {
+    auto index = connect(file, SQLITE_OPEN_READONLY);
+    if (is_current(*index)) return index;
+  } catch (const SqlError&) {
+    return nullptr;
+  }
+  return nullptr;
+}
+
+bool delete_index(const std::string& file) {
+  bool is_deleted = true;
+  for (const char* const ending : {"", "-wal", "-shm", "-journal"}) {
+    is_deleted = is_gone(file + ending) && is_deleted;
+  }
+  return is_deleted;
+}
+
+State read_state(const Connection& index) {
+  Statement row(index, "select highest,swept_to,is_swept,next_number from state");
+  if (!row.row()) index.fail(SQLITE_CORRUPT);
+  State state;
+  state.highest = row.integer(0);
+  state.swept_to = row.integer(1);
+  state.is_swept = row.integer(2) != 0;
+  state.next_number = row.integer(3);
+  return state;
+}
+
+std::vector<Shard> read_shards(const Connection& index) {
+  Statement row(index,
+                "select first_id,number,messages,stale,unmerged,is_merging,building,built_to,"
+                "stale_built from shard order by first_id");
+  std::vector<Shard> shards;
+  while (row.row()) {
+    shards.push_back({row.integer(0), row.integer(1), row.integer(2), row.integer(3),
+                      row.integer(4), row.integer(5) != 0, row.integer(6), row.integer(7),
+                      row.integer(8)});
+  }
+  return shards;
+}
+
+}  // namespace Corvan::search

@@ -1,0 +1,61 @@
+// The file of the index, and what it contains.
+
+#ifndef ADDONS_SEARCH_INDEX_FILE_H_
+#define ADDONS_SEARCH_INDEX_FILE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "addons/search/connection.h"
+
+namespace Corvan::search {
+
+// At most so many messages have their terms in one table.
+constexpr int64_t kShardSize = 131072;
+
+// The single row of the table `state`.
+struct State {
+  int64_t highest = 0;      // messages with larger ids are not indexed yet; ids begin with 1
+  int64_t swept_to = 0;     // the present sweep has compared the messages up to this id
+  bool is_swept = false;    // a sweep has reached the end
+  int64_t next_number = 1;  // of a shard's table
+};
+
+// A range of ids whose messages' terms are in one FTS5 table. The range ends before the next
+// shard's first id.
+struct Shard {
+  int64_t first_id = 0;
+  int64_t number = 0;       // of its table
+  int64_t messages = 0;     // messages that it has
+  int64_t stale = 0;        // messages that it had with another content; their old terms are in it
+  int64_t unmerged = 0;     // messages that were added since its segments were merged
+  bool is_merging = false;  // the segments are being merged
+  int64_t building = 0;     // number of the table that is to replace its table; 0: none
+  int64_t built_to = 0;     // that table has the messages up to this id
+  int64_t stale_built = 0;  // messages that it had with another content
+};
+
+std::string shard_table(int64_t number);
+
+// Opens the index for writing. A file that is not an index of this version is deleted, and a
+// missing one is created. Throws SqlError with the status kIndexError.
+std::unique_ptr<Connection> open_index_for_writing(const std::string& file);
+
+// Opens the index for reading; null if there is none that can be read.
+std::unique_ptr<Connection> open_index_for_reading(const std::string& file);
+
+// Deletes the file with its log. True if there is none afterwards.
+bool delete_index(const std::string& file);
+
+// Whether this error says that the index is not as this library wrote it.
+bool is_damage(const SqlError& error);
+
+State read_state(const Connection& index);
+// From the oldest to the newest.
+std::vector<Shard> read_shards(const Connection& index);
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_INDEX_FILE_H_

@@ -1,0 +1,159 @@
+#include "addons/search/index_writer.h"
+
+#include <algorithm>
+#include <limits>
+#include <string>
+
+namespace Corvan::search {
+
+IndexWriter::IndexWriter(const Connection& index)
+    : index_(index), fingerprints_(index), checksums_(index) {}
+
+Shard* IndexWriter::shard_of(int64_t id) {
+  const auto after =
+      std::upper_bound(shards_.begin(), shards_.end(), id,
+                       [](int64_t value, const Shard& shard) { return value < shard.first_id; });
+  return after == shards_.begin() ? nullptr : &*std::prev(after);
+}
+
+int64_t IndexWriter::end_of(const Shard& shard) const {
+  const auto place = static_cast<std::size_t>(&shard - shards_.data());
+  if (place + 1 == shards_.size()) return std::numeric_limits<int64_t>::max();
+  return shards_[place + 1].first_id - 1;
+}
+
+Shard& IndexWriter::shard_for_new(int64_t id) {
+  if (shards_.empty() || shards_.back().messages >= kShardSize) {
+    Shard shard;
+    shard.first_id = shards_.empty() ? std::min<int64_t>(id, 1) : id;
+    shard.number = create_table();
+    shards_.push_back(shard);
+  }
+  return shards_.back();
+}
+
+void IndexWriter::append(int64_t id, std::string_view content) {
+  Shard& shard = shard_for_new(id);
+  add_terms(shard.number, id, content);
+  ++shard.messages;
+  ++shard.unmerged;
+  fingerprints_.append(id, fingerprint(content));
+  state_.highest = id;
+}
+
+// While a new table is built, it has the messages up to `built_to`; it gets later ones in its turn.
+void IndexWriter::replace(int64_t id, std::string_view content) {
+  Shard* const shard = shard_of(id);
+  if (shard == nullptr) index_.fail(SQLITE_CORRUPT);
+  const bool is_known = fingerprints_.of(id) != kNoMessage;
+  add_terms(shard->number, id, content);
+  ++shard->unmerged;
+  ++(is_known ? shard->stale : shard->messages);
+  if (shard->building != 0 && id <= shard->built_to) {
+    add_terms(shard->building, id, content);
+    if (is_known) ++shard->stale_built;
+  }
+  fingerprints_.set(id, fingerprint(content));
+}
+
+void IndexWriter::forget(int64_t id) {
+  Shard* const shard = shard_of(id);
+  if (shard == nullptr || fingerprints_.of(id) == kNoMessage) return;
+  ++shard->stale;
+  --shard->messages;
+  if (shard->building != 0 && id <= shard->built_to) ++shard->stale_built;
+  fingerprints_.set(id, kNoMessage);
+}
+
+void IndexWriter::cut_after(int64_t id) {
+  while (!shards_.empty() && shards_.back().first_id > id) {
+    if (shards_.back().building != 0) drop_table(shards_.back().building);
+    drop_table(shards_.back().number);
+    shards_.pop_back();
+  }
+  fingerprints_.cut_after(id);
+  if (!shards_.empty()) {
+    set_messages(&shards_.back());
+    ++shards_.back().stale;
+    if (shards_.back().building != 0) ++shards_.back().stale_built;
+    shards_.back().built_to = std::min(shards_.back().built_to, id);
+  }
+  state_.highest = id;
+  state_.swept_to = std::min(state_.swept_to, id);
+}
+
+void IndexWriter::set_messages(Shard* shard) {
+  shard->messages = 0;
+  for (auto row = fingerprints_.row_from(shard->first_id); row;
+       row = fingerprints_.row_from(row->first_id + 1)) {
+    const auto gone = std::count(row->hashes.begin(), row->hashes.end(), kNoMessage);
+    shard->messages += static_cast<int64_t>(row->hashes.size()) - gone;
+  }
+}
+
+void IndexWriter::add_terms(int64_t table, int64_t id, std::string_view content) {
+  std::unique_ptr<Statement>& insert = inserts_[table];
+  if (insert == nullptr) {
+    insert = std::make_unique<Statement>(
+        index_, "insert into " + shard_table(table) + "(rowid,content) values(?,?)");
+  }
+  insert->bind(id, content).run();
+}
+
+int64_t IndexWriter::create_table() {
+  const int64_t number = state_.next_number++;
+  const std::string name = shard_table(number);
+  index_.run("create virtual table " + name +
+             " using fts5(content,content='',columnsize=0,detail=none,tokenize=corvan)");
+  index_.run("insert into " + name + "(" + name + ",rank) values('pgsz',4050)");
+  return number;
+}
+
+void IndexWriter::drop_table(int64_t number) {
+  inserts_.erase(number);
+  index_.run("drop table " + shard_table(number));
+  checksums_.remove(number);
+}
+
+void IndexWriter::reload() {
+  state_ = read_state(index_);
+  shards_ = read_shards(index_);
+}
+
+void IndexWriter::store() {
+  fingerprints_.flush();
+  index_.run("delete from shard");
+  Statement insert(index_, "insert into shard values(?,?,?,?,?,?,?,?,?)");
+  for (const Shard& s : shards_) {
+    insert
+        .bind(s.first_id, s.number, s.messages, s.stale, s.unmerged, int64_t{s.is_merging},
+              s.building, s.built_to, s.stale_built)
+        .run();
+  }
+  Statement(index_, "update state set highest=?,swept_to=?,is_swept=?,next_number=?")
+      .bind(state_.highest, state_.swept_to, int64_t{state_.is_swept}, state_.next_number)
+      .run();
+  checksums_.record();
+}
+
+void IndexWriter::forget_changes() {
+  fingerprints_.discard();
+  checksums_.discard();
+}
+
+IndexChange::IndexChange(IndexWriter* index)
+    : index_(*index), transaction_(index->index_, "begin immediate") {
+  index_.reload();
+}
+
+IndexChange::~IndexChange() {
+  if (!is_committed_) index_.forget_changes();
+}
+
+void IndexChange::commit() {
+  index_.store();
+  transaction_.commit();
+  is_committed_ = true;
+}
+
+}  // namespace Corvan::search

@@ -1,0 +1,87 @@
+// Changes the index.
+
+#ifndef ADDONS_SEARCH_INDEX_WRITER_H_
+#define ADDONS_SEARCH_INDEX_WRITER_H_
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "addons/search/checksums.h"
+#include "addons/search/connection.h"
+#include "addons/search/fingerprints.h"
+#include "addons/search/index_file.h"
+
+namespace Corvan::search {
+
+// The index as it is being changed. All members that change it are called in an IndexChange.
+class IndexWriter {
+ public:
+  explicit IndexWriter(const Connection& index);
+
+  const Connection& connection() const { return index_; }
+  State& state() { return state_; }
+  std::vector<Shard>& shards() { return shards_; }
+  Fingerprints& fingerprints() { return fingerprints_; }
+  const Checksums& checksums() const { return checksums_; }
+
+  // Reads the state and the shards again. An IndexChange does so at its begin.
+  void reload();
+
+  // The shard that has this id; null if there is none.
+  Shard* shard_of(int64_t id);
+  // The last id that belongs to the shard.
+  int64_t end_of(const Shard& shard) const;
+
+  // Adds a message above all others.
+  void append(int64_t id, std::string_view content);
+  // Adds a message that is not above all others, or that has a new content. Its old terms stay, so
+  // the shard is then stale.
+  void replace(int64_t id, std::string_view content);
+  // The message was deleted.
+  void forget(int64_t id);
+  // Forgets all messages above the id.
+  void cut_after(int64_t id);
+
+  // Adds a message's terms to one table.
+  void add_terms(int64_t table, int64_t id, std::string_view content);
+  // Returns the number of a new table.
+  int64_t create_table();
+  void drop_table(int64_t number);
+
+ private:
+  friend class IndexChange;
+
+  void store();
+  void forget_changes();
+  Shard& shard_for_new(int64_t id);
+  void set_messages(Shard* shard);
+
+  const Connection& index_;
+  State state_;
+  std::vector<Shard> shards_;
+  Fingerprints fingerprints_;
+  Checksums checksums_;
+  std::map<int64_t, std::unique_ptr<Statement>> inserts_;  // by table
+};
+
+// A transaction on the index; rolled back unless it is committed.
+class IndexChange {
+ public:
+  explicit IndexChange(IndexWriter* index);
+  IndexChange(const IndexChange&) = delete;
+  IndexChange& operator=(const IndexChange&) = delete;
+  ~IndexChange();
+  void commit();
+
+ private:
+  IndexWriter& index_;
+  Transaction transaction_;
+  bool is_committed_ = false;
+};
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_INDEX_WRITER_H_

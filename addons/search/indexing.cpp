@@ -1,0 +1,136 @@
+#include "addons/search/indexing.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "addons/search/fitting.h"
+#include "addons/search/log_line.h"
+#include "addons/search/tidying.h"
+
+namespace Corvan::search {
+
+namespace {
+
+constexpr int64_t kBatch = 8192;
+constexpr int kMessagesBetweenLooks = 16;  // at the clock
+// Merging has steps of this length; a shorter budget leaves it to a later call.
+constexpr TimeBudget::Duration kMergeStep{5000};
+
+}  // namespace
+
+Indexing::Files::Files(const std::string& store_file, const std::string& index_file)
+    : store(store_file),
+      connection(open_index_for_writing(index_file)),
+      identity(identity_of(index_file)),
+      index(*connection),
+      sweeping(&index, &store) {
+  index.reload();
+}
+
+bool Indexing::is_open() {
+  const auto present = std::make_pair(identity_of(store_file_), identity_of(index_file_));
+  const std::lock_guard<std::mutex> lock(opened_mutex_);
+  return !is_damaged_ && opened_.second && opened_ == present;
+}
+
+void Indexing::close() {
+  files_.reset();
+  const std::lock_guard<std::mutex> lock(opened_mutex_);
+  opened_ = {};
+}
+
+void Indexing::ensure_open() {
+  if (files_ != nullptr && is_open()) return;
+  close();
+  if (is_damaged_.exchange(false)) delete_index(index_file_);
+  files_ = std::make_unique<Files>(store_file_, index_file_);
+  if (!fit_to_store(&files_->index, &files_->store)) {
+    close();
+    delete_index(index_file_);
+    files_ = std::make_unique<Files>(store_file_, index_file_);
+  }
+  const std::lock_guard<std::mutex> lock(opened_mutex_);
+  opened_ = {files_->store.identity(), files_->identity};
+}
+
+template <typename Work>
+void Indexing::use(const Work& work) {
+  for (bool is_first = true;; is_first = false) {
+    try {
+      ensure_open();
+      return work();
+    } catch (const SqlError& error) {
+      close();
+      if (error.status() != SearchStatus::kIndexError || !is_damage(error) || !is_first) throw;
+      log_line(error.text(), ": the index is created again");
+      delete_index(index_file_);
+    } catch (...) {
+      close();
+      throw;
+    }
+  }
+}
+
+void Indexing::open() {
+  use([] {});
+}
+
+SearchWork Indexing::catch_up(const TimeBudget& budget) {
+  SearchWork work;
+  use([&] {
+    work = {};
+    cut_to_store(&files_->index, &files_->store);
+    do {
+      work.complete = index_batch(budget, &work);
+    } while (!work.complete && !budget.is_over());
+    if (work.complete && budget.left() >= kMergeStep) tidy(&files_->index, budget);
+  });
+  return work;
+}
+
+// One transaction. True if all messages are indexed.
+bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
+  constexpr int64_t kLast = std::numeric_limits<int64_t>::max();
+  IndexWriter& index = files_->index;
+  index.reload();
+  const int64_t begin = index.state().highest + 1;
+  if (begin > files_->store.newest_id()) return true;
+  IndexChange change(&index);
+  Statement& rows = files_->store.messages(index.state().highest + 1, kLast, kBatch);
+  int64_t count = 0;
+  bool has_more = rows.row();
+  while (has_more) {
+    index.append(rows.integer(0), rows.text(1));
+    has_more = rows.row();
+    if (++count % kMessagesBetweenLooks == 0 && budget.is_over()) break;
+  }
+  rows.reset();
+  if (count == 0) return true;
+  change.commit();
+  work->messages += count;
+  return !has_more && count < kBatch;
+}
+
+void Indexing::changed(int64_t id) {
+  use([&] {
+    IndexChange change(&files_->index);
+    if (id < 1 || id > files_->index.state().highest) return;
+    if (const auto content = files_->store.content(id)) {
+      files_->index.replace(id, *content);
+    } else {
+      files_->index.forget(id);
+    }
+    change.commit();
+  });
+}
+
+SearchWork Indexing::sweep(const TimeBudget& budget) {
+  SearchWork work;
+  use([&] {
+    work = {};
+    files_->sweeping.run(budget, &work);
+  });
+  return work;
+}
+
+}  // namespace Corvan::search

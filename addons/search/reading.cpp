@@ -1,0 +1,63 @@
+#include "addons/search/reading.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "addons/search/candidates.h"
+#include "addons/search/finding.h"
+#include "addons/search/index_file.h"
+#include "addons/search/log_line.h"
+
+namespace Corvan::search {
+
+void Reading::open() {
+  if (store_ != nullptr && identity_of(store_file_) != store_->identity()) store_.reset();
+  if (store_ == nullptr) store_ = std::make_unique<StoreReader>(store_file_);
+  const FileIdentity identity = identity_of(index_file_);
+  if (index_ != nullptr && identity == identity_) return;
+  index_.reset();
+  if (!identity) return;
+  index_ = open_index_for_reading(index_file_);
+  identity_ = identity;
+}
+
+SearchResults Reading::find(const Query& query, const SearchOptions& options,
+                            const TimeBudget& budget, bool* is_damaged) {
+  open();
+  try {
+    return find_with(index_.get(), query, options, budget);
+  } catch (const SqlError& error) {
+    if (error.status() != SearchStatus::kIndexError) throw;
+    log_line(error.text());
+    *is_damaged = error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB;
+    index_.reset();
+  }
+  return find_with(nullptr, query, options, budget);
+}
+
+SearchResults Reading::find_with(const Connection* index, const Query& query,
+                                 const SearchOptions& options, const TimeBudget& budget) {
+  std::optional<Transaction> index_reading;
+  if (index != nullptr) index_reading.emplace(*index, "begin");
+  const Transaction store_reading(store_->connection(), "begin");
+  Candidates candidates(index, query);
+  return Finding(store_.get(), &candidates, query, options, budget).run();
+}
+
+SearchProgress Reading::progress() {
+  open();
+  SearchProgress progress;
+  State state;
+  if (index_ != nullptr) {
+    state = read_state(*index_);
+    for (const Shard& shard : read_shards(*index_)) progress.indexed += shard.messages;
+  }
+  progress.waiting = std::max<int64_t>(store_->newest_id() - state.highest, 0);
+  progress.is_swept = state.is_swept;
+  if (state.highest > 0) {
+    progress.swept = static_cast<double>(state.swept_to) / static_cast<double>(state.highest);
+  }
+  return progress;
+}
+
+}  // namespace Corvan::search

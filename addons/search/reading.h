@@ -1,0 +1,49 @@
+// The reading half of the search.
+
+#ifndef ADDONS_SEARCH_READING_H_
+#define ADDONS_SEARCH_READING_H_
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "addons/search/connection.h"
+#include "addons/search/file_identity.h"
+#include "addons/search/message_search.h"
+#include "addons/search/query.h"
+#include "addons/search/store_reader.h"
+#include "addons/search/time_budget.h"
+
+namespace Corvan::search {
+
+// Has connections of its own, so that it does not wait for the writing half. One thread at a time
+// uses it. The members throw SqlError, with the status kNoStore or kStoreError, and std::bad_alloc.
+class Reading {
+ public:
+  Reading(std::string store, std::string index)
+      : store_file_(std::move(store)), index_file_(std::move(index)) {}
+
+  // Without an index that can be read, all messages are looked at. `*is_damaged` becomes true if
+  // the index turns out to be damaged.
+  SearchResults find(const Query& query, const SearchOptions& options, const TimeBudget& budget,
+                     bool* is_damaged);
+  SearchProgress progress();
+
+  std::mutex& mutex() { return mutex_; }
+
+ private:
+  void open();
+  SearchResults find_with(const Connection* index, const Query& query, const SearchOptions& options,
+                          const TimeBudget& budget);
+
+  const std::string store_file_;
+  const std::string index_file_;
+  std::mutex mutex_;
+  std::unique_ptr<StoreReader> store_;
+  FileIdentity identity_;  // of the index
+  std::unique_ptr<Connection> index_;
+};
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_READING_H_

@@ -1,0 +1,61 @@
+#include "addons/search/store_reader.h"
+
+namespace Corvan::search {
+
+namespace {
+
+// Automatic ids go on after the largest one ever used, which sqlite_sequence holds. Stores made by
+// other programs may lack it; there, the id of the deleted newest message is used again.
+const char* newest_id_query(const Connection& store) {
+  if (store.number("select count(*) from sqlite_master where name='sqlite_sequence'") == 0) {
+    return "select max(id) from t_message";
+  }
+  return "select max(coalesce((select max(cast(seq as integer)) from sqlite_sequence "
+         "where name='t_message' collate nocase),0),coalesce((select max(id) from t_message),0))";
+}
+
+constexpr const char* kTimeIndexQuery =
+    "select count(*) from pragma_index_list('t_message') l,pragma_index_info(l.name) i "
+    "where l.partial=0 and i.seqno=0 and i.name='sent_time'";
+
+// Texts and blobs are larger than numbers.
+constexpr const char* kOddTimeQuery =
+    "select exists(select 1 from t_message where sent_time is null) or "
+    "exists(select 1 from t_message where sent_time>9223372036854775807)";
+
+// Statements of another program may be preparing the file.
+const Connection& ready(const Connection& store) {
+  sqlite3_busy_timeout(store.handle(), 100);
+  return store;
+}
+
+}  // namespace
+
+StoreReader::StoreReader(const std::string& file)
+    : identity_(identity_of(file)),
+      connection_(file, SQLITE_OPEN_READONLY, SearchStatus::kStoreError, SearchStatus::kNoStore),
+      messages_(ready(connection_),
+                "select id,content from t_message where id between ? and ? order by id limit ?"),
+      newest_id_(connection_, newest_id_query(connection_)),
+      has_odd_time_(connection_, kOddTimeQuery),
+      has_time_index_(connection_.number(kTimeIndexQuery) > 0) {}
+
+std::optional<std::string_view> StoreReader::content(int64_t id) {
+  if (!messages(id, id, 1).row()) return std::nullopt;
+  return messages_.text(1);
+}
+
+bool StoreReader::has_time_order() {
+  if (!has_time_index_) return false;
+  const bool has_odd_time = has_odd_time_.bind().row() && has_odd_time_.integer(0) != 0;
+  has_odd_time_.reset();
+  return !has_odd_time;
+}
+
+int64_t StoreReader::newest_id() {
+  const int64_t id = newest_id_.bind().row() ? newest_id_.integer(0) : 0;
+  newest_id_.reset();
+  return id;
+}
+
+}  // namespace Corvan::search

@@ -1,0 +1,225 @@
+#include "addons/search/sweeping.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "addons/search/tidying.h"
+
+namespace Corvan::search {
+
+namespace {
+
+constexpr int64_t kSliceMessages = 512;
+constexpr std::size_t kSliceBytes = 1 << 20;
+constexpr int64_t kVerifiedRows = 64;
+
+}  // namespace
+
+void Sweeping::run(const TimeBudget& budget, SearchWork* work) {
+  index_.reload();
+  if (verified_ == 0) swept_to_ = index_.state().swept_to;
+  do {
+    work->complete = step(budget, work);
+  } while (!work->complete && !budget.is_over());
+  if (!work->complete) save_position();
+}
+
+// Returns true when the pass is complete.
+bool Sweeping::step(const TimeBudget& budget, SearchWork* work) {
+  const auto building = std::find_if(index_.shards().begin(), index_.shards().end(),
+                                     [](const Shard& shard) { return shard.building != 0; });
+  if (building != index_.shards().end()) {
+    build(building->first_id, work);
+    return false;
+  }
+  if (verified_ == 0 && swept_to_ >= index_.state().highest) return finish(budget);
+  const Shard* const shard = index_.shard_of(verified_ == 0 ? swept_to_ + 1 : swept_to_);
+  if (shard == nullptr) index_.connection().fail(SQLITE_CORRUPT);
+  if (verified_ == 0) {
+    compare(*shard, work);
+  } else {
+    verify(*shard);
+  }
+  return false;
+}
+
+// The slice ends early after many messages or bytes.
+Sweeping::Slice Sweeping::read(int64_t begin, int64_t end) {
+  Slice slice{{}, begin, end};
+  std::size_t bytes = 0;
+  Statement& rows = store_.messages(begin, end, kSliceMessages);
+  while (rows.row()) {
+    slice.messages.push_back({rows.integer(0), std::string(rows.text(1))});
+    bytes += slice.messages.back().content.size();
+    if (bytes > kSliceBytes || slice.messages.size() == kSliceMessages) {
+      slice.end = slice.messages.back().id;
+      break;
+    }
+  }
+  rows.reset();
+  return slice;
+}
+
+// The fingerprints of the slice's ids that the index has.
+std::vector<Sweeping::Indexed> Sweeping::indexed(const Slice& slice) {
+  std::vector<Indexed> result;
+  Fingerprints& fingerprints = index_.fingerprints();
+  auto row = fingerprints.row_of(slice.begin);
+  if (!row) row = fingerprints.row_from(slice.begin);
+  for (; row && row->first_id <= slice.end; row = fingerprints.row_from(row->first_id + 1)) {
+    const int64_t last = std::min(row->last_id(), slice.end);
+    for (int64_t id = std::max(row->first_id, slice.begin); id <= last; ++id) {
+      if (row->of(id) != kNoMessage) result.push_back({id, row->of(id)});
+    }
+  }
+  return result;
+}
+
+std::vector<Sweeping::Difference> Sweeping::differences(const Slice& slice) {
+  std::vector<Difference> result;
+  auto message = slice.messages.begin();
+  const auto take_unknown = [&](int64_t before) {
+    for (; message != slice.messages.end() && message->id < before; ++message) {
+      result.push_back({message->id, &message->content});
+    }
+  };
+  for (const Indexed& indexed : indexed(slice)) {
+    take_unknown(indexed.id);
+    if (message == slice.messages.end() || message->id != indexed.id) {
+      result.push_back({indexed.id, nullptr});
+      continue;
+    }
+    if (fingerprint(message->content) != indexed.hash)
+      result.push_back({indexed.id, &message->content});
+    ++message;
+  }
+  take_unknown(std::numeric_limits<int64_t>::max());
+  return result;
+}
+
+void Sweeping::mend(const std::vector<Difference>& differences, SearchWork* work) {
+  for (const Difference& difference : differences) {
+    if (difference.content == nullptr) {
+      index_.forget(difference.id);
+    } else {
+      index_.replace(difference.id, *difference.content);
+    }
+  }
+  work->mended += static_cast<int64_t>(differences.size());
+}
+
+void Sweeping::compare(const Shard& shard, SearchWork* work) {
+  const int64_t first_id = shard.first_id;
+  const int64_t end = std::min(index_.end_of(shard), index_.state().highest);
+  const Slice slice = read(swept_to_ + 1, end);
+  if (slice.begin == first_id) {
+    counted_from_ = first_id;
+    counted_ = 0;
+  }
+  const std::vector<Difference> found = differences(slice);
+  if (!found.empty()) {
+    IndexChange change(&index_);
+    mend(found, work);
+    change.commit();
+  }
+  work->messages += static_cast<int64_t>(slice.messages.size());
+  counted_ += static_cast<int64_t>(slice.messages.size());
+  swept_to_ = slice.end;
+  if (slice.end == end) begin_verifying(first_id);
+}
+
+void Sweeping::begin_verifying(int64_t first_id) {
+  const Shard& shard = *index_.shard_of(first_id);
+  if (counted_from_ == first_id && counted_ != shard.messages) mark_stale(first_id, counted_);
+  verified_ = index_.shard_of(first_id)->number;
+  verified_to_ = Checksums::kBegin;
+}
+
+void Sweeping::verify(const Shard& shard) {
+  const bool is_same = shard.number == verified_;
+  if (is_same && !index_.checksums().agree(verified_, &verified_to_, kVerifiedRows)) {
+    mark_stale(shard.first_id, shard.messages);
+    verified_to_ = Checksums::kEnd;
+  }
+  if (!is_same || verified_to_ == Checksums::kEnd) verified_ = 0;
+}
+
+// The shard has this number of messages, and is to be built anew.
+void Sweeping::mark_stale(int64_t first_id, int64_t messages) {
+  IndexChange change(&index_);
+  Shard* const shard = index_.shard_of(first_id);
+  ++shard->stale;
+  shard->messages = messages;
+  change.commit();
+}
+
+// A shard that becomes stale again while it is built waits for the next pass.
+Shard* Sweeping::shard_to_build() {
+  const auto found =
+      std::find_if(index_.shards().begin(), index_.shards().end(), [this](const Shard& shard) {
+        return shard.stale > 0 && rebuilt_.count(shard.first_id) == 0;
+      });
+  return found == index_.shards().end() ? nullptr : &*found;
+}
+
+void Sweeping::begin_building(Shard* found) {
+  const int64_t first_id = found->first_id;
+  rebuilt_.insert(first_id);
+  IndexChange change(&index_);
+  const int64_t table = index_.create_table();
+  Shard* const shard = index_.shard_of(first_id);
+  shard->building = table;
+  shard->built_to = first_id - 1;
+  shard->stale_built = 0;
+  change.commit();
+}
+
+void Sweeping::build(int64_t first_id, SearchWork* work) {
+  IndexChange change(&index_);
+  Shard* const shard = index_.shard_of(first_id);
+  const int64_t end = std::min(index_.end_of(*shard), index_.state().highest);
+  const Slice slice = read(shard->built_to + 1, end);
+  mend(differences(slice), work);
+  for (const Message& message : slice.messages) {
+    index_.add_terms(shard->building, message.id, message.content);
+  }
+  shard->built_to = slice.end;
+  if (slice.end == end) replace_table(shard);
+  change.commit();
+}
+
+void Sweeping::replace_table(Shard* shard) {
+  index_.drop_table(shard->number);
+  shard->number = shard->building;
+  shard->stale = shard->stale_built;
+  shard->unmerged = shard->messages;
+  shard->is_merging = false;
+  shard->building = 0;
+}
+
+bool Sweeping::finish(const TimeBudget& budget) {
+  if (Shard* const shard = shard_to_build()) {
+    begin_building(shard);
+    return false;
+  }
+  if (!tidy(&index_, budget)) return false;
+  swept_to_ = 0;
+  rebuilt_.clear();
+  IndexChange change(&index_);
+  index_.state().swept_to = 0;
+  index_.state().is_swept = true;
+  change.commit();
+  Statement(index_.connection(), "pragma wal_checkpoint(truncate)").run();
+  return true;
+}
+
+// A shard that is not verified yet is looked at again by the next process, from its last message.
+void Sweeping::save_position() {
+  const int64_t position = verified_ == 0 ? swept_to_ : swept_to_ - 1;
+  if (position == index_.state().swept_to) return;
+  IndexChange change(&index_);
+  index_.state().swept_to = position;
+  change.commit();
+}
+
+}  // namespace Corvan::search

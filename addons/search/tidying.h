@@ -1,0 +1,17 @@
+// Keeps the index's file small.
+
+#ifndef ADDONS_SEARCH_TIDYING_H_
+#define ADDONS_SEARCH_TIDYING_H_
+
+#include "addons/search/index_writer.h"
+#include "addons/search/time_budget.h"
+
+namespace Corvan::search {
+
+// Merges the segments of shards that have grown, and returns free pages to the file system, until
+// the time is over. True if nothing is left to do.
+bool tidy(IndexWriter* index, const TimeBudget& budget);
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_TIDYING_H_
