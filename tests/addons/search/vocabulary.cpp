@@ -44,7 +44,7 @@ const std::string& Vocabulary::separator() {
 std::string Vocabulary::text() {
   if (one_in(40)) return "";
   if (one_in(60)) return "broken \xff\xc3 " + word() + "\xe4\xbd";
-  const std::size_t count = one_in(50) ? 400 + below(400) : 1 + below(8);
+  const std::size_t count = one_in(150) ? 300 + below(300) : 1 + below(6);
   std::string text;
   for (std::size_t i = 0; i < count; ++i) text += word() + separator();
   return text;
