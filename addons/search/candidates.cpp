@@ -39,10 +39,19 @@ int64_t Candidates::block_of(int64_t id) const {
   return shard == nullptr ? 0 : shard->first_id;
 }
 
+// The next question is usually about the same block.
+Candidates::Block& Candidates::block(int64_t number) {
+  if (last_block_ == nullptr || number != last_number_) {
+    last_block_ = &blocks_[number];
+    last_number_ = number;
+  }
+  return *last_block_;
+}
+
 bool Candidates::may_match(int64_t id) {
   if (id < 1 || id > state_.highest) return true;
   const int64_t number = block_of(id);
-  Block& block = blocks_[number];
+  Block& block = this->block(number);
   if (!block.is_loaded) {
     if (++block.questions <= (query_.has_prefix() ? kPrefixQuestions : kQuestions)) return true;
     load(number, &block);

@@ -43,6 +43,7 @@ class Candidates {
   };
 
   int64_t block_of(int64_t id) const;
+  Block& block(int64_t number);
   const Shard* shard_of(int64_t id) const;
   void load(int64_t block, Block* result);
   void load_part(std::size_t shard, int64_t begin, int64_t end, std::vector<int64_t>* ids);
@@ -54,7 +55,9 @@ class Candidates {
   State state_;
   std::vector<Shard> shards_;
   std::map<int64_t, std::unique_ptr<Statement>> statements_;  // by the shard's number
-  std::unordered_map<int64_t, Block> blocks_;
+  std::unordered_map<int64_t, Block> blocks_;                 // by block_of()
+  Block* last_block_ = nullptr;
+  int64_t last_number_ = 0;  // of it
 };
 
 }  // namespace Corvan::search

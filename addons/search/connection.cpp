@@ -7,7 +7,7 @@ namespace Corvan::search {
 Connection::Connection(const std::string& file, int flags, SearchStatus failure,
                        SearchStatus absence)
     : file_(file), failure_(failure) {
-  const int code = sqlite3_open_v2(file.c_str(), &handle_, flags | SQLITE_OPEN_FULLMUTEX, nullptr);
+  const int code = sqlite3_open_v2(file.c_str(), &handle_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   if (code == SQLITE_OK) return;
   const std::string text = file_ + ": " + sqlite3_errmsg(handle_);
   sqlite3_close_v2(handle_);

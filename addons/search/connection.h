@@ -33,6 +33,7 @@ class SqlError : public std::exception {
   std::string text_;
 };
 
+// One thread at a time uses a connection and its statements.
 class Connection {
  public:
   // `flags` as for sqlite3_open_v2(). `failure` is the status of the errors that its statements

@@ -9,6 +9,7 @@ namespace Corvan::search {
 
 namespace {
 
+constexpr int64_t kFirst = 500;     // messages; a query that many of them match is soon answered
 constexpr std::size_t kFew = 1000;  // candidates; reading them takes about a millisecond
 constexpr int64_t kLeast = 64;      // messages that a call gets further, even if the time is over
 constexpr int64_t kMessagesBetweenLooks = 16;  // at the clock
@@ -28,16 +29,17 @@ std::string head_query() {
          ",session_id,session_type,object_name,sender from t_message where id=?";
 }
 
-// ?1 to ?3: the upper place; ?4: the lower time; ?5: the conversation.
-std::string walk_query(const SearchOptions& options, bool by_index) {
+// The messages at ?1, those with ids below ?2; or the messages before ?1, those from ?2 on. ?3 is
+// the conversation. Two queries take less time for each message than one for both.
+std::string walk_query(const SearchOptions& options, bool by_index, bool at_time) {
   const std::string time = by_index ? "sent_time" : kMessageTime;
-  std::string sql = "select id," + time + " from t_message where " + time + "<=?1 and (" + time +
-                    "<?2 or id<?3) and " + time + ">=?4";
-  if (options.session_id) sql += " and session_id=?5";
+  std::string sql = "select id," + time + " from t_message where " + time;
+  sql += at_time ? "=?1 and id<?2" : "<?1 and " + time + ">=?2";
+  if (options.session_id) sql += " and session_id=?3";
   if (options.session_id && options.session_types.size() == 1) {
     sql += " and session_type=" + std::to_string(options.session_types.front());
   }
-  return sql + " order by " + time + " desc,id desc";
+  return sql + " and wanted(id) order by " + time + " desc,id desc";
 }
 
 }  // namespace
@@ -49,13 +51,18 @@ Finding::Finding(StoreReader* store, Candidates* candidates, const Query& query,
       query_(query),
       options_(options),
       budget_(budget),
+      has_filter_(options.session_id || options.sender || !options.session_types.empty() ||
+                  !options.object_names.empty()),
+      has_time_order_(store->has_time_order()),
+      before_(options.before),
       head_(store->connection(), head_query()) {}
 
 SearchResults Finding::run() {
+  if (!walk(kFirst)) return std::move(results_);
   if (const auto ids = few_candidates()) {
     look_at(*ids);
   } else {
-    walk();
+    walk(std::numeric_limits<int64_t>::max());
   }
   return std::move(results_);
 }
@@ -87,30 +94,68 @@ void Finding::look_at(const std::vector<int64_t>& ids) {
   }
   std::sort(places.begin(), places.end(), is_before);
   for (const SearchPlace& place : places) {
+    ++looked_at_;
     if (matches(place.id) && !add(place)) return;
     if (!go_on_after(place)) return;
   }
 }
 
-void Finding::walk() {
+// Goes on with at most so many messages. False if the search ends here.
+bool Finding::walk(int64_t count) {
   constexpr int64_t kLast = std::numeric_limits<int64_t>::max();
-  Statement rows(store_.connection(), walk_query(options_, store_.has_time_order()));
-  const SearchPlace before = options_.before.value_or(SearchPlace{kLast, kLast});
-  const int64_t newest = std::min(before.sent_time, options_.to_time);
+  SearchPlace begin = before_.value_or(SearchPlace{kLast, kLast});
+  if (begin.sent_time > options_.to_time) begin = {options_.to_time, kLast};
+  const int64_t end = count > kLast - looked_at_ ? kLast : looked_at_ + count;
+  if (begin.sent_time >= options_.from_time) {
+    const Walk result = walk_along(true, begin.sent_time, begin.id, end);
+    if (result != Walk::kThrough) return result == Walk::kPaused;
+  }
+  return walk_along(false, begin.sent_time, options_.from_time, end) == Walk::kPaused;
+}
+
+Finding::Walk Finding::walk_along(bool at_time, int64_t time, int64_t limit, int64_t end) {
+  Statement rows(store_.connection(), walk_query(options_, has_time_order_, at_time));
   if (options_.session_id) {
-    rows.bind(newest, before.sent_time, before.id, options_.from_time,
-              std::string_view(*options_.session_id));
+    rows.bind(time, limit, std::string_view(*options_.session_id));
   } else {
-    rows.bind(newest, before.sent_time, before.id, options_.from_time);
+    rows.bind(time, limit);
   }
-  while (rows.row()) {
-    SearchPlace place{rows.integer(1), rows.integer(0)};
-    if (candidates_.may_match(place.id) && is_wanted(place.id, &place) && matches(place.id) &&
-        !add(place)) {
-      return;
-    }
-    if (!go_on_after(place)) return;
+  while (next(&rows, end)) {
+    const SearchPlace place{rows.integer(1), rows.integer(0)};
+    if (is_found(place.id) && !add(place)) return Walk::kEnded;
+    before_ = place;
+    if (!go_on_after(place)) return Walk::kEnded;
+    if (looked_at_ >= end) return Walk::kPaused;
   }
+  return Walk::kThrough;
+}
+
+// SQLite passes over the messages that the index does not propose, but for the one at which the
+// walk ends or looks at the clock.
+bool Finding::next(Statement* rows, int64_t end) {
+  store_.set_wanted([this, end](int64_t id) {
+    ++looked_at_;
+    return candidates_.may_match(id) || looked_at_ >= end || is_over();
+  });
+  try {
+    const bool has_row = rows->row();
+    store_.clear_wanted();
+    return has_row;
+  } catch (const SqlError&) {
+    store_.clear_wanted();
+    store_.rethrow();
+    throw;
+  }
+}
+
+// Each call gets further than the one before, however short its time is.
+bool Finding::is_over() const {
+  return looked_at_ % kMessagesBetweenLooks == 0 && looked_at_ >= kLeast && budget_.is_over();
+}
+
+bool Finding::is_found(int64_t id) {
+  SearchPlace place;
+  return (!has_filter_ || is_wanted(id, &place)) && matches(id);
 }
 
 // Whether the options admit the message. Sets its place.
@@ -128,7 +173,7 @@ bool Finding::is_wanted(int64_t id, SearchPlace* place) {
 
 bool Finding::is_in_range(const SearchPlace& place) const {
   if (place.sent_time < options_.from_time || place.sent_time > options_.to_time) return false;
-  return !options_.before || is_before(*options_.before, place);
+  return !before_ || is_before(*before_, place);
 }
 
 bool Finding::matches(int64_t id) {
@@ -146,8 +191,7 @@ bool Finding::add(const SearchPlace& place) {
 }
 
 bool Finding::go_on_after(const SearchPlace& place) {
-  if (++looked_at_ % kMessagesBetweenLooks != 0 || looked_at_ < kLeast) return true;
-  if (!budget_.is_over()) return true;
+  if (looked_at_ < kLeast || !budget_.is_over()) return true;
   results_.next = place;
   return false;
 }

@@ -16,10 +16,13 @@
 namespace Corvan::search {
 
 // The order of the results is that of the store's times. The index knows no times, since the store
-// changes them without telling. There are two ways:
-// 1. A query with few candidates: all of them are read, sorted, and looked at from the newest.
-// 2. Any other: the store's messages are read in their order, and those that the index proposes are
-//    looked at. With many candidates, a page is soon full.
+// changes them without telling. So:
+// 1. The newest messages of the store are read in their order, and those that the index proposes
+// are
+//    looked at.
+// 2. If the index proposes few messages in all, they are read, sorted, and looked at in their
+// order.
+// 3. Otherwise, the rest of the store is read as in 1. With many candidates, a page is soon full.
 class Finding {
  public:
   Finding(StoreReader* store, Candidates* candidates, const Query& query,
@@ -31,7 +34,12 @@ class Finding {
   std::optional<std::vector<int64_t>> few_candidates();
   bool add_unindexed(std::vector<int64_t>* ids);
   void look_at(const std::vector<int64_t>& ids);
-  void walk();
+  enum class Walk { kThrough, kPaused, kEnded };
+  bool walk(int64_t count);
+  Walk walk_along(bool at_time, int64_t time, int64_t limit, int64_t end);
+  bool next(Statement* rows, int64_t end);
+  bool is_over() const;
+  bool is_found(int64_t id);
   bool is_wanted(int64_t id, SearchPlace* place);
   bool is_in_range(const SearchPlace& place) const;
   bool matches(int64_t id);
@@ -44,6 +52,9 @@ class Finding {
   const Query& query_;
   const SearchOptions& options_;
   const TimeBudget& budget_;
+  const bool has_filter_;
+  const bool has_time_order_;
+  std::optional<SearchPlace> before_;  // where the search goes on
   Statement head_;
   int64_t looked_at_ = 0;
   SearchResults results_;

@@ -38,7 +38,26 @@ StoreReader::StoreReader(const std::string& file)
                 "select id,content from t_message where id between ? and ? order by id limit ?"),
       newest_id_(connection_, newest_id_query(connection_)),
       has_odd_time_(connection_, kOddTimeQuery),
-      has_time_index_(connection_.number(kTimeIndexQuery) > 0) {}
+      has_time_index_(connection_.number(kTimeIndexQuery) > 0) {
+  connection_.require(sqlite3_create_function_v2(connection_.handle(), "wanted", 1, SQLITE_UTF8,
+                                                 this, ask_wanted, nullptr, nullptr, nullptr));
+}
+
+// No exception may pass through SQLite.
+void StoreReader::ask_wanted(sqlite3_context* context, int /*count*/,
+                             sqlite3_value** values) noexcept {
+  auto& reader = *static_cast<StoreReader*>(sqlite3_user_data(context));
+  try {
+    sqlite3_result_int(context, reader.wanted_(sqlite3_value_int64(values[0])) ? 1 : 0);
+  } catch (...) {
+    reader.failure_ = std::current_exception();
+    sqlite3_result_error(context, "wanted", -1);
+  }
+}
+
+void StoreReader::rethrow() {
+  if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+}
 
 std::optional<std::string_view> StoreReader::content(int64_t id) {
   if (!messages(id, id, 1).row()) return std::nullopt;

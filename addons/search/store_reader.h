@@ -4,9 +4,12 @@
 #define ADDONS_SEARCH_STORE_READER_H_
 
 #include <cstdint>
+#include <exception>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "addons/search/connection.h"
 #include "addons/search/file_identity.h"
@@ -21,6 +24,9 @@ class StoreReader {
  public:
   // Throws SqlError with the status kNoStore if the file is not a store or cannot be opened.
   explicit StoreReader(const std::string& file);
+
+  StoreReader(const StoreReader&) = delete;
+  StoreReader& operator=(const StoreReader&) = delete;
 
   const Connection& connection() const { return connection_; }
   // The file that was opened.
@@ -38,12 +44,23 @@ class StoreReader {
   // each time is a number.
   bool has_time_order();
 
+  // The SQL function wanted(ID) of the connection asks `wanted`; SQLite then returns a tenth of the
+  // rows instead of all. Statements with the function run between set_wanted() and clear_wanted().
+  void set_wanted(std::function<bool(int64_t)> wanted) { wanted_ = std::move(wanted); }
+  void clear_wanted() { wanted_ = nullptr; }
+  // Throws again what `wanted` has thrown.
+  void rethrow();
+
   // A new message gets an id above this one.
   int64_t newest_id();
 
  private:
+  static void ask_wanted(sqlite3_context* context, int count, sqlite3_value** values) noexcept;
+
   const FileIdentity identity_;
   const Connection connection_;
+  std::function<bool(int64_t)> wanted_;
+  std::exception_ptr failure_;
   Statement messages_;
   Statement newest_id_;
   Statement has_odd_time_;
