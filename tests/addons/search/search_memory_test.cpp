@@ -27,6 +27,9 @@ using Corvan::SearchResults;
 using Corvan::SearchStatus;
 using Corvan::SearchWork;
 
+constexpr int kIndexed = 60;
+constexpr int kDeleted = 2;
+
 bool is_shortage(SearchStatus status) {
   return status == SearchStatus::kNoMemory;
 }
@@ -37,7 +40,7 @@ class SearchMemory : public SearchTest {
 
   void SetUp() override {
     SearchTest::SetUp();
-    save_many(1, 60);
+    save_many(1, kIndexed);
     build_index();
     indexed_ = index_files();
     save_many(2, 40);
@@ -90,7 +93,7 @@ class SearchMemory : public SearchTest {
     disarm_memory();
     count = allocations();
     if (wrong.empty()) wrong = judge(status);
-    if (wrong.empty() && with_index && search->progress().indexed < 60) {
+    if (wrong.empty() && with_index && search->progress().indexed < kIndexed - kDeleted) {
       wrong = "the index was dropped";
     }
     if (wrong.empty()) wrong = mend_all(*search);
