@@ -301,19 +301,27 @@ std::string SearchRun::find() {
   return wrong.empty() ? "" : wrong + "\n with" + limits_of(some);
 }
 
-// Pages of any size, and however short the time is, give the same list as one call.
+// Pages of any size, and however short the time is, give the same list as one call. Messages whose
+// edits were not announced may be in any of them.
 std::string SearchRun::find_in_pages() {
   const std::string query = words_.query();
   SearchOptions some = options();
   some.catch_up = microseconds(0);
   some.time_limit = microseconds(0);
   some.limit = 1000000;
-  const Pages whole = find_all(*search_, query, some);
+  const auto certain = [&] {
+    Pages pages = find_all(*search_, query, some);
+    const auto is_edited = [this](const auto& hit) { return edited_.count(hit.second) != 0; };
+    pages.hits.erase(std::remove_if(pages.hits.begin(), pages.hits.end(), is_edited),
+                     pages.hits.end());
+    return pages;
+  };
+  const Pages whole = certain();
   for (const int32_t limit : {1, 3, 20}) {
     for (const microseconds time_limit : {microseconds(0), microseconds(1)}) {
       some.limit = limit;
       some.time_limit = time_limit;
-      const Pages pages = find_all(*search_, query, some);
+      const Pages pages = certain();
       if (pages.hits == whole.hits && pages.fault == whole.fault) continue;
       return "pages of \"" + query + "\" differ: " + pages.fault + "\n with" + limits_of(some);
     }
