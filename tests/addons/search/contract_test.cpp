@@ -26,7 +26,6 @@ using Corvan::SearchStatus;
 using Corvan::SearchWork;
 using std::chrono::microseconds;
 
-
 class SearchContract : public SearchTest {
  protected:
   // The ids that a search finds, from the newest to the oldest.
@@ -256,8 +255,9 @@ TEST_F(SearchContract, ExtremeTimesAndPlaces) {
 }
 
 TEST_F(SearchContract, TextsOfAnyKind) {
-  const std::vector<std::string> contents = {"null", "''", "x'68656c6c6f'", "42", "x'ff00fe'",
-                                             "'hello'||char(0)||'after'", "zeroblob(100)"};
+  const std::vector<std::string> contents = {
+      "null",         "''", "x'68656c6c6f'", "42", "x'ff00fe'", "'hello'||char(0)||'after'",
+      "zeroblob(100)"};
   for (const std::string& content : contents) {
     const int64_t id = save({"old text"});
     plant(file(), "update t_message set content=" + content + " where id=" + std::to_string(id));
@@ -410,6 +410,20 @@ TEST_F(SearchContract, FindReturnsAfterItsTimeLimit) {
   EXPECT_EQ(results.status, SearchStatus::kOk);
   EXPECT_TRUE(results.next);
   EXPECT_LT(took, std::chrono::milliseconds(500));  // the machine may be busy
+}
+
+TEST_F(SearchContract, ExtremeBudgets) {
+  save_many(3, 100);
+  MessageSearch search(path());
+  for (const microseconds budget : {microseconds::min(), microseconds::max()}) {
+    EXPECT_EQ(search.sweep(budget).status, SearchStatus::kOk);
+    EXPECT_EQ(search.catch_up(budget).status, SearchStatus::kOk);
+    SearchOptions options;
+    options.time_limit = budget;
+    options.catch_up = budget;
+    EXPECT_EQ(compare(search, truth(), "hello", options), "");
+  }
+  EXPECT_EQ(search.progress().waiting, 0);
 }
 
 TEST_F(SearchContract, CatchUpIndexesAtLeastOneBatch) {
@@ -645,6 +659,31 @@ TEST_F(SearchContract, IdleSearchHoldsNoSnapshotOfTheStore) {
   EXPECT_EQ(search.progress().status, SearchStatus::kOk);
   EXPECT_EQ(rows(file(), "pragma wal_checkpoint(truncate)").front().front(), '0');
   EXPECT_EQ(fs::file_size(file() + "-wal"), 0U);
+}
+
+// More messages than one part of the index has.
+TEST_F(SearchContract, LargeStore) {
+  constexpr int64_t kCount = 140000;
+  plant(file(), "with recursive n(i) as (select 1 union all select i+1 from n where i<" +
+                    std::to_string(kCount) +
+                    ") insert into t_message(session_id,session_type,content,sent_time) "
+                    "select 'room',2,'n'||(i/64)||' 天'||case i%1000 when 7 then ' seven' else '' "
+                    "end,i/2 from n");
+  MessageSearch search(path());
+  ASSERT_EQ(catch_up_all(search), "");
+  const std::vector<std::string> queries = {"seven", "n2047", "n2048", "n1 seven", "\"n2100 天\""};
+  const Truth before = truth();
+  EXPECT_EQ(compare(search, before, queries), "");
+  Corvan::SearchOptions pages;
+  pages.limit = 50;
+  EXPECT_EQ(compare(search, before, "seven", pages), "");
+  EXPECT_EQ(search.progress().waiting, 0);
+  EXPECT_EQ(search.progress().indexed, kCount);
+  plant(file(), "update t_message set content='edited seven' where id%20011=0");
+  plant(file(), "delete from t_message where id%20011=1 or id between 131000 and 131100");
+  EXPECT_EQ(sweep_to_end(search), "");
+  EXPECT_EQ(compare(search, truth(), {"seven", "n2047", "n2048", "edited"}), "");
+  EXPECT_EQ(search.sweep(kPlenty).mended, 0);
 }
 
 // ---- snippet() ----------------------------------------------------------------------------------

@@ -41,9 +41,7 @@ class SearchDamage : public SearchTest {
   }
 
   // Puts the closed store and its sound index back.
-  void restore() const {
-    replace_files(folder.path(), "corvan-search", index_);
-  }
+  void restore() const { replace_files(folder.path(), "corvan-search", index_); }
 
   std::string recovers() const {
     MessageSearch search(path());
@@ -139,7 +137,9 @@ class SearchFaults : public SearchDamage {
   std::string work(IndexFaults::Files files) const {
     MessageSearch search(path());
     const bool complete = files == IndexFaults::Files::kIndex;
-    const auto look = [&] { return complete ? compare(search, truth_, few_queries()) : look_at(search); };
+    const auto look = [&] {
+      return complete ? compare(search, truth_, few_queries()) : look_at(search);
+    };
     std::string wrong = look();
     for (int i = 0; i < 2 && wrong.empty(); ++i) {
       search.catch_up(kPlenty);

@@ -27,7 +27,6 @@ using Corvan::SearchStatus;
 using Corvan::SearchWork;
 using std::chrono::microseconds;
 
-
 class SearchMixedFiles : public SearchTest {
  protected:
   static void SetUpTestSuite() { prefer_memory(); }
@@ -212,14 +211,15 @@ TEST_F(SearchMixedFiles, IndexOfAnotherTokenizerIsBuiltAnew) {
   const std::string version = Corvan::search::tokenizer_version();
   ASSERT_FALSE(version.empty());
   int changed = 0;
-  for (const std::string& table : rows(index(), "select name from sqlite_master where type='table' "
-                                                "and sql not like 'create virtual%'")) {
+  for (const std::string& table : rows(index(),
+                                       "select name from sqlite_master where type='table' "
+                                       "and sql not like 'create virtual%'")) {
     for (const std::string& column :
          rows(index(), "select name from pragma_table_info('" + table + "')")) {
       const std::string is_version =
           " where typeof(\"" + column + "\")='text' and \"" + column + "\"='" + version + "'";
-      changed += std::stoi(
-          rows(index(), "select count(*) from \"" + table + "\"" + is_version).front());
+      changed +=
+          std::stoi(rows(index(), "select count(*) from \"" + table + "\"" + is_version).front());
       plant(index(), "update \"" + table + "\" set \"" + column + "\"='other'" + is_version);
     }
   }
@@ -243,11 +243,21 @@ TEST_F(SearchMixedFiles, OtherFilesInPlaceOfTheIndex) {
   std::string random(20000, '\0');
   Vocabulary vocabulary(5);
   for (char& byte : random) byte = static_cast<char>(vocabulary.below(256));
-  const std::vector<std::string> contents = {
-      "",  "x", std::string(512, '\0'), std::string(50000, '\0'), random, good.substr(0, 16) + random,
-      good.substr(0, 100), good.substr(0, 4096), good.substr(0, 4096) + random,
-      good.substr(0, good.size() / 2), good.substr(0, good.size() - 4096),
-      good.substr(0, good.size() - 1), good + random, read_file(other.file("corvan")), store_bytes};
+  const std::vector<std::string> contents = {"",
+                                             "x",
+                                             std::string(512, '\0'),
+                                             std::string(50000, '\0'),
+                                             random,
+                                             good.substr(0, 16) + random,
+                                             good.substr(0, 100),
+                                             good.substr(0, 4096),
+                                             good.substr(0, 4096) + random,
+                                             good.substr(0, good.size() / 2),
+                                             good.substr(0, good.size() - 4096),
+                                             good.substr(0, good.size() - 1),
+                                             good + random,
+                                             read_file(other.file("corvan")),
+                                             store_bytes};
   for (std::size_t i = 0; i < contents.size(); ++i) {
     SCOPED_TRACE(i);
     put_index({{"corvan-search", contents[i]}});
@@ -279,7 +289,8 @@ TEST_F(SearchMixedFiles, FolderInPlaceOfTheIndex) {
     EXPECT_EQ(search.catch_up(kPlenty).status, SearchStatus::kIndexError);
     EXPECT_EQ(search.sweep(kPlenty).status, SearchStatus::kIndexError);
     EXPECT_EQ(search.changed(1), SearchStatus::kIndexError);
-    EXPECT_EQ(search.progress().status, SearchStatus::kIndexError);
+    EXPECT_EQ(search.progress().indexed, 0);
+    EXPECT_EQ(search.progress().waiting, 100);
     EXPECT_EQ(compare(search, truth(), few_queries()), "");
     EXPECT_EQ(read_file(index() + "/file"), "x");
     fs::remove_all(index());

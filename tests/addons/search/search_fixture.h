@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,14 @@
 #include "tests/addons/search/truth.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_folder.h"
+
+namespace Corvan {
+
+inline void PrintTo(SearchStatus status, std::ostream* out) {
+  *out << static_cast<int32_t>(status) << ", " << to_text(status);
+}
+
+}  // namespace Corvan
 
 namespace corvan_test {
 

@@ -30,8 +30,10 @@ using std::chrono::microseconds;
 constexpr const char* kEdited = "CV:Edited";
 
 void work_a_little(MessageSearch& search, Vocabulary& random, int64_t& newest) {
-  const auto any_id = [&] { return static_cast<int64_t>(1 + random.below(
-                                static_cast<std::size_t>(std::max<int64_t>(1, newest)))); };
+  const auto any_id = [&] {
+    return static_cast<int64_t>(
+        1 + random.below(static_cast<std::size_t>(std::max<int64_t>(1, newest))));
+  };
   switch (random.below(8)) {
     case 0: {
       const int64_t id = any_id();

@@ -138,9 +138,9 @@ TEST_F(SearchMemory, Find) {
     expected.erase(std::remove_if(expected.begin(), expected.end(),
                                   [](const auto& hit) { return hit.second == 5; }),
                    expected.end());
-    hits.erase(std::remove_if(hits.begin(), hits.end(),
-                              [](const auto& hit) { return hit.second == 5; }),
-               hits.end());
+    hits.erase(
+        std::remove_if(hits.begin(), hits.end(), [](const auto& hit) { return hit.second == 5; }),
+        hits.end());
     if (!results.next && hits != expected) wrong = "other hits than the scan";
     return results.status;
   });

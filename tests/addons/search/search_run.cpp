@@ -222,8 +222,8 @@ std::string SearchRun::clear_old() {
 std::string SearchRun::skip_ids() {
   constexpr int64_t kSteps[] = {200, 4000, 4096, 60000, 131072, 300000, int64_t{1} << 33};
   const int64_t step = kSteps[words_.below(words_.one_in(10) ? 7 : 6)];
-  plant(file_, "update sqlite_sequence set seq=seq+" + std::to_string(step) +
-                   " where name='t_message'");
+  plant(file_,
+        "update sqlite_sequence set seq=seq+" + std::to_string(step) + " where name='t_message'");
   return "";
 }
 
@@ -260,8 +260,8 @@ std::string SearchRun::sweep() {
   const bool all = words_.one_in(2);
   if (!sweeping_) pass_began_ = step_;
   sweeping_ = true;
-  const SearchWork work = search_->sweep(all ? microseconds(std::chrono::minutes(1))
-                                             : microseconds(words_.below(50)));
+  const SearchWork work =
+      search_->sweep(all ? microseconds(std::chrono::minutes(1)) : microseconds(words_.below(50)));
   if (work.status != SearchStatus::kOk) return failed("sweep", work.status);
   if (all && !work.complete) return "sweep is not complete after a minute";
   if (!work.complete) return "";

@@ -75,8 +75,9 @@ class SearchRun {
   std::vector<std::string> history_;
   int64_t next_uid_ = 1;
   std::size_t step_ = 0;
-  std::map<int64_t, std::size_t> edited_;  // unannounced edits, and the steps at which they happened
-  bool sweeping_ = false;                  // whether a pass is under way, and when it began
+  std::map<int64_t, std::size_t>
+      edited_;             // unannounced edits, and the steps at which they happened
+  bool sweeping_ = false;  // whether a pass is under way, and when it began
   std::size_t pass_began_ = 0;
 };
 

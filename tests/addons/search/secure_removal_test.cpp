@@ -103,9 +103,8 @@ TEST_F(SearchRemoval, EmptiedMessage) {
 }
 
 TEST_F(SearchRemoval, ClearedConversation) {
-  expect_gone([] {
-    ASSERT_TRUE(the_store().clear_message("secret room", Corvan::CV_PRIVATE, false));
-  });
+  expect_gone(
+      [] { ASSERT_TRUE(the_store().clear_message("secret room", Corvan::CV_PRIVATE, false)); });
 }
 
 TEST_F(SearchRemoval, AllMessagesCleared) {

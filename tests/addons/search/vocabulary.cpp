@@ -6,19 +6,76 @@ namespace {
 
 const std::vector<std::string>& words() {
   static const std::vector<std::string> list = {
-      "hello", "Hello", "HELLO", "ｈｅｌｌｏ", "help", "helpful", "he", "a", "I", "the", "straße",
-      "STRASSE", "naïve", "nai\u0308ve", "ﬁne", "2024", "42", "x86_64", "don't",
-      "https://example.org/a?b=c", "me@example.org", "{\"content\":\"hello\",\"extra\":\"\"}",
-      "Привет", "привет", "мир", "ΣΟΦΌΣ", "σοφός", "سلام", "שלום", "नमस्ते", "İstanbul", "istanbul",
-      "电影", "電影", "我们今天看电影", "今天", "天", "看", "日本語", "東京", "カタカナ", "ｶﾀｶﾅ",
-      "ひらがな", "안녕하세요", "안녕", "한국어", "สวัสดี", "ขอบคุณ", "ສະບາຍດີ", "សួស្តី", "မင်္ဂလာပါ",
-      "👍", "👍🏽", "👨‍👩‍👧", "🎉", "🇩🇪", "❤️", "☎", "①", "½", "℃", "𠀋", "a\u200bb", "co\u00adop",
+      "hello",
+      "Hello",
+      "HELLO",
+      "ｈｅｌｌｏ",
+      "help",
+      "helpful",
+      "he",
+      "a",
+      "I",
+      "the",
+      "straße",
+      "STRASSE",
+      "naïve",
+      "nai\u0308ve",
+      "ﬁne",
+      "2024",
+      "42",
+      "x86_64",
+      "don't",
+      "https://example.org/a?b=c",
+      "me@example.org",
+      "{\"content\":\"hello\",\"extra\":\"\"}",
+      "Привет",
+      "привет",
+      "мир",
+      "ΣΟΦΌΣ",
+      "σοφός",
+      "سلام",
+      "שלום",
+      "नमस्ते",
+      "İstanbul",
+      "istanbul",
+      "电影",
+      "電影",
+      "我们今天看电影",
+      "今天",
+      "天",
+      "看",
+      "日本語",
+      "東京",
+      "カタカナ",
+      "ｶﾀｶﾅ",
+      "ひらがな",
+      "안녕하세요",
+      "안녕",
+      "한국어",
+      "สวัสดี",
+      "ขอบคุณ",
+      "ສະບາຍດີ",
+      "សួស្តី",
+      "မင်္ဂလာပါ",
+      "👍",
+      "👍🏽",
+      "👨‍👩‍👧",
+      "🎉",
+      "🇩🇪",
+      "❤️",
+      "☎",
+      "①",
+      "½",
+      "℃",
+      "𠀋",
+      "a\u200bb",
+      "co\u00adop",
   };
   return list;
 }
 
 const std::vector<std::string>& separators() {
-  static const std::vector<std::string> list = {" ", " ",  " ", "",  "", ", ", ". ", "\n",
+  static const std::vector<std::string> list = {" ", " ", " ", "",   "",   ", ", ". ", "\n",
                                                 "-", "_", "/", "。", "、", "　", "…",  "!"};
   return list;
 }
@@ -88,12 +145,48 @@ std::string Vocabulary::query() {
 const std::vector<std::string>& all_queries() {
   static const std::vector<std::string> list = [] {
     std::vector<std::string> queries = words();
-    for (const char* const query :
-         {"he*", "hel*", "stra*", "h*", "1*", "прив*", "σο*", "सन*", "सन", "नम*", "影", "电", "今天看",
-          "天看电影", "本", "カ", "ｶ", "ナ", "안", "녕하", "วัส", "ขอบ", "ສະ", "សួ", "မ", "👨", "👍*",
-          "\"hello hello\"", "\"hello, help\"", "“电影 hello”", "hello 电影", "the 👍", "he* 天",
-          "\"hello he\"*", "org", "example.org", "content", "\"content hello\"", "ＨＥＬＬＯ", "B",
-          "coop", "nothing-has-this"}) {
+    for (const char* const query : {"he*",
+                                    "hel*",
+                                    "stra*",
+                                    "h*",
+                                    "1*",
+                                    "прив*",
+                                    "σο*",
+                                    "सन*",
+                                    "सन",
+                                    "नम*",
+                                    "影",
+                                    "电",
+                                    "今天看",
+                                    "天看电影",
+                                    "本",
+                                    "カ",
+                                    "ｶ",
+                                    "ナ",
+                                    "안",
+                                    "녕하",
+                                    "วัส",
+                                    "ขอบ",
+                                    "ສະ",
+                                    "សួ",
+                                    "မ",
+                                    "👨",
+                                    "👍*",
+                                    "\"hello hello\"",
+                                    "\"hello, help\"",
+                                    "“电影 hello”",
+                                    "hello 电影",
+                                    "the 👍",
+                                    "he* 天",
+                                    "\"hello he\"*",
+                                    "org",
+                                    "example.org",
+                                    "content",
+                                    "\"content hello\"",
+                                    "ＨＥＬＬＯ",
+                                    "B",
+                                    "coop",
+                                    "nothing-has-this"}) {
       queries.emplace_back(query);
     }
     return queries;
@@ -102,8 +195,8 @@ const std::vector<std::string>& all_queries() {
 }
 
 const std::vector<std::string>& few_queries() {
-  static const std::vector<std::string> list = {"hello", "he*",  "电影", "天",  "カタカナ",
-                                                "👍",    "мир", "สวัส", "안녕", "\"hello hello\""};
+  static const std::vector<std::string> list = {"hello", "he*", "电影", "天",   "カタカナ",
+                                                "👍",     "мир", "สวัส",  "안녕", "\"hello hello\""};
   return list;
 }
 
