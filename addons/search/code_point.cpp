@@ -22,8 +22,7 @@ struct Range {
 #include "addons/search/unspaced_characters.inc"
 
 constexpr char32_t kReplacementCharacter = 0xFFFD;
-constexpr std::size_t kBlockSize = 256;
-using Block = std::array<Traits, kBlockSize>;
+using Block = std::array<Traits, kTraitsPerBlock>;
 
 bool is_in_table(char32_t point) {
   const auto* range =
@@ -68,38 +67,34 @@ Traits compute(char32_t point) {
   return {folded[0], kind_of(folded[0]), own, breaks_among_its_like(static_cast<int32_t>(point))};
 }
 
-const Block* make_block(std::size_t number) {
+std::unique_ptr<Block> compute_block(std::size_t number) {
   auto block = std::make_unique<Block>();
-  for (std::size_t i = 0; i < kBlockSize; ++i) {
-    const auto point = static_cast<char32_t>(number * kBlockSize + i);
+  for (std::size_t i = 0; i < kTraitsPerBlock; ++i) {
+    const auto point = static_cast<char32_t>(number * kTraitsPerBlock + i);
     if (utf8proc_codepoint_valid(static_cast<int32_t>(point))) (*block)[i] = compute(point);
   }
-  return block.release();
-}
-
-// Blocks are made when they are needed first, and never released.
-std::atomic<const Block*> blocks[0x110000 / kBlockSize];
-
-const Block& block_of(std::size_t number) {
-  const Block* block = blocks[number].load(std::memory_order_acquire);
-  if (block != nullptr) return *block;
-  const Block* made = make_block(number);
-  if (blocks[number].compare_exchange_strong(block, made, std::memory_order_acq_rel)) return *made;
-  delete made;
-  return *block;
+  return block;
 }
 
 }  // namespace
+
+std::atomic<const Traits*> traits_blocks[0x110000 / kTraitsPerBlock];
+
+// Blocks are never released. Two threads may compute the same block; one of the results is kept.
+const Traits* make_traits_block(std::size_t number) {
+  std::unique_ptr<Block> block = compute_block(number);
+  const Traits* present = nullptr;
+  if (traits_blocks[number].compare_exchange_strong(present, block->data())) {
+    return block.release()->data();
+  }
+  return present;
+}
 
 const char* unspaced_characters_version() {
   return kUnspacedVersion;
 }
 
-Traits traits(char32_t code_point) {
-  return block_of(code_point / kBlockSize)[code_point % kBlockSize];
-}
-
-std::size_t decode(std::string_view text, char32_t& code_point) {
+std::size_t decode_checked(std::string_view text, char32_t& code_point) {
   int32_t point = 0;
   const auto bytes = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                                       static_cast<utf8proc_ssize_t>(text.size()), &point);

@@ -4,6 +4,7 @@
 #ifndef ADDONS_SEARCH_CODE_POINT_H_
 #define ADDONS_SEARCH_CODE_POINT_H_
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -35,15 +36,42 @@ class Traits {
   uint32_t bits_ = 0;
 };
 
-// The code point must be valid: below 0x110000, and no surrogate.
-Traits traits(char32_t code_point);
+constexpr std::size_t kTraitsPerBlock = 256;
+
+// The first entry of each block; null until the block is needed first.
+extern std::atomic<const Traits*> traits_blocks[0x110000 / kTraitsPerBlock];
+const Traits* make_traits_block(std::size_t number);
+
+// The code point must be below 0x110000. May throw std::bad_alloc.
+inline Traits traits(char32_t code_point) {
+  const std::size_t number = code_point / kTraitsPerBlock;
+  const Traits* block = traits_blocks[number].load(std::memory_order_acquire);
+  if (block == nullptr) block = make_traits_block(number);
+  return block[code_point % kTraitsPerBlock];
+}
 
 // The Unicode version of the table of unspaced characters.
 const char* unspaced_characters_version();
 
-// Decodes the first code point of the text, which must not be empty. Returns its size in bytes; 0
-// if it is not valid UTF-8.
-std::size_t decode(std::string_view text, char32_t& code_point);
+// As decode(), for any text.
+std::size_t decode_checked(std::string_view text, char32_t& code_point);
+
+// Decodes the first code point of the text. Returns its size in bytes; 0 if the text is empty or
+// does not begin with valid UTF-8.
+inline std::size_t decode(std::string_view text, char32_t& code_point) {
+  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const auto is_trail = [&](std::size_t i) { return (byte(i) & 0xC0U) == 0x80; };
+  if (!text.empty() && byte(0) < 0x80) {
+    code_point = byte(0);
+    return 1;
+  }
+  // Most characters of three bytes. The first byte excludes surrogates and overlong forms.
+  if (text.size() >= 3 && byte(0) > 0xE0 && byte(0) < 0xED && is_trail(1) && is_trail(2)) {
+    code_point = (byte(0) & 0x0FU) << 12U | (byte(1) & 0x3FU) << 6U | (byte(2) & 0x3FU);
+    return 3;
+  }
+  return decode_checked(text, code_point);
+}
 
 }  // namespace Corvan::search
 

@@ -1,30 +1,51 @@
 #include "addons/search/folded_text.h"
 
 #include <algorithm>
+#include <array>
 
 namespace Corvan::search {
 
 namespace {
 
 void append(std::string& text, char32_t point) {
-  const auto trail = [&](unsigned shift) {
-    text += static_cast<char>(0x80U | (point >> shift & 0x3FU));
+  const auto byte = [point](unsigned first, unsigned shift) {
+    return static_cast<char>(first | (point >> shift & 0x3FU));
   };
   if (point < 0x80) {
     text += static_cast<char>(point);
   } else if (point < 0x800) {
-    text += static_cast<char>(0xC0U | point >> 6U);
-    trail(0);
+    text.append({byte(0xC0, 6), byte(0x80, 0)});
   } else if (point < 0x10000) {
-    text += static_cast<char>(0xE0U | point >> 12U);
-    trail(6);
-    trail(0);
+    text.append({static_cast<char>(0xE0U | point >> 12U), byte(0x80, 6), byte(0x80, 0)});
   } else {
-    text += static_cast<char>(0xF0U | point >> 18U);
-    trail(12);
-    trail(6);
-    trail(0);
+    text.append({byte(0xF0, 18), byte(0x80, 12), byte(0x80, 6), byte(0x80, 0)});
   }
+}
+
+// What each ASCII character becomes.
+constexpr std::array<char, 128> folded_ascii() {
+  std::array<char, 128> folded{};
+  for (std::size_t i = 0; i < folded.size(); ++i) {
+    const auto c = static_cast<char>(i);
+    const bool is_upper = c >= 'A' && c <= 'Z';
+    const bool is_word = is_upper || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+    folded[i] = is_upper ? static_cast<char>(c + ('a' - 'A')) : is_word ? c : FoldedText::kGap;
+  }
+  return folded;
+}
+
+constexpr std::array<char, 128> kFoldedAscii = folded_ascii();
+
+bool is_ascii(char c) {
+  return static_cast<unsigned char>(c) < 0x80;
+}
+
+// The ASCII characters at the beginning that are clusters of their own. The last one may have a
+// mark.
+std::size_t ascii_size(std::string_view text) {
+  const auto end = std::find_if_not(text.begin(), text.end(), is_ascii);
+  const auto size = static_cast<std::size_t>(end - text.begin());
+  return size == text.size() || size == 0 ? size : size - 1;
 }
 
 }  // namespace
@@ -32,39 +53,75 @@ void append(std::string& text, char32_t point) {
 FoldedText::FoldedText(std::string_view original, bool with_origins) {
   text_.reserve(original.size() + original.size() / 4 + 2);
   text_ += kGap;
-  for (std::size_t at = 0; at < original.size();) {
-    const std::string_view rest = original.substr(at);
-    const std::size_t before = text_.size();
-    std::size_t size = simple_cluster(rest);
-    if (size == 0) {
-      const Cluster cluster(rest);
-      add(cluster);
-      size = cluster.bytes();
-    }
-    if (with_origins) origins_.push_back({before, at, at + size});
-    at += size;
+  if (with_origins) {
+    fold_with_origins(original);
+  } else {
+    fold(original);
   }
   add_gap();
 }
 
-// Adds the first cluster if that is simple: one simple code point, with another one behind it.
-std::size_t FoldedText::simple_cluster(std::string_view rest) {
-  char32_t point = 0;
-  const std::size_t size = decode(rest, point);
-  if (size == 0) return 0;
-  const Traits first = traits(point);
-  if (!first.is_simple()) return 0;
-  if (size < rest.size()) {
-    if (decode(rest.substr(size), point) != 0 && !traits(point).is_simple()) return 0;
+void FoldedText::fold(std::string_view rest) {
+  while (!rest.empty()) {
+    std::size_t size = add_ascii(rest);
+    if (size == 0) size = add_simple(rest);
+    if (size == 0) size = add_cluster(rest);
+    rest.remove_prefix(size);
   }
-  add(first.folded(), first.kind());
+}
+
+void FoldedText::fold_with_origins(std::string_view original) {
+  for (std::size_t at = 0; at < original.size();) {
+    const std::size_t before = text_.size();
+    const std::size_t end = at + add_cluster(original.substr(at));
+    origins_.push_back({before, at, end});
+    at = end;
+  }
+}
+
+// Each of these adds clusters from the beginning of a text, and returns their size in the text.
+
+std::size_t FoldedText::add_ascii(std::string_view rest) {
+  const std::size_t size = ascii_size(rest);
+  if (size == 0) return 0;
+  if (last_ == Kind::kUnspaced) add_gap();
+  std::size_t to = text_.size();
+  text_.resize(to + size);
+  char last = text_[to - 1];
+  for (std::size_t i = 0; i < size; ++i) {
+    const char folded = kFoldedAscii[static_cast<unsigned char>(rest[i])];
+    text_[to] = folded;
+    to += folded != kGap || last != kGap ? 1 : 0;
+    last = folded;
+  }
+  text_.resize(to);
+  last_ = last == kGap ? Kind::kSeparator : Kind::kWord;
   return size;
 }
 
-void FoldedText::add(const Cluster& cluster) {
+// Code points are clusters of their own if they and their successors are simple. Stops at ASCII,
+// which add_ascii() adds faster.
+std::size_t FoldedText::add_simple(std::string_view rest) {
+  std::size_t at = 0;
+  char32_t point = 0;
+  std::size_t size = decode(rest, point);
+  while (size > 0 && (at == 0 || point >= 0x80) && traits(point).is_simple()) {
+    const Traits first = traits(point);
+    const std::size_t next_size = decode(rest.substr(at + size), point);
+    if (next_size > 0 && !traits(point).is_simple()) break;
+    add(first.folded(), first.kind());
+    at += size;
+    size = next_size;
+  }
+  return at;
+}
+
+std::size_t FoldedText::add_cluster(std::string_view rest) {
+  const Cluster cluster(rest);
   if (cluster.size() == 0) add(0, Kind::kSeparator);
   const FoldedCluster folded(cluster);
   for (std::size_t i = 0; i < folded.size(); ++i) add(folded[i], traits(folded[i]).own_kind());
+  return cluster.bytes();
 }
 
 void FoldedText::add(char32_t point, Kind kind) {

@@ -40,10 +40,13 @@ class FoldedText {
     std::size_t end;
   };
 
-  void add(const Cluster& cluster);
+  void fold(std::string_view original);
+  void fold_with_origins(std::string_view original);
+  std::size_t add_ascii(std::string_view rest);
+  std::size_t add_simple(std::string_view rest);
+  std::size_t add_cluster(std::string_view rest);
   void add(char32_t point, Kind kind);
   void add_gap();
-  std::size_t simple_cluster(std::string_view rest);
   const Origin& origin_of(std::size_t folded) const;
 
   std::string text_;

@@ -1,5 +1,7 @@
 #include "addons/search/index_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
 
@@ -70,8 +72,17 @@ std::unique_ptr<Connection> connect(const std::string& file, int flags) {
   return index;
 }
 
+// Who may read the store may read the index. SQLite gives the log the file's permissions.
+void create_like_store(const std::string& file, const std::string& store) {
+  struct stat status {};
+  const mode_t mode = stat(store.c_str(), &status) == 0 ? status.st_mode & 0777 : 0600;
+  const int descriptor = ::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, mode);
+  if (descriptor >= 0) ::close(descriptor);
+}
+
 // Null if the file is not an index of this version.
-std::unique_ptr<Connection> open_current(const std::string& file) {
+std::unique_ptr<Connection> open_current(const std::string& file, const std::string& store) {
+  create_like_store(file, store);
   auto index = connect(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   if (is_empty(*index)) {
     create(*index);
@@ -106,14 +117,15 @@ bool is_damage(const SqlError& error) {
   }
 }
 
-std::unique_ptr<Connection> open_index_for_writing(const std::string& file) {
+std::unique_ptr<Connection> open_index_for_writing(const std::string& file,
+                                                   const std::string& store) {
   try {
-    if (auto index = open_current(file)) return index;
+    if (auto index = open_current(file, store)) return index;
   } catch (const SqlError& error) {
     if (!is_damage(error)) throw;
   }
   delete_index(file);
-  auto index = open_current(file);
+  auto index = open_current(file, store);
   if (index == nullptr) {
     throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, file + ": cannot be replaced");
   }

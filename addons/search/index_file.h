@@ -39,9 +39,10 @@ struct Shard {
 
 std::string shard_table(int64_t number);
 
-// Opens the index for writing. A file that is not an index of this version is deleted, and a
-// missing one is created. Throws SqlError with the status kIndexError.
-std::unique_ptr<Connection> open_index_for_writing(const std::string& file);
+// Opens the index of the store `store` for writing. A file that is not an index of this version is
+// deleted, and a missing one is created. Throws SqlError with the status kIndexError.
+std::unique_ptr<Connection> open_index_for_writing(const std::string& file,
+                                                   const std::string& store);
 
 // Opens the index for reading; null if there is none that can be read.
 std::unique_ptr<Connection> open_index_for_reading(const std::string& file);

@@ -20,7 +20,7 @@ constexpr TimeBudget::Duration kMergeStep{5000};
 
 Indexing::Files::Files(const std::string& store_file, const std::string& index_file)
     : store(store_file),
-      connection(open_index_for_writing(index_file)),
+      connection(open_index_for_writing(index_file, store_file)),
       identity(identity_of(index_file)),
       index(*connection),
       sweeping(&index, &store) {

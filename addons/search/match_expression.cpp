@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <string_view>
-#include <tuple>
 
 #include "addons/search/folded_text.h"
 #include "addons/search/tokens.h"
@@ -71,8 +70,8 @@ bool MatchExpression::is_covered(const std::string& prefix) const {
 
 // Whole tokens come first, and long ones: they are rare.
 bool MatchExpression::Token::operator<(const Token& other) const {
-  const auto key = [](const Token& t) { return std::make_tuple(t.is_prefix, -t.text.size()); };
-  return key(*this) < key(other);
+  if (is_prefix != other.is_prefix) return other.is_prefix;
+  return text.size() > other.text.size();
 }
 
 std::vector<MatchExpression::Token> MatchExpression::chosen() const {

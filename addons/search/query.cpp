@@ -1,6 +1,7 @@
 #include "addons/search/query.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "addons/search/folded_text.h"
 #include "addons/search/match_expression.h"
@@ -9,6 +10,8 @@
 namespace Corvan::search {
 
 namespace {
+
+constexpr std::size_t kManyTerms = 32;
 
 // Long terms come first: they are rare, so that most texts are rejected early.
 std::vector<Term> without_duplicates(std::vector<Term> terms) {
@@ -45,6 +48,7 @@ Query::Query(std::string_view text) {
     if (!folded.is_empty()) terms_.emplace_back(folded.text(), part.is_prefix);
   }
   terms_ = without_duplicates(std::move(terms_));
+  if (terms_.size() > kManyTerms) table_.emplace(terms_);
   MatchExpression expression;
   for (const Term& term : terms_) expression.add(term);
   match_ = expression.text();
@@ -54,21 +58,30 @@ Query::Query(std::string_view text) {
 bool Query::matches(std::string_view text) const {
   if (is_empty()) return false;
   const FoldedText folded(text);
-  return std::all_of(terms_.begin(), terms_.end(),
-                     [&](const Term& term) { return term.is_in(folded.text()); });
+  const auto is_in = [&](const Term& term) { return term.is_in(folded.text()); };
+  if (!table_) return std::all_of(terms_.begin(), terms_.end(), is_in);
+  return is_in(terms_.front()) && table_->are_in(terms_, folded.text());
 }
 
 std::vector<SearchRange> Query::ranges(std::string_view text) const {
   const FoldedText folded(text, true);
   std::vector<SearchRange> ranges;
-  for (const Term& term : terms_) {
-    const std::vector<Term::Place> places = term.find_all(folded.text());
-    if (places.empty()) return {};
-    for (const Term::Place& place : places) {
-      ranges.push_back(folded.origin(place.begin, place.end));
-    }
+  for (const Term::Place& place : places(folded.text())) {
+    ranges.push_back(folded.origin(place.begin, place.end));
   }
   return merged(std::move(ranges));
+}
+
+// The places of all terms; empty unless each term has one.
+std::vector<Term::Place> Query::places(std::string_view folded) const {
+  if (table_) return table_->find_all(terms_, folded);
+  std::vector<Term::Place> all;
+  for (const Term& term : terms_) {
+    const std::vector<Term::Place> places = term.find_all(folded);
+    if (places.empty()) return {};
+    all.insert(all.end(), places.begin(), places.end());
+  }
+  return all;
 }
 
 }  // namespace Corvan::search

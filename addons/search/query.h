@@ -3,12 +3,14 @@
 #ifndef ADDONS_SEARCH_QUERY_H_
 #define ADDONS_SEARCH_QUERY_H_
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "addons/search/message_search.h"
 #include "addons/search/term.h"
+#include "addons/search/term_table.h"
 
 namespace Corvan::search {
 
@@ -32,7 +34,10 @@ class Query {
   std::vector<SearchRange> ranges(std::string_view text) const;
 
  private:
-  std::vector<Term> terms_;  // without duplicates
+  std::vector<Term::Place> places(std::string_view folded) const;
+
+  std::vector<Term> terms_;         // without duplicates, long ones first
+  std::optional<TermTable> table_;  // if there are many terms
   std::string match_;
   bool has_prefix_ = false;
 };

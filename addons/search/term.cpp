@@ -1,5 +1,6 @@
 #include "addons/search/term.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "addons/search/folded_text.h"
@@ -9,11 +10,36 @@ namespace Corvan::search {
 namespace {
 
 constexpr char kGap = FoldedText::kGap;
+constexpr std::size_t kNone = std::string_view::npos;
 
 std::size_t find(std::string_view text, std::string_view what, std::size_t from) {
   const void* found = memmem(text.data() + from, text.size() - from, what.data(), what.size());
-  if (found == nullptr) return std::string_view::npos;
+  if (found == nullptr) return kNone;
   return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+}
+
+// For each beginning of `what`: the size of the longest shorter one that is its end.
+std::vector<std::size_t> borders(std::string_view what) {
+  std::vector<std::size_t> sizes(what.size() + 1);
+  std::size_t size = 0;
+  for (std::size_t i = 1; i < what.size(); ++i) {
+    while (size > 0 && what[i] != what[size]) size = sizes[size];
+    if (what[i] == what[size]) ++size;
+    sizes[i + 1] = size;
+  }
+  return sizes;
+}
+
+// Calls take(begin) wherever `what` is in the text, in linear time (Knuth, Morris and Pratt).
+template <typename Take>
+void for_each_occurrence(std::string_view text, std::string_view what, Take take) {
+  const std::vector<std::size_t> sizes = borders(what);
+  std::size_t size = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    while (size > 0 && (size == what.size() || text[i] != what[size])) size = sizes[size];
+    if (text[i] == what[size]) ++size;
+    if (size == what.size()) take(i + 1 - size);
+  }
 }
 
 bool has_at(std::string_view text, std::size_t at, std::string_view what) {
@@ -45,31 +71,36 @@ std::size_t Term::end_of(std::string_view folded, std::size_t begin) const {
   std::size_t at = begin + pieces_.front().size();
   for (std::size_t i = 1; i < pieces_.size(); ++i) {
     if (at < folded.size() && folded[at] == kGap) ++at;
-    if (!has_at(folded, at, pieces_[i])) return std::string_view::npos;
+    if (!has_at(folded, at, pieces_[i])) return kNone;
     at += pieces_[i].size();
   }
   return at;
 }
 
 bool Term::is_in(std::string_view folded) const {
-  for (std::size_t at = 0;; ++at) {
-    at = find(folded, pieces_.front(), at);
-    if (at == std::string_view::npos) return false;
-    if (end_of(folded, at) != std::string_view::npos) return true;
-  }
+  const auto shorter = [](const std::string& a, const std::string& b) { return a.size() < b.size(); };
+  const auto longest = std::max_element(pieces_.begin(), pieces_.end(), shorter);
+  if (find(folded, *longest, 0) == kNone) return false;
+  std::size_t at = find(folded, pieces_.front(), 0);
+  while (at != kNone && end_of(folded, at) == kNone) at = find(folded, pieces_.front(), at + 1);
+  return at != kNone;
+}
+
+Term::Place Term::place_at(std::string_view folded, std::size_t begin) const {
+  const std::size_t end = end_of(folded, begin);
+  if (end == kNone) return {};
+  const std::size_t first_gap = pieces_.front().front() == kGap ? 1 : 0;
+  const std::size_t last_gap = pieces_.back().back() == kGap ? 1 : 0;
+  return {begin + first_gap, end - last_gap};
 }
 
 std::vector<Term::Place> Term::find_all(std::string_view folded) const {
   std::vector<Place> places;
-  for (std::size_t at = 0;; ++at) {
-    at = find(folded, pieces_.front(), at);
-    if (at == std::string_view::npos) return places;
-    const std::size_t end = end_of(folded, at);
-    if (end == std::string_view::npos) continue;
-    const std::size_t first_gap = pieces_.front().front() == kGap ? 1 : 0;
-    const std::size_t last_gap = pieces_.back().back() == kGap ? 1 : 0;
-    places.push_back({at + first_gap, end - last_gap});
-  }
+  for_each_occurrence(folded, pieces_.front(), [&](std::size_t begin) {
+    const Place place = place_at(folded, begin);
+    if (place.begin != kNone) places.push_back(place);
+  });
+  return places;
 }
 
 }  // namespace Corvan::search

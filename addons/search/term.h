@@ -25,12 +25,18 @@ class Term {
 
   bool is_in(std::string_view folded) const;
 
+  // The place of the term whose first piece is at `begin`; Place() if the rest does not follow.
+  Place place_at(std::string_view folded, std::size_t begin) const;
+
   // All places in the text, from the first to the last; they may overlap.
   std::vector<Place> find_all(std::string_view folded) const;
 
   // The term as it was given.
   const std::string& folded() const { return folded_; }
   bool is_prefix() const { return is_prefix_; }
+
+  // Each place of the term begins with this text, gaps included.
+  const std::string& first_piece() const { return pieces_.front(); }
 
  private:
   std::size_t end_of(std::string_view folded, std::size_t begin) const;

@@ -53,9 +53,9 @@ bool release_pages(const Connection& index) {
 }  // namespace
 
 bool tidy(IndexWriter* index, const TimeBudget& budget) {
-  while (!budget.is_over()) {
+  do {
     if (!merge_one(index) && !release_pages(index->connection())) return true;
-  }
+  } while (!budget.is_over());
   return false;
 }
 

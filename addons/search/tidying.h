@@ -9,7 +9,7 @@
 namespace Corvan::search {
 
 // Merges the segments of shards that have grown, and returns free pages to the file system, until
-// the time is over. True if nothing is left to do.
+// the time is over, at least one step. True if nothing is left to do.
 bool tidy(IndexWriter* index, const TimeBudget& budget);
 
 }  // namespace Corvan::search
