@@ -451,7 +451,7 @@ TEST_F(SearchContract, SweepGoesOnWhereItEndedAlsoInAnotherObject) {
         "insert into t_message(session_id,session_type,content,sent_time) "
         "select 'room',2,'before '||i,i from n");
   build_index();
-  plant(file(), "update t_message set content='after '||id");
+  plant(file(), "update t_message set content='after '||id where id<=2000");
   int64_t messages = 0;
   int64_t mended = 0;
   bool complete = false;
@@ -463,14 +463,13 @@ TEST_F(SearchContract, SweepGoesOnWhereItEndedAlsoInAnotherObject) {
     messages += work.messages;
     mended += work.mended;
     complete = work.complete;
-    ASSERT_TRUE(work.complete || work.messages > 0);
   }
   EXPECT_EQ(messages, 3000);
-  EXPECT_EQ(mended, 3000);
+  EXPECT_EQ(mended, 2000);
   MessageSearch search(path());
   SearchOptions all;
   all.limit = 5000;
-  EXPECT_EQ(search.find("after", all).hits.size(), 3000U);
+  EXPECT_EQ(search.find("after", all).hits.size(), 2000U);
   EXPECT_EQ(search.sweep(kPlenty).mended, 0);
 }
 
