@@ -65,4 +65,6 @@ run() {
 failed=
 run operations fuzz_operations 600
 run import fuzz_import_line 4096
+run search_query fuzz_search_query 1024
+run search_tokenizer fuzz_search_tokenizer 1024
 [ -z "$failed" ]

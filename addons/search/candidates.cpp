@@ -2,101 +2,163 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
+
+#include "addons/search/selective_tokens.h"
 
 namespace Corvan::search {
 
 namespace {
 
-// Reading the candidates of a block takes as long as looking at this many messages.
-constexpr int kBlockBits = 12;
+// Looking at so many messages takes as long as reading the candidates among kSmallest ids, or, for
+// a prefix, those of a shard.
 constexpr int kQuestions = 16;
-// For a prefix, FTS5 merges the lists of all its terms each time, for the whole table.
 constexpr int kPrefixQuestions = 512;
+
+constexpr int64_t kSmallest = 1024;   // ids in the first range that is read
+constexpr int64_t kEstimated = 8192;  // newest ids by which the number of candidates is estimated
+constexpr int kDoublings = 6;         // the next ranges are larger, as the query is rarer
 
 }  // namespace
 
-Candidates::Candidates(const Connection* index, const Query& query) : index_(index), query_(query) {
+Candidates::Candidates(const Connection* index, const Query& query)
+    : index_(index), last_(ranges_.end()) {
   if (index == nullptr) return;
   state_ = read_state(*index);
   shards_ = read_shards(*index);
+  if (shards_.empty() && state_.highest > 0) index->fail(SQLITE_CORRUPT);
+  match_ = choose_match(query);
 }
 
-const Shard* Candidates::shard_of(int64_t id) const {
+std::string Candidates::choose_match(const Query& query) {
+  std::vector<MatchExpression::Token> tokens = query.tokens();
+  if (!shards_.empty()) {
+    const std::string newest = shard_table(shards_.back().number);
+    tokens = selective_tokens(*index_, newest, state_.highest, messages(), tokens);
+  }
+  has_prefix_ = tokens.back().is_prefix;
+  return MatchExpression::text(tokens);
+}
+
+bool Candidates::may_match(int64_t id) {
+  if (id < 1 || id > state_.highest) return true;
+  const Range* range = range_of(id);
+  if (range == nullptr) {
+    if (++questions_ <= (has_prefix_ ? kPrefixQuestions : kQuestions)) return true;
+    questions_ = 0;
+    range = read_around(id);
+  }
+  return std::binary_search(range->ids.begin(), range->ids.end(), id);
+}
+
+// The next question is usually about the same range.
+const Candidates::Range* Candidates::range_of(int64_t id) {
+  if (last_ == ranges_.end() || id < last_->first || id > last_->second.end) {
+    last_ = ranges_.upper_bound(id);
+    if (last_ == ranges_.begin()) {
+      last_ = ranges_.end();
+      return nullptr;
+    }
+    --last_;
+  }
+  return id <= last_->second.end ? &last_->second : nullptr;
+}
+
+// Reads ids around this one, up to the ranges that were read already.
+const Candidates::Range* Candidates::read_around(int64_t id) {
+  const std::size_t shard = shard_of(id);
+  int64_t begin = shards_[shard].first_id;
+  int64_t end = end_of(shard);
+  if (!has_prefix_) {
+    const int64_t size = kSmallest << std::min(readings_++, kDoublings);
+    begin = std::max(begin, id - id % size);
+    end = std::min(end, id - id % size + size - 1);
+  }
+  const auto after = ranges_.upper_bound(id);
+  if (after != ranges_.end()) end = std::min(end, after->first - 1);
+  if (after != ranges_.begin()) begin = std::max(begin, std::prev(after)->second.end + 1);
+  Range& range = ranges_[begin];
+  range.end = end;
+  read(shard, begin, end, std::numeric_limits<std::size_t>::max(), &range.ids);
+  return &range;
+}
+
+int64_t Candidates::messages() const {
+  int64_t result = 0;
+  for (const Shard& shard : shards_) result += shard.messages;
+  return result;
+}
+
+std::size_t Candidates::estimate() {
+  if (shards_.empty()) return 0;
+  const Shard& newest = shards_.back();
+  const int64_t begin =
+      has_prefix_ ? newest.first_id : std::max(newest.first_id, state_.highest - kEstimated + 1);
+  Range range;
+  range.end = end_of(shards_.size() - 1);
+  read(shards_.size() - 1, begin, range.end, std::numeric_limits<std::size_t>::max(), &range.ids);
+  const int64_t looked_at =
+      std::max<int64_t>(1, std::min(newest.messages, state_.highest - begin + 1));
+  const std::size_t found = range.ids.size();
+  keep(begin, std::move(range));
+  return found * static_cast<std::size_t>(messages() / looked_at);
+}
+
+std::optional<std::vector<int64_t>> Candidates::all(std::size_t limit, const TimeBudget& budget) {
+  std::vector<int64_t> result;
+  for (std::size_t shard = shards_.size(); shard-- > 0;) {
+    if (budget.is_over() || !read_shard(shard, limit - result.size())) return std::nullopt;
+    const std::vector<int64_t>& ids = ranges_[shards_[shard].first_id].ids;
+    if (ids.size() > limit - result.size()) return std::nullopt;
+    result.insert(result.end(), ids.begin(), ids.end());
+  }
+  return result;
+}
+
+// Makes the shard one range. False if it has more candidates; those of a prefix are kept
+// nevertheless.
+bool Candidates::read_shard(std::size_t shard, std::size_t limit) {
+  Range range;
+  const int64_t begin = shards_[shard].first_id;
+  range.end = end_of(shard);
+  if (has_prefix_) limit = std::numeric_limits<std::size_t>::max();
+  if (!read(shard, begin, range.end, limit, &range.ids)) return false;
+  keep(begin, std::move(range));
+  return true;
+}
+
+void Candidates::keep(int64_t begin, Range range) {
+  ranges_.erase(ranges_.lower_bound(begin), ranges_.upper_bound(range.end));
+  ranges_[begin] = std::move(range);
+  last_ = ranges_.end();
+}
+
+// False if there are more than `limit`.
+bool Candidates::read(std::size_t shard, int64_t begin, int64_t end, std::size_t limit,
+                      std::vector<int64_t>* ids) {
+  Statement& rows = statement(shards_[shard].number);
+  rows.bind(std::string_view(match_), begin, std::min(end, state_.highest));
+  while (rows.row()) {
+    if (ids->size() == limit) {
+      rows.reset();
+      return false;
+    }
+    ids->push_back(rows.integer(0));
+  }
+  return true;
+}
+
+std::size_t Candidates::shard_of(int64_t id) const {
   const auto after =
       std::upper_bound(shards_.begin(), shards_.end(), id,
                        [](int64_t value, const Shard& shard) { return value < shard.first_id; });
-  return after == shards_.begin() ? nullptr : &*std::prev(after);
+  if (after == shards_.begin()) index_->fail(SQLITE_CORRUPT);
+  return static_cast<std::size_t>(after - shards_.begin()) - 1;
 }
 
 int64_t Candidates::end_of(std::size_t shard) const {
   if (shard + 1 == shards_.size()) return std::numeric_limits<int64_t>::max();
   return shards_[shard + 1].first_id - 1;
-}
-
-int64_t Candidates::block_of(int64_t id) const {
-  if (!query_.has_prefix()) return id >> kBlockBits;
-  const Shard* const shard = shard_of(id);
-  return shard == nullptr ? 0 : shard->first_id;
-}
-
-// The next question is usually about the same block.
-Candidates::Block& Candidates::block(int64_t number) {
-  if (last_block_ == nullptr || number != last_number_) {
-    last_block_ = &blocks_[number];
-    last_number_ = number;
-  }
-  return *last_block_;
-}
-
-bool Candidates::may_match(int64_t id) {
-  if (id < 1 || id > state_.highest) return true;
-  const int64_t number = block_of(id);
-  Block& block = this->block(number);
-  if (!block.is_loaded) {
-    if (++block.questions <= (query_.has_prefix() ? kPrefixQuestions : kQuestions)) return true;
-    load(number, &block);
-  }
-  return std::binary_search(block.ids.begin(), block.ids.end(), id);
-}
-
-void Candidates::load(int64_t block, Block* result) {
-  int64_t begin = block;
-  int64_t end = block;
-  if (query_.has_prefix()) {
-    end = end_of(static_cast<std::size_t>(shard_of(block) - shards_.data()));
-  } else {
-    begin = block << kBlockBits;
-    end = begin + (int64_t{1} << kBlockBits) - 1;
-  }
-  for (std::size_t i = 0; i < shards_.size(); ++i) {
-    if (shards_[i].first_id > end || end_of(i) < begin) continue;
-    load_part(i, begin, end, &result->ids);
-  }
-  result->is_loaded = true;
-}
-
-void Candidates::load_part(std::size_t shard, int64_t begin, int64_t end,
-                           std::vector<int64_t>* ids) {
-  Statement& rows = statement(shards_[shard].number);
-  rows.bind(std::string_view(query_.match()), begin, std::min(end, end_of(shard)));
-  while (rows.row()) ids->push_back(rows.integer(0));
-}
-
-std::optional<std::vector<int64_t>> Candidates::all(std::size_t limit, const TimeBudget& budget) {
-  std::vector<int64_t> ids;
-  for (std::size_t i = shards_.size(); i-- > 0;) {
-    if (budget.is_over()) return std::nullopt;
-    Statement& rows = statement(shards_[i].number);
-    rows.bind(std::string_view(query_.match()), std::max<int64_t>(shards_[i].first_id, 1),
-              std::min(end_of(i), state_.highest));
-    while (rows.row()) {
-      ids.push_back(rows.integer(0));
-      if (ids.size() <= limit) continue;
-      rows.reset();
-      return std::nullopt;
-    }
-  }
-  return ids;
 }
 
 Statement& Candidates::statement(int64_t number) {

@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "addons/search/connection.h"
@@ -18,7 +17,7 @@
 
 namespace Corvan::search {
 
-// The index is read in a transaction of the caller's.
+// The index is read in a transaction of the caller's. What was read is kept.
 class Candidates {
  public:
   // `index` may be null; then every message may match.
@@ -27,37 +26,49 @@ class Candidates {
   // Messages above this id, and below 1, are not in the index.
   int64_t highest() const { return state_.highest; }
 
-  // Whether the message may match the query. The index is asked for a block of ids only after some
-  // questions about it, because looking at a few messages takes less time.
+  // Whether FTS5 must look up all tokens with a given beginning. It merges their lists each time,
+  // for the whole table.
+  bool has_prefix() const { return has_prefix_; }
+
+  // Whether the message may match the query. Among ids that were not read yet, the first questions
+  // are answered with true, because looking at a few messages takes less time than reading.
   bool may_match(int64_t id);
+
+  // About how many messages in the index may match: as many as among the newest ones.
+  std::size_t estimate();
 
   // The ids of all messages in the index that may match; nothing if there are more than `limit`, or
   // the time is over.
   std::optional<std::vector<int64_t>> all(std::size_t limit, const TimeBudget& budget);
 
  private:
-  struct Block {
-    int questions = 0;
-    bool is_loaded = false;
+  struct Range {
+    int64_t end = 0;
     std::vector<int64_t> ids;
   };
 
-  int64_t block_of(int64_t id) const;
-  Block& block(int64_t number);
-  const Shard* shard_of(int64_t id) const;
-  void load(int64_t block, Block* result);
-  void load_part(std::size_t shard, int64_t begin, int64_t end, std::vector<int64_t>* ids);
+  int64_t messages() const;
+  std::string choose_match(const Query& query);
+  const Range* range_of(int64_t id);
+  const Range* read_around(int64_t id);
+  bool read_shard(std::size_t shard, std::size_t limit);
+  bool read(std::size_t shard, int64_t begin, int64_t end, std::size_t limit,
+            std::vector<int64_t>* ids);
+  void keep(int64_t begin, Range range);
+  std::size_t shard_of(int64_t id) const;
   int64_t end_of(std::size_t shard) const;
   Statement& statement(int64_t number);
 
   const Connection* const index_;
-  const Query& query_;
   State state_;
   std::vector<Shard> shards_;
+  bool has_prefix_ = false;
+  std::string match_;
   std::map<int64_t, std::unique_ptr<Statement>> statements_;  // by the shard's number
-  std::unordered_map<int64_t, Block> blocks_;                 // by block_of()
-  Block* last_block_ = nullptr;
-  int64_t last_number_ = 0;  // of it
+  std::map<int64_t, Range> ranges_;                           // by their first id
+  std::map<int64_t, Range>::const_iterator last_;             // the range of the last question
+  int questions_ = 0;
+  int readings_ = 0;
 };
 
 }  // namespace Corvan::search

@@ -78,7 +78,7 @@ std::unique_ptr<Block> compute_block(std::size_t number) {
 
 }  // namespace
 
-std::atomic<const Traits*> traits_blocks[0x110000 / kTraitsPerBlock];
+std::array<std::atomic<const Traits*>, 0x110000 / kTraitsPerBlock> traits_blocks;
 
 // Blocks are never released. Two threads may compute the same block; one of the results is kept.
 const Traits* make_traits_block(std::size_t number) {

@@ -4,6 +4,7 @@
 #ifndef ADDONS_SEARCH_CODE_POINT_H_
 #define ADDONS_SEARCH_CODE_POINT_H_
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -39,7 +40,7 @@ class Traits {
 constexpr std::size_t kTraitsPerBlock = 256;
 
 // The first entry of each block; null until the block is needed first.
-extern std::atomic<const Traits*> traits_blocks[0x110000 / kTraitsPerBlock];
+extern std::array<std::atomic<const Traits*>, 0x110000 / kTraitsPerBlock> traits_blocks;
 const Traits* make_traits_block(std::size_t number);
 
 // The code point must be below 0x110000. May throw std::bad_alloc.

@@ -9,7 +9,10 @@ namespace Corvan::search {
 
 namespace {
 
-constexpr int64_t kFirst = 500;     // messages; a query that many of them match is soon answered
+// A query that many messages match is answered by so many of them. Looking at the messages
+// themselves takes longer than at candidates.
+constexpr int64_t kFirst = 512;
+constexpr int64_t kFirstOfPrefix = 256;
 constexpr std::size_t kFew = 1000;  // candidates; reading them takes about a millisecond
 constexpr int64_t kLeast = 64;      // messages that a call gets further, even if the time is over
 constexpr int64_t kMessagesBetweenLooks = 16;  // at the clock
@@ -24,9 +27,10 @@ bool is_listed(const std::vector<Element>& list, const Value& value) {
   return list.empty() || std::find(list.begin(), list.end(), value) != list.end();
 }
 
-std::string head_query() {
-  return std::string("select ") + kMessageTime +
-         ",session_id,session_type,object_name,sender from t_message where id=?";
+std::string head_query(bool has_time_order, bool has_filter) {
+  return std::string("select ") + (has_time_order ? "sent_time" : kMessageTime) +
+         (has_filter ? ",session_id,session_type,object_name,sender" : "") +
+         " from t_message where id=?";
 }
 
 // The messages at ?1, those with ids below ?2; or the messages before ?1, those from ?2 on. ?3 is
@@ -55,10 +59,10 @@ Finding::Finding(StoreReader* store, Candidates* candidates, const Query& query,
                   !options.object_names.empty()),
       has_time_order_(store->has_time_order()),
       before_(options.before),
-      head_(store->connection(), head_query()) {}
+      head_(store->connection(), head_query(has_time_order_, has_filter_)) {}
 
 SearchResults Finding::run() {
-  if (!walk(kFirst)) return std::move(results_);
+  if (!walk(candidates_.has_prefix() ? kFirstOfPrefix : kFirst)) return std::move(results_);
   if (const auto ids = few_candidates()) {
     look_at(*ids);
   } else {
@@ -69,7 +73,7 @@ SearchResults Finding::run() {
 
 std::optional<std::vector<int64_t>> Finding::few_candidates() {
   std::vector<int64_t> ids;
-  if (!add_unindexed(&ids)) return std::nullopt;
+  if (!add_unindexed(&ids) || candidates_.estimate() > 2 * kFew) return std::nullopt;
   const auto indexed = candidates_.all(kFew - ids.size(), budget_);
   if (!indexed) return std::nullopt;
   ids.insert(ids.end(), indexed->begin(), indexed->end());
@@ -162,13 +166,16 @@ bool Finding::is_found(int64_t id) {
 bool Finding::is_wanted(int64_t id, SearchPlace* place) {
   if (!head_.bind(id).row()) return false;
   *place = {head_.integer(0), id};
-  const bool is_wanted =
-      is_in_range(*place) && (!options_.session_id || head_.text(1) == *options_.session_id) &&
-      is_listed(options_.session_types, static_cast<SessionType>(head_.integer(2))) &&
-      is_listed(options_.object_names, head_.text(3)) &&
-      (!options_.sender || head_.text(4) == *options_.sender);
+  const bool is_wanted = is_in_range(*place) && (!has_filter_ || passes_filter());
   head_.reset();
   return is_wanted;
+}
+
+bool Finding::passes_filter() const {
+  return (!options_.session_id || head_.text(1) == *options_.session_id) &&
+         is_listed(options_.session_types, static_cast<SessionType>(head_.integer(2))) &&
+         is_listed(options_.object_names, head_.text(3)) &&
+         (!options_.sender || head_.text(4) == *options_.sender);
 }
 
 bool Finding::is_in_range(const SearchPlace& place) const {

@@ -41,6 +41,7 @@ class Finding {
   bool is_over() const;
   bool is_found(int64_t id);
   bool is_wanted(int64_t id, SearchPlace* place);
+  bool passes_filter() const;
   bool is_in_range(const SearchPlace& place) const;
   bool matches(int64_t id);
   // Both return false when the search ends here.

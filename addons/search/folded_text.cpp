@@ -43,8 +43,8 @@ bool is_ascii(char c) {
 // The ASCII characters at the beginning that are clusters of their own. The last one may have a
 // mark.
 std::size_t ascii_size(std::string_view text) {
-  const auto end = std::find_if_not(text.begin(), text.end(), is_ascii);
-  const auto size = static_cast<std::size_t>(end - text.begin());
+  std::size_t size = 0;
+  while (size < text.size() && is_ascii(text[size])) ++size;
   return size == text.size() || size == 0 ? size : size - 1;
 }
 

@@ -40,7 +40,7 @@ class FoldedText {
     std::size_t end;
   };
 
-  void fold(std::string_view original);
+  void fold(std::string_view rest);
   void fold_with_origins(std::string_view original);
   std::size_t add_ascii(std::string_view rest);
   std::size_t add_simple(std::string_view rest);

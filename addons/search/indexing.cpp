@@ -1,8 +1,5 @@
 #include "addons/search/indexing.h"
 
-#include <algorithm>
-#include <limits>
-
 #include "addons/search/fitting.h"
 #include "addons/search/log_line.h"
 #include "addons/search/tidying.h"
@@ -11,6 +8,8 @@ namespace Corvan::search {
 
 namespace {
 
+// Larger ids, which no store gives, are never indexed.
+constexpr int64_t kLastId = int64_t{1} << 62;
 constexpr int64_t kBatch = 8192;
 constexpr int kMessagesBetweenLooks = 16;  // at the clock
 // Merging has steps of this length; a shorter budget leaves it to a later call.
@@ -79,6 +78,7 @@ SearchWork Indexing::catch_up(const TimeBudget& budget) {
   SearchWork work;
   use([&] {
     work = {};
+    files_->index.reload();
     cut_to_store(&files_->index, &files_->store);
     do {
       work.complete = index_batch(budget, &work);
@@ -90,13 +90,12 @@ SearchWork Indexing::catch_up(const TimeBudget& budget) {
 
 // One transaction. True if all messages are indexed.
 bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
-  constexpr int64_t kLast = std::numeric_limits<int64_t>::max();
   IndexWriter& index = files_->index;
   index.reload();
   const int64_t begin = index.state().highest + 1;
   if (begin > files_->store.newest_id()) return true;
   IndexChange change(&index);
-  Statement& rows = files_->store.messages(index.state().highest + 1, kLast, kBatch);
+  Statement& rows = files_->store.messages(begin, kLastId, kBatch);
   int64_t count = 0;
   bool has_more = rows.row();
   while (has_more) {
@@ -116,6 +115,7 @@ void Indexing::changed(int64_t id) {
     IndexChange change(&files_->index);
     if (id < 1 || id > files_->index.state().highest) return;
     if (const auto content = files_->store.content(id)) {
+      if (fingerprint(*content) == files_->index.fingerprints().of(id)) return;
       files_->index.replace(id, *content);
     } else {
       files_->index.forget(id);

@@ -74,7 +74,7 @@ bool MatchExpression::Token::operator<(const Token& other) const {
   return text.size() > other.text.size();
 }
 
-std::vector<MatchExpression::Token> MatchExpression::chosen() const {
+std::vector<MatchExpression::Token> MatchExpression::tokens() const {
   std::vector<Token> all;
   for (const std::string& token : tokens_) all.push_back({token, false});
   for (const std::string& prefix : prefixes_) {
@@ -85,19 +85,14 @@ std::vector<MatchExpression::Token> MatchExpression::chosen() const {
   return all;
 }
 
-std::string MatchExpression::text() const {
+std::string MatchExpression::text(const std::vector<Token>& tokens) {
   std::string text;
-  for (const Token& token : chosen()) {
+  for (const Token& token : tokens) {
     if (!text.empty()) text += " AND ";
     text += '"' + token.text + '"';
     if (token.is_prefix) text += " *";
   }
   return text;
-}
-
-bool MatchExpression::has_prefix() const {
-  const std::vector<Token> all = chosen();
-  return !all.empty() && all.back().is_prefix;
 }
 
 }  // namespace Corvan::search

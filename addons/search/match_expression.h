@@ -5,6 +5,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 #include "addons/search/term.h"
 
@@ -13,25 +14,25 @@ namespace Corvan::search {
 // Collects tokens that each text with the terms has in the index, or beginnings of such tokens.
 class MatchExpression {
  public:
-  void add(const Term& term);
-
-  // All tokens, joined by AND; the most useful ones if there are many. Empty if no term was added.
-  std::string text() const;
-
-  // Whether text() has a beginning.
-  bool has_prefix() const;
-
- private:
+  // A token, or the beginning of one.
   struct Token {
     std::string text;
     bool is_prefix;
     bool operator<(const Token& other) const;
   };
 
+  void add(const Term& term);
+
+  // All tokens; the most useful ones if there are many. Empty if no term was added.
+  std::vector<Token> tokens() const;
+
+  // An FTS5 expression for a table with the tokenizer kTokenizer: these tokens, joined by AND.
+  static std::string text(const std::vector<Token>& tokens);
+
+ private:
   void add_word(std::string_view word, bool is_prefix);
   void add_unspaced(std::string_view chunk);
   bool is_covered(const std::string& prefix) const;
-  std::vector<Token> chosen() const;
 
   std::set<std::string> tokens_;
   std::set<std::string> prefixes_;

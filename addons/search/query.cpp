@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "addons/search/folded_text.h"
-#include "addons/search/match_expression.h"
 #include "addons/search/query_parser.h"
 
 namespace Corvan::search {
@@ -17,7 +16,7 @@ constexpr std::size_t kManyTerms = 32;
 std::vector<Term> without_duplicates(std::vector<Term> terms) {
   const auto before = [](const Term& a, const Term& b) {
     if (a.folded().size() != b.folded().size()) return a.folded().size() > b.folded().size();
-    return a.folded() != b.folded() ? a.folded() < b.folded() : a.is_prefix() < b.is_prefix();
+    return a.folded() != b.folded() ? a.folded() < b.folded() : !a.is_prefix() && b.is_prefix();
   };
   std::sort(terms.begin(), terms.end(), before);
   const auto equal = [&](const Term& a, const Term& b) { return !before(a, b) && !before(b, a); };
@@ -51,8 +50,7 @@ Query::Query(std::string_view text) {
   if (terms_.size() > kManyTerms) table_.emplace(terms_);
   MatchExpression expression;
   for (const Term& term : terms_) expression.add(term);
-  match_ = expression.text();
-  has_prefix_ = expression.has_prefix();
+  tokens_ = expression.tokens();
 }
 
 bool Query::matches(std::string_view text) const {

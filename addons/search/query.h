@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "addons/search/match_expression.h"
 #include "addons/search/message_search.h"
 #include "addons/search/term.h"
 #include "addons/search/term_table.h"
@@ -21,12 +22,12 @@ class Query {
   // Whether nothing is left to search for.
   bool is_empty() const { return terms_.empty(); }
 
-  // Whether the index must look up all terms with a given beginning, which takes longer.
-  bool has_prefix() const { return has_prefix_; }
+  // An FTS5 expression with all tokens(), and whether one of them is a beginning.
+  std::string match() const { return MatchExpression::text(tokens_); }
+  bool has_prefix() const { return !tokens_.empty() && tokens_.back().is_prefix; }
 
-  // An FTS5 expression for a table with the tokenizer kTokenizer. Each text that matches the query
-  // also matches the expression.
-  const std::string& match() const { return match_; }
+  // What the index has for each text that matches.
+  const std::vector<MatchExpression::Token>& tokens() const { return tokens_; }
 
   bool matches(std::string_view text) const;
 
@@ -38,8 +39,7 @@ class Query {
 
   std::vector<Term> terms_;         // without duplicates, long ones first
   std::optional<TermTable> table_;  // if there are many terms
-  std::string match_;
-  bool has_prefix_ = false;
+  std::vector<MatchExpression::Token> tokens_;
 };
 
 }  // namespace Corvan::search

@@ -36,6 +36,7 @@ StoreReader::StoreReader(const std::string& file)
       connection_(file, SQLITE_OPEN_READONLY, SearchStatus::kStoreError, SearchStatus::kNoStore),
       messages_(ready(connection_),
                 "select id,content from t_message where id between ? and ? order by id limit ?"),
+      content_(connection_, "select content from t_message where id=?"),
       newest_id_(connection_, newest_id_query(connection_)),
       has_odd_time_(connection_, kOddTimeQuery),
       has_time_index_(connection_.number(kTimeIndexQuery) > 0) {
@@ -60,8 +61,8 @@ void StoreReader::rethrow() {
 }
 
 std::optional<std::string_view> StoreReader::content(int64_t id) {
-  if (!messages(id, id, 1).row()) return std::nullopt;
-  return messages_.text(1);
+  if (!content_.bind(id).row()) return std::nullopt;
+  return content_.text(0);
 }
 
 bool StoreReader::has_time_order() {

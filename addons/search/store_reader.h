@@ -62,6 +62,7 @@ class StoreReader {
   std::function<bool(int64_t)> wanted_;
   std::exception_ptr failure_;
   Statement messages_;
+  Statement content_;
   Statement newest_id_;
   Statement has_odd_time_;
   const bool has_time_index_;

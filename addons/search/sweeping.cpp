@@ -17,6 +17,7 @@ constexpr int64_t kVerifiedRows = 64;
 
 void Sweeping::run(const TimeBudget& budget, SearchWork* work) {
   index_.reload();
+  if (swept_to_ > index_.state().highest) verified_ = 0;
   if (verified_ == 0) swept_to_ = index_.state().swept_to;
   do {
     work->complete = step(budget, work);

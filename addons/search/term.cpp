@@ -64,10 +64,12 @@ Term::Term(std::string_view folded, bool is_prefix) : folded_(folded) {
   }
   is_prefix_ = is_prefix && was_word;
   if (was_word && !is_prefix) pieces_.back() += kGap;
+  for (const std::string& piece : pieces_) least_size_ += piece.size();
 }
 
 // The end of the term, which begins with its first piece at `begin`; npos if it is not there.
 std::size_t Term::end_of(std::string_view folded, std::size_t begin) const {
+  if (folded.size() - begin < least_size_) return kNone;
   std::size_t at = begin + pieces_.front().size();
   for (std::size_t i = 1; i < pieces_.size(); ++i) {
     if (at < folded.size() && folded[at] == kGap) ++at;
@@ -78,7 +80,9 @@ std::size_t Term::end_of(std::string_view folded, std::size_t begin) const {
 }
 
 bool Term::is_in(std::string_view folded) const {
-  const auto shorter = [](const std::string& a, const std::string& b) { return a.size() < b.size(); };
+  const auto shorter = [](const std::string& a, const std::string& b) {
+    return a.size() < b.size();
+  };
   const auto longest = std::max_element(pieces_.begin(), pieces_.end(), shorter);
   if (find(folded, *longest, 0) == kNone) return false;
   std::size_t at = find(folded, pieces_.front(), 0);

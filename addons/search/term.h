@@ -46,6 +46,7 @@ class Term {
   // The texts to find, one behind the other. Between two of them, both of unspaced characters, the
   // text may have a gap.
   std::vector<std::string> pieces_;
+  std::size_t least_size_ = 0;  // of all pieces together
 };
 
 }  // namespace Corvan::search

@@ -38,5 +38,15 @@ TEST(FuzzCorpusTest, ImportLines) {
 }
 #endif
 
+#if defined(CORVAN_SEARCH)
+TEST(FuzzCorpusTest, SearchQueries) {
+  check_all("search_query", check_search_query);
+}
+
+TEST(FuzzCorpusTest, SearchTokenizer) {
+  check_all("search_tokenizer", check_search_tokenizer);
+}
+#endif
+
 }  // namespace
 }  // namespace corvan_test

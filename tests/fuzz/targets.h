@@ -21,6 +21,13 @@ std::string check_operations(const uint8_t* data, std::size_t size);
 // Parses a line of a conversation log, and compares the result with one found without the parser.
 std::string check_import_line(const uint8_t* data, std::size_t size);
 
+// Searches for a query in a text, and for the text in itself. The input is the query, a line feed,
+// and the text.
+std::string check_search_query(const uint8_t* data, std::size_t size);
+
+// Indexes a text, checks its tokens, and finds the text with itself as the query.
+std::string check_search_tokenizer(const uint8_t* data, std::size_t size);
+
 }  // namespace corvan_test
 
 #endif  // TESTS_FUZZ_TARGETS_H_

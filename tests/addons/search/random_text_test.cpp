@@ -138,9 +138,11 @@ TEST(RandomTextTest, AgreesWithTheReference) {
 
 // Many terms are found in another way than few.
 TEST(RandomTextTest, ManyTermsAgreeWithTheReference) {
-  Random random(bound("CORVAN_SEARCH_SEED", 1, std::random_device()()));
+  const uint64_t seed = bound("CORVAN_SEARCH_SEED", 1, std::random_device()());
+  SCOPED_TRACE("CORVAN_SEARCH_SEED=" + std::to_string(seed));
+  Random random(seed);
   uint64_t matching = 0;
-  for (uint64_t i = 0; i < 300 && !testing::Test::HasFailure(); ++i) {
+  for (uint64_t i = 0; i < 100 && !testing::Test::HasFailure(); ++i) {
     std::string text;
     for (int part = 0; part < 40; ++part) text += random.text() + "\n";
     std::string written;
@@ -154,7 +156,7 @@ TEST(RandomTextTest, ManyTermsAgreeWithTheReference) {
       matching += matches ? 1U : 0U;
     }
   }
-  EXPECT_GT(matching, 100U);
+  EXPECT_GT(matching, 50U);
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <deque>
 #include <set>
 #include <utility>
 
@@ -144,46 +146,54 @@ bool is_asterisk(const std::string& cluster) {
   return cluster == "*" || cluster == "＊";
 }
 
-// Splits the query into terms without interpreting their text.
-std::vector<Term> terms_of(const std::string& query) {
-  std::vector<std::pair<std::vector<std::string>, bool>> parts = {{{}, false}};  // clusters, quoted
+// A part of a query between spaces and quotation marks.
+struct Part {
+  std::deque<std::string> clusters;
   bool is_quoted = false;
+  bool follows_quotation = false;
+};
+
+std::vector<Part> parts_of(const std::string& query) {
+  std::vector<Part> parts(1);
   const std::vector<std::size_t> borders = cluster_borders(query);
   for (std::size_t i = 0; i + 1 < borders.size(); ++i) {
     const std::string cluster = query.substr(borders[i], borders[i + 1] - borders[i]);
+    const bool was_quoted = parts.back().is_quoted;
     if (is_quote(cluster)) {
-      is_quoted = !is_quoted;
-      parts.push_back({{}, is_quoted});
-    } else if (is_space(cluster) && !is_quoted) {
-      parts.push_back({{" "}, false});
+      parts.push_back({{}, !was_quoted, was_quoted});
+    } else if (is_space(cluster) && !was_quoted) {
+      parts.emplace_back();
     } else {
-      parts.back().first.push_back(cluster);
+      parts.back().clusters.push_back(cluster);
     }
   }
+  return parts;
+}
+
+// Removes asterisks at one end.
+bool strip_last(std::deque<std::string>& clusters) {
+  const std::size_t size = clusters.size();
+  while (!clusters.empty() && is_asterisk(clusters.back())) clusters.pop_back();
+  return clusters.size() < size;
+}
+
+bool strip_first(std::deque<std::string>& clusters) {
+  const std::size_t size = clusters.size();
+  while (!clusters.empty() && is_asterisk(clusters.front())) clusters.pop_front();
+  return clusters.size() < size;
+}
+
+std::vector<Term> terms_of(const std::string& query) {
   std::vector<Term> terms;
-  for (std::size_t p = 0; p < parts.size(); ++p) {
-    std::vector<std::string>& clusters = parts[p].first;
-    Term term;
-    const auto strip = [&term, &clusters] {
-      while (!clusters.empty() && is_asterisk(clusters.back())) {
-        clusters.pop_back();
-        term.is_prefix = true;
-      }
-    };
-    if (!parts[p].second) strip();
-    const bool closed = parts[p].second && p + 1 < parts.size();
-    if (closed) {
-      std::vector<std::string>& next = parts[p + 1].first;
-      while (!next.empty() && is_asterisk(next.front())) {
-        next.erase(next.begin());
-        term.is_prefix = true;
-      }
-    }
+  for (Part& part : parts_of(query)) {
+    if (part.follows_quotation && strip_first(part.clusters)) terms.back().is_prefix = true;
+    const bool is_prefix = !part.is_quoted && strip_last(part.clusters);
     Units units;
-    for (const std::string& cluster : clusters) units.add(cluster);
-    term.units = units.units;
-    if (!term.units.empty()) terms.push_back(term);
+    for (const std::string& cluster : part.clusters) units.add(cluster);
+    terms.push_back({units.units, is_prefix});
   }
+  const auto is_empty = [](const Term& term) { return term.units.empty(); };
+  terms.erase(std::remove_if(terms.begin(), terms.end(), is_empty), terms.end());
   return terms;
 }
 

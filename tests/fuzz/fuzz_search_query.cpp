@@ -1,0 +1,13 @@
+// Entry point of the fuzzer for queries of the search.
+
+#include <cstdlib>
+#include <iostream>
+
+#include "tests/fuzz/targets.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  const std::string wrong = corvan_test::check_search_query(data, size);
+  if (wrong.empty()) return 0;
+  std::cerr << wrong << std::endl;
+  std::abort();
+}
