@@ -24,8 +24,10 @@ constexpr int kDoublings = 6;         // the next ranges are larger, as the quer
 Candidates::Candidates(const Connection* index, const Query& query)
     : index_(index), last_(ranges_.end()) {
   if (index == nullptr) return;
-  state_ = read_state(*index);
-  shards_ = read_shards(*index);
+  Statement state(*index, kStateQuery);
+  state_ = read_state(&state);
+  Statement shards(*index, kShardQuery);
+  shards_ = read_shards(&shards);
   if (shards_.empty() && state_.highest > 0) index->fail(SQLITE_CORRUPT);
   match_ = choose_match(query);
 }

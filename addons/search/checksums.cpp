@@ -59,6 +59,8 @@ std::string data_query(int64_t number, const char* condition) {
 
 Checksums::Checksums(const Connection& index)
     : index_(index),
+      savepoint_(index, "savepoint terms"),
+      release_(index, "release terms"),
       insert_(index, "insert or replace into checksum values(?,?,?)"),
       delete_(index, "delete from checksum where number=? and id=?") {
   sqlite3_update_hook(index.handle(), on_change, this);
@@ -82,8 +84,8 @@ void Checksums::on_change(void* self, int /*operation*/, const char* /*database*
 
 // FTS5 keeps new terms in memory until the transaction ends or a savepoint is set.
 void Checksums::record() {
-  index_.run("savepoint terms");
-  index_.run("release terms");
+  savepoint_.bind().run();
+  release_.bind().run();
   if (is_incomplete_) throw std::bad_alloc();
   std::sort(changed_.begin(), changed_.end());
   changed_.erase(std::unique(changed_.begin(), changed_.end()), changed_.end());
@@ -93,9 +95,16 @@ void Checksums::record() {
 }
 
 void Checksums::record_row(int64_t number, int64_t id) {
-  Statement row(index_, data_query(number, "id=?"));
+  Statement& row = data_row(number);
   const bool exists = row.bind(id).row();
   write(number, id, exists ? static_cast<int64_t>(hash_of(row.blob(1))) : 0, exists);
+  row.reset();
+}
+
+Statement& Checksums::data_row(int64_t number) {
+  std::unique_ptr<Statement>& row = data_rows_[number];
+  if (row == nullptr) row = std::make_unique<Statement>(index_, data_query(number, "id=?"));
+  return *row;
 }
 
 void Checksums::record_segments() {
@@ -118,6 +127,7 @@ void Checksums::write(int64_t number, int64_t id, int64_t hash, bool exists) {
 }
 
 void Checksums::remove(int64_t number) {
+  data_rows_.erase(number);
   Statement(index_, "delete from checksum where number=?").bind(number).run();
 }
 

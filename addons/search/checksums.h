@@ -4,6 +4,8 @@
 #define ADDONS_SEARCH_CHECKSUMS_H_
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,15 +43,19 @@ class Checksums {
                         sqlite3_int64 row) noexcept;
   void record_row(int64_t number, int64_t id);
   void record_segments();
+  Statement& data_row(int64_t number);
   void write(int64_t number, int64_t id, int64_t hash, bool exists);
   bool segments_agree(int64_t number) const;
   bool rows_agree(int64_t number, int64_t* position, int64_t limit) const;
 
   const Connection& index_;
+  Statement savepoint_;
+  Statement release_;
   Statement insert_;
   Statement delete_;
-  std::vector<std::pair<int64_t, int64_t>> changed_;  // shard, row
-  bool is_incomplete_ = false;                        // memory ran out
+  std::map<int64_t, std::unique_ptr<Statement>> data_rows_;  // by the shard
+  std::vector<std::pair<int64_t, int64_t>> changed_;         // shard, row
+  bool is_incomplete_ = false;                               // memory ran out
 };
 
 }  // namespace Corvan::search

@@ -150,26 +150,29 @@ bool delete_index(const std::string& file) {
   return is_deleted;
 }
 
-State read_state(const Connection& index) {
-  Statement row(index, "select highest,swept_to,is_swept,next_number from state");
-  if (!row.row()) index.fail(SQLITE_CORRUPT);
+const char* const kStateQuery = "select highest,swept_to,is_swept,next_number from state";
+
+State read_state(Statement* rows) {
+  if (!rows->bind().row()) throw SqlError(SearchStatus::kIndexError, SQLITE_CORRUPT, "no state");
   State state;
-  state.highest = row.integer(0);
-  state.swept_to = row.integer(1);
-  state.is_swept = row.integer(2) != 0;
-  state.next_number = row.integer(3);
+  state.highest = rows->integer(0);
+  state.swept_to = rows->integer(1);
+  state.is_swept = rows->integer(2) != 0;
+  state.next_number = rows->integer(3);
+  rows->reset();
   return state;
 }
 
-std::vector<Shard> read_shards(const Connection& index) {
-  Statement row(index,
-                "select first_id,number,messages,stale,unmerged,is_merging,building,built_to,"
-                "stale_built from shard order by first_id");
+const char* const kShardQuery =
+    "select first_id,number,messages,stale,unmerged,is_merging,building,built_to,stale_built "
+    "from shard order by first_id";
+
+std::vector<Shard> read_shards(Statement* rows) {
   std::vector<Shard> shards;
-  while (row.row()) {
-    shards.push_back({row.integer(0), row.integer(1), row.integer(2), row.integer(3),
-                      row.integer(4), row.integer(5) != 0, row.integer(6), row.integer(7),
-                      row.integer(8)});
+  for (rows->bind(); rows->row();) {
+    shards.push_back({rows->integer(0), rows->integer(1), rows->integer(2), rows->integer(3),
+                      rows->integer(4), rows->integer(5) != 0, rows->integer(6), rows->integer(7),
+                      rows->integer(8)});
   }
   return shards;
 }

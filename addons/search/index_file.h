@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "addons/search/connection.h"
@@ -35,6 +36,11 @@ struct Shard {
   int64_t building = 0;     // number of the table that is to replace its table; 0: none
   int64_t built_to = 0;     // that table has the messages up to this id
   int64_t stale_built = 0;  // messages that it had with another content
+
+  auto values() const {
+    return std::make_tuple(first_id, number, messages, stale, unmerged, int64_t{is_merging},
+                           building, built_to, stale_built);
+  }
 };
 
 std::string shard_table(int64_t number);
@@ -53,9 +59,12 @@ bool delete_index(const std::string& file);
 // Whether this error says that the index is not as this library wrote it.
 bool is_damage(const SqlError& error);
 
-State read_state(const Connection& index);
-// From the oldest to the newest.
-std::vector<Shard> read_shards(const Connection& index);
+// Reads the table `state`. The statement is of kStateQuery.
+extern const char* const kStateQuery;
+State read_state(Statement* rows);
+// Reads the table `shard`, from the oldest to the newest. The statement is of kShardQuery.
+extern const char* const kShardQuery;
+std::vector<Shard> read_shards(Statement* rows);
 
 }  // namespace Corvan::search
 

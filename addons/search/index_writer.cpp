@@ -3,11 +3,18 @@
 #include <algorithm>
 #include <limits>
 #include <string>
+#include <tuple>
 
 namespace Corvan::search {
 
 IndexWriter::IndexWriter(const Connection& index)
-    : index_(index), fingerprints_(index), checksums_(index) {}
+    : index_(index),
+      state_rows_(index, kStateQuery),
+      shard_rows_(index, kShardQuery),
+      store_state_(index, "update state set highest=?,swept_to=?,is_swept=?,next_number=?"),
+      store_shard_(index, "insert or replace into shard values(?,?,?,?,?,?,?,?,?)"),
+      fingerprints_(index),
+      checksums_(index) {}
 
 Shard* IndexWriter::shard_of(int64_t id) {
   const auto after =
@@ -116,24 +123,30 @@ void IndexWriter::drop_table(int64_t number) {
 }
 
 void IndexWriter::reload() {
-  state_ = read_state(index_);
-  shards_ = read_shards(index_);
+  state_ = read_state(&state_rows_);
+  shards_ = read_shards(&shard_rows_);
+  stored_shards_ = shards_;
 }
 
 void IndexWriter::store() {
   fingerprints_.flush();
-  index_.run("delete from shard");
-  Statement insert(index_, "insert into shard values(?,?,?,?,?,?,?,?,?)");
-  for (const Shard& s : shards_) {
-    insert
-        .bind(s.first_id, s.number, s.messages, s.stale, s.unmerged, int64_t{s.is_merging},
-              s.building, s.built_to, s.stale_built)
-        .run();
-  }
-  Statement(index_, "update state set highest=?,swept_to=?,is_swept=?,next_number=?")
-      .bind(state_.highest, state_.swept_to, int64_t{state_.is_swept}, state_.next_number)
+  store_shards();
+  store_state_.bind(state_.highest, state_.swept_to, int64_t{state_.is_swept}, state_.next_number)
       .run();
   checksums_.record();
+}
+
+void IndexWriter::store_shards() {
+  if (shards_.size() < stored_shards_.size()) {
+    index_.run("delete from shard");
+    stored_shards_.clear();
+  }
+  for (std::size_t i = 0; i < shards_.size(); ++i) {
+    const auto values = shards_[i].values();
+    if (i < stored_shards_.size() && stored_shards_[i].values() == values) continue;
+    std::apply([this](const auto&... value) { store_shard_.bind(value...).run(); }, values);
+  }
+  stored_shards_ = shards_;
 }
 
 void IndexWriter::forget_changes() {

@@ -56,12 +56,18 @@ class IndexWriter {
 
   void store();
   void forget_changes();
+  void store_shards();
   Shard& shard_for_new(int64_t id);
   void set_messages(Shard* shard);
 
   const Connection& index_;
+  Statement state_rows_;
+  Statement shard_rows_;
+  Statement store_state_;
+  Statement store_shard_;
   State state_;
   std::vector<Shard> shards_;
+  std::vector<Shard> stored_shards_;  // as they are in the file
   Fingerprints fingerprints_;
   Checksums checksums_;
   std::map<int64_t, std::unique_ptr<Statement>> inserts_;  // by table

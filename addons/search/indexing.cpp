@@ -91,7 +91,6 @@ SearchWork Indexing::catch_up(const TimeBudget& budget) {
 // One transaction. True if all messages are indexed.
 bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
   IndexWriter& index = files_->index;
-  index.reload();
   const int64_t begin = index.state().highest + 1;
   if (begin > files_->store.newest_id()) return true;
   IndexChange change(&index);

@@ -49,8 +49,10 @@ SearchProgress Reading::progress() {
   SearchProgress progress;
   State state;
   if (index_ != nullptr) {
-    state = read_state(*index_);
-    for (const Shard& shard : read_shards(*index_)) progress.indexed += shard.messages;
+    Statement state_row(*index_, kStateQuery);
+    state = read_state(&state_row);
+    Statement shards(*index_, kShardQuery);
+    for (const Shard& shard : read_shards(&shards)) progress.indexed += shard.messages;
   }
   progress.waiting = std::max<int64_t>(store_->newest_id() - state.highest, 0);
   progress.is_swept = state.is_swept;
