@@ -121,18 +121,24 @@ class Transaction {
  public:
   // `begin` is "begin" or "begin immediate".
   Transaction(const Connection& connection, const char* begin) : connection_(connection) {
+    roll_back();  // an earlier one, if memory ran out when it was to be rolled back
     connection_.run(begin);
   }
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
-  ~Transaction() {
-    if (sqlite3_get_autocommit(connection_.handle()) == 0) {
-      sqlite3_exec(connection_.handle(), "rollback", nullptr, nullptr, nullptr);
-    }
-  }
+  ~Transaction() { roll_back(); }
   void commit() const { connection_.run("commit"); }
 
  private:
+  // Statements that still have a row would keep their snapshot.
+  void roll_back() const {
+    sqlite3* const handle = connection_.handle();
+    if (sqlite3_get_autocommit(handle) != 0) return;
+    sqlite3_stmt* stmt = nullptr;
+    while ((stmt = sqlite3_next_stmt(handle, stmt)) != nullptr) sqlite3_reset(stmt);
+    sqlite3_exec(handle, "rollback", nullptr, nullptr, nullptr);
+  }
+
   const Connection& connection_;
 };
 

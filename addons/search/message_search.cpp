@@ -110,12 +110,15 @@ SearchResults MessageSearch::find(const std::string& query, const SearchOptions&
   return results;
 }
 
-// A failure of the index only makes the search slower.
+// A failure of the index only makes the search slower. One of the store is found again, and logged,
+// by the reading half.
 void MessageSearch::prepare(std::chrono::microseconds catch_up) {
-  status_of([&] {
+  try {
     wait_until_open(indexing_.get());
     if (catch_up.count() > 0) catch_up_first(indexing_.get(), catch_up);
-  });
+  } catch (const search::SqlError& error) {
+    if (error.status() == SearchStatus::kIndexError) log_line(error.text());
+  }
 }
 
 SearchWork MessageSearch::catch_up(std::chrono::microseconds budget) {
@@ -162,9 +165,12 @@ std::vector<SearchRange> MessageSearch::snippet(const std::string& text, const s
 }
 
 bool MessageSearch::remove(const cvrtc::Pathname& folder) {
-  const std::string file = file_in(folder, kFileName);
-  const bool is_deleted = search::delete_index(file);
-  if (!is_deleted) log_line(file, ": cannot be deleted");
+  bool is_deleted = false;
+  status_of([&] {
+    const std::string file = file_in(folder, kFileName);
+    is_deleted = search::delete_index(file);
+    if (!is_deleted) log_line(file, ": cannot be deleted");
+  });
   return is_deleted;
 }
 

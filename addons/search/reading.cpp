@@ -54,7 +54,8 @@ SearchProgress Reading::progress() {
     Statement shards(*index_, kShardQuery);
     for (const Shard& shard : read_shards(&shards)) progress.indexed += shard.messages;
   }
-  progress.waiting = std::max<int64_t>(store_->newest_id() - state.highest, 0);
+  const int64_t newest = store_->connection().number("select max(id) from t_message");
+  progress.waiting = std::max<int64_t>(newest - state.highest, 0);
   progress.is_swept = state.is_swept;
   if (state.highest > 0) {
     progress.swept = static_cast<double>(state.swept_to) / static_cast<double>(state.highest);

@@ -62,7 +62,9 @@ void StoreReader::rethrow() {
 
 std::optional<std::string_view> StoreReader::content(int64_t id) {
   if (!content_.bind(id).row()) return std::nullopt;
-  return content_.text(0);
+  text_ = content_.text(0);
+  content_.reset();  // a statement with a row keeps its snapshot of the store
+  return text_;
 }
 
 bool StoreReader::has_time_order() {

@@ -63,6 +63,7 @@ class StoreReader {
   std::exception_ptr failure_;
   Statement messages_;
   Statement content_;
+  std::string text_;  // what content() has read
   Statement newest_id_;
   Statement has_odd_time_;
   const bool has_time_index_;
