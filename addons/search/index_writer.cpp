@@ -159,6 +159,7 @@ void IndexWriter::forget_changes() {
 IndexChange::IndexChange(IndexWriter* index)
     : index_(*index), transaction_(index->index_, "begin immediate") {
   index_.reload();
+  index_.forget_changes();  // another process may have changed the rows
 }
 
 IndexChange::~IndexChange() {

@@ -72,7 +72,7 @@ const char* to_text(SearchStatus status) {
     case SearchStatus::kIndexError:
       return "the index cannot be created, read or written";
     case SearchStatus::kBadQuery:
-      return "there is nothing to search for, or the query is too long";
+      return "there is nothing to search for, or the query or the limit is not valid";
     case SearchStatus::kNoMemory:
       return "memory ran out";
   }
