@@ -23,8 +23,8 @@ constexpr const char* kSettings =
     "pragma temp_store=memory";
 
 const std::string kSchema =
-    "create table state(tokenizer text,highest integer,swept_to integer,is_swept integer,"
-    "next_number integer);"
+    "create table state(tokenizer text,highest integer,swept_to integer,"
+    "verified_to integer,is_swept integer,next_number integer);"
     "create table shard(first_id integer primary key,number integer,messages integer,"
     "stale integer,unmerged integer,is_merging integer,building integer,built_to integer,"
     "stale_built integer);"
@@ -52,8 +52,8 @@ void create(const Connection& index) {
   execute(index, kSettings);
   const Transaction transaction(index, "begin immediate");
   execute(index, kSchema);
-  Statement(index, "insert into state values(?,0,0,0,1)")
-      .bind(std::string_view(tokenizer_version()))
+  Statement(index, "insert into state values(?,0,0,?,0,1)")
+      .bind(std::string_view(tokenizer_version()), Checksums::kEnd)
       .run();
   execute(index, "pragma application_id=" + std::to_string(kApplicationId) +
                      ";pragma user_version=" + std::to_string(kFormat));
@@ -151,15 +151,17 @@ bool delete_index(const std::string& file) {
   return is_deleted;
 }
 
-const char* const kStateQuery = "select highest,swept_to,is_swept,next_number from state";
+const char* const kStateQuery =
+    "select highest,swept_to,verified_to,is_swept,next_number from state";
 
 State read_state(Statement* rows) {
   if (!rows->bind().row()) throw SqlError(SearchStatus::kIndexError, SQLITE_CORRUPT, "no state");
   State state;
   state.highest = rows->integer(0);
   state.swept_to = rows->integer(1);
-  state.is_swept = rows->integer(2) != 0;
-  state.next_number = rows->integer(3);
+  state.verified_to = rows->integer(2);
+  state.is_swept = rows->integer(3) != 0;
+  state.next_number = rows->integer(4);
   rows->reset();
   return state;
 }

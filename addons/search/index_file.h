@@ -9,6 +9,7 @@
 #include <tuple>
 #include <vector>
 
+#include "addons/search/checksums.h"
 #include "addons/search/connection.h"
 
 namespace Corvan::search {
@@ -18,8 +19,10 @@ constexpr int64_t kShardSize = 131072;
 
 // The single row of the table `state`.
 struct State {
-  int64_t highest = 0;      // messages with larger ids are not indexed yet; ids begin with 1
-  int64_t swept_to = 0;     // the present sweep has compared the messages up to this id
+  int64_t highest = 0;   // messages with larger ids are not indexed yet; ids begin with 1
+  int64_t swept_to = 0;  // the present sweep has compared the messages up to this id
+  // The sweep's position in the checksums of the shard that ends there; its end if it is past them.
+  int64_t verified_to = Checksums::kEnd;
   bool is_swept = false;    // a sweep has reached the end
   int64_t next_number = 1;  // of a shard's table
 };

@@ -11,7 +11,8 @@ IndexWriter::IndexWriter(const Connection& index)
     : index_(index),
       state_rows_(index, kStateQuery),
       shard_rows_(index, kShardQuery),
-      store_state_(index, "update state set highest=?,swept_to=?,is_swept=?,next_number=?"),
+      store_state_(index,
+                   "update state set highest=?,swept_to=?,verified_to=?,is_swept=?,next_number=?"),
       store_shard_(index, "insert or replace into shard values(?,?,?,?,?,?,?,?,?)"),
       fingerprints_(index),
       checksums_(index) {}
@@ -86,7 +87,10 @@ void IndexWriter::cut_after(int64_t id) {
     shards_.back().built_to = std::min(shards_.back().built_to, id);
   }
   state_.highest = id;
-  state_.swept_to = std::min(state_.swept_to, id);
+  if (state_.swept_to > id) {
+    state_.swept_to = id;
+    state_.verified_to = Checksums::kEnd;
+  }
 }
 
 void IndexWriter::set_messages(Shard* shard) {
@@ -132,8 +136,8 @@ void IndexWriter::store() {
   fingerprints_.flush();
   store_shards();
   store_state_
-      .bind(state_.highest, state_.swept_to, static_cast<int64_t>(state_.is_swept),
-            state_.next_number)
+      .bind(state_.highest, state_.swept_to, state_.verified_to,
+            static_cast<int64_t>(state_.is_swept), state_.next_number)
       .run();
   checksums_.record();
 }

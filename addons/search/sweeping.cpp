@@ -17,8 +17,7 @@ constexpr int64_t kVerifiedRows = 64;
 
 void Sweeping::run(const TimeBudget& budget, SearchWork* work) {
   index_.reload();
-  if (swept_to_ > index_.state().highest) verified_ = 0;
-  if (verified_ == 0) swept_to_ = index_.state().swept_to;
+  load_position();
   do {
     work->complete = step(budget, work);
   } while (!work->complete && !budget.is_over());
@@ -204,22 +203,30 @@ bool Sweeping::finish(const TimeBudget& budget) {
     return false;
   }
   if (!tidy(&index_, budget)) return false;
-  swept_to_ = 0;
   rebuilt_.clear();
   IndexChange change(&index_);
   index_.state().swept_to = 0;
+  index_.state().verified_to = Checksums::kEnd;
   index_.state().is_swept = true;
   change.commit();
   Statement(index_.connection(), "pragma wal_checkpoint(truncate)").run();
   return true;
 }
 
-// A shard that is not verified yet is looked at again by the next process, from its last message.
+void Sweeping::load_position() {
+  swept_to_ = index_.state().swept_to;
+  verified_to_ = index_.state().verified_to;
+  const Shard* const shard = index_.shard_of(swept_to_);
+  verified_ = verified_to_ == Checksums::kEnd || shard == nullptr ? 0 : shard->number;
+}
+
 void Sweeping::save_position() {
-  const int64_t position = verified_ == 0 ? swept_to_ : swept_to_ - 1;
-  if (position == index_.state().swept_to) return;
+  const State& state = index_.state();
+  const int64_t verified_to = verified_ == 0 ? Checksums::kEnd : verified_to_;
+  if (state.swept_to == swept_to_ && state.verified_to == verified_to) return;
   IndexChange change(&index_);
-  index_.state().swept_to = position;
+  index_.state().swept_to = swept_to_;
+  index_.state().verified_to = verified_to;
   change.commit();
 }
 

@@ -29,8 +29,6 @@ constexpr int kMessages = 250;
 
 class SearchDamage : public SearchTest {
  protected:
-  static void SetUpTestSuite() { prefer_memory(); }
-
   void SetUp() override {
     SearchTest::SetUp();
     save_many(1, kMessages);

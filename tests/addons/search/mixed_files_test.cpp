@@ -29,8 +29,6 @@ using std::chrono::microseconds;
 
 class SearchMixedFiles : public SearchTest {
  protected:
-  static void SetUpTestSuite() { prefer_memory(); }
-
   // The files of the closed store.
   FileSet store_files() const {
     FileSet files = files_in_folder(folder.path(), "corvan");

@@ -58,6 +58,7 @@ class SearchTest : public testing::Test {
  protected:
   SearchTest();
   ~SearchTest() override;
+  static void SetUpTestSuite() { prefer_memory(); }
   void SetUp() override;
 
   bool open() const { return open_store_in(folder.path()); }

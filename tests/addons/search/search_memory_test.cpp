@@ -36,8 +36,6 @@ bool is_shortage(SearchStatus status) {
 
 class SearchMemory : public SearchTest {
  protected:
-  static void SetUpTestSuite() { prefer_memory(); }
-
   void SetUp() override {
     SearchTest::SetUp();
     save_many(1, kIndexed);
