@@ -56,14 +56,15 @@ bool LoggedMessages::next(MessageResponse& message) {
 
 GeneratedMessages::GeneratedMessages(int64_t count)
     : count_(count),
-      conversations_(static_cast<std::size_t>(std::max<int64_t>(20, count / kMessagesPerConversation))),
+      conversations_(
+          static_cast<std::size_t>(std::max<int64_t>(20, count / kMessagesPerConversation))),
       random_(kSeed) {}
 
 // The n-th conversation of the order of size has about the share of the square root of n.
 void GeneratedMessages::choose_conversation() {
   const double at = random_.unit();
-  conversation_ = std::min(conversations_ - 1, static_cast<std::size_t>(
-                                                   at * at * static_cast<double>(conversations_)));
+  conversation_ = std::min(conversations_ - 1,
+                           static_cast<std::size_t>(at * at * static_cast<double>(conversations_)));
 }
 
 bool GeneratedMessages::next(MessageResponse& message) {
@@ -84,7 +85,8 @@ bool GeneratedMessages::next(MessageResponse& message) {
   message.sent_time_ = time_;
   const bool is_picture = random_.chance(0.04);
   message.object_name_ = is_picture ? "CV:ImgMsg" : "CV:TxtMsg";
-  message.content_ = is_picture ? "IMG_" + std::to_string(random_.below(10'000)) + ".jpg" : content();
+  message.content_ =
+      is_picture ? "IMG_" + std::to_string(random_.below(10'000)) + ".jpg" : content();
   return true;
 }
 

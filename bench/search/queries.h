@@ -24,8 +24,8 @@ enum class QueryClass {
 };
 
 inline constexpr std::array kQueryClasses = {
-    QueryClass::kFrequent,  QueryClass::kRare,   QueryClass::kTwoWords, QueryClass::kChinese,
-    QueryClass::kCharacter, QueryClass::kAbsent, QueryClass::kPrefix,   QueryClass::kSingleLetter,
+    QueryClass::kFrequent,  QueryClass::kRare,    QueryClass::kTwoWords, QueryClass::kChinese,
+    QueryClass::kCharacter, QueryClass::kAbsent,  QueryClass::kPrefix,   QueryClass::kSingleLetter,
     QueryClass::kPhrase,    QueryClass::kFiltered};
 
 const char* name_of(QueryClass query_class);

@@ -19,7 +19,10 @@ constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz";
 class Sampler {
  public:
   Sampler(const std::string& store_file, std::size_t of_each_class)
-      : store_file_(store_file), of_each_class_(of_each_class), texts_(store_file), random_(kSeed) {}
+      : store_file_(store_file),
+        of_each_class_(of_each_class),
+        texts_(store_file),
+        random_(kSeed) {}
 
   std::vector<SearchQuery> sample();
 
@@ -157,6 +160,7 @@ Sampler::Words Sampler::absent_candidates() {
 
 void Sampler::add_absent() {
   const Words words = absent(store_file_, absent_candidates());
+  if (words.empty()) return;
   add_drawn(QueryClass::kAbsent,
             [&]() -> std::optional<Words> { return Words{random_.one_of(words)}; });
 }

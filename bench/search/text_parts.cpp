@@ -48,8 +48,8 @@ class Splitter {
     const std::size_t begin = at_;
     while (at_ < text_.size() && is_word(text_[at_])) ++at_;
     in_run_ = false;
-    const bool joined = (begin > 0 && !is_ascii(text_[begin - 1])) ||
-                        (at_ < text_.size() && !is_ascii(text_[at_]));
+    const bool joined =
+        (begin > 0 && !is_ascii(text_[begin - 1])) || (at_ < text_.size() && !is_ascii(text_[at_]));
     if (!joined) parts_.words.push_back(text_.substr(begin, at_ - begin));
   }
 

@@ -28,8 +28,8 @@ struct Share {
   double characters;
   double of_text;
 };
-constexpr std::array kShares = {Share{1, 0.04},    Share{10, 0.16},    Share{100, 0.45},
-                                Share{500, 0.78},  Share{1000, 0.90},  Share{2000, 0.975},
+constexpr std::array kShares = {Share{1, 0.04},     Share{10, 0.16},   Share{100, 0.45},
+                                Share{500, 0.78},   Share{1000, 0.90}, Share{2000, 0.975},
                                 Share{3500, 0.998}, Share{7000, 1.0}};
 
 constexpr std::u16string_view kFrequent =
