@@ -53,7 +53,7 @@ Effort effort_on_log(const Options& options) {
 
 Effort effort_on_generated(const Options& options) {
   if (options.quick) return {20'000, 1, 20, 1, 20, {50, 5, 50}};
-  return {options.full ? 5'000'000 : 1'000'000, 1, 200, 2, 100, {1000, 50, 2000}};
+  return {options.full ? 5'000'000 : 1'000'000, 1, 200, 2, 20, {1000, 50, 2000}};
 }
 
 class StoreComparison {
