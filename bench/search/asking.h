@@ -14,8 +14,9 @@ namespace corvan_bench {
 
 struct Answer {
   const SearchQuery* query;
-  double time;  // in microseconds
-  std::size_t messages;
+  double time = 0;       // in microseconds
+  double processor = 0;  // microseconds of processor time
+  std::size_t messages = 0;
 };
 
 // How long the newest 20 messages took a contender, query by query.
@@ -23,9 +24,9 @@ struct Asked {
   std::string contender;
   std::vector<Answer> answers;
 
-  Times of(QueryClass query_class) const;
+  Times of(QueryClass query_class, double Answer::*time = &Answer::time) const;
   // Of all classes but kSingleLetter.
-  Times usual() const;
+  Times usual(double Answer::*time = &Answer::time) const;
 };
 
 // Asks each contender, which is open, each query once, `warm_up` first queries without measuring
@@ -33,7 +34,8 @@ struct Asked {
 std::vector<Asked> ask(const std::vector<Contender*>& contenders,
                        const std::vector<SearchQuery>& queries, std::size_t warm_up);
 
-// Prints the times by class, and the slowest queries of the last contender.
+// Prints the times by class; of the last contender also processor times, on which other processes
+// have less influence, and the slowest queries.
 void print(const std::vector<Asked>& asked, const std::string& store, Report& report);
 
 }  // namespace corvan_bench

@@ -32,7 +32,7 @@ namespace {
 struct Effort {
   int64_t messages;             // at most
   int rounds;                   // of building
-  std::size_t queries;          // of each class, besides those that warm up
+  std::size_t queries;          // of each class
   std::size_t compared;         // of each class, for which all matches are compared
   std::size_t queries_of_like;  // it asks about this share
   CallCounts calls;
@@ -47,13 +47,13 @@ constexpr Log kLogs[] = {{"kdconv-zh.jsonl", 60}, {"ubuntu-irc.jsonl", 25}};
 constexpr int64_t kAll = 1'000'000'000;
 
 Effort effort_on_log(const Options& options) {
-  if (options.quick) return {5000, 1, 20, 1, 5, {50, 5, 50}};
-  return {kAll, 3, 200, 20, 10, {1000, 50, 2000}};
+  if (options.quick) return {5000, 1, 24, 1, 5, {50, 5, 50}};
+  return {kAll, 3, 240, 20, 10, {1000, 50, 2000}};
 }
 
 Effort effort_on_generated(const Options& options) {
-  if (options.quick) return {20'000, 1, 20, 1, 20, {50, 5, 50}};
-  return {options.full ? 5'000'000 : 1'000'000, 1, 200, 2, 20, {1000, 50, 2000}};
+  if (options.quick) return {20'000, 1, 24, 1, 20, {50, 5, 50}};
+  return {options.full ? 5'000'000 : 1'000'000, 1, 240, 2, 20, {1000, 50, 2000}};
 }
 
 class StoreComparison {
@@ -93,7 +93,7 @@ StoreComparison::StoreComparison(std::string name, MessageSource& source, const 
       options_(options),
       report_(report),
       store_(source, effort.messages),
-      queries_(sample_queries(store_.file(), effort.queries + effort.queries / 5)),
+      queries_(sample_queries(store_.file(), effort.queries)),
       matches_(queries_, effort.compared, kAll),
       like_(store_.file(), effort.queries_of_like),
       trigram_(kTrigram, "trigram", store_.file()),
@@ -141,8 +141,9 @@ void StoreComparison::build_indexes(std::optional<double> bytes_per_message) {
 
 void StoreComparison::ask_all() {
   progress("asking");
+  const std::size_t warm_up = queries_.size() / 10;
   const std::vector<Asked> asked =
-      ask({&like_, &trigram_, &unicode61_, &library_}, queries_, effort_.queries / 5);
+      ask({&like_, &trigram_, &unicode61_, &library_}, queries_, warm_up);
   print(asked, name_, report_);
   if (!options_.quick) bound_asking(name_, asked.back(), report_);
 }

@@ -13,10 +13,6 @@ double processor_time() {
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
-void Times::add(const Times& others) {
-  times_.insert(times_.end(), others.times_.begin(), others.times_.end());
-}
-
 // The smallest time that at least so many percent do not exceed.
 double Times::percentile(double percent) const {
   std::vector<double> sorted = times_;

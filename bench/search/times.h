@@ -16,7 +16,6 @@ double processor_time();
 class Times {
  public:
   void add(double time) { times_.push_back(time); }
-  void add(const Times& others);
 
   bool empty() const { return times_.empty(); }
   std::size_t count() const { return times_.size(); }
