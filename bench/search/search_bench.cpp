@@ -47,12 +47,12 @@ constexpr Log kLogs[] = {{"kdconv-zh.jsonl", 60}, {"ubuntu-irc.jsonl", 25}};
 constexpr int64_t kAll = 1'000'000'000;
 
 Effort effort_on_log(const Options& options) {
-  if (options.quick) return {5000, 1, 24, 1, 5, {50, 5, 50}};
+  if (options.quick) return {5000, 1, 24, 4, 5, {50, 5, 50}};
   return {kAll, 3, 240, 20, 10, {1000, 50, 2000}};
 }
 
 Effort effort_on_generated(const Options& options) {
-  if (options.quick) return {20'000, 1, 24, 1, 20, {50, 5, 50}};
+  if (options.quick) return {20'000, 1, 24, 4, 20, {50, 5, 50}};
   return {options.full ? 5'000'000 : 1'000'000, 1, 240, 2, 20, {1000, 50, 2000}};
 }
 
