@@ -8,7 +8,7 @@ namespace {
 
 constexpr double kBuildingMicroseconds = 5;  // of processor time per message
 constexpr double kFindMicroseconds = 2000;
-constexpr double kSingleLetterMicroseconds = 50'000;
+constexpr double kSingleLetterMicroseconds = 10'000;
 constexpr double kCatchUpMicroseconds = 150;  // of processor time for one message
 constexpr double kOpeningMicroseconds = 2000;
 

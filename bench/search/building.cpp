@@ -35,6 +35,7 @@ std::vector<Building> build(const std::vector<Contender*>& contenders, int round
 
 void print(const std::vector<Building>& buildings, const std::string& store, Report& report) {
   std::vector<Report::Row> rows;
+  rows.reserve(buildings.size());
   for (const Building& building : buildings) {
     rows.push_back({building.contender, building.processor.median(), building.elapsed.median(),
                     building.bytes, building.settled});

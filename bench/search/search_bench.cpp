@@ -2,6 +2,7 @@
 // and on a generated store.
 
 #include <algorithm>
+#include <array>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -42,7 +43,7 @@ struct Log {
   const char* file;
   double bytes_per_message;  // the bound
 };
-constexpr Log kLogs[] = {{"kdconv-zh.jsonl", 60}, {"ubuntu-irc.jsonl", 25}};
+constexpr std::array kLogs = {Log{"kdconv-zh.jsonl", 60}, Log{"ubuntu-irc.jsonl", 25}};
 
 constexpr int64_t kAll = 1'000'000'000;
 
@@ -53,7 +54,7 @@ Effort effort_on_log(const Options& options) {
 
 Effort effort_on_generated(const Options& options) {
   if (options.quick) return {20'000, 1, 24, 4, 20, {50, 5, 50}};
-  return {options.full ? 5'000'000 : 1'000'000, 1, 240, 2, 20, {1000, 50, 2000}};
+  return {options.full ? 5'000'000 : 1'000'000, 1, 240, 5, 20, {1000, 50, 2000}};
 }
 
 class StoreComparison {

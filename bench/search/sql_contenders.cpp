@@ -26,7 +26,7 @@ std::vector<std::string> patterns_of(const SearchQuery& query) {
       patterns.push_back(word);
     }
   }
-  for (std::string& pattern : patterns) pattern = '%' + pattern + '%';
+  for (std::string& pattern : patterns) pattern.insert(0, 1, '%').push_back('%');
   return patterns;
 }
 
