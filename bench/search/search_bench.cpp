@@ -6,9 +6,9 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
-#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/search/asking.h"
@@ -23,7 +23,6 @@
 #include "bench/search/sql_contenders.h"
 #include "bench/support/options.h"
 #include "bench/support/report.h"
-#include "bench/support/timing.h"
 
 namespace corvan_bench {
 
@@ -31,11 +30,11 @@ namespace {
 
 // How much is done on one store.
 struct Effort {
-  int64_t messages;             // at most
-  int rounds;                   // of building
-  std::size_t queries;          // of each class
-  std::size_t compared;         // of each class, for which all matches are compared
-  std::size_t queries_of_like;  // it asks about this share
+  int64_t messages;          // at most
+  int rounds;                // of building
+  std::size_t queries;       // of each class
+  std::size_t compared;      // of each class, for which all matches are compared
+  std::size_t step_of_like;  // `like` is asked every so many-th query
   CallCounts calls;
 };
 
@@ -96,7 +95,7 @@ StoreComparison::StoreComparison(std::string name, MessageSource& source, const 
       store_(source, effort.messages),
       queries_(sample_queries(store_.file(), effort.queries)),
       matches_(queries_, effort.compared, kAll),
-      like_(store_.file(), effort.queries_of_like),
+      like_(store_.file(), effort.step_of_like),
       trigram_(kTrigram, "trigram", store_.file()),
       unicode61_(kUnicode61, "unicode61", store_.file()),
       library_(kLibrary, store_.folder(), kSmallBudget) {}
