@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs missing packages, builds the benchmarks and runs them, in about seven minutes. Prints the
+# Installs missing packages, builds the benchmarks and runs them, in 10 to 20 minutes. Prints the
 # environment and the tables; writes build/bench/results.json and pictures (SVG) beside it. Fails if
 # a result is wrong or a bound is exceeded.
 #
