@@ -11,9 +11,8 @@ namespace {
 // Larger ids, which no store gives, are never indexed.
 constexpr int64_t kLastId = int64_t{1} << 62;
 constexpr int64_t kBatch = 8192;
-constexpr int kMessagesBetweenLooks = 16;  // at the clock
-// Merging has steps of this length; a shorter budget leaves it to a later call.
-constexpr TimeBudget::Duration kMergeStep{5000};
+constexpr int kMessagesBetweenLooks = 16;         // at the clock
+constexpr TimeBudget::Duration kMergeStep{5000};  // a step of merging takes about so long
 
 }  // namespace
 
@@ -80,12 +79,20 @@ SearchWork Indexing::catch_up(const TimeBudget& budget) {
     work = {};
     files_->index.reload();
     cut_to_store(&files_->index, &files_->store);
+    bool is_all = false;
     do {
-      work.complete = index_batch(budget, &work);
-    } while (!work.complete && !budget.is_over());
-    if (work.complete && budget.left() >= kMergeStep) tidy(&files_->index, budget);
+      is_all = index_batch(budget, &work);
+    } while (!is_all && !budget.is_over());
+    work.complete = is_all && make_compact(budget, work.messages > 0);
   });
   return work;
+}
+
+// True if nothing is left to do. A call that has indexed something leaves the work to a later one,
+// unless it has time.
+bool Indexing::make_compact(const TimeBudget& budget, bool has_indexed) {
+  if (has_indexed && budget.left() < kMergeStep) return !needs_merge(files_->index.shards());
+  return tidy(&files_->index, budget);
 }
 
 // One transaction. True if all messages are indexed.

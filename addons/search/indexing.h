@@ -56,6 +56,7 @@ class Indexing {
   void close();
   template <typename Work>
   void use(const Work& work);
+  bool make_compact(const TimeBudget& budget, bool has_indexed);
   bool index_batch(const TimeBudget& budget, SearchWork* work);
 
   const std::string store_file_;

@@ -82,8 +82,10 @@ struct SearchWork {
   SearchStatus status = SearchStatus::kOk;  ///< how the call ended
   /// catch_up(): messages indexed; sweep(): messages compared with the index
   int64_t messages = 0;
-  int64_t mended = 0;     ///< sweep(): messages that had changed, or were gone
-  bool complete = false;  ///< catch_up(): all is indexed; sweep(): the end of the store was reached
+  int64_t mended = 0;  ///< sweep(): messages that had changed, or were gone
+  /// catch_up(): all messages are indexed, and the file is compact; sweep(): the end of the store
+  /// was reached, and old words are gone. Otherwise call it again.
+  bool complete = false;
 };
 
 /// The state of the index, for a user interface.

@@ -12,7 +12,7 @@ constexpr int kReleasedPages = 64;  // pages of the file in one step
 
 // A full shard is merged once more; the newest one whenever it has grown by a third, so that each
 // message is merged a few times only.
-bool needs_merge(const Shard& shard) {
+bool is_due(const Shard& shard) {
   if (shard.is_merging) return true;
   if (shard.messages >= kShardSize) return shard.unmerged > 0;
   return shard.unmerged > std::max<int64_t>(4096, shard.messages / 4);
@@ -21,19 +21,19 @@ bool needs_merge(const Shard& shard) {
 // A negative number of pages begins the merge of all segments. FTS5's documentation: a merge is
 // complete when a step changes less than two rows.
 void merge_step(IndexWriter* index, Shard* shard) {
-  const sqlite3* const handle = index->connection().handle();
+  sqlite3* const handle = index->connection().handle();
   const std::string name = shard_table(shard->number);
   const int pages = shard->is_merging ? kMergedPages : -kMergedPages;
   if (!shard->is_merging) shard->unmerged = 0;
-  const int before = sqlite3_total_changes(const_cast<sqlite3*>(handle));
+  const int before = sqlite3_total_changes(handle);
   Statement(index->connection(), "insert into " + name + "(" + name + ",rank) values('merge',?)")
       .bind(int64_t{pages})
       .run();
-  shard->is_merging = sqlite3_total_changes(const_cast<sqlite3*>(handle)) - before >= 2;
+  shard->is_merging = sqlite3_total_changes(handle) - before >= 2;
 }
 
 bool merge_one(IndexWriter* index) {
-  const auto shard = std::find_if(index->shards().begin(), index->shards().end(), needs_merge);
+  const auto shard = std::find_if(index->shards().begin(), index->shards().end(), is_due);
   if (shard == index->shards().end()) return false;
   const int64_t first_id = shard->first_id;
   IndexChange change(index);
@@ -52,9 +52,19 @@ bool release_pages(const Connection& index) {
 
 }  // namespace
 
+bool needs_merge(const std::vector<Shard>& shards) {
+  return std::any_of(shards.begin(), shards.end(), is_due);
+}
+
 bool tidy(IndexWriter* index, const TimeBudget& budget) {
+  bool has_changed = false;
   do {
-    if (!merge_one(index) && !release_pages(index->connection())) return true;
+    if (!merge_one(index) && !release_pages(index->connection())) {
+      // Only a checkpoint shortens the file.
+      if (has_changed) index->connection().run("pragma wal_checkpoint(passive)");
+      return true;
+    }
+    has_changed = true;
   } while (!budget.is_over());
   return false;
 }
