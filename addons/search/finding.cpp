@@ -1,6 +1,8 @@
 #include "addons/search/finding.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <utility>
@@ -13,8 +15,11 @@ namespace {
 // themselves takes longer than at candidates.
 constexpr int64_t kFirst = 512;
 constexpr int64_t kFirstOfPrefix = 256;
-constexpr std::size_t kFew = 1000;  // candidates; reading them takes about a millisecond
-constexpr int64_t kLeast = 64;      // messages that a call gets further, even if the time is over
+// Numbers of candidates, by the cost of the ways to look at them in a million messages.
+constexpr std::size_t kFew = 800;
+constexpr std::size_t kSome = 600;
+constexpr std::size_t kListed = 2500;
+constexpr int64_t kLeast = 64;  // messages that a call gets further, even if the time is over
 constexpr int64_t kMessagesBetweenLooks = 16;  // at the clock
 
 // From the newest to the oldest.
@@ -63,18 +68,21 @@ Finding::Finding(StoreReader* store, Candidates* candidates, const Query& query,
 
 SearchResults Finding::run() {
   if (!walk(candidates_.has_prefix() ? kFirstOfPrefix : kFirst)) return std::move(results_);
-  if (const auto ids = few_candidates()) {
-    look_at(*ids);
-  } else {
-    walk(std::numeric_limits<int64_t>::max());
+  if (const auto ids = listed_candidates()) {
+    if (look_at_largest(*ids)) return std::move(results_);
+    if (ids->size() <= kFew) {
+      look_at(*ids);
+      return std::move(results_);
+    }
   }
+  walk(std::numeric_limits<int64_t>::max());
   return std::move(results_);
 }
 
-std::optional<std::vector<int64_t>> Finding::few_candidates() {
+std::optional<std::vector<int64_t>> Finding::listed_candidates() {
   std::vector<int64_t> ids;
-  if (!add_unindexed(&ids) || candidates_.estimate() > 2 * kFew) return std::nullopt;
-  const auto indexed = candidates_.all(kFew - ids.size(), budget_);
+  if (!add_unindexed(&ids) || candidates_.estimate() > 2 * kListed) return std::nullopt;
+  const auto indexed = candidates_.all(kListed - ids.size(), budget_);
   if (!indexed) return std::nullopt;
   ids.insert(ids.end(), indexed->begin(), indexed->end());
   return ids;
@@ -88,6 +96,55 @@ bool Finding::add_unindexed(std::vector<int64_t>* ids) {
   rows.bind(candidates_.highest(), static_cast<int64_t>(kFew));
   while (rows.row()) ids->push_back(rows.integer(0));
   return ids->size() < kFew;
+}
+
+// Hits until the search ends: one more than the page has room for.
+std::size_t Finding::wanted_hits() const {
+  return static_cast<std::size_t>(options_.limit) + 1 - results_.hits.size();
+}
+
+// True if the page is full.
+bool Finding::look_at_largest(std::vector<int64_t> ids) {
+  if (!has_time_order_ || ids.size() < kSome || ids.size() / 8 < wanted_hits()) return false;
+  std::sort(ids.begin(), ids.end(), std::greater<>());
+  std::vector<SearchPlace> found;
+  auto id = ids.cbegin();
+  while (id != ids.cbegin() + static_cast<std::ptrdiff_t>(ids.size() / 4) &&
+         found.size() < wanted_hits()) {
+    add_if_found(*id++, &found);
+  }
+  if (found.size() < wanted_hits() || budget_.is_over() || !add_newer(ids, id, &found))
+    return false;
+  std::sort(found.begin(), found.end(), is_before);
+  for (const SearchPlace& place : found) {
+    if (!add(place)) return true;
+  }
+  return false;
+}
+
+bool Finding::add_if_found(int64_t id, std::vector<SearchPlace>* found) {
+  SearchPlace place;
+  if (!is_wanted(id, &place) || !matches(id)) return false;
+  found->push_back(place);
+  return true;
+}
+
+// Adds those of the candidates from `rest` on that are newer than a hit. False if many other
+// messages with smaller ids are newer.
+bool Finding::add_newer(const std::vector<int64_t>& ids,
+                        const std::vector<int64_t>::const_iterator& rest,
+                        std::vector<SearchPlace>* found) {
+  const SearchPlace oldest = *std::max_element(found->begin(), found->end(), is_before);
+  // The plus keeps SQLite from reading the table by ids.
+  Statement rows(store_.connection(),
+                 "select id from t_message where sent_time between ? and ? and +id<?");
+  rows.bind(oldest.sent_time, before_ ? before_->sent_time : options_.to_time, *std::prev(rest));
+  for (std::size_t count = 0; rows.row(); ++count) {
+    if (count == kFew) return false;
+    const int64_t id = rows.integer(0);
+    if (std::binary_search(rest, ids.end(), id, std::greater<>())) add_if_found(id, found);
+  }
+  return true;
 }
 
 void Finding::look_at(const std::vector<int64_t>& ids) {

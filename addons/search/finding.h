@@ -31,9 +31,14 @@ class Finding {
   SearchResults run();
 
  private:
-  std::optional<std::vector<int64_t>> few_candidates();
+  std::optional<std::vector<int64_t>> listed_candidates();
   bool add_unindexed(std::vector<int64_t>* ids);
   void look_at(const std::vector<int64_t>& ids);
+  bool look_at_largest(std::vector<int64_t> ids);
+  bool add_newer(const std::vector<int64_t>& ids, const std::vector<int64_t>::const_iterator& rest,
+                 std::vector<SearchPlace>* found);
+  bool add_if_found(int64_t id, std::vector<SearchPlace>* found);
+  std::size_t wanted_hits() const;
   enum class Walk { kThrough, kPaused, kEnded };
   bool walk(int64_t count);
   Walk walk_along(bool at_time, int64_t time, int64_t limit, int64_t end);
