@@ -36,13 +36,18 @@ corvan_package(dev libcorvan-dev libdevel "development files"
 "This package holds the headers, the libraries to link with, the CMake
 package and the pkg-config files.")
 set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)
+set(dev_depends)
 if(NOT CORVAN_SQLITE_AMALGAMATION)
   set(minimum ${CORVAN_SQLITE_MINIMUM})
   if(TARGET corvan_db_cached)
     set(minimum ${CORVAN_CACHED_SQLITE_MINIMUM})
   endif()
-  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsqlite3-dev (>= ${minimum})")
+  list(APPEND dev_depends "libsqlite3-dev (>= ${minimum})")
 endif()
+if(TARGET corvan_search)
+  list(APPEND dev_depends libutf8proc-dev)
+endif()
+list(JOIN dev_depends ", " CPACK_DEBIAN_DEV_PACKAGE_DEPENDS)
 
 if(NOT CORVAN_LIBRARY STREQUAL "static")
   corvan_package(runtime "libcorvan${soversion}" libs "shared libraries"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs missing packages, builds the benchmarks and runs them, in about seven minutes. Prints the
+# Installs missing packages, builds the benchmarks and runs them, in 10 to 20 minutes. Prints the
 # environment and the tables; writes build/bench/results.json and pictures (SVG) beside it. Fails if
 # a result is wrong or a bound is exceeded.
 #
@@ -7,10 +7,11 @@
 #   --quick  the smallest sizes, without bounds on times: a test of the benchmarks in seconds
 #   --full   also the largest sizes: ten million messages, an import of 400,000
 #   NAME     only these: environment calls index_cost bytes growth floor instructions peers import
-#            encryption
+#            encryption search
 # Stores are created in TMPDIR if it is set, otherwise in build/bench/stores. If build/sqlite has the
 # amalgamation that scripts/sqlite.sh makes, both libraries are also measured on that SQLite. encryption
 # fetches an SQLite with a cipher into build/sqlite-cipher and installs SQLCipher, unless they are there.
+# search also measures on the logs in CORVAN_DATA_DIR, or else ../shared/data, if they are there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,7 +27,7 @@ for argument in "$@"; do
     *) names+=("$argument") ;;
   esac
 done
-all=(environment calls index_cost bytes growth floor instructions peers import encryption)
+all=(environment calls index_cost bytes growth floor instructions peers import encryption search)
 for name in "${names[@]}"; do
   if [[ " ${all[*]} " != *" $name "* ]]; then
     echo "bench.sh: unknown benchmark: $name; benchmarks: ${all[*]}" >&2
@@ -54,7 +55,7 @@ fi
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORVAN_WERROR=ON \
   -DCORVAN_BUILD_BENCH=ON -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_TOOLS=$tool \
   -DCORVAN_BUILD_EXAMPLES=OFF -DCORVAN_BENCH_AMALGAMATION="$amalgamation" \
-  -DCORVAN_BENCH_CIPHER="$cipher"
+  -DCORVAN_BENCH_CIPHER="$cipher" -DCORVAN_DATA_DIR="${CORVAN_DATA_DIR:-$PWD/../shared/data}"
 cmake --build build/bench
 
 programs=build/bench/bench
@@ -106,6 +107,7 @@ for name in "${names[@]}"; do
       [ "${size[*]}" != --quick ] || folder=$memory  # its thousands of syncs take long on a disk
       stores=$folder run encryption $programs/encryption/encryption_bench
       ;;
+    search) run search $programs/search/search_bench ;;
   esac
 done
 

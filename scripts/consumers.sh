@@ -44,7 +44,7 @@ if [ -n "$dpkg" ] && [ "$(id -u)" != 0 ]; then
   exit 2
 fi
 
-purposes=(build packages)
+purposes=(build packages search)
 [ "$tool" = OFF ] || purposes+=(tools)
 bash scripts/install.sh "${purposes[@]}"
 export CXX=${CXX:-g++}
@@ -154,13 +154,13 @@ passed
 check="exported symbols"
 folder=$(library_folder tree-both)
 shared_libraries=(base db db_cached)
-[ -n "$sqlite" ] || shared_libraries+=(encryption)
+[ -n "$sqlite" ] || shared_libraries+=(encryption search)
 for name in "${shared_libraries[@]}"; do
   nm -C --defined-only --extern-only "$folder/libcorvan_$name.a" |
     sed -n 's/^[0-9a-f]* [TBD] //p' | grep -vxF -e 'Corvan::CvDbSingleton::~CvDbSingleton()' \
       -e 'Corvan::CvDbSingleton::prepare(char const*, int&)' \
       -e 'Corvan::CvDbSingleton::instance_' |
-    grep -v '^corvan_cached_\|^Corvan::\(statement_cache\|encryption\)::' | sort -u >functions
+    grep -v '^corvan_cached_\|^Corvan::\(statement_cache\|encryption\|search\)::' | sort -u >functions
   nm -DC --defined-only "$folder/libcorvan_$name.so" |
     grep -v -e " A CORVAN_$minor\$" -e ' W \(Corvan\|cvrtc\)::' |
     sed "s/^[0-9a-f]* . //; s/@@CORVAN_$minor\$//" | sort -u >exported
@@ -202,9 +202,12 @@ for flavour in static shared; do
     if [ "$flavour" = shared ] && [ -n "$sqlite" ]; then
       # The shared store keeps its SQLite to itself.
       [ ! -e program/encrypted ] || fail "offers encryption for another SQLite than the store's"
+      [ ! -e program/searching ] || fail "offers search with another SQLite than the store's"
     else
       loads program/encrypted "$wanted" encryption
       run "$work/program/encrypted"
+      loads program/searching "$wanted" search
+      run "$work/program/searching"
     fi
     passed
   done
@@ -227,6 +230,12 @@ passed
 
 check="CMake package: shared, on a machine without SQLite's headers"
 consumer_cmake shared "$work/tree-shared" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON
+run "$work/program/consumer"
+passed
+
+check="CMake package: static, on a machine without utf8proc's headers"
+consumer_cmake static "$work/tree-static" -DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON
+[ ! -e program/searching ] || fail "offers search without utf8proc"
 run "$work/program/consumer"
 passed
 
@@ -294,9 +303,25 @@ if [ -z "$sqlite" ]; then
 fi
 passed
 
+check="pkg-config: with search, static and shared"
+searching=(PACKAGE="corvan-search corvan" CXXFLAGS=-DWITH_SEARCH)
+consumer_pkg_config tree-static "${searching[@]}"
+run "$work/consumers/pkg_config/consumer"
+if [ -z "$sqlite" ]; then
+  consumer_pkg_config tree-shared "${searching[@]}"
+  LD_LIBRARY_PATH=$(library_folder "$work/tree-shared")
+  export LD_LIBRARY_PATH
+  loads consumers/pkg_config/consumer yes search
+  run "$work/consumers/pkg_config/consumer"
+  unset LD_LIBRARY_PATH
+fi
+passed
+
 check="pkg-config: shared alone, on a machine without SQLite's headers"
 folder=$(find "$work/tree-shared" -name corvan.pc -printf '%h')
 quietly env -u PKG_CONFIG_PATH PKG_CONFIG_LIBDIR="$folder" pkg-config --cflags --libs corvan
+[ -n "$sqlite" ] ||
+  quietly env -u PKG_CONFIG_PATH PKG_CONFIG_LIBDIR="$folder" pkg-config --cflags --libs corvan-search
 passed
 
 # No linking here: the other libraries that SQLite's .pc file names for static programs may be missing.
@@ -320,6 +345,8 @@ for shared in OFF ON; do
   run "$work/program/consumer"
   loads program/cached "$wanted" db_cached
   run "$work/program/cached"
+  loads program/searching "$wanted" search
+  run "$work/program/searching"
   quietly cmake --install program --prefix "$work/installed"
   [ "$(cd installed && find . -type f)" = ./bin/consumer ] || fail "installs files of the store"
   passed
@@ -385,10 +412,10 @@ for package in "${packages[@]}"; do
   depends="$(dpkg-deb -f "$package" Package): $(dpkg-deb -f "$package" Depends)"
   case "${sqlite:+own} $depends" in
     "own "*libsqlite3*) fail "depends on an SQLite of the system: $depends" ;;
-    "own libcorvan-dev:"*"libcorvan$minor (= $version)"*) ;;
-    " libcorvan-dev:"*"libcorvan$minor (= $version)"*"libsqlite3-dev"*) ;;
+    "own libcorvan-dev:"*"libcorvan$minor (= $version)"*libutf8proc-dev*) ;;
+    " libcorvan-dev:"*"libcorvan$minor (= $version)"*"libsqlite3-dev"*libutf8proc-dev*) ;;
     *" libcorvan-dev:"*) fail "depends: $depends" ;;
-    "own "*libc6*libstdc++6* | " "*libc6*libsqlite3-0*libstdc++6*) ;;
+    "own "*libc6*libstdc++6* | " corvan-tools:"*libc6*libsqlite3-0*libstdc++6* | " "*libc6*libsqlite3-0*libstdc++6*libutf8proc*) ;;
     *) fail "depends: $depends" ;;
   esac
 done

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the missing Debian packages for the given purposes and prints their names. Never removes a
 # package.
-# Usage: install.sh build|tools|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
+# Usage: install.sh build|tools|search|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
 #                   tests-source|libc++|cross-arm64|cross-armhf|clean-system|sqlite|sqlite-upstream|
 #                   sqlite-cipher|sqlcipher|unicode...
 set -euo pipefail
@@ -11,6 +11,7 @@ for purpose in "$@"; do
   case "$purpose" in
     build) packages+=(g++ cmake ninja-build libsqlite3-dev) ;;
     tools) packages+=(pkg-config libcli11-dev libfmt-dev nlohmann-json3-dev libutf8proc-dev) ;;
+    search) packages+=(pkg-config libutf8proc-dev) ;;
     tests) packages+=(libgtest-dev) ;;
     tests-source) packages+=(googletest) ;;
     libc++) packages+=(clang libc++-dev libc++abi-dev) ;;

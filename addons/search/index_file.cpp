@@ -122,6 +122,7 @@ std::unique_ptr<Connection> open_index_for_writing(const std::string& file,
   try {
     if (auto index = open_current(file, store)) return index;
   } catch (const SqlError& error) {
+    if (error.code() == SQLITE_NOTFOUND) delete_index(file);  // no FTS5, now and later
     if (!is_damage(error)) throw;
   }
   delete_index(file);

@@ -41,8 +41,8 @@ struct Shard {
   int64_t stale_built = 0;  // messages that it had with another content
 
   auto values() const {
-    return std::make_tuple(first_id, number, messages, stale, unmerged, int64_t{is_merging},
-                           building, built_to, stale_built);
+    return std::make_tuple(first_id, number, messages, stale, unmerged,
+                           static_cast<int64_t>(is_merging), building, built_to, stale_built);
   }
 };
 

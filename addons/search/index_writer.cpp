@@ -136,8 +136,8 @@ void IndexWriter::store() {
   fingerprints_.flush();
   store_shards();
   store_state_
-      .bind(state_.highest, state_.swept_to, state_.verified_to, int64_t{state_.is_swept},
-            state_.next_number)
+      .bind(state_.highest, state_.swept_to, state_.verified_to,
+            static_cast<int64_t>(state_.is_swept), state_.next_number)
       .run();
   checksums_.record();
 }
@@ -163,6 +163,7 @@ void IndexWriter::forget_changes() {
 IndexChange::IndexChange(IndexWriter* index)
     : index_(*index), transaction_(index->index_, "begin immediate") {
   index_.reload();
+  index_.forget_changes();  // another process may have changed the rows
 }
 
 IndexChange::~IndexChange() {

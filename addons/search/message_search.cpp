@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <new>
+#include <string_view>
 #include <thread>
 
 #include "addons/search/index_file.h"
@@ -52,6 +53,12 @@ void catch_up_first(Indexing* indexing, std::chrono::microseconds budget) {
   if (lock.owns_lock()) indexing->catch_up(TimeBudget(budget));
 }
 
+// Matching a long query takes time that grows with the product of its length and the text's.
+std::string_view within_limit(const std::string& query) {
+  return query.size() <= MessageSearch::kLongestQuery ? std::string_view(query)
+                                                      : std::string_view();
+}
+
 }  // namespace
 
 const char* to_text(SearchStatus status) {
@@ -65,7 +72,7 @@ const char* to_text(SearchStatus status) {
     case SearchStatus::kIndexError:
       return "the index cannot be created, read or written";
     case SearchStatus::kBadQuery:
-      return "there is nothing to search for";
+      return "there is nothing to search for, or the query or the limit is not valid";
     case SearchStatus::kNoMemory:
       return "memory ran out";
   }
@@ -87,7 +94,7 @@ SearchResults MessageSearch::find(const std::string& query, const SearchOptions&
   SearchResults results;
   bool is_damaged = false;
   const SearchStatus status = status_of([&] {
-    const search::Query parsed(query);
+    const search::Query parsed(within_limit(query));
     if (parsed.is_empty() || options.limit < 1) {
       results.status = SearchStatus::kBadQuery;
       return;
@@ -153,7 +160,7 @@ SearchProgress MessageSearch::progress() {
 
 std::vector<SearchRange> MessageSearch::snippet(const std::string& text, const std::string& query) {
   std::vector<SearchRange> ranges;
-  status_of([&] { ranges = search::Query(query).ranges(text); });
+  status_of([&] { ranges = search::Query(within_limit(query)).ranges(text); });
   return ranges;
 }
 

@@ -32,7 +32,7 @@ enum class SearchStatus : int32_t {
   kNoStore = 1,     ///< there is no store in the folder, or it cannot be opened
   kStoreError = 2,  ///< the store cannot be read: it is damaged, locked, or its reading failed
   kIndexError = 3,  ///< the index cannot be created, read or written; find() never returns it
-  kBadQuery = 4,    ///< the query contains nothing to search for, or the options contradict it
+  kBadQuery = 4,    ///< the query has nothing to search for or is too long; or the limit is below 1
   kNoMemory = 5,    ///< memory ran out
 };
 
@@ -41,8 +41,8 @@ const char* to_text(SearchStatus status);
 
 /// A place in the results, which are sorted by time, then by id, both from the largest down.
 struct SearchPlace {
-  int64_t sent_time = 0;
-  int64_t id = 0;
+  int64_t sent_time = 0;  ///< t_message.sent_time
+  int64_t id = 0;         ///< t_message.id
 };
 
 /// What find() looks for besides the words. An empty list or optional does not limit the search.
@@ -51,9 +51,8 @@ struct SearchOptions {
   std::vector<SessionType> session_types;  ///< only in conversations of these kinds
   std::vector<std::string> object_names;   ///< only messages of these kinds
   std::optional<std::string> sender;       ///< only messages of this user
-  /// Only messages whose time is in this range, its ends included.
-  int64_t from_time = std::numeric_limits<int64_t>::min();
-  int64_t to_time = std::numeric_limits<int64_t>::max();
+  int64_t from_time = std::numeric_limits<int64_t>::min();  ///< only messages from this time on
+  int64_t to_time = std::numeric_limits<int64_t>::max();    ///< only messages up to this time
   std::optional<SearchPlace> before;  ///< only messages after this place in the results
   int32_t limit = 20;                 ///< at most so many messages; must be above 0
   /// Return after this time with the messages found so far. 0: no limit. Each call gets further
@@ -71,8 +70,8 @@ struct SearchHit {
 
 /// What find() returns.
 struct SearchResults {
-  SearchStatus status = SearchStatus::kOk;
-  std::vector<SearchHit> hits;  ///< from the newest to the oldest
+  SearchStatus status = SearchStatus::kOk;  ///< how the call ended
+  std::vector<SearchHit> hits;              ///< from the newest to the oldest
   /// Where to go on, as `before` of the next call; empty if there are no more messages. If the time
   /// ran out, this can be a place without a message, and `hits` may be empty.
   std::optional<SearchPlace> next;
@@ -80,17 +79,18 @@ struct SearchResults {
 
 /// What catch_up() and sweep() return.
 struct SearchWork {
-  SearchStatus status = SearchStatus::kOk;
-  int64_t messages =
-      0;               ///< catch_up(): messages indexed; sweep(): messages compared with the index
-  int64_t mended = 0;  ///< sweep(): messages that had changed, or were gone
+  SearchStatus status = SearchStatus::kOk;  ///< how the call ended
+  /// catch_up(): messages indexed; sweep(): messages compared with the index
+  int64_t messages = 0;
+  int64_t mended = 0;     ///< sweep(): messages that had changed, or were gone
   bool complete = false;  ///< catch_up(): all is indexed; sweep(): the end of the store was reached
 };
 
 /// The state of the index, for a user interface.
 struct SearchProgress {
-  SearchStatus status = SearchStatus::kOk;
-  int64_t indexed = 0;    ///< messages in the index, those included that were deleted since
+  SearchStatus status = SearchStatus::kOk;  ///< how the call ended
+  int64_t indexed =
+      0;  ///< messages in the index; deleted ones count until changed() or sweep() notices
   int64_t waiting = 0;    ///< at most so many messages wait for catch_up()
   double swept = 0;       ///< the part of the index that the present sweep has compared, 0 to 1
   bool is_swept = false;  ///< whether a sweep has been completed since the index was created
@@ -117,6 +117,9 @@ class MessageSearch {
  public:
   /// The name of the index's file.
   static constexpr const char* kFileName = "corvan-search";
+
+  /// The longest query, in bytes.
+  static constexpr std::size_t kLongestQuery = 4096;
 
   /// Only remembers the folder, which is given as to `CvDbSingleton::init_open_db()`: only
   /// `folder.folder()` counts. The files are opened by the first call that needs them.
@@ -157,7 +160,8 @@ class MessageSearch {
   SearchProgress progress();
 
   /// The parts of `text`, a message's content, that match the query, from the first to the last,
-  /// without overlaps; whole characters of UTF-8. Empty if not all terms match.
+  /// without overlaps; whole characters of UTF-8. Empty if not all terms match, or the query is too
+  /// long.
   static std::vector<SearchRange> snippet(const std::string& text, const std::string& query);
 
   /// Deletes the index of the folder's store, for example before the store is encrypted. No object

@@ -22,7 +22,7 @@ constexpr const char* kMessageTime = "coalesce(cast(sent_time as integer),0)";
 // A connection that only reads, to the file `corvan`.
 class StoreReader {
  public:
-  // Throws SqlError with the status kNoStore if the file is not a store or cannot be opened.
+  // Throws SqlError, with the status kNoStore if the file cannot be opened.
   explicit StoreReader(const std::string& file);
 
   StoreReader(const StoreReader&) = delete;

@@ -19,8 +19,8 @@ namespace Corvan::search {
 // 1. The fingerprints are compared with the store's messages, and differences are mended.
 // 2. The messages are counted, and the checksums of the shard's table are compared.
 // At the end, each shard that has terms of deleted messages or of old contents, or is damaged, is
-// built anew: in a new table, which then replaces the old one. The positions of all three are in the
-// index, so that another process goes on from there.
+// built anew: in a new table, which then replaces the old one. The positions of all three are in
+// the index, so that another process goes on from there.
 class Sweeping {
  public:
   Sweeping(IndexWriter* index, StoreReader* store) : index_(*index), store_(*store) {}

@@ -13,17 +13,16 @@ namespace corvan_bench {
 
 namespace {
 
-// Formats with three significant digits, and with separators between thousands.
-std::string number_text(double value) {
+// For three significant digits.
+int decimals_of(double value) {
   const double size = std::fabs(value);
-  int decimals = 0;
-  if (size < 1) {
-    decimals = 3;
-  } else if (size < 10) {
-    decimals = 2;
-  } else if (size < 100) {
-    decimals = 1;
-  }
+  if (size < 1) return 3;
+  if (size < 10) return 2;
+  return size < 100 ? 1 : 0;
+}
+
+// Formats with separators between thousands.
+std::string number_text(double value, int decimals) {
   std::array<char, 64> text = {};
   std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
   std::string result = text.data();
@@ -35,9 +34,14 @@ std::string number_text(double value) {
   return result;
 }
 
+std::string number_text(double value) {
+  return number_text(value, decimals_of(value));
+}
+
 std::string cell_text(const Report::Cell& cell) {
   if (cell.is_string()) return cell.get<std::string>();
   if (cell.is_null()) return "";
+  if (cell.is_number_integer()) return number_text(cell.get<double>(), 0);
   return number_text(cell.get<double>());
 }
 

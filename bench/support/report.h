@@ -13,7 +13,7 @@ namespace corvan_bench {
 // The results of one benchmark, printed as tables at once and written as JSON at the end.
 class Report {
  public:
-  // A text, a count or a measured number. Numbers are printed with three significant digits.
+  // A text, a count or a measured number, which is printed with three significant digits.
   using Cell = nlohmann::ordered_json;
   using Row = std::vector<Cell>;
 

@@ -27,8 +27,9 @@ bool nothing(const Device& device, const std::vector<std::string>& found) {
   return found.empty();
 }
 
-// One turn: the user signs in, receives, sends and reads messages, and signs out. Returns false if
-// the store cannot be opened or contradicts itself at the end of the turn.
+// One turn: the user signs in, receives, sends and reads messages, searches, and signs out. Returns
+// false if the store cannot be opened, or if at the end of the turn it contradicts itself or a
+// search disagrees with it.
 bool take_turn(Device& device, example::Network& network, int number) {
   if (!device.start()) return false;
   device.reconnect();
@@ -39,10 +40,11 @@ bool take_turn(Device& device, example::Network& network, int number) {
     device.send((spam ? "spam " : "hello ") + std::to_string(number) + "." + std::to_string(i));
   }
   if (network.any(2) == 0) device.read();
-  const bool fits = nothing(device, device.contradictions());
+  const bool is_consistent = nothing(device, device.contradictions());
+  const bool is_found = nothing(device, device.search_differences());
   device.stop();
   std::cout << "turn " << number << ", " << device.user() << ": " << device.summary() << "\n";
-  return fits;
+  return is_consistent && is_found;
 }
 
 // What a client does once its network works again.

@@ -7,6 +7,8 @@
 #include <sstream>
 #include <utility>
 
+#include "examples/client/searching.h"
+
 namespace example {
 
 namespace {
@@ -341,6 +343,10 @@ std::vector<std::string> Device::contradictions() {
     found.emplace_back("the unread counter differs from the number of unread messages");
   }
   return found;
+}
+
+std::vector<std::string> Device::search_differences() {
+  return example::search_differences(folder_, all_messages());
 }
 
 std::string Device::summary() const {

@@ -37,6 +37,8 @@ class Device {
   std::vector<std::string> differences();
   // One line per contradiction between the conversation's row and its messages.
   std::vector<std::string> contradictions();
+  // One line per search whose results differ from the store's messages.
+  std::vector<std::string> search_differences();
 
   const std::string& folder() const { return folder_; }
   const std::string& user() const { return user_; }

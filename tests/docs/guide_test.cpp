@@ -1,5 +1,5 @@
-// Runs every C++ snippet of docs/guide.md in an empty folder and compares its output with the lines
-// "// prints:" in the guide.
+// Runs every C++ snippet of docs/guide.md and docs/search.md in an empty folder and compares its
+// output with the lines "// prints:" in the document.
 
 #include <gtest/gtest.h>
 
@@ -72,17 +72,20 @@ class Guide : public testing::TestWithParam<Snippet> {
 
 TEST_P(Guide, PrintsTheDocumentedOutput) {
   const std::string promise = promised(GetParam().text);
-  ASSERT_NE(promise, "") << "docs/guide.md:" << GetParam().line
-                         << ": a snippet that prints nothing";
+  ASSERT_NE(promise, "") << testing::PrintToString(GetParam()) << ": a snippet that prints nothing";
   const Output output;
   GetParam().run(store());
-  EXPECT_EQ(output.text(), promise) << "docs/guide.md:" << GetParam().line;
+  EXPECT_EQ(output.text(), promise) << testing::PrintToString(GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Snippets, Guide, testing::ValuesIn(guide_snippets()),
-                         [](const auto& snippet) {
-                           return "Line" + std::to_string(snippet.param.line);
-                         });
+std::string name_of(const testing::TestParamInfo<Snippet>& snippet) {
+  return "Line" + std::to_string(snippet.param.line);
+}
+
+INSTANTIATE_TEST_SUITE_P(Snippets, Guide, testing::ValuesIn(guide_snippets()), name_of);
+#if defined(WITH_SEARCH)
+INSTANTIATE_TEST_SUITE_P(SearchSnippets, Guide, testing::ValuesIn(search_snippets()), name_of);
+#endif
 
 }  // namespace
 

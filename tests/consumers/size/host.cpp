@@ -1,9 +1,13 @@
-// A small program, and with WITH_STORE the same one with a store: scripts/size.sh compares the two.
+// A small program, with WITH_STORE the same one with a store, and with WITH_SEARCH also the search:
+// scripts/size.sh compares them.
 
 #include <iostream>
 #include <string>
 #include <vector>
 
+#if defined(WITH_SEARCH)
+#include "addons/search/message_search.h"
+#endif
 #if defined(WITH_STORE)
 #include "db/cv_db_singleton.h"
 
@@ -20,6 +24,12 @@ int use_store(const std::string& folder) {
   store->get_history_message_by_time("team", Corvan::CV_GROUP, "", 0, 20, page, true);
   for (const auto& s : list) std::cout << s.session_id_ << ": " << s.unread_count_ << '\n';
   for (const auto& m : page) std::cout << m.sender_ << ": " << m.content_ << '\n';
+#if defined(WITH_SEARCH)
+  Corvan::MessageSearch search{cvrtc::Pathname(folder)};
+  search.catch_up(std::chrono::milliseconds(20));
+  for (const auto& hit : search.find("hello").hits) search.changed(hit.id);
+  search.sweep(std::chrono::milliseconds(20));
+#endif
   Corvan::CvDbSingleton::delete_instance();
   return 0;
 }
