@@ -25,7 +25,7 @@ using Corvan::MessageSearch;
 using Corvan::SearchStatus;
 using std::chrono::microseconds;
 
-constexpr int kMessages = 250;
+constexpr int kMessages = 150;
 
 class SearchDamage : public SearchTest {
  protected:
@@ -80,7 +80,7 @@ std::string damaged(std::string bytes, Vocabulary& random) {
 
 TEST_F(SearchDamage, DamagedIndex) {
   const uint64_t seed = setting("CORVAN_SEARCH_SEED", 1);
-  const uint64_t rounds = bound("CORVAN_SEARCH_DAMAGES", 120, 3000);
+  const uint64_t rounds = bound("CORVAN_SEARCH_DAMAGES", 100, 3000);
   const Truth truth(file());
   truth_ = truth;
   int missing = 0;
@@ -105,7 +105,7 @@ TEST_F(SearchDamage, DamagedIndex) {
 
 TEST_F(SearchDamage, IndexDamagedUnderAnOpenObject) {
   const uint64_t seed = setting("CORVAN_SEARCH_SEED", 1);
-  const uint64_t rounds = bound("CORVAN_SEARCH_DAMAGES", 60, 1000);
+  const uint64_t rounds = bound("CORVAN_SEARCH_DAMAGES", 40, 1000);
   truth_ = Truth(file());
   for (uint64_t round = seed; round < seed + rounds; ++round) {
     const std::string where = "CORVAN_SEARCH_SEED=" + std::to_string(round);
@@ -180,9 +180,9 @@ class SearchFaults : public SearchDamage {
     faults.arm(files, 0, kind);
     ASSERT_EQ(work(files), "");
     const uint64_t calls = faults.calls();
-    const uint64_t tries = bound("CORVAN_SEARCH_FAULTS", 40, 100000);
+    const uint64_t tries = bound("CORVAN_SEARCH_FAULTS", 20, 100000);
     const uint64_t step = std::max<uint64_t>(1, calls / tries);
-    for (uint64_t nth = 1; nth <= calls; nth += nth < 30 ? 1 : step) {
+    for (uint64_t nth = 1; nth <= calls; nth += nth < 12 ? 1 : step) {
       const std::string where = "call " + std::to_string(nth) + " of " + std::to_string(calls);
       prepare();
       faults.arm(files, nth, kind);

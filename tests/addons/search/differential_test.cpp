@@ -38,7 +38,7 @@ TEST(SearchVocabulary, QueriesFindSomeMessagesAndNotAll) {
 TEST(SearchDifferential, FindsWhatAScanFinds) {
   prefer_memory();
   const uint64_t first = setting("CORVAN_SEARCH_SEED", 1);
-  const uint64_t runs = bound("CORVAN_SEARCH_RUNS", 12, 300);
+  const uint64_t runs = bound("CORVAN_SEARCH_RUNS", 6, 300);
   const LogCapture log(cvrtc::LS_WARNING);
   const TimeLimit limit;
   for (uint64_t seed = first; limit.given() ? !limit.passed() : seed < first + runs; ++seed) {

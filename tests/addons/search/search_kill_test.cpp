@@ -120,7 +120,7 @@ std::string check(const std::string& folder, bool sweep) {
 TEST(SearchKill, KilledProcessLeavesAnIndexThatIsMended) {
   prefer_memory();
   const uint64_t seed = setting("CORVAN_SEARCH_SEED", 1);
-  const uint64_t kills = bound("CORVAN_SEARCH_KILLS", 60, 2000);
+  const uint64_t kills = bound("CORVAN_SEARCH_KILLS", 40, 2000);
   const LogCapture log(cvrtc::LS_NONE);
   Vocabulary random(seed);
   auto folder = std::make_unique<TemporaryFolder>();

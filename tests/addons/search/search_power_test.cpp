@@ -79,13 +79,17 @@ class SearchPower : public testing::Test {
     record_ = with_creations(recorder.record());
   }
 
-  // The images after this many events.
-  std::vector<DiskImage> images(std::size_t events) {
+  // The disk after this many events, and the fates that are tried.
+  Disk disk_after(std::size_t events) const {
     Disk disk(record_);
     while (disk.events() < events) disk.advance();
-    std::vector<DiskImage> images;
-    for (const Fate& fate : disk.fates({2, 1}, random_)) images.push_back(disk.image(fate));
-    return images;
+    return disk;
+  }
+  std::vector<Fate> fates(const Disk& disk) { return disk.fates({2, 1}, random_); }
+  DiskImage any_image(std::size_t events) {
+    const Disk disk = disk_after(events);
+    const std::vector<Fate> all = fates(disk);
+    return disk.image(all[below(all.size())]);
   }
 
   std::size_t below(std::size_t count) { return static_cast<std::size_t>(random_() % count); }
@@ -123,13 +127,15 @@ class SearchPower : public testing::Test {
 
 TEST_F(SearchPower, LossOfTheWholeDisk) {
   const uint64_t seed = setting("CORVAN_SEARCH_SEED", 1);
-  const uint64_t count = bound("CORVAN_SEARCH_IMAGES", 80, 5000);
+  const uint64_t count = bound("CORVAN_SEARCH_IMAGES", 40, 5000);
   random_.seed(seed);
   record(seed);
   for (uint64_t tried = 0; tried < count;) {
     const std::size_t events = below(record_.events.size() + 1);
-    for (const DiskImage& image : images(events)) {
-      ASSERT_EQ(open_image(image), "") << "CORVAN_SEARCH_SEED=" << seed << ", after " << events;
+    const Disk disk = disk_after(events);
+    for (const Fate& fate : fates(disk)) {
+      ASSERT_EQ(open_image(disk.image(fate)), "")
+          << "CORVAN_SEARCH_SEED=" << seed << ", after " << events;
       ++tried;
     }
   }
@@ -138,19 +144,17 @@ TEST_F(SearchPower, LossOfTheWholeDisk) {
 // The store from one moment, the index from another.
 TEST_F(SearchPower, LossOfEitherFile) {
   const uint64_t seed = setting("CORVAN_SEARCH_SEED", 1);
-  const uint64_t count = bound("CORVAN_SEARCH_IMAGES", 80, 5000);
+  const uint64_t count = bound("CORVAN_SEARCH_IMAGES", 40, 5000);
   random_.seed(seed + 1);
   record(seed + 1);
   for (uint64_t tried = 0; tried < count; ++tried) {
     const std::size_t of_store = below(record_.events.size() + 1);
     const std::size_t of_index = below(record_.events.size() + 1);
-    const std::vector<DiskImage> stores = images(of_store);
-    const std::vector<DiskImage> indexes = images(of_index);
     DiskImage mixed;
-    for (const auto& [name, content] : stores[below(stores.size())]) {
+    for (const auto& [name, content] : any_image(of_store)) {
       if (!is_index(name)) mixed[name] = content;
     }
-    for (const auto& [name, content] : indexes[below(indexes.size())]) {
+    for (const auto& [name, content] : any_image(of_index)) {
       if (is_index(name)) mixed[name] = content;
     }
     ASSERT_EQ(open_image(mixed), "") << "CORVAN_SEARCH_SEED=" << seed << ", store after "
