@@ -76,6 +76,13 @@ void SearchTest::SetUp() {
   ASSERT_TRUE(open());
 }
 
+SearchTest::Found SearchTest::ids(Corvan::MessageSearch& search, const std::string& query,
+                                  const Corvan::SearchOptions& options) {
+  Found ids;
+  for (const auto& hit : search.find(query, options).hits) ids.push_back(hit.id);
+  return ids;
+}
+
 void SearchTest::build_index() const {
   Corvan::MessageSearch search(path());
   ASSERT_EQ(mend_all(search), "");

@@ -69,6 +69,11 @@ class SearchTest : public testing::Test {
   Truth truth() const { return Truth(file()); }
   FileSet index_files() const { return files_in_folder(folder.path(), "corvan-search"); }
 
+  // The ids that a search finds, from the newest to the oldest.
+  using Found = std::vector<int64_t>;
+  static Found ids(Corvan::MessageSearch& search, const std::string& query,
+                   const Corvan::SearchOptions& options = Corvan::SearchOptions());
+
   // Catches up and sweeps through a new object.
   void build_index() const;
 
