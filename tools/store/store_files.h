@@ -14,6 +14,15 @@ namespace corvan_tool {
 // The path of the store's file in `folder`. The file need not exist.
 std::string store_file(const std::string& folder);
 
+// The path of the search index in `folder`. The file need not exist.
+std::string search_index_file(const std::string& folder);
+
+// Whether there is a file of that name, of any kind.
+bool has_search_index(const std::string& folder);
+
+// Whether the file begins like a database that is not encrypted. False if it cannot be read.
+bool is_plain_database(const std::string& file);
+
 // `file`, or the file that it links to. SQLite puts the log and the journal beside the latter.
 std::string real_file(const std::string& file);
 
