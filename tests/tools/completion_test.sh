@@ -25,6 +25,7 @@ expect "search" sea
 expect "verify" ver
 expect "--version" --v
 expect "--ignore-case" search --ig
+expect "--literal" search folder text --lit
 expect "--limit" search folder text --lim
 expect "private" search --type p
 expect "html" export folder --format h
