@@ -21,7 +21,9 @@ expect() {
 }
 
 expect "import" imp
-expect "search" sea
+expect "search search-index" sea
+expect "search-index" search-
+expect "--remove" search-index folder --r
 expect "verify" ver
 expect "--version" --v
 expect "--ignore-case" search --ig

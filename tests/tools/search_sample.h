@@ -66,8 +66,14 @@ class SearchSample : public ToolTest {
     return all;
   }
 
-  // Makes the index, which found() then expects to be used.
+  // Adds messages of another conversation, and makes the index, which found() then expects to be
+  // used. Without these messages, a few changes would be a large part of the store.
   void make_index() {
+    std::string more;
+    for (int i = 0; i < 40; ++i) {
+      more += line({{"session_id", "more"}, {"content", "more"}, {"sent_time", 1600000000000 + i}});
+    }
+    import(more);
     output({"search-index", store()});
     has_index = true;
   }

@@ -152,11 +152,15 @@ TEST_F(LiteralSearchTest, ClippedTablesShowTheHit) {
 struct Way {
   const char* name;
   Arguments options;
+  bool has_index = false;  // it was made before the test's changes
 };
 
 class EverySearchTest : public SearchSample, public testing::WithParamInterface<Way> {
  protected:
-  EverySearchTest() { way = GetParam().options; }
+  EverySearchTest() {
+    way = GetParam().options;
+    if (GetParam().has_index) make_index();
+  }
 };
 
 std::string name_of_way(const testing::TestParamInfo<Way>& one) {
@@ -164,7 +168,8 @@ std::string name_of_way(const testing::TestParamInfo<Way>& one) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, EverySearchTest,
-                         testing::Values(Way{"Words", {}}, Way{"Literal", {"--literal"}},
+                         testing::Values(Way{"Words", {}}, Way{"Index", {}, true},
+                                         Way{"Literal", {"--literal"}},
                                          Way{"IgnoringCase", {"--literal", "--ignore-case"}}),
                          name_of_way);
 

@@ -31,8 +31,11 @@ Corvan::SearchOptions options_for(const SearchCriteria& criteria) {
 
 std::string differences(const IndexWork& work) {
   std::string text;
-  if (work.added > 0) text += fmt::format("; {} not in it yet", counted(work.added, "message"));
-  if (work.mended > 0) text += fmt::format("; {} changed since", counted(work.mended, "message"));
+  if (work.added > 0) {
+    text += fmt::format("; {} {} not in it yet", counted(work.added, "message"),
+                        work.added == 1 ? "was" : "were");
+  }
+  if (work.mended > 0) text += fmt::format("; {} had changed", counted(work.mended, "message"));
   return text;
 }
 

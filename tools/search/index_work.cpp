@@ -31,10 +31,6 @@ SearchWork complete(const std::string& what, int64_t total, const Step& step) {
   return sum;
 }
 
-SearchWork sweep_to_the_end(MessageSearch& search, int64_t messages) {
-  return complete("messages compared", messages, [&search] { return search.sweep(kStep); });
-}
-
 }  // namespace
 
 IndexWork bring_up_to_date(MessageSearch& search) {
@@ -42,13 +38,12 @@ IndexWork bring_up_to_date(MessageSearch& search) {
                                     [&search] { return search.catch_up(kStep); });
   IndexWork all{added.status, added.messages, 0};
   // The first sweep may go on where an earlier one ended, and leave out what that one has compared.
-  const int64_t messages = search.progress().indexed;
-  int64_t compared = 0;
-  for (int sweeps = 0; sweeps < 2 && compared < messages && all.is_done(); ++sweeps) {
-    const SearchWork swept = sweep_to_the_end(search, messages);
+  for (int sweeps = 0; sweeps < 2 && all.is_done(); ++sweeps) {
+    const SearchWork swept = complete("messages compared", search.progress().indexed,
+                                      [&search] { return search.sweep(kStep); });
     all.status = swept.status;
     all.mended += swept.mended;
-    compared = swept.messages;
+    if (swept.messages >= search.progress().indexed) break;
   }
   return all;
 }
