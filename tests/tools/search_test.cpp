@@ -89,6 +89,19 @@ TEST_F(SearchTest, FindsTheNewestInAnyOrderOfTimes) {
   }
 }
 
+// With this index, SQLite would match contents before it looks at the type of the conversation.
+TEST_F(SearchTest, FindsTheNewestWithAnIndexOfAnotherProgram) {
+  for (const std::string& name :
+       rows("select name from sqlite_master where type='index' and tbl_name='t_message'")) {
+    plant("drop index " + name);
+  }
+  plant(
+      "create index other on t_message(session_id,content,sent_time);"
+      "update t_message set content='0 am' where id=6");
+  EXPECT_EQ(found({"am", "--session", "room", "--type", "group", "--limit", "1"}), Ids({2}));
+  EXPECT_EQ(next, "1700000000005:2");
+}
+
 TEST_F(SearchTest, ClippedTablesShowTheHit) {
   std::string before;
   for (int i = 0; i < 40; ++i) before += "ｘ";  // which folding makes shorter

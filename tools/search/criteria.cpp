@@ -11,14 +11,22 @@ namespace corvan_tool {
 namespace {
 
 // ?2 and ?3 are the place of `before`, ?4 the conversation.
-std::string query(const SearchCriteria& criteria, const std::string& condition) {
-  std::string sql = fmt::format("select {} from t_message where ", kMessageColumns);
-  if (criteria.before) sql += fmt::format("({},id)<(?2,?3) and ", kMessageTime);
-  if (criteria.session_id) sql += "session_id collate binary=?4 and ";
+std::string filters(const SearchCriteria& criteria) {
+  std::string sql = "1";
+  if (criteria.before) sql += fmt::format(" and ({},id)<(?2,?3)", kMessageTime);
+  if (criteria.session_id) sql += " and session_id collate binary=?4";
   if (!criteria.types.empty()) {
-    sql += fmt::format("session_type in({}) and ", listed_types(criteria.types));
+    sql += fmt::format(" and session_type in({})", listed_types(criteria.types));
   }
-  return sql + condition;
+  return sql;
+}
+
+// SQLite may compute the parts of an "and" in any order, those of a "case" only one after the
+// other.
+std::string query(const SearchCriteria& criteria, const std::string& condition) {
+  const std::string filter = filters(criteria);
+  return fmt::format("select {} from t_message where {} and case when {} then {} end",
+                     kMessageColumns, filter, filter, condition);
 }
 
 }  // namespace
@@ -40,10 +48,17 @@ FoundMessages select_messages(const Snapshot& store, const SearchCriteria& crite
 
 FoundMessages read_messages(const Snapshot& store, const std::vector<Corvan::SearchHit>& hits) {
   FoundMessages found;
-  const std::string sql = fmt::format("select {} from t_message where id=?", kMessageColumns);
+  Statement message(store.connection(),
+                    fmt::format("select {} from t_message where id=?", kMessageColumns));
   for (const Corvan::SearchHit& hit : hits) {
-    store.each_row(
-        sql, [&found](const Row& row) { found.push_back(message_at(row)); }, hit.id);
+    message.bind(1, hit.id);
+    const int rc = message.step();
+    if (rc == SQLITE_ROW) {
+      found.push_back(message_at(message.row()));
+    } else {
+      store.require(rc);
+    }
+    message.reset();
   }
   return found;
 }

@@ -27,7 +27,8 @@ struct SearchCriteria {
 using FoundMessages = std::vector<Corvan::MessageResponse>;
 
 // Selects the messages for which `condition` holds, an SQL expression in which ?1 is `text`. It is
-// computed from the largest id down. Throws ToolError if the store cannot be read.
+// computed only for messages that the other criteria admit, usually from the largest id down.
+// Throws ToolError if the store cannot be read.
 FoundMessages select_messages(const Snapshot& store, const SearchCriteria& criteria,
                               const std::string& condition, const std::string& text);
 
