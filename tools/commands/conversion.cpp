@@ -70,7 +70,7 @@ std::string failure_of(const Conversion& conversion, const ConversionTexts& text
 
 Conversion convert_store(const std::string& folder,
                          const std::function<Conversion(const cvrtc::Pathname& folder)>& convert) {
-  require_regular_files(folder);
+  require_regular_files(store_file(folder));
   require_no_lone_log(folder);
   const UnfinishedCopy copy(store_file(folder));
   return convert(folder_name(folder));

@@ -13,7 +13,6 @@
 #include "tools/search/index_work.h"
 #include "tools/store/connection.h"
 #include "tools/store/key.h"
-#include "tools/store/regular_file.h"
 #include "tools/store/store_files.h"
 #include "tools/store/store_state.h"
 #include "tools/ui/error.h"
@@ -41,7 +40,11 @@ struct SearchIndexOutcome {
   double seconds = 0;
 };
 
-void require_writable_folder(const std::string& folder, const std::string& file) {
+// Throws ToolError unless the folder has a store, and an index can be written there.
+void require_usable(const std::string& folder) {
+  require_store_in(folder, false);
+  const std::string file = search_index_file(folder);
+  require_regular_files(file);
   if (access(folder.c_str(), W_OK) == 0) return;
   throw ToolError(file + ": " + std::strerror(errno) + "; make its folder writable");
 }
@@ -56,9 +59,6 @@ void require_writable_folder(const std::string& folder, const std::string& file)
 SearchIndexOutcome update_search_index(const std::string& folder) {
   const Stopwatch stopwatch;
   const std::string file = search_index_file(folder);
-  require_store_in(folder, false);
-  require_writable_folder(folder, file);
-  require_regular_or_missing(file, "; move it away and try again");
   SearchIndexOutcome outcome;
   {
     const FolderKey key(folder);
@@ -105,6 +105,7 @@ int remove_search_index(const SearchIndexOptions& options) {
 
 int run_search_index(const SearchIndexOptions& options) {
   if (options.remove) return remove_search_index(options);
+  require_usable(options.folder);
   print_outcome(options.folder, update_search_index(options.folder), options.json);
   require_output("the search index was updated");
   return kOk;

@@ -1,6 +1,7 @@
 #include "tools/search/index_copy.h"
 
 #include <fmt/format.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <limits>
@@ -29,6 +30,13 @@ Corvan::SearchOptions options_for(const SearchCriteria& criteria) {
   return options;
 }
 
+constexpr const char* kUnusable = "empty, damaged or of another store";
+
+// SQLite notices at a checkpoint that a log does not belong to its file.
+bool is_sound(const std::string& file) {
+  return Connection(file).run("pragma wal_checkpoint") == SQLITE_DONE;
+}
+
 std::string differences(const IndexWork& work) {
   std::string text;
   if (work.added > 0) {
@@ -51,14 +59,17 @@ IndexCopy::IndexCopy(const std::string& folder, const Snapshot& store)
 bool IndexCopy::copy(const std::string& folder) {
   const std::string file = search_index_file(folder);
   if (!has_search_index(folder)) return false;
+  const std::string copied = search_index_file(store_.folder());
   try {
     require_regular_or_missing(file);
-    copy_database(file, search_index_file(store_.folder()));
-    return true;
+    copy_database(file, copied);
   } catch (const ToolError& error) {
     note_ = fmt::format("the search index is not used: {}", error.what());
     return false;
   }
+  if (is_sound(copied)) return true;
+  advise(kUnusable);
+  return false;
 }
 
 std::optional<FoundMessages> IndexCopy::find(const SearchCriteria& criteria) {
@@ -77,10 +88,12 @@ bool IndexCopy::is_worth_updating() {
                   [&messages](const Row& row) { messages = row.int64(0); });
   const int64_t indexed = search_.progress().indexed;
   if (2 * indexed >= messages) return true;
-  note_ =
-      fmt::format("the search index is {}; run 'corvan search-index {}'",
-                  indexed == 0 ? "empty, damaged or of another store" : "not up to date", folder_);
+  advise(indexed == 0 ? kUnusable : "not up to date");
   return false;
+}
+
+void IndexCopy::advise(const char* state) {
+  note_ = fmt::format("the search index is {}; run 'corvan search-index {}'", state, folder_);
 }
 
 bool IndexCopy::update() {

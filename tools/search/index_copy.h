@@ -30,6 +30,7 @@ class IndexCopy {
   bool copy(const std::string& folder);
   bool is_worth_updating();
   bool update();
+  void advise(const char* state);
   bool require(Corvan::SearchStatus status);
 
   const std::string folder_;

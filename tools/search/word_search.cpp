@@ -44,11 +44,11 @@ class NewestMatches {
 
 // The SQL function newest_match(TIME,ID,CONTENT).
 void match_values(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
-  auto& matches = *static_cast<NewestMatches*>(sqlite3_user_data(context));
   const Place place(sqlite3_value_int64(values[0]), sqlite3_value_int64(values[1]));
   const unsigned char* const text = sqlite3_value_text(values[2]);
   if (text == nullptr) return;
   try {
+    auto& matches = *static_cast<NewestMatches*>(sqlite3_user_data(context));
     const std::string_view content(reinterpret_cast<const char*>(text),
                                    static_cast<std::size_t>(sqlite3_value_bytes(values[2])));
     sqlite3_result_int(context, matches.add(place, content) ? 1 : 0);

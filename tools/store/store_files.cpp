@@ -98,8 +98,7 @@ void require_no_super_journal(const std::string& journal, const std::string& nam
                   "that wrote it, or move it away and try again");
 }
 
-void require_regular_files(const std::string& folder) {
-  const std::string file = store_file(folder);
+void require_regular_files(const std::string& file) {
   require_regular_or_missing(file);
   const std::string real = real_file(file);
   require_regular_beside(real, {kLogSuffix, kIndexSuffix, kJournalSuffix});

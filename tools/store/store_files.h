@@ -36,10 +36,10 @@ StoreSizes store_sizes(const std::string& file);
 // Whether there is a write-ahead log or a journal that is not empty.
 bool has_log(const std::string& file);
 
-// Throws ToolError if the store's file in `folder`, or a file beside it that SQLite would open with
-// it, is not a regular file, or if its journal would make SQLite delete another file. Missing files
-// are fine. Call this before SQLite opens the files: it would wait for the other end of a FIFO.
-void require_regular_files(const std::string& folder);
+// Throws ToolError if `file`, or a file beside it that SQLite would open with it, is not a regular
+// file, or if its journal would make SQLite delete another file. Missing files are fine. Call this
+// before SQLite opens the file: it would wait for the other end of a FIFO.
+void require_regular_files(const std::string& file);
 
 // Throws ToolError if `folder` has a log or a journal with content while the store's file is
 // missing or empty: SQLite would delete them when it opens the store.
