@@ -21,7 +21,7 @@ help_of() {
 }
 
 command_names() {
-  help_of | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'
+  help_of | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'
 }
 
 cat <<'HEAD'

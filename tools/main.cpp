@@ -44,6 +44,7 @@ int run(int argc, char** argv) {
   add_backup(line);
   add_compact(line);
   add_index(line);
+  add_search_index(line);
   add_export(line);
   add_restore(line);
   add_encrypt(line);

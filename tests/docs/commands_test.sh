@@ -5,7 +5,7 @@ set -eu
 # Finds `corvan COMMAND ...` in text, and in code blocks at the start of a line, after a prompt or a ";".
 named=$(find . -name '*.md' ! -path './build*/*' ! -path './.git/*' -exec \
   sed -nE 's/`corvan /\n&/g; s/; corvan /\n&/g; s/^(\$ )?corvan /\n&/; T; p' {} + |
-  sed -nE 's/^(`|; |\$ )?corvan ([a-z]+)([^a-z=].*)?$/\2/p' | sort -u)
+  sed -nE 's/^(`|; |\$ )?corvan ([a-z-]+)([^a-z=-].*)?$/\2/p' | sort -u)
 status=0
 for command in $named; do
   if ! "$1" "$command" --help >/dev/null 2>&1; then

@@ -130,6 +130,9 @@ TEST_F(CommandLineTest, AcceptsFolderNamesThatLookLikeUris) {
                                 {"check", name},
                                 {"import", name, "--user", "me", "/dev/null"},
                                 {"index", name},
+                                {"search-index", name},
+                                {"search", name, "hi"},
+                                {"search-index", name, "--remove"},
                                 {"compact", name},
                                 {"verify", name, "--repair", "counters"},
                                 {"verify", name}}) {
@@ -163,6 +166,8 @@ TEST_F(CommandLineTest, ReportsWhatWasDoneIfOutputCannotBeWritten) {
   const std::vector<std::pair<Arguments, std::string>> cases = {
       {{"import", store(), "--user", "me", log}, "the import is done"},
       {{"index", store()}, "the indexes were changed"},
+      {{"search-index", store()}, "the search index was updated"},
+      {{"search-index", store(), "--remove"}, "the search index was deleted"},
       {{"compact", store()}, "the store was compacted"},
       {{"verify", store(), "--repair", "counters", "--backup", made("before")},
        "the changes were made, and the original was copied to " + made("before")},

@@ -21,10 +21,13 @@ expect() {
 }
 
 expect "import" imp
-expect "search" sea
+expect "search search-index" sea
+expect "search-index" search-
+expect "--remove" search-index folder --r
 expect "verify" ver
 expect "--version" --v
 expect "--ignore-case" search --ig
+expect "--literal" search folder text --lit
 expect "--limit" search folder text --lim
 expect "private" search --type p
 expect "html" export folder --format h

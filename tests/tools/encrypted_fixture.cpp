@@ -106,6 +106,7 @@ std::vector<Arguments> EncryptedTest::commands() const {
                                 {"verify", "", "--repair", "counters"},
                                 {"index", ""},
                                 {"index", "", "--dry-run"},
+                                {"search-index", ""},
                                 {"compact", ""},
                                 {"salvage", "", new_store()},
                                 {"backup", "", new_store()},

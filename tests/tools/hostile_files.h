@@ -47,6 +47,7 @@ class HostileFilesTest : public ToolTest {
     return {{"import", store(), "--user", "me", log_},
             {"compact", store()},
             {"index", store()},
+            {"search-index", store()},
             {"verify", store(), "--repair", "counters"}};
   }
 

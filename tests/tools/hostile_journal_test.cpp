@@ -65,6 +65,36 @@ TEST_F(HostileJournalTest, RefusesAJournalThatNamesAnotherFile) {
   EXPECT_EQ(read_file(victim), "mine");
 }
 
+TEST_F(HostileJournalTest, RefusesAJournalOfTheSearchIndexThatNamesAnotherFile) {
+  const std::string index = store() + "/corvan-search";
+  output({"search-index", store()});
+  const std::string victim = write("victim", "mine");
+  corvan_test::plant(index, "pragma journal_mode=delete");
+  write_file(index + "-journal", journal_with_super(read_file(index), victim));
+  expect_refused({{"search-index", store()}}, index + "-journal");
+  const Outcome outcome = run({"search", store(), "hi"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.err.find("corvan: the search index is not used: " + index + "-journal: "), 0U)
+      << outcome.err;
+  EXPECT_EQ(read_file(victim), "mine");
+}
+
+// SQLite accepts such a log, as it does for a store.
+TEST_F(HostileJournalTest, SearchesWithoutAnIndexWhoseLogHasAnotherPageSize) {
+  const std::string index = store() + "/corvan-search";
+  output({"search-index", store()});
+  const std::string other = folder.file("other");
+  fs::copy_file(index, other);
+  corvan_test::plant(other, "pragma journal_mode=delete;pragma page_size=65536;vacuum");
+  const WriteAhead log(other, "update state set swept_to=1");
+  fs::copy_file(other + "-wal", index + "-wal", fs::copy_options::overwrite_existing);
+  const Outcome outcome = run({"search", store(), "hi"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.err.find("corvan: the search index is empty, damaged or of another store; "),
+            0U)
+      << outcome.err;
+}
+
 // As journal_mode=persist leaves it.
 TEST_F(HostileJournalTest, IgnoresAFinishedJournal) {
   plant("pragma journal_mode=delete");

@@ -112,7 +112,11 @@ TEST_F(JsonKeysTest, HelpNamesTheKeysThatCommandsWrite) {
   expect_documented("list", {json({"list", store(), "--json"})});
   expect_documented("unread", {json({"unread", store(), "--json"})});
   expect_documented("show", {json({"show", store(), "1", "--json"})});
-  expect_documented("search", {json({"search", store(), "h", "--limit", "1", "--json"})});
+  expect_documented("search",
+                    {json({"search", store(), "hi", "--limit", "1", "--json"}),
+                     json({"search", store(), "h", "--literal", "--limit", "1", "--json"})});
+  expect_documented("search-index", {json({"search-index", store(), "--json"}),
+                                     json({"search-index", store(), "--remove", "--json"})});
   expect_documented("stats", {json({"stats", store(), "--json"})});
   expect_documented("check", {json({"check", store(), "--json"})});
   expect_documented("backup", {json({"backup", store(), folder.file("backup"), "--json"})});

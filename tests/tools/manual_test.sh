@@ -20,7 +20,7 @@ if command -v man >/dev/null; then
 fi
 
 plain=$(sed 's/\\-/-/g' "$page")
-commands=$("$2" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')
+commands=$("$2" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')
 [ "$(wc -w <<<"$commands")" -ge 14 ] || fail "--help lists too few commands: $commands"
 for command in $commands; do
   section=$(sed -n "/^\.SS $command\$/,/^\.S[SH] /p" <<<"$plain")

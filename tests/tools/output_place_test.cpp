@@ -26,9 +26,12 @@ TEST_F(OutputPlaceTest, RefusesTheNameOfAStoresFile) {
   fs::create_directory(store() + "/sub");
   fs::create_directory_symlink(store(), folder.file("linked"));
   const std::vector<std::string> places = {
-      store() + "/corvan-wal",          store() + "/corvan-shm",   store() + "/corvan-journal",
-      store() + "/./corvan-wal",        store() + "//corvan-wal/", store() + "/sub/../corvan-wal",
-      folder.file("linked/corvan-wal"), other + "/corvan-journal"};
+      store() + "/corvan-wal",          store() + "/corvan-shm",
+      store() + "/corvan-journal",      store() + "/./corvan-wal",
+      store() + "//corvan-wal/",        store() + "/sub/../corvan-wal",
+      folder.file("linked/corvan-wal"), other + "/corvan-journal",
+      store() + "/corvan-search",       store() + "/corvan-search-wal",
+      other + "/corvan-search",         store() + "/sub/corvan-search-shm"};
   for (const std::string& place : places) {
     SCOPED_TRACE(place);
     const std::vector<Arguments> commands = {

@@ -143,6 +143,8 @@ TEST_F(TerminalTextTest, TablesAndErrorsEscapeControlCharacters) {
            {"restore", other, other},
            {"backup", store(), folder.file("b" + text)},
            {"index", other},
+           {"search-index", other},
+           {"search-index", other, "--remove"},
            {"list", store(), "--type", text},
            {"import", store(), "--user", "me", other},
        }) {

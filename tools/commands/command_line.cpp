@@ -25,7 +25,8 @@ namespace {
 
 constexpr const char* kFooter =
     "FOLDER is the folder that holds the store's file, \"corvan\". Only import, index, compact,\n"
-    "verify --repair, encrypt, decrypt and rekey change a store; the others read a temporary copy.\n"
+    "verify --repair, encrypt, decrypt and rekey change a store; the others read a temporary copy, but\n"
+    "search-index reads the store itself, and writes a file beside it.\n"
     "Times are in UTC.\n"
     "Put \"--\" before an argument that begins with \"-\": corvan search FOLDER -- -x.\n"
     "--key-file FILE names the key of an encrypted store: FILE holds 64 hexadecimal digits, and only\n"

@@ -21,6 +21,7 @@ void add_salvage(CommandLine& line);
 void add_backup(CommandLine& line);
 void add_compact(CommandLine& line);
 void add_index(CommandLine& line);
+void add_search_index(CommandLine& line);
 void add_export(CommandLine& line);
 void add_restore(CommandLine& line);
 void add_encrypt(CommandLine& line);

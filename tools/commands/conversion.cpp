@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+#include "addons/search/message_search.h"
 #include "tools/store/connection.h"
 #include "tools/store/interrupt.h"
 #include "tools/store/key.h"
@@ -69,10 +70,10 @@ std::string failure_of(const Conversion& conversion, const ConversionTexts& text
 
 Conversion convert_store(const std::string& folder,
                          const std::function<Conversion(const cvrtc::Pathname& folder)>& convert) {
-  require_regular_files(folder);
+  require_regular_files(store_file(folder));
   require_no_lone_log(folder);
   const UnfinishedCopy copy(store_file(folder));
-  return convert(cvrtc::Pathname(unmistakable_path(folder), ""));
+  return convert(folder_name(folder));
 }
 
 void print_conversion(const std::string& file, bool json, const ConversionTexts& texts,
@@ -88,6 +89,26 @@ void print_conversion(const std::string& file, bool json, const ConversionTexts&
                            seconds_text(seconds));
 }
 
+// Whether the index is as plain, or as encrypted, as the store.
+bool is_plain_as(const std::string& index, const std::string& file) {
+  return is_plain_database(index) == is_plain_database(file);
+}
+
+// An index of the store before its conversion shows words of its messages, or can no longer be
+// read.
+void delete_search_index(const std::string& folder, ConversionResult result) {
+  const std::string index = search_index_file(folder);
+  if (!has_search_index(folder)) return;
+  if (result == ConversionResult::kAlreadyDone && is_plain_as(index, store_file(folder))) return;
+  if (!Corvan::MessageSearch::remove(folder_name(folder))) {
+    throw ToolError(index +
+                    ": belongs to the store before its conversion, and cannot be deleted; "
+                    "delete it, because it may show words of messages");
+  }
+  std::cerr << "corvan: the old search index was deleted; make a new one with 'corvan search-index "
+            << printable(folder) << "'\n";
+}
+
 }  // namespace
 
 int convert_and_report(const std::string& folder, bool json, const ConversionTexts& texts,
@@ -97,6 +118,7 @@ int convert_and_report(const std::string& folder, bool json, const ConversionTex
   const Conversion conversion = convert_store(folder, convert);
   if (!is_done(conversion.result)) throw ToolError(file + ": " + failure_of(conversion, texts));
   print_conversion(file, json, texts, conversion.result, stopwatch.seconds());
+  delete_search_index(folder, conversion.result);
   if (!conversion.detail.empty()) {
     throw ToolError(file + ": was " + texts.done + ", but its folder cannot be synced (" +
                     conversion.detail + "); after a power loss, it may be as before");

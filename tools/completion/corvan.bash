@@ -25,7 +25,7 @@ _corvan() {
   esac
   if [ -z "$command" ]; then
     mapfile -t COMPREPLY < <(compgen -W "--help --version --key-file --passphrase $("$program" --help 2>/dev/null |
-      sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" -- "$word")
+      sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')" -- "$word")
     return
   fi
   case $previous in

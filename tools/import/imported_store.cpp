@@ -39,7 +39,7 @@ void prepare_folder(const std::string& folder) {
     throw ToolError(folder + ": is not a folder; name the store's folder");
   }
   if (error) throw ToolError(folder + ": " + error.message());
-  require_regular_files(folder);
+  require_regular_files(store_file(folder));
   require_no_lone_log(folder);
   const std::string file = store_file(folder);
   if (!std::filesystem::exists(file, error)) return;

@@ -93,6 +93,10 @@ std::string unmistakable_path(const std::string& path) {
   return path.rfind("file:", 0) == 0 ? "./" + path : path;
 }
 
+cvrtc::Pathname folder_name(const std::string& folder) {
+  return {unmistakable_path(folder), ""};
+}
+
 std::string quoted_name(const std::string& name) {
   std::string result = "\"";
   for (const char c : name) result.append(c == '"' ? 2 : 1, c);

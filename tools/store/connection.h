@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "addons/encryption/store_keys.h"
+#include "base/pathname.h"
 
 namespace corvan_tool {
 
@@ -138,6 +139,9 @@ void require_unlocked(const Connection& connection, const std::string& name);
 // A path that SQLite does not treat as a URI. A build with support for URIs would treat "file:..."
 // as one.
 std::string unmistakable_path(const std::string& path);
+
+// A folder as the libraries take it.
+cvrtc::Pathname folder_name(const std::string& folder);
 
 // A name quoted as an SQL identifier.
 std::string quoted_name(const std::string& name);

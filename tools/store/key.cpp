@@ -1,5 +1,6 @@
 #include "tools/store/key.h"
 
+#include "tools/store/connection.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
@@ -40,6 +41,15 @@ void use_key(const Corvan::StoreKey& key) {
 
 const Corvan::StoreKey& used_key() {
   return kept_key();
+}
+
+FolderKey::FolderKey(const std::string& folder) : folder_(folder_name(folder)) {
+  if (!used_key().is_valid() || Corvan::StoreKeys::set(folder_, used_key())) return;
+  throw ToolError(folder + ": the key cannot be set");
+}
+
+FolderKey::~FolderKey() {
+  if (used_key().is_valid()) Corvan::StoreKeys::forget(folder_);
 }
 
 bool is_refused_key(KeyRefusal refusal) {

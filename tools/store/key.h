@@ -6,6 +6,7 @@
 #include <string>
 
 #include "addons/encryption/store_keys.h"
+#include "base/pathname.h"
 
 namespace corvan_tool {
 
@@ -20,6 +21,19 @@ void use_key(const Corvan::StoreKey& key);
 
 // The key given to use_key(); not valid if there was none.
 const Corvan::StoreKey& used_key();
+
+// While it exists, the libraries open the files of a folder with used_key(), if that is valid.
+class FolderKey {
+ public:
+  // Throws ToolError if the key cannot be set.
+  explicit FolderKey(const std::string& folder);
+  FolderKey(const FolderKey&) = delete;
+  FolderKey& operator=(const FolderKey&) = delete;
+  ~FolderKey();
+
+ private:
+  const cvrtc::Pathname folder_;
+};
 
 // Whether the file was refused because of its key. Damage and locks are other reasons.
 bool is_refused_key(Corvan::KeyRefusal refusal);

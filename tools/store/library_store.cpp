@@ -12,15 +12,6 @@ namespace corvan_tool {
 
 namespace {
 
-cvrtc::Pathname folder_name(const std::string& folder) {
-  return {unmistakable_path(folder), ""};
-}
-
-void set_key(const std::string& folder) {
-  if (!used_key().is_valid() || Corvan::StoreKeys::set(folder_name(folder), used_key())) return;
-  throw ToolError(folder + ": the key cannot be set");
-}
-
 std::string refusal_or(const std::string& failure) {
   const Corvan::KeyRefusal refusal = Corvan::StoreKeys::last_refusal();
   if (is_refused_key(refusal)) return refusal_text(refusal);
@@ -33,8 +24,7 @@ void silence_library() {
   cvrtc::LogMessage::SetSink([](cvrtc::LoggingSeverity, const std::string&) {});
 }
 
-LibraryStore::LibraryStore(const std::string& folder, const std::string& user) {
-  set_key(folder);
+LibraryStore::LibraryStore(const std::string& folder, const std::string& user) : key_(folder) {
   cvrtc::LogMessage::SetSink([this](cvrtc::LoggingSeverity /*severity*/, const std::string& text) {
     if (!failure_.empty()) return;
     const std::size_t last_field = text.rfind(";;;");  // SQLite's own words

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "db/cv_db_singleton.h"
+#include "tools/store/key.h"
 
 namespace corvan_tool {
 
@@ -30,6 +31,7 @@ class LibraryStore {
   const std::string& failure() const { return failure_; }
 
  private:
+  const FolderKey key_;
   std::string failure_;
 };
 

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <string_view>
 #include <system_error>
 
 #include "tools/store/file_names.h"
-#include "tools/store/regular_file.h"
+#include "tools/store/store_files.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
@@ -27,16 +26,8 @@ bool is_store_folder(const fs::path& folder) {
   });
 }
 
-bool is_database(const fs::path& file) {
-  constexpr std::string_view kBegin = "SQLite format 3";
-  std::error_code ignored;
-  if (!fs::is_regular_file(file, ignored)) return false;
-  try {
-    std::string bytes;
-    return ReadOnlyFile(file.string(), false).read(0, kBegin.size(), bytes) && bytes == kBegin;
-  } catch (const ToolError&) {
-    return false;  // it cannot be opened
-  }
+bool is_own_name(const std::string& name) {
+  return name == kStoreName || name == kSearchIndexName;
 }
 
 bool is_store_file(const fs::path& folder, const std::string& name) {
@@ -45,8 +36,8 @@ bool is_store_file(const fs::path& folder, const std::string& name) {
     const std::size_t size = name.size() - end.size();
     if (name.compare(size, end.size(), end) != 0) return false;
     const std::string of = name.substr(0, size);
-    if (end.empty()) return of == kStoreName && is_store_folder(folder);
-    return of == kStoreName || is_database(folder / of);
+    if (end.empty()) return is_own_name(of) && is_store_folder(folder);
+    return is_own_name(of) || is_plain_database((folder / of).string());
   });
 }
 

@@ -23,6 +23,8 @@ class Snapshot {
 
   // The path of the original store's file, for texts.
   const std::string& name() const { return name_; }
+  // The folder of the copied file. Ends with a slash.
+  const std::string& folder() const { return copy_.folder(); }
   // The path of the copied file.
   std::string file() const { return store_file(copy_.folder()); }
   const StoreSizes& sizes() const { return copy_.sizes(); }

@@ -159,9 +159,7 @@ void require_store_file(const std::string& file) {
 
 }  // namespace
 
-StoreSizes copy_store(const std::string& folder, const std::string& to) {
-  const std::string from = store_file(folder);
-  require_store_file(from);
+StoreSizes copy_database(const std::string& from, const std::string& to) {
   const std::string real = real_file(from);
   require_regular_beside(real, {kLogSuffix, kJournalSuffix});
   for (int attempt = 0;; ++attempt) {
@@ -176,6 +174,12 @@ StoreSizes copy_store(const std::string& folder, const std::string& to) {
     }
     std::this_thread::sleep_for(kPause);
   }
+}
+
+StoreSizes copy_store(const std::string& folder, const std::string& to) {
+  const std::string from = store_file(folder);
+  require_store_file(from);
+  return copy_database(from, to);
 }
 
 StoreCopy::StoreCopy(const std::string& folder)

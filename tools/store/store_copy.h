@@ -28,6 +28,10 @@ class StoreCopy {
   const StoreSizes sizes_;
 };
 
+// Copies the database `from`, which must exist, to the file `to` and its log and journal beside it,
+// as StoreCopy does. Returns the sizes of the files. Throws ToolError if they cannot be copied.
+StoreSizes copy_database(const std::string& from, const std::string& to);
+
 // Copies the store in `folder` to the file `to` and its log and journal beside it, as StoreCopy
 // does. Returns the sizes of the store's files. Throws ToolError as StoreCopy does.
 StoreSizes copy_store(const std::string& folder, const std::string& to);

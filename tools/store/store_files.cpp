@@ -41,6 +41,28 @@ std::string store_file(const std::string& folder) {
   return (std::filesystem::path(folder) / kStoreName).string();
 }
 
+std::string search_index_file(const std::string& folder) {
+  return (std::filesystem::path(folder) / kSearchIndexName).string();
+}
+
+bool has_search_index(const std::string& folder) {
+  std::error_code ignored;
+  const auto status = std::filesystem::symlink_status(search_index_file(folder), ignored);
+  return std::filesystem::exists(status);
+}
+
+bool is_plain_database(const std::string& file) {
+  constexpr std::string_view kBegin = "SQLite format 3";
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(file, ignored)) return false;
+  try {
+    std::string bytes;
+    return ReadOnlyFile(file, false).read(0, kBegin.size(), bytes) && bytes == kBegin;
+  } catch (const ToolError&) {
+    return false;  // it cannot be opened
+  }
+}
+
 std::string real_file(const std::string& file) {
   std::error_code error;
   const std::filesystem::path real = std::filesystem::canonical(file, error);
@@ -76,8 +98,7 @@ void require_no_super_journal(const std::string& journal, const std::string& nam
                   "that wrote it, or move it away and try again");
 }
 
-void require_regular_files(const std::string& folder) {
-  const std::string file = store_file(folder);
+void require_regular_files(const std::string& file) {
   require_regular_or_missing(file);
   const std::string real = real_file(file);
   require_regular_beside(real, {kLogSuffix, kIndexSuffix, kJournalSuffix});

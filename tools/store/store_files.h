@@ -14,6 +14,15 @@ namespace corvan_tool {
 // The path of the store's file in `folder`. The file need not exist.
 std::string store_file(const std::string& folder);
 
+// The path of the search index in `folder`. The file need not exist.
+std::string search_index_file(const std::string& folder);
+
+// Whether there is a file of that name, of any kind.
+bool has_search_index(const std::string& folder);
+
+// Whether the file begins like a database that is not encrypted. False if it cannot be read.
+bool is_plain_database(const std::string& file);
+
 // `file`, or the file that it links to. SQLite puts the log and the journal beside the latter.
 std::string real_file(const std::string& file);
 
@@ -27,10 +36,10 @@ StoreSizes store_sizes(const std::string& file);
 // Whether there is a write-ahead log or a journal that is not empty.
 bool has_log(const std::string& file);
 
-// Throws ToolError if the store's file in `folder`, or a file beside it that SQLite would open with
-// it, is not a regular file, or if its journal would make SQLite delete another file. Missing files
-// are fine. Call this before SQLite opens the files: it would wait for the other end of a FIFO.
-void require_regular_files(const std::string& folder);
+// Throws ToolError if `file`, or a file beside it that SQLite would open with it, is not a regular
+// file, or if its journal would make SQLite delete another file. Missing files are fine. Call this
+// before SQLite opens the file: it would wait for the other end of a FIFO.
+void require_regular_files(const std::string& file);
 
 // Throws ToolError if `folder` has a log or a journal with content while the store's file is
 // missing or empty: SQLite would delete them when it opens the store.

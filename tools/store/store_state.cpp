@@ -137,7 +137,7 @@ std::string damage_of_store(const std::string& file, const std::string& name) {
 
 void require_store_in(const std::string& folder, bool may_be_empty) {
   const std::string file = store_file(folder);
-  require_regular_files(folder);
+  require_regular_files(store_file(folder));
   // A log is part of the store: with a log that does not fit, the store counts as damaged.
   if (!(has_log(file) ? holds_store_tables_with_log(file) : holds_store_tables(file))) {
     const StoreCopy copy(folder);
