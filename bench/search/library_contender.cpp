@@ -29,7 +29,6 @@ int64_t catch_up(MessageSearch& search, std::chrono::microseconds budget) {
     verify(work.status, "catch_up()");
     indexed += work.messages;
     if (work.complete) return indexed;
-    Report::verify(work.messages > 0, "catch_up() gets on");
   }
 }
 
@@ -40,7 +39,6 @@ int64_t sweep(MessageSearch& search) {
     verify(work.status, "sweep()");
     compared += work.messages;
     if (work.complete) return compared;
-    Report::verify(work.messages > 0, "sweep() gets on");
   }
 }
 
