@@ -40,19 +40,12 @@ int64_t shard_of(const char* table) {
   return std::strcmp(end, "_data") == 0 ? number : 0;
 }
 
-// The hash of a segment's index of terms; 0 if it has none.
-int64_t segment_hash(const Connection& index, int64_t number, int64_t segment) {
-  Statement row(
-      index, "select term,pgno from " + shard_table(number) + "_idx where segid=? order by term");
-  row.bind(segment);
-  uint64_t hash = 0;
-  while (row.row())
-    hash = mixed(hash_of(row.blob(0)) ^ hash, static_cast<uint64_t>(row.integer(1)));
-  return static_cast<int64_t>(hash);
-}
-
 std::string data_query(int64_t number, const char* condition) {
   return "select id,block from " + shard_table(number) + "_data where " + condition;
+}
+
+std::string segment_query(int64_t number) {
+  return "select term,pgno from " + shard_table(number) + "_idx where segid=? order by term";
 }
 
 }  // namespace
@@ -95,16 +88,29 @@ void Checksums::record() {
 }
 
 void Checksums::record_row(int64_t number, int64_t id) {
-  Statement& row = data_row(number);
+  Statement& row = statements(number).row;
   const bool exists = row.bind(id).row();
   write(number, id, exists ? static_cast<int64_t>(hash_of(row.blob(1))) : 0, exists);
   row.reset();
 }
 
-Statement& Checksums::data_row(int64_t number) {
-  std::unique_ptr<Statement>& row = data_rows_[number];
-  if (row == nullptr) row = std::make_unique<Statement>(index_, data_query(number, "id=?"));
-  return *row;
+Checksums::Statements::Statements(const Connection& index, int64_t number)
+    : row(index, data_query(number, "id=?")), segment(index, segment_query(number)) {}
+
+Checksums::Statements& Checksums::statements(int64_t number) {
+  std::unique_ptr<Statements>& statements = statements_[number];
+  if (statements == nullptr) statements = std::make_unique<Statements>(index_, number);
+  return *statements;
+}
+
+// The hash of a segment's index of terms; 0 if it has none.
+int64_t Checksums::segment_hash(int64_t number, int64_t segment) {
+  Statement& row = statements(number).segment;
+  uint64_t hash = 0;
+  for (row.bind(segment); row.row();) {
+    hash = mixed(hash_of(row.blob(0)) ^ hash, static_cast<uint64_t>(row.integer(1)));
+  }
+  return static_cast<int64_t>(hash);
 }
 
 void Checksums::record_segments() {
@@ -113,7 +119,7 @@ void Checksums::record_segments() {
     const std::pair<int64_t, int64_t> segment(number, id >> kSegmentShift);
     if (segment == last || segment.second == 0) continue;
     last = segment;
-    const int64_t hash = segment_hash(index_, number, segment.second);
+    const int64_t hash = segment_hash(number, segment.second);
     write(number, -segment.second, hash, hash != 0);
   }
 }
@@ -127,7 +133,7 @@ void Checksums::write(int64_t number, int64_t id, int64_t hash, bool exists) {
 }
 
 void Checksums::remove(int64_t number) {
-  data_rows_.erase(number);
+  statements_.erase(number);
   Statement(index_, "delete from checksum where number=?").bind(number).run();
 }
 
@@ -136,17 +142,17 @@ void Checksums::discard() {
   is_incomplete_ = false;
 }
 
-bool Checksums::agree(int64_t number, int64_t* position, int64_t limit) const {
+bool Checksums::agree(int64_t number, int64_t* position, int64_t limit) {
   if (*position != kBegin) return rows_agree(number, position, limit);
   *position = 0;
   return segments_agree(number);
 }
 
-bool Checksums::segments_agree(int64_t number) const {
+bool Checksums::segments_agree(int64_t number) {
   Statement recorded(index_, "select -id,hash from checksum where number=? and id<0");
   int64_t segments = 0;
   for (recorded.bind(number); recorded.row(); ++segments) {
-    if (segment_hash(index_, number, recorded.integer(0)) != recorded.integer(1)) return false;
+    if (segment_hash(number, recorded.integer(0)) != recorded.integer(1)) return false;
   }
   return index_.number("select count(distinct segid) from " + shard_table(number) + "_idx") ==
          segments;

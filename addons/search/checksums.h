@@ -34,18 +34,26 @@ class Checksums {
 
   // Compares at most `limit` rows of a shard's table with their hashes, from the row `*position`,
   // and moves `*position` on. False if one differs. When the end is reached, `*position` is kEnd.
-  bool agree(int64_t number, int64_t* position, int64_t limit) const;
+  bool agree(int64_t number, int64_t* position, int64_t limit);
   static constexpr int64_t kBegin = -1;  // the segments' indexes of terms come first
   static constexpr int64_t kEnd = INT64_MAX;
 
  private:
+  // Those of one shard's table.
+  struct Statements {
+    Statements(const Connection& index, int64_t number);
+    Statement row;
+    Statement segment;
+  };
+
   static void on_change(void* self, int operation, const char* database, const char* table,
                         sqlite3_int64 row) noexcept;
   void record_row(int64_t number, int64_t id);
   void record_segments();
-  Statement& data_row(int64_t number);
+  int64_t segment_hash(int64_t number, int64_t segment);
+  Statements& statements(int64_t number);
   void write(int64_t number, int64_t id, int64_t hash, bool exists);
-  bool segments_agree(int64_t number) const;
+  bool segments_agree(int64_t number);
   bool rows_agree(int64_t number, int64_t* position, int64_t limit) const;
 
   const Connection& index_;
@@ -53,9 +61,9 @@ class Checksums {
   Statement release_;
   Statement insert_;
   Statement delete_;
-  std::map<int64_t, std::unique_ptr<Statement>> data_rows_;  // by the shard
-  std::vector<std::pair<int64_t, int64_t>> changed_;         // shard, row
-  bool is_incomplete_ = false;                               // memory ran out
+  std::map<int64_t, std::unique_ptr<Statements>> statements_;  // by the shard
+  std::vector<std::pair<int64_t, int64_t>> changed_;           // shard, row
+  bool is_incomplete_ = false;                                 // memory ran out
 };
 
 }  // namespace Corvan::search

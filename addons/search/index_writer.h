@@ -25,7 +25,7 @@ class IndexWriter {
   State& state() { return state_; }
   std::vector<Shard>& shards() { return shards_; }
   Fingerprints& fingerprints() { return fingerprints_; }
-  const Checksums& checksums() const { return checksums_; }
+  Checksums& checksums() { return checksums_; }
 
   // Reads the state and the shards again. An IndexChange does so at its begin.
   void reload();
