@@ -34,7 +34,7 @@ Candidates::Candidates(const Connection* index, const Query& query)
 
 std::string Candidates::choose_match(const Query& query) {
   std::vector<MatchExpression::Token> tokens = query.tokens();
-  if (!shards_.empty()) {
+  if (!shards_.empty() && !query.has_phrase()) {
     const std::string newest = shard_table(shards_.back().number);
     tokens = selective_tokens(*index_, newest, state_.highest, messages(), tokens);
   }

@@ -21,9 +21,11 @@ bool starts_with(const std::string& text, const std::string& beginning) {
 void MatchExpression::add(const Term& term) {
   const std::string_view folded = term.folded();
   std::size_t at = 0;
+  int words = 0;
   for (std::string_view chunk = next_chunk(folded, at); !chunk.empty();) {
     const std::string_view next = next_chunk(folded, at);
     if (is_word(chunk)) {
+      has_phrase_ = has_phrase_ || ++words > 1;
       add_word(chunk, term.is_prefix() && next.empty());
     } else {
       add_unspaced(chunk);

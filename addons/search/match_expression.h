@@ -23,6 +23,9 @@ class MatchExpression {
 
   void add(const Term& term);
 
+  // Whether a term consists of several words.
+  bool has_phrase() const { return has_phrase_; }
+
   // All tokens; the most useful ones if there are many. Empty if no term was added.
   std::vector<Token> tokens() const;
 
@@ -34,6 +37,7 @@ class MatchExpression {
   void add_unspaced(std::string_view chunk);
   bool is_covered(const std::string& prefix) const;
 
+  bool has_phrase_ = false;
   std::set<std::string> tokens_;
   std::set<std::string> prefixes_;
   std::set<std::string> paired_;  // unspaced characters of tokens_

@@ -51,6 +51,7 @@ Query::Query(std::string_view text) {
   MatchExpression expression;
   for (const Term& term : terms_) expression.add(term);
   tokens_ = expression.tokens();
+  has_phrase_ = expression.has_phrase();
 }
 
 bool Query::matches(std::string_view text) const {

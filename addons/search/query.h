@@ -26,6 +26,9 @@ class Query {
   std::string match() const { return MatchExpression::text(tokens_); }
   bool has_prefix() const { return !tokens_.empty() && tokens_.back().is_prefix; }
 
+  // Whether a term consists of several words. Messages that have all of them often have them apart.
+  bool has_phrase() const { return has_phrase_; }
+
   // What the index has for each text that matches.
   const std::vector<MatchExpression::Token>& tokens() const { return tokens_; }
 
@@ -40,6 +43,7 @@ class Query {
   std::vector<Term> terms_;         // without duplicates, long ones first
   std::optional<TermTable> table_;  // if there are many terms
   std::vector<MatchExpression::Token> tokens_;
+  bool has_phrase_ = false;
 };
 
 }  // namespace Corvan::search
