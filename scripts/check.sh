@@ -7,6 +7,7 @@
 #   includes   includes of base/, db/, addons/ and tools/ point downwards; no two headers of tools/ define
 #              a class of one name
 #   links      the relative links and headings in the documents
+#   unicode    the search's table of characters is that of the Unicode data
 #   reference  Doxygen's reference of the headers, without warnings
 #   headers    every header compiles alone, with g++ and with clang++
 #   cppcheck   cppcheck on the library, the tool and the examples
@@ -39,6 +40,8 @@ check_includes() {
 }
 
 check_links() { files '*.md' | xargs awk -f scripts/links.awk; }
+
+check_unicode() { bash scripts/unicode_ranges.sh --check; }
 
 check_reference() { bash scripts/docs.sh; }
 
@@ -114,12 +117,13 @@ declare -A advice=(
   [scripts]="fix the script; shellcheck FILE explains"
   [includes]="move the common code to a lower folder, or rename one of the classes"
   [links]="fix the link, or the heading that it names"
+  [unicode]="run scripts/unicode_ranges.sh, and increase the version in addons/search/tokenizer.cpp"
   [reference]="document the named member in its header, with a /// comment"
   [headers]="include everything that the header uses"
   [cppcheck]="fix the code, or add a false positive to scripts/cppcheck.txt with the reason"
   [tidy]="fix the code, or mark a false positive: // NOLINT(name): reason"
 )
-order=(format scripts includes links reference headers cppcheck tidy)
+order=(format scripts includes links unicode reference headers cppcheck tidy)
 
 names=("$@")
 [ $# -gt 0 ] || names=("${order[@]}")
