@@ -180,7 +180,7 @@ constexpr const char* kSearchResult =
     "as it is, anywhere in the content; --ignore-case then makes upper and lower case letters equal,\n"
     "and composed and decomposed ones. Without --literal it changes nothing.\n"
     "The newest message comes first; among messages of the same time, the one with the larger id.\n"
-    "An index made by 'search-index' makes the search faster, and does not change its result.\n"
+    "An index made by 'search-index' is used if there is one; it does not change the result.\n"
     "With --json: an object with messages, an array of objects with the keys of 'history';\n"
     "next_place, the TIME:ID to give with --before for the next page, null if there is none; and\n"
     "index (whether the index was used).\n"
