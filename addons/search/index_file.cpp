@@ -60,6 +60,12 @@ void create(const Connection& index) {
   transaction.commit();
 }
 
+// Whether the file's header says that no SQLite may write it, though the system would allow it.
+bool is_unwritable(const Connection& index) {
+  return sqlite3_db_readonly(index.handle(), "main") == 1 &&
+         ::access(index.file().c_str(), W_OK) == 0;
+}
+
 std::unique_ptr<Connection> connect(const std::string& file, int flags) {
   auto index = std::make_unique<Connection>(file, flags, SearchStatus::kIndexError,
                                             SearchStatus::kIndexError);
@@ -86,7 +92,7 @@ std::unique_ptr<Connection> open_current(const std::string& file, const std::str
   auto index = connect(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   if (is_empty(*index)) {
     create(*index);
-  } else if (!is_current(*index)) {
+  } else if (!is_current(*index) || is_unwritable(*index)) {
     return nullptr;
   }
   execute(*index, kSettings);

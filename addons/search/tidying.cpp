@@ -42,12 +42,13 @@ bool merge_one(IndexWriter* index) {
   return true;
 }
 
-// Pages that the next merge or shard will use are not worth the work.
+// Pages that the next merge or shard will use are not worth the work. False if no page was
+// released.
 bool release_pages(const Connection& index) {
   const int64_t free = index.number("pragma freelist_count");
   if (free == 0 || free <= index.number("pragma page_count") / 32) return false;
   index.run("pragma incremental_vacuum(" + std::to_string(kReleasedPages) + ")");
-  return true;
+  return index.number("pragma freelist_count") < free;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -101,6 +102,33 @@ TEST_F(SearchDamage, DamagedIndex) {
   }
   // Damage that SQLite does not notice can hide messages until the sweep.
   RecordProperty("before_the_sweep_missing_in", missing);
+}
+
+TEST_F(SearchDamage, EachByteOfTheHeader) {
+  truth_ = truth();
+  const std::string sound = index_.at("corvan-search");
+  for (std::size_t at = 0; at < 100; ++at) {
+    for (const int value : {0, 3, 255}) {
+      FileSet files = index_;
+      files["corvan-search"][at] = static_cast<char>(value);
+      replace_files(folder.path(), "corvan-search", files);
+      ASSERT_EQ(recovers(), "") << "byte " << at << ": " << value;
+    }
+  }
+  EXPECT_TRUE(store_is_as_before());
+}
+
+// SQLite then cannot shorten the file.
+TEST_F(SearchDamage, IndexWithoutIncrementalVacuum) {
+  ASSERT_TRUE(open());
+  save_many(2, 3000);
+  build_index();
+  std::string bytes = read_file(index());
+  bytes[55] = 0;
+  write_file(index(), bytes);
+  the_store().clear_message_by_timestamp(std::numeric_limits<int64_t>::max(), false);
+  MessageSearch search(path());
+  EXPECT_EQ(mend_all(search), "");
 }
 
 TEST_F(SearchDamage, IndexDamagedUnderAnOpenObject) {
