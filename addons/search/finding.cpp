@@ -19,7 +19,7 @@ constexpr int64_t kFirstOfPrefix = 256;
 constexpr std::size_t kFew = 800;
 constexpr std::size_t kSome = 600;
 constexpr std::size_t kListed = 2500;
-constexpr int64_t kLeast = 64;  // messages that a call gets further, even if the time is over
+constexpr int64_t kLeast = 16;  // messages that a call gets further, even if the time is over
 constexpr int64_t kMessagesBetweenLooks = 16;  // at the clock
 
 // From the newest to the oldest.
@@ -110,7 +110,7 @@ bool Finding::look_at_largest(std::vector<int64_t> ids) {
   std::vector<SearchPlace> found;
   auto id = ids.cbegin();
   while (id != ids.cbegin() + static_cast<std::ptrdiff_t>(ids.size() / 4) &&
-         found.size() < wanted_hits()) {
+         found.size() < wanted_hits() && !budget_.is_over()) {
     add_if_found(*id++, &found);
   }
   if (found.size() < wanted_hits() || budget_.is_over() || !add_newer(ids, id, &found))

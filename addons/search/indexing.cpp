@@ -103,11 +103,16 @@ bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
   IndexChange change(&index);
   Statement& rows = files_->store.messages(begin, kLastId, kBatch);
   int64_t count = 0;
+  std::size_t bytes = 0;
   bool has_more = rows.row();
   while (has_more) {
+    bytes += rows.text(1).size() + kBytesPerMessage;
     index.append(rows.integer(0), rows.text(1));
+    ++count;
     has_more = rows.row();
-    if (++count % kMessagesBetweenLooks == 0 && budget.is_over()) break;
+    if (bytes < kBytesBetweenLooks) continue;
+    if (budget.is_over()) break;
+    bytes = 0;
   }
   rows.reset();
   if (count == 0) return true;

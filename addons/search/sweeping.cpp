@@ -10,7 +10,7 @@ namespace Corvan::search {
 namespace {
 
 constexpr int64_t kSliceMessages = 512;
-constexpr std::size_t kSliceBytes = 1 << 20;
+constexpr std::size_t kSliceBytes = 1 << 18;
 constexpr int64_t kVerifiedRows = 64;
 
 }  // namespace
