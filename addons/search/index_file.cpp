@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
 #include <cerrno>
+#include <set>
 
 #include "addons/search/tokenizer.h"
 
@@ -172,6 +174,20 @@ State read_state(Statement* rows) {
   return state;
 }
 
+namespace {
+
+// No checksum says which shard a table belongs to.
+void require_own_tables(const std::vector<Shard>& shards) {
+  std::set<int64_t> numbers;
+  for (const Shard& shard : shards) {
+    const bool is_new = numbers.insert(shard.number).second;
+    if (is_new && (shard.building == 0 || numbers.insert(shard.building).second)) continue;
+    throw SqlError(SearchStatus::kIndexError, SQLITE_CORRUPT, "two shards have one table");
+  }
+}
+
+}  // namespace
+
 const char* const kShardQuery =
     "select first_id,number,messages,stale,unmerged,is_merging,building,built_to,stale_built "
     "from shard order by first_id";
@@ -183,6 +199,7 @@ std::vector<Shard> read_shards(Statement* rows) {
                       rows->integer(4), rows->integer(5) != 0, rows->integer(6), rows->integer(7),
                       rows->integer(8)});
   }
+  require_own_tables(shards);
   return shards;
 }
 

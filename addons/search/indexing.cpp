@@ -11,7 +11,9 @@ namespace {
 // Larger ids, which no store gives, are never indexed.
 constexpr int64_t kLastId = int64_t{1} << 62;
 constexpr int64_t kBatch = 8192;
-constexpr int kMessagesBetweenLooks = 16;         // at the clock
+// Between two looks at the clock. A message without content takes as long as so many bytes.
+constexpr std::size_t kBytesBetweenLooks = 4096;
+constexpr std::size_t kBytesPerMessage = 100;
 constexpr TimeBudget::Duration kMergeStep{5000};  // a step of merging takes about so long
 
 }  // namespace

@@ -118,6 +118,12 @@ TEST_F(SearchDamage, EachByteOfTheHeader) {
   EXPECT_TRUE(store_is_as_before());
 }
 
+TEST_F(SearchDamage, TwoShardsWithOneTable) {
+  truth_ = truth();
+  plant(index(), "update shard set building=number");
+  EXPECT_EQ(recovers(), "");
+}
+
 // SQLite then cannot shorten the file.
 TEST_F(SearchDamage, IndexWithoutIncrementalVacuum) {
   ASSERT_TRUE(open());
