@@ -202,7 +202,7 @@ bool Finding::next(Statement* rows, int64_t end) {
     const bool has_row = rows->row();
     store_.clear_wanted();
     return has_row;
-  } catch (const SqlError&) {
+  } catch (...) {
     store_.clear_wanted();
     store_.rethrow();
     throw;

@@ -18,10 +18,9 @@ namespace Corvan::search {
 // The order of the results is that of the store's times. The index knows no times, since the store
 // changes them without telling. So:
 // 1. The newest messages of the store are read in their order, and those that the index proposes
-// are
-//    looked at.
-// 2. If the index proposes few messages in all, they are read, sorted, and looked at in their
-// order.
+//    are looked at.
+// 2. If the index proposes few messages in all, they are sorted by time and looked at in that
+//    order.
 // 3. Otherwise, the rest of the store is read as in 1. With many candidates, a page is soon full.
 class Finding {
  public:

@@ -100,10 +100,9 @@ bool Indexing::make_compact(const TimeBudget& budget, bool has_indexed) {
 // One transaction. True if all messages are indexed.
 bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
   IndexWriter& index = files_->index;
-  const int64_t begin = index.state().highest + 1;
-  if (begin > files_->store.newest_id()) return true;
-  IndexChange change(&index);
-  Statement& rows = files_->store.messages(begin, kLastId, kBatch);
+  if (index.state().highest >= files_->store.newest_id()) return true;
+  IndexChange change(&index);  // another process may have indexed messages meanwhile
+  Statement& rows = files_->store.messages(index.state().highest + 1, kLastId, kBatch);
   int64_t count = 0;
   std::size_t bytes = 0;
   bool has_more = rows.row();

@@ -91,8 +91,8 @@ struct SearchWork {
 /// The state of the index, for a user interface.
 struct SearchProgress {
   SearchStatus status = SearchStatus::kOk;  ///< how the call ended
-  int64_t indexed =
-      0;  ///< messages in the index; deleted ones count until changed() or sweep() notices
+  /// messages in the index; deleted ones count until changed() or sweep() notices
+  int64_t indexed = 0;
   int64_t waiting = 0;    ///< at most so many messages wait for catch_up()
   double swept = 0;       ///< the part of the index that the present sweep has compared, 0 to 1
   bool is_swept = false;  ///< whether a sweep has been completed since the index was created

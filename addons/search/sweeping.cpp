@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
+#include <utility>
 
 #include "addons/search/tidying.h"
 
@@ -33,13 +35,13 @@ bool Sweeping::step(const TimeBudget& budget, SearchWork* work) {
     return false;
   }
   if (verified_ == 0 && swept_to_ >= index_.state().highest) return finish(budget);
-  const Shard* const shard = index_.shard_of(verified_ == 0 ? swept_to_ + 1 : swept_to_);
-  if (shard == nullptr) index_.connection().fail(SQLITE_CORRUPT);
-  if (verified_ == 0) {
-    compare(*shard, work);
-  } else {
-    verify(*shard);
+  if (verified_ != 0) {
+    verify();
+    return false;
   }
+  const Shard* const shard = index_.shard_of(swept_to_ + 1);
+  if (shard == nullptr) index_.connection().fail(SQLITE_CORRUPT);
+  compare(*shard, work);
   return false;
 }
 
@@ -129,25 +131,30 @@ void Sweeping::compare(const Shard& shard, SearchWork* work) {
 }
 
 void Sweeping::begin_verifying(int64_t first_id) {
-  const Shard& shard = *index_.shard_of(first_id);
-  if (counted_from_ == first_id && counted_ != shard.messages) mark_stale(first_id, counted_);
-  verified_ = index_.shard_of(first_id)->number;
+  const Shard* const shard = index_.shard_of(first_id);
+  if (shard == nullptr) return;
+  verified_ = shard->number;
   verified_to_ = Checksums::kBegin;
+  if (counted_from_ == first_id && counted_ != shard->messages) mark_stale(first_id, counted_);
 }
 
-void Sweeping::verify(const Shard& shard) {
-  const bool is_same = shard.number == verified_;
-  if (is_same && !index_.checksums().agree(verified_, &verified_to_, kVerifiedRows)) {
-    mark_stale(shard.first_id, shard.messages);
-    verified_to_ = Checksums::kEnd;
-  }
-  if (!is_same || verified_to_ == Checksums::kEnd) verified_ = 0;
+// In a transaction, since another process may drop the table.
+void Sweeping::verify() {
+  std::optional<Transaction> reading(std::in_place, index_.connection(), "begin");
+  index_.reload();
+  const Shard* const shard = index_.shard_of(swept_to_);
+  const bool is_same = shard != nullptr && shard->number == verified_;
+  const bool agrees = !is_same || index_.checksums().agree(verified_, &verified_to_, kVerifiedRows);
+  reading.reset();
+  if (!agrees) mark_stale(shard->first_id, shard->messages);
+  if (!is_same || !agrees || verified_to_ == Checksums::kEnd) verified_ = 0;
 }
 
 // The shard has this number of messages, and is to be built anew.
 void Sweeping::mark_stale(int64_t first_id, int64_t messages) {
   IndexChange change(&index_);
   Shard* const shard = index_.shard_of(first_id);
+  if (shard == nullptr) return;
   ++shard->stale;
   shard->messages = messages;
   change.commit();
@@ -166,9 +173,9 @@ void Sweeping::begin_building(Shard* found) {
   const int64_t first_id = found->first_id;
   rebuilt_.insert(first_id);
   IndexChange change(&index_);
-  const int64_t table = index_.create_table();
   Shard* const shard = index_.shard_of(first_id);
-  shard->building = table;
+  if (shard == nullptr || shard->building != 0) return;  // another process has begun
+  shard->building = index_.create_table();
   shard->built_to = first_id - 1;
   shard->stale_built = 0;
   change.commit();
@@ -177,6 +184,7 @@ void Sweeping::begin_building(Shard* found) {
 void Sweeping::build(int64_t first_id, SearchWork* work) {
   IndexChange change(&index_);
   Shard* const shard = index_.shard_of(first_id);
+  if (shard == nullptr || shard->building == 0) return;  // another process has built it
   const int64_t end = std::min(index_.end_of(*shard), index_.state().highest);
   const Slice slice = read(shard->built_to + 1, end);
   mend(differences(slice), work);

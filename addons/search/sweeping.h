@@ -56,7 +56,7 @@ class Sweeping {
   void mend(const std::vector<Difference>& differences, SearchWork* work);
   void compare(const Shard& shard, SearchWork* work);
   void begin_verifying(int64_t first_id);
-  void verify(const Shard& shard);
+  void verify();
   void mark_stale(int64_t first_id, int64_t messages);
   Shard* shard_to_build();
   void begin_building(Shard* found);
