@@ -4,7 +4,6 @@
 #define ADDONS_SEARCH_QUERY_H_
 
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,10 +20,6 @@ class Query {
 
   // Whether nothing is left to search for.
   bool is_empty() const { return terms_.empty(); }
-
-  // An FTS5 expression with all tokens(), and whether one of them is a beginning.
-  std::string match() const { return MatchExpression::text(tokens_); }
-  bool has_prefix() const { return !tokens_.empty() && tokens_.back().is_prefix; }
 
   // Whether a term consists of several words. Messages that have all of them often have them apart.
   bool has_phrase() const { return has_phrase_; }

@@ -47,7 +47,7 @@ std::string check_matching(const Query& query, const std::string& text) {
 // Each term is a part of the text that begins and ends between clusters.
 std::string check_itself(const std::string& text) {
   const Query query(text);
-  if (query.is_empty() != query.match().empty()) return "The expression is empty, or the query.";
+  if (query.is_empty() != query.tokens().empty()) return "There are no tokens, or no terms.";
   if (query.matches(text) == query.is_empty()) return "A text is not found by itself.";
   return check_matching(query, text);
 }

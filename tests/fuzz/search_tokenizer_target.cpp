@@ -46,9 +46,9 @@ std::string check_search_tokenizer(const uint8_t* data, std::size_t size) {
   }
   const Corvan::search::Query query(text);
   if (tokens.empty() && !query.is_empty()) return "There are no tokens.";
-  const bool found = !query.is_empty() && !table.find(query.match()).empty();
+  const bool found = !query.is_empty() && !table.find(query).empty();
   if (!table.error().empty()) return "SQLite fails: " + table.error();
-  return found == query.is_empty() ? "The text is not found: " + query.match() : "";
+  return found == query.is_empty() ? "The text is not found." : "";
 }
 
 }  // namespace corvan_test

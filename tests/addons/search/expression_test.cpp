@@ -10,8 +10,16 @@ namespace {
 
 using Corvan::search::Query;
 
+std::string expression(const Query& query) {
+  return Corvan::search::MatchExpression::text(query.tokens());
+}
+
 std::string expression(const std::string& query) {
-  return Query(query).match();
+  return expression(Query(query));
+}
+
+bool has_prefix(const Query& query) {
+  return query.tokens().back().is_prefix;
 }
 
 std::size_t count(const std::string& text, const std::string& what) {
@@ -32,12 +40,12 @@ TEST(ExpressionTest, JoinsTokens) {
 
 TEST(ExpressionTest, LooksUpBeginningsForPrefixesAndSingleCharacters) {
   EXPECT_EQ(expression("fo*"), R"("fo" *)");
-  EXPECT_TRUE(Query("fo*").has_prefix());
+  EXPECT_TRUE(has_prefix(Query("fo*")));
   EXPECT_EQ(expression("影"), R"("影" *)");
-  EXPECT_TRUE(Query("影").has_prefix());
+  EXPECT_TRUE(has_prefix(Query("影")));
   EXPECT_EQ(expression("电影*"), R"("电影")");
-  EXPECT_FALSE(Query("电影").has_prefix());
-  EXPECT_FALSE(Query("foo").has_prefix());
+  EXPECT_FALSE(has_prefix(Query("电影")));
+  EXPECT_FALSE(has_prefix(Query("foo")));
 }
 
 TEST(ExpressionTest, LeavesOutCoveredBeginnings) {
@@ -45,18 +53,18 @@ TEST(ExpressionTest, LeavesOutCoveredBeginnings) {
   EXPECT_EQ(expression("fo* foo*"), R"("foo" *)");
   EXPECT_EQ(expression("影 电影"), R"("电影")");
   EXPECT_EQ(expression("电 电影"), R"("电影")");
-  EXPECT_FALSE(Query("影 电影").has_prefix());
+  EXPECT_FALSE(has_prefix(Query("影 电影")));
 }
 
 TEST(ExpressionTest, HasAtMost32Tokens) {
   std::string query = "a* 字";
   for (int i = 0; i < 100; ++i) query += " w" + std::to_string(i);
   const Query many(query);
-  EXPECT_EQ(count(many.match(), " AND "), 31U);
-  EXPECT_FALSE(many.has_prefix());
+  EXPECT_EQ(count(expression(many), " AND "), 31U);
+  EXPECT_FALSE(has_prefix(many));
   TokenTable table;
   table.add(1, query + " abc");
-  EXPECT_EQ(table.find(many.match()).size(), 1U);
+  EXPECT_EQ(table.find(many).size(), 1U);
   EXPECT_EQ(table.error(), "");
 }
 
@@ -65,10 +73,10 @@ TEST(ExpressionTest, FindsNoOtherWords) {
   table.add(1, "电 影");
   table.add(2, "food");
   table.add(3, "and or not near");
-  EXPECT_TRUE(table.find(expression("电影")).empty());
-  EXPECT_TRUE(table.find(expression("foo")).empty());
-  EXPECT_EQ(table.find(expression("AND")).size(), 1U);
-  EXPECT_EQ(table.find(expression("near not")).size(), 1U);
+  EXPECT_TRUE(table.find(Query("电影")).empty());
+  EXPECT_TRUE(table.find(Query("foo")).empty());
+  EXPECT_EQ(table.find(Query("AND")).size(), 1U);
+  EXPECT_EQ(table.find(Query("near not")).size(), 1U);
   EXPECT_EQ(table.error(), "");
 }
 

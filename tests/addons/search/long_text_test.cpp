@@ -24,7 +24,7 @@ void expect_finds_itself(const std::string& text) {
   EXPECT_TRUE(query.matches(text));
   EXPECT_FALSE(query.ranges(text).empty());
   EXPECT_FALSE(query.matches(text.substr(0, text.size() / 3)));
-  EXPECT_LT(query.match().size(), 10000U);
+  EXPECT_LE(query.tokens().size(), 32U);
 }
 
 TEST(LongTextTest, QueriesOfAMegabyteFindThemselves) {
@@ -61,7 +61,7 @@ TEST(LongTextTest, ClustersOfAnyLengthAreFolded) {
     const Query query(text);
     EXPECT_TRUE(query.matches(text)) << part;
     EXPECT_FALSE(query.ranges(text).empty()) << part;
-    EXPECT_EQ(table.find(query.match()).size(), 1U) << part;
+    EXPECT_EQ(table.find(query).size(), 1U) << part;
   }
 }
 

@@ -70,9 +70,9 @@ void TokenTable::add(int64_t id, const std::string& text) {
   rows.next(error_);
 }
 
-std::vector<int64_t> TokenTable::find(const std::string& expression) {
+std::vector<int64_t> TokenTable::find(const Corvan::search::Query& query) {
   Rows rows(connection_, "select rowid from texts where texts match ?1 order by rowid");
-  rows.bind(1, expression);
+  rows.bind(1, Corvan::search::MatchExpression::text(query.tokens()));
   std::vector<int64_t> ids;
   while (rows.next(error_)) ids.push_back(rows.number());
   return ids;

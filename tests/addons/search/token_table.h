@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "addons/search/query.h"
+
 struct sqlite3;
 
 namespace corvan_test {
@@ -24,8 +26,8 @@ class TokenTable {
   void clear();
   void add(int64_t id, const std::string& text);
 
-  // The ids of the texts that match an FTS5 expression.
-  std::vector<int64_t> find(const std::string& expression);
+  // The ids of the texts that have the query's tokens.
+  std::vector<int64_t> find(const Corvan::search::Query& query);
 
   // The tokens of all texts, sorted, each once.
   std::vector<std::string> tokens();
