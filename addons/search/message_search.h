@@ -83,8 +83,8 @@ struct SearchWork {
   /// catch_up(): messages indexed; sweep(): messages compared with the index
   int64_t messages = 0;
   int64_t mended = 0;  ///< sweep(): messages that had changed, or were gone
-  /// catch_up(): all messages are indexed, and the file is compact; sweep(): the end of the store
-  /// was reached, and old words are gone. Otherwise call it again.
+  /// catch_up(): all messages are indexed, and the file is compact; sweep(): the pass is complete,
+  /// and mended what had changed before it began. Otherwise call it again.
   bool complete = false;
 };
 
@@ -113,8 +113,9 @@ struct SearchRange {
 /// whose content was changed is found by its new words after changed() or sweep().
 ///
 /// All members may be called from any thread. catch_up(), changed() and sweep() exclude each other;
-/// find(), snippet() and progress() do not wait for them. Nothing throws. Each failure but
-/// kBadQuery writes one line to the log.
+/// find(), snippet() and progress() do not wait for them, unless the files must be opened. Nothing
+/// throws, but for the constructor when memory runs out. Each failure but kBadQuery writes one line
+/// to the log.
 class MessageSearch {
  public:
   /// The name of the index's file.
