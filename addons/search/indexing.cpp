@@ -104,22 +104,28 @@ bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
   IndexChange change(&index);  // another process may have indexed messages meanwhile
   Statement& rows = files_->store.messages(index.state().highest + 1, kLastId, kBatch);
   int64_t count = 0;
-  std::size_t bytes = 0;
-  bool has_more = rows.row();
-  while (has_more) {
-    bytes += rows.text(1).size() + kBytesPerMessage;
-    index.append(rows.integer(0), rows.text(1));
-    ++count;
-    has_more = rows.row();
-    if (bytes < kBytesBetweenLooks) continue;
-    if (budget.is_over()) break;
-    bytes = 0;
-  }
+  const bool has_more = append(&rows, budget, &count);
   rows.reset();
   if (count == 0) return true;
   change.commit();
   work->messages += count;
   return !has_more && count < kBatch;
+}
+
+// Indexes the messages of the rows, and counts them. True if the time ended first.
+bool Indexing::append(Statement* rows, const TimeBudget& budget, int64_t* count) {
+  std::size_t bytes = 0;
+  bool has_more = rows->row();
+  while (has_more) {
+    bytes += rows->text(1).size() + kBytesPerMessage;
+    files_->index.append(rows->integer(0), rows->text(1));
+    ++*count;
+    has_more = rows->row();
+    if (bytes < kBytesBetweenLooks) continue;
+    if (budget.is_over()) break;
+    bytes = 0;
+  }
+  return has_more;
 }
 
 void Indexing::changed(int64_t id) {

@@ -58,6 +58,7 @@ class Indexing {
   void use(const Work& work);
   bool make_compact(const TimeBudget& budget, bool has_indexed);
   bool index_batch(const TimeBudget& budget, SearchWork* work);
+  bool append(Statement* rows, const TimeBudget& budget, int64_t* count);
 
   const std::string store_file_;
   const std::string index_file_;

@@ -29,7 +29,7 @@ SearchResults Reading::find(const Query& query, const SearchOptions& options,
   } catch (const SqlError& error) {
     if (error.status() != SearchStatus::kIndexError) throw;
     log_line(error.text());
-    *is_damaged = error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB;
+    *is_damaged = is_damage(error);
     index_.reset();
   }
   return find_with(nullptr, query, options, budget);

@@ -124,6 +124,17 @@ TEST_F(SearchDamage, TwoShardsWithOneTable) {
   EXPECT_EQ(recovers(), "");
 }
 
+// Only find() looks at the tables.
+TEST_F(SearchDamage, ShardWithoutTable) {
+  truth_ = truth();
+  plant(index(), "update shard set number=99");
+  MessageSearch search(path());
+  EXPECT_EQ(compare(search, truth_, "hello", {}), "");
+  ASSERT_EQ(search.open(), SearchStatus::kOk);
+  EXPECT_EQ(search.progress().indexed, 0) << "the index was not created again";
+  EXPECT_EQ(recovers(), "");
+}
+
 // SQLite then cannot shorten the file.
 TEST_F(SearchDamage, IndexWithoutIncrementalVacuum) {
   ASSERT_TRUE(open());
