@@ -1,5 +1,5 @@
-// Files that do not belong together: old copies, indexes of other stores, other files in place of
-// the index, log files that are missing or foreign, files and folders that cannot be written.
+// Other files in place of the index, log files that are missing or foreign, files and folders that
+// cannot be written.
 
 #include <sqlite3.h>
 
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "addons/search/tokenizer.h"
-#include "tests/addons/search/search_fixture.h"
+#include "tests/addons/search/mixed_files.h"
 #include "tests/addons/search/vocabulary.h"
 #include "tests/faults/memory_child.h"
 #include "tests/support/encryption.h"
@@ -25,181 +25,6 @@ namespace fs = std::filesystem;
 using Corvan::MessageSearch;
 using Corvan::SearchStatus;
 using Corvan::SearchWork;
-using std::chrono::microseconds;
-
-class SearchMixedFiles : public SearchTest {
- protected:
-  // The files of the closed store.
-  FileSet store_files() const {
-    FileSet files = files_in_folder(folder.path(), "corvan");
-    for (auto at = files.begin(); at != files.end();) {
-      at = at->first.rfind("corvan-search", 0) == 0 ? files.erase(at) : std::next(at);
-    }
-    return files;
-  }
-  // Replaces the files of the store, which is closed, and opens it.
-  void put_store(const FileSet& files) const {
-    const FileSet index = index_files();
-    replace_files(folder.path(), "corvan", files);
-    for (const auto& [name, content] : index) write_file(folder.path() + name, content);
-    ASSERT_TRUE(open());
-  }
-  void put_index(const FileSet& files) const {
-    replace_files(folder.path(), "corvan-search", files);
-  }
-
-  // No false hits at once, and nothing missed but messages of `may_miss`; nothing missed at all
-  // after a whole sweep. Neither changes the store.
-  void expect_recovery(const Ids& may_miss) const {
-    const Rows before = rows(file(), "select * from t_message order by id");
-    const Truth now = truth();
-    MessageSearch search(path());
-    EXPECT_EQ(compare(search, now, few_queries(), may_miss), "");
-    EXPECT_EQ(catch_up_all(search), "");
-    EXPECT_EQ(compare(search, now, few_queries(), may_miss), "");
-    EXPECT_EQ(mend_all(search), "");
-    EXPECT_EQ(compare(search, now, all_queries()), "");
-    EXPECT_EQ(search.sweep(kPlenty).mended, 0);
-    EXPECT_EQ(rows(file(), "select * from t_message order by id"), before);
-  }
-  void expect_recovery() const { expect_recovery(Ids()); }
-
-  // Changes the text of every `step`th message, and deletes some, without a word to the search.
-  Ids change_some(int64_t step) const {
-    Vocabulary vocabulary(static_cast<uint64_t>(step));
-    Ids changed;
-    for (const int64_t id : truth().ids()) {
-      if (id % step == 0) {
-        the_store().set_message_content(id, vocabulary.text(), "");
-        changed.insert(id);
-      } else if (id % step == 1) {
-        the_store().delete_message({id});
-      }
-    }
-    return changed;
-  }
-};
-
-// ---- Copies from other times --------------------------------------------------------------------
-
-TEST_F(SearchMixedFiles, OldIndexBesideNewerStore) {
-  save_many(1, 300);
-  build_index();
-  const FileSet old = index_files();
-  const Ids changed = change_some(7);
-  save_many(2, 200);
-  build_index();
-  put_index(old);
-  expect_recovery(changed);
-}
-
-TEST_F(SearchMixedFiles, IndexFromBeforeAPassOfTheSweep) {
-  save_many(1, 600);
-  build_index();
-  {
-    MessageSearch search(path());
-    while (search.progress().swept < 0.5 && !search.sweep(microseconds(0)).complete) {
-    }
-  }
-  const FileSet old = index_files();
-  const Ids changed = change_some(5);
-  build_index();
-  put_index(old);
-  expect_recovery(changed);
-}
-
-TEST_F(SearchMixedFiles, NewerIndexBesideOlderStore) {
-  save_many(1, 200);
-  build_index();
-  close();
-  const FileSet old = store_files();
-  ASSERT_TRUE(open());
-  save_many(2, 300);
-  build_index();
-  close();
-  put_store(old);
-  expect_recovery();
-  save_many(3, 300);  // the same ids again
-  expect_recovery();
-}
-
-// The saves come before the search is opened.
-TEST_F(SearchMixedFiles, IdsThatAreUsedAgain) {
-  for (const int again : {50, 300, 400}) {
-    SCOPED_TRACE(again);
-    save_many(1, 200);
-    build_index();
-    close();
-    const FileSet old = store_files();
-    ASSERT_TRUE(open());
-    save_many(2, 300);
-    build_index();
-    close();
-    put_store(old);
-    save_many(3, again);
-    expect_recovery();
-  }
-}
-
-// The newest messages are the same ones in both stores.
-TEST_F(SearchMixedFiles, RolledBackStoreThatReceivesTheSameMessagesLast) {
-  save_many(1, 200);
-  build_index();
-  close();
-  const FileSet old = store_files();
-  ASSERT_TRUE(open());
-  save_many(2, 300);
-  save({"the last one"});
-  build_index();
-  close();
-  put_store(old);
-  save_many(3, 300);
-  save({"the last one"});
-  Ids doubtful;
-  for (const int64_t id : truth().ids()) {
-    if (id > 200) doubtful.insert(id);
-  }
-  expect_recovery(doubtful);
-}
-
-TEST_F(SearchMixedFiles, IndexOfAnotherStore) {
-  for (const int count : {100, 300, 500}) {
-    SCOPED_TRACE(count);
-    TemporaryFolder other;
-    close();
-    ASSERT_TRUE(open_store_in(other.path()));
-    save_many(9, count);
-    {
-      MessageSearch search{cvrtc::Pathname(other.path())};
-      ASSERT_EQ(mend_all(search), "");
-    }
-    close();
-    ASSERT_TRUE(open());
-    save_many(1, 100);
-    put_index(files_in_folder(other.path(), "corvan-search"));
-    expect_recovery();
-  }
-}
-
-TEST_F(SearchMixedFiles, EmptyStoreBesideAFullIndex) {
-  save_many(1, 300);
-  build_index();
-  close();
-  for (const char* const end : {"", "-wal", "-shm"}) fs::remove(file() + end);
-  ASSERT_TRUE(open());
-  expect_recovery();
-  save_many(2, 100);
-  expect_recovery();
-}
-
-TEST_F(SearchMixedFiles, StoreWhoseMessagesWereAllDeleted) {
-  save_many(1, 300);
-  build_index();
-  ASSERT_TRUE(the_store().clear_message_by_timestamp(100000, true));
-  expect_recovery();
-  save_many(2, 100);
-  expect_recovery();
-}
 
 // ---- Other files in its place -------------------------------------------------------------------
 
