@@ -171,7 +171,7 @@ bool Checksums::rows_agree(int64_t number, int64_t* position, int64_t limit) con
       *position = kEnd;
       return true;
     }
-    if (rows.integer(0) != recorded.integer(0)) return false;
+    if (rows.integer(0) != recorded.integer(0) || rows.integer(0) < *position) return false;
     if (static_cast<int64_t>(hash_of(rows.blob(1))) != recorded.integer(1)) return false;
     *position = rows.integer(0) + 1;
   }

@@ -44,6 +44,12 @@ FoldedCluster::FoldedCluster(const Cluster& cluster) {
   const auto size = static_cast<utf8proc_ssize_t>(size_);
   const auto composed = utf8proc_normalize_utf32(points_.data(), size, kFolding);
   if (composed >= 0) size_ = static_cast<std::size_t>(composed);
+  drop_marks_of_space();
+}
+
+// U+00B4, which many write for an apostrophe, folds to a space with an accent. It separates words.
+void FoldedCluster::drop_marks_of_space() {
+  if (size_ > 1 && points_[0] == ' ' && combining_class(points_[1]) > 0) size_ = 1;
 }
 
 void FoldedCluster::decompose(const Cluster& cluster) {

@@ -47,6 +47,7 @@ class FoldedCluster {
 
   void decompose(const Cluster& cluster);
   void sort_marks();
+  void drop_marks_of_space();
 
   std::array<int32_t, kMostFromOne * Cluster::kMostCodePoints> points_;
   std::size_t size_ = 0;

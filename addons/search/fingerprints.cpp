@@ -49,18 +49,28 @@ Fingerprints::Fingerprints(const Connection& index)
 std::optional<FingerprintRow> Fingerprints::row_of(int64_t id) {
   flush();
   std::optional<FingerprintRow> row = read(at_or_before_.bind(id));
+  require(!row || row->first_id <= id);
   if (row && !row->has_place_for(id)) row.reset();
   return row;
 }
 
+// The rows of a damaged table may not be in their order. The ends of loops depend on it.
+void Fingerprints::require(bool is_in_order) const {
+  if (!is_in_order) index_.fail(SQLITE_CORRUPT);
+}
+
 std::optional<FingerprintRow> Fingerprints::row_before(int64_t id) {
   flush();
-  return read(at_or_before_.bind(id - 1));
+  std::optional<FingerprintRow> row = read(at_or_before_.bind(id - 1));
+  require(!row || row->first_id < id);
+  return row;
 }
 
 std::optional<FingerprintRow> Fingerprints::row_from(int64_t id) {
   flush();
-  return read(from_.bind(id));
+  std::optional<FingerprintRow> row = read(from_.bind(id));
+  require(!row || row->first_id >= id);
+  return row;
 }
 
 Fingerprint Fingerprints::of(int64_t id) {

@@ -57,6 +57,7 @@ class Fingerprints {
   void discard();
 
  private:
+  void require(bool is_in_order) const;
   void load(int64_t id);
   void put(int64_t id, Fingerprint hash);
 

@@ -21,7 +21,7 @@ class Trust {
   void look_at(const FingerprintRow& row, StoreReader* store) {
     std::vector<std::pair<int64_t, bool>> messages;
     Statement& rows = store->messages(row.first_id, row.last_id(), FingerprintRow::kSize);
-    while (rows.row()) {
+    while (store->next_message()) {
       const int64_t id = rows.integer(0);
       messages.emplace_back(id, fingerprint(rows.text(1)) == row.of(id));
     }

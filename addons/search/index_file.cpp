@@ -176,13 +176,21 @@ State read_state(Statement* rows) {
 
 namespace {
 
-// No checksum says which shard a table belongs to.
-void require_own_tables(const std::vector<Shard>& shards) {
+[[noreturn]] void fail(const char* text) {
+  throw SqlError(SearchStatus::kIndexError, SQLITE_CORRUPT, text);
+}
+
+// No checksum says which shard a table belongs to, and in which order the shards are.
+void require_order(const std::vector<Shard>& shards) {
   std::set<int64_t> numbers;
+  const Shard* last = nullptr;
   for (const Shard& shard : shards) {
+    if (last != nullptr && shard.first_id <= last->first_id) fail("the shards are out of order");
+    last = &shard;
     const bool is_new = numbers.insert(shard.number).second;
-    if (is_new && (shard.building == 0 || numbers.insert(shard.building).second)) continue;
-    throw SqlError(SearchStatus::kIndexError, SQLITE_CORRUPT, "two shards have one table");
+    if (!is_new || (shard.building != 0 && !numbers.insert(shard.building).second)) {
+      fail("two shards have one table");
+    }
   }
 }
 
@@ -199,7 +207,7 @@ std::vector<Shard> read_shards(Statement* rows) {
                       rows->integer(4), rows->integer(5) != 0, rows->integer(6), rows->integer(7),
                       rows->integer(8)});
   }
-  require_own_tables(shards);
+  require_order(shards);
   return shards;
 }
 

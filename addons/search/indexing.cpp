@@ -115,12 +115,12 @@ bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
 // Indexes the messages of the rows, and counts them. True if the time ended first.
 bool Indexing::append(Statement* rows, const TimeBudget& budget, int64_t* count) {
   std::size_t bytes = 0;
-  bool has_more = rows->row();
+  bool has_more = files_->store.next_message();
   while (has_more) {
     bytes += rows->text(1).size() + kBytesPerMessage;
     files_->index.append(rows->integer(0), rows->text(1));
     ++*count;
-    has_more = rows->row();
+    has_more = files_->store.next_message();
     if (bytes < kBytesBetweenLooks) continue;
     if (budget.is_over()) break;
     bytes = 0;

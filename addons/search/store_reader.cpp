@@ -60,6 +60,14 @@ void StoreReader::rethrow() {
   if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
 }
 
+bool StoreReader::next_message() {
+  if (!messages_.row()) return false;
+  const int64_t id = messages_.integer(0);
+  if (id < next_id_) connection_.fail(SQLITE_CORRUPT);
+  next_id_ = id + 1;
+  return true;
+}
+
 std::optional<std::string_view> StoreReader::content(int64_t id) {
   if (!content_.bind(id).row()) return std::nullopt;
   text_ = content_.text(0);

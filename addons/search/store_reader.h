@@ -33,9 +33,14 @@ class StoreReader {
   const FileIdentity& identity() const { return identity_; }
 
   // The messages with ids from `first` to `last`, by id: (id, content). At most `limit`.
+  // next_message() reads the rows.
   Statement& messages(int64_t first, int64_t last, int64_t limit) {
+    next_id_ = first;
     return messages_.bind(first, last, limit);
   }
+  // True if there is a further row of messages(). Throws SqlError if the rows of a damaged table
+  // are not in their order: the ends of loops depend on it.
+  bool next_message();
 
   // The message's content; nothing if there is no such message. Valid until the next call.
   std::optional<std::string_view> content(int64_t id);
@@ -62,6 +67,7 @@ class StoreReader {
   std::function<bool(int64_t)> wanted_;
   std::exception_ptr failure_;
   Statement messages_;
+  int64_t next_id_ = 0;  // the next row has this id or a larger one
   Statement content_;
   std::string text_;  // what content() has read
   Statement newest_id_;

@@ -50,7 +50,7 @@ Sweeping::Slice Sweeping::read(int64_t begin, int64_t end) {
   Slice slice{{}, begin, end};
   std::size_t bytes = 0;
   Statement& rows = store_.messages(begin, end, kSliceMessages);
-  while (rows.row()) {
+  while (store_.next_message()) {
     slice.messages.push_back({rows.integer(0), std::string(rows.text(1))});
     bytes += slice.messages.back().content.size();
     if (bytes > kSliceBytes || slice.messages.size() == kSliceMessages) {
@@ -85,14 +85,14 @@ std::vector<Sweeping::Difference> Sweeping::differences(const Slice& slice) {
       result.push_back({message->id, &message->content});
     }
   };
-  for (const Indexed& indexed : indexed(slice)) {
-    take_unknown(indexed.id);
-    if (message == slice.messages.end() || message->id != indexed.id) {
-      result.push_back({indexed.id, nullptr});
+  for (const Indexed& known : indexed(slice)) {
+    take_unknown(known.id);
+    if (message == slice.messages.end() || message->id != known.id) {
+      result.push_back({known.id, nullptr});
       continue;
     }
-    if (fingerprint(message->content) != indexed.hash)
-      result.push_back({indexed.id, &message->content});
+    if (fingerprint(message->content) != known.hash)
+      result.push_back({known.id, &message->content});
     ++message;
   }
   take_unknown(std::numeric_limits<int64_t>::max());
