@@ -44,16 +44,23 @@ SearchResults Reading::find_with(const Connection* index, const Query& query,
   return Finding(store_.get(), &candidates, query, options, budget).run();
 }
 
+namespace {
+
+// Sets the number of messages that the index has.
+State read_index(const Connection& index, int64_t* messages) {
+  const Transaction reading(index, "begin");
+  Statement shards(index, kShardQuery);
+  for (const Shard& shard : read_shards(&shards)) *messages += shard.messages;
+  Statement state(index, kStateQuery);
+  return read_state(&state);
+}
+
+}  // namespace
+
 SearchProgress Reading::progress() {
   open();
   SearchProgress progress;
-  State state;
-  if (index_ != nullptr) {
-    Statement state_row(*index_, kStateQuery);
-    state = read_state(&state_row);
-    Statement shards(*index_, kShardQuery);
-    for (const Shard& shard : read_shards(&shards)) progress.indexed += shard.messages;
-  }
+  const State state = index_ == nullptr ? State() : read_index(*index_, &progress.indexed);
   const int64_t newest = store_->connection().number("select max(id) from t_message");
   progress.waiting = std::max<int64_t>(newest - state.highest, 0);
   progress.is_swept = state.is_swept;
