@@ -134,6 +134,8 @@ void Checksums::write(int64_t number, int64_t id, int64_t hash, bool exists) {
 
 void Checksums::remove(int64_t number) {
   statements_.erase(number);
+  const auto is_removed = [number](const auto& row) { return row.first == number; };
+  changed_.erase(std::remove_if(changed_.begin(), changed_.end(), is_removed), changed_.end());
   Statement(index_, "delete from checksum where number=?").bind(number).run();
 }
 

@@ -115,6 +115,25 @@ TEST_F(SearchBudgets, SweepGoesOnWhereItEndedAlsoInAnotherObject) {
   EXPECT_EQ(search.sweep(kPlenty).mended, 0);
 }
 
+// Messages are edited, unannounced, before each step of a sweep that builds their part anew.
+TEST_F(SearchBudgets, SweepKeepsTheIndexWhenMessagesChangeWhileItBuilds) {
+  save_many(1, 1200);
+  MessageSearch search(path());
+  bool complete = false;
+  for (int steps = 0; !complete; ++steps) {
+    ASSERT_EQ(mend_all(search), "");
+    the_store().set_message_content(1, "first " + std::to_string(steps), "");
+    ASSERT_EQ(search.changed(1), SearchStatus::kOk);
+    for (int i = 0; i < steps && !complete; ++i) complete = search.sweep(microseconds(0)).complete;
+    the_store().set_message_content(900, "middle " + std::to_string(steps), "");
+    the_store().set_message_content(1199, "last " + std::to_string(steps), "");
+    ASSERT_EQ(mend_all(search), "");
+    ASSERT_EQ(compare(search, truth(), few_queries()), "") << steps;
+    ASSERT_EQ(search.progress().indexed, 1200) << steps;
+    ASSERT_TRUE(log.take().empty()) << steps;
+  }
+}
+
 TEST_F(SearchBudgets, FindCatchesUpFirstIfAsked) {
   const int64_t id = save({});
   MessageSearch search(path());

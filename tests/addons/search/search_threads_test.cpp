@@ -132,6 +132,32 @@ TEST_F(SearchThreads, ManyWriteTheIndex) {
   EXPECT_EQ(compare(search, truth(), few_queries()), "");
 }
 
+// Objects that write the index at the same time, as two processes would. One may find it locked,
+// but none may take the work of the other for damage.
+TEST_F(SearchThreads, TwoObjectsWriteOneIndex) {
+  save_many(1, 300);
+  MessageSearch one(path());
+  MessageSearch other(path());
+  std::atomic<uint64_t> seed{1};
+  const auto maintain = [&seed](MessageSearch& search) {
+    Vocabulary random(++seed);
+    search.catch_up(microseconds(200));
+    search.changed(static_cast<int64_t>(1 + random.below(400)));
+    search.sweep(microseconds(random.below(2000)));
+  };
+  const auto change = [&seed] {
+    Vocabulary random(++seed);
+    the_store().set_message_content(static_cast<int64_t>(1 + random.below(400)), random.text(), "");
+    save({random.text()});
+  };
+  run_together([&] { maintain(one); }, [&] { maintain(other); }, change);
+  for (const std::string& line : log.take()) {
+    EXPECT_EQ(line.find("created again"), std::string::npos) << line;
+  }
+  EXPECT_EQ(mend_all(one), "");
+  EXPECT_EQ(compare(one, truth(), few_queries()), "");
+}
+
 }  // namespace
 
 }  // namespace corvan_test
