@@ -44,6 +44,15 @@ TEST_F(SearchTest, FindsPhrasesAndBeginnings) {
   EXPECT_EQ(found({"\"am m\"*"}), Ids({1}));
 }
 
+TEST_F(SearchTest, RefusesALongText) {
+  const Outcome refused = run({"search", store(), std::string(5000, 'a')});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_NE(refused.err.find("has 5000 bytes, more than 4096; --literal has no limit\n"),
+            std::string::npos)
+      << refused.err;
+  EXPECT_EQ(run({"search", store(), "--literal", std::string(5000, 'a')}).status, 1);
+}
+
 TEST_F(SearchTest, RefusesATextWithoutWords) {
   for (const char* text : {"%", "_", "*", "！", "\"\"", "' -- '"}) {
     const Outcome refused = run({"search", store(), "--", text});

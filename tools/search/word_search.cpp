@@ -1,5 +1,6 @@
 #include "tools/search/word_search.h"
 
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <cstdint>
@@ -66,6 +67,11 @@ int register_function(const Snapshot& store, NewestMatches* matches) {
 }  // namespace
 
 WordSearch::WordSearch(const std::string& text) : query_(text) {
+  if (text.size() > Corvan::MessageSearch::kLongestQuery) {
+    throw ToolError(fmt::format("\"{}\" has {} bytes, more than {}; --literal has no limit",
+                                shortened(text), text.size(),
+                                Corvan::MessageSearch::kLongestQuery));
+  }
   if (!query_.is_empty()) return;
   throw ToolError("\"" + shortened(text) +
                   "\" has no word to search for; --literal finds any characters");

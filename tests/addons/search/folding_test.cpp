@@ -72,7 +72,8 @@ INSTANTIATE_TEST_SUITE_P(
                     FoldingExample{"👍🏽", " 👍🏽 "}, FoldingExample{"🇩🇪🇫🇷", " 🇩🇪🇫🇷 "},
                     FoldingExample{"1️⃣", " 1\u20E3 "}, FoldingExample{"a→b ↔", " a b ↔ "},
                     FoldingExample{"© ▲", " © ▲ "}, FoldingExample{"\uFFFD", " "},
-                    FoldingExample{"$5+6", " 5 6 "}));
+                    FoldingExample{"$5+6", " 5 6 "},
+                    FoldingExample{"l\u00B4été it\u00B4s", " l été it s "}));
 
 TEST(FoldingTest, FoldsPartsLikeTheWhole) {
   const std::string text = "Ａ\u0301ﬁ ｶﾞ각\u1112\u1161 กำ हिन्दी 👨\u200D👩 \xFF x";

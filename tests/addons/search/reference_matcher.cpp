@@ -48,6 +48,11 @@ std::string folded(const std::string& cluster) {
   if (given < 0) return "\n";
   std::string text(reinterpret_cast<char*>(result), static_cast<std::size_t>(given));
   std::free(result);
+  int32_t second = 0;
+  if (text.size() > 1 && text[0] == ' ' && utf8proc_iterate(bytes(text) + 1, -1, &second) > 0 &&
+      utf8proc_get_property(second)->combining_class > 0) {
+    return " ";  // a space with marks separates
+  }
   return text;
 }
 
