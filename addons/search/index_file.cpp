@@ -113,8 +113,9 @@ std::string shard_table(int64_t number) {
 
 bool is_damage(const SqlError& error) {
   switch (error.code()) {
-    case SQLITE_ERROR:  // a table or column is missing, or a key does not fit
-    case SQLITE_AUTH:   // there is no key for it
+    case SQLITE_ERROR:     // a table or column is missing, or a key does not fit
+    case SQLITE_AUTH:      // there is no key for it
+    case SQLITE_NOTFOUND:  // no FTS5, or a schema that cannot be read
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
     case SQLITE_CONSTRAINT:
@@ -130,15 +131,16 @@ std::unique_ptr<Connection> open_index_for_writing(const std::string& file,
   try {
     if (auto index = open_current(file, store)) return index;
   } catch (const SqlError& error) {
-    if (error.code() == SQLITE_NOTFOUND) delete_index(file);  // no FTS5, now and later
     if (!is_damage(error)) throw;
   }
   delete_index(file);
-  auto index = open_current(file, store);
-  if (index == nullptr) {
-    throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, file + ": cannot be replaced");
+  try {
+    if (auto index = open_current(file, store)) return index;
+  } catch (const SqlError& error) {
+    if (error.code() == SQLITE_NOTFOUND) delete_index(file);  // it is empty
+    throw;
   }
-  return index;
+  throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, file + ": cannot be replaced");
 }
 
 std::unique_ptr<Connection> open_index_for_reading(const std::string& file) {
