@@ -116,10 +116,8 @@ bool Finding::look_at_largest(std::vector<int64_t> ids) {
   if (found.size() < wanted_hits() || budget_.is_over() || !add_newer(ids, id, &found))
     return false;
   std::sort(found.begin(), found.end(), is_before);
-  for (const SearchPlace& place : found) {
-    if (!add(place)) return true;
-  }
-  return false;
+  return std::any_of(found.begin(), found.end(),
+                     [this](const SearchPlace& place) { return !add(place); });
 }
 
 bool Finding::add_if_found(int64_t id, std::vector<SearchPlace>* found) {

@@ -20,7 +20,7 @@ class Trust {
   // Compares the messages of a row. Deleted messages say nothing.
   void look_at(const FingerprintRow& row, StoreReader* store) {
     std::vector<std::pair<int64_t, bool>> messages;
-    Statement& rows = store->messages(row.first_id, row.last_id(), FingerprintRow::kSize);
+    const Statement& rows = store->messages(row.first_id, row.last_id(), FingerprintRow::kSize);
     while (store->next_message()) {
       const int64_t id = rows.integer(0);
       messages.emplace_back(id, fingerprint(rows.text(1)) == row.of(id));
