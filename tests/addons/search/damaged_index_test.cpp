@@ -263,7 +263,7 @@ TEST_F(SearchFaults, AllLaterCallsForTheStoreFail) {
   try_faults(true, IndexFaults::Files::kStore, IndexFaults::Kind::kFromThenOn);
 }
 
-// A failing file system is no reason to build the index anew.
+// An index that cannot be read at the moment is not deleted.
 TEST_F(SearchFaults, IndexIsKeptWhenReadingItFails) {
   truth_ = Truth(file());
   IndexFaults faults;

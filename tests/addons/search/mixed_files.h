@@ -22,6 +22,15 @@ class SearchMixedFiles : public SearchTest {
     }
     return files;
   }
+  // Saves 200 messages and indexes them. Returns a copy of the store's files; the store is open.
+  FileSet indexed_store() const {
+    save_many(1, 200);
+    build_index();
+    close();
+    const FileSet files = store_files();
+    EXPECT_TRUE(open());
+    return files;
+  }
   // Replaces the files of the store, which is closed, and opens it.
   void put_store(const FileSet& files) const {
     const FileSet index = index_files();

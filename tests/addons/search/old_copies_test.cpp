@@ -44,11 +44,7 @@ TEST_F(SearchMixedFiles, IndexFromBeforeAPassOfTheSweep) {
 }
 
 TEST_F(SearchMixedFiles, NewerIndexBesideOlderStore) {
-  save_many(1, 200);
-  build_index();
-  close();
-  const FileSet old = store_files();
-  ASSERT_TRUE(open());
+  const FileSet old = indexed_store();
   save_many(2, 300);
   build_index();
   close();
@@ -62,11 +58,7 @@ TEST_F(SearchMixedFiles, NewerIndexBesideOlderStore) {
 TEST_F(SearchMixedFiles, IdsThatAreUsedAgain) {
   for (const int again : {50, 300, 400}) {
     SCOPED_TRACE(again);
-    save_many(1, 200);
-    build_index();
-    close();
-    const FileSet old = store_files();
-    ASSERT_TRUE(open());
+    const FileSet old = indexed_store();
     save_many(2, 300);
     build_index();
     close();
@@ -78,11 +70,7 @@ TEST_F(SearchMixedFiles, IdsThatAreUsedAgain) {
 
 // The newest messages are the same ones in both stores.
 TEST_F(SearchMixedFiles, RolledBackStoreThatReceivesTheSameMessagesLast) {
-  save_many(1, 200);
-  build_index();
-  close();
-  const FileSet old = store_files();
-  ASSERT_TRUE(open());
+  const FileSet old = indexed_store();
   save_many(2, 300);
   save({"the last one"});
   build_index();
