@@ -88,9 +88,21 @@ void create_like_store(const std::string& file, const std::string& store) {
   if (descriptor >= 0) ::close(descriptor);
 }
 
+// SQLite gave the log and its memory the permissions that the file had then. If the file could not
+// be written at that time, but can be now, they get the present permissions.
+void repair_permissions(const std::string& file) {
+  struct stat status {};
+  if (::access(file.c_str(), W_OK) != 0 || stat(file.c_str(), &status) != 0) return;
+  for (const char* const ending : {"-wal", "-shm"}) {
+    const std::string beside = file + ending;
+    if (::access(beside.c_str(), W_OK) != 0) ::chmod(beside.c_str(), status.st_mode & 0777);
+  }
+}
+
 // Null if the file is not an index of this version.
 std::unique_ptr<Connection> open_current(const std::string& file, const std::string& store) {
   create_like_store(file, store);
+  repair_permissions(file);
   auto index = connect(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   if (is_empty(*index)) {
     create(*index);

@@ -246,11 +246,20 @@ std::string work_without_index(const std::string& folder, const std::string& unw
   return wrong;
 }
 
+std::string catch_up_again(const std::string& folder) {
+  if (!open_store_in(folder)) return "the store does not open";
+  MessageSearch search{cvrtc::Pathname(folder)};
+  const std::string wrong = catch_up_all(search);
+  the_store().close_db();
+  return wrong;
+}
+
 TEST_F(SearchMixedFiles, ReadOnlyIndex) {
   save_many(1, 100);
   build_index();
   close();
   EXPECT_EQ(without_privileges([this] { return work_without_index(folder.path(), index()); }), "");
+  EXPECT_EQ(without_privileges([this] { return catch_up_again(folder.path()); }), "");
   ASSERT_TRUE(open());
   expect_recovery();
 }
