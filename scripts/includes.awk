@@ -3,7 +3,7 @@
 #   awk -f scripts/includes.awk FILE...
 #
 # A file may include its own folder's headers and those of the folders below it:
-#   tools/main.cpp, tools/commands, tools/SUBJECT, tools/store, tools/ui, db, base
+#   tools/main.cpp, tools/commands, tools/SUBJECT, tools/store, tools/ui, tools/platform, db, base
 # A subject is any other folder of tools/, with the folders in it. Subjects do not include each other.
 # Nothing below addons/ includes it. db/ includes only db/ and base/; base/ includes only base/.
 #
@@ -20,11 +20,12 @@ function level_of(part) {
   if (part == "base") return 1
   if (part == "db") return 2
   if (part == "addons") return 3
-  if (part == "tools/ui") return 4
-  if (part == "tools/store") return 5
-  if (part == "tools/commands") return 7
-  if (part == "main") return 8
-  return 6
+  if (part == "tools/platform") return 4
+  if (part == "tools/ui") return 5
+  if (part == "tools/store") return 6
+  if (part == "tools/commands") return 8
+  if (part == "main") return 9
+  return 7
 }
 
 /^[ \t]*#[ \t]*include[ \t]*"/ {

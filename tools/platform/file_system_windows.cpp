@@ -1,6 +1,11 @@
-#include <random>
-
 #include "tools/platform/file_system.h"
+
+#include <windows.h>
+
+#include <cerrno>
+#include <random>
+#include <string_view>
+
 #include "tools/platform/wide.h"
 
 namespace corvan_tool {
@@ -23,11 +28,11 @@ void fill_in(std::string& path) {
 template <typename Create>
 int make_private(std::string& path, const Create& create) {
   constexpr int kAttempts = 100;
-  PrivateAttributes attributes;
+  const PrivateAttributes attributes;
   DWORD error = ERROR_ALREADY_EXISTS;
   for (int i = 0; i < kAttempts && errno_of(error) == EEXIST; ++i) {
     fill_in(path);
-    error = create(wide(path), attributes.get());
+    error = create(wide(path), static_cast<SECURITY_ATTRIBUTES*>(attributes.get()));
   }
   return errno_of(error);
 }

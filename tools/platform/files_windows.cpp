@@ -1,15 +1,16 @@
 #include "tools/platform/files.h"
 
+#include <windows.h>
+
 #include <fcntl.h>
 #include <io.h>
+#include <winioctl.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <limits>
 
 #include "tools/platform/wide.h"
-
-#include <winioctl.h>
 
 namespace corvan_tool {
 
@@ -33,8 +34,9 @@ DWORD at_once(std::size_t size) {
 }
 
 int open_file(const std::string& path, DWORD access, DWORD disposition,
-              SECURITY_ATTRIBUTES* attributes = nullptr) {
-  const HANDLE handle = CreateFileW(wide(path).c_str(), access, kShared, attributes, disposition,
+              void* attributes = nullptr) {
+  const HANDLE handle = CreateFileW(wide(path).c_str(), access, kShared,
+                                    static_cast<SECURITY_ATTRIBUTES*>(attributes), disposition,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     set_errno();
@@ -163,7 +165,7 @@ int open_at_once(const std::string& path) {
 }
 
 int create_file(const std::string& path) {
-  PrivateAttributes attributes;
+  const PrivateAttributes attributes;
   return open_file(path, GENERIC_READ | GENERIC_WRITE, CREATE_NEW, attributes.get());
 }
 

@@ -1,5 +1,7 @@
 #include "tools/platform/folder_lock.h"
 
+#include <windows.h>
+
 #include <aclapi.h>
 #include <sddl.h>
 
@@ -34,7 +36,7 @@ LockableFolder::LockableFolder(const std::string& folder) : folder_(folder) {
                   FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
   const DWORD failure = GetLastError();
   if (opened == INVALID_HANDLE_VALUE) {
-    // Another process that removes the folder has a handle to it, which shares nothing.
+    // Another process has locked the folder, or is removing it.
     error_ = failure == ERROR_SHARING_VIOLATION || failure == ERROR_DELETE_PENDING
                  ? ENOENT
                  : errno_of(failure);

@@ -1,16 +1,16 @@
-#define PSAPI_VERSION 2  // in kernel32
+#include "tools/platform/own_files.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+#include <tlhelp32.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <string_view>
 
 #include "tools/platform/file_system.h"
-#include "tools/platform/own_files.h"
 #include "tools/platform/wide.h"
-
-#include <psapi.h>
-#include <tlhelp32.h>
 
 namespace corvan_tool {
 
@@ -33,7 +33,7 @@ class Names {
   }
 
   bool has_view(void* view) {
-    return is_in(GetMappedFileNameW(GetCurrentProcess(), view, path_.data(), size()));
+    return is_in(K32GetMappedFileNameW(GetCurrentProcess(), view, path_.data(), size()));
   }
 
  private:

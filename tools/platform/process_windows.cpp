@@ -1,15 +1,16 @@
 #include "tools/platform/process.h"
 
+#include <windows.h>
+
 #include <fcntl.h>
 #include <io.h>
+#include <shellapi.h>
 
 #include <cerrno>
 #include <cstdlib>
 
 #include "tools/platform/own_files.h"
 #include "tools/platform/wide.h"
-
-#include <shellapi.h>
 
 namespace corvan_tool {
 

@@ -1,5 +1,7 @@
 #include "tools/platform/terminal.h"
 
+#include <windows.h>
+
 #include "tools/platform/wide.h"
 
 namespace corvan_tool {

@@ -1,13 +1,16 @@
 #include "tools/platform/wide.h"
 
+#include <windows.h>
+
 #include <sddl.h>
 
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <vector>
 
 namespace corvan_tool {
+
+const unsigned long kShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 std::wstring wide(std::string_view text) {
   const int size = static_cast<int>(text.size());
@@ -26,7 +29,7 @@ std::string utf8(std::wstring_view text) {
   return result;
 }
 
-int errno_of(DWORD error) {
+int errno_of(SystemError error) {
   switch (error) {
     case ERROR_SUCCESS:
       return 0;
@@ -100,19 +103,25 @@ std::wstring user_sid() {
 PrivateAttributes::PrivateAttributes() {
   const std::wstring sid = user_sid();
   const std::wstring text = L"O:" + sid + L"D:P(A;OICI;FA;;;" + sid + L")";
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (sid.empty() || !ConvertStringSecurityDescriptorToSecurityDescriptorW(
-                         text.c_str(), SDDL_REVISION_1, &descriptor_, nullptr)) {
-    descriptor_ = nullptr;
+                         text.c_str(), SDDL_REVISION_1, &descriptor, nullptr)) {
+    return;
   }
-  attributes_.nLength = sizeof attributes_;
-  attributes_.lpSecurityDescriptor = descriptor_;
+  attributes_.reset(new SECURITY_ATTRIBUTES{sizeof(SECURITY_ATTRIBUTES), descriptor, FALSE});
 }
 
-PrivateAttributes::~PrivateAttributes() {
-  LocalFree(descriptor_);
+void PrivateAttributes::Release::operator()(void* attributes) const {
+  auto* const own = static_cast<SECURITY_ATTRIBUTES*>(attributes);
+  LocalFree(own->lpSecurityDescriptor);
+  delete own;
 }
 
-bool may_pass(DWORD error) {
+void pause_shortly() {
+  Sleep(20);
+}
+
+bool may_pass(SystemError error) {
   return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED ||
          error == ERROR_LOCK_VIOLATION || error == ERROR_DELETE_PENDING ||
          error == ERROR_DIR_NOT_EMPTY || error == ERROR_USER_MAPPED_FILE;

@@ -4,28 +4,24 @@
 #ifndef TOOLS_PLATFORM_WIDE_H_
 #define TOOLS_PLATFORM_WIDE_H_
 
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
-
+#include <memory>
 #include <string>
 #include <string_view>
 
 namespace corvan_tool {
 
+// An error of the system, as GetLastError() returns it; 0 is success.
+using SystemError = unsigned long;
+
 // Lets other programs read, write, delete and rename an open file.
-constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+extern const unsigned long kShared;
 
 // Invalid bytes, and surrogates without a partner, become U+FFFD.
 std::wstring wide(std::string_view text);
 std::string utf8(std::wstring_view text);
 
 // The number of errno for an error of the system.
-int errno_of(DWORD error);
+int errno_of(SystemError error);
 
 // Sets errno to the last error of the system.
 void set_errno();
@@ -37,31 +33,32 @@ std::wstring user_sid();
 class PrivateAttributes {
  public:
   PrivateAttributes();
-  PrivateAttributes(const PrivateAttributes&) = delete;
-  PrivateAttributes& operator=(const PrivateAttributes&) = delete;
-  ~PrivateAttributes();
 
-  // Null if the system cannot express them: then the new file inherits those of its folder.
-  SECURITY_ATTRIBUTES* get() { return descriptor_ == nullptr ? nullptr : &attributes_; }
+  // A SECURITY_ATTRIBUTES. Null if the system cannot express the permissions: then the new file
+  // inherits those of its folder.
+  void* get() const { return attributes_.get(); }
 
  private:
-  PSECURITY_DESCRIPTOR descriptor_ = nullptr;
-  SECURITY_ATTRIBUTES attributes_ = {};
+  struct Release {
+    void operator()(void* attributes) const;
+  };
+  std::unique_ptr<void, Release> attributes_;
 };
 
 // Whether another program, for example a virus scanner, may be the reason. A file that is being
 // deleted also refuses access.
-bool may_pass(DWORD error);
+bool may_pass(SystemError error);
+
+void pause_shortly();  // for 20 milliseconds
 
 // Calls `attempt`, which returns 0 or an error of the system, until it succeeds, fails for a reason
 // that does not pass, or has failed for about a second. Returns the last error.
 template <typename Attempt>
-DWORD try_for_a_second(const Attempt& attempt) {
+SystemError try_for_a_second(const Attempt& attempt) {
   constexpr int kAttempts = 50;
-  constexpr DWORD kPause = 20;  // milliseconds
-  DWORD error = attempt();
+  SystemError error = attempt();
   for (int i = 1; i < kAttempts && may_pass(error); ++i) {
-    Sleep(kPause);
+    pause_shortly();
     error = attempt();
   }
   return error;
