@@ -64,33 +64,14 @@ quietly() {
   "$@" >"$work/log" 2>&1 || { tail -n 40 "$work/log" >&2; fail "failed: $*"; }
 }
 
-# private_apt ARGUMENT...: apt-get with sources, lists and cache of its own.
-private_apt() {
-  apt-get -q -o "Dir::Etc::SourceList=$work/sources.list" -o Dir::Etc::SourceParts=/dev/null \
-    -o "Dir::State::Lists=$work/lists" -o "Dir::Cache=$work/cache" -o Dir::State::status=/dev/null \
-    -o APT::Sandbox::User=root -o Debug::NoLocking=true "$@"
-}
-
-# The Debian archives that this machine's apt uses, as lines of a sources.list for source packages.
-debian_sources() {
-  # shellcheck disable=SC2016  # apt-get expands the fields
-  apt-get indextargets --format \
-    'deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $(REPO_URI) $(RELEASE) main' \
-    'Created-By: Packages' 'Origin: Debian' 'Component: main' | sort -u
-}
-
 # Fetches Debian's source package and makes the amalgamation in $work/made.
 make_from_debian() {
   bash scripts/install.sh sqlite
-  mkdir -p "$work"/{lists,cache}/partial "$work/made"
-  debian_sources >"$work/sources.list"
-  [ -s "$work/sources.list" ] || fail "apt knows no Debian archive; run apt-get update first"
+  mkdir -p "$work/made"
   echo "Fetching Debian's source package of SQLite"
-  quietly private_apt update
-  (cd "$work" && quietly private_apt source --download-only sqlite3)
-  quietly dpkg-source --extract "$work"/sqlite3_*.dsc "$work/source"
+  bash scripts/debian_source.sh sqlite3 "$work/debian"
   echo "Making the amalgamation"
-  (cd "$work/made" && quietly "$work/source/configure" --disable-tcl && quietly make sqlite3.c)
+  (cd "$work/made" && quietly "$work/debian/source/configure" --disable-tcl && quietly make sqlite3.c)
 }
 
 # Fetches the npm package and unpacks its amalgamation into $work/made.
