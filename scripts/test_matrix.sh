@@ -103,7 +103,7 @@ cross() {
 build_with_sqlite() {
   local leg=$1
   bash scripts/install.sh build tools tests-source
-  bash scripts/sqlite.sh "${@:2}" "build/matrix/$leg-amalgamation"
+  bash scripts/sqlite.sh --source "${@:2}" "build/matrix/$leg-amalgamation"
   build "$leg" -DCMAKE_CXX_COMPILER=g++ \
     -DCORVAN_SQLITE_AMALGAMATION="$PWD/build/matrix/$leg-amalgamation"
 }
