@@ -2,8 +2,10 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <new>
 
 #include "tests/support/uncounted.h"
@@ -62,11 +64,18 @@ void* allocate(std::size_t size) noexcept {
   return block;
 }
 
+// An aligned block is a part of a larger one, whose address is in front of it. Not every C library
+// has std::aligned_alloc().
 void* allocate(std::size_t size, std::align_val_t alignment) noexcept {
   if (fails(Memory::kOwn)) return nullptr;
-  const auto bytes = static_cast<std::size_t>(alignment);
-  void* block = std::aligned_alloc(bytes, (size + bytes - 1) / bytes * bytes);
-  if (block != nullptr) ++blocks;
+  const std::size_t bytes = std::max(static_cast<std::size_t>(alignment), alignof(void*));
+  std::size_t room = size + bytes;
+  void* const whole = std::malloc(sizeof(void*) + room);
+  if (whole == nullptr) return nullptr;
+  ++blocks;
+  void* block = static_cast<char*>(whole) + sizeof(void*);
+  std::align(bytes, size, block, room);
+  static_cast<void**>(block)[-1] = whole;
   return block;
 }
 
@@ -79,6 +88,10 @@ void release(void* block) noexcept {
   if (block == nullptr) return;
   --blocks;
   std::free(block);
+}
+
+void release_aligned(void* block) noexcept {
+  if (block != nullptr) release(static_cast<void**>(block)[-1]);
 }
 
 }  // namespace
@@ -121,16 +134,16 @@ void operator delete[](void* block, std::size_t) noexcept {
   release(block);
 }
 void operator delete(void* block, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete[](void* block, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete(void* block, const std::nothrow_t&) noexcept {
   release(block);
@@ -139,10 +152,10 @@ void operator delete[](void* block, const std::nothrow_t&) noexcept {
   release(block);
 }
 void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-  release(block);
+  release_aligned(block);
 }
 
 namespace corvan_test {

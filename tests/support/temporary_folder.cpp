@@ -41,7 +41,8 @@ fs::path create_in(const fs::path& parent) {
 
 fs::path create_folder() {
   fs::path path;
-  if (memory_preferred && std::getenv("TMPDIR") == nullptr) path = create_in("/dev/shm");
+  if (memory_preferred && std::getenv("TMPDIR") == nullptr)
+    path = create_in(fs::absolute("/dev/shm"));
   return path.empty() ? create_in(fs::temp_directory_path()) : path;
 }
 
