@@ -64,18 +64,18 @@ void* allocate(std::size_t size) noexcept {
   return block;
 }
 
-// An aligned block is a part of a larger one, whose address is in front of it. Not every C library
-// has std::aligned_alloc().
+// The block is preceded by the address of what has to be freed: not every system has a function
+// that aligns what free() takes.
 void* allocate(std::size_t size, std::align_val_t alignment) noexcept {
   if (fails(Memory::kOwn)) return nullptr;
-  const std::size_t bytes = std::max(static_cast<std::size_t>(alignment), alignof(void*));
-  std::size_t room = size + bytes;
-  void* const whole = std::malloc(sizeof(void*) + room);
-  if (whole == nullptr) return nullptr;
+  const auto bytes = std::max(static_cast<std::size_t>(alignment), alignof(void*));
+  std::size_t space = size + bytes;
+  void* const all = std::malloc(space + sizeof(void*));
+  if (all == nullptr) return nullptr;
+  void* block = static_cast<void**>(all) + 1;
+  std::align(bytes, size, block, space);
+  *(static_cast<void**>(block) - 1) = all;
   ++blocks;
-  void* block = static_cast<char*>(whole) + sizeof(void*);
-  std::align(bytes, size, block, room);
-  static_cast<void**>(block)[-1] = whole;
   return block;
 }
 
@@ -91,7 +91,7 @@ void release(void* block) noexcept {
 }
 
 void release_aligned(void* block) noexcept {
-  if (block != nullptr) release(static_cast<void**>(block)[-1]);
+  if (block != nullptr) release(*(static_cast<void**>(block) - 1));
 }
 
 }  // namespace

@@ -42,8 +42,7 @@ class IdleStatements : public StoreTest {
     return texts;
   }
 
-  // In the store's folder.
-  Rows open_files() const { return corvan_test::open_files(folder.path()); }
+  Rows open_files() const { return open_files_in(folder.path()); }
 };
 
 // ---- Locks and files ----------------------------------------------------------------------------

@@ -1,3 +1,5 @@
+// The files that the process has open.
+
 #ifndef TESTS_ADDONS_STATEMENT_CACHE_OPEN_FILES_H_
 #define TESTS_ADDONS_STATEMENT_CACHE_OPEN_FILES_H_
 
@@ -6,8 +8,8 @@
 
 namespace corvan_test {
 
-// The files in the folder, whose path ends with "/", that this process has open.
-std::vector<std::string> open_files(const std::string& folder);
+// The paths of the folder's files that the process has open. The folder's path ends with "/".
+std::vector<std::string> open_files_in(const std::string& folder);
 
 }  // namespace corvan_test
 

@@ -5,7 +5,7 @@
 
 namespace corvan_test {
 
-std::vector<std::string> open_files(const std::string& folder) {
+std::vector<std::string> open_files_in(const std::string& folder) {
   std::vector<std::string> files;
   for (const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code gone;
