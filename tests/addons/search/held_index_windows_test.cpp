@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include "tests/addons/search/search_fixture.h"
