@@ -65,6 +65,7 @@ TEST_F(KeyedFiles, StoreAndAddonFilesOnly) {
   for (const char* const name :
        {"corvan.db", "corvan2", "corvan.bak", "Corvan", "xcorvan", "other", "sub/corvan",
         "sub/corvan-search", "../elsewhere/corvan", "../corvan"}) {
+    if (fs::exists(place() + name)) continue;  // the file system does not distinguish "Corvan"
     write_word(place() + name);
     EXPECT_FALSE(is_encrypted(place() + name)) << name;
   }
