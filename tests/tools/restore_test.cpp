@@ -1,6 +1,5 @@
-#include <sys/stat.h>
+#include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -146,17 +145,14 @@ TEST_F(RestoreTest, FullDiskLeavesNothing) {
 TEST_F(RestoreTest, InterruptLeavesNothing) {
   import_sample();
   const std::string text = exported();
-  const std::string pipe = folder.file("pipe");
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
-    const pid_t pid = start({"restore", pipe, restored()}, null());
-    const int writer = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
-    const std::string half = text.substr(0, text.size() / 2);
-    ASSERT_EQ(::write(writer, half.data(), half.size()), static_cast<ssize_t>(half.size()));
+  for (const int interrupt : interrupts()) {
+    const Pipe pipe = make_pipe();
+    const pid_t pid = start({"restore", "-", restored()}, null_output(), pipe.read_end);
+    write_all(pipe.write_end, text.substr(0, text.size() / 2));
     EXPECT_TRUE(wait_for_unfinished("restored"));
-    kill(pid, signal_number);
-    EXPECT_EQ(wait(pid), -signal_number);
-    close(writer);
+    interrupt_process(pid, interrupt);
+    EXPECT_EQ(wait(pid), interrupted_status(interrupt));
+    close(pipe.write_end);
     EXPECT_EQ(names_like("restored"), Rows{});
   }
 }
