@@ -16,6 +16,7 @@
 #include "addons/encryption/connection_hook.h"
 #include "addons/encryption/file_kind.h"
 #include "addons/encryption/log_line.h"
+#include "addons/encryption/utf8_path.h"
 
 namespace Corvan::encryption {
 
@@ -66,7 +67,7 @@ void leave_log_alone(sqlite3* connection) {
 
 bool has_content(const std::string& file) {
   std::error_code missing;
-  const auto size = std::filesystem::file_size(file, missing);
+  const auto size = std::filesystem::file_size(to_path(file), missing);
   return !missing && size > 0;
 }
 
@@ -113,7 +114,7 @@ std::uint64_t pages_before(const std::string& journal) {
   constexpr std::string_view kMagic("\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", 8);
   constexpr std::size_t kPages = 16;
   std::array<char, 20> header{};
-  std::ifstream file(journal, std::ios::binary);
+  std::ifstream file(to_path(journal), std::ios::binary);
   if (!file.read(header.data(), header.size())) return 0;
   if (std::string_view(header.data(), kMagic.size()) != kMagic) return 0;
   std::uint64_t pages = 0;

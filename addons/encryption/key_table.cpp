@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "addons/encryption/utf8_path.h"
+
 namespace Corvan::encryption {
 
 namespace {
@@ -59,17 +61,19 @@ void KeyTable::forget(const std::string& folder) {
 }
 
 std::optional<StoreKey> KeyTable::find(const std::string& file) const {
+  const fs::path path = to_path(file);
   const std::vector<Entry> known = entries();
-  const auto found = std::find_if(known.begin(), known.end(), [&file](const Entry& entry) {
-    return is_file_of(file, entry.folder);
+  const auto found = std::find_if(known.begin(), known.end(), [&path](const Entry& entry) {
+    return is_file_of(path, to_path(entry.folder));
   });
   if (found == known.end()) return std::nullopt;
   return found->key;
 }
 
 KeyTable::Entry* KeyTable::entry(const std::string& folder) {
-  const auto found = std::find_if(entries_.begin(), entries_.end(), [&folder](const Entry& known) {
-    return is_same(known.folder, folder);
+  const fs::path path = to_path(folder);
+  const auto found = std::find_if(entries_.begin(), entries_.end(), [&path](const Entry& known) {
+    return is_same(to_path(known.folder), path);
   });
   return found == entries_.end() ? nullptr : &*found;
 }
@@ -80,16 +84,17 @@ std::vector<KeyTable::Entry> KeyTable::entries() const {
 }
 
 bool is_store_name(const std::string& file) {
-  return fs::path(file).filename() == kStoreName;
+  return to_path(file).filename() == kStoreName;
 }
 
 std::string resolved_folder(const cvrtc::Pathname& folder) {
-  if (folder.folder().empty()) return {};
+  const fs::path given = to_path(folder.folder());
+  if (given.empty()) return {};
   std::error_code failure;
-  fs::path path = fs::weakly_canonical(fs::absolute(folder.folder(), failure), failure);
-  if (failure) path = fs::absolute(folder.folder(), failure).lexically_normal();
+  fs::path path = fs::weakly_canonical(fs::absolute(given, failure), failure);
+  if (failure) path = fs::absolute(given, failure).lexically_normal();
   // The normal form of "/a/b/" ends with an empty name.
-  return (path.has_filename() ? path : path.parent_path()).string();
+  return to_utf8(path.has_filename() ? path : path.parent_path());
 }
 
 }  // namespace Corvan::encryption

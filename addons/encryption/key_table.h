@@ -45,7 +45,7 @@ class KeyTable {
 bool is_store_name(const std::string& file);
 
 // The folder's absolute path without symbolic links, as far as it exists; empty if `folder` is
-// empty.
+// empty or not a path.
 std::string resolved_folder(const cvrtc::Pathname& folder);
 
 }  // namespace Corvan::encryption

@@ -3,18 +3,22 @@
 #ifndef ADDONS_ENCRYPTION_OLD_CONTENTS_H_
 #define ADDONS_ENCRYPTION_OLD_CONTENTS_H_
 
+#include <memory>
 #include <string>
-#include <vector>
-
-#include "addons/encryption/descriptor.h"
 
 namespace Corvan::encryption {
 
+// On Windows it does nothing.
 class OldContents {
  public:
+  OldContents();
+  OldContents(const OldContents&) = delete;
+  OldContents& operator=(const OldContents&) = delete;
+  // Releases all locks that the process has on the files.
+  ~OldContents();
+
   // Remembers a file, also after it is renamed or removed. Does nothing if it does not exist, or if
-  // its file system would write new bytes to other blocks. Destroying this object releases all
-  // locks that the process has on the file.
+  // its file system would write new bytes to other blocks.
   void add(const std::string& path);
 
   // Overwrites the files, which must have been removed, with zeros as far as the system allows it.
@@ -24,7 +28,8 @@ class OldContents {
   void overwrite() const;
 
  private:
-  std::vector<Descriptor> files_;
+  struct Files;
+  const std::unique_ptr<Files> files_;
 };
 
 }  // namespace Corvan::encryption

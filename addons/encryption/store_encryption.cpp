@@ -7,6 +7,7 @@
 #include "addons/encryption/content.h"
 #include "addons/encryption/database.h"
 #include "addons/encryption/file_kind.h"
+#include "addons/encryption/file_system.h"
 #include "addons/encryption/key_table.h"
 #include "addons/encryption/log_line.h"
 #include "addons/encryption/old_contents.h"
@@ -68,12 +69,20 @@ void check_copy(const Database& store, const StoreFile& file, const StoreKey& ke
   encryption::require_equal(store, copy);
 }
 
-void make_copy(const Database& store, const StoreFile& file, const StoreKey& key) {
+// Where an open file cannot be replaced, its lock ends here. Another process that opens the store
+// then keeps it from being replaced, unless it has closed it again.
+void replace(Database* store, const StoreFile& file) {
+  if (!encryption::kReplacesOpenFiles) store->close();
+  file.replace();
+}
+
+void replace_by_copy(Database* store, const StoreFile& file, const StoreKey& key) {
   try {
-    fill_copy(store, file, key);
-    check_copy(store, file, key);
+    fill_copy(*store, file, key);
+    check_copy(*store, file, key);
     file.require_no_copy_log();
-    file.replace();
+    file.sync_copy();
+    replace(store, file);
   } catch (const ConversionFailure&) {
     file.remove_copy();
     throw;
@@ -84,14 +93,14 @@ void make_copy(const Database& store, const StoreFile& file, const StoreKey& key
 // stands for a plain file.
 Conversion convert(const StoreFile& file, const StoreKey& from, const StoreKey& to, OldBytes old) {
   OldContents contents;  // outlives the connection, whose locks it would release
-  const Database store(file.path(), from);
+  Database store(file.path(), from);
   store.run("pragma temp_store=2");
   prepare(store, file);
   if (old == OldBytes::kOverwrite) contents.add(file.log());
   close_log(store);
   // Only now: while other connections have the file open, their locks would be released.
   if (old == OldBytes::kOverwrite) contents.add(file.path());
-  make_copy(store, file, to);
+  replace_by_copy(&store, file, to);
   const std::string failure = file.sync_folder();
   if (failure.empty()) contents.overwrite();
   return {ConversionResult::kDone, failure};

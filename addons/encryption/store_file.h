@@ -1,4 +1,4 @@
-// The file of a store that is being converted, and the system's calls on it.
+// The file of a store that is being converted.
 
 #ifndef ADDONS_ENCRYPTION_STORE_FILE_H_
 #define ADDONS_ENCRYPTION_STORE_FILE_H_
@@ -33,8 +33,11 @@ class StoreFile {
   // Throws if the copy has a log, without which it would not be whole.
   void require_no_copy_log() const;
 
-  // Syncs the copy and puts it in the file's place. The folder is synced before, too, so that the
-  // old file's log, which must have been removed, cannot come back beside the new file.
+  // Syncs the copy, and the folder, so that the old file's log, which must have been removed,
+  // cannot come back beside the new file.
+  void sync_copy() const;
+
+  // Puts the copy, which must have been synced, in the file's place.
   void replace() const;
 
   // Syncs the folder. Empty if that succeeded, otherwise what the system said; after a power loss,
@@ -42,8 +45,6 @@ class StoreFile {
   std::string sync_folder() const;
 
  private:
-  std::string folder() const;
-
   std::string path_;
 };
 

@@ -3,8 +3,7 @@
 #ifndef ADDONS_SEARCH_FILE_IDENTITY_H_
 #define ADDONS_SEARCH_FILE_IDENTITY_H_
 
-#include <sys/stat.h>
-
+#include <cstdint>
 #include <string>
 
 namespace Corvan::search {
@@ -12,8 +11,8 @@ namespace Corvan::search {
 // The file that a path leads to at one moment. A store that SQLite finds damaged is deleted and
 // created again; a connection to the old file would go on reading it.
 struct FileIdentity {
-  dev_t device = 0;
-  ino_t number = 0;  // 0: there was no file
+  uint64_t device = 0;
+  uint64_t number = 0;  // 0: there was no file
 
   explicit operator bool() const { return number != 0; }
   bool operator==(const FileIdentity& other) const {
@@ -22,11 +21,8 @@ struct FileIdentity {
   bool operator!=(const FileIdentity& other) const { return !(*this == other); }
 };
 
-inline FileIdentity identity_of(const std::string& file) {
-  struct stat status {};
-  if (stat(file.c_str(), &status) != 0) return {};
-  return {status.st_dev, status.st_ino};
-}
+// Implemented in platform_posix.cpp and platform_windows.cpp.
+FileIdentity identity_of(const std::string& file);
 
 }  // namespace Corvan::search
 

@@ -1,12 +1,8 @@
 #include "addons/search/index_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <set>
 
+#include "addons/search/platform.h"
 #include "addons/search/tokenizer.h"
 
 namespace Corvan::search {
@@ -64,8 +60,7 @@ void create(const Connection& index) {
 
 // Whether the file's header says that no SQLite may write it, though the system would allow it.
 bool is_unwritable(const Connection& index) {
-  return sqlite3_db_readonly(index.handle(), "main") == 1 &&
-         ::access(index.file().c_str(), W_OK) == 0;
+  return sqlite3_db_readonly(index.handle(), "main") == 1 && is_writable(index.file());
 }
 
 std::unique_ptr<Connection> connect(const std::string& file, int flags) {
@@ -80,29 +75,16 @@ std::unique_ptr<Connection> connect(const std::string& file, int flags) {
   return index;
 }
 
-// Who may read the store may read the index. SQLite gives the log the file's permissions.
-void create_like_store(const std::string& file, const std::string& store) {
-  struct stat status {};
-  const mode_t mode = stat(store.c_str(), &status) == 0 ? status.st_mode & 0777 : 0600;
-  const int descriptor = ::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, mode);
-  if (descriptor >= 0) ::close(descriptor);
-}
-
 // SQLite gave the log and its memory the permissions that the file had then. If the file could not
 // be written at that time, but can be now, they get the present permissions.
-void repair_permissions(const std::string& file) {
-  struct stat status {};
-  if (::access(file.c_str(), W_OK) != 0 || stat(file.c_str(), &status) != 0) return;
-  for (const char* const ending : {"-wal", "-shm"}) {
-    const std::string beside = file + ending;
-    if (::access(beside.c_str(), W_OK) != 0) ::chmod(beside.c_str(), status.st_mode & 0777);
-  }
+void repair_log_permissions(const std::string& file) {
+  for (const char* const ending : {"-wal", "-shm"}) repair_permissions(file + ending, file);
 }
 
 // Null if the file is not an index of this version.
 std::unique_ptr<Connection> open_current(const std::string& file, const std::string& store) {
-  create_like_store(file, store);
-  repair_permissions(file);
+  create_like(file, store);  // who may read the store may read the index
+  repair_log_permissions(file);
   auto index = connect(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   if (is_empty(*index)) {
     create(*index);
@@ -111,10 +93,6 @@ std::unique_ptr<Connection> open_current(const std::string& file, const std::str
   }
   execute(*index, kSettings);
   return index;
-}
-
-bool is_gone(const std::string& file) {
-  return unlink(file.c_str()) == 0 || errno == ENOENT;
 }
 
 }  // namespace
@@ -139,13 +117,14 @@ bool is_damage(const SqlError& error) {
 }
 
 std::unique_ptr<Connection> open_index_for_writing(const std::string& file,
-                                                   const std::string& store) {
+                                                   const std::string& store,
+                                                   const IndexCloser& close_others) {
   try {
     if (auto index = open_current(file, store)) return index;
   } catch (const SqlError& error) {
     if (!is_damage(error)) throw;
   }
-  delete_index(file);
+  delete_index(file, close_others);
   try {
     if (auto index = open_current(file, store)) return index;
   } catch (const SqlError& error) {
@@ -165,12 +144,20 @@ std::unique_ptr<Connection> open_index_for_reading(const std::string& file) {
   return nullptr;
 }
 
+// Without its log the file would lack what only the log has, so the log goes last.
 bool delete_index(const std::string& file) {
+  if (!delete_file(file)) return false;
   bool is_deleted = true;
-  for (const char* const ending : {"", "-wal", "-shm", "-journal"}) {
-    is_deleted = is_gone(file + ending) && is_deleted;
+  for (const char* const ending : {"-wal", "-shm", "-journal"}) {
+    is_deleted = delete_file(file + ending) && is_deleted;
   }
   return is_deleted;
+}
+
+bool delete_index(const std::string& file, const IndexCloser& close_others) {
+  if (delete_index(file)) return true;
+  const std::unique_lock<std::mutex> lock = close_others();
+  return delete_index(file);
 }
 
 const char* const kStateQuery =

@@ -4,7 +4,9 @@
 #define ADDONS_SEARCH_INDEX_FILE_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -48,16 +50,26 @@ struct Shard {
 
 std::string shard_table(int64_t number);
 
+// Closes the connections of the process that can be closed, and keeps them closed until the lock is
+// released.
+using IndexCloser = std::function<std::unique_lock<std::mutex>()>;
+
 // Opens the index of the store `store` for writing. A file that is not an index of this version is
 // deleted, and a missing one is created. Throws SqlError with the status kIndexError.
 std::unique_ptr<Connection> open_index_for_writing(const std::string& file,
-                                                   const std::string& store);
+                                                   const std::string& store,
+                                                   const IndexCloser& close_others);
 
 // Opens the index for reading; null if there is none that can be read.
 std::unique_ptr<Connection> open_index_for_reading(const std::string& file);
 
-// Deletes the file with its log. True if there is none afterwards.
+// Deletes the file with its log. True if there is none afterwards. If the file itself cannot be
+// deleted, the log stays, too.
 bool delete_index(const std::string& file);
+
+// The same, but tries again after close_others() if it fails: on Windows, a file that is open
+// cannot be deleted.
+bool delete_index(const std::string& file, const IndexCloser& close_others);
 
 // Whether this error says that the index is not as this library wrote it.
 bool is_damage(const SqlError& error);

@@ -18,9 +18,10 @@ constexpr TimeBudget::Duration kMergeStep{5000};  // a step of merging takes abo
 
 }  // namespace
 
-Indexing::Files::Files(const std::string& store_file, const std::string& index_file)
+Indexing::Files::Files(const std::string& store_file, const std::string& index_file,
+                       const IndexCloser& close_reader)
     : store(store_file),
-      connection(open_index_for_writing(index_file, store_file)),
+      connection(open_index_for_writing(index_file, store_file, close_reader)),
       identity(identity_of(index_file)),
       index(*connection),
       sweeping(&index, &store) {
@@ -39,15 +40,26 @@ void Indexing::close() {
   opened_ = {};
 }
 
+// Deletes an index that must not be used.
+void Indexing::require_deletion() {
+  if (delete_index(index_file_, close_reader_)) return;
+  throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, index_file_ + ": cannot be replaced");
+}
+
+void Indexing::open_files() {
+  files_ = std::make_unique<Files>(store_file_, index_file_, close_reader_);
+}
+
 void Indexing::ensure_open() {
   if (files_ != nullptr && is_open()) return;
   close();
-  if (is_damaged_.exchange(false)) delete_index(index_file_);
-  files_ = std::make_unique<Files>(store_file_, index_file_);
+  if (is_damaged_) require_deletion();
+  is_damaged_ = false;
+  open_files();
   if (!fit_to_store(&files_->index, &files_->store)) {
     close();
-    delete_index(index_file_);
-    files_ = std::make_unique<Files>(store_file_, index_file_);
+    require_deletion();
+    open_files();
   }
   const std::lock_guard<std::mutex> lock(opened_mutex_);
   opened_ = {files_->store.identity(), files_->identity};
@@ -63,7 +75,7 @@ void Indexing::use(const Work& work) {
       close();
       if (error.status() != SearchStatus::kIndexError || !is_damage(error) || !is_first) throw;
       log_line(error.text(), ": the index is created again");
-      delete_index(index_file_);
+      require_deletion();
     } catch (...) {
       close();
       throw;

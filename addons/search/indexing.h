@@ -12,6 +12,7 @@
 
 #include "addons/search/connection.h"
 #include "addons/search/file_identity.h"
+#include "addons/search/index_file.h"
 #include "addons/search/index_writer.h"
 #include "addons/search/message_search.h"
 #include "addons/search/store_reader.h"
@@ -25,8 +26,11 @@ namespace Corvan::search {
 // deleted, and the call begins anew, once.
 class Indexing {
  public:
-  Indexing(std::string store, std::string index)
-      : store_file_(std::move(store)), index_file_(std::move(index)) {}
+  // `close_reader` closes the other half's connection to the index.
+  Indexing(std::string store, std::string index, IndexCloser close_reader)
+      : store_file_(std::move(store)),
+        index_file_(std::move(index)),
+        close_reader_(std::move(close_reader)) {}
 
   std::mutex& mutex() { return mutex_; }
 
@@ -44,7 +48,7 @@ class Indexing {
  private:
   // The files, and what works on them.
   struct Files {
-    Files(const std::string& store, const std::string& index);
+    Files(const std::string& store, const std::string& index, const IndexCloser& close_reader);
     StoreReader store;
     const std::unique_ptr<Connection> connection;
     const FileIdentity identity;  // of the index
@@ -53,7 +57,9 @@ class Indexing {
   };
 
   void ensure_open();
+  void open_files();
   void close();
+  void require_deletion();
   template <typename Work>
   void use(const Work& work);
   bool make_compact(const TimeBudget& budget, bool has_indexed);
@@ -62,6 +68,7 @@ class Indexing {
 
   const std::string store_file_;
   const std::string index_file_;
+  const IndexCloser close_reader_;
   std::mutex mutex_;
   std::unique_ptr<Files> files_;
   std::atomic<bool> is_damaged_{false};

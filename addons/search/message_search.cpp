@@ -80,7 +80,8 @@ const char* to_text(SearchStatus status) {
 }
 
 MessageSearch::MessageSearch(const cvrtc::Pathname& folder)
-    : indexing_(std::make_unique<Indexing>(file_in(folder, "corvan"), file_in(folder, kFileName))),
+    : indexing_(std::make_unique<Indexing>(file_in(folder, "corvan"), file_in(folder, kFileName),
+                                           [this] { return reading_->close_index(); })),
       reading_(std::make_unique<search::Reading>(file_in(folder, "corvan"),
                                                  file_in(folder, kFileName))) {}
 

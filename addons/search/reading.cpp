@@ -21,6 +21,13 @@ void Reading::open() {
   identity_ = identity;
 }
 
+std::unique_lock<std::mutex> Reading::close_index() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  index_.reset();
+  identity_ = {};
+  return lock;
+}
+
 SearchResults Reading::find(const Query& query, const SearchOptions& options,
                             const TimeBudget& budget, bool* is_damaged) {
   open();

@@ -31,6 +31,9 @@ class Reading {
 
   std::mutex& mutex() { return mutex_; }
 
+  // Closes the index until the lock is released. Called without mutex().
+  std::unique_lock<std::mutex> close_index();
+
  private:
   void open();
   SearchResults find_with(const Connection* index, const Query& query, const SearchOptions& options,

@@ -1,9 +1,9 @@
 #include "addons/search/term.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "addons/search/folded_text.h"
+#include "addons/search/platform.h"
 
 namespace Corvan::search {
 
@@ -13,9 +13,8 @@ constexpr char kGap = FoldedText::kGap;
 constexpr std::size_t kNone = std::string_view::npos;
 
 std::size_t find(std::string_view text, std::string_view what, std::size_t from) {
-  const void* found = memmem(text.data() + from, text.size() - from, what.data(), what.size());
-  if (found == nullptr) return kNone;
-  return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+  const std::size_t found = find_bytes(text.substr(from), what);
+  return found == kNone ? kNone : from + found;
 }
 
 // For each beginning of `what`: the size of the longest shorter one that is its end.

@@ -2,8 +2,10 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <new>
 
 #include "tests/support/uncounted.h"
@@ -62,11 +64,18 @@ void* allocate(std::size_t size) noexcept {
   return block;
 }
 
+// The block is preceded by the address of what has to be freed: not every system has a function
+// that aligns what free() takes.
 void* allocate(std::size_t size, std::align_val_t alignment) noexcept {
   if (fails(Memory::kOwn)) return nullptr;
-  const auto bytes = static_cast<std::size_t>(alignment);
-  void* block = std::aligned_alloc(bytes, (size + bytes - 1) / bytes * bytes);
-  if (block != nullptr) ++blocks;
+  const auto bytes = std::max(static_cast<std::size_t>(alignment), alignof(void*));
+  std::size_t space = size + bytes;
+  void* const all = std::malloc(space + sizeof(void*));
+  if (all == nullptr) return nullptr;
+  void* block = static_cast<void**>(all) + 1;
+  std::align(bytes, size, block, space);
+  *(static_cast<void**>(block) - 1) = all;
+  ++blocks;
   return block;
 }
 
@@ -79,6 +88,10 @@ void release(void* block) noexcept {
   if (block == nullptr) return;
   --blocks;
   std::free(block);
+}
+
+void release_aligned(void* block) noexcept {
+  if (block != nullptr) release(*(static_cast<void**>(block) - 1));
 }
 
 }  // namespace
@@ -121,16 +134,16 @@ void operator delete[](void* block, std::size_t) noexcept {
   release(block);
 }
 void operator delete(void* block, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete[](void* block, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete(void* block, const std::nothrow_t&) noexcept {
   release(block);
@@ -139,10 +152,10 @@ void operator delete[](void* block, const std::nothrow_t&) noexcept {
   release(block);
 }
 void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-  release(block);
+  release_aligned(block);
 }
 void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-  release(block);
+  release_aligned(block);
 }
 
 namespace corvan_test {

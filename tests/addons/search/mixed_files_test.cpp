@@ -4,16 +4,14 @@
 #include <sqlite3.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "addons/search/tokenizer.h"
 #include "tests/addons/search/mixed_files.h"
 #include "tests/addons/search/vocabulary.h"
-#include "tests/faults/memory_child.h"
+#include "tests/addons/search/without_privileges.h"
 #include "tests/support/encryption.h"
-#include "tests/support/privileges.h"
 #include "tests/support/rows.h"
 
 namespace corvan_test {
@@ -212,16 +210,6 @@ TEST_F(SearchMixedFiles, FolderInPlaceOfTheLog) {
 }
 
 // ---- Permissions --------------------------------------------------------------------------------
-
-// Runs the work in a process that permissions bind. Returns a complaint, or an empty text.
-std::string without_privileges(const std::function<std::string()>& work) {
-  const auto reports = in_children({0}, [&](uint64_t) {
-    ChildReport report;
-    report.complaint = drop_privileges() ? work() : "cannot drop privileges";
-    return report;
-  });
-  return reports.front().complaint;
-}
 
 std::string work_without_index(const std::string& folder, const std::string& unwritable) {
   if (!open_store_in(folder)) return "the store does not open";

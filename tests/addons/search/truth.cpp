@@ -23,10 +23,10 @@ using Corvan::SearchWork;
 
 namespace {
 
-struct Close {
+struct StoreCloser {
   void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
 };
-struct Finalize {
+struct StatementFinalizer {
   void operator()(sqlite3_stmt* stmt) const { sqlite3_finalize(stmt); }
 };
 
@@ -54,7 +54,7 @@ std::vector<StoredMessage> read_messages(const std::string& file) {
   if (!file_exists(file)) return messages;
   sqlite3* handle = nullptr;
   const int opened = sqlite3_open(file.c_str(), &handle);
-  const std::unique_ptr<sqlite3, Close> connection(handle);
+  const std::unique_ptr<sqlite3, StoreCloser> connection(handle);
   if (opened != SQLITE_OK) throw std::runtime_error("cannot open " + file);
   sqlite3_busy_timeout(handle, 5000);
   sqlite3_stmt* prepared = nullptr;
@@ -63,7 +63,7 @@ std::vector<StoredMessage> read_messages(const std::string& file) {
       "select id,coalesce(cast(sent_time as integer),0) as time,session_id,session_type,"
       "object_name,sender,content from t_message order by time desc,id desc",
       &prepared);
-  const std::unique_ptr<sqlite3_stmt, Finalize> stmt(prepared);
+  const std::unique_ptr<sqlite3_stmt, StatementFinalizer> stmt(prepared);
   if (rc != SQLITE_OK) throw std::runtime_error(sqlite3_errmsg(handle));
   int step = SQLITE_ROW;
   while ((step = sqlite3_step(prepared)) == SQLITE_ROW) messages.push_back(message_of(prepared));

@@ -3,11 +3,11 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/addons/statement_cache/open_files.h"
 #include "tests/support/failures.h"
 #include "tests/support/store_test.h"
 
@@ -42,16 +42,7 @@ class IdleStatements : public StoreTest {
     return texts;
   }
 
-  // The files of the store's folder that the process has open.
-  Rows open_files() const {
-    Rows files;
-    for (const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
-      std::error_code gone;
-      const std::string target = std::filesystem::read_symlink(each.path(), gone).string();
-      if (target.rfind(folder.path(), 0) == 0) files.push_back(target);
-    }
-    return files;
-  }
+  Rows open_files() const { return open_files_in(folder.path()); }
 };
 
 // ---- Locks and files ----------------------------------------------------------------------------

@@ -10,6 +10,9 @@
 #include <cstddef>
 #include <string_view>
 #include <utility>
+#include <vector>
+
+#include "addons/encryption/descriptor.h"
 
 namespace Corvan::encryption {
 
@@ -91,14 +94,21 @@ void overwrite_file(const Descriptor& file) {
 
 }  // namespace
 
+struct OldContents::Files {
+  std::vector<Descriptor> open;
+};
+
+OldContents::OldContents() : files_(std::make_unique<Files>()) {}
+OldContents::~OldContents() = default;
+
 void OldContents::add(const std::string& path) {
   if (!writes_in_place(path)) return;
   Descriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-  if (file.is_open()) files_.push_back(std::move(file));
+  if (file.is_open()) files_->open.push_back(std::move(file));
 }
 
 void OldContents::overwrite() const {
-  for (const Descriptor& file : files_) overwrite_file(file);
+  for (const Descriptor& file : files_->open) overwrite_file(file);
 }
 
 }  // namespace Corvan::encryption

@@ -1,0 +1,31 @@
+// What differs between systems. Paths are UTF-8; one that is not leads to no file.
+
+#ifndef ADDONS_SEARCH_PLATFORM_H_
+#define ADDONS_SEARCH_PLATFORM_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace Corvan::search {
+
+// Whether the system lets this process write the file.
+bool is_writable(const std::string& file);
+
+// True if there is no such file afterwards. On Windows, a file that is open stays.
+bool delete_file(const std::string& file);
+
+// Creates the file, if there is none, with the permissions of `model`. On Windows it does nothing:
+// files there have the permissions that their folder gives them.
+void create_like(const std::string& file, const std::string& model);
+
+// Gives the file, if it exists and cannot be written, the permissions of `model`, if that can. Does
+// nothing on Windows.
+void repair_permissions(const std::string& file, const std::string& model);
+
+// The first place of `what` in the text; npos if it is not there.
+std::size_t find_bytes(std::string_view text, std::string_view what);
+
+}  // namespace Corvan::search
+
+#endif  // ADDONS_SEARCH_PLATFORM_H_
