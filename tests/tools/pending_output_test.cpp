@@ -57,20 +57,25 @@ TEST_F(PendingOutputTest, AcceptsAnyFileName) {
   EXPECT_EQ(content(), Rows({"f" + name, name}));
 }
 
+// Why output cannot be created at this place; empty if it can.
+std::string error_of(const std::string& at) {
+  try {
+    PendingOutput::file(at);
+  } catch (const ToolError& error) {
+    return error.what();
+  }
+  return "";
+}
+
 TEST_F(PendingOutputTest, ReportsWhyAPlaceIsRefused) {
   write_file(place("there"), "mine");
-  const auto error_of = [](const std::string& at) -> std::string {
-    try {
-      PendingOutput::file(at);
-    } catch (const ToolError& error) {
-      return error.what();
-    }
-    return "";
-  };
-  const std::string name(300, 'n');
-  EXPECT_EQ(error_of(place(name)), place(name) + ": File name too long");
   EXPECT_EQ(error_of(place("there/a")), place("there") + ": not a folder; name one");
   EXPECT_EQ(error_of(place("none/a")), place("none") + ": no such folder; create it first");
+}
+
+TEST_F(PendingOutputTest, ReportsANameThatIsTooLong) {
+  const std::string name(300, 'n');
+  EXPECT_EQ(error_of(place(name)), place(name) + ": File name too long");
 }
 
 TEST_F(InterruptTest, ASignalRemovesPendingOutput) {

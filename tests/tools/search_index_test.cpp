@@ -155,6 +155,13 @@ TEST_F(SearchIndexTest, SearchLeavesTheIndexAsItIs) {
   const Listing before = listing(store());
   EXPECT_EQ(compare({"changed"}), 1U);
   EXPECT_TRUE(listing(store()) == before);
+}
+
+TEST_F(SearchIndexTest, SearchUsesAReadOnlyIndex) {
+  import_numbers(1, 30);
+  update();
+  import_numbers(31, 40);
+  plant("update t_message set content='changed' where id=3");
   make_read_only();
   EXPECT_EQ(compare({"changed"}), 1U);
   make_writable();
