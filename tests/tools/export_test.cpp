@@ -1,4 +1,5 @@
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -287,7 +288,8 @@ TEST_F(ExportTest, ReportsFullStandardOutput) {
   import_sample();
   for (const std::string format : {"jsonl", "csv"}) {
     EXPECT_EQ(wait(start({"export", store(), "--format", format}, full_output())), 2);
-    EXPECT_EQ(read_err(), "corvan: standard output: cannot be written: No space left on device\n");
+    EXPECT_EQ(read_err(), "corvan: standard output: cannot be written: " +
+                              std::string(std::strerror(full_output_error())) + "\n");
   }
 }
 

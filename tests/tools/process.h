@@ -60,7 +60,8 @@ void write_all(int descriptor, const std::string& text);
 int open_input(const std::string& path);     // created if it is missing
 int create_output(const std::string& path);  // emptied if it exists
 int null_output();                           // takes everything
-int full_output();                           // every write fails
+int full_output();                           // every write fails with full_output_error()
+int full_output_error();
 
 // Variables that make `folder` the program's folder for temporary files.
 std::vector<std::string> temporary_files_in(const std::string& folder);

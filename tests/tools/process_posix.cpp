@@ -146,6 +146,10 @@ int full_output() {
   return checked(open("/dev/full", O_WRONLY | O_CLOEXEC));
 }
 
+int full_output_error() {
+  return ENOSPC;
+}
+
 std::vector<std::string> temporary_files_in(const std::string& folder) {
   return {"TMPDIR=" + folder};
 }

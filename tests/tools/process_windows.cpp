@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <map>
@@ -172,7 +173,11 @@ void interrupt_process(pid_t pid, int /*interrupt*/) {
   // The event reaches all processes of the console, also this one.
   SetConsoleCtrlHandler([](DWORD /*event*/) { return TRUE; }, TRUE);
   FreeConsole();
-  if (AttachConsole(static_cast<DWORD>(pid)) == 0) return;  // the program has ended
+  while (AttachConsole(static_cast<DWORD>(pid)) == 0) {
+    // The program has ended, or has just been started. Then it does not handle interrupts yet.
+    constexpr DWORD kStartTime = 200;  // milliseconds
+    if (WaitForSingleObject(running().at(pid).handle, kStartTime) == WAIT_OBJECT_0) return;
+  }
   if (GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0) == 0) {
     throw std::runtime_error("cannot interrupt a program");
   }
@@ -221,6 +226,10 @@ int null_output() {
 
 int full_output() {
   return checked(_open("NUL", O_RDONLY | O_BINARY | O_NOINHERIT));
+}
+
+int full_output_error() {
+  return EBADF;
 }
 
 std::vector<std::string> temporary_files_in(const std::string& folder) {

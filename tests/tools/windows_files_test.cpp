@@ -6,7 +6,7 @@
 
 #include <chrono>
 #include <filesystem>
-#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -45,32 +45,36 @@ class HeldFile {
 
 class WindowsFilesTest : public PendingOutputTest {
  protected:
-  // Calls `act` while the file is held for 300 ms.
-  template <typename Act>
-  static void while_held(const std::string& path, const Act& act) {
-    HeldFile held(path);
-    std::thread scanner([&held] {
+  static std::thread release_soon(HeldFile& held) {
+    return std::thread([&held] {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));
       held.release();
     });
-    act();
-    scanner.join();
   }
 };
 
 TEST_F(WindowsFilesTest, OutputIsKeptAlthoughAScannerHoldsItForAMoment) {
   PendingOutput output = PendingOutput::file(place("out"));
   write_file(output.path(), "made");
-  EXPECT_NO_THROW(while_held(output.path(), [&] { output.keep(); }));
+  HeldFile held(output.path());
+  std::thread scanner = release_soon(held);
+  EXPECT_NO_THROW(output.keep());
+  scanner.join();
   EXPECT_EQ(read_file(place("out")), "made");
   EXPECT_EQ(content(), Rows{"out"});
 }
 
 TEST_F(WindowsFilesTest, OutputDisappearsAlthoughAScannerHoldsItForAMoment) {
-  auto output = std::make_unique<PendingOutput>(PendingOutput::folder(place("out")));
-  write_file(output->path() + "/inside", "made");
-  while_held(output->path() + "/inside", [&] { output.reset(); });
+  std::optional<HeldFile> held;
+  std::thread scanner;
+  {
+    const PendingOutput output = PendingOutput::folder(place("out"));
+    write_file(output.path() + "/inside", "made");
+    held.emplace(output.path() + "/inside");
+    scanner = release_soon(*held);
+  }
   EXPECT_EQ(content(), Rows{});
+  scanner.join();
 }
 
 TEST_F(WindowsFilesTest, OutputThatStaysHeldIsReportedAndNothingReplaced) {
