@@ -1,16 +1,16 @@
 // corvan, the command-line tool: imports conversation logs into a store; shows, checks, repairs,
 // rescues, exports and encrypts stores.
 
-#include <sys/stat.h>
-
-#include <csignal>
 #include <exception>
 #include <iostream>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "addons/encryption/store_keys.h"
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
+#include "tools/platform/process.h"
 #include "tools/store/abandoned_folders.h"
 #include "tools/store/interrupt.h"
 #include "tools/store/library_store.h"
@@ -28,7 +28,7 @@ void guard_encrypted_stores() {
   if (!Corvan::StoreKeys::install()) throw ToolError("SQLite does not register extensions");
 }
 
-int run(int argc, char** argv) {
+int run(const std::vector<std::string>& arguments) {
   guard_encrypted_stores();
   CommandLine line;
   add_import(line);
@@ -50,7 +50,7 @@ int run(int argc, char** argv) {
   add_encrypt(line);
   add_decrypt(line);
   add_rekey(line);
-  const int status = line.run(argc, argv);
+  const int status = line.run(arguments);
   close_standard_output();
   return status;
 }
@@ -58,15 +58,12 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Writes fail instead, so that unfinished output is removed.
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
-  umask(umask(0) | S_IRWXG | S_IRWXO);  // new files hold messages: only their owner may read them
-  std::ios::sync_with_stdio(false);     // standard output is written in blocks
+  set_up_process();
+  std::ios::sync_with_stdio(false);  // standard output is written in blocks
   remove_unfinished_when_interrupted();
   remove_abandoned_folders();
   try {
-    return run(argc, argv);
+    return run(program_arguments(argc, argv));
   } catch (const std::bad_alloc&) {
     std::cerr << "corvan: out of memory; a message needs several times its size\n";
     return kFailure;

@@ -1,12 +1,12 @@
 #include <fmt/format.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <iostream>
 #include <string>
 
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
+#include "tools/platform/file_system.h"
 #include "tools/store/connection.h"
 #include "tools/store/pending_output.h"
 #include "tools/store/sqlite_errors.h"
@@ -104,7 +104,7 @@ Backup make_backup(const BackupOptions& options) {
   backup.damage = damage_of_store(file, store_file(options.folder));
   if (backup.damage.empty()) backup.damage = complete_copy(file, options.to, backup);
   if (!backup.damage.empty()) copy_store(options.folder, file);
-  std::filesystem::remove(file + kIndexSuffix);  // created by the check
+  remove_file(file + kIndexSuffix);  // created by the check
   backup.bytes = store_sizes(file).file;
   folder.keep();
   return backup;

@@ -134,7 +134,9 @@ class HelpFormatter : public CLI::Formatter {
 KeyAge key_age_in(const std::string& folder, KeyAge age) {
   if (age != KeyAge::kNewWithNewStore) return age;
   std::error_code unknown;
-  return std::filesystem::exists(store_file(folder), unknown) ? KeyAge::kPresent : KeyAge::kNew;
+  return std::filesystem::exists(std::filesystem::u8path(store_file(folder)), unknown)
+             ? KeyAge::kPresent
+             : KeyAge::kNew;
 }
 
 Corvan::StoreKey key_from(const KeyOptions& options, const std::string& name, KeyAge key_age) {
@@ -277,11 +279,11 @@ Command CommandLine::add_parsed(const std::string& name, const std::string& text
   return added;
 }
 
-int CommandLine::run(int argc, char** argv) {
-  std::vector<std::string> arguments;  // in reverse, as the parser expects them
-  for (int i = argc - 1; i > 0; --i) arguments.push_back(hidden_bracket(argv[i]));
+int CommandLine::run(const std::vector<std::string>& arguments) {
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // for the parser
+  for (std::string& argument : reversed) argument = hidden_bracket(std::move(argument));
   try {
-    app_->parse(std::move(arguments));
+    app_->parse(std::move(reversed));
   } catch (const CLI::ParseError& error) {
     if (app_->exit(error) != 0) return kFailure;
   }

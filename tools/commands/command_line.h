@@ -150,8 +150,9 @@ class CommandLine {
                        [key_age] { return key_age; });
   }
 
-  // Parses the arguments and runs the command. Returns the exit status.
-  int run(int argc, char** argv);
+  // Parses the arguments, without the program's name, and runs the command. Returns the exit
+  // status.
+  int run(const std::vector<std::string>& arguments);
 
  private:
   template <typename Options>

@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <iostream>
@@ -13,6 +12,7 @@
 #include "tools/export/jsonl.h"
 #include "tools/export/output.h"
 #include "tools/export/selection.h"
+#include "tools/platform/terminal.h"
 #include "tools/store/pending_output.h"
 #include "tools/ui/error.h"
 #include "tools/ui/json.h"
@@ -55,7 +55,7 @@ void export_one_file(const ExportSource& source, const std::string& format, cons
     export_jsonl(source, output, counts);
     return;
   }
-  const bool is_shown = path.empty() && isatty(STDOUT_FILENO) != 0;
+  const bool is_shown = path.empty() && is_output_on_terminal();
   export_csv(source, output, is_shown ? CsvReader::kTerminal : CsvReader::kProgram, counts);
 }
 

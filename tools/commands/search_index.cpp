@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -10,6 +9,7 @@
 #include "addons/search/message_search.h"
 #include "tools/commands/command_line.h"
 #include "tools/commands/commands.h"
+#include "tools/platform/file_system.h"
 #include "tools/search/index_work.h"
 #include "tools/store/connection.h"
 #include "tools/store/key.h"
@@ -45,7 +45,7 @@ void require_usable(const std::string& folder) {
   require_store_in(folder, false);
   const std::string file = search_index_file(folder);
   require_regular_files(file);
-  if (access(folder.c_str(), W_OK) == 0) return;
+  if (may_write_folder(folder)) return;
   throw ToolError(file + ": " + std::strerror(errno) + "; make its folder writable");
 }
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <utility>
 
@@ -21,7 +22,8 @@ ExportOutput::ExportOutput(std::string path, Kind kind, ExportCounts& counts)
     : path_(std::move(path)), counts_(counts), stream_(path_.empty() ? std::cout : file_) {
   // std::ios::in keeps open() from creating the file.
   const std::ios::openmode more = kind == kPresent ? std::ios::in : std::ios::openmode();
-  if (!path_.empty()) file_.open(path_, std::ios::binary | std::ios::out | more);
+  if (!path_.empty())
+    file_.open(std::filesystem::u8path(path_), std::ios::binary | std::ios::out | more);
   require_good();
   ++counts_.files;
 }

@@ -25,24 +25,25 @@ namespace {
 void require_no_store_files_above(const std::string& folder) {
   namespace fs = std::filesystem;
   std::error_code ignored;
-  for (fs::path path = folder; !path.empty() && !fs::exists(path, ignored);
+  for (fs::path path = fs::u8path(folder); !path.empty() && !fs::exists(path, ignored);
        path = path.parent_path()) {
-    if (path.has_filename()) require_no_store_file(path.string());
+    if (path.has_filename()) require_no_store_file(path.u8string());
   }
 }
 
 void prepare_folder(const std::string& folder) {
   require_no_store_files_above(folder);
   std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (std::filesystem::exists(folder) && !std::filesystem::is_directory(folder)) {
+  const std::filesystem::path path = std::filesystem::u8path(folder);
+  std::filesystem::create_directories(path, error);
+  if (std::filesystem::exists(path) && !std::filesystem::is_directory(path)) {
     throw ToolError(folder + ": is not a folder; name the store's folder");
   }
   if (error) throw ToolError(folder + ": " + error.message());
   require_regular_files(store_file(folder));
   require_no_lone_log(folder);
   const std::string file = store_file(folder);
-  if (!std::filesystem::exists(file, error)) return;
+  if (!std::filesystem::exists(std::filesystem::u8path(file), error)) return;
   require_store_in(folder, true);
   // Fails if the store stays locked: the library does not wait for locks when it opens a store.
   // cppcheck-suppress unreadVariable; the constructor throws

@@ -1,14 +1,13 @@
 #include "tools/import/line_source.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 
+#include "tools/platform/files.h"
 #include "tools/store/key_source.h"
 #include "tools/ui/error.h"
 
@@ -28,7 +27,7 @@ LineSource::LineSource(const std::vector<std::string>& names, std::size_t limit)
 
 LineSource::~LineSource() {
   for (const Input& input : inputs_) {
-    if (input.fd != STDIN_FILENO) close(input.fd);
+    if (input.file != kStandardInput) close_file(input.file);
   }
 }
 
@@ -36,14 +35,14 @@ LineSource::Input LineSource::open_input(const std::string& name) {
   if (name == "-" && has_read_standard_input()) {
     throw ToolError("standard input: was read for the key; name a file for one of them");
   }
-  if (name == "-") return {"standard input", STDIN_FILENO};
-  std::error_code ignored;  // open() reports the same error
-  if (std::filesystem::is_directory(name, ignored)) {
+  if (name == "-") return {"standard input", kStandardInput};
+  std::error_code ignored;  // opening reports the same error
+  if (std::filesystem::is_directory(std::filesystem::u8path(name), ignored)) {
     throw ToolError(name + ": is a folder; name a file");
   }
-  const int fd = open(name.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) throw ToolError(name + ": " + std::strerror(errno));
-  return {name, fd};
+  const int file = open_to_read(name);
+  if (file < 0) throw ToolError(name + ": " + std::strerror(errno));
+  return {name, file};
 }
 
 bool LineSource::next(std::string& line) {
@@ -89,10 +88,7 @@ bool LineSource::take_until_line_end(std::string& line) {
 
 // Reads the next block of the current file. Returns false at the end of the file.
 bool LineSource::fill() {
-  ssize_t size = 0;
-  do {
-    size = read(inputs_[current_].fd, block_.data(), block_.size());
-  } while (size < 0 && errno == EINTR);
+  const auto size = read_some(inputs_[current_].file, block_.data(), block_.size());
   if (size < 0) {
     throw ToolError(place() + ": cannot be read: " + std::strerror(errno));
   }

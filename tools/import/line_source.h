@@ -34,7 +34,7 @@ class LineSource {
  private:
   struct Input {
     std::string name;
-    int fd;
+    int file;
   };
 
   static Input open_input(const std::string& name);

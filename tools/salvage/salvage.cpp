@@ -22,12 +22,13 @@ namespace fs = std::filesystem;
 std::string path_of_damaged(const SalvageOptions& options) {
   std::error_code error;
   const std::string& damaged = options.damaged;
-  const std::string file = fs::is_directory(damaged, error) ? store_file(damaged) : damaged;
-  const fs::path real = fs::canonical(file, error);
-  if (!error) return real.string();
+  const std::string file =
+      fs::is_directory(fs::u8path(damaged), error) ? store_file(damaged) : damaged;
+  const fs::path real = fs::canonical(fs::u8path(file), error);
+  if (!error) return real.generic_u8string();
   const std::string why = error.message();
   constexpr std::string_view kEnd(kLogSuffix);
-  std::string log = fs::canonical(file + kLogSuffix, error).string();
+  std::string log = fs::canonical(fs::u8path(file + kLogSuffix), error).generic_u8string();
   if (error || options.without_log || log.size() <= kEnd.size()) {
     throw ToolError(file + ": " + why + "; name the store's folder or file");
   }

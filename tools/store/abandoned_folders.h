@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "tools/platform/folder_lock.h"
+
 namespace corvan_tool {
 
 // The prefix of the names of temporary folders. Six letters and digits follow.
@@ -19,15 +21,14 @@ class FolderLock {
   explicit FolderLock(const std::string& folder);
   FolderLock(const FolderLock&) = delete;
   FolderLock& operator=(const FolderLock&) = delete;
-  ~FolderLock();
 
   // False if another process removes the folder: it found the folder before this lock was taken,
   // and treats it as abandoned.
-  bool is_held() const { return held_; }
+  bool is_held() const { return is_held_; }
 
  private:
-  int fd_ = -1;
-  bool held_ = false;
+  LockableFolder folder_;
+  bool is_held_ = false;
 };
 
 // Removes this user's temporary folders that no process has locked. Folders stay if they cannot be

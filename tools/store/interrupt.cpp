@@ -1,16 +1,14 @@
 #include "tools/store/interrupt.h"
 
-#include <pthread.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <mutex>
 #include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
+
+#include "tools/platform/file_system.h"
+#include "tools/platform/process.h"
 
 namespace corvan_tool {
 
@@ -40,55 +38,36 @@ void forget_path(const std::string& path) {
             all.end());
 }
 
-[[noreturn]] void end_by(int signal_number) {
-  std::signal(signal_number, SIG_DFL);
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, signal_number);
-  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-  std::raise(signal_number);
-  _exit(128 + signal_number);
-}
-
 // Another thread may create files in the folder while it is being removed, so this tries again.
 // Once the folder is gone, nothing can be created in it.
 void remove_for_good(const std::string& folder) {
   constexpr int kAttempts = 1000;
   std::error_code error;
+  std::error_code ignored;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    std::filesystem::remove_all(folder, error);
-    if (!error && std::filesystem::symlink_status(folder, error).type() ==
-                      std::filesystem::file_type::not_found)
-      return;
+    remove_with_content(folder, error);
+    const auto status = std::filesystem::symlink_status(std::filesystem::u8path(folder), ignored);
+    if (!error && status.type() == std::filesystem::file_type::not_found) return;
   }
 }
 
-void wait_for_interrupt(sigset_t signals) {
-  int signal_number = 0;
-  if (sigwait(&signals, &signal_number) != 0) return;
-  // Never unlocked, so that nothing more is kept or begun.
+// Never unlocks the registry, so that nothing more is kept or begun.
+std::vector<std::string> unfinished_paths() {
   registry().mutex.lock();
+  std::vector<std::string> paths;
+  for (const Entry& entry : registry().entries) paths.push_back(entry.path);
+  return paths;
+}
+
+void remove_all_unfinished() {
   for (const Entry& entry : registry().entries) remove_for_good(entry.path);
-  end_by(signal_number);
 }
 
 }  // namespace
 
 void remove_unfinished_when_interrupted() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  bool any = false;
-  for (const int signal_number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
-    struct sigaction action = {};
-    // Ignored, for example under nohup.
-    if (sigaction(signal_number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
-    sigaddset(&signals, signal_number);
-    any = true;
-  }
-  if (!any) return;
   registry();
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  std::thread(wait_for_interrupt, signals).detach();
+  handle_interrupts({unfinished_paths, remove_all_unfinished});
 }
 
 std::string make_unfinished(const std::string& kept_as, const std::function<std::string()>& make) {
@@ -107,7 +86,7 @@ void keep_unfinished(const std::string& path, const std::function<void()>& keep)
 void remove_unfinished(const std::string& path) {
   const std::lock_guard<std::mutex> lock(registry().mutex);
   std::error_code ignored;  // it may have been kept
-  std::filesystem::remove_all(path, ignored);
+  remove_with_content(path, ignored);
   forget_path(path);
 }
 
@@ -115,7 +94,8 @@ std::string kept_name(const std::string& path) {
   const std::lock_guard<std::mutex> lock(registry().mutex);
   for (const Entry& entry : registry().entries) {
     const std::size_t size = entry.path.size();
-    if (path.compare(0, size, entry.path) == 0 && (path.size() == size || path[size] == '/')) {
+    if (path.compare(0, size, entry.path) == 0 &&
+        (path.size() == size || is_path_delimiter(path[size]))) {
       return entry.kept + path.substr(size);
     }
   }

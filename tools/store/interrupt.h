@@ -1,4 +1,4 @@
-// Removes unfinished files when a signal ends the program.
+// Removes unfinished files when an interrupt ends the program.
 
 #ifndef TOOLS_STORE_INTERRUPT_H_
 #define TOOLS_STORE_INTERRUPT_H_
@@ -8,16 +8,15 @@
 
 namespace corvan_tool {
 
-// From now on SIGHUP, SIGINT, SIGQUIT and SIGTERM remove every registered path before they end the
-// program. Signals that were ignored when the program started stay ignored. Call this once, before
-// another thread starts.
+// From now on, an interrupt removes every registered path before it ends the program:
+// handle_interrupts() lists the interrupts. Call this once, before another thread starts.
 void remove_unfinished_when_interrupted();
 
-// Calls `make` and registers the path that it returns; no signal is handled in between. `kept_as`
-// is the name of the path in errors; if it is empty, the path itself.
+// Calls `make` and registers the path that it returns; no interrupt is handled in between.
+// `kept_as` is the name of the path in errors; if it is empty, the path itself.
 std::string make_unfinished(const std::string& kept_as, const std::function<std::string()>& make);
 
-// Calls `keep` and forgets the path; no signal is handled in between. If `keep` throws, the path
+// Calls `keep` and forgets the path; no interrupt is handled in between. If `keep` throws, the path
 // stays registered.
 void keep_unfinished(const std::string& path, const std::function<void()>& keep);
 

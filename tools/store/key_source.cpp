@@ -1,8 +1,6 @@
 #include "tools/store/key_source.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -11,6 +9,7 @@
 #include <string_view>
 
 #include "addons/encryption/secret.h"
+#include "tools/platform/files.h"
 #include "tools/store/secret_terminal.h"
 #include "tools/ui/error.h"
 
@@ -31,10 +30,9 @@ class KeyText {
   ~KeyText() { Corvan::encryption::wipe(bytes_.data(), bytes_.size()); }
 
   // Reads to the end of the input. Throws ToolError if that fails.
-  void read_from(int fd, const std::string& name) {
+  void read_from(int file, const std::string& name) {
     while (size_ < bytes_.size()) {
-      const ssize_t got = read(fd, bytes_.data() + size_, bytes_.size() - size_);
-      if (got < 0 && errno == EINTR) continue;
+      const auto got = read_some(file, bytes_.data() + size_, bytes_.size() - size_);
       if (got < 0) throw ToolError(name + ": " + std::strerror(errno));
       if (got == 0) return;
       size_ += static_cast<std::size_t>(got);
@@ -87,20 +85,20 @@ Corvan::StoreKey key_of(std::string_view digits) {
 class KeyFile {
  public:
   explicit KeyFile(const std::string& path)
-      : fd_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY)) {
-    if (fd_ < 0) throw ToolError(path + ": " + std::strerror(errno));
-    if (fd_ == STDIN_FILENO) standard_input_is_read = true;
+      : file_(path == "-" ? kStandardInput : open_to_read(path)) {
+    if (file_ < 0) throw ToolError(path + ": " + std::strerror(errno));
+    if (file_ == kStandardInput) standard_input_is_read = true;
   }
   KeyFile(const KeyFile&) = delete;
   KeyFile& operator=(const KeyFile&) = delete;
   ~KeyFile() {
-    if (fd_ != STDIN_FILENO) close(fd_);
+    if (file_ != kStandardInput) close_file(file_);
   }
 
-  int descriptor() const { return fd_; }
+  int descriptor() const { return file_; }
 
  private:
-  const int fd_;
+  const int file_;
 };
 
 // A passphrase, in one buffer that never grows.

@@ -37,18 +37,18 @@ bool is_store_file(const fs::path& folder, const std::string& name) {
     if (name.compare(size, end.size(), end) != 0) return false;
     const std::string of = name.substr(0, size);
     if (end.empty()) return is_own_name(of) && is_store_folder(folder);
-    return is_own_name(of) || is_plain_database((folder / of).string());
+    return is_own_name(of) || is_plain_database((folder / fs::u8path(of)).u8string());
   });
 }
 
 }  // namespace
 
 void require_no_store_file(const std::string& place) {
-  const fs::path path = place;
+  const fs::path path = fs::u8path(place);
   std::error_code ignored;
   const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
   const fs::path folder = fs::weakly_canonical(parent, ignored);
-  if (!is_store_file(folder, path.filename().string())) return;
+  if (!is_store_file(folder, path.filename().u8string())) return;
   throw ToolError(place + ": the name of a store's own file; name another place");
 }
 

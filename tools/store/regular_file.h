@@ -4,12 +4,12 @@
 #ifndef TOOLS_STORE_REGULAR_FILE_H_
 #define TOOLS_STORE_REGULAR_FILE_H_
 
-#include <sys/stat.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "tools/platform/files.h"
 
 namespace corvan_tool {
 
@@ -27,10 +27,10 @@ class ReadOnlyFile {
   ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
   ~ReadOnlyFile();
 
-  bool is_there() const { return fd_ >= 0; }
+  bool is_there() const { return file_ >= 0; }
 
   // The size when the file was opened; 0 for a missing file.
-  std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
+  std::uint64_t size() const { return status_.size; }
 
   // False if not all of it could be read.
   bool read(std::uint64_t at, std::size_t size, std::string& bytes) const;
@@ -53,8 +53,8 @@ class ReadOnlyFile {
 
  private:
   const std::string path_;
-  int fd_ = -1;  // below 0: missing
-  struct stat status_ = {};
+  int file_ = -1;  // below 0: missing
+  FileStatus status_;
 };
 
 }  // namespace corvan_tool

@@ -1,10 +1,5 @@
 #include "tools/store/secret_terminal.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
@@ -53,44 +48,23 @@ void edit(std::string& text, char character) {
 
 }  // namespace
 
-SecretTerminal::SecretTerminal() : fd_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
-  if (fd_ < 0 || tcgetattr(fd_, &before_) != 0) {
-    if (fd_ >= 0) close(fd_);
+SecretTerminal::SecretTerminal() {
+  if (!terminal_.is_there()) {
     throw ToolError("a passphrase can only be entered on a terminal; use --key-file");
   }
-  struct termios silent = before_;
-  silent.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL | ICANON | ISIG));
-  tcsetattr(fd_, TCSAFLUSH, &silent);
-}
-
-SecretTerminal::~SecretTerminal() {
-  tcsetattr(fd_, TCSAFLUSH, &before_);
-  close(fd_);
-}
-
-bool SecretTerminal::read_character(char& character) const {
-  ssize_t got = -1;
-  do got = read(fd_, &character, 1);
-  while (got < 0 && errno == EINTR);
-  return got == 1;
-}
-
-void SecretTerminal::write(const std::string& text) const {
-  const ssize_t ignored = ::write(fd_, text.data(), text.size());
-  static_cast<void>(ignored);
 }
 
 void SecretTerminal::ask(const std::string& prompt, std::string& answer) {
-  write(prompt);
+  terminal_.write(prompt);
   char character = '\0';
-  while (read_character(character) && !is_line_end(character) && character != kEndOfInput) {
+  while (terminal_.read(character) && !is_line_end(character) && character != kEndOfInput) {
     if (is_cancel(character)) {
-      write("\n");
+      terminal_.write("\n");
       throw ToolError("cancelled: no passphrase was given");
     }
     edit(answer, character);
   }
-  write("\n");
+  terminal_.write("\n");
 }
 
 }  // namespace corvan_tool

@@ -1,21 +1,19 @@
 #include "tools/store/store_copy.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <thread>
 #include <vector>
 
+#include "tools/platform/file_system.h"
+#include "tools/platform/files.h"
 #include "tools/store/file_names.h"
 #include "tools/store/regular_file.h"
 #include "tools/ui/error.h"
@@ -40,15 +38,28 @@ constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
 // Names the parent of the copy's folder: the folder itself is temporary and will be removed.
 [[noreturn]] void fail_to_copy(const std::string& from, const std::string& to) {
   const std::string why = std::strerror(errno);
-  const std::filesystem::path folder = std::filesystem::path(to).parent_path().parent_path();
+  const std::filesystem::path folder = std::filesystem::u8path(to).parent_path().parent_path();
   throw ToolError(fmt::format(
       "{}: cannot be copied to {}: {}; make room there, or name another folder for temporary copies "
       "in TMPDIR",
-      from, folder.empty() ? "." : folder.string(), why));
+      from, folder.empty() ? "." : folder.generic_u8string(), why));
 }
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+// A new or emptied file.
+class WrittenFile {
+ public:
+  explicit WrittenFile(const std::string& path) : file_(create_or_empty_file(path)) {}
+  WrittenFile(const WrittenFile&) = delete;
+  WrittenFile& operator=(const WrittenFile&) = delete;
+  ~WrittenFile() {
+    if (file_ >= 0) close_file(file_);
+  }
+
+  // Below 0 if the file cannot be written.
+  int descriptor() const { return file_; }
+
+ private:
+  const int file_;
 };
 
 // The part of a file that was copied. Holes stay holes: they may be larger than any disk.
@@ -73,27 +84,21 @@ std::optional<Copied> copy_file(const std::string& from, const std::string& to,
                                 Progress& progress) {
   const ReadOnlyFile in(from, true);
   if (!in.is_there()) {
-    unlink(to.c_str());
+    remove_file(to);
     return std::nullopt;
   }
-  const std::unique_ptr<std::FILE, CloseFile> out(std::fopen(to.c_str(), "wb"));
-  if (out == nullptr) fail_to_copy(from, to);
+  const WrittenFile out(to);
+  if (out.descriptor() < 0) fail_to_copy(from, to);
   std::vector<char> block(kCopyBlock);
   std::uint64_t done = 0;
   Copied copied = {in.size(), in.data()};
   each_block(copied.data, [&](std::uint64_t at, std::size_t wanted) {
     const std::size_t size = in.read_some(at, wanted, block.data());  // less if it was truncated
-    if (fseeko(out.get(), static_cast<off_t>(at), SEEK_SET) != 0 ||
-        std::fwrite(block.data(), 1, size, out.get()) != size) {
-      fail_to_copy(from, to);
-    }
+    if (!write_at(out.descriptor(), at, block.data(), size)) fail_to_copy(from, to);
     done += size;
     progress.show(done >> 20);
   });
-  if (std::fflush(out.get()) != 0 ||
-      ftruncate(fileno(out.get()), static_cast<off_t>(copied.size)) != 0) {
-    fail_to_copy(from, to);
-  }
+  if (!set_file_size(out.descriptor(), copied.size)) fail_to_copy(from, to);
   return copied;
 }
 
@@ -149,12 +154,12 @@ std::optional<StoreSizes> copy_files(const std::string& from, const std::string&
 }
 
 void require_store_file(const std::string& file) {
-  struct stat status = {};
-  if (stat(file.c_str(), &status) != 0) {
+  FileStatus status;
+  if (!read_status(file, status)) {
     if (errno == ENOENT || errno == ENOTDIR) fail_without_store(file);
     fail(file);
   }
-  if (!S_ISREG(status.st_mode)) throw ToolError(file + ": not a file");
+  if (status.kind != FileKind::kRegular) throw ToolError(file + ": not a file");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "tools/platform/file_system.h"
 #include "tools/store/regular_file.h"
 #include "tools/ui/error.h"
 
@@ -12,13 +13,21 @@ namespace corvan_tool {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr const char* kMoveAway = "; move it away and try again";
 
 constexpr std::string_view kJournalMagic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
 
+// Keeps the folder as the user wrote it.
+std::string file_in(const std::string& folder, const char* name) {
+  const bool is_complete = folder.empty() || is_path_delimiter(folder.back());
+  return folder + (is_complete ? "" : "/") + name;
+}
+
 int64_t size_of(const std::string& path) {
   std::error_code missing;
-  const auto size = std::filesystem::file_size(path, missing);
+  const auto size = fs::file_size(fs::u8path(path), missing);
   return missing ? 0 : static_cast<int64_t>(size);
 }
 
@@ -38,23 +47,23 @@ bool may_hold_pages(const std::string& journal) {
 }  // namespace
 
 std::string store_file(const std::string& folder) {
-  return (std::filesystem::path(folder) / kStoreName).string();
+  return file_in(folder, kStoreName);
 }
 
 std::string search_index_file(const std::string& folder) {
-  return (std::filesystem::path(folder) / kSearchIndexName).string();
+  return file_in(folder, kSearchIndexName);
 }
 
 bool has_search_index(const std::string& folder) {
   std::error_code ignored;
-  const auto status = std::filesystem::symlink_status(search_index_file(folder), ignored);
-  return std::filesystem::exists(status);
+  const auto status = fs::symlink_status(fs::u8path(search_index_file(folder)), ignored);
+  return fs::exists(status);
 }
 
 bool is_plain_database(const std::string& file) {
   constexpr std::string_view kBegin = "SQLite format 3";
   std::error_code ignored;
-  if (!std::filesystem::is_regular_file(file, ignored)) return false;
+  if (!fs::is_regular_file(fs::u8path(file), ignored)) return false;
   try {
     std::string bytes;
     return ReadOnlyFile(file, false).read(0, kBegin.size(), bytes) && bytes == kBegin;
@@ -65,8 +74,8 @@ bool is_plain_database(const std::string& file) {
 
 std::string real_file(const std::string& file) {
   std::error_code error;
-  const std::filesystem::path real = std::filesystem::canonical(file, error);
-  return error ? file : real.string();
+  const fs::path real = fs::canonical(fs::u8path(file), error);
+  return error ? file : real.generic_u8string();
 }
 
 StoreSizes store_sizes(const std::string& file) {

@@ -1,14 +1,12 @@
 #include "tools/store/store_state.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <utility>
 
 #include "base/cv_utils.h"
+#include "tools/platform/file_system.h"
+#include "tools/platform/files.h"
 #include "tools/store/connection.h"
 #include "tools/store/file_names.h"
 #include "tools/store/regular_file.h"
@@ -69,8 +67,8 @@ int64_t page_size_of_file(const Connection& connection) {
 // For a file with a log and the log's index, as while a client has the store open. The log is not
 // changed; SQLite may rebuild the index.
 bool holds_store_tables_with_log(const std::string& file) {
-  struct stat status = {};
-  if (stat((file + kIndexSuffix).c_str(), &status) != 0) return false;
+  FileStatus status;
+  if (!read_status(file + kIndexSuffix, status)) return false;
   const int64_t log_page_size = page_size_of_log(file);
   const Connection connection(file, SQLITE_OPEN_READONLY);
   sqlite3_db_config(connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -79,7 +77,7 @@ bool holds_store_tables_with_log(const std::string& file) {
 
 // Without this check SQLite would open a read-only file and leave a log and its index beside it.
 void require_writable(const std::string& file) {
-  if (faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0) return;
+  if (may_write_file(file)) return;
   if (errno != EACCES && errno != EPERM && errno != EROFS) return;
   throw ToolError(file + ": " + sqlite3_errstr(SQLITE_READONLY) +
                   "; nothing was changed; make the file and its folder writable");
@@ -88,8 +86,8 @@ void require_writable(const std::string& file) {
 }  // namespace
 
 StoreState look_at_store(const std::string& file, const std::string& name, std::string& detail) {
-  struct stat status = {};
-  if (stat(file.c_str(), &status) != 0) return StoreState::kEmpty;
+  FileStatus status;
+  if (!read_status(file, status)) return StoreState::kEmpty;
 
   const Connection connection(file);
   require_unlocked(connection, name);

@@ -1,13 +1,10 @@
 #include "tools/store/temporary_folder.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 
+#include "tools/platform/file_system.h"
 #include "tools/store/abandoned_folders.h"
 #include "tools/store/interrupt.h"
 #include "tools/ui/error.h"
@@ -22,14 +19,14 @@ std::string make_locked_folder(const std::string& pattern,
                                std::unique_ptr<const FolderLock>& lock) {
   for (;;) {
     std::string name = pattern;
-    if (mkdtemp(name.data()) == nullptr) {
-      throw ToolError(name + ": " + std::strerror(errno) +
+    if (const int error = make_private_folder(name); error != 0) {
+      throw ToolError(name + ": " + std::strerror(error) +
                       "; name a folder with room for a copy in TMPDIR");
     }
     try {
       lock = std::make_unique<FolderLock>(name);
     } catch (const ToolError&) {
-      rmdir(name.c_str());
+      remove_file(name);
       throw;
     }
     if (lock->is_held()) return name + "/";
@@ -40,9 +37,10 @@ std::string make_locked_folder(const std::string& pattern,
 
 TemporaryFolder::TemporaryFolder() {
   std::error_code error;
-  const std::filesystem::path parent = std::filesystem::temp_directory_path(error);
+  const std::filesystem::path parent = temporary_folder(error);
   if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
-  const std::string pattern = (parent / (std::string(kTemporaryPrefix) + "XXXXXX")).string();
+  const std::string pattern =
+      (parent / (std::string(kTemporaryPrefix) + "XXXXXX")).generic_u8string();
   path_ = make_unfinished("", [&] { return make_locked_folder(pattern, lock_); });
 }
 

@@ -1,10 +1,8 @@
 #include "tools/ui/output.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <iostream>
 
+#include "tools/platform/process.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
@@ -14,8 +12,7 @@ void require_output(const std::string& done) {
 }
 
 void close_standard_output() {
-  const bool good = std::cout.flush() && (close(STDOUT_FILENO) == 0 || errno == EBADF);
-  if (!good) throw ToolError("standard output: cannot be written");
+  if (!std::cout.flush() || !close_output()) throw ToolError("standard output: cannot be written");
 }
 
 }  // namespace corvan_tool

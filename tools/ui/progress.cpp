@@ -1,10 +1,11 @@
 #include "tools/ui/progress.h"
 
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <iostream>
 #include <utility>
+
+#include "tools/platform/terminal.h"
 
 namespace corvan_tool {
 
@@ -18,7 +19,7 @@ constexpr std::chrono::milliseconds kInterval{100};
 Progress::Progress(std::string what, std::uint64_t total)
     : what_(std::move(what)),
       total_(total),
-      terminal_(isatty(STDERR_FILENO) != 0),
+      terminal_(is_error_on_terminal()),
       next_(Clock::now() + kFirstDelay) {}
 
 void Progress::show(std::uint64_t done) {

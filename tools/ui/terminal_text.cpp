@@ -1,12 +1,11 @@
 #include "tools/ui/terminal_text.h"
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 #include <utf8proc.h>
 
 #include <algorithm>
 
+#include "tools/platform/terminal.h"
 #include "tools/ui/utf8.h"
 
 namespace corvan_tool {
@@ -92,9 +91,7 @@ std::string clipped(std::string_view text, int width) {
 }
 
 int terminal_width() {
-  winsize size = {};
-  if (isatty(STDOUT_FILENO) == 0 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return 0;
-  return size.ws_col;
+  return columns_of_terminal();
 }
 
 }  // namespace corvan_tool

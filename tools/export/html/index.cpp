@@ -211,7 +211,8 @@ class IndexPages {
 void export_html(const ExportSource& source, const std::string& folder, ExportCounts& counts) {
   const std::string pages = folder + "/pages";
   std::error_code error;
-  if (!std::filesystem::create_directory(pages, error)) fail_to_write(pages, error.message());
+  if (!std::filesystem::create_directory(std::filesystem::u8path(pages), error))
+    fail_to_write(pages, error.message());
   const RowIdNames names = {source.row_id("t_session"), source.row_id("t_message")};
   const std::vector<ConversationRow> places = conversations_of(source, names);
   const int64_t all = source.rows_of("t_message");

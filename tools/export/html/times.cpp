@@ -3,17 +3,15 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include "tools/ui/time.h"
+
 namespace corvan_tool {
 
 std::optional<std::tm> calendar(int64_t time) {
   constexpr int kFirstYear = 1 - 1900;
   constexpr int kLastYear = 9999 - 1900;
-  const auto seconds = static_cast<std::time_t>(time / 1000 - (time % 1000 < 0 ? 1 : 0));
-  std::tm utc = {};
-  if (time == 0 || gmtime_r(&seconds, &utc) == nullptr || utc.tm_year < kFirstYear ||
-      utc.tm_year > kLastYear) {
-    return std::nullopt;
-  }
+  const std::tm utc = utc_calendar(time);
+  if (time == 0 || utc.tm_year < kFirstYear || utc.tm_year > kLastYear) return std::nullopt;
   return utc;
 }
 

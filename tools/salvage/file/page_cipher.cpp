@@ -1,8 +1,6 @@
 #include "tools/salvage/file/page_cipher.h"
 
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -10,6 +8,7 @@
 #include <utility>
 
 #include "addons/encryption/keying.h"
+#include "tools/platform/files.h"
 #include "tools/ui/error.h"
 
 namespace corvan_tool {
@@ -17,13 +16,12 @@ namespace corvan_tool {
 namespace {
 
 int make_file(const std::string& path, std::string beginning) {
-  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const int file = create_file(path);
   beginning.resize(PageCipher::kSalt);
-  const auto size = static_cast<ssize_t>(beginning.size());
-  if (fd < 0 || pwrite(fd, beginning.data(), beginning.size(), 0) != size) {
+  if (file < 0 || !write_at(file, 0, beginning.data(), beginning.size())) {
     throw ToolError(path + ": " + std::strerror(errno) + "; make room there, or set TMPDIR");
   }
-  return fd;
+  return file;
 }
 
 }  // namespace
@@ -31,7 +29,7 @@ int make_file(const std::string& path, std::string beginning) {
 PageCipher::PageCipher(const Corvan::StoreKey& key, std::size_t page_size, std::string beginning)
     : page_size_(page_size),
       path_(folder_.path() + "page"),
-      fd_(make_file(path_, std::move(beginning))) {
+      file_(make_file(path_, std::move(beginning))) {
   open(key);
   // A cipher that works above the file would hand out the encrypted bytes.
   std::string noise(page_size_, '\xa5');
@@ -39,7 +37,7 @@ PageCipher::PageCipher(const Corvan::StoreKey& key, std::size_t page_size, std::
 }
 
 PageCipher::~PageCipher() {
-  close(fd_);
+  close_file(file_);
 }
 
 void PageCipher::CloseConnection::operator()(sqlite3* connection) const {
@@ -68,9 +66,7 @@ std::size_t PageCipher::reserved() const {
 // Makes the page the only content of the file.
 bool PageCipher::put(PageNumber page, const std::string& bytes) const {
   const std::uint64_t place = (page - std::uint64_t{1}) * page_size_;
-  return ftruncate(fd_, 0) == 0 &&
-         pwrite(fd_, bytes.data(), bytes.size(), static_cast<off_t>(place)) ==
-             static_cast<ssize_t>(bytes.size());
+  return set_file_size(file_, 0) && write_at(file_, place, bytes.data(), bytes.size());
 }
 
 bool PageCipher::decrypt(PageNumber page, std::string& bytes) const {

@@ -49,7 +49,7 @@ class PageCipher {
   const std::size_t page_size_;
   const TemporaryFolder folder_;
   const std::string path_;
-  const int fd_;
+  const int file_;
   std::unique_ptr<sqlite3, CloseConnection> connection_;
 };
 

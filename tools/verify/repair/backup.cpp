@@ -52,11 +52,13 @@ int copy_pages(sqlite3_backup* copy, Progress& progress) {
 std::string backup_place(const std::string& folder) {
   // The folder may be given as "." or "..".
   std::error_code error;
-  const std::filesystem::path whole = std::filesystem::canonical(folder, error);
+  const std::filesystem::path whole =
+      std::filesystem::canonical(std::filesystem::u8path(folder), error);
   if (error) throw ToolError(folder + ": " + error.message() + "; nothing was changed");
-  const std::string place = fmt::format("{}.before-repair-{}", whole.string(), utc_text(folder));
+  const std::string place =
+      fmt::format("{}.before-repair-{}", whole.generic_u8string(), utc_text(folder));
   std::string free_place = place;
-  for (int i = 2; std::filesystem::exists(free_place, error); ++i) {
+  for (int i = 2; std::filesystem::exists(std::filesystem::u8path(free_place), error); ++i) {
     free_place = fmt::format("{}-{}", place, i);
   }
   return free_place;
