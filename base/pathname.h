@@ -10,9 +10,16 @@ namespace cvrtc {
 
 /// A path as text; no operation accesses the file system. `pathname()` is always
 /// `folder()` + `basename()` + `extension()`.
+///
+/// A delimiter ends a folder: on Windows '/' or '\', elsewhere only '/'. Added delimiters are '/'.
+/// Drives have no rule of their own: "C:a" is a file name. Windows itself does not accept '/' in
+/// paths that begin with "\\?\", so give such a folder with its last '\'.
+///
+/// The text is UTF-8 on Windows, because SQLite and Filesystem take UTF-8 there. Elsewhere it can
+/// be any bytes.
 class Pathname {
  public:
-  static constexpr char kFolderDelimiter = '/';     ///< ends a folder
+  static constexpr char kFolderDelimiter = '/';     ///< the delimiter that operations add
   static constexpr char kExtensionDelimiter = '.';  ///< begins an extension
 
   /// The empty path.
@@ -42,18 +49,19 @@ class Pathname {
   void clear();
 
   /// Replaces everything: the text after the last delimiter is the file name. A text that ends with
-  /// the delimiter is a folder.
+  /// a delimiter is a folder.
   void SetPathname(const std::string& pathname);
 
-  /// Replaces the folder and adds the delimiter if it is missing. An empty text removes the folder.
+  /// Replaces the folder and adds a delimiter if the text does not end with one. An empty text
+  /// removes the folder.
   void SetFolder(const std::string& folder);
 
-  /// Replaces base name and extension. False, with nothing changed, if `filename` contains the
-  /// folder delimiter.
+  /// Replaces base name and extension. False, with nothing changed, if `filename` contains a
+  /// delimiter.
   bool SetFilename(const std::string& filename);
 
   /// Replaces the extension, given with or without its dot; an empty text removes it. False, with
-  /// nothing changed, if `extension` contains the folder delimiter.
+  /// nothing changed, if `extension` contains a delimiter.
   bool SetExtension(const std::string& extension);
 
  private:

@@ -1,13 +1,16 @@
 # Compiles the SQLite amalgamation in CORVAN_SQLITE_AMALGAMATION into the static library corvan_sqlite,
 # which becomes the target SQLite::SQLite3. docs/performance.md has the measurements behind the options.
 
+set(sqlite_gnu_options)
+if(NOT MSVC)
+  set(sqlite_gnu_options -O3 SQLITE_USE_ALLOCA)
+endif()
 set(CORVAN_SQLITE_OPTIONS
-    -O3
+    ${sqlite_gnu_options}
     SQLITE_DEFAULT_MEMSTATUS=0
     SQLITE_ENABLE_QPSG
     SQLITE_LIKE_DOESNT_MATCH_BLOBS
     SQLITE_OMIT_DECLTYPE
-    SQLITE_USE_ALLOCA
   CACHE STRING "Definitions and flags to compile SQLite with, besides those that the project needs")
 
 set(sqlite_folder "${CORVAN_SQLITE_AMALGAMATION}")
@@ -88,10 +91,14 @@ target_compile_definitions(corvan_sqlite PRIVATE
   SQLITE_ENABLE_FTS5         # for full-text search beside the store
   ${sqlite_functions}
   ${sqlite_cipher})
-target_compile_options(corvan_sqlite PRIVATE
-  -O2  # in a debug build too: it follows, and so overrides, the flags of the build type
-  -w   # SQLite's warnings are not this project's
-  -fvisibility=hidden)
+if(MSVC)
+  target_compile_options(corvan_sqlite PRIVATE /w)  # SQLite's warnings are not this project's
+else()
+  target_compile_options(corvan_sqlite PRIVATE
+    -O2  # in a debug build too: it follows, and so overrides, the flags of the build type
+    -w   # SQLite's warnings are not this project's
+    -fvisibility=hidden)
+endif()
 foreach(option IN LISTS CORVAN_SQLITE_OPTIONS)
   if(option MATCHES "^-")
     target_compile_options(corvan_sqlite PRIVATE "${option}")
@@ -99,7 +106,10 @@ foreach(option IN LISTS CORVAN_SQLITE_OPTIONS)
     target_compile_definitions(corvan_sqlite PRIVATE "${option}")
   endif()
 endforeach()
-set(sqlite_libraries ${CMAKE_DL_LIBS} m)  # FTS5 needs log()
+set(sqlite_libraries ${CMAKE_DL_LIBS})
+if(NOT MSVC)
+  list(APPEND sqlite_libraries m)  # FTS5 needs log()
+endif()
 target_link_libraries(corvan_sqlite PRIVATE Threads::Threads ${sqlite_libraries})
 # The same for pkg-config.
 list(TRANSFORM sqlite_libraries PREPEND "-l" OUTPUT_VARIABLE CORVAN_SQLITE_FLAGS)

@@ -2,7 +2,7 @@
 # Installs the missing Debian packages for the given purposes and prints their names. Never removes a
 # package.
 # Usage: install.sh build|tools|search|tests|checkers|bench|fuzz|coverage|docs|html|packages|size|lint|
-#                   tests-source|libc++|cross-arm64|cross-armhf|clean-system|sqlite|sqlite-upstream|
+#                   tests-source|libc++|cross-arm64|cross-armhf|windows|clean-system|sqlite|sqlite-upstream|
 #                   sqlite-cipher|sqlcipher|unicode...
 set -euo pipefail
 
@@ -17,6 +17,9 @@ for purpose in "$@"; do
     libc++) packages+=(clang libc++-dev libc++abi-dev) ;;
     cross-arm64) packages+=(pkg-config googletest g++-aarch64-linux-gnu qemu-user-static) ;;
     cross-armhf) packages+=(pkg-config googletest g++-arm-linux-gnueabihf qemu-user-static) ;;
+    windows)
+      packages+=(pkg-config googletest g++-mingw-w64-x86-64-posix wine64 dpkg-dev debian-archive-keyring)
+      ;;
     clean-system) packages+=(mmdebstrap debian-archive-keyring) ;;
     bench)
       packages+=(libbenchmark-dev nlohmann-json3-dev valgrind gnuplot-nox jq)

@@ -4,10 +4,11 @@
 # but does not change the machine's package sources. Quick if FOLDER already has the amalgamation; remove
 # FOLDER to fetch it again.
 #
-# Usage: sqlite.sh [--upstream | --cipher] [FOLDER]
+# Usage: sqlite.sh [--upstream | --cipher] [--source] [FOLDER]
 #   --upstream  the release of SQLite in the npm package better-sqlite3, version below
 #   --cipher    a release of SQLite that can encrypt its files, SQLite3 Multiple Ciphers, in the npm
 #               package better-sqlite3-multiple-ciphers, version below; sqlite_cipher.patch mends it
+#   --source    only gets the amalgamation, without compiling it
 #   FOLDER      receives sqlite3.c and sqlite3.h, and library/ with the library; default: build/sqlite,
 #               build/sqlite-upstream or build/sqlite-cipher
 # Without --upstream and --cipher: the source package of this machine's Debian.
@@ -26,11 +27,12 @@ fail() {
   exit 1
 }
 usage() {
-  echo "sqlite.sh: $*; usage: sqlite.sh [--upstream | --cipher] [FOLDER]" >&2
+  echo "sqlite.sh: $*; usage: sqlite.sh [--upstream | --cipher] [--source] [FOLDER]" >&2
   exit 2
 }
 
 kind=
+source_only=
 folder=
 for argument in "$@"; do
   case "$argument" in
@@ -38,6 +40,7 @@ for argument in "$@"; do
       [ -z "$kind" ] || usage "more than one of --upstream and --cipher"
       kind=${argument#--}
       ;;
+    --source) source_only=yes ;;
     -*) usage "unknown option: $argument" ;;
     *)
       [ -z "$folder" ] || usage "more than one folder"
@@ -64,33 +67,14 @@ quietly() {
   "$@" >"$work/log" 2>&1 || { tail -n 40 "$work/log" >&2; fail "failed: $*"; }
 }
 
-# private_apt ARGUMENT...: apt-get with sources, lists and cache of its own.
-private_apt() {
-  apt-get -q -o "Dir::Etc::SourceList=$work/sources.list" -o Dir::Etc::SourceParts=/dev/null \
-    -o "Dir::State::Lists=$work/lists" -o "Dir::Cache=$work/cache" -o Dir::State::status=/dev/null \
-    -o APT::Sandbox::User=root -o Debug::NoLocking=true "$@"
-}
-
-# The Debian archives that this machine's apt uses, as lines of a sources.list for source packages.
-debian_sources() {
-  # shellcheck disable=SC2016  # apt-get expands the fields
-  apt-get indextargets --format \
-    'deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $(REPO_URI) $(RELEASE) main' \
-    'Created-By: Packages' 'Origin: Debian' 'Component: main' | sort -u
-}
-
 # Fetches Debian's source package and makes the amalgamation in $work/made.
 make_from_debian() {
   bash scripts/install.sh sqlite
-  mkdir -p "$work"/{lists,cache}/partial "$work/made"
-  debian_sources >"$work/sources.list"
-  [ -s "$work/sources.list" ] || fail "apt knows no Debian archive; run apt-get update first"
+  mkdir -p "$work/made"
   echo "Fetching Debian's source package of SQLite"
-  quietly private_apt update
-  (cd "$work" && quietly private_apt source --download-only sqlite3)
-  quietly dpkg-source --extract "$work"/sqlite3_*.dsc "$work/source"
+  bash scripts/debian_source.sh sqlite3 "$work/debian"
   echo "Making the amalgamation"
-  (cd "$work/made" && quietly "$work/source/configure" --disable-tcl && quietly make sqlite3.c)
+  (cd "$work/made" && quietly "$work/debian/source/configure" --disable-tcl && quietly make sqlite3.c)
 }
 
 # Fetches the npm package and unpacks its amalgamation into $work/made.
@@ -115,12 +99,15 @@ if [ "$(cat "$folder/origin" 2>/dev/null)" != "$origin" ] || [ ! -e "$folder/sql
 fi
 
 # The project's own rules compile it, so that the options are in one place.
-bash scripts/install.sh build
-mkdir -p "$work"
-quietly cmake -S . -B "$folder/library" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-  -DCORVAN_SQLITE_AMALGAMATION="$folder" -DCORVAN_LIBRARY=static -DCORVAN_BUILD_TOOLS=OFF \
-  -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_EXAMPLES=OFF
-quietly cmake --build "$folder/library" --target corvan_sqlite
+compile() {
+  bash scripts/install.sh build
+  mkdir -p "$work"
+  quietly cmake -S . -B "$folder/library" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCORVAN_SQLITE_AMALGAMATION="$folder" -DCORVAN_LIBRARY=static -DCORVAN_BUILD_TOOLS=OFF \
+    -DCORVAN_BUILD_TESTS=OFF -DCORVAN_BUILD_EXAMPLES=OFF
+  quietly cmake --build "$folder/library" --target corvan_sqlite
+}
+[ -n "$source_only" ] || compile
 rm -rf "$work"
 
 # defined NAME FILE: the string that the file defines as NAME; empty if it defines none.
@@ -130,5 +117,5 @@ defined() {
 
 cipher=$(defined SQLITE3MC_VERSION_STRING "$folder/sqlite3.c")
 echo "SQLite $(defined SQLITE_VERSION "$folder/sqlite3.h")${cipher:+ with $cipher}: $folder/sqlite3.c and sqlite3.h"
-echo "compiled: $folder/library/libcorvan_sqlite.a"
+[ -n "$source_only" ] || echo "compiled: $folder/library/libcorvan_sqlite.a"
 echo "for CMake: -DCORVAN_SQLITE_AMALGAMATION=$folder"

@@ -14,6 +14,9 @@
 #                    tests as they are
 #   arm64            cross-built with g++, run under QEMU's user-mode emulation
 #   armhf            as arm64, 32 bits
+#   windows          cross-built with mingw-w64 for 64-bit Windows, run under Wine, with the SQLite of the
+#                    leg sqlite; tests/windows_skips.txt lists what it leaves out. Then exchange.sh
+#                    compares a store's rows on Linux and Windows
 #   debian12         scripts/demo.sh and scripts/test.sh in an empty Debian 12, created in a folder; needs
 #                    root
 #   debian13         as debian12, with Debian 13
@@ -21,15 +24,17 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-all=(g++ clang++ sqlite sqlite-upstream cipher sqlcipher encrypted arm64 armhf debian12 debian13)
+all=(g++ clang++ sqlite sqlite-upstream cipher sqlcipher encrypted arm64 armhf windows debian12
+  debian13)
+wine_prefix=build/matrix/windows/wine
 legs=("$@")
 [ ${#legs[@]} -gt 0 ] || legs=("${all[@]}")
 for leg in "${legs[@]}"; do
   case "$leg" in
-    g++ | clang++ | sqlite | sqlite-upstream | cipher | sqlcipher | encrypted | arm64 | armhf) ;;
+    g++ | clang++ | sqlite | sqlite-upstream | cipher | sqlcipher | encrypted | arm64 | armhf | windows) ;;
     debian12 | debian13)
       if [ "$(id -u)" != 0 ]; then
-        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:9}" >&2
+        echo "test_matrix.sh: $leg: needs root; run it as root, or choose other legs: ${all[*]:0:10}" >&2
         exit 2
       fi
       ;;
@@ -57,29 +62,41 @@ test_leg() {
   (cd "build/matrix/$leg" && ctest --output-on-failure --no-tests=error -j 2 --timeout "$seconds" "$@")
 }
 
-# sysroot ARCHITECTURE FOLDER: downloads and unpacks the libraries of another architecture, without root
-# and without changing this machine's package database.
+# use_lists ARCHITECTURE FOLDER: sets `apt` to a command with package lists of its own in FOLDER, which it
+# fetches, so that packages of any architecture can be downloaded without root and without changing this
+# machine's package database.
+use_lists() {
+  local architecture=$1 folder=$2
+  mkdir -p "$folder"/{lists,cache}/partial
+  apt=(apt-get -q -o "APT::Architecture=$architecture" -o "APT::Architectures=$architecture"
+    -o "Dir::State::Lists=$PWD/$folder/lists" -o "Dir::Cache=$PWD/$folder/cache"
+    -o Dir::State::status=/dev/null -o APT::Sandbox::User=root -o Debug::NoLocking=true)
+  # A mirror may lack one of the lists. The packages may still be found in the others.
+  "${apt[@]}" update || echo "test_matrix.sh: some lists are missing; trying without them" >&2
+}
+
+# unpack FOLDER PACKAGE...: downloads the packages and unpacks them into FOLDER.
+unpack() {
+  local folder=$1 package
+  (cd "$folder/apt" && "${apt[@]}" download "${@:2}")
+  for package in "$folder"/apt/*.deb; do dpkg-deb -x "$package" "$folder"; done
+}
+
+# sysroot ARCHITECTURE FOLDER: gets the libraries of another architecture.
 sysroot() {
   local architecture=$1 folder=$2
   [ ! -e "$folder/complete" ] || return 0
   rm -rf "$folder"
-  mkdir -p "$folder"/apt/{lists,cache}/partial
-  local apt=(apt-get -q -o "APT::Architecture=$architecture" -o "APT::Architectures=$architecture"
-    -o "Dir::State::Lists=$PWD/$folder/apt/lists" -o "Dir::Cache=$PWD/$folder/apt/cache"
-    -o Dir::State::status=/dev/null -o APT::Sandbox::User=root -o Debug::NoLocking=true)
   echo "Unpacking libraries for $architecture into $folder"
-  # A mirror may lack one of the lists. The packages may still be found in the others.
-  "${apt[@]}" update || echo "test_matrix.sh: some lists are missing; trying without them" >&2
+  use_lists "$architecture" "$folder/apt"
   # The names of these libraries differ from release to release.
   local runtime
   runtime=$(apt-cache "${apt[@]:1}" depends libutf8proc-dev libfmt-dev |
     sed -n 's/^ *Depends: \(lib\(utf8proc\|fmt\)[0-9]*\)$/\1/p')
   [ "$(wc -w <<<"$runtime")" = 2 ] || { echo "test_matrix.sh: libraries not found in the lists" >&2; return 1; }
   # shellcheck disable=SC2086
-  (cd "$folder/apt" && "${apt[@]}" download libsqlite3-0 libsqlite3-dev $runtime libutf8proc-dev \
-    libfmt-dev libcli11-dev nlohmann-json3-dev)
-  local package
-  for package in "$folder"/apt/*.deb; do dpkg-deb -x "$package" "$folder"; done
+  unpack "$folder" libsqlite3-0 libsqlite3-dev $runtime libutf8proc-dev libfmt-dev libcli11-dev \
+    nlohmann-json3-dev
   touch "$folder/complete"
 }
 
@@ -99,11 +116,67 @@ cross() {
   test_leg "$architecture" 1800
 }
 
+# windows_sysroot FOLDER: gets the headers of the libraries without code of their own, and builds utf8proc.
+windows_sysroot() {
+  local folder=$1
+  [ ! -e "$folder/complete" ] || return 0
+  rm -rf "$folder"
+  echo "Making libraries for Windows in $folder"
+  use_lists "$(dpkg --print-architecture)" "$folder/apt"
+  unpack "$folder" libcli11-dev libfmt-dev nlohmann-json3-dev
+  # The CMake package of fmt names a compiled library for Linux here. The one in headers remains.
+  find "$folder" -name 'fmt-targets-*.cmake' -delete
+  bash scripts/debian_source.sh utf8proc "$folder/utf8proc"
+  cmake -S "$folder/utf8proc/source" -B "$folder/utf8proc/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DBUILD_SHARED_LIBS=OFF -DCMAKE_INSTALL_PREFIX="$PWD/$folder/usr" -DCMAKE_INSTALL_LIBDIR=lib \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/debian-mingw.cmake"
+  cmake --build "$folder/utf8proc/build" --target install
+  # The header takes utf8proc for a DLL unless it is told otherwise. The library here is always static,
+  # so its .pc file is the place to say so.
+  # shellcheck disable=SC2016  # pkg-config expands it
+  sed -i 's/^Cflags:.*/Cflags: -I${includedir} -DUTF8PROC_STATIC/' "$folder/usr/lib/pkgconfig/libutf8proc.pc"
+  touch "$folder/complete"
+}
+
+# native_exchange FOLDER: builds the program that exchange.sh needs, for this machine and its SQLite.
+native_exchange() {
+  cmake -S . -B "$1" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 -DCMAKE_CXX_COMPILER=g++ \
+    -DCORVAN_WERROR=ON -DCORVAN_BUILD_TOOLS=OFF -DCORVAN_BUILD_EXAMPLES=OFF \
+    -DCORVAN_GTEST_SOURCE=/usr/src/googletest
+  cmake --build "$1" --target store_exchange
+}
+
+windows_build() {
+  local folder=build/matrix/sysroot-windows sqlite=build/matrix/sqlite-amalgamation
+  bash scripts/install.sh build tests-source windows
+  bash scripts/sqlite.sh --source "$sqlite"
+  windows_sysroot "$folder"
+  build windows -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/debian-mingw.cmake" \
+    -DCORVAN_WINDOWS_SYSROOT="$PWD/$folder" -DCORVAN_WINE_PREFIX="$PWD/$wine_prefix" \
+    -Dfmt_DIR="$(find "$PWD/$folder" -name fmt-config.cmake -printf %h)" \
+    -DCORVAN_SQLITE_AMALGAMATION="$PWD/$sqlite"
+}
+
+end_wine() {
+  bash scripts/wine.sh "$wine_prefix" --end
+}
+
+windows_tests() {
+  trap end_wine EXIT
+  bash scripts/wine.sh "$wine_prefix" --start
+  test_leg windows 300
+  bash scripts/exchange.sh build/matrix/windows/exchange \
+    build/matrix/windows-native/tests/exchange/store_exchange -- \
+    bash scripts/wine.sh "$wine_prefix" build/matrix/windows/tests/exchange/store_exchange.exe
+  end_wine
+  trap - EXIT
+}
+
 # build_with_sqlite LEG [ARGUMENT...]: the arguments are those of sqlite.sh.
 build_with_sqlite() {
   local leg=$1
   bash scripts/install.sh build tools tests-source
-  bash scripts/sqlite.sh "${@:2}" "build/matrix/$leg-amalgamation"
+  bash scripts/sqlite.sh --source "${@:2}" "build/matrix/$leg-amalgamation"
   build "$leg" -DCMAKE_CXX_COMPILER=g++ \
     -DCORVAN_SQLITE_AMALGAMATION="$PWD/build/matrix/$leg-amalgamation"
 }
@@ -146,6 +219,11 @@ for leg in "${legs[@]}"; do
       ;;
     arm64) cross arm64 aarch64-linux-gnu aarch64 qemu-aarch64-static ;;
     armhf) cross armhf arm-linux-gnueabihf arm qemu-arm-static ;;
+    windows)
+      windows_build
+      native_exchange build/matrix/windows-native
+      windows_tests
+      ;;
     debian12) bash scripts/clean_system.sh bookworm build/matrix/debian12 ;;
     debian13) bash scripts/clean_system.sh trixie build/matrix/debian13 ;;
   esac

@@ -53,6 +53,11 @@ struct Conversion {
 /// those of its log are overwritten: with zeros, and the first page with that of an empty database.
 /// On flash memory, the device may keep older versions of them nevertheless.
 ///
+/// On Windows, the copy has the old file's access list, and nothing is overwritten. An open file
+/// cannot be replaced there, so the store is closed, without a lock, for the moment before it is
+/// replaced. A process that opens it then makes the conversion fail with kInUse; what a process
+/// writes that also closes it before the end of the moment is lost.
+///
 /// Anything but kDone and kAlreadyDone is logged in one line. So is kDone with a detail, which says
 /// that the folder could not be synced: after a power loss, the name may lead to the old store.
 /// Throws std::bad_alloc if memory runs out; the store is then as after a killed process.

@@ -42,7 +42,8 @@ void Indexing::close() {
 
 // Deletes an index that must not be used.
 void Indexing::require_deletion() {
-  if (delete_index(index_file_, close_reader_)) return;
+  is_rejected_ = !delete_index(index_file_, close_reader_);
+  if (!is_rejected_) return;
   throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, index_file_ + ": cannot be replaced");
 }
 
@@ -61,6 +62,7 @@ void Indexing::ensure_open() {
     require_deletion();
     open_files();
   }
+  is_rejected_ = false;
   const std::lock_guard<std::mutex> lock(opened_mutex_);
   opened_ = {files_->store.identity(), files_->identity};
 }

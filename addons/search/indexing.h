@@ -21,7 +21,8 @@
 
 namespace Corvan::search {
 
-// Keeps the index in step with the store. All members but is_open() and report_damage() are called
+// Keeps the index in step with the store. All members but is_open(), may_be_read() and
+// report_damage() are called
 // under mutex(). They throw SqlError and std::bad_alloc. An index that turns out to be damaged is
 // deleted, and the call begins anew, once.
 class Indexing {
@@ -42,6 +43,8 @@ class Indexing {
 
   // Whether the files that the names lead to are open, and the index fits the store.
   bool is_open();
+  // False if the index is damaged, or does not fit the store, and could not be deleted.
+  bool may_be_read() const { return !is_rejected_; }
   // Another connection has found the index damaged.
   void report_damage() { is_damaged_ = true; }
 
@@ -72,6 +75,7 @@ class Indexing {
   std::mutex mutex_;
   std::unique_ptr<Files> files_;
   std::atomic<bool> is_damaged_{false};
+  std::atomic<bool> is_rejected_{false};
   std::mutex opened_mutex_;
   std::pair<FileIdentity, FileIdentity>
       opened_;  // the store's file and the index's; under the mutex

@@ -104,7 +104,7 @@ SearchResults MessageSearch::find(const std::string& query, const SearchOptions&
         options.time_limit.count() > 0 ? TimeBudget(options.time_limit) : TimeBudget::unlimited();
     prepare(options.catch_up);
     const std::lock_guard<std::mutex> lock(reading_->mutex());
-    results = reading_->find(parsed, options, budget, &is_damaged);
+    results = reading_->find(parsed, options, budget, indexing_->may_be_read(), &is_damaged);
   });
   if (status != SearchStatus::kOk) results.status = status;
   if (is_damaged) indexing_->report_damage();

@@ -135,7 +135,9 @@ class MessageSearch {
   ///
   /// An index that is damaged, foreign, encrypted with another key, or written with another
   /// tokenizer is deleted and created again; so is the part of it that does not fit the store.
-  /// kIndexError means that the search works without an index.
+  /// kIndexError means that the search works without an index. On Windows, an open file cannot be
+  /// deleted: if another object or program has such an index open, the result is kIndexError until
+  /// it closes the file.
   SearchStatus open();
 
   /// Finds the newest messages that match the query.

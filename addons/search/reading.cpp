@@ -29,10 +29,10 @@ std::unique_lock<std::mutex> Reading::close_index() {
 }
 
 SearchResults Reading::find(const Query& query, const SearchOptions& options,
-                            const TimeBudget& budget, bool* is_damaged) {
+                            const TimeBudget& budget, bool use_index, bool* is_damaged) {
   open();
   try {
-    return find_with(index_.get(), query, options, budget);
+    return find_with(use_index ? index_.get() : nullptr, query, options, budget);
   } catch (const SqlError& error) {
     if (error.status() != SearchStatus::kIndexError) throw;
     log_line(error.text());

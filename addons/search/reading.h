@@ -23,10 +23,10 @@ class Reading {
   Reading(std::string store, std::string index)
       : store_file_(std::move(store)), index_file_(std::move(index)) {}
 
-  // Without an index that can be read, all messages are looked at. `*is_damaged` becomes true if
-  // the index turns out to be damaged.
+  // Without an index that can be read, and without `use_index`, all messages are looked at.
+  // `*is_damaged` becomes true if the index turns out to be damaged.
   SearchResults find(const Query& query, const SearchOptions& options, const TimeBudget& budget,
-                     bool* is_damaged);
+                     bool use_index, bool* is_damaged);
   SearchProgress progress();
 
   std::mutex& mutex() { return mutex_; }

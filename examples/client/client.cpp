@@ -77,7 +77,8 @@ int main(int argc, char** argv) {
   if (argc < 2) return fail("usage: client FOLDER [SEED [TOOL]]");
   const std::string folder = argv[1];
   const uint32_t seed = argc > 2 ? static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10)) : 1;
-  for (const char* user : {"/u01", "/u02"}) std::filesystem::remove_all(folder + user);
+  for (const char* user : {"/u01", "/u02"})
+    std::filesystem::remove_all(std::filesystem::u8path(folder + user));
 
   example::Server server;
   example::Network network(seed);

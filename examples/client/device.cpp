@@ -43,7 +43,7 @@ Device::Device(std::string folder, std::string user, std::string peer, Server* s
 
 bool Device::start() {
   turn_ = {};
-  std::filesystem::create_directories(folder_);
+  std::filesystem::create_directories(std::filesystem::u8path(folder_));
   refused_.clear();
   std::ifstream kept(folder_ + "/refused");
   for (int64_t client_uid = 0; kept >> client_uid;) refused_.insert(client_uid);

@@ -11,12 +11,12 @@ int main(int argc, char** argv) {
     std::cerr << "usage: own_base FOLDER\n";
     return 2;
   }
-  std::filesystem::create_directories(argv[1]);
-  const std::filesystem::path folder(argv[1]);
+  const std::filesystem::path folder = std::filesystem::u8path(argv[1]);
+  std::filesystem::create_directories(folder);
   std::filesystem::remove(folder / "corvan");
 
   auto* store = Corvan::CvDbSingleton::get_instance();
-  if (!store->init_open_db(cvrtc::Pathname((folder / "").string()), "", "me")) return 1;
+  if (!store->init_open_db(cvrtc::Pathname((folder / "").u8string()), "", "me")) return 1;
   std::cout << "schema " << store->get_database_version()
             << (store->is_table_exist("host_note") ? " with host_note\n" : "\n");
 

@@ -51,33 +51,36 @@ FatalMessage::~FatalMessage() {
 
 // ---- Paths: based on std::filesystem ------------------------------------------------------------
 
+// The store's paths are UTF-8. On Windows, std::filesystem::path(text) takes another encoding.
+using std::filesystem::u8path;
+
 void Pathname::SetPathname(const std::string& pathname) {
-  const std::filesystem::path path(pathname);
-  SetFolder(path.parent_path().string());
-  SetFilename(path.filename().string());
+  const std::filesystem::path path = u8path(pathname);
+  SetFolder(path.parent_path().u8string());
+  SetFilename(path.filename().u8string());
 }
 
 void Pathname::SetFolder(const std::string& folder) {
-  folder_ = folder.empty() ? folder : (std::filesystem::path(folder) / "").string();
+  folder_ = folder.empty() ? folder : (u8path(folder) / "").u8string();
 }
 
 bool Pathname::SetFilename(const std::string& filename) {
-  const std::filesystem::path path(filename);
+  const std::filesystem::path path = u8path(filename);
   if (path.has_parent_path()) return false;
-  basename_ = path.stem().string();
-  extension_ = path.extension().string();
+  basename_ = path.stem().u8string();
+  extension_ = path.extension().u8string();
   return true;
 }
 
 bool Pathname::SetExtension(const std::string& extension) {
-  std::filesystem::path path(basename_);
-  extension_ = path.replace_extension(extension).extension().string();
+  std::filesystem::path path = u8path(basename_);
+  extension_ = path.replace_extension(u8path(extension)).extension().u8string();
   return true;
 }
 
 bool Filesystem::IsFile(const Pathname& path) {
   std::error_code ignored;
-  return std::filesystem::is_regular_file(path.pathname(), ignored);
+  return std::filesystem::is_regular_file(u8path(path.pathname()), ignored);
 }
 
 }  // namespace cvrtc

@@ -81,9 +81,9 @@ void show_history(CvDbSingleton* store) {
 int main(int argc, char** argv) {
   const std::string folder = argc > 1 ? argv[1] : "quickstart-store";
 
-  // The folder must exist; opening creates the file if it is missing. The store logs warnings and
-  // errors to standard error because no sink is set.
-  std::filesystem::create_directories(folder);
+  // The folder must exist; opening creates the file if it is missing. Its path is UTF-8 on every
+  // system. The store logs warnings and errors to standard error because no sink is set.
+  std::filesystem::create_directories(std::filesystem::u8path(folder));
   auto* store = CvDbSingleton::get_instance();
   if (!store->init_open_db(cvrtc::Pathname(folder + "/"), /*app_key=*/"", /*user_id=*/"me") ||
       store->get_pragma("select 1") != 1) {  // damaged and deleted: the store is closed

@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <stdexcept>
 #include <string>
-#include <system_error>
+
+#include "tests/support/temporary_folder.h"
 
 namespace corvan_test {
 namespace {
@@ -17,22 +15,14 @@ namespace fs = std::filesystem;
 // Starts in a folder that contains only the regular file "file".
 class Filesystem : public testing::Test {
  protected:
-  Filesystem() {
-    std::string name = (fs::temp_directory_path() / "corvan-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    folder_ = name;
-    std::ofstream(folder_ / "file") << "content";
-  }
-  ~Filesystem() override {
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
-  }
+  Filesystem() { write_file(folder_.file("file"), "content"); }
 
   bool is_file(const std::string& name) const {
-    return cvrtc::Filesystem::IsFile(cvrtc::Pathname((folder_ / name).string()));
+    return cvrtc::Filesystem::IsFile(cvrtc::Pathname(folder_.file(name)));
   }
+  fs::path path_of(const std::string& name) const { return fs::u8path(folder_.file(name)); }
 
-  fs::path folder_;
+  TemporaryFolder folder_;
 };
 
 TEST_F(Filesystem, RegularFileIsAFile) {
@@ -40,7 +30,7 @@ TEST_F(Filesystem, RegularFileIsAFile) {
 }
 
 TEST_F(Filesystem, EmptyRegularFileIsAFile) {
-  std::ofstream(folder_ / "empty").flush();
+  write_file(folder_.file("empty"), "");
   EXPECT_TRUE(is_file("empty"));
 }
 
@@ -49,22 +39,42 @@ TEST_F(Filesystem, MissingPathIsNotAFile) {
 }
 
 TEST_F(Filesystem, FolderIsNotAFile) {
-  fs::create_directory(folder_ / "sub");
+  fs::create_directory(path_of("sub"));
   EXPECT_FALSE(is_file("sub"));
   EXPECT_FALSE(is_file("sub/"));
 }
 
 TEST_F(Filesystem, LinkToAFileIsAFile) {
-  fs::create_symlink("file", folder_ / "link");
+  fs::create_symlink("file", path_of("link"));
   EXPECT_TRUE(is_file("link"));
 }
 
 TEST_F(Filesystem, LinkToAFolderOrToNothingIsNotAFile) {
-  fs::create_directory(folder_ / "sub");
-  fs::create_directory_symlink("sub", folder_ / "folder_link");
-  fs::create_symlink("missing", folder_ / "dead_link");
+  fs::create_directory(path_of("sub"));
+  fs::create_directory_symlink("sub", path_of("folder_link"));
+  fs::create_symlink("missing", path_of("dead_link"));
   EXPECT_FALSE(is_file("folder_link"));
   EXPECT_FALSE(is_file("dead_link"));
+}
+
+TEST_F(Filesystem, FileNameWithADelimiterAtItsEndIsNotAFile) {
+  EXPECT_FALSE(is_file("file/"));
+}
+
+TEST_F(Filesystem, FileIsFoundByItsNameInUtf8) {
+  for (const char* const name : {"\u6d88\u606f", "\u00e9t\u00e9.db", "\U0001F600"}) {
+    EXPECT_FALSE(is_file(name)) << name;
+    write_file(folder_.file(name), "content");
+    EXPECT_TRUE(is_file(name)) << name;
+  }
+}
+
+TEST_F(Filesystem, FileIsFoundInAFolderWithChineseCharacters) {
+  fs::create_directory(path_of("\u804a\u5929\u8bb0\u5f55"));
+  EXPECT_FALSE(is_file("\u804a\u5929\u8bb0\u5f55"));
+  EXPECT_FALSE(is_file("\u804a\u5929\u8bb0\u5f55/corvan"));
+  write_file(folder_.file("\u804a\u5929\u8bb0\u5f55/corvan"), "content");
+  EXPECT_TRUE(is_file("\u804a\u5929\u8bb0\u5f55/corvan"));
 }
 
 TEST_F(Filesystem, PathThatCannotBeExaminedIsNotAFile) {

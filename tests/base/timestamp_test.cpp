@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <thread>
@@ -29,6 +30,20 @@ TEST(Timestamp, AdvancesWithTime) {
   const int64_t before = Corvan::Timestamp();
   std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_GE(Corvan::Timestamp(), before + 5);
+}
+
+// The clock of some systems advances only at their timer's ticks, at most 16 milliseconds apart.
+TEST(Timestamp, AdvancesInStepsOfAtMostTwentyMilliseconds) {
+  int64_t smallest = 1000;
+  int64_t previous = Corvan::Timestamp();
+  for (int steps = 0; steps < 10;) {
+    const int64_t now = Corvan::Timestamp();
+    if (now == previous) continue;
+    smallest = std::min(smallest, now - previous);
+    previous = now;
+    ++steps;
+  }
+  EXPECT_LE(smallest, 20);
 }
 
 TEST(Timestamp, NeverGoesBackOnAnyThread) {

@@ -1,4 +1,5 @@
-// Runs work in a child process, so that a crash can be reported.
+// Runs work in a child process, so that a crash can be reported. On Windows, the work runs in the
+// process of the tests.
 
 #ifndef TESTS_DAMAGE_CHILD_H_
 #define TESTS_DAMAGE_CHILD_H_

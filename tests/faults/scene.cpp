@@ -40,7 +40,8 @@ CvDbSingleton& store() {
 }
 
 void copy(const std::string& from, const std::string& to) {
-  std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
+  std::filesystem::remove(to);
+  std::filesystem::copy_file(from, to);
 }
 
 void remove_store(const std::string& folder) {

@@ -1,11 +1,7 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -117,10 +113,10 @@ TEST_F(CompactTest, AnInterruptWhileWaitingChangesNothing) {
   const Rows before = everything();
   const WriteAhead writer(file(), "begin immediate");  // for which the program waits two seconds
   for (const char* command : {"compact", "index"}) {
-    const pid_t pid = start({command, store()}, open("/dev/null", O_WRONLY | O_CLOEXEC));
+    const pid_t pid = start({command, store()}, null_output());
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    kill(pid, SIGTERM);
-    EXPECT_EQ(wait(pid), -SIGTERM) << command;
+    interrupt_process(pid, interrupts()[0]);
+    EXPECT_EQ(wait(pid), interrupted_status(interrupts()[0])) << command;
     EXPECT_EQ(listing(copies()), Listing{}) << command;
     EXPECT_EQ(everything(), before) << command;
   }

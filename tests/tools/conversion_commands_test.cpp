@@ -1,7 +1,5 @@
 // The commands encrypt, decrypt and rekey.
 
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <string>
 
@@ -80,7 +78,7 @@ TEST_F(ConversionCommandsTest, RefuseWhatIsNoStore) {
   expect_refused({"encrypt", store()}, key(), "no store here");
   expect_refused({"decrypt", store()}, key(), "no store here");
   expect_refused({"rekey", store(), "--new-key-file", other()}, key(), "no store here");
-  ASSERT_EQ(mkfifo(file().c_str(), 0600), 0);
+  make_fifo(file());
   expect_refused({"encrypt", store()}, key(), "corvan: not a file");
 }
 

@@ -1,10 +1,7 @@
 // Every command on an encrypted store: with its key, with a wrong one, and without one.
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <random>
 #include <set>
@@ -143,37 +140,32 @@ TEST_F(EncryptedCommandsTest, LeaveNoPlainTextWhenTheyAreKilled) {
   std::string more;
   for (int i = 0; i < 2000; ++i) more += line({{"content", "planted" + std::string(100, 'y')}});
   ASSERT_EQ(run_with(key(), {"import", store(), "--user", "me", "-"}, more).status, 0);
-  int ends[2] = {-1, -1};
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const pid_t process = start({"export", store(), "--format", "csv", "--key-file", key()}, ends[1]);
+  const Pipe pipe = make_pipe();
+  const pid_t process =
+      start({"export", store(), "--format", "csv", "--key-file", key()}, pipe.write_end);
   char first = '\0';
-  ASSERT_EQ(read(ends[0], &first, 1), 1);
+  ASSERT_EQ(read(pipe.read_end, &first, 1), 1);
   EXPECT_NE(listing(copies()), Listing{});
   expect_no_plain_file("export, running");
-  ASSERT_EQ(kill(process, SIGKILL), 0);
-  EXPECT_EQ(wait(process), -SIGKILL);
-  close(ends[0]);
+  EXPECT_TRUE(kill_process(process));
+  close(pipe.read_end);
   expect_no_plain_file("export, killed");
   EXPECT_EQ(run_with(key(), {"check", store()}).status, 0);  // removes the abandoned folder
 }
 
 // An import that waits for more lines: the log holds what it has saved.
 TEST_F(EncryptedCommandsTest, LeaveNoPlainTextInTheLogOfAKilledImport) {
-  const std::string fifo = temporary("fifo");
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  const int writer = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
-  ASSERT_GE(writer, 0);
+  const Pipe pipe = make_pipe();
   std::string lines;
   for (int i = 0; i < 20; ++i) lines += line({{"content", "planted"}});
-  ASSERT_EQ(::write(writer, lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+  write_all(pipe.write_end, lines);
   const pid_t process =
-      start({"import", store(), "--user", "me", "--batch", "10", fifo, "--key-file", key()},
-            open("/dev/null", O_WRONLY | O_CLOEXEC));
+      start({"import", store(), "--user", "me", "--batch", "10", "-", "--key-file", key()},
+            null_output(), pipe.read_end);
   while (!file_exists(file() + "-wal") || read_file(file() + "-wal").size() < 100000) usleep(1000);
   expect_no_plain_file("import, running");
-  ASSERT_EQ(kill(process, SIGKILL), 0);
-  EXPECT_EQ(wait(process), -SIGKILL);
-  close(writer);
+  EXPECT_TRUE(kill_process(process));
+  close(pipe.write_end);
   expect_no_plain_file("import, killed");
   EXPECT_EQ(run_with("", {"list", store()}).status, 2);
   EXPECT_EQ(run_with(other(), {"list", store()}).status, 2);

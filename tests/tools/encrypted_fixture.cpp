@@ -36,12 +36,13 @@ std::string digits(const std::string& pair) {
 
 Rows plain_files(const std::string& folder) {
   Rows found;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+  for (const auto& entry :
+       std::filesystem::recursive_directory_iterator(std::filesystem::u8path(folder))) {
     if (!entry.is_regular_file()) continue;
-    const std::string content = read_file(entry.path().string());
+    const std::string content = read_file(entry.path().u8string());
     if (content.find(kPlanted) != std::string::npos ||
         content.compare(0, 13, "SQLite format") == 0) {
-      found.push_back(entry.path().string());
+      found.push_back(entry.path().u8string());
     }
   }
   return found;

@@ -3,8 +3,6 @@
 #ifndef TESTS_TOOLS_EXPORT_SAMPLE_H_
 #define TESTS_TOOLS_EXPORT_SAMPLE_H_
 
-#include <fcntl.h>
-
 #include <chrono>
 #include <filesystem>
 #include <sstream>
@@ -71,8 +69,9 @@ class ExportSample : public ToolTest {
   // The names in the test's folder that begin with this text.
   Rows names_like(const std::string& beginning) const {
     Rows names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-      const std::string name = entry.path().filename().string();
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::u8path(folder.path()))) {
+      const std::string name = entry.path().filename().u8string();
       if (name.compare(0, beginning.size(), beginning) == 0) names.push_back(name);
     }
     return names;
@@ -87,9 +86,6 @@ class ExportSample : public ToolTest {
     }
     return false;
   }
-
-  static int null() { return open("/dev/null", O_WRONLY | O_CLOEXEC); }
-  static int full() { return open("/dev/full", O_WRONLY | O_CLOEXEC); }
 
  private:
   int imported_ = 0;

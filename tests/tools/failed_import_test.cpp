@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <cstddef>
 #include <optional>
 #include <regex>

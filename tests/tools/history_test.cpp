@@ -1,6 +1,7 @@
 #include <cstddef>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/tools/look_sample.h"
@@ -138,6 +139,25 @@ TEST_F(HistoryTest, RejectsAMessageOfAnotherConversationAsAnchor) {
                 "corvan: " + file() + ": message " + id + " is not in this conversation\n");
       EXPECT_EQ(outcome.out, "");
     }
+  }
+}
+
+// Beyond what 32 bits and the functions of some systems can express.
+TEST_F(HistoryTest, ShowsTimesOfAllYears) {
+  import(line({}));
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"-1000", "1969-12-31 23:59:59"},
+      {"-62135596800000", "1-01-01 00:00:00"},
+      {"2147483648000", "2038-01-19 03:14:08"},
+      {"4102444800000", "2100-01-01 00:00:00"},
+      {"253402300800000", "10000-01-01 00:00:00"},
+      {"9223372036854775807", "292278994-08-17 07:12:55"}};
+  for (const auto& [time, text] : cases) {
+    plant("update t_message set sent_time=" + time);
+    const std::string shown = output({"history", store(), "room", "--type", "group"});
+    EXPECT_NE(shown.find(" " + text + " "), std::string::npos) << shown;
+    const std::string exported = output({"export", store(), "--format", "csv"});
+    EXPECT_NE(exported.find("," + text + ","), std::string::npos) << exported;
   }
 }
 

@@ -4,22 +4,14 @@
 #ifndef TESTS_TOOLS_HOSTILE_FILES_H_
 #define TESTS_TOOLS_HOSTILE_FILES_H_
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tests/tools/program.h"
 
 namespace corvan_test {
-
-inline void make_fifo(const std::string& path) {
-  if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("cannot make a FIFO");
-}
 
 class HostileFilesTest : public ToolTest {
  protected:
@@ -67,8 +59,8 @@ class HostileFilesTest : public ToolTest {
 
   static Rows names_in(const std::string& path) {
     Rows names;
-    for (const auto& entry : std::filesystem::directory_iterator(path)) {
-      names.push_back(entry.path().filename().string());
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::u8path(path))) {
+      names.push_back(entry.path().filename().u8string());
     }
     std::sort(names.begin(), names.end());
     return names;
@@ -76,6 +68,8 @@ class HostileFilesTest : public ToolTest {
 
   const std::string log_ = write("log.jsonl", line({}));
 };
+
+class IrregularFilesTest : public HostileFilesTest {};
 
 }  // namespace corvan_test
 

@@ -1,7 +1,5 @@
 // Journals and logs that would make SQLite change or delete files.
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -51,18 +49,24 @@ TEST_F(HostileJournalTest, RefusesAJournalThatNamesAnotherFile) {
   std::vector<Arguments> commands = looking();
   for (const Arguments& arguments : changing()) commands.push_back(arguments);
   const std::string victim = write("victim", "mine");
-  const std::string fifo = folder.file("fifo");
-  make_fifo(fifo);
-  for (const std::string& super : {victim, fifo}) {
-    write_file(file() + "-journal", journal_with_super(read_file(file()), super));
-    expect_refused(commands, file() + "-journal");
-    EXPECT_TRUE(fs::exists(super));
-  }
+  write_file(file() + "-journal", journal_with_super(read_file(file()), victim));
+  expect_refused(commands, file() + "-journal");
   EXPECT_EQ(run({"check", store()}).err,
             "corvan: " + file() +
                 "-journal: belongs to a transaction over several databases; open them with the "
                 "program that wrote it, or move it away and try again\n");
   EXPECT_EQ(read_file(victim), "mine");
+}
+
+TEST_F(HostileJournalTest, RefusesAJournalThatNamesAFifo) {
+  plant("pragma journal_mode=delete");
+  std::vector<Arguments> commands = looking();
+  for (const Arguments& arguments : changing()) commands.push_back(arguments);
+  const std::string fifo = folder.file("fifo");
+  make_fifo(fifo);
+  write_file(file() + "-journal", journal_with_super(read_file(file()), fifo));
+  expect_refused(commands, file() + "-journal");
+  EXPECT_TRUE(fs::exists(fifo));
 }
 
 TEST_F(HostileJournalTest, RefusesAJournalOfTheSearchIndexThatNamesAnotherFile) {

@@ -31,7 +31,7 @@ class HtmlExportTest : public ExportSample {
   Rows page_names() const {
     Rows names;
     for (const auto& entry : std::filesystem::directory_iterator(out() + "/pages")) {
-      names.push_back(entry.path().filename().string());
+      names.push_back(entry.path().filename().u8string());
     }
     std::sort(names.begin(), names.end());
     return names;

@@ -1,11 +1,8 @@
 // The store that an import saves into: new, damaged, foreign, locked or read-only.
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -151,22 +148,19 @@ TEST_F(ImportStoreTest, WaitsForShortLock) {
 
 TEST_F(ImportStoreTest, InterruptKeepsWholeBatches) {
   ASSERT_EQ(import_text(numbered(1)).status, 0);
-  const std::string pipe = folder.file("pipe");
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const Pipe pipe = make_pipe();
   // Keeps the store open: each query below opens and closes a connection, and the last connection
   // that closes takes the lock.
   const WriteAhead other(file(), "select count(*) from t_message");
-  const pid_t pid = start({"import", store(), "--user", "me", "--batch", "2", pipe},
-                          open("/dev/null", O_WRONLY | O_CLOEXEC));
-  const int lines = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);  // as soon as the program reads
-  const std::string text = numbered(3, 2);
-  EXPECT_EQ(::write(lines, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  const pid_t pid =
+      start({"import", store(), "--user", "me", "--batch", "2", "-"}, null_output(), pipe.read_end);
+  write_all(pipe.write_end, numbered(3, 2));
   for (int i = 0; i < 5000 && contents().size() < 3; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  kill(pid, SIGTERM);
-  EXPECT_EQ(wait(pid), -SIGTERM);
-  close(lines);
+  interrupt_process(pid, interrupts()[0]);
+  EXPECT_EQ(wait(pid), interrupted_status(interrupts()[0]));
+  close(pipe.write_end);
   EXPECT_EQ(contents(), (Rows{"1", "2", "3"}));
   EXPECT_EQ(counts(import_text(numbered(4))), "1 stored, 0 completed, 3 refused, 0 bad");
 }

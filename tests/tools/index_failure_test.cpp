@@ -135,7 +135,7 @@ TEST_F(IndexFailureTest, AFullDiskChangesNothing) {
   drop_all();
   plant("create index t_message_older on t_message(sender)");
   const Listing before = listing(store());
-  largest_file = rlim_t{64} << 10;
+  largest_file = std::uint64_t{64} << 10;
   const Outcome outcome = run({"index", store()});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.out, "");

@@ -1,7 +1,5 @@
 // No command may write to the name of a file that SQLite would open with a store.
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -13,26 +11,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class OutputPlaceTest : public HostileFilesTest {};
-
-// Outputs.
-
-TEST_F(OutputPlaceTest, RefusesTheNameOfAStoresFile) {
-  const std::string exported =
-      write("export.jsonl", output({"export", store(), "--format", "jsonl"}));
-  const std::string other = folder.file("other");
-  fs::create_directory(other);
-  write_file(other + "/corvan", "of any content");
-  fs::create_directory(store() + "/sub");
-  fs::create_directory_symlink(store(), folder.file("linked"));
-  const std::vector<std::string> places = {
-      store() + "/corvan-wal",          store() + "/corvan-shm",
-      store() + "/corvan-journal",      store() + "/./corvan-wal",
-      store() + "//corvan-wal/",        store() + "/sub/../corvan-wal",
-      folder.file("linked/corvan-wal"), other + "/corvan-journal",
-      store() + "/corvan-search",       store() + "/corvan-search-wal",
-      other + "/corvan-search",         store() + "/sub/corvan-search-shm"};
-  for (const std::string& place : places) {
+class OutputPlaceTest : public HostileFilesTest {
+ protected:
+  // Expects that no command that creates something accepts this place.
+  void expect_refused_place(const std::string& place) {
     SCOPED_TRACE(place);
     const std::vector<Arguments> commands = {
         {"export", store(), "--format", "jsonl", "--output", place},
@@ -52,6 +34,25 @@ TEST_F(OutputPlaceTest, RefusesTheNameOfAStoresFile) {
       EXPECT_EQ(names_in(store()), before);
     }
   }
+
+ private:
+  const std::string exported =
+      write("export.jsonl", output({"export", store(), "--format", "jsonl"}));
+};
+
+// Outputs.
+
+TEST_F(OutputPlaceTest, RefusesTheNameOfAStoresFile) {
+  const std::string other = folder.file("other");
+  fs::create_directory(other);
+  write_file(other + "/corvan", "of any content");
+  fs::create_directory(store() + "/sub");
+  const std::vector<std::string> places = {
+      store() + "/corvan-wal",   store() + "/corvan-shm",           store() + "/corvan-journal",
+      store() + "/./corvan-wal", store() + "//corvan-wal/",         store() + "/sub/../corvan-wal",
+      other + "/corvan-journal", store() + "/corvan-search",        store() + "/corvan-search-wal",
+      other + "/corvan-search",  store() + "/sub/corvan-search-shm"};
+  for (const std::string& place : places) expect_refused_place(place);
   EXPECT_EQ(names_in(other), Rows{"corvan"});
 }
 
@@ -66,7 +67,12 @@ TEST_F(OutputPlaceTest, RefusesTheNameOfAStoresFileForABackup) {
   EXPECT_EQ(rows("select unread_count from t_session"), Rows{"77"});
 }
 
-TEST_F(OutputPlaceTest, RefusesTheNameOfALogBesideAnyDatabase) {
+TEST_F(OutputPlaceTest, RefusesTheNameOfAStoresFileInALinkedFolder) {
+  fs::create_directory_symlink(store(), folder.file("linked"));
+  expect_refused_place(folder.file("linked/corvan-wal"));
+}
+
+TEST_F(OutputPlaceTest, RefusesTheNameOfALogBesideALinkedDatabase) {
   // If the store's file is a link, its log is beside the linked file.
   fs::rename(file(), folder.file("real.db"));
   fs::create_symlink(folder.file("real.db"), file());
@@ -74,7 +80,10 @@ TEST_F(OutputPlaceTest, RefusesTheNameOfALogBesideAnyDatabase) {
       run({"export", store(), "--format", "csv", "--output", folder.file("real.db-wal")});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_FALSE(fs::exists(folder.file("real.db-wal")));
-  // A log alone can be salvaged, but no folder may take the name of its missing file.
+}
+
+// A log alone can be salvaged, but no folder may take the name of its missing file.
+TEST_F(OutputPlaceTest, RefusesTheNameOfAMissingDatabase) {
   const std::string lost = folder.file("lost");
   fs::create_directory(lost);
   write_file(lost + "/corvan-wal", "a log");

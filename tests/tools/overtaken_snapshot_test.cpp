@@ -1,7 +1,5 @@
 // The store is written while its snapshot is taken.
 
-#include <fcntl.h>
-
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -45,8 +43,7 @@ class OvertakenSnapshotTest : public LookTest {
     {
       const LeasedFile journal(file() + "-journal");  // empty, and copied last
       if (!journal.is_held()) return std::nullopt;
-      pid = start({"list", store(), "--type", "group", "--json"},
-                  open(temporary("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+      pid = start({"list", store(), "--type", "group", "--json"}, create_output(temporary("out")));
       EXPECT_TRUE(journal.wait_for_opener());
       write_file(file(), then.main);
       write_file(file() + "-wal", then.log);

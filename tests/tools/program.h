@@ -5,9 +5,8 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/resource.h>
-#include <sys/types.h>
 
+#include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -16,14 +15,14 @@
 
 #include "tests/support/rows.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/tools/process.h"
 
 namespace corvan_test {
 
 using Json = nlohmann::ordered_json;
-using Arguments = std::vector<std::string>;
 
 struct Outcome {
-  int status = -1;  // the exit status; below 0, the signal that ended the program, negated
+  int status = -1;  // as wait_for_process() returns it
   std::string out;
   std::string err;
 };
@@ -52,10 +51,6 @@ class WriteAhead {
 // them.
 std::string line(const Json& changes);
 
-// All that was written to the other end of a pseudo-terminal. One read() can return less, because
-// the kernel passes the text on in the background.
-std::string written_to_terminal(int terminal, int other_end);
-
 // The names of an object's members, in their order.
 Rows keys(const Json& object);
 
@@ -79,10 +74,10 @@ class ToolTest : public testing::Test {
   // pseudo-terminals.
   std::optional<std::string> terminal_output(const Arguments& arguments, unsigned short columns);
 
-  // Starts the program with standard output to `out`, which is closed. Returns the process id.
-  pid_t start(const Arguments& arguments, int out);
-  // Waits for its end and returns the exit status.
-  int wait(pid_t pid);
+  // Starts the program with standard output to `out`, and input from `in` or the file "in" of
+  // temporary(). Closes both. Returns the process id.
+  pid_t start(const Arguments& arguments, int out, int in = -1);
+  static int wait(pid_t pid) { return wait_for_process(pid); }
 
   // Writes a file and returns its path.
   std::string write(const std::string& name, const std::string& content);
@@ -100,7 +95,7 @@ class ToolTest : public testing::Test {
   std::string temporary(const std::string& name) const { return files_.file(name); }
   const std::string& copies() const { return copies_.path(); }
 
-  // Makes the store and its folder read-only; the program is then run unprivileged.
+  // Makes the store and its folder read-only; the program is then run unprivileged. POSIX only.
   void make_read_only();
   void make_writable();
 
@@ -113,14 +108,14 @@ class ToolTest : public testing::Test {
   std::vector<std::string> variables;
 
   // If above 0, the program cannot write files larger than this, as on a full disk.
-  rlim_t largest_file = 0;
+  std::uint64_t largest_file = 0;
 
-  // If above 0, SIGALRM ends the program after this many seconds.
+  // If above 0, the program is ended after this many seconds.
   unsigned most_seconds = 0;
 
   // If above 0, limits the program's address space to this many bytes. Has no effect if
-  // can_limit_memory() returns false: under a checker or an emulator.
-  rlim_t most_memory = 0;
+  // can_limit_memory() returns false: under a checker or an emulator, and on Windows.
+  std::uint64_t most_memory = 0;
   static bool can_limit_memory();
 
  private:

@@ -178,7 +178,7 @@ TEST_F(RestoreLinesTest, RejectsHugeLinesWithLittleMemory) {
        "field \"" + std::string(100, 'x') + "\u2026\": unknown"},
       {"{\"type\":\"" + repeated("x") + "\"}",
        "field \"type\": unknown: \"" + std::string(100, 'x') + "\u2026\""}};
-  most_memory = rlim_t{128} << 20;
+  most_memory = std::uint64_t{128} << 20;
   most_seconds = 60;
   for (const auto& [record, error] : cases) {
     SCOPED_TRACE(error);

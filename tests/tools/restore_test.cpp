@@ -1,6 +1,5 @@
-#include <sys/stat.h>
+#include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -114,10 +113,8 @@ TEST_F(RestoreTest, SkipsBlankLines) {
 TEST_F(RestoreTest, ReportsUnusablePaths) {
   import_sample();
   const std::string good = write("out.jsonl", exported());
-  const std::string long_name = folder.file(std::string(300, 'n'));
   const std::vector<std::pair<Arguments, std::string>> cases = {
       {{folder.file("none"), restored()}, folder.file("none") + ": No such file or directory\n"},
-      {{long_name, restored()}, long_name + ": File name too long\n"},
       {{folder.path(), restored()}, folder.path() + ": is a folder; name a file\n"},
       {{good, store()}, store() + ": exists already; name a new place\n"},
       {{good, folder.file("a/b")}, folder.file("a") + ": no such folder; create it first\n"},
@@ -130,6 +127,14 @@ TEST_F(RestoreTest, ReportsUnusablePaths) {
     EXPECT_EQ(outcome.err, "corvan: " + error);
   }
   EXPECT_EQ(all_of(file()), before);
+  EXPECT_EQ(names_like("restored"), Rows{});
+}
+
+TEST_F(RestoreTest, ReportsANameThatIsTooLong) {
+  const std::string long_name = folder.file(std::string(300, 'n'));
+  const Outcome outcome = run({"restore", long_name, restored()});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err, "corvan: " + long_name + ": File name too long\n");
   EXPECT_EQ(names_like("restored"), Rows{});
 }
 
@@ -146,17 +151,14 @@ TEST_F(RestoreTest, FullDiskLeavesNothing) {
 TEST_F(RestoreTest, InterruptLeavesNothing) {
   import_sample();
   const std::string text = exported();
-  const std::string pipe = folder.file("pipe");
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
-    const pid_t pid = start({"restore", pipe, restored()}, null());
-    const int writer = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
-    const std::string half = text.substr(0, text.size() / 2);
-    ASSERT_EQ(::write(writer, half.data(), half.size()), static_cast<ssize_t>(half.size()));
+  for (const int interrupt : interrupts()) {
+    const Pipe pipe = make_pipe();
+    const pid_t pid = start({"restore", "-", restored()}, null_output(), pipe.read_end);
+    write_all(pipe.write_end, text.substr(0, text.size() / 2));
     EXPECT_TRUE(wait_for_unfinished("restored"));
-    kill(pid, signal_number);
-    EXPECT_EQ(wait(pid), -signal_number);
-    close(writer);
+    interrupt_process(pid, interrupt);
+    EXPECT_EQ(wait(pid), interrupted_status(interrupt));
+    close(pipe.write_end);
     EXPECT_EQ(names_like("restored"), Rows{});
   }
 }

@@ -25,7 +25,7 @@ class SalvageHostileTest : public ToolTest {
     import(line({{"content", "mine"}, { "server_uid", "s1" }}));
     sound = read_file(file());
     most_seconds = 60;
-    most_memory = rlim_t{256} << 20;
+    most_memory = std::uint64_t{256} << 20;
   }
 
   // Salvages within the bounds, removes the new store, and returns the report.
@@ -144,7 +144,7 @@ TEST_F(SalvageHostileTest, FindsCommitsOfADamagedLogAfterAHole) {
 
 TEST_F(SalvageHostileTest, BoundsMemoryForManyPointersFromPageToPage) {
   // A chain of inner pages, each of which has only pointers to the next one.
-  most_memory = rlim_t{128} << 20;
+  most_memory = std::uint64_t{128} << 20;
   constexpr std::uint32_t kPages = 160;
   std::string content = first_page(2, 0);
   for (std::uint32_t i = 0; i < kPages; ++i) {

@@ -1,11 +1,8 @@
 // The command salvage: its files, its output, its failures.
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -106,13 +103,10 @@ TEST_F(SalvageTest, FailuresLeaveNothing) {
   const std::string empty = folder.file("empty");
   std::filesystem::create_directory(empty);
   const std::string taken = write("taken", "mine");
-  const std::string pipe = folder.file("pipe");
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   const std::string no_file = ": No such file or directory; name the store's folder or file\n";
   const std::map<Arguments, std::string> cases = {
       {{empty, salvaged}, empty + "/corvan" + no_file},
       {{empty + "/none", salvaged}, empty + "/none" + no_file},
-      {{pipe, salvaged}, std::filesystem::canonical(pipe).string() + ": not a file\n"},
       {{store(), taken}, taken + ": exists already; name a new place\n"},
       {{store(), empty}, empty + ": exists already; name a new place\n"},
       {{store(), folder.file("no/where")},
@@ -125,6 +119,22 @@ TEST_F(SalvageTest, FailuresLeaveNothing) {
     EXPECT_EQ(outcome.err, "corvan: " + error);
     EXPECT_EQ(outcome.out, "");
   }
+  EXPECT_EQ(listing(folder.path()), before);
+}
+
+TEST_F(SalvageTest, RefusesAFifo) {
+  const std::string fifo = folder.file("fifo");
+  make_fifo(fifo);
+  const Listing before = listing(folder.path());
+  const Outcome outcome = run({"salvage", fifo, salvaged});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.err, "corvan: " + std::filesystem::canonical(fifo).string() + ": not a file\n");
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(listing(folder.path()), before);
+}
+
+TEST_F(SalvageTest, AFullDiskLeavesNothing) {
+  const Listing before = listing(folder.path());
   largest_file = 100000;
   const Outcome full = run({"salvage", store(), salvaged});
   EXPECT_EQ(full.status, 2);
@@ -136,21 +146,22 @@ TEST_F(SalvageTest, InterruptLeavesNothing) {
   std::string many;  // so that reading takes long
   for (int i = 0; i < 60; ++i) many += sound;
   write_file(file(), many);
-  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
-    const int out = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const pid_t pid = start({"salvage", store(), salvaged}, out);
+  for (const int interrupt : interrupts()) {
+    const pid_t pid = start({"salvage", store(), salvaged}, null_output());
     bool begun = false;
     for (int i = 0; i < 5000 && !begun; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-        begun = begun || entry.path().string().rfind(salvaged + ".unfinished", 0) == 0;
+      for (const auto& entry :
+           std::filesystem::directory_iterator(std::filesystem::u8path(folder.path()))) {
+        begun = begun || entry.path().u8string().rfind(salvaged + ".unfinished", 0) == 0;
       }
     }
     EXPECT_TRUE(begun);
-    kill(pid, signal_number);
-    EXPECT_EQ(wait(pid), -signal_number);
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-      EXPECT_EQ(entry.path().string().find("salvaged"), std::string::npos) << entry.path();
+    interrupt_process(pid, interrupt);
+    EXPECT_EQ(wait(pid), interrupted_status(interrupt));
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::u8path(folder.path()))) {
+      EXPECT_EQ(entry.path().u8string().find("salvaged"), std::string::npos) << entry.path();
     }
   }
 }

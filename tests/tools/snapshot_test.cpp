@@ -1,10 +1,8 @@
 // Commands that only read work on a snapshot: they change nothing, and leave nothing behind.
 
-#include <fcntl.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -125,10 +123,9 @@ TEST_F(SnapshotTest, ReadsAReadOnlyStore) {
 TEST_F(SnapshotTest, RemovesTheCopyWhenOutputIsClosedEarly) {
   import_sample();
   for (const Arguments& arguments : commands(store())) {
-    int ends[2] = {};
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    close(ends[0]);
-    EXPECT_EQ(wait(start(arguments, ends[1])), 2) << arguments[0];
+    const Pipe pipe = make_pipe();
+    close(pipe.read_end);
+    EXPECT_EQ(wait(start(arguments, pipe.write_end)), 2) << arguments[0];
     EXPECT_EQ(listing(copies()), Listing{}) << arguments[0];
   }
 }
@@ -136,19 +133,18 @@ TEST_F(SnapshotTest, RemovesTheCopyWhenOutputIsClosedEarly) {
 TEST_F(SnapshotTest, RemovesTheCopyOnASignal) {
   import_sample();
   const std::size_t size = read_file(file()).size();
-  for (const int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
+  for (const int interrupt : interrupts()) {
     // The program waits at the log, after it has copied the main file.
     const LeasedFile log(file() + "-wal");
     if (!log.is_held()) GTEST_SKIP() << "the file system has no leases";
-    const int out = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const pid_t pid = start({"list", store()}, out);
+    const pid_t pid = start({"list", store()}, null_output());
     EXPECT_TRUE(log.wait_for_opener());
     for (const auto& entry : std::filesystem::directory_iterator(copies())) {
       EXPECT_EQ(std::filesystem::file_size(entry.path() / "corvan"), size);
     }
-    kill(pid, signal_number);
-    EXPECT_EQ(wait(pid), -signal_number);
-    EXPECT_EQ(listing(copies()), Listing{}) << signal_number;
+    interrupt_process(pid, interrupt);
+    EXPECT_EQ(wait(pid), interrupted_status(interrupt));
+    EXPECT_EQ(listing(copies()), Listing{}) << interrupt;
   }
 }
 

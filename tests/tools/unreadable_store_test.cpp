@@ -1,7 +1,6 @@
 // Commands that only read refuse what is not a readable store, and do not change it.
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>

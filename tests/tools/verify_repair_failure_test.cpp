@@ -1,13 +1,9 @@
 // A repair that fails must change nothing.
 
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
-#include <sys/types.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -34,11 +30,10 @@ TEST_F(VerifyTest, FailedRepairChangesNothing) {
   }
   {
     const WriteAhead writer(file(), "begin immediate");
-    const int out = open(temporary("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const pid_t pid = start({"verify", store(), "--repair", kAll}, out);
+    const pid_t pid = start({"verify", store(), "--repair", kAll}, create_output(temporary("out")));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    kill(pid, SIGINT);
-    EXPECT_EQ(wait(pid), -SIGINT);
+    interrupt_process(pid, interrupts()[0]);
+    EXPECT_EQ(wait(pid), interrupted_status(interrupts()[0]));
   }
   EXPECT_EQ(backups(), Rows{});
   EXPECT_EQ(codes(verify(1)), Rows{"counter-unread"});
@@ -47,9 +42,13 @@ TEST_F(VerifyTest, FailedRepairChangesNothing) {
   expect_refused({"--backup", taken}, taken + ": exists already; name a new place");
   expect_refused({"--backup", folder.file("no/where")},
                  folder.file("no") + ": no such folder; create it first");
+}
 
+TEST_F(VerifyTest, ABackupThatDoesNotFitChangesNothing) {
+  import_sample();
+  plant("update t_session set unread_count=8 where session_id='room'");
   // The backup does not fit, but the 32 KiB that SQLite writes beside the store do.
-  largest_file = rlim_t{40} << 10;
+  largest_file = std::uint64_t{40} << 10;
   const Outcome outcome = run({"verify", store(), "--repair", "counters"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_NE(outcome.err.find("; nothing was changed; make room there, or name another folder with "
@@ -83,13 +82,13 @@ TEST_F(VerifyTest, FailedCommitLeavesStoreAndBackup) {
   EXPECT_EQ(corvan_test::rows(first + "/corvan", counter), Rows{"8"});
 
   const std::string second = folder.file("second");
-  const int out = open(temporary("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  const pid_t pid = start({"verify", store(), "--repair", "counters", "--backup", second}, out);
+  const pid_t pid = start({"verify", store(), "--repair", "counters", "--backup", second},
+                          create_output(temporary("out")));
   for (int i = 0; i < 5000 && !std::filesystem::exists(second); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  kill(pid, SIGTERM);
-  EXPECT_EQ(wait(pid), -SIGTERM);
+  interrupt_process(pid, interrupts()[0]);
+  EXPECT_EQ(wait(pid), interrupted_status(interrupts()[0]));
   EXPECT_EQ(corvan_test::rows(second + "/corvan", counter), Rows{"8"});
 
   sqlite3_close(reader);

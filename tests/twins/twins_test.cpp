@@ -6,11 +6,11 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "tests/support/bounds.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/twins/running.h"
 
 namespace corvan_test {
 namespace {
@@ -22,9 +22,10 @@ class Twins : public testing::Test {
   static std::string transcript(const std::string& program, uint64_t seed, uint64_t count) {
     const TemporaryFolder folder;
     const std::string file = folder.file("transcript");
-    const std::string command = program + " '" + file + "' " + std::to_string(seed) + " " +
-                                std::to_string(count) + " " + std::to_string(length());
-    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    EXPECT_EQ(run_program(program, {file, std::to_string(seed), std::to_string(count),
+                                    std::to_string(length())}),
+              0)
+        << program << ", seed " << seed;
     return read_file(file);
   }
 

@@ -2,7 +2,6 @@
 
 #include <sqlite3.h>
 
-#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -110,14 +109,6 @@ void fill_store(const std::string& folder, int messages) {
   store.set_message_draft("room-1", Corvan::CV_GROUP, kPlanted + " draft");
   store.commit_transaction();
   store.close_db();
-}
-
-int fill_store_and_die(const std::string& folder) {
-  Corvan::CvDbSingleton& store = *Corvan::CvDbSingleton::get_instance();
-  if (!store.init_open_db(cvrtc::Pathname(folder), "", "me")) return 1;
-  save(store, 1000);
-  raise(SIGKILL);
-  return 1;
 }
 
 void run_sql(const std::string& folder, const std::string& sql) {

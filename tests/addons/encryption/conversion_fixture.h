@@ -33,10 +33,6 @@ std::vector<std::string> contents(const std::string& file);
 // Saves messages, a draft and sync times through the store's class, and closes it.
 void fill_store(const std::string& folder, int messages);
 
-// Saves one message more and kills the process, so that the message is in the log only. Returns if
-// that fails.
-int fill_store_and_die(const std::string& folder);
-
 // Runs statements on the folder's file. Throws std::runtime_error if they fail.
 void run_sql(const std::string& folder, const std::string& sql);
 

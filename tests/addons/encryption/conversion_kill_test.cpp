@@ -4,12 +4,14 @@
 #include <sys/vfs.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <limits>
 #include <string>
 #include <vector>
 
+#include "db/cv_db_singleton.h"
 #include "tests/addons/encryption/conversion_fixture.h"
 #include "tests/addons/encryption/traced_process.h"
 
@@ -158,12 +160,23 @@ class ConversionKillTest : public ConversionTest, public testing::WithParamInter
   std::vector<std::string> expected_;
 };
 
+// Saves one message more and kills the process, so that the message is in the log only. Returns if
+// that fails.
+int save_and_die(const std::string& folder) {
+  Corvan::CvDbSingleton& store = *Corvan::CvDbSingleton::get_instance();
+  if (!store.init_open_db(cvrtc::Pathname(folder), "", "me")) return 1;
+  store.save_message("room-0", Corvan::CV_GROUP, "CV:TxtMsg", "u", kPlanted + " last", true, 0, 0,
+                     false, 2000, 0, "server-last", false, false, true);
+  raise(SIGKILL);
+  return 1;
+}
+
 void ConversionKillTest::make_store_with_log() const {
   const TracedRun run = run_traced(
       [this] {
         use_key(pathname(), GetParam().from());
         fill_store(store_folder(), kMessages);
-        return fill_store_and_die(store_folder());
+        return save_and_die(store_folder());
       },
       kNever);
   EXPECT_FALSE(run.has_finished);

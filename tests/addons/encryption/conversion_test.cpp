@@ -1,9 +1,6 @@
 // The conversions: what they keep, what they refuse, and what they leave behind.
 
 #include <sqlite3.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,28 +9,7 @@
 
 #include "db/cv_db_singleton.h"
 #include "tests/addons/encryption/conversion_fixture.h"
-
-namespace {
-
-bool file_system_is_full = false;
-
-}  // namespace
-
-// Which of the two is called depends on the size of file offsets.
-extern "C" {
-int __real_statvfs(const char* path, struct statvfs* system);
-int __real_statvfs64(const char* path, struct statvfs* system);
-int __wrap_statvfs(const char* path, struct statvfs* system) {
-  const int rc = __real_statvfs(path, system);
-  if (file_system_is_full) system->f_bavail = 16;
-  return rc;
-}
-int __wrap_statvfs64(const char* path, struct statvfs* system) {
-  const int rc = __real_statvfs64(path, system);
-  if (file_system_is_full) system->f_bavail = 16;
-  return rc;
-}
-}
+#include "tests/addons/encryption/full_disk.h"
 
 namespace corvan_test {
 
@@ -128,18 +104,6 @@ TEST_F(ConversionTest, IdsAreNotUsedAgain) {
                                    false, 5000, 0, "server-new", false, false, true));
 }
 
-TEST_F(ConversionTest, PermissionsStay) {
-  for (const mode_t mode : {0600U, 0640U}) {
-    ASSERT_EQ(0, chmod(file().c_str(), mode));
-    StoreKeys::forget(pathname());
-    EXPECT_TRUE(encrypt_store(pathname(), test_key(1)).detail.empty());
-    struct stat status {};
-    ASSERT_EQ(0, stat(file().c_str(), &status));
-    EXPECT_EQ(mode, status.st_mode & 0777U);
-    EXPECT_EQ(ConversionResult::kDone, decrypt_store(pathname()).result);
-  }
-}
-
 // A killed client leaves a log with messages that are not in the file yet.
 TEST_F(ConversionTest, TheLogOfAKilledProcessIsPartOfTheStore) {
   const auto before = contents();
@@ -169,19 +133,6 @@ TEST_F(ConversionTest, AnUnfinishedCopyIsRemoved) {
   write_file(file() + ".converting", kPlanted);
   EXPECT_EQ(ConversionResult::kAlreadyDone, encrypt_store(pathname(), test_key(1)).result);
   EXPECT_EQ(1U, files_of(store_folder()).size());
-}
-
-TEST_F(ConversionTest, ALinkedStoreIsConvertedWhereItIs) {
-  const std::string elsewhere = folder.file("elsewhere.sqlite");
-  std::filesystem::rename(file(), elsewhere);
-  std::filesystem::create_symlink(elsewhere, file());
-  const auto before = contents();
-  encrypt();
-  EXPECT_TRUE(std::filesystem::is_symlink(file()));
-  EXPECT_EQ(before, contents());
-  EXPECT_EQ("", files_with_planted_text(folder.path()));
-  EXPECT_EQ(ConversionResult::kDone, decrypt_store(pathname()).result);
-  EXPECT_EQ(before, contents());
 }
 
 // What a refused conversion must leave as it was.
@@ -246,15 +197,15 @@ TEST_F(RefusedConversionTest, AnOpenStore) {
 }
 
 TEST_F(RefusedConversionTest, TooLittleRoom) {
-  file_system_is_full = true;
+  fill_file_system(true);
   expect_refused(ConversionResult::kNoSpace, encrypt_store(pathname(), test_key(1)));
-  file_system_is_full = false;
+  fill_file_system(false);
   encrypt();
   remember();
-  file_system_is_full = true;
+  fill_file_system(true);
   expect_refused(ConversionResult::kNoSpace, decrypt_store(pathname()));
   expect_refused(ConversionResult::kNoSpace, rekey_store(pathname(), test_key(1), test_key(2)));
-  file_system_is_full = false;
+  fill_file_system(false);
 }
 
 TEST_F(RefusedConversionTest, HardLinksWouldKeepThePlainText) {

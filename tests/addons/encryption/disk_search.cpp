@@ -48,8 +48,12 @@ void search(const fs::path& path, std::string& found) {
   if (has_plaintext(content_of(path))) found += path.string() + "\n";
 }
 
+// Wine shows those of the system below it.
+constexpr bool kHasPosixFolders = fs::path::preferred_separator == '/';
+
 std::set<fs::path> temporary_folders() {
-  std::set<fs::path> folders = {"/tmp", "/var/tmp", "/usr/tmp"};
+  std::set<fs::path> folders = {fs::temp_directory_path()};
+  if (kHasPosixFolders) folders.insert({"/tmp", "/var/tmp", "/usr/tmp"});
   for (const char* const name : {"TMPDIR", "SQLITE_TMPDIR"}) {
     if (const char* const folder = std::getenv(name)) folders.insert(folder);
   }
@@ -119,7 +123,7 @@ std::string plaintext_elsewhere() {
   for (const fs::path& file : temporary_files()) {
     if (files_at_start.count(file) == 0) search(file, found);
   }
-  search_open_files(found);
+  if (kHasPosixFolders) search_open_files(found);
   return found;
 }
 

@@ -2,9 +2,9 @@
 // opened, and no others.
 
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <filesystem>
+#include <system_error>
 
 #include "tests/addons/encryption/keys_fixture.h"
 
@@ -28,7 +28,9 @@ class KeyedFiles : public Keys {
     CORVAN_NEED_CIPHER();
     fs::create_directory(folder.path() + "store");
     fs::create_directory(folder.path() + "elsewhere");
-    fs::create_directory_symlink(folder.path() + "store", folder.path() + "link");
+    std::error_code failure;
+    fs::create_directory_symlink(folder.path() + "store", folder.path() + "link", failure);
+    has_links_ = !failure;
   }
 
   std::string place() const { return folder.path() + "store/"; }
@@ -47,7 +49,11 @@ class KeyedFiles : public Keys {
   }
 
   const fs::path start_;
+  bool has_links_ = false;  // mingw-w64 has no function that creates them
 };
+
+#define NEED_LINKS() \
+  if (!has_links_) GTEST_SKIP() << "no symbolic link can be created"
 
 TEST_F(KeyedFiles, StoreAndAddonFilesOnly) {
   StoreKeys::set(path(place()), key(1));
@@ -59,6 +65,7 @@ TEST_F(KeyedFiles, StoreAndAddonFilesOnly) {
   for (const char* const name :
        {"corvan.db", "corvan2", "corvan.bak", "Corvan", "xcorvan", "other", "sub/corvan",
         "sub/corvan-search", "../elsewhere/corvan", "../corvan"}) {
+    if (fs::exists(place() + name)) continue;  // the file system does not distinguish "Corvan"
     write_word(place() + name);
     EXPECT_FALSE(is_encrypted(place() + name)) << name;
   }
@@ -92,6 +99,7 @@ TEST_F(KeyedFiles, UriNamesAreKeyed) {
 }
 
 TEST_F(KeyedFiles, EverySpellingOfTheFolderFindsTheKey) {
+  NEED_LINKS();
   fill(place(), 1, 3);
   StoreKeys::forget(path(place()));
   fs::current_path(folder.path());
@@ -124,6 +132,7 @@ TEST_F(KeyedFiles, EverySpellingOfTheFolderFindsTheKey) {
 }
 
 TEST_F(KeyedFiles, NewFolderByAnySpellingIsEncrypted) {
+  NEED_LINKS();
   for (const std::string& set_as : {place(), folder.path() + "link/"}) {
     for (const std::string& opened_as : {place(), folder.path() + "link/"}) {
       put_files(place(), {});
@@ -161,6 +170,7 @@ TEST_F(KeyedFiles, FolderMayBeCreatedLater) {
 }
 
 TEST_F(KeyedFiles, FolderMayBeCreatedLaterAsLink) {
+  NEED_LINKS();
   StoreKeys::set(path(folder.path() + "later/"), key(1));
   fs::create_directory_symlink(folder.path() + "elsewhere", folder.path() + "later");
   for (const char* const name : {"later/", "elsewhere/"}) {
@@ -172,6 +182,7 @@ TEST_F(KeyedFiles, FolderMayBeCreatedLaterAsLink) {
 }
 
 TEST_F(KeyedFiles, StoreThatIsLinkToFileElsewhere) {
+  NEED_LINKS();
   for (const bool exists : {false, true}) {
     const std::string target = folder.path() + "elsewhere/data";
     if (exists) write_file(target, "");

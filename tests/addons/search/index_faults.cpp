@@ -1,13 +1,13 @@
 #include "tests/addons/search/index_faults.h"
 
-#include <string>
+#include <filesystem>
 
 namespace corvan_test {
 
 namespace {
 
 bool is_index(const char* path) {
-  return std::string(path).find("/corvan-search") != std::string::npos;
+  return std::filesystem::u8path(path).filename().u8string().rfind("corvan-search", 0) == 0;
 }
 
 }  // namespace

@@ -186,7 +186,8 @@ void FilledStore::open_large() {
 
 void FilledStore::open_copy(const std::string& filled) {
   store().close_db();
-  std::filesystem::copy_file(filled, file(), std::filesystem::copy_options::overwrite_existing);
+  std::filesystem::remove(file());
+  std::filesystem::copy_file(filled, file());
   ASSERT_TRUE(open());
   store().execute_none_query(kWithoutSync);
 }

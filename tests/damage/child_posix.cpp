@@ -4,8 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -18,13 +16,6 @@ namespace corvan_test {
 namespace {
 
 constexpr unsigned kSeconds = 60;
-
-template <std::size_t size>
-void put(std::array<char, size>& field, const std::string& text) {
-  const std::size_t count = std::min(text.size(), size - 1);
-  std::copy_n(text.begin(), count, field.begin());
-  field.at(count) = '\0';
-}
 
 class SharedOutcome {
  public:
@@ -61,24 +52,6 @@ std::string ended_otherwise(int status) {
 }
 
 }  // namespace
-
-void note_running(Outcome& outcome, const std::string& operation) {
-  put(outcome.running, operation);
-}
-
-void note_deletion(Outcome& outcome, const std::string& operation) {
-  if (!outcome.deleted) put(outcome.deleted_by, operation);
-  outcome.deleted = true;
-}
-
-void note_failure(Outcome& outcome, const std::string& line) {
-  if (!outcome.failed) put(outcome.failure, line);
-  outcome.failed = true;
-}
-
-void complain(Outcome& outcome, const std::string& text) {
-  put(outcome.complaint, outcome.complaint.data() + text + "\n");
-}
 
 Ended in_child(const std::function<void(Outcome&)>& work) {
   const SharedOutcome shared;
