@@ -60,6 +60,12 @@ install(FILES "${PROJECT_BINARY_DIR}/CorvanConfig.cmake"
               "${PROJECT_BINARY_DIR}/CorvanConfigVersion.cmake"
         DESTINATION "${CORVAN_CMAKEDIR}" COMPONENT dev)
 
+if(WIN32)
+  install(FILES "${CMAKE_CURRENT_LIST_DIR}/CorvanManifest.cmake" DESTINATION "${CORVAN_CMAKEDIR}" COMPONENT dev)
+  install(FILES "${CMAKE_CURRENT_LIST_DIR}/windows/utf8.manifest" "${CMAKE_CURRENT_LIST_DIR}/windows/utf8.rc"
+          DESTINATION "${CORVAN_CMAKEDIR}/windows" COMPONENT dev)
+endif()
+
 # The prefix is relative to the .pc file, so that an installation can be moved.
 set(pkgconfigdir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
