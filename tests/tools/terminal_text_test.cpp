@@ -154,6 +154,10 @@ TEST_F(TerminalTextTest, TablesAndErrorsEscapeControlCharacters) {
     EXPECT_NE((outcome.out + outcome.err).find("\\x7f\\u061c\\u200e"), std::string::npos)
         << arguments[0] << ": " << outcome.out << outcome.err;
   }
+}
+
+TEST_F(TerminalTextTest, ErrorsEscapeControlCharactersInNamesOfLogs) {
+  const std::string text = "x" + all_drivers();
   const std::string log = write("l" + text, "{\"" + text + "\":1}\n\"" + text + "\n");
   const Outcome bad = run({"import", store(), "--user", "me", "--skip-bad", log});
   expect_harmless(bad.err);
