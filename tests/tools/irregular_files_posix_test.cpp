@@ -89,7 +89,7 @@ TEST_F(IrregularFilesTest, SalvageRefusesALogThatIsNotRegular) {
     const Outcome outcome = run({"salvage", store(), folder.file("made")});
     EXPECT_EQ(outcome.status, 2);
     const bool is_link = std::string(one.what) == "link to nothing";
-    EXPECT_EQ(outcome.err, "corvan: " + fs::canonical(store()).string() +
+    EXPECT_EQ(outcome.err, "corvan: " + fs::canonical(store()).generic_u8string() +
                                "/corvan-wal: " + (is_link ? "a dangling link" : "not a file") +
                                "; move it away and try again\n");
     EXPECT_EQ(run({"salvage", store(), folder.file("made"), "--without-log"}).status, 0);
@@ -108,7 +108,9 @@ TEST_F(IrregularFilesTest, FollowsALinkToTheStore) {
   for (const char* command : {"list", "compact"}) {
     const Outcome outcome = run({command, other});
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.err.find("corvan: " + fs::canonical(store()).string() + "/corvan-wal: "), 0U)
+    EXPECT_EQ(
+        outcome.err.find("corvan: " + fs::canonical(store()).generic_u8string() + "/corvan-wal: "),
+        0U)
         << outcome.err;
   }
 }

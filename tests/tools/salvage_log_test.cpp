@@ -155,9 +155,10 @@ TEST_F(SalvageTest, ReadsALogWithoutItsFile) {
 
   const Outcome outcome = run({"salvage", file() + "-wal", salvaged + "2"});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + std::filesystem::canonical(file() + "-wal").string() +
-                             ": this is a write-ahead log; name the file next to it instead, "
-                             "without -wal, even if that file is gone\n");
+  EXPECT_EQ(outcome.err,
+            "corvan: " + std::filesystem::canonical(file() + "-wal").generic_u8string() +
+                ": this is a write-ahead log; name the file next to it instead, "
+                "without -wal, even if that file is gone\n");
 }
 
 }  // namespace

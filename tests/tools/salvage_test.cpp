@@ -25,7 +25,8 @@ TEST_F(SalvageTest, ReadsAFileOfAnyNameInAReadOnlyFolder) {
   unprivileged = true;
   const std::string made = store() + "/made";
   const std::string text = output({"salvage", place + "/old.bak", made});
-  EXPECT_EQ(text.find("from " + std::filesystem::canonical(place).string() + "/old.bak\n"), 0U);
+  EXPECT_EQ(
+      text.find("from " + std::filesystem::canonical(place).generic_u8string() + "/old.bak\n"), 0U);
   EXPECT_NE(text.find("\nnext: corvan verify " + made + " --repair counters,latest,times\n"),
             std::string::npos);
   EXPECT_EQ(listing(place), before);
@@ -128,7 +129,8 @@ TEST_F(SalvageTest, RefusesAFifo) {
   const Listing before = listing(folder.path());
   const Outcome outcome = run({"salvage", fifo, salvaged});
   EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.err, "corvan: " + std::filesystem::canonical(fifo).string() + ": not a file\n");
+  EXPECT_EQ(outcome.err,
+            "corvan: " + std::filesystem::canonical(fifo).generic_u8string() + ": not a file\n");
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(listing(folder.path()), before);
 }

@@ -50,22 +50,9 @@ class TerminalTextTest : public ExportSample {
     }
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
   }
-};
 
-TEST_F(TerminalTextTest, JsonEscapesControlCharacters) {
-  const std::string text = "中文 😀 שלום \xE2\x80\x8D " + all_drivers() + "é";
-  import(line({{"session_id", text}, {"content", text}, { "sender", text }}));
-  plant("update t_session set unread_count=9,title=session_id,draft=session_id");
-  plant("create table \"" + text + "\"(a)");
-  for (const Arguments& arguments :
-       std::vector<Arguments>{{"list", store(), "--json"},
-                              {"history", store(), text, "--type", "2", "--json"},
-                              {"show", store(), "1", "--json"},
-                              {"search", store(), "中", "--json"},
-                              {"stats", store(), "--json"},
-                              {"verify", store(), "--json"},
-                              {"verify", store(), "--json", "--repair", "counters", "--dry-run"},
-                              {"backup", store(), folder.file("b" + text), "--json"}}) {
+  // Expects JSON with the texts of json_text() and no control characters.
+  void expect_escaped_json(const Arguments& arguments) {
     const Outcome outcome = run(arguments);
     expect_harmless(outcome.out);
     expect_harmless(outcome.err);
@@ -74,6 +61,27 @@ TEST_F(TerminalTextTest, JsonEscapesControlCharacters) {
     EXPECT_NE(Json::parse(outcome.out).dump().find(all_drivers().substr(1)), std::string::npos)
         << arguments[0];
   }
+
+  static std::string json_text() { return "中文 😀 שלום \xE2\x80\x8D " + all_drivers() + "é"; }
+};
+
+TEST_F(TerminalTextTest, JsonEscapesControlCharacters) {
+  const std::string text = json_text();
+  import(line({{"session_id", text}, {"content", text}, { "sender", text }}));
+  plant("update t_session set unread_count=9,title=session_id,draft=session_id");
+  plant("create table \"" + text + "\"(a)");
+  expect_escaped_json({"list", store(), "--json"});
+  expect_escaped_json({"history", store(), text, "--type", "2", "--json"});
+  expect_escaped_json({"show", store(), "1", "--json"});
+  expect_escaped_json({"search", store(), "中", "--json"});
+  expect_escaped_json({"stats", store(), "--json"});
+  expect_escaped_json({"verify", store(), "--json"});
+  expect_escaped_json({"verify", store(), "--json", "--repair", "counters", "--dry-run"});
+}
+
+TEST_F(TerminalTextTest, JsonEscapesControlCharactersInNamesOfFolders) {
+  import(line({}));
+  expect_escaped_json({"backup", store(), folder.file("b" + json_text()), "--json"});
 }
 
 TEST_F(TerminalTextTest, JsonlExportIsHarmlessAndExact) {
@@ -154,6 +162,10 @@ TEST_F(TerminalTextTest, TablesAndErrorsEscapeControlCharacters) {
     EXPECT_NE((outcome.out + outcome.err).find("\\x7f\\u061c\\u200e"), std::string::npos)
         << arguments[0] << ": " << outcome.out << outcome.err;
   }
+}
+
+TEST_F(TerminalTextTest, ErrorsEscapeControlCharactersInNamesOfLogs) {
+  const std::string text = "x" + all_drivers();
   const std::string log = write("l" + text, "{\"" + text + "\":1}\n\"" + text + "\n");
   const Outcome bad = run({"import", store(), "--user", "me", "--skip-bad", log});
   expect_harmless(bad.err);
