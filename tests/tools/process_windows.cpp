@@ -131,7 +131,8 @@ pid_t start_process(const Launch& launch) {
   const DWORD flags = CREATE_NO_WINDOW | CREATE_UNICODE_ENVIRONMENT;
   if (CreateProcessW(wide(launch.words[0]).c_str(), line.data(), nullptr, nullptr, TRUE, flags,
                      variables.data(), nullptr, &start, &process) == 0) {
-    throw std::runtime_error("cannot start " + launch.words[0]);
+    const std::string error = std::to_string(GetLastError());
+    throw std::runtime_error("cannot start " + launch.words[0] + ": error " + error);
   }
   CloseHandle(process.hThread);
   const auto pid = static_cast<pid_t>(process.dwProcessId);
