@@ -93,6 +93,15 @@ class AccessList {
   PSECURITY_DESCRIPTOR descriptor_ = nullptr;
 };
 
+bool is_held(DWORD error) {
+  return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
+}
+
+bool is_read_only(const std::string& file) {
+  const DWORD attributes = GetFileAttributesW(wide(file).c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+}
+
 }  // namespace
 
 const bool kReplacesOpenFiles = false;
@@ -104,9 +113,16 @@ bool has_other_names(const std::string& file) {
   return status.nNumberOfLinks > 1;
 }
 
+// A virus scanner can hold a new file for a moment, so this tries for about a second.
 void remove_file(const std::string& file) {
-  if (DeleteFileW(wide(file).c_str()) != 0) return;
-  const DWORD error = GetLastError();
+  constexpr int kAttempts = 50;
+  constexpr DWORD kPause = 20;  // milliseconds
+  DWORD error = ERROR_SHARING_VIOLATION;
+  for (int i = 0; i < kAttempts && is_held(error); ++i) {
+    if (i > 0) Sleep(kPause);
+    if (DeleteFileW(wide(file).c_str()) != 0) return;
+    error = GetLastError();
+  }
   if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) fail("DeleteFile", error);
 }
 
@@ -130,12 +146,14 @@ void sync_file(const std::string& file) {
   if (FlushFileBuffers(made.get()) == 0) fail("FlushFileBuffers");
 }
 
+// Does not try again: another process could use the old file meanwhile.
 void rename_over(const std::string& from, const std::string& to) {
   constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
   if (MoveFileExW(wide(from).c_str(), wide(to).c_str(), kFlags) != 0) return;
   // Windows denies the access to a file that is open, whatever its users share.
   const DWORD error = GetLastError();
-  fail("MoveFileEx", error == ERROR_ACCESS_DENIED ? DWORD{ERROR_SHARING_VIOLATION} : error);
+  const bool is_open = error == ERROR_ACCESS_DENIED && !is_read_only(to);
+  fail("MoveFileEx", is_open ? DWORD{ERROR_SHARING_VIOLATION} : error);
 }
 
 std::string sync_folder(const std::string& /*folder*/) {

@@ -51,11 +51,21 @@ void Indexing::open_files() {
   files_ = std::make_unique<Files>(store_file_, index_file_, close_reader_);
 }
 
+// Meanwhile, another thread may report further damage.
+void Indexing::delete_if_damaged() {
+  if (!is_damaged_.exchange(false)) return;
+  try {
+    require_deletion();
+  } catch (...) {
+    is_damaged_ = true;
+    throw;
+  }
+}
+
 void Indexing::ensure_open() {
   if (files_ != nullptr && is_open()) return;
   close();
-  if (is_damaged_) require_deletion();
-  is_damaged_ = false;
+  delete_if_damaged();
   open_files();
   if (!fit_to_store(&files_->index, &files_->store)) {
     close();

@@ -63,6 +63,7 @@ class Indexing {
   void open_files();
   void close();
   void require_deletion();
+  void delete_if_damaged();
   template <typename Work>
   void use(const Work& work);
   bool make_compact(const TimeBudget& budget, bool has_indexed);

@@ -146,6 +146,7 @@ TEST_F(HistoryTest, RejectsAMessageOfAnotherConversationAsAnchor) {
 TEST_F(HistoryTest, ShowsTimesOfAllYears) {
   import(line({}));
   const std::vector<std::pair<std::string, std::string>> cases = {
+      {"-9223372036854775808", "-292275055-05-16 16:47:04"},
       {"-1000", "1969-12-31 23:59:59"},
       {"-62135596800000", "1-01-01 00:00:00"},
       {"2147483648000", "2038-01-19 03:14:08"},

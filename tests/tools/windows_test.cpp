@@ -43,6 +43,37 @@ TEST_F(WindowsTest, TakesAndShowsNamesInUnicode) {
   EXPECT_EQ(run({"list", missing}).err.find("corvan: " + missing), 0U) << read_err();
 }
 
+TEST_F(WindowsTest, RefusesOtherSpellingsOfTheNameOfAStoresFile) {
+  import_sample();
+  for (const char* const name : {"CORVAN-JOURNAL", "corvan-wal.", "Corvan-Search. ."}) {
+    const std::string place = with_backslashes(store()) + "\\" + name;
+    EXPECT_EQ(run({"export", store(), "--format", "jsonl", "--output", place}).status, 2) << name;
+    EXPECT_NE(read_err().find("the name of a store's own file"), std::string::npos) << read_err();
+  }
+}
+
+TEST_F(WindowsTest, WritesFoldersWithLongPaths) {
+  import_sample();
+  const std::string name(120, 'n');
+  const std::string parent = folder.file(name + "/" + name);
+  std::filesystem::create_directories(std::filesystem::u8path(parent));
+  const Outcome outcome = run({"backup", store(), parent + "/copy"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(run({"check", parent + "/copy"}).status, 0) << read_err();
+}
+
+TEST_F(WindowsTest, RefusesAMissingDrive) {
+  const std::string log = write("log.jsonl", line({}));
+  for (const char* const place : {"q:", "q:/", "q:/s", "q:\\s\\t"}) {
+    EXPECT_EQ(run({"import", place, "--user", "me", log}).status, 2) << place;
+  }
+}
+
+TEST_F(WindowsTest, TakesArgumentsThatBeginWithASlash) {
+  import_sample();
+  EXPECT_EQ(run({"search", store(), "/x"}).err, "corvan: no such messages\n");
+}
+
 TEST_F(WindowsTest, AcceptsABackslashAtTheEndOfAFolder) {
   import_sample();
   const std::string typed = with_backslashes(store()) + "\\";

@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -93,6 +95,13 @@ void print_backup(const Backup& backup) {
       backup.log_bytes > 0 ? "the write-ahead log is in it" : "there was no write-ahead log");
 }
 
+// The check of the copy may have created it.
+void remove_index_of_log(const std::string& file) {
+  const int error = remove_file(file + kIndexSuffix);
+  if (error == 0 || error == ENOENT) return;
+  throw ToolError(file + kIndexSuffix + ": " + std::strerror(error));
+}
+
 Backup make_backup(const BackupOptions& options) {
   PendingOutput folder = PendingOutput::folder(options.to);
   const std::string file = store_file(folder.path());
@@ -104,7 +113,7 @@ Backup make_backup(const BackupOptions& options) {
   backup.damage = damage_of_store(file, store_file(options.folder));
   if (backup.damage.empty()) backup.damage = complete_copy(file, options.to, backup);
   if (!backup.damage.empty()) copy_store(options.folder, file);
-  remove_file(file + kIndexSuffix);  // created by the check
+  remove_index_of_log(file);
   backup.bytes = store_sizes(file).file;
   folder.keep();
   return backup;

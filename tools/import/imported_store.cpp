@@ -25,7 +25,8 @@ namespace {
 void require_no_store_files_above(const std::string& folder) {
   namespace fs = std::filesystem;
   std::error_code ignored;
-  for (fs::path path = fs::u8path(folder); !path.empty() && !fs::exists(path, ignored);
+  // The parent of a root is the root itself.
+  for (fs::path path = fs::u8path(folder); path.has_relative_path() && !fs::exists(path, ignored);
        path = path.parent_path()) {
     if (path.has_filename()) require_no_store_file(path.u8string());
   }

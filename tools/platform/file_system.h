@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace corvan_tool {
 
@@ -17,6 +18,14 @@ extern const std::size_t kLongestName;
 // Whether the character separates the names of a path that a user writes.
 bool is_path_delimiter(char character);
 
+// The name of a file in one of the spellings that the system takes for the same file: in lower case
+// and without dots, blanks and the name of a stream at its end on Windows, unchanged elsewhere.
+std::string comparable_name(std::string name);
+
+// The text of a path, with '/' as the delimiter; but unchanged if it begins with two
+// delimiters, as the path of a file on a server does.
+std::string path_text(const std::filesystem::path& path);
+
 // The folder for temporary files.
 std::filesystem::path temporary_folder(std::error_code& error);
 
@@ -24,6 +33,10 @@ std::filesystem::path temporary_folder(std::error_code& error);
 // must be "XXXXXX"; letters and digits replace them. Return 0, or the number of errno.
 int make_private_file(std::string& path);
 int make_private_folder(std::string& path);
+
+// The paths of all files and folders below the folder, at any depth. Throws
+// std::filesystem::filesystem_error if the folder cannot be listed.
+std::vector<std::string> content_of(const std::string& folder);
 
 // Removes a file, or an empty folder. Returns 0, or the number of errno.
 int remove_file(const std::string& path);

@@ -18,6 +18,14 @@ bool is_path_delimiter(char character) {
   return character == '/';
 }
 
+std::string comparable_name(std::string name) {
+  return name;
+}
+
+std::string path_text(const fs::path& path) {
+  return path.string();
+}
+
 fs::path temporary_folder(std::error_code& error) {
   return fs::temp_directory_path(error);
 }
@@ -31,6 +39,14 @@ int make_private_file(std::string& path) {
 
 int make_private_folder(std::string& path) {
   return mkdtemp(path.data()) == nullptr ? errno : 0;
+}
+
+std::vector<std::string> content_of(const std::string& folder) {
+  std::vector<std::string> paths;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    paths.push_back(entry.path().string());
+  }
+  return paths;
 }
 
 int remove_file(const std::string& path) {

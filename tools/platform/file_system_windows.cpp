@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <random>
 #include <string_view>
@@ -29,6 +30,7 @@ template <typename Create>
 int make_private(std::string& path, const Create& create) {
   constexpr int kAttempts = 100;
   const PrivateAttributes attributes;
+  if (attributes.get() == nullptr) return EACCES;
   DWORD error = ERROR_ALREADY_EXISTS;
   for (int i = 0; i < kAttempts && errno_of(error) == EEXIST; ++i) {
     fill_in(path);
@@ -58,6 +60,28 @@ bool is_folder(const std::wstring& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+// A link to a folder is removed without what it leads to.
+bool is_real_folder(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return is_folder(path) && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+}
+
+// Unlike std::filesystem, also lists folders with paths of more than 260 characters.
+std::vector<std::string> names_in(const std::string& folder, std::error_code& error) {
+  std::vector<std::string> names;
+  WIN32_FIND_DATAW found = {};
+  const HANDLE search = FindFirstFileW(wide(folder + "/*").c_str(), &found);
+  error.assign(search == INVALID_HANDLE_VALUE ? errno_of(GetLastError()) : 0,
+               std::generic_category());
+  if (error) return names;
+  do {
+    const std::string name = utf8(found.cFileName);
+    if (name != "." && name != "..") names.push_back(name);
+  } while (FindNextFileW(search, &found));
+  FindClose(search);
+  return names;
+}
+
 // Whether the file or folder can be opened with this right. Sets errno if not.
 bool may_open(const std::string& path, DWORD access) {
   const HANDLE file = CreateFileW(wide(path).c_str(), access, kShared, nullptr, OPEN_EXISTING,
@@ -79,6 +103,22 @@ bool is_path_delimiter(char character) {
   return character == '/' || character == '\\';
 }
 
+std::string comparable_name(std::string name) {
+  name.resize(std::min(name.find(':'), name.size()));
+  name.resize(name.find_last_not_of(". ") + 1);
+  std::transform(name.begin(), name.end(), name.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return name;
+}
+
+std::string path_text(const fs::path& path) {
+  const std::string text = path.u8string();
+  const bool is_on_server =
+      text.size() > 1 && is_path_delimiter(text[0]) && is_path_delimiter(text[1]);
+  return is_on_server ? text : path.generic_u8string();
+}
+
 fs::path temporary_folder(std::error_code& error) {
   std::wstring path(MAX_PATH + 2, L'\0');
   path.resize(GetTempPathW(static_cast<DWORD>(path.size()), path.data()));
@@ -97,19 +137,29 @@ int make_private_folder(std::string& path) {
   });
 }
 
+std::vector<std::string> content_of(const std::string& folder) {
+  std::vector<std::string> paths;
+  std::error_code error;
+  for (const std::string& name : names_in(folder, error)) {
+    paths.push_back(folder + "/" + name);
+    if (!is_real_folder(wide(paths.back()))) continue;
+    const std::vector<std::string> below = content_of(paths.back());
+    paths.insert(paths.end(), below.begin(), below.end());
+  }
+  if (error) throw fs::filesystem_error("cannot list", fs::u8path(folder), error);
+  return paths;
+}
+
 int remove_file(const std::string& path) {
   const std::wstring name = wide(path);
   return errno_of(try_for_a_second([&name] { return remove_once(name); }));
 }
 
 void remove_with_content(const std::string& path, std::error_code& error) {
-  const fs::path name = fs::u8path(path);
-  const fs::file_type type = fs::symlink_status(name, error).type();
-  error.clear();
-  if (type == fs::file_type::directory) {
-    for (const auto& entry : fs::directory_iterator(name, error)) {
-      std::error_code ignored;  // the folder then cannot be removed either
-      remove_with_content(entry.path().u8string(), ignored);
+  if (is_real_folder(wide(path))) {
+    std::error_code ignored;  // the folder then cannot be removed either
+    for (const std::string& name : names_in(path, ignored)) {
+      remove_with_content(path + "/" + name, ignored);
     }
   }
   const int failure = remove_file(path);

@@ -116,7 +116,10 @@ class ConsoleInput {
     constexpr wchar_t kEnd = 0x1A;
     std::wstring units(kUnits, L'\0');
     DWORD count = 0;
+    SetLastError(ERROR_SUCCESS);
     if (!ReadConsoleW(console, units.data(), kUnits, &count, nullptr)) return false;
+    // Ctrl-C. This is not the end of the input: another thread is about to end the process.
+    if (count == 0 && GetLastError() == ERROR_OPERATION_ABORTED) Sleep(INFINITE);
     units.resize(count);
     if (!units.empty() && units.front() == kEnd) return true;
     units.insert(0, half_);
@@ -166,6 +169,10 @@ int open_at_once(const std::string& path) {
 
 int create_file(const std::string& path) {
   const PrivateAttributes attributes;
+  if (attributes.get() == nullptr) {
+    errno = EACCES;
+    return -1;
+  }
   return open_file(path, GENERIC_READ | GENERIC_WRITE, CREATE_NEW, attributes.get());
 }
 

@@ -8,16 +8,19 @@
 
 namespace corvan_tool {
 
-// Call this first. Failed writes do not end the process, new files are private, standard input and
-// output are binary, and a terminal shows UTF-8 and understands escape sequences.
+// Call this first. Failed writes do not end the process, standard input and output are binary, and
+// a terminal shows UTF-8 and understands escape sequences. On POSIX, new files are private.
 void set_up_process();
 
 // The arguments of main() without the program's name, in UTF-8.
 std::vector<std::string> program_arguments(int argc, char** argv);
 
-// What to do when the process is interrupted. Both are called once, on another thread.
+// What to do when the process is interrupted: the functions are called once, in this order, on
+// another thread.
 struct InterruptHandler {
-  // Returns what will be removed. Nothing may be added from now on, or forgotten.
+  // From now on, no path is added or forgotten.
+  void (*stop)();
+  // Returns what will be removed. Not called on POSIX, where open files can be removed.
   std::vector<std::string> (*paths)();
   // Removes it.
   void (*remove)();

@@ -25,7 +25,7 @@ namespace {
 void wait_for_interrupt(sigset_t signals, InterruptHandler handler) {
   int signal_number = 0;
   if (sigwait(&signals, &signal_number) != 0) return;
-  handler.paths();
+  handler.stop();
   handler.remove();
   end_by(signal_number);
 }

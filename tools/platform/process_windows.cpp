@@ -6,8 +6,10 @@
 #include <io.h>
 #include <shellapi.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 
 #include "tools/platform/own_files.h"
 #include "tools/platform/wide.h"
@@ -16,21 +18,61 @@ namespace corvan_tool {
 
 namespace {
 
-UINT output_page_before = 0;
 InterruptHandler handler_of_interrupts = {};
 
-void restore_output_page() {
-  if (output_page_before != 0) SetConsoleOutputCP(output_page_before);
+// The console's settings when the program started. Its input and output have one mode each; the
+// program's streams may lead elsewhere.
+class ConsoleSettings {
+ public:
+  void read() {
+    page_ = GetConsoleOutputCP();
+    each_mode([](HANDLE console, DWORD& mode) {
+      if (!GetConsoleMode(console, &mode)) mode = kUnknown;
+    });
+  }
+
+  void restore() {
+    if (page_ != 0) SetConsoleOutputCP(page_);
+    each_mode([](HANDLE console, DWORD& mode) {
+      if (mode != kUnknown) SetConsoleMode(console, mode);
+    });
+  }
+
+ private:
+  static constexpr DWORD kUnknown = ~DWORD{0};
+
+  template <typename Use>
+  void each_mode(const Use& use) {
+    const std::array<std::pair<const wchar_t*, DWORD*>, 2> all = {
+        {{L"CONIN$", &input_mode_}, {L"CONOUT$", &output_mode_}}};
+    for (const auto& [name, mode] : all) {
+      const HANDLE console =
+          CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                      nullptr, OPEN_EXISTING, 0, nullptr);
+      if (console == INVALID_HANDLE_VALUE) continue;
+      use(console, *mode);
+      CloseHandle(console);
+    }
+  }
+
+  UINT page_ = 0;  // 0: there is no console
+  DWORD input_mode_ = kUnknown;
+  DWORD output_mode_ = kUnknown;
+};
+
+ConsoleSettings console_before;
+
+void restore_console() {
+  console_before.restore();
 }
 
 void show_utf8() {
-  output_page_before = GetConsoleOutputCP();
-  if (output_page_before == 0) return;  // no console
-  SetConsoleOutputCP(CP_UTF8);
-  std::atexit(restore_output_page);
+  console_before.read();
+  if (!SetConsoleOutputCP(CP_UTF8)) return;  // no console
+  std::atexit(restore_console);
 }
 
-// Without an effect unless the stream is a console that knows these sequences.
+// Does nothing unless the stream is a console that supports these sequences.
 void understand_sequences(DWORD stream) {
   DWORD mode = 0;
   const HANDLE console = GetStdHandle(stream);
@@ -46,6 +88,7 @@ void take_temporary_folder() {
 
 // `waiting` points to the id of the thread that waits for this one.
 DWORD WINAPI remove_files(void* waiting) {
+  handler_of_interrupts.stop();
   const std::vector<std::string> paths = handler_of_interrupts.paths();
   if (paths.empty()) return 0;
   release_own_files(paths, *static_cast<const DWORD*>(waiting));
@@ -54,14 +97,15 @@ DWORD WINAPI remove_files(void* waiting) {
 }
 
 // The other threads are suspended meanwhile. If one of them owns a lock that the removal needs, the
-// process ends nevertheless, and leaves the files as if it had been killed. A console that is being
-// closed waits for five seconds.
-BOOL WINAPI end_by_interrupt(DWORD /*event*/) {
-  constexpr DWORD kPatience = 4000;  // milliseconds
+// process ends nevertheless, and leaves the files as if it had been killed. The system waits for
+// five seconds if the console is being closed or the user signs out.
+BOOL WINAPI end_by_interrupt(DWORD event) {
+  const bool may_take_long = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT;
+  const DWORD patience = may_take_long ? 60000 : 4000;  // milliseconds
   DWORD id = GetCurrentThreadId();
   const HANDLE remover = CreateThread(nullptr, 0, remove_files, &id, 0, nullptr);
-  if (remover != nullptr) WaitForSingleObject(remover, kPatience);
-  restore_output_page();
+  if (remover != nullptr) WaitForSingleObject(remover, patience);
+  restore_console();
   TerminateProcess(GetCurrentProcess(), STATUS_CONTROL_C_EXIT);
   return TRUE;
 }

@@ -34,8 +34,7 @@ class PrivateAttributes {
  public:
   PrivateAttributes();
 
-  // A SECURITY_ATTRIBUTES. Null if the system cannot express the permissions: then the new file
-  // inherits those of its folder.
+  // A SECURITY_ATTRIBUTES. Null if the system does not tell who the user is.
   void* get() const { return attributes_.get(); }
 
  private:

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "tools/platform/file_system.h"
 #include "tools/store/file_names.h"
 #include "tools/store/schema.h"
 #include "tools/store/store_files.h"
@@ -25,10 +26,10 @@ std::string path_of_damaged(const SalvageOptions& options) {
   const std::string file =
       fs::is_directory(fs::u8path(damaged), error) ? store_file(damaged) : damaged;
   const fs::path real = fs::canonical(fs::u8path(file), error);
-  if (!error) return real.generic_u8string();
+  if (!error) return path_text(real);
   const std::string why = error.message();
   constexpr std::string_view kEnd(kLogSuffix);
-  std::string log = fs::canonical(fs::u8path(file + kLogSuffix), error).generic_u8string();
+  std::string log = path_text(fs::canonical(fs::u8path(file + kLogSuffix), error));
   if (error || options.without_log || log.size() <= kEnd.size()) {
     throw ToolError(file + ": " + why + "; name the store's folder or file");
   }

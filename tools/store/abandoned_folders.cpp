@@ -50,7 +50,7 @@ void remove_abandoned_folders() {
   if (error) return;
   for (fs::directory_iterator one(parent, error), end; !error && one != end; one.increment(error)) {
     if (is_temporary_name(one->path().filename().u8string())) {
-      remove_if_abandoned(one->path().generic_u8string());
+      remove_if_abandoned(path_text(one->path()));
     }
   }
 }

@@ -51,9 +51,12 @@ void remove_for_good(const std::string& folder) {
   }
 }
 
-// Never unlocks the registry, so that nothing more is kept or begun.
-std::vector<std::string> unfinished_paths() {
+// Never unlocked again, so that nothing more is kept or begun.
+void lock_registry() {
   registry().mutex.lock();
+}
+
+std::vector<std::string> unfinished_paths() {
   std::vector<std::string> paths;
   for (const Entry& entry : registry().entries) paths.push_back(entry.path);
   return paths;
@@ -67,7 +70,7 @@ void remove_all_unfinished() {
 
 void remove_unfinished_when_interrupted() {
   registry();
-  handle_interrupts({unfinished_paths, remove_all_unfinished});
+  handle_interrupts({lock_registry, unfinished_paths, remove_all_unfinished});
 }
 
 std::string make_unfinished(const std::string& kept_as, const std::function<std::string()>& make) {

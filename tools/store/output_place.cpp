@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "tools/platform/file_system.h"
 #include "tools/store/file_names.h"
 #include "tools/store/store_files.h"
 #include "tools/ui/error.h"
@@ -48,7 +49,7 @@ void require_no_store_file(const std::string& place) {
   std::error_code ignored;
   const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
   const fs::path folder = fs::weakly_canonical(parent, ignored);
-  if (!is_store_file(folder, path.filename().u8string())) return;
+  if (!is_store_file(folder, comparable_name(path.filename().u8string()))) return;
   throw ToolError(place + ": the name of a store's own file; name another place");
 }
 

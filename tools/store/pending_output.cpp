@@ -3,10 +3,10 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "tools/platform/file_system.h"
 #include "tools/store/interrupt.h"
@@ -30,7 +30,7 @@ std::string temporary_name(const fs::path& place) {
     while (size > 0 && (static_cast<unsigned char>(name[size]) & 0xC0) == 0x80) --size;
     name.resize(size);
   }
-  return (place.parent_path() / fs::u8path(name + kMark)).generic_u8string();
+  return path_text(place.parent_path() / fs::u8path(name + kMark));
 }
 
 // Creates an empty file or folder for its owner alone, and returns its path.
@@ -65,14 +65,11 @@ void require_sync(const std::string& path) {
 
 // Makes a file, or a folder with its content, durable.
 void require_sync_of_all(const std::string& path) {
-  constexpr auto kFew = 16;
-  const fs::path name = fs::u8path(path);
-  if (fs::is_directory(name)) {
-    const fs::recursive_directory_iterator all(name);
-    if (std::distance(begin(all), end(all)) > kFew && sync_file_system(path)) return;
-    for (const auto& entry : fs::recursive_directory_iterator(name)) {
-      require_sync(entry.path().generic_u8string());
-    }
+  constexpr std::size_t kFew = 16;
+  if (fs::is_directory(fs::u8path(path))) {
+    const std::vector<std::string> all = content_of(path);
+    if (all.size() > kFew && sync_file_system(path)) return;
+    for (const std::string& one : all) require_sync(one);
   }
   require_sync(path);
 }

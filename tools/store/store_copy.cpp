@@ -42,7 +42,7 @@ constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
   throw ToolError(fmt::format(
       "{}: cannot be copied to {}: {}; make room there, or name another folder for temporary copies "
       "in TMPDIR",
-      from, folder.empty() ? "." : folder.generic_u8string(), why));
+      from, folder.empty() ? "." : path_text(folder), why));
 }
 
 // A new or emptied file.

@@ -75,7 +75,7 @@ bool is_plain_database(const std::string& file) {
 std::string real_file(const std::string& file) {
   std::error_code error;
   const fs::path real = fs::canonical(fs::u8path(file), error);
-  return error ? file : real.generic_u8string();
+  return error ? file : path_text(real);
 }
 
 StoreSizes store_sizes(const std::string& file) {

@@ -39,8 +39,7 @@ TemporaryFolder::TemporaryFolder() {
   std::error_code error;
   const std::filesystem::path parent = temporary_folder(error);
   if (error) throw ToolError("the folder for temporary files (TMPDIR): " + error.message());
-  const std::string pattern =
-      (parent / (std::string(kTemporaryPrefix) + "XXXXXX")).generic_u8string();
+  const std::string pattern = path_text(parent / (std::string(kTemporaryPrefix) + "XXXXXX"));
   path_ = make_unfinished("", [&] { return make_locked_folder(pattern, lock_); });
 }
 

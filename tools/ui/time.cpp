@@ -15,8 +15,9 @@ struct Division {
   int64_t rest;
 };
 Division divided(int64_t number, int64_t by) {
-  const int64_t rest = (number % by + by) % by;
-  return {(number - rest) / by, rest};
+  const bool is_exact_or_positive = number % by >= 0;
+  return is_exact_or_positive ? Division{number / by, number % by}
+                              : Division{number / by - 1, number % by + by};
 }
 
 // Years begin with March here, so that leap days are at their end. They repeat after 400 years.

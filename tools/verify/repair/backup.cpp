@@ -10,6 +10,7 @@
 #include <memory>
 #include <system_error>
 
+#include "tools/platform/file_system.h"
 #include "tools/store/connection.h"
 #include "tools/store/interrupt.h"
 #include "tools/ui/error.h"
@@ -55,8 +56,7 @@ std::string backup_place(const std::string& folder) {
   const std::filesystem::path whole =
       std::filesystem::canonical(std::filesystem::u8path(folder), error);
   if (error) throw ToolError(folder + ": " + error.message() + "; nothing was changed");
-  const std::string place =
-      fmt::format("{}.before-repair-{}", whole.generic_u8string(), utc_text(folder));
+  const std::string place = fmt::format("{}.before-repair-{}", path_text(whole), utc_text(folder));
   std::string free_place = place;
   for (int i = 2; std::filesystem::exists(std::filesystem::u8path(free_place), error); ++i) {
     free_place = fmt::format("{}-{}", place, i);

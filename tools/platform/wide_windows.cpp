@@ -4,9 +4,11 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <utility>
 
 namespace corvan_tool {
 
@@ -30,54 +32,42 @@ std::string utf8(std::wstring_view text) {
 }
 
 int errno_of(SystemError error) {
-  switch (error) {
-    case ERROR_SUCCESS:
-      return 0;
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-    case ERROR_INVALID_NAME:
-    case ERROR_BAD_PATHNAME:
-    case ERROR_BAD_NETPATH:
-    case ERROR_BAD_NET_NAME:
-    case ERROR_INVALID_DRIVE:
-      return ENOENT;
-    case ERROR_FILE_EXISTS:
-    case ERROR_ALREADY_EXISTS:
-      return EEXIST;
-    case ERROR_ACCESS_DENIED:
-    case ERROR_SHARING_VIOLATION:
-    case ERROR_LOCK_VIOLATION:
-    case ERROR_USER_MAPPED_FILE:
-    case ERROR_DELETE_PENDING:
-      return EACCES;
-    case ERROR_WRITE_PROTECT:
-      return EROFS;
-    case ERROR_DISK_FULL:
-    case ERROR_HANDLE_DISK_FULL:
-      return ENOSPC;
-    case ERROR_DIR_NOT_EMPTY:
-      return ENOTEMPTY;
-    case ERROR_DIRECTORY:
-      return ENOTDIR;
-    case ERROR_FILENAME_EXCED_RANGE:
-      return ENAMETOOLONG;
-    case ERROR_TOO_MANY_OPEN_FILES:
-      return EMFILE;
-    case ERROR_NOT_ENOUGH_MEMORY:
-    case ERROR_OUTOFMEMORY:
-      return ENOMEM;
-    case ERROR_INVALID_HANDLE:
-      return EBADF;
-    case ERROR_BROKEN_PIPE:
-    case ERROR_NO_DATA:
-      return EPIPE;
-    case ERROR_FILE_TOO_LARGE:
-      return EFBIG;
-    case ERROR_INVALID_PARAMETER:
-      return EINVAL;
-    default:
-      return EIO;
-  }
+  static constexpr std::array<std::pair<DWORD, int>, 31> kAll = {{
+      {ERROR_SUCCESS, 0},
+      {ERROR_FILE_NOT_FOUND, ENOENT},
+      {ERROR_PATH_NOT_FOUND, ENOENT},
+      {ERROR_INVALID_NAME, ENOENT},
+      {ERROR_BAD_PATHNAME, ENOENT},
+      {ERROR_BAD_NETPATH, ENOENT},
+      {ERROR_BAD_NET_NAME, ENOENT},
+      {ERROR_INVALID_DRIVE, ENOENT},
+      {ERROR_FILE_EXISTS, EEXIST},
+      {ERROR_ALREADY_EXISTS, EEXIST},
+      {ERROR_ACCESS_DENIED, EACCES},
+      {ERROR_SHARING_VIOLATION, EACCES},
+      {ERROR_LOCK_VIOLATION, EACCES},
+      {ERROR_USER_MAPPED_FILE, EACCES},
+      {ERROR_DELETE_PENDING, EACCES},
+      {ERROR_WRITE_PROTECT, EROFS},
+      {ERROR_DISK_FULL, ENOSPC},
+      {ERROR_HANDLE_DISK_FULL, ENOSPC},
+      {ERROR_DIR_NOT_EMPTY, ENOTEMPTY},
+      {ERROR_DIRECTORY, ENOTDIR},
+      {ERROR_FILENAME_EXCED_RANGE, ENAMETOOLONG},
+      {ERROR_TOO_MANY_OPEN_FILES, EMFILE},
+      {ERROR_NOT_ENOUGH_MEMORY, ENOMEM},
+      {ERROR_OUTOFMEMORY, ENOMEM},
+      {ERROR_INVALID_HANDLE, EBADF},
+      {ERROR_BROKEN_PIPE, EPIPE},
+      {ERROR_NO_DATA, EPIPE},
+      {ERROR_FILE_TOO_LARGE, EFBIG},
+      {ERROR_NOT_SAME_DEVICE, EXDEV},
+      {ERROR_CANT_RESOLVE_FILENAME, ELOOP},
+      {ERROR_INVALID_PARAMETER, EINVAL},
+  }};
+  const auto* const found = std::find_if(kAll.begin(), kAll.end(),
+                                         [error](const auto& one) { return one.first == error; });
+  return found == kAll.end() ? EIO : found->second;
 }
 
 void set_errno() {

@@ -2,10 +2,12 @@
 
 #include <windows.h>
 
+#include <malloc.h>
 #include <psapi.h>
 #include <tlhelp32.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <string_view>
 
@@ -16,8 +18,7 @@ namespace corvan_tool {
 
 namespace {
 
-// The last names of paths, with the delimiter before them. Once other threads are suspended, this
-// allocates nothing: one of them may own the lock of the heap.
+// The last names of paths, with the delimiter before them.
 class Names {
  public:
   explicit Names(const std::vector<std::string>& paths) {
@@ -50,7 +51,25 @@ class Names {
   std::vector<wchar_t> path_ = std::vector<wchar_t>(32768);
 };
 
+// No thread is suspended while it owns a heap: this one will need both.
+class HeapsLock {
+ public:
+  HeapsLock() {
+    for (const HANDLE heap : heaps_) HeapLock(heap);
+  }
+  HeapsLock(const HeapsLock&) = delete;
+  HeapsLock& operator=(const HeapsLock&) = delete;
+  ~HeapsLock() {
+    for (const HANDLE heap : heaps_) HeapUnlock(heap);
+  }
+
+ private:
+  const std::array<HANDLE, 2> heaps_ = {reinterpret_cast<HANDLE>(_get_heap_handle()),
+                                        GetProcessHeap()};
+};
+
 void suspend_other_threads(DWORD spared) {
+  const HeapsLock lock;
   const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
   THREADENTRY32 one = {};
   one.dwSize = sizeof one;
