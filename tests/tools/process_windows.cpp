@@ -21,7 +21,7 @@ namespace {
 
 struct Running {
   HANDLE handle = nullptr;
-  DWORD most_milliseconds = INFINITE;  // from the start of the waiting on
+  DWORD most_milliseconds = INFINITE;  // counted from the beginning of the wait
 };
 
 constexpr UINT kKilled = 0xC0000001;
