@@ -24,7 +24,7 @@ void create_like(const std::string& file, const std::string& model);
 // the file. Does nothing on Windows.
 void repair_permissions(const std::string& file, const std::string& model);
 
-// The first place of `what` in the text; npos if it is not there.
+// Position of the first `what` in the text; npos if there is none.
 std::size_t find_bytes(std::string_view text, std::string_view what);
 
 }  // namespace Corvan::search

@@ -171,7 +171,7 @@ const std::vector<int>& interrupts() {
 }
 
 void interrupt_process(pid_t pid, int /*interrupt*/) {
-  // The event reaches all processes of the console, also this one.
+  // The event reaches all processes of the console, including this one.
   SetConsoleCtrlHandler([](DWORD /*event*/) { return TRUE; }, TRUE);
   FreeConsole();
   while (AttachConsole(static_cast<DWORD>(pid)) == 0) {
