@@ -20,7 +20,7 @@ function(corvan_target target)
   endif()
 endfunction()
 
-# No one has tried these. The folder windows/msvc has the POSIX headers that the store includes.
+# Nobody has tried these options. The folder windows/msvc has the POSIX headers that the store includes.
 function(corvan_msvc_options target)
   target_compile_options(${target} PRIVATE
     /W4 /permissive- /utf-8 /EHsc /bigobj /Zc:__cplusplus $<$<BOOL:${CORVAN_WERROR}>:/WX>)

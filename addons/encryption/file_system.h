@@ -26,11 +26,11 @@ void create_like(const std::string& file, const std::string& model);
 
 void sync_file(const std::string& file);
 
-// Gives the file `from` the name `to`, which another file may have had until then.
+// Renames `from` to `to`, replacing an existing file.
 void rename_over(const std::string& from, const std::string& to);
 
-// Syncs a folder. Empty if that succeeded or the system has no such call, otherwise what it said.
-// Throws nothing.
+// Syncs a folder. Returns an empty text on success, or if the system has no such call; otherwise
+// the error. Throws nothing.
 std::string sync_folder(const std::string& folder);
 
 }  // namespace Corvan::encryption

@@ -22,7 +22,7 @@ bool is_same(const fs::path& a, const fs::path& b) {
 
 // The store's file can also be a link, whose target is elsewhere and has another name.
 bool is_file_of(const fs::path& file, const fs::path& folder) {
-  const std::string name = file.filename().string();
+  const std::string name = to_utf8(file.filename());
   const bool is_named = name == kStoreName || name.rfind(kAddonPrefix, 0) == 0;
   return (is_named && is_same(file.parent_path(), folder)) || is_same(file, folder / kStoreName);
 }

@@ -2,7 +2,8 @@
 
 namespace Corvan::encryption {
 
-// A file that is open cannot be replaced on Windows, and one that was replaced cannot be opened.
+// Windows does not replace open files, and a file that was replaced can no longer be opened, so
+// nothing can be overwritten.
 struct OldContents::Files {};
 
 OldContents::OldContents() = default;

@@ -12,8 +12,8 @@ namespace Corvan::encryption {
 void wipe(void* bytes, std::size_t size);
 
 // A text in pages of its own, which are wiped before they are released. Where the system allows it,
-// they are locked in memory and, but for Windows, left out of core dumps. The text begins empty and
-// grows by append() up to the size given to the constructor.
+// they are locked in memory and, except on Windows, left out of core dumps. The text begins empty
+// and grows by append() up to the size given to the constructor.
 class Secret {
  public:
   // Throws std::bad_alloc.

@@ -11,7 +11,7 @@ namespace Corvan::encryption {
 std::size_t page_size();
 
 // Pages filled with zeros, to be released with unmap_pages(). Where the system allows it, they are
-// locked in memory and, but for Windows, left out of core dumps. Throws std::bad_alloc.
+// locked in memory and, except on Windows, left out of core dumps. Throws std::bad_alloc.
 char* map_pages(std::size_t size);
 void unmap_pages(char* pages, std::size_t size);
 

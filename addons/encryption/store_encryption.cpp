@@ -69,8 +69,8 @@ void check_copy(const Database& store, const StoreFile& file, const StoreKey& ke
   encryption::require_equal(store, copy);
 }
 
-// Where an open file cannot be replaced, its lock ends here. Another process that opens the store
-// then keeps it from being replaced, unless it has closed it again.
+// Closes the store first if an open file cannot be replaced. If another process opens the store in
+// between, the replacement fails, unless that process has closed it again.
 void replace(Database* store, const StoreFile& file) {
   if (!encryption::kReplacesOpenFiles) store->close();
   file.replace();

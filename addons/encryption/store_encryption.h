@@ -55,8 +55,8 @@ struct Conversion {
 ///
 /// On Windows, the copy has the old file's access list, and nothing is overwritten. An open file
 /// cannot be replaced there, so the store is closed, without a lock, for the moment before it is
-/// replaced. A process that opens it then makes the conversion fail with kInUse; what a process
-/// writes that also closes it before the end of the moment is lost.
+/// replaced. If a process opens the store in that moment, the conversion fails with kInUse. If it
+/// also closes the store in that moment, what it wrote is lost.
 ///
 /// Anything but kDone and kAlreadyDone is logged in one line. So is kDone with a detail, which says
 /// that the folder could not be synced: after a power loss, the name may lead to the old store.

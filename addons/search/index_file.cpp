@@ -144,7 +144,7 @@ std::unique_ptr<Connection> open_index_for_reading(const std::string& file) {
   return nullptr;
 }
 
-// Without its log the file would lack what only the log has, so the log goes last.
+// The log is deleted last: if the file cannot be deleted, it still needs the log.
 bool delete_index(const std::string& file) {
   if (!delete_file(file)) return false;
   bool is_deleted = true;

@@ -22,9 +22,8 @@
 namespace Corvan::search {
 
 // Keeps the index in step with the store. All members but is_open(), may_be_read() and
-// report_damage() are called
-// under mutex(). They throw SqlError and std::bad_alloc. An index that turns out to be damaged is
-// deleted, and the call begins anew, once.
+// report_damage() are called under mutex(). They throw SqlError and std::bad_alloc. An index that
+// turns out to be damaged is deleted, and the call begins anew, once.
 class Indexing {
  public:
   // `close_reader` closes the other half's connection to the index.

@@ -1,4 +1,5 @@
-// What differs between systems. Paths are UTF-8; one that is not leads to no file.
+// What differs between systems. Paths are UTF-8. A path that is not UTF-8 is treated as a
+// missing file.
 
 #ifndef ADDONS_SEARCH_PLATFORM_H_
 #define ADDONS_SEARCH_PLATFORM_H_
@@ -19,11 +20,11 @@ bool delete_file(const std::string& file);
 // files there have the permissions that their folder gives them.
 void create_like(const std::string& file, const std::string& model);
 
-// Gives the file, if it exists and cannot be written, the permissions of `model`, if that can. Does
-// nothing on Windows.
+// If the file exists and cannot be written, but `model` can, copies the permissions of `model` to
+// the file. Does nothing on Windows.
 void repair_permissions(const std::string& file, const std::string& model);
 
-// The first place of `what` in the text; npos if it is not there.
+// Position of the first `what` in the text; npos if there is none.
 std::size_t find_bytes(std::string_view text, std::string_view what);
 
 }  // namespace Corvan::search

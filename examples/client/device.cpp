@@ -45,7 +45,7 @@ bool Device::start() {
   turn_ = {};
   std::filesystem::create_directories(std::filesystem::u8path(folder_));
   refused_.clear();
-  std::ifstream kept(folder_ + "/refused");
+  std::ifstream kept(std::filesystem::u8path(folder_ + "/refused"), std::ios::binary);
   for (int64_t client_uid = 0; kept >> client_uid;) refused_.insert(client_uid);
 
   const cvrtc::Pathname folder(folder_ + "/");
@@ -218,7 +218,8 @@ void Device::take_answer(int64_t msg_id, const Answer& answer) {
 // like unanswered ones.
 void Device::keep_refusal(int64_t client_uid) {
   refused_.insert(client_uid);
-  std::ofstream(folder_ + "/refused", std::ios::app) << client_uid << "\n";
+  std::ofstream(std::filesystem::u8path(folder_ + "/refused"), std::ios::binary | std::ios::app)
+      << client_uid << "\n";
 }
 
 void Device::apply_receipt(int64_t time) {

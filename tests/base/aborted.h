@@ -1,4 +1,4 @@
-// How a process ends that calls abort(), for EXPECT_EXIT.
+// The end of a process that calls abort(), for EXPECT_EXIT.
 
 #ifndef TESTS_BASE_ABORTED_H_
 #define TESTS_BASE_ABORTED_H_

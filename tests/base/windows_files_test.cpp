@@ -45,7 +45,7 @@ TEST_F(WindowsFiles, EachDelimiterLeadsToTheFile) {
   EXPECT_FALSE(is_file(with_backslashes(file) + "\\"));
 }
 
-TEST_F(WindowsFiles, FileOfAServersShareOrAnExtendedPathIsAFile) {
+TEST_F(WindowsFiles, ExtendedPathIsAFileAndMissingServerIsNot) {
   const std::string path = with_backslashes(file);
   EXPECT_TRUE(is_file("\\\\?\\" + path));
   EXPECT_FALSE(is_file("\\\\?\\" + path + "2"));

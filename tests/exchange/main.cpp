@@ -1,5 +1,4 @@
-// Writes a store, or prints one. Two programs, each built for another system, that print the same
-// about one store read it alike.
+// Writes or prints a store. If builds for two systems print the same, they read the store alike.
 //
 // Usage: store_exchange write FOLDER         fills a new store in FOLDER and closes it
 //        store_exchange write-open FOLDER    the same, but ends without closing it, so that the

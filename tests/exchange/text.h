@@ -8,8 +8,8 @@
 
 namespace exchange {
 
-// In quotes; backslashes and control characters are escaped. Of a text above 200 bytes only its
-// size and a checksum.
+// In quotes; backslashes and control characters are escaped. Texts over 200 bytes are shown as size
+// and checksum.
 std::string shown(const std::string& text);
 
 inline std::string shown(int64_t number) {

@@ -64,8 +64,7 @@ void* allocate(std::size_t size) noexcept {
   return block;
 }
 
-// The block is preceded by the address of what has to be freed: not every system has a function
-// that aligns what free() takes.
+// Stores the address for free() before the block: not every system has aligned_alloc().
 void* allocate(std::size_t size, std::align_val_t alignment) noexcept {
   if (fails(Memory::kOwn)) return nullptr;
   const auto bytes = std::max(static_cast<std::size_t>(alignment), alignof(void*));

@@ -21,7 +21,7 @@ namespace {
 
 struct Running {
   HANDLE handle = nullptr;
-  DWORD most_milliseconds = INFINITE;  // from the start of the waiting on
+  DWORD most_milliseconds = INFINITE;  // counted from the beginning of the wait
 };
 
 constexpr UINT kKilled = 0xC0000001;
@@ -171,7 +171,7 @@ const std::vector<int>& interrupts() {
 }
 
 void interrupt_process(pid_t pid, int /*interrupt*/) {
-  // The event reaches all processes of the console, also this one.
+  // The event reaches all processes of the console, including this one.
   SetConsoleCtrlHandler([](DWORD /*event*/) { return TRUE; }, TRUE);
   FreeConsole();
   while (AttachConsole(static_cast<DWORD>(pid)) == 0) {

@@ -125,10 +125,14 @@ bool is_open_to_others(const std::string& path) {
 }
 
 TEST_F(WindowsFilesTest, NewOutputIsPrivate) {
-  const PendingOutput file = PendingOutput::file(place("file"));
-  const PendingOutput made = PendingOutput::folder(place("folder"));
+  PendingOutput file = PendingOutput::file(place("file"));
+  PendingOutput made = PendingOutput::folder(place("folder"));
   EXPECT_FALSE(is_open_to_others(file.path()));
   EXPECT_FALSE(is_open_to_others(made.path()));
+  file.keep();
+  made.keep();
+  EXPECT_FALSE(is_open_to_others(place("file")));
+  EXPECT_FALSE(is_open_to_others(place("folder")));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// For MSVC, whose C library has no unistd.h: the store needs unlink() of it.
+// MSVC has no unistd.h. The store needs its unlink().
 
 #ifndef CMAKE_WINDOWS_MSVC_UNISTD_H_
 #define CMAKE_WINDOWS_MSVC_UNISTD_H_

@@ -48,7 +48,7 @@ void search(const fs::path& path, std::string& found) {
   if (has_plaintext(content_of(path))) found += path.string() + "\n";
 }
 
-// Wine shows those of the system below it.
+// Under Wine, these are the folders of the Linux system.
 constexpr bool kHasPosixFolders = fs::path::preferred_separator == '/';
 
 std::set<fs::path> temporary_folders() {

@@ -5,7 +5,7 @@
 
 namespace corvan_test {
 
-// From now on, file systems have no room, or as much as they have.
+// Makes all file systems seem full, or ends that.
 void fill_file_system(bool is_full);
 
 }  // namespace corvan_test

@@ -8,9 +8,8 @@
 
 namespace corvan_test {
 
-// Runs the work as a user whom permissions bind: on Windows in this process, because there a
-// read-only file is so for everybody, elsewhere in another one. Returns what the work returns, a
-// complaint or an empty text.
+// On Windows, runs in this process: a read-only file is read-only for every user. Elsewhere, runs
+// in a child process without privileges. Returns the complaint of the work; empty if there is none.
 std::string without_privileges(const std::function<std::string()>& work);
 
 }  // namespace corvan_test

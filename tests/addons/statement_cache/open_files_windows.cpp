@@ -8,7 +8,7 @@ namespace corvan_test {
 
 namespace {
 
-// Nobody can open a file alone while it is open.
+// An open file cannot be opened without sharing.
 bool is_open(const std::filesystem::path& file) {
   const HANDLE opened = CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
