@@ -258,7 +258,7 @@ CommandLine::CommandLine()
       "--version", "corvan " CORVAN_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
   app_->require_subcommand(1);
   Command(*app_).key(key_, "", "the store");  // also before the command
-  app_->allow_windows_style_options(false);  // arguments can begin with '/'
+  app_->allow_windows_style_options(false);   // arguments can begin with '/'
   app_->failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
     return "corvan: " + printable(shown_bracket(error.what())) + "; see 'corvan --help'\n";
   });
