@@ -7,7 +7,7 @@ namespace corvan_tool {
 
 namespace {
 
-constexpr int64_t kSecondsPerDay = 24 * 60 * 60;
+constexpr int64_t kSecondsPerDay = int64_t{24} * 60 * 60;
 
 // The quotient, rounded down, and what is left.
 struct Division {
