@@ -1,20 +1,26 @@
 #include "base/pathname.h"
 
 #include <cstddef>
-#include <string_view>
 
 namespace cvrtc {
 
 namespace {
 
 #ifdef _WIN32
-constexpr std::string_view kDelimiters = "/\\";
+bool is_delimiter(char character) {
+  return character == '/' || character == '\\';
+}
 #else
-constexpr std::string_view kDelimiters = "/";
+bool is_delimiter(char character) {
+  return character == '/';
+}
 #endif
 
-bool has_delimiter(const std::string& text) {
-  return text.find_first_of(kDelimiters) != std::string::npos;
+// The length of the text up to its last delimiter, with it; 0 if there is none.
+std::size_t folder_length(const std::string& text) {
+  std::size_t length = text.size();
+  while (length > 0 && !is_delimiter(text[length - 1])) --length;
+  return length;
 }
 
 }  // namespace
@@ -31,8 +37,7 @@ void Pathname::clear() {
 }
 
 void Pathname::SetPathname(const std::string& pathname) {
-  const std::size_t delimiter = pathname.find_last_of(kDelimiters);
-  const std::size_t name_at = delimiter == std::string::npos ? 0 : delimiter + 1;
+  const std::size_t name_at = folder_length(pathname);
   const std::string name = pathname.substr(name_at);
   SetFolder(pathname.substr(0, name_at));
   SetFilename(name);
@@ -40,12 +45,11 @@ void Pathname::SetPathname(const std::string& pathname) {
 
 void Pathname::SetFolder(const std::string& folder) {
   folder_ = folder;
-  if (folder_.empty() || kDelimiters.find(folder_.back()) != std::string_view::npos) return;
-  folder_ += kFolderDelimiter;
+  if (!folder_.empty() && !is_delimiter(folder_.back())) folder_ += kFolderDelimiter;
 }
 
 bool Pathname::SetFilename(const std::string& filename) {
-  if (has_delimiter(filename)) return false;
+  if (folder_length(filename) > 0) return false;
   std::size_t dot = filename.rfind(kExtensionDelimiter);
   if (dot == std::string::npos || dot == 0 || filename == "..") dot = filename.size();
   const std::string extension = filename.substr(dot);
@@ -55,7 +59,7 @@ bool Pathname::SetFilename(const std::string& filename) {
 }
 
 bool Pathname::SetExtension(const std::string& extension) {
-  if (has_delimiter(extension)) return false;
+  if (folder_length(extension) > 0) return false;
   const bool dot_missing = !extension.empty() && extension.front() != kExtensionDelimiter;
   extension_ = dot_missing ? kExtensionDelimiter + extension : extension;
   return true;
