@@ -150,7 +150,7 @@ void sync_file(const std::string& file) {
 void rename_over(const std::string& from, const std::string& to) {
   constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
   if (MoveFileExW(wide(from).c_str(), wide(to).c_str(), kFlags) != 0) return;
-  // Windows reports an open target as ERROR_ACCESS_DENIED, whatever its sharing mode.
+  // If another program has `to` open, Windows fails with ERROR_ACCESS_DENIED.
   const DWORD error = GetLastError();
   const bool is_open = error == ERROR_ACCESS_DENIED && !is_read_only(to);
   fail("MoveFileEx", is_open ? DWORD{ERROR_SHARING_VIOLATION} : error);
