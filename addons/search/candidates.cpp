@@ -18,6 +18,7 @@ constexpr int kPrefixQuestions = 512;
 constexpr int64_t kSmallest = 1024;   // ids in the first range that is read
 constexpr int64_t kEstimated = 8192;  // newest ids by which the number of candidates is estimated
 constexpr int kDoublings = 6;         // the next ranges are larger, as the query is rarer
+constexpr int64_t kWanted = 256;      // candidates in a range, once their number was estimated
 
 }  // namespace
 
@@ -34,9 +35,9 @@ Candidates::Candidates(const Connection* index, const Query& query)
 
 std::string Candidates::choose_match(const Query& query) {
   std::vector<MatchExpression::Token> tokens = query.tokens();
-  if (!shards_.empty() && !query.has_phrase()) {
+  if (!shards_.empty()) {
     const std::string newest = shard_table(shards_.back().number);
-    tokens = selective_tokens(*index_, newest, state_.highest, messages(), tokens);
+    tokens = selective_tokens(*index_, newest, state_.highest, tokens);
   }
   has_prefix_ = tokens.back().is_prefix;
   return MatchExpression::text(tokens);
@@ -72,7 +73,7 @@ const Candidates::Range* Candidates::read_around(int64_t id) {
   int64_t begin = shards_[shard].first_id;
   int64_t end = end_of(shard);
   if (!has_prefix_) {
-    const int64_t size = kSmallest << std::min(readings_++, kDoublings);
+    const int64_t size = next_size();
     begin = std::max(begin, id - id % size);
     end = std::min(end, id - id % size + size - 1);
   }
@@ -85,6 +86,28 @@ const Candidates::Range* Candidates::read_around(int64_t id) {
   return &range;
 }
 
+bool Candidates::add_between(int64_t first, int64_t last, std::size_t limit,
+                             std::vector<int64_t>* ids) {
+  if (first > last) return true;
+  if (first < 1 || last > state_.highest) return false;
+  for (int64_t id = last; id >= first; id = last_->first - 1) {
+    if (range_of(id) == nullptr) read_around(id);
+    const std::vector<int64_t>& range = range_of(id)->ids;
+    const auto begin = std::lower_bound(range.begin(), range.end(), first);
+    const auto end = std::upper_bound(begin, range.end(), last);
+    if (static_cast<std::size_t>(end - begin) > limit - ids->size()) return false;
+    ids->insert(ids->end(), begin, end);
+  }
+  return true;
+}
+
+// How many ids are read next: among them are enough candidates for some pages, as estimated.
+int64_t Candidates::next_size() {
+  if (!estimate_) return kSmallest << std::min(readings_++, kDoublings);
+  const auto candidates = static_cast<int64_t>(std::max<std::size_t>(*estimate_, 1));
+  return std::max(kEstimated, kWanted * messages() / candidates);
+}
+
 int64_t Candidates::messages() const {
   int64_t result = 0;
   for (const Shard& shard : shards_) result += shard.messages;
@@ -92,6 +115,11 @@ int64_t Candidates::messages() const {
 }
 
 std::size_t Candidates::estimate() {
+  if (!estimate_) estimate_ = estimated();
+  return *estimate_;
+}
+
+std::size_t Candidates::estimated() {
   if (shards_.empty()) return 0;
   const Shard& newest = shards_.back();
   const int64_t begin =

@@ -34,6 +34,13 @@ class Candidates {
   // are answered with true, because looking at a few messages takes less time than reading.
   bool may_match(int64_t id);
 
+  // Adds the ids from `first` to `last` of messages that may match. False if there are more than
+  // `limit`, or some are not in the index.
+  bool add_between(int64_t first, int64_t last, std::size_t limit, std::vector<int64_t>* ids);
+
+  // How many messages are in the index.
+  int64_t messages() const;
+
   // About how many messages in the index may match: as many as among the newest ones.
   std::size_t estimate();
 
@@ -47,7 +54,8 @@ class Candidates {
     std::vector<int64_t> ids;
   };
 
-  int64_t messages() const;
+  std::size_t estimated();
+  int64_t next_size();
   std::string choose_match(const Query& query);
   const Range* range_of(int64_t id);
   const Range* read_around(int64_t id);
@@ -69,6 +77,7 @@ class Candidates {
   std::map<int64_t, Range>::const_iterator last_;             // the range of the last question
   int questions_ = 0;
   int readings_ = 0;
+  std::optional<std::size_t> estimate_;
 };
 
 }  // namespace Corvan::search

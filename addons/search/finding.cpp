@@ -1,11 +1,7 @@
 #include "addons/search/finding.h"
 
 #include <algorithm>
-#include <functional>
-#include <iterator>
 #include <limits>
-#include <string>
-#include <utility>
 
 namespace Corvan::search {
 
@@ -15,41 +11,19 @@ namespace {
 // themselves takes longer than at candidates.
 constexpr int64_t kFirst = 512;
 constexpr int64_t kFirstOfPrefix = 256;
-// Numbers of candidates, by the cost of the ways to look at them in a million messages.
-constexpr std::size_t kFew = 800;
-constexpr std::size_t kSome = 600;
-constexpr std::size_t kListed = 2500;
-constexpr int64_t kLeast = 16;  // messages that a call gets further, even if the time is over
-constexpr int64_t kMessagesBetweenLooks = 16;  // at the clock
+constexpr int64_t kNear = 4096;
 
-// From the newest to the oldest.
-bool is_before(const SearchPlace& a, const SearchPlace& b) {
-  return a.sent_time != b.sent_time ? a.sent_time > b.sent_time : a.id > b.id;
-}
+// Looking at a candidate takes as long as reading so many messages of a block, or passing so many
+// of a conversation.
+constexpr std::size_t kReadMessages = 80;
+constexpr std::size_t kPassedMessages = 15;
 
-template <typename Value, typename Element>
-bool is_listed(const std::vector<Element>& list, const Value& value) {
-  return list.empty() || std::find(list.begin(), list.end(), value) != list.end();
-}
+constexpr std::size_t kFew = 200;        // candidates that are always looked at
+constexpr std::size_t kMost = 2500;      // candidates that are looked at in the order of ids
+constexpr std::size_t kFewInBlock = 48;  // candidates that are looked at one by one
+constexpr std::size_t kFalse = 8;        // candidates of a phrase for each hit, as a guess
 
-std::string head_query(bool has_time_order, bool has_filter) {
-  return std::string("select ") + (has_time_order ? "sent_time" : kMessageTime) +
-         (has_filter ? ",session_id,session_type,object_name,sender" : "") +
-         " from t_message where id=?";
-}
-
-// The messages at ?1, those with ids below ?2; or the messages before ?1, those from ?2 on. ?3 is
-// the conversation. Two queries take less time for each message than one for both.
-std::string walk_query(const SearchOptions& options, bool by_index, bool at_time) {
-  const std::string time = by_index ? "sent_time" : kMessageTime;
-  std::string sql = "select id," + time + " from t_message where " + time;
-  sql += at_time ? "=?1 and id<?2" : "<?1 and " + time + ">=?2";
-  if (options.session_id) sql += " and session_id=?3";
-  if (options.session_id && options.session_types.size() == 1) {
-    sql += " and session_type=" + std::to_string(options.session_types.front());
-  }
-  return sql + " and wanted(id) order by " + time + " desc,id desc";
-}
+constexpr int64_t kOldest = std::numeric_limits<int64_t>::min();
 
 }  // namespace
 
@@ -59,33 +33,61 @@ Finding::Finding(StoreReader* store, Candidates* candidates, const Query& query,
       candidates_(*candidates),
       query_(query),
       options_(options),
-      budget_(budget),
-      has_filter_(options.session_id || options.sender || !options.session_types.empty() ||
-                  !options.object_names.empty()),
       has_time_order_(store->has_time_order()),
-      before_(options.before),
-      head_(store->connection(), head_query(has_time_order_, has_filter_)) {}
+      page_(options, budget),
+      check_(*store, query, options, has_time_order_),
+      walk_(store, candidates, &check_, &page_, options, has_time_order_) {}
 
 SearchResults Finding::run() {
-  if (!walk(candidates_.has_prefix() ? kFirstOfPrefix : kFirst)) return std::move(results_);
-  if (const auto ids = listed_candidates()) {
-    if (look_at_largest(*ids)) return std::move(results_);
-    if (ids->size() <= kFew) {
-      look_at(*ids);
-      return std::move(results_);
-    }
-  }
-  walk(std::numeric_limits<int64_t>::max());
-  return std::move(results_);
+  const bool goes_on = walk_.pass(candidates_.has_prefix() ? kFirstOfPrefix : kFirst);
+  if (goes_on && walk_.pass(messages_to_end())) search_rest();
+  return page_.take();
 }
 
-std::optional<std::vector<int64_t>> Finding::listed_candidates() {
+// How many further messages fill the page if they have as many hits as those that were passed, and
+// a few more; 0 if there are too many.
+int64_t Finding::messages_to_end() const {
+  const auto hits = static_cast<int64_t>(page_.hits());
+  if (hits == 0) return 0;
+  const int64_t messages = page_.looked_at() * static_cast<int64_t>(page_.missing()) / hits;
+  return messages <= kNear ? 2 * messages : 0;
+}
+
+void Finding::search_rest() {
+  const auto ids = few_candidates();
+  const std::size_t count = ids ? ids->size() : candidates_.estimate();
+  // A conversation can have few messages.
+  if (options_.session_id && !walk_.pass(static_cast<int64_t>(kPassedMessages * count))) return;
+  if (ids) {
+    look_at(*ids);
+  } else if (has_time_order_) {
+    search_blocks();
+  } else {
+    walk_.pass_down_to(kOldest);
+  }
+}
+
+// All messages that may match, if looking at them takes less time than reading blocks.
+std::optional<std::vector<int64_t>> Finding::few_candidates() {
   std::vector<int64_t> ids;
-  if (!add_unindexed(&ids) || candidates_.estimate() > 2 * kListed) return std::nullopt;
-  const auto indexed = candidates_.all(kListed - ids.size(), budget_);
+  const std::size_t limit = affordable_candidates();
+  if (!add_unindexed(&ids) || candidates_.estimate() > 2 * limit) return std::nullopt;
+  const auto indexed = candidates_.all(limit, page_.budget());
   if (!indexed) return std::nullopt;
   ids.insert(ids.end(), indexed->begin(), indexed->end());
   return ids;
+}
+
+std::size_t Finding::affordable_candidates() {
+  if (!has_time_order_) return kMost;
+  const auto messages = static_cast<std::size_t>(candidates_.messages());
+  const std::size_t candidates = std::max<std::size_t>(candidates_.estimate(), 1);
+  std::size_t needed = page_.missing() * (messages / candidates);
+  if (query_.has_phrase() || check_.has_filter()) needed *= kFalse;
+  needed = std::min(needed, messages);
+  const auto known = static_cast<std::size_t>(store_.time_blocks().messages());
+  const std::size_t unread = needed > known ? needed - known : 0;
+  return std::clamp(unread / kReadMessages, kFew, kMost);
 }
 
 // False if there are too many.
@@ -98,164 +100,52 @@ bool Finding::add_unindexed(std::vector<int64_t>* ids) {
   return ids->size() < kFew;
 }
 
-// Hits until the search ends: one more than the page has room for.
-std::size_t Finding::wanted_hits() const {
-  return static_cast<std::size_t>(options_.limit) + 1 - results_.hits.size();
-}
-
-// True if the page is full.
-bool Finding::look_at_largest(std::vector<int64_t> ids) {
-  if (!has_time_order_ || ids.size() < kSome || ids.size() / 8 < wanted_hits()) return false;
-  std::sort(ids.begin(), ids.end(), std::greater<>());
-  std::vector<SearchPlace> found;
-  auto id = ids.cbegin();
-  while (id != ids.cbegin() + static_cast<std::ptrdiff_t>(ids.size() / 4) &&
-         found.size() < wanted_hits() && !budget_.is_over()) {
-    add_if_found(*id++, &found);
-  }
-  if (found.size() < wanted_hits() || budget_.is_over() || !add_newer(ids, id, &found))
-    return false;
-  std::sort(found.begin(), found.end(), is_before);
-  return std::any_of(found.begin(), found.end(),
-                     [this](const SearchPlace& place) { return !add(place); });
-}
-
-bool Finding::add_if_found(int64_t id, std::vector<SearchPlace>* found) {
-  SearchPlace place;
-  if (!is_wanted(id, &place) || !matches(id)) return false;
-  found->push_back(place);
-  return true;
-}
-
-// Adds those of the candidates from `rest` on that are newer than a hit. False if many other
-// messages with smaller ids are newer.
-bool Finding::add_newer(const std::vector<int64_t>& ids,
-                        const std::vector<int64_t>::const_iterator& rest,
-                        std::vector<SearchPlace>* found) {
-  const SearchPlace oldest = *std::max_element(found->begin(), found->end(), is_before);
-  // The plus keeps SQLite from reading the table by ids.
-  Statement rows(store_.connection(),
-                 "select id from t_message where sent_time between ? and ? and +id<?");
-  rows.bind(oldest.sent_time, before_ ? before_->sent_time : options_.to_time, *std::prev(rest));
-  for (std::size_t count = 0; rows.row(); ++count) {
-    if (count == kFew) return false;
-    const int64_t id = rows.integer(0);
-    if (std::binary_search(rest, ids.end(), id, std::greater<>())) add_if_found(id, found);
-  }
-  return true;
-}
-
 void Finding::look_at(const std::vector<int64_t>& ids) {
   std::vector<SearchPlace> places;
   for (const int64_t id : ids) {
-    SearchPlace place;
-    if (is_wanted(id, &place)) places.push_back(place);
+    const auto place = check_.place_of(id);
+    if (place && page_.admits(*place)) places.push_back(*place);
   }
   std::sort(places.begin(), places.end(), is_before);
   for (const SearchPlace& place : places) {
-    ++looked_at_;
-    if (matches(place.id) && !add(place)) return;
-    if (!go_on_after(place)) return;
+    page_.count_message();
+    if (check_.place_of_hit(place.id) && !page_.add(place)) return;
+    if (!page_.reach(place)) return;
   }
 }
 
-// Goes on with at most so many messages. False if the search ends here.
-bool Finding::walk(int64_t count) {
-  constexpr int64_t kLast = std::numeric_limits<int64_t>::max();
-  SearchPlace begin = before_.value_or(SearchPlace{kLast, kLast});
-  if (begin.sent_time > options_.to_time) begin = {options_.to_time, kLast};
-  const int64_t end = count > kLast - looked_at_ ? kLast : looked_at_ + count;
-  if (begin.sent_time >= options_.from_time) {
-    const Walk result = walk_along(true, begin.sent_time, begin.id, end);
-    if (result != Walk::kThrough) return result == Walk::kPaused;
+void Finding::search_blocks() {
+  int64_t time = page_.begin().sent_time;
+  while (time >= options_.from_time) {
+    const TimeBlock& block = store_.time_blocks().at(time);
+    if (!search_block(block) || block.oldest == kOldest) return;
+    time = block.oldest - 1;
   }
-  return walk_along(false, begin.sent_time, options_.from_time, end) == Walk::kPaused;
 }
 
-Finding::Walk Finding::walk_along(bool at_time, int64_t time, int64_t limit, int64_t end) {
-  Statement rows(store_.connection(), walk_query(options_, has_time_order_, at_time));
-  if (options_.session_id) {
-    rows.bind(time, limit, std::string_view(*options_.session_id));
+// False if the search ends here.
+bool Finding::search_block(const TimeBlock& block) {
+  std::vector<int64_t> ids;
+  if (!candidates_.add_between(block.smallest_id, block.largest_id, kFewInBlock, &ids)) {
+    if (!walk_.pass_down_to(block.oldest)) return false;
   } else {
-    rows.bind(time, limit);
+    std::vector<SearchPlace> hits;
+    for (const int64_t id : ids) {
+      page_.count_message();
+      const auto place = check_.place_of_hit(id);
+      if (place && page_.admits(*place) && place->sent_time >= block.oldest) hits.push_back(*place);
+    }
+    if (!add_hits(&hits)) return false;
   }
-  while (next(&rows, end)) {
-    const SearchPlace place{rows.integer(1), rows.integer(0)};
-    if (is_found(place.id) && !add(place)) return Walk::kEnded;
-    before_ = place;
-    if (!go_on_after(place)) return Walk::kEnded;
-    if (looked_at_ >= end) return Walk::kPaused;
-  }
-  return Walk::kThrough;
+  page_.count_message();
+  return page_.reach({block.oldest, kOldest});
 }
 
-// SQLite passes over the messages that the index does not propose, but for the one at which the
-// walk ends or looks at the clock.
-bool Finding::next(Statement* rows, int64_t end) {
-  store_.set_wanted([this, end](int64_t id) {
-    ++looked_at_;
-    return candidates_.may_match(id) || looked_at_ >= end || is_over();
-  });
-  try {
-    const bool has_row = rows->row();
-    store_.clear_wanted();
-    return has_row;
-  } catch (...) {
-    store_.clear_wanted();
-    store_.rethrow();
-    throw;
-  }
-}
-
-// Each call gets further than the one before, however short its time is.
-bool Finding::is_over() const {
-  return looked_at_ % kMessagesBetweenLooks == 0 && looked_at_ >= kLeast && budget_.is_over();
-}
-
-bool Finding::is_found(int64_t id) {
-  SearchPlace place;
-  return (!has_filter_ || is_wanted(id, &place)) && matches(id);
-}
-
-// Whether the options admit the message. Sets its place.
-bool Finding::is_wanted(int64_t id, SearchPlace* place) {
-  if (!head_.bind(id).row()) return false;
-  *place = {head_.integer(0), id};
-  const bool is_wanted = is_in_range(*place) && (!has_filter_ || passes_filter());
-  head_.reset();
-  return is_wanted;
-}
-
-bool Finding::passes_filter() const {
-  return (!options_.session_id || head_.text(1) == *options_.session_id) &&
-         is_listed(options_.session_types, static_cast<SessionType>(head_.integer(2))) &&
-         is_listed(options_.object_names, head_.text(3)) &&
-         (!options_.sender || head_.text(4) == *options_.sender);
-}
-
-bool Finding::is_in_range(const SearchPlace& place) const {
-  if (place.sent_time < options_.from_time || place.sent_time > options_.to_time) return false;
-  return !before_ || is_before(*before_, place);
-}
-
-bool Finding::matches(int64_t id) {
-  const auto content = store_.content(id);
-  return content && query_.matches(*content);
-}
-
-bool Finding::add(const SearchPlace& place) {
-  if (results_.hits.size() == static_cast<std::size_t>(options_.limit)) {
-    results_.next = SearchPlace{results_.hits.back().sent_time, results_.hits.back().id};
-    return false;
-  }
-  results_.hits.push_back({place.id, place.sent_time});
-  return true;
-}
-
-bool Finding::go_on_after(const SearchPlace& place) {
-  if (looked_at_ < kLeast || !budget_.is_over()) return true;
-  results_.next = place;
-  return false;
+// False if the search ends here.
+bool Finding::add_hits(std::vector<SearchPlace>* hits) {
+  std::sort(hits->begin(), hits->end(), is_before);
+  return std::all_of(hits->begin(), hits->end(),
+                     [this](const SearchPlace& hit) { return page_.add(hit); });
 }
 
 }  // namespace Corvan::search

@@ -47,6 +47,7 @@ SearchResults Reading::find_with(const Connection* index, const Query& query,
   std::optional<Transaction> index_reading;
   if (index != nullptr) index_reading.emplace(*index, "begin");
   const Transaction store_reading(store_->connection(), "begin");
+  store_->time_blocks().refresh();
   Candidates candidates(index, query);
   return Finding(store_.get(), &candidates, query, options, budget).run();
 }

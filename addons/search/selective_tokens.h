@@ -13,9 +13,9 @@
 namespace Corvan::search {
 
 // The tokens without those that are too common to be useful. They are counted in the newest
-// messages of `table`, whose ids end with `newest_id`; the index has so many messages.
+// messages of `table`, whose ids end with `newest_id`.
 std::vector<MatchExpression::Token> selective_tokens(
-    const Connection& index, const std::string& table, int64_t newest_id, int64_t messages,
+    const Connection& index, const std::string& table, int64_t newest_id,
     const std::vector<MatchExpression::Token>& tokens);
 
 }  // namespace Corvan::search

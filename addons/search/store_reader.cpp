@@ -39,7 +39,8 @@ StoreReader::StoreReader(const std::string& file)
       content_(connection_, "select content from t_message where id=?"),
       newest_id_(connection_, newest_id_query(connection_)),
       has_odd_time_(connection_, kOddTimeQuery),
-      has_time_index_(connection_.number(kTimeIndexQuery) > 0) {
+      has_time_index_(connection_.number(kTimeIndexQuery) > 0),
+      time_blocks_(connection_) {
   connection_.require(sqlite3_create_function_v2(connection_.handle(), "wanted", 1, SQLITE_UTF8,
                                                  this, ask_wanted, nullptr, nullptr, nullptr));
 }

@@ -13,6 +13,7 @@
 
 #include "addons/search/connection.h"
 #include "addons/search/file_identity.h"
+#include "addons/search/time_blocks.h"
 
 namespace Corvan::search {
 
@@ -49,6 +50,9 @@ class StoreReader {
   // each time is a number.
   bool has_time_order();
 
+  // Only if has_time_order().
+  TimeBlocks& time_blocks() { return time_blocks_; }
+
   // The SQL function wanted(ID) of the connection asks `wanted`; SQLite then returns a tenth of the
   // rows instead of all. Statements with the function run between set_wanted() and clear_wanted().
   void set_wanted(std::function<bool(int64_t)> wanted) { wanted_ = std::move(wanted); }
@@ -73,6 +77,7 @@ class StoreReader {
   Statement newest_id_;
   Statement has_odd_time_;
   const bool has_time_index_;
+  TimeBlocks time_blocks_;
 };
 
 }  // namespace Corvan::search
