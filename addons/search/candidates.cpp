@@ -15,10 +15,11 @@ namespace {
 constexpr int kQuestions = 16;
 constexpr int kPrefixQuestions = 512;
 
-constexpr int64_t kSmallest = 1024;   // ids in the first range that is read
-constexpr int64_t kEstimated = 8192;  // newest ids by which the number of candidates is estimated
-constexpr int kDoublings = 6;         // the next ranges are larger, as the query is rarer
-constexpr int64_t kWanted = 256;      // candidates in a range, once their number was estimated
+constexpr int64_t kSmallest = 1024;     // ids in the first range that is read
+constexpr int64_t kEstimated = 8192;    // newest ids by which the number of candidates is estimated
+constexpr int64_t kLeastSample = 1024;  // messages that a shard must have for estimates
+constexpr int kDoublings = 6;           // the next ranges are larger, as the query is rarer
+constexpr int64_t kWanted = 256;        // candidates in a range: a larger one has too many
 
 }  // namespace
 
@@ -36,11 +37,19 @@ Candidates::Candidates(const Connection* index, const Query& query)
 std::string Candidates::choose_match(const Query& query) {
   std::vector<MatchExpression::Token> tokens = query.tokens();
   if (!shards_.empty()) {
-    const std::string newest = shard_table(shards_.back().number);
-    tokens = selective_tokens(*index_, newest, state_.highest, tokens);
+    const std::size_t shard = sampled_shard();
+    const int64_t last = std::min(end_of(shard), state_.highest);
+    tokens = selective_tokens(
+        *index_, {shard_table(shards_[shard].number), shards_[shard].first_id, last}, tokens);
   }
   has_prefix_ = tokens.back().is_prefix;
   return MatchExpression::text(tokens);
+}
+
+// The newest shard, unless it has few messages yet.
+std::size_t Candidates::sampled_shard() const {
+  const std::size_t newest = shards_.size() - 1;
+  return newest > 0 && shards_[newest].messages < kLeastSample ? newest - 1 : newest;
 }
 
 bool Candidates::may_match(int64_t id) {
@@ -83,6 +92,7 @@ const Candidates::Range* Candidates::read_around(int64_t id) {
   Range& range = ranges_[begin];
   range.end = end;
   read(shard, begin, end, std::numeric_limits<std::size_t>::max(), &range.ids);
+  if (static_cast<int64_t>(range.ids.size()) < kWanted) ++doublings_;
   return &range;
 }
 
@@ -103,7 +113,7 @@ bool Candidates::add_between(int64_t first, int64_t last, std::size_t limit,
 
 // How many ids are read next: among them are enough candidates for some pages, as estimated.
 int64_t Candidates::next_size() {
-  if (!estimate_) return kSmallest << std::min(readings_++, kDoublings);
+  if (!estimate_) return kSmallest << std::min(doublings_, kDoublings);
   const auto candidates = static_cast<int64_t>(std::max<std::size_t>(*estimate_, 1));
   return std::max(kEstimated, kWanted * messages() / candidates);
 }
@@ -121,17 +131,18 @@ std::size_t Candidates::estimate() {
 
 std::size_t Candidates::estimated() {
   if (shards_.empty()) return 0;
-  const Shard& newest = shards_.back();
-  const int64_t begin =
-      has_prefix_ ? newest.first_id : std::max(newest.first_id, state_.highest - kEstimated + 1);
+  const std::size_t shard = sampled_shard();
+  const int64_t last = std::min(end_of(shard), state_.highest);
+  const int64_t first = shards_[shard].first_id;
+  const int64_t begin = has_prefix_ ? first : std::max(first, last - kEstimated + 1);
   Range range;
-  range.end = end_of(shards_.size() - 1);
-  read(shards_.size() - 1, begin, range.end, std::numeric_limits<std::size_t>::max(), &range.ids);
+  range.end = end_of(shard);
+  read(shard, begin, range.end, std::numeric_limits<std::size_t>::max(), &range.ids);
   const int64_t looked_at =
-      std::max<int64_t>(1, std::min(newest.messages, state_.highest - begin + 1));
+      std::max<int64_t>(1, std::min(shards_[shard].messages, last - begin + 1));
   const std::size_t found = range.ids.size();
   keep(begin, std::move(range));
-  return found * static_cast<std::size_t>(messages() / looked_at);
+  return found * static_cast<std::size_t>(messages()) / static_cast<std::size_t>(looked_at);
 }
 
 std::optional<std::vector<int64_t>> Candidates::all(std::size_t limit, const TimeBudget& budget) {

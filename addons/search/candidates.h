@@ -54,6 +54,7 @@ class Candidates {
     std::vector<int64_t> ids;
   };
 
+  std::size_t sampled_shard() const;
   std::size_t estimated();
   int64_t next_size();
   std::string choose_match(const Query& query);
@@ -76,7 +77,7 @@ class Candidates {
   std::map<int64_t, Range> ranges_;                           // by their first id
   std::map<int64_t, Range>::const_iterator last_;             // the range of the last question
   int questions_ = 0;
-  int readings_ = 0;
+  int doublings_ = 0;
   std::optional<std::size_t> estimate_;
 };
 

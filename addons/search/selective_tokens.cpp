@@ -1,6 +1,7 @@
 #include "addons/search/selective_tokens.h"
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 namespace Corvan::search {
@@ -9,50 +10,80 @@ namespace {
 
 using Token = MatchExpression::Token;
 
-constexpr int64_t kSample = 1024;    // ids in which tokens are counted
-constexpr std::size_t kSampled = 6;  // tokens; the others are not needed
-
 // FTS5 reads the list of a common token to its end. Without the token, more messages are looked at.
-// Each of `share` messages that have the other tokens is looked at; `common` of all messages have
-// this one. The factor is the cost of looking at a message, in ids of a list that are read.
+// `share` of all messages have the other tokens, and `common` have this one. The factor is the cost
+// of looking at a message, in ids of a list that are read.
 bool is_too_common(double common, double share) {
   constexpr double kFactor = 200;
   return common > kFactor * share * (1 - common);
 }
 
-using Counted = std::vector<std::pair<int64_t, Token>>;  // hits
+// FTS5 merges the lists of all tokens with a beginning, for the whole table. How long they are is
+// not known; for short beginnings they are long.
+bool is_worthwhile(const Token& prefix, double share) {
+  constexpr std::size_t kShort = 3;  // bytes: also of an unspaced character
+  return share > (prefix.text.size() <= kShort ? 0.02 : 0.0025);
+}
 
-Counted counted(const Connection& index, const std::string& table, int64_t newest_id,
-                const std::vector<Token>& tokens) {
-  Statement count(index, "select count(*) from " + table + " where " + table +
-                             " match ? and rowid between ? and ?");
-  Counted result;
-  for (const Token& token : tokens) {
-    if (token.is_prefix || result.size() == kSampled) break;
-    const std::string match = MatchExpression::text({token});
-    count.bind(std::string_view(match), newest_id - kSample + 1, newest_id).row();
-    result.emplace_back(count.integer(0), token);
+// In which part of the newest messages tokens are, found by counting in as many as are needed.
+class Shares {
+ public:
+  Shares(const Connection& index, const SampledIds& ids)
+      : ids_(ids),
+        count_(index, "select count(*) from " + ids.table + " where " + ids.table +
+                          " match ? and rowid between ? and ?") {}
+
+  double of(const Token& token) {
+    constexpr int64_t kSmall = 1024;
+    constexpr int64_t kLarge = 32'768;
+    constexpr int64_t kEnough = 8;  // hits
+    const double share = in_newest(token, kSmall);
+    return share * kSmall < kEnough ? in_newest(token, kLarge) : share;
   }
+
+ private:
+  double in_newest(const Token& token, int64_t count) {
+    const int64_t first = std::max(ids_.first, ids_.last - count + 1);
+    const std::string match = MatchExpression::text({token});
+    count_.bind(std::string_view(match), first, ids_.last).row();
+    return static_cast<double>(count_.integer(0)) / static_cast<double>(ids_.last - first + 1);
+  }
+
+  const SampledIds& ids_;
+  Statement count_;
+};
+
+using Weighed = std::vector<std::pair<double, Token>>;  // by their shares
+
+// The first whole tokens, the rarest first.
+Weighed weighed(const Connection& index, const SampledIds& ids, const std::vector<Token>& tokens) {
+  constexpr std::size_t kMost = 6;  // the others are not needed
+  Shares shares(index, ids);
+  Weighed result;
+  for (const Token& token : tokens) {
+    if (token.is_prefix || result.size() == kMost) break;
+    result.emplace_back(shares.of(token), token);
+  }
+  std::stable_sort(result.begin(), result.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
   return result;
 }
 
 }  // namespace
 
-std::vector<Token> selective_tokens(const Connection& index, const std::string& table,
-                                    int64_t newest_id, const std::vector<Token>& tokens) {
+std::vector<Token> selective_tokens(const Connection& index, const SampledIds& ids,
+                                    const std::vector<Token>& tokens) {
   if (tokens.size() < 2 || tokens[0].is_prefix) return tokens;
-  Counted all = counted(index, table, newest_id, tokens);
-  std::stable_sort(all.begin(), all.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
   std::vector<Token> result;
   double share = 1;  // of all messages have the tokens of the result
-  for (auto& [hits, token] : all) {
-    const double common = static_cast<double>(hits) / kSample;
+  for (auto& [common, token] : weighed(index, ids, tokens)) {
     if (!result.empty() && is_too_common(common, share)) break;
     result.push_back(std::move(token));
-    share *= std::max(common, 1.0 / kSample);
+    share *= common;
   }
-  if (tokens.back().is_prefix && all.front().first > 0) result.push_back(tokens.back());
+  if (tokens.back().is_prefix && is_worthwhile(tokens.back(), share)) {
+    result.push_back(tokens.back());
+  }
   return result;
 }
 

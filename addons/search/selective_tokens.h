@@ -12,10 +12,16 @@
 
 namespace Corvan::search {
 
-// The tokens without those that are too common to be useful. They are counted in the newest
-// messages of `table`, whose ids end with `newest_id`.
+// Ids of a table, among the newest of which tokens are counted.
+struct SampledIds {
+  std::string table;
+  int64_t first = 0;
+  int64_t last = 0;
+};
+
+// The tokens without those that are too common to be useful.
 std::vector<MatchExpression::Token> selective_tokens(
-    const Connection& index, const std::string& table, int64_t newest_id,
+    const Connection& index, const SampledIds& ids,
     const std::vector<MatchExpression::Token>& tokens);
 
 }  // namespace Corvan::search

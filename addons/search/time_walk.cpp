@@ -34,7 +34,8 @@ TimeWalk::TimeWalk(StoreReader* store, Candidates* candidates, MessageCheck* che
       check_(*check),
       page_(*page),
       options_(options),
-      has_time_order_(has_time_order) {}
+      at_time_(store->connection(), walk_query(options, has_time_order, true)),
+      before_time_(store->connection(), walk_query(options, has_time_order, false)) {}
 
 bool TimeWalk::pass(int64_t count) {
   const int64_t looked_at = page_.looked_at();
@@ -50,20 +51,21 @@ bool TimeWalk::pass_down_to(int64_t oldest) {
 TimeWalk::Result TimeWalk::pass(int64_t oldest, int64_t end) {
   const SearchPlace begin = page_.begin();
   if (begin.sent_time < oldest) return Result::kThrough;
-  const Result result = pass_some(true, begin.sent_time, begin.id, end);
-  if (result != Result::kThrough) return result;
-  return pass_some(false, begin.sent_time, oldest, end);
+  if (begin.id > std::numeric_limits<int64_t>::min()) {
+    const Result result = pass_some(&at_time_, begin.sent_time, begin.id, end);
+    if (result != Result::kThrough) return result;
+  }
+  return pass_some(&before_time_, begin.sent_time, oldest, end);
 }
 
-TimeWalk::Result TimeWalk::pass_some(bool at_time, int64_t time, int64_t limit, int64_t end) {
-  Statement rows(store_.connection(), walk_query(options_, has_time_order_, at_time));
+TimeWalk::Result TimeWalk::pass_some(Statement* rows, int64_t time, int64_t limit, int64_t end) {
   if (options_.session_id) {
-    rows.bind(time, limit, std::string_view(*options_.session_id));
+    rows->bind(time, limit, std::string_view(*options_.session_id));
   } else {
-    rows.bind(time, limit);
+    rows->bind(time, limit);
   }
-  while (next(&rows, end)) {
-    const SearchPlace place{rows.integer(1), rows.integer(0)};
+  while (next(rows, end)) {
+    const SearchPlace place{rows->integer(1), rows->integer(0)};
     if (check_.place_of_hit(place.id) && !page_.add(place)) return Result::kEnded;
     if (!page_.reach(place)) return Result::kEnded;
     if (page_.looked_at() >= end) return Result::kPaused;

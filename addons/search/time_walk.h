@@ -27,7 +27,7 @@ class TimeWalk {
  private:
   enum class Result { kThrough, kPaused, kEnded };
   Result pass(int64_t oldest, int64_t end);
-  Result pass_some(bool at_time, int64_t time, int64_t limit, int64_t end);
+  Result pass_some(Statement* rows, int64_t time, int64_t limit, int64_t end);
   bool next(Statement* rows, int64_t end);
   bool is_over() const;
 
@@ -36,7 +36,8 @@ class TimeWalk {
   MessageCheck& check_;
   ResultPage& page_;
   const SearchOptions& options_;
-  const bool has_time_order_;
+  Statement at_time_;
+  Statement before_time_;
 };
 
 }  // namespace Corvan::search

@@ -93,6 +93,7 @@ TEST_P(TimeOrders, FindsAllWithFilters) {
 // Times change without a word to the index, and some messages are not indexed yet.
 TEST_P(TimeOrders, FindsAllAfterTimesHaveChanged) {
   MessageSearch search(path());
+  for (const char* const query : {"w500", "w1500", "w5500"}) find_all(search, query);
   plant(file(),
         "update t_message set sent_time=sent_time+5000000 where id%997=0;"
         "update t_message set sent_time=1 where id%1009=0;"
