@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "addons/search/hashing.h"
 #include "addons/search/index_file.h"
 
 namespace Corvan::search {
@@ -13,23 +14,6 @@ namespace {
 
 // FTS5 writes the number of the segment into the upper bits of a row's id.
 constexpr int kSegmentShift = 37;
-
-uint64_t mixed(uint64_t hash, uint64_t value) {
-  hash = (hash ^ value) * 0x9e3779b97f4a7c15;
-  return hash ^ (hash >> 29);
-}
-
-uint64_t hash_of(std::string_view bytes) {
-  uint64_t hash = bytes.size();
-  while (bytes.size() >= sizeof(uint64_t)) {
-    uint64_t word = 0;
-    std::memcpy(&word, bytes.data(), sizeof word);
-    hash = mixed(hash, word);
-    bytes.remove_prefix(sizeof word);
-  }
-  for (const char c : bytes) hash = mixed(hash, static_cast<unsigned char>(c));
-  return hash;
-}
 
 // The number of a shard, from the name of its table of data; 0 for other tables.
 int64_t shard_of(const char* table) {

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "addons/search/hashing.h"
+
 namespace Corvan::search {
 
 namespace {
@@ -24,11 +26,9 @@ std::optional<FingerprintRow> read(Statement& statement) {
 
 }  // namespace
 
-// FNV-1a.
 Fingerprint fingerprint(std::string_view content) {
-  uint64_t hash = 0xcbf29ce484222325;
-  for (const char c : content) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-  const auto folded = static_cast<Fingerprint>(hash ^ (hash >> 32));
+  const uint64_t hash = hash_of(content);
+  const auto folded = static_cast<Fingerprint>(hash ^ (hash >> 32U));
   return folded == kNoMessage ? 1 : folded;
 }
 

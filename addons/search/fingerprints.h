@@ -21,7 +21,9 @@ constexpr Fingerprint kNoMessage = 0;
 
 // The fingerprints of messages whose ids follow each other.
 struct FingerprintRow {
-  static constexpr int64_t kSize = 256;  // at most so many ids
+  // At most so many ids. Four such rows fit in a page, also in one of an encrypted file, where a
+  // cipher keeps 64 bytes of each page for itself.
+  static constexpr int64_t kSize = 248;
 
   int64_t first_id = 0;
   std::vector<Fingerprint> hashes;

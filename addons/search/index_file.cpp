@@ -10,7 +10,7 @@ namespace Corvan::search {
 namespace {
 
 constexpr int64_t kApplicationId = 0x43765378;
-constexpr int64_t kFormat = 1;
+constexpr int64_t kFormat = 2;  // change it when an older index cannot be read any more
 
 // Deleted terms are overwritten (secure_delete). synchronous=normal: after a loss of power, the
 // last transactions may be missing, and the index is consistent.
