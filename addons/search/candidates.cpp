@@ -21,29 +21,54 @@ constexpr int64_t kLeastSample = 1024;  // messages that a shard must have for e
 constexpr int kDoublings = 6;           // the next ranges are larger, as the query is rarer
 constexpr int64_t kWanted = 256;        // candidates in a range: a larger one has too many
 
+// The tokens, with those of the pairs that have one instead of those of their words.
+std::vector<MatchExpression::Token> with_pairs(std::vector<MatchExpression::Token> tokens,
+                                               const WordPairs& pairs,
+                                               const std::vector<bool>& have_token) {
+  for (std::size_t i = 0; i < pairs.size(); ++i) {
+    if (!have_token[i]) continue;
+    const auto& [first, second] = pairs[i];
+    const auto is_part = [&, &a = first, &b = second](const MatchExpression::Token& token) {
+      return !token.is_prefix && (token.text == a || token.text == b);
+    };
+    tokens.erase(std::remove_if(tokens.begin(), tokens.end(), is_part), tokens.end());
+    tokens.insert(tokens.begin(), {pair_token(first, second), false});
+  }
+  return tokens;
+}
+
 }  // namespace
 
-Candidates::Candidates(const Connection* index, const Query& query)
-    : index_(index), last_(ranges_.end()) {
+Candidates::Candidates(const Connection* index, PairTable* pairs, const Query& query)
+    : index_(index), pairs_(pairs), query_(query), last_(ranges_.end()) {
   if (index == nullptr) return;
   Statement state(*index, kStateQuery);
   state_ = read_state(&state);
   Statement shards(*index, kShardQuery);
   shards_ = read_shards(&shards);
   if (shards_.empty() && state_.highest > 0) index->fail(SQLITE_CORRUPT);
-  match_ = choose_match(query);
+  if (!shards_.empty()) has_prefix_ = match_of(shards_.size() - 1).has_prefix;
 }
 
-std::string Candidates::choose_match(const Query& query) {
-  std::vector<MatchExpression::Token> tokens = query.tokens();
-  if (!shards_.empty()) {
-    const std::size_t shard = sampled_shard();
-    const int64_t last = std::min(end_of(shard), state_.highest);
-    tokens = selective_tokens(
-        *index_, {shard_table(shards_[shard].number), shards_[shard].first_id, last}, tokens);
+// Shards with tokens for the same pairs are asked for the same tokens.
+const Candidates::Match& Candidates::match_of(std::size_t shard) {
+  std::vector<bool> pairs;
+  for (const auto& [first, second] : query_.pairs()) {
+    pairs.push_back(pairs_->of(shards_[shard].number).has(first, second));
   }
-  has_prefix_ = tokens.back().is_prefix;
-  return MatchExpression::text(tokens);
+  const auto known = matches_.find(pairs);
+  if (known != matches_.end()) return known->second;
+  return matches_.emplace(pairs, choose_match(shard, pairs)).first->second;
+}
+
+Candidates::Match Candidates::choose_match(std::size_t shard,
+                                           const std::vector<bool>& pairs) const {
+  const Shard& sampled = shards_[shard];
+  const int64_t last = std::min(end_of(shard), state_.highest);
+  const auto tokens =
+      selective_tokens(*index_, {shard_table(sampled.number), sampled.first_id, last},
+                       with_pairs(query_.tokens(), query_.pairs(), pairs));
+  return {MatchExpression::text(tokens), tokens.back().is_prefix};
 }
 
 // The newest shard, unless it has few messages yet.
@@ -178,7 +203,7 @@ void Candidates::keep(int64_t begin, Range range) {
 bool Candidates::read(std::size_t shard, int64_t begin, int64_t end, std::size_t limit,
                       std::vector<int64_t>* ids) {
   Statement& rows = statement(shards_[shard].number);
-  rows.bind(std::string_view(match_), begin, std::min(end, state_.highest));
+  rows.bind(std::string_view(match_of(shard).text), begin, std::min(end, state_.highest));
   while (rows.row()) {
     if (ids->size() == limit) {
       rows.reset();

@@ -12,6 +12,7 @@
 
 #include "addons/search/connection.h"
 #include "addons/search/index_file.h"
+#include "addons/search/pair_table.h"
 #include "addons/search/query.h"
 #include "addons/search/time_budget.h"
 
@@ -20,8 +21,8 @@ namespace Corvan::search {
 // The index is read in a transaction of the caller's. What was read is kept.
 class Candidates {
  public:
-  // `index` may be null; then every message may match.
-  Candidates(const Connection* index, const Query& query);
+  // `index` and `pairs` may be null; then every message may match.
+  Candidates(const Connection* index, PairTable* pairs, const Query& query);
 
   // Messages above this id, and below 1, are not in the index.
   int64_t highest() const { return state_.highest; }
@@ -49,6 +50,11 @@ class Candidates {
   std::optional<std::vector<int64_t>> all(std::size_t limit, const TimeBudget& budget);
 
  private:
+  // What a shard's table is asked for.
+  struct Match {
+    std::string text;
+    bool has_prefix = false;
+  };
   struct Range {
     int64_t end = 0;
     std::vector<int64_t> ids;
@@ -57,7 +63,8 @@ class Candidates {
   std::size_t sampled_shard() const;
   std::size_t estimated();
   int64_t next_size();
-  std::string choose_match(const Query& query);
+  const Match& match_of(std::size_t shard);
+  Match choose_match(std::size_t shard, const std::vector<bool>& pairs) const;
   const Range* range_of(int64_t id);
   const Range* read_around(int64_t id);
   bool read_shard(std::size_t shard, std::size_t limit);
@@ -69,10 +76,12 @@ class Candidates {
   Statement& statement(int64_t number);
 
   const Connection* const index_;
+  PairTable* const pairs_;
+  const Query& query_;
   State state_;
   std::vector<Shard> shards_;
   bool has_prefix_ = false;
-  std::string match_;
+  std::map<std::vector<bool>, Match> matches_;                // by the pairs that have tokens
   std::map<int64_t, std::unique_ptr<Statement>> statements_;  // by the shard's number
   std::map<int64_t, Range> ranges_;                           // by their first id
   std::map<int64_t, Range>::const_iterator last_;             // the range of the last question

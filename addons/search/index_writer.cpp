@@ -4,10 +4,13 @@
 #include <limits>
 #include <string>
 #include <tuple>
+#include <utility>
+
+#include "addons/search/tokenizer.h"
 
 namespace Corvan::search {
 
-IndexWriter::IndexWriter(const Connection& index)
+IndexWriter::IndexWriter(const Connection& index, PairSource find_pairs)
     : index_(index),
       state_rows_(index, kStateQuery),
       shard_rows_(index, kShardQuery),
@@ -15,7 +18,11 @@ IndexWriter::IndexWriter(const Connection& index)
                    "update state set highest=?,swept_to=?,verified_to=?,is_swept=?,next_number=?"),
       store_shard_(index, "insert or replace into shard values(?,?,?,?,?,?,?,?,?)"),
       fingerprints_(index),
-      checksums_(index) {}
+      checksums_(index),
+      find_pairs_(std::move(find_pairs)),
+      pairs_(index) {
+  index.require(register_tokenizer(index.handle(), &used_pairs_));
+}
 
 Shard* IndexWriter::shard_of(int64_t id) {
   const auto after =
@@ -34,7 +41,7 @@ Shard& IndexWriter::shard_for_new(int64_t id) {
   if (shards_.empty() || shards_.back().messages >= kShardSize) {
     Shard shard;
     shard.first_id = shards_.empty() ? std::min<int64_t>(id, 1) : id;
-    shard.number = create_table();
+    shard.number = create_table(shard.first_id);
     shards_.push_back(shard);
   }
   return shards_.back();
@@ -108,15 +115,17 @@ void IndexWriter::add_terms(int64_t table, int64_t id, std::string_view content)
     insert = std::make_unique<Statement>(
         index_, "insert into " + shard_table(table) + "(rowid,content) values(?,?)");
   }
+  used_pairs_ = &pairs_.of(table);
   insert->bind(id, content).run();
 }
 
-int64_t IndexWriter::create_table() {
+int64_t IndexWriter::create_table(int64_t first_id) {
   const int64_t number = state_.next_number++;
   const std::string name = shard_table(number);
   index_.run("create virtual table " + name +
              " using fts5(content,content='',columnsize=0,detail=none,tokenize=corvan)");
   index_.run("insert into " + name + "(" + name + ",rank) values('pgsz',4050)");
+  pairs_.add(number, find_pairs_(first_id));
   return number;
 }
 
@@ -124,6 +133,7 @@ void IndexWriter::drop_table(int64_t number) {
   inserts_.erase(number);
   index_.run("drop table " + shard_table(number));
   checksums_.remove(number);
+  pairs_.remove(number);
 }
 
 void IndexWriter::reload() {
@@ -158,6 +168,7 @@ void IndexWriter::store_shards() {
 void IndexWriter::forget_changes() {
   fingerprints_.discard();
   checksums_.discard();
+  pairs_.forget();
 }
 
 IndexChange::IndexChange(IndexWriter* index)

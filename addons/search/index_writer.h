@@ -4,8 +4,10 @@
 #define ADDONS_SEARCH_INDEX_WRITER_H_
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -13,13 +15,19 @@
 #include "addons/search/connection.h"
 #include "addons/search/fingerprints.h"
 #include "addons/search/index_file.h"
+#include "addons/search/pair_table.h"
 
 namespace Corvan::search {
 
 // The index as it is being changed. All members that change it are called in an IndexChange.
 class IndexWriter {
  public:
-  explicit IndexWriter(const Connection& index);
+  // Finds the common pairs of messages from an id on.
+  using PairSource = std::function<PairLists(int64_t first_id)>;
+
+  IndexWriter(const Connection& index, PairSource find_pairs);
+  IndexWriter(const IndexWriter&) = delete;
+  IndexWriter& operator=(const IndexWriter&) = delete;
 
   const Connection& connection() const { return index_; }
   State& state() { return state_; }
@@ -47,8 +55,8 @@ class IndexWriter {
 
   // Adds a message's terms to one table.
   void add_terms(int64_t table, int64_t id, std::string_view content);
-  // Returns the number of a new table.
-  int64_t create_table();
+  // Returns the number of a new table for messages from an id on.
+  int64_t create_table(int64_t first_id);
   void drop_table(int64_t number);
 
  private:
@@ -70,6 +78,9 @@ class IndexWriter {
   std::vector<Shard> stored_shards_;  // as they are in the file
   Fingerprints fingerprints_;
   Checksums checksums_;
+  const PairSource find_pairs_;
+  PairTable pairs_;
+  const CommonPairs* used_pairs_ = nullptr;                // by the tokenizer
   std::map<int64_t, std::unique_ptr<Statement>> inserts_;  // by table
 };
 

@@ -23,7 +23,10 @@ Indexing::Files::Files(const std::string& store_file, const std::string& index_f
     : store(store_file),
       connection(open_index_for_writing(index_file, store_file, close_reader)),
       identity(identity_of(index_file)),
-      index(*connection),
+      index(*connection,
+            [this](int64_t id) {
+              return count_pairs(store.sample(id, kShardSize), store.newest_id());
+            }),
       sweeping(&index, &store) {
   index.reload();
 }

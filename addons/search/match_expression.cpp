@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "addons/search/common_pairs.h"
 #include "addons/search/folded_text.h"
 #include "addons/search/tokens.h"
 
@@ -20,6 +21,7 @@ bool starts_with(const std::string& text, const std::string& beginning) {
 
 void MatchExpression::add(const Term& term) {
   const std::string_view folded = term.folded();
+  add_pairs(term);
   std::size_t at = 0;
   int words = 0;
   for (std::string_view chunk = next_chunk(folded, at); !chunk.empty();) {
@@ -32,6 +34,21 @@ void MatchExpression::add(const Term& term) {
     }
     chunk = next;
   }
+}
+
+void MatchExpression::add_pairs(const Term& term) {
+  const WordPairs::size_type others = pairs_.size();
+  bool ends_with_word = false;
+  std::size_t at = 0;
+  for (auto chunk = next_chunk(term.folded(), at); !chunk.empty();) {
+    ends_with_word = is_word(chunk);
+    chunk = next_chunk(term.folded(), at);
+  }
+  for_each_pair(term.folded(), [this](std::string_view first, std::string_view second) {
+    pairs_.emplace_back(first, second);
+    return true;
+  });
+  if (term.is_prefix() && ends_with_word && pairs_.size() > others) pairs_.pop_back();
 }
 
 // A token that was cut is the same for all words with the beginning.

@@ -51,6 +51,7 @@ Query::Query(std::string_view text) {
   MatchExpression expression;
   for (const Term& term : terms_) expression.add(term);
   tokens_ = expression.tokens();
+  pairs_ = expression.pairs();
   has_phrase_ = expression.has_phrase();
 }
 

@@ -15,14 +15,17 @@ void Reading::open() {
   if (store_ == nullptr) store_ = std::make_unique<StoreReader>(store_file_);
   const FileIdentity identity = identity_of(index_file_);
   if (index_ != nullptr && identity == identity_) return;
+  pairs_.reset();
   index_.reset();
   if (!identity) return;
   index_ = open_index_for_reading(index_file_);
+  if (index_ != nullptr) pairs_ = std::make_unique<PairTable>(*index_);
   identity_ = identity;
 }
 
 std::unique_lock<std::mutex> Reading::close_index() {
   std::unique_lock<std::mutex> lock(mutex_);
+  pairs_.reset();
   index_.reset();
   identity_ = {};
   return lock;
@@ -37,6 +40,7 @@ SearchResults Reading::find(const Query& query, const SearchOptions& options,
     if (error.status() != SearchStatus::kIndexError) throw;
     log_line(error.text());
     *is_damaged = is_damage(error);
+    pairs_.reset();
     index_.reset();
   }
   return find_with(nullptr, query, options, budget);
@@ -48,7 +52,7 @@ SearchResults Reading::find_with(const Connection* index, const Query& query,
   if (index != nullptr) index_reading.emplace(*index, "begin");
   const Transaction store_reading(store_->connection(), "begin");
   store_->time_blocks().refresh();
-  Candidates candidates(index, query);
+  Candidates candidates(index, pairs_.get(), query);
   return Finding(store_.get(), &candidates, query, options, budget).run();
 }
 

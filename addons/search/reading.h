@@ -10,6 +10,7 @@
 #include "addons/search/connection.h"
 #include "addons/search/file_identity.h"
 #include "addons/search/message_search.h"
+#include "addons/search/pair_table.h"
 #include "addons/search/query.h"
 #include "addons/search/store_reader.h"
 #include "addons/search/time_budget.h"
@@ -45,6 +46,7 @@ class Reading {
   std::unique_ptr<StoreReader> store_;
   FileIdentity identity_;  // of the index
   std::unique_ptr<Connection> index_;
+  std::unique_ptr<PairTable> pairs_;  // of index_
 };
 
 }  // namespace Corvan::search

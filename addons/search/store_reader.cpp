@@ -1,5 +1,7 @@
 #include "addons/search/store_reader.h"
 
+#include "addons/search/folded_text.h"
+
 namespace Corvan::search {
 
 namespace {
@@ -36,6 +38,8 @@ StoreReader::StoreReader(const std::string& file)
       connection_(file, SQLITE_OPEN_READONLY, SearchStatus::kStoreError, SearchStatus::kNoStore),
       messages_(ready(connection_),
                 "select id,content from t_message where id between ? and ? order by id limit ?"),
+      sample_(connection_,
+              "select substr(content,1,1024) from t_message where id between ? and ? limit ?"),
       content_(connection_, "select content from t_message where id=?"),
       newest_id_(connection_, newest_id_query(connection_)),
       has_odd_time_(connection_, kOddTimeQuery),
@@ -67,6 +71,18 @@ bool StoreReader::next_message() {
   if (id < next_id_) connection_.fail(SQLITE_CORRUPT);
   next_id_ = id + 1;
   return true;
+}
+
+std::vector<std::string> StoreReader::sample(int64_t first, int64_t ids) {
+  constexpr int64_t kPlaces = 8;
+  constexpr int64_t kMessages = 512;  // at each place
+  std::vector<std::string> texts;
+  for (int64_t place = 0; place < kPlaces; ++place) {
+    const int64_t begin = first + place * (ids / kPlaces);
+    sample_.bind(begin, begin + ids / kPlaces - 1, kMessages);
+    while (sample_.row()) texts.push_back(FoldedText(sample_.text(0)).text());
+  }
+  return texts;
 }
 
 std::optional<std::string_view> StoreReader::content(int64_t id) {

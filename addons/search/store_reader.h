@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "addons/search/connection.h"
 #include "addons/search/file_identity.h"
@@ -43,6 +44,10 @@ class StoreReader {
   // are not in their order: the ends of loops depend on it.
   bool next_message();
 
+  // Folded texts of a few messages, taken from all over `ids` ids from `first` on. Long texts are
+  // cut.
+  std::vector<std::string> sample(int64_t first, int64_t ids);
+
   // The message's content; nothing if there is no such message. Valid until the next call.
   std::optional<std::string_view> content(int64_t id);
 
@@ -72,6 +77,7 @@ class StoreReader {
   std::exception_ptr failure_;
   Statement messages_;
   int64_t next_id_ = 0;  // the next row has this id or a larger one
+  Statement sample_;
   Statement content_;
   std::string text_;  // what content() has read
   Statement newest_id_;

@@ -175,7 +175,7 @@ void Sweeping::begin_building(Shard* found) {
   IndexChange change(&index_);
   Shard* const shard = index_.shard_of(first_id);
   if (shard == nullptr || shard->building != 0) return;  // another process has begun
-  shard->building = index_.create_table();
+  shard->building = index_.create_table(first_id);
   shard->built_to = first_id - 1;
   shard->stale_built = 0;
   change.commit();

@@ -18,12 +18,17 @@ constexpr const char* kRules = "1";  // change it when a text gets other tokens 
 
 using TakeToken = int (*)(void*, int, const char*, int, int, int);
 
-// FTS5 needs an address for each tokenizer; this one has no state.
-int create_tokenizer(void* /*context*/, const char** /*arguments*/, int /*count*/,
+const CommonPairs* const kNoPairs = nullptr;
+
+// The only state of a tokenizer is where the pairs are.
+int create_tokenizer(void* context, const char** /*arguments*/, int /*count*/,
                      Fts5Tokenizer** tokenizer) {
-  static char instance = 0;
-  *tokenizer = reinterpret_cast<Fts5Tokenizer*>(&instance);
+  *tokenizer = static_cast<Fts5Tokenizer*>(context);
   return SQLITE_OK;
+}
+
+const CommonPairs* pairs_of(const Fts5Tokenizer* tokenizer) {
+  return *reinterpret_cast<const CommonPairs* const*>(tokenizer);
 }
 
 void delete_tokenizer(Fts5Tokenizer* /*tokenizer*/) {}
@@ -33,22 +38,33 @@ int give_token(std::string_view token, TakeToken take, void* context) {
   return take(context, 0, token.data(), static_cast<int>(token.size()), 0, 0);
 }
 
-int give_tokens(std::string_view text, TakeToken take, void* context) {
+int give_pairs(std::string_view folded, const CommonPairs& pairs, TakeToken take, void* context) {
   int result = SQLITE_OK;
-  for_each_token(FoldedText(text).text(), [&](std::string_view token) {
-    result = give_token(token, take, context);
+  for_each_pair(folded, [&](std::string_view first, std::string_view second) {
+    if (pairs.has(first, second)) result = give_token(pair_token(first, second), take, context);
     return result == SQLITE_OK;
   });
   return result;
 }
 
-int tokenize(Fts5Tokenizer* /*tokenizer*/, void* context, int flags, const char* text, int size,
+int give_tokens(std::string_view text, const CommonPairs* pairs, TakeToken take, void* context) {
+  const FoldedText folded(text);
+  int result = SQLITE_OK;
+  for_each_token(folded.text(), [&](std::string_view token) {
+    result = give_token(token, take, context);
+    return result == SQLITE_OK;
+  });
+  if (result != SQLITE_OK || pairs == nullptr || pairs->is_empty()) return result;
+  return give_pairs(folded.text(), *pairs, take, context);
+}
+
+int tokenize(Fts5Tokenizer* tokenizer, void* context, int flags, const char* text, int size,
              TakeToken take) {
   if (text == nullptr || size <= 0) return SQLITE_OK;
   const std::string_view given(text, static_cast<std::size_t>(size));
   if ((flags & FTS5_TOKENIZE_QUERY) != 0) return give_token(given, take, context);
   try {
-    return give_tokens(given, take, context);
+    return give_tokens(given, pairs_of(tokenizer), take, context);
   } catch (const std::bad_alloc&) {
     return SQLITE_NOMEM;
   } catch (...) {
@@ -68,13 +84,14 @@ int find_fts5(sqlite3* connection, fts5_api** api) {
 
 }  // namespace
 
-int register_tokenizer(sqlite3* connection) {
+int register_tokenizer(sqlite3* connection, const CommonPairs* const* pairs) {
   fts5_api* api = nullptr;
   const int result = find_fts5(connection, &api);
   if (result != SQLITE_OK) return result;
   if (api == nullptr) return SQLITE_ERROR;
   fts5_tokenizer functions{create_tokenizer, delete_tokenizer, tokenize};
-  return api->xCreateTokenizer(api, kTokenizer, nullptr, &functions, nullptr);
+  const void* const context = pairs == nullptr ? &kNoPairs : pairs;
+  return api->xCreateTokenizer(api, kTokenizer, const_cast<void*>(context), &functions, nullptr);
 }
 
 std::string tokenizer_version() {

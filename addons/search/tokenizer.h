@@ -5,15 +5,18 @@
 
 #include <string>
 
+#include "addons/search/common_pairs.h"
+
 struct sqlite3;
 
 namespace Corvan::search {
 
 constexpr const char* kTokenizer = "corvan";
 
-// Makes the tokenizer known to this connection. Returns SQLite's result code; SQLITE_ERROR if
-// SQLite has no FTS5.
-int register_tokenizer(sqlite3* connection);
+// Makes the tokenizer known to this connection; the last call counts. Texts get the tokens of the
+// pairs at `*pairs`, too, unless one of the pointers is null. `pairs` must stay valid until the
+// connection is closed. Returns SQLite's result code; SQLITE_ERROR if SQLite has no FTS5.
+int register_tokenizer(sqlite3* connection, const CommonPairs* const* pairs = nullptr);
 
 // Names the rules of the tokenizer and the Unicode data that it uses. An index with another version
 // must be created again.
