@@ -108,6 +108,7 @@ SearchWork Indexing::catch_up(const TimeBudget& budget) {
     bool is_all = false;
     do {
       is_all = index_batch(budget, &work);
+      if (!is_all) merge_full_shard(&files_->index);  // find() is faster then
     } while (!is_all && !budget.is_over());
     work.complete = is_all && make_compact(budget, work.messages > 0);
   });
@@ -131,9 +132,11 @@ bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
   const bool has_more = append(&rows, budget, &count);
   rows.reset();
   if (count == 0) return true;
+  const bool is_all = !has_more && count < kBatch;
+  if (is_all) index.merge_new_segments(index.shards().back().number);
   change.commit();
   work->messages += count;
-  return !has_more && count < kBatch;
+  return is_all;
 }
 
 // Indexes the messages of the rows, and counts them. True if the time ended first.
