@@ -144,8 +144,9 @@ bool Indexing::append(Statement* rows, const TimeBudget& budget, int64_t* count)
   std::size_t bytes = 0;
   bool has_more = files_->store.next_message();
   while (has_more) {
-    bytes += rows->text(1).size() + kBytesPerMessage;
-    files_->index.append(rows->integer(0), rows->text(1));
+    const std::string_view content = rows->text(1);
+    bytes += content.size() + kBytesPerMessage;
+    files_->index.append(rows->integer(0), content);
     ++*count;
     has_more = files_->store.next_message();
     if (bytes < kBytesBetweenLooks) continue;
