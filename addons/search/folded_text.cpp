@@ -113,7 +113,7 @@ std::size_t FoldedText::add_ascii(std::string_view rest) {
   return size;
 }
 
-// Those that are copied as they are, as nearly all Chinese characters.
+// Unspaced characters that fold to themselves, as nearly all Chinese ones do.
 std::size_t FoldedText::add_unspaced(std::string_view rest) {
   std::size_t size = 0;
   std::size_t last = 0;

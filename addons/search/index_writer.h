@@ -53,8 +53,8 @@ class IndexWriter {
   // Each transaction that adds terms to a table adds a segment. If there are many of them, this
   // merges a part. For tables that get short transactions.
   void merge_new_segments(int64_t table) { merge(table, kMergedPages); }
-  // One step of merging all segments of a table; the first one unless `is_begun`. False if nothing
-  // was left to do.
+  // One step of merging all segments of a table. `is_begun`: it is not the first one. False if
+  // nothing was left to do.
   bool merge_all_segments(int64_t table, bool is_begun);
   // Returns the number of a new table.
   int64_t create_table();
