@@ -29,6 +29,10 @@ class Traits {
   // The code point can be in one grapheme cluster only with code points that are not simple, and
   // folds to exactly one code point, folded().
   bool is_simple() const { return (bits_ >> 25U) != 0; }
+  // Whether these are the traits of a simple, unspaced code point that folds to itself.
+  bool is_plain(char32_t own) const {
+    return bits_ == Traits(own, Kind::kUnspaced, Kind::kUnspaced, true).bits_;
+  }
   char32_t folded() const { return bits_ & 0x1FFFFFU; }
   Kind kind() const { return static_cast<Kind>(bits_ >> 21U & 3U); }      // of folded()
   Kind own_kind() const { return static_cast<Kind>(bits_ >> 23U & 3U); }  // of the code point

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 
 namespace Corvan::search {
 
@@ -40,10 +42,20 @@ bool is_ascii(char c) {
   return static_cast<unsigned char>(c) < 0x80;
 }
 
+// The same of eight characters.
+bool are_ascii(const char* text) {
+  uint64_t word = 0;
+  std::memcpy(&word, text, sizeof word);
+  return (word & 0x8080808080808080) == 0;
+}
+
 // The ASCII characters at the beginning that are clusters of their own. The last one may have a
 // mark.
 std::size_t ascii_size(std::string_view text) {
   std::size_t size = 0;
+  while (size + sizeof(uint64_t) <= text.size() && are_ascii(text.data() + size)) {
+    size += sizeof(uint64_t);
+  }
   while (size < text.size() && is_ascii(text[size])) ++size;
   return size == text.size() || size == 0 ? size : size - 1;
 }
@@ -64,6 +76,7 @@ FoldedText::FoldedText(std::string_view original, bool with_origins) {
 void FoldedText::fold(std::string_view rest) {
   while (!rest.empty()) {
     std::size_t size = add_ascii(rest);
+    if (size == 0) size = add_unspaced(rest);
     if (size == 0) size = add_simple(rest);
     if (size == 0) size = add_cluster(rest);
     rest.remove_prefix(size);
@@ -85,28 +98,49 @@ std::size_t FoldedText::add_ascii(std::string_view rest) {
   const std::size_t size = ascii_size(rest);
   if (size == 0) return 0;
   if (last_ == Kind::kUnspaced) add_gap();
-  std::size_t to = text_.size();
-  text_.resize(to + size);
-  char last = text_[to - 1];
-  for (std::size_t i = 0; i < size; ++i) {
-    const char folded = kFoldedAscii[static_cast<unsigned char>(rest[i])];
-    text_[to] = folded;
+  const std::size_t before = text_.size();
+  text_.resize(before + size);
+  char* to = text_.data() + before;
+  char last = to[-1];
+  for (const char c : rest.substr(0, size)) {
+    const char folded = kFoldedAscii[static_cast<unsigned char>(c)];
+    *to = folded;
     to += folded != kGap || last != kGap ? 1 : 0;
     last = folded;
   }
-  text_.resize(to);
+  text_.resize(static_cast<std::size_t>(to - text_.data()));
   last_ = last == kGap ? Kind::kSeparator : Kind::kWord;
   return size;
 }
 
-// Code points are clusters of their own if they and their successors are simple. Stops at ASCII,
-// which add_ascii() adds faster.
+// Unspaced characters that fold to themselves, as nearly all Chinese ones do.
+std::size_t FoldedText::add_unspaced(std::string_view rest) {
+  std::size_t size = 0;
+  std::size_t last = 0;
+  char32_t point = 0;
+  std::size_t next_size = decode(rest, point);
+  for (; next_size > 0 && traits(point).is_plain(point);
+       next_size = decode(rest.substr(size), point)) {
+    last = size;
+    size += next_size;
+  }
+  if (next_size > 0 && !traits(point).is_simple()) size = last;  // they may be one cluster
+  if (size == 0) return 0;
+  if (last_ != Kind::kUnspaced) add_gap();
+  text_.append(rest.data(), size);
+  last_ = Kind::kUnspaced;
+  return size;
+}
+
+// Code points are clusters of their own if they and their successors are simple. Stops before those
+// that the functions above add faster.
 std::size_t FoldedText::add_simple(std::string_view rest) {
   std::size_t at = 0;
   char32_t point = 0;
   std::size_t size = decode(rest, point);
-  while (size > 0 && (at == 0 || point >= 0x80) && traits(point).is_simple()) {
+  while (size > 0 && traits(point).is_simple()) {
     const Traits first = traits(point);
+    if (at > 0 && (point < 0x80 || first.is_plain(point))) break;
     const std::size_t next_size = decode(rest.substr(at + size), point);
     if (next_size > 0 && !traits(point).is_simple()) break;
     add(first.folded(), first.kind());
@@ -147,12 +181,16 @@ SearchRange FoldedText::origin(std::size_t begin, std::size_t end) const {
 }
 
 std::string_view next_chunk(std::string_view folded, std::size_t& at) {
-  const std::size_t begin = std::min(folded.find_first_not_of(FoldedText::kGap, at), folded.size());
-  at = std::min(folded.find(FoldedText::kGap, begin), folded.size());
-  return folded.substr(begin, at - begin);
+  std::size_t begin = at;
+  while (begin < folded.size() && folded[begin] == FoldedText::kGap) ++begin;
+  std::size_t end = begin;
+  while (end < folded.size() && folded[end] != FoldedText::kGap) ++end;
+  at = end;
+  return folded.substr(begin, end - begin);
 }
 
 bool is_word(std::string_view chunk) {
+  if (!chunk.empty() && is_ascii(chunk.front())) return true;  // a letter or a digit
   char32_t point = 0;
   return decode(chunk, point) != 0 && traits(point).own_kind() == Kind::kWord;
 }

@@ -43,6 +43,7 @@ class FoldedText {
   void fold(std::string_view rest);
   void fold_with_origins(std::string_view original);
   std::size_t add_ascii(std::string_view rest);
+  std::size_t add_unspaced(std::string_view rest);
   std::size_t add_simple(std::string_view rest);
   std::size_t add_cluster(std::string_view rest);
   void add(char32_t point, Kind kind);

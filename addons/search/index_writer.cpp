@@ -1,6 +1,7 @@
 #include "addons/search/index_writer.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <string>
 #include <tuple>
@@ -9,6 +10,29 @@
 #include "addons/search/tokenizer.h"
 
 namespace Corvan::search {
+
+namespace {
+
+struct Option {
+  const char* name;
+  int64_t value;
+};
+
+// FTS5 merges the segments of a table by itself only if there are very many. Otherwise it would
+// write most messages several times while a full store is indexed.
+constexpr std::array<Option, 5> kOptions = {{
+    {"pgsz", 4050},         // a row of the table's data then fits in a page of the file
+    {"hashsize", 1 << 21},  // bytes of terms that may wait in memory
+    {"automerge", 0},
+    {"crisismerge", 64},
+    {"usermerge", 9},  // segments that are worth a merge in merge_new_segments()
+}};
+
+std::string set_option(const std::string& table, const std::string& name) {
+  return "insert into " + table + "(" + table + ",rank) values('" + name + "',?)";
+}
+
+}  // namespace
 
 IndexWriter::IndexWriter(const Connection& index, PairSource find_pairs)
     : index_(index),
@@ -62,6 +86,7 @@ void IndexWriter::replace(int64_t id, std::string_view content) {
   if (shard == nullptr) index_.fail(SQLITE_CORRUPT);
   const bool is_known = fingerprints_.of(id) != kNoMessage;
   add_terms(shard->number, id, content);
+  merge_new_segments(shard->number);
   ++shard->unmerged;
   ++(is_known ? shard->stale : shard->messages);
   if (shard->building != 0 && id <= shard->built_to) {
@@ -109,14 +134,33 @@ void IndexWriter::set_messages(Shard* shard) {
   }
 }
 
-void IndexWriter::add_terms(int64_t table, int64_t id, std::string_view content) {
-  std::unique_ptr<Statement>& insert = inserts_[table];
-  if (insert == nullptr) {
-    insert = std::make_unique<Statement>(
-        index_, "insert into " + shard_table(table) + "(rowid,content) values(?,?)");
+IndexWriter::TableStatements::TableStatements(const Connection& index, const std::string& table)
+    : insert(index, "insert into " + table + "(rowid,content) values(?,?)"),
+      merge(index, set_option(table, "merge")) {}
+
+IndexWriter::TableStatements& IndexWriter::statements(int64_t table) {
+  std::unique_ptr<TableStatements>& statements = statements_[table];
+  if (statements == nullptr) {
+    statements = std::make_unique<TableStatements>(index_, shard_table(table));
   }
+  return *statements;
+}
+
+void IndexWriter::add_terms(int64_t table, int64_t id, std::string_view content) {
   used_pairs_ = &pairs_.of(table);
-  insert->bind(id, content).run();
+  statements(table).insert.bind(id, content).run();
+}
+
+void IndexWriter::merge(int64_t table, int64_t pages) {
+  statements(table).merge.bind(pages).run();
+}
+
+// A negative number of pages begins the merge of all segments. FTS5's documentation: a merge is
+// complete when a step changes less than two rows.
+bool IndexWriter::merge_all_segments(int64_t table, bool is_begun) {
+  const int before = sqlite3_total_changes(index_.handle());
+  merge(table, is_begun ? kMergedPages : -kMergedPages);
+  return sqlite3_total_changes(index_.handle()) - before >= 2;
 }
 
 int64_t IndexWriter::create_table(int64_t first_id) {
@@ -124,13 +168,15 @@ int64_t IndexWriter::create_table(int64_t first_id) {
   const std::string name = shard_table(number);
   index_.run("create virtual table " + name +
              " using fts5(content,content='',columnsize=0,detail=none,tokenize=corvan)");
-  index_.run("insert into " + name + "(" + name + ",rank) values('pgsz',4050)");
+  for (const auto& [option, value] : kOptions) {
+    Statement(index_, set_option(name, option)).bind(value).run();
+  }
   pairs_.add(number, find_pairs_(first_id));
   return number;
 }
 
 void IndexWriter::drop_table(int64_t number) {
-  inserts_.erase(number);
+  statements_.erase(number);
   index_.run("drop table " + shard_table(number));
   checksums_.remove(number);
   pairs_.remove(number);

@@ -19,6 +19,8 @@
 
 namespace Corvan::search {
 
+constexpr int64_t kMergedPages = 64;  // FTS5 writes about so many pages in a step of merging
+
 // The index as it is being changed. All members that change it are called in an IndexChange.
 class IndexWriter {
  public:
@@ -55,6 +57,12 @@ class IndexWriter {
 
   // Adds a message's terms to one table.
   void add_terms(int64_t table, int64_t id, std::string_view content);
+  // Each transaction that adds terms to a table adds a segment. If there are many of them, this
+  // merges a part. For tables that get short transactions.
+  void merge_new_segments(int64_t table) { merge(table, kMergedPages); }
+  // One step of merging all segments of a table. `is_begun`: it is not the first one. False if
+  // nothing was left to do.
+  bool merge_all_segments(int64_t table, bool is_begun);
   // Returns the number of a new table for messages from an id on.
   int64_t create_table(int64_t first_id);
   void drop_table(int64_t number);
@@ -62,6 +70,14 @@ class IndexWriter {
  private:
   friend class IndexChange;
 
+  struct TableStatements {
+    TableStatements(const Connection& index, const std::string& table);
+    Statement insert;
+    Statement merge;
+  };
+
+  TableStatements& statements(int64_t table);
+  void merge(int64_t table, int64_t pages);
   void store();
   void forget_changes();
   void store_shards();
@@ -80,8 +96,8 @@ class IndexWriter {
   Checksums checksums_;
   const PairSource find_pairs_;
   PairTable pairs_;
-  const CommonPairs* used_pairs_ = nullptr;                // by the tokenizer
-  std::map<int64_t, std::unique_ptr<Statement>> inserts_;  // by table
+  const CommonPairs* used_pairs_ = nullptr;                         // by the tokenizer
+  std::map<int64_t, std::unique_ptr<TableStatements>> statements_;  // by table
 };
 
 // A transaction on the index; rolled back unless it is committed.

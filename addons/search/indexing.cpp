@@ -111,6 +111,7 @@ SearchWork Indexing::catch_up(const TimeBudget& budget) {
     bool is_all = false;
     do {
       is_all = index_batch(budget, &work);
+      if (!is_all) merge_full_shard(&files_->index);  // find() is faster then
     } while (!is_all && !budget.is_over());
     work.complete = is_all && make_compact(budget, work.messages > 0);
   });
@@ -134,9 +135,11 @@ bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
   const bool has_more = append(&rows, budget, &count);
   rows.reset();
   if (count == 0) return true;
+  const bool is_all = !has_more && count < kBatch;
+  if (is_all) index.merge_new_segments(index.shards().back().number);
   change.commit();
   work->messages += count;
-  return !has_more && count < kBatch;
+  return is_all;
 }
 
 // Indexes the messages of the rows, and counts them. True if the time ended first.
@@ -144,8 +147,9 @@ bool Indexing::append(Statement* rows, const TimeBudget& budget, int64_t* count)
   std::size_t bytes = 0;
   bool has_more = files_->store.next_message();
   while (has_more) {
-    bytes += rows->text(1).size() + kBytesPerMessage;
-    files_->index.append(rows->integer(0), rows->text(1));
+    const std::string_view content = rows->text(1);
+    bytes += content.size() + kBytesPerMessage;
+    files_->index.append(rows->integer(0), content);
     ++*count;
     has_more = files_->store.next_message();
     if (bytes < kBytesBetweenLooks) continue;

@@ -191,6 +191,7 @@ void Sweeping::build(int64_t first_id, SearchWork* work) {
   for (const Message& message : slice.messages) {
     index_.add_terms(shard->building, message.id, message.content);
   }
+  index_.merge_new_segments(shard->building);
   shard->built_to = slice.end;
   if (slice.end == end) replace_table(shard);
   change.commit();

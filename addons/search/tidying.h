@@ -14,6 +14,9 @@ namespace Corvan::search {
 // Whether a shard has grown so much that its segments are to be merged.
 bool needs_merge(const std::vector<Shard>& shards);
 
+// One step of merging the segments of a full shard. False if there is nothing to merge.
+bool merge_full_shard(IndexWriter* index);
+
 // Merges the segments of shards that have grown, and returns free pages to the file system, until
 // the time is over, at least one step. True if nothing is left to do.
 bool tidy(IndexWriter* index, const TimeBudget& budget);

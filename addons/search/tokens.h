@@ -27,10 +27,11 @@ bool for_each_token(std::string_view folded, Take take) {
       if (!take(word_token(chunk))) return false;
       continue;
     }
-    while (!chunk.empty()) {
-      const std::size_t first = first_size(chunk);
+    std::size_t first = first_size(chunk);
+    for (std::size_t second = 1; second > 0; first = second) {
       const std::string_view rest = chunk.substr(first);
-      if (!take(chunk.substr(0, first + (rest.empty() ? 0 : first_size(rest))))) return false;
+      second = rest.empty() ? 0 : first_size(rest);
+      if (!take(chunk.substr(0, first + second))) return false;
       chunk = rest;
     }
   }

@@ -56,6 +56,14 @@ TEST_F(SearchIndexFormat, IndexOfAnotherFormatIsBuiltAnew) {
   }
 }
 
+// A search looks each token up in every segment.
+TEST_F(SearchIndexFormat, ShortTransactionsLeaveFewSegments) {
+  index_up_to(300, 1);
+  EXPECT_LE(std::stoi(only_row("select count(distinct segid) from shard_1_idx")), 20);
+  MessageSearch search(path());
+  EXPECT_EQ(compare(search, truth(), {"message", "天气", "42"}), "");
+}
+
 // However the rows have grown.
 TEST_F(SearchIndexFormat, FourRowsOfFingerprintsFillAPage) {
   if (sqlite3_compileoption_used("ENABLE_DBSTAT_VTAB") == 0) GTEST_SKIP() << "SQLite has no dbstat";

@@ -88,8 +88,8 @@ TEST_P(TimeBlocks, FindsAllWithFilters) {
 TEST_P(TimeBlocks, FindsAllInShortCalls) {
   MessageSearch search(path());
   SearchOptions options;
-  for (const int microseconds : {1, 300}) {
-    options.time_limit = std::chrono::microseconds(microseconds);
+  for (const int limit : {1, 300}) {
+    options.time_limit = std::chrono::microseconds(limit);
     expect_all(&search, truth(), options);
   }
 }
