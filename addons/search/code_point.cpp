@@ -35,8 +35,10 @@ Kind kind_of(char32_t point) {
   if (is_in_table(point)) return Kind::kUnspaced;
   const utf8proc_category_t category = utf8proc_category(static_cast<int32_t>(point));
   if (category == UTF8PROC_CATEGORY_SO && point != kReplacementCharacter) return Kind::kUnspaced;
-  if (category >= UTF8PROC_CATEGORY_LU && category <= UTF8PROC_CATEGORY_NO) return Kind::kWord;
-  return category == UTF8PROC_CATEGORY_CO ? Kind::kWord : Kind::kSeparator;
+  if (category == UTF8PROC_CATEGORY_CO) return Kind::kUnspaced;  // often a symbol of a font
+  if (category >= UTF8PROC_CATEGORY_MN && category <= UTF8PROC_CATEGORY_ME) return Kind::kMark;
+  const bool is_word = category >= UTF8PROC_CATEGORY_LU && category <= UTF8PROC_CATEGORY_NO;
+  return is_word ? Kind::kWord : Kind::kSeparator;
 }
 
 // Between two code points of these classes there is always a break. CR and LF are one cluster, but

@@ -14,8 +14,9 @@ namespace Corvan::search {
 
 enum class Kind : uint8_t {
   kSeparator,
-  kWord,      // letters, marks and numbers of scripts with spaces between words
+  kWord,      // letters and numbers of scripts with spaces between words
   kUnspaced,  // characters that are searched one by one: of scripts without spaces, and symbols
+  kMark,      // belongs to the word before it; says nothing elsewhere
 };
 
 // Properties of a code point, packed into 32 bits.

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <unordered_map>
 #include <utility>
+
+#include "addons/search/hashing.h"
 
 namespace Corvan::search {
 
@@ -11,7 +14,7 @@ namespace {
 constexpr int64_t kWhole = 65'536;  // shares are counted in messages of so many
 // Two words are a pair if so many messages, and so large a part of all, would have both by chance.
 constexpr int64_t kLeastMessages = 200;
-constexpr int64_t kLeastShare = kWhole / 1500;
+constexpr int64_t kLeastShare = kWhole / 1000;
 // A pair is an exception if at least one of so many of these messages has it,
 constexpr int64_t kFrequent = 5;
 constexpr int64_t kFrequentInSample = 3;  // and at least so many messages of the sample
@@ -100,22 +103,39 @@ std::string pair_token(std::string_view first, std::string_view second) {
 
 CommonPairs::CommonPairs(int64_t least, std::string_view words, std::string_view exceptions)
     : least_(least) {
+  std::size_t places = 1;
+  while (places <= words.size() / 2) places *= 2;  // a line has four bytes or more
+  if (!words.empty()) words_.resize(places);
   for_each_line(words, [this](std::string_view line) {
     const std::size_t gap = line.find(' ');
     if (gap == std::string_view::npos) return;
     const std::string share(line.substr(gap + 1));
-    shares_.emplace(line.substr(0, gap), std::strtoll(share.c_str(), nullptr, 10));
+    add_word({hash_of(line.substr(0, gap)), std::strtoll(share.c_str(), nullptr, 10)});
   });
-  for_each_line(exceptions, [this](std::string_view line) { exceptions_.emplace(line); });
+  for_each_line(exceptions, [this](std::string_view line) {
+    const std::size_t gap = std::min(line.find(FoldedText::kGap), line.size() - 1);
+    exceptions_.insert(mixed(hash_of(line.substr(0, gap)), hash_of(line.substr(gap + 1))));
+  });
 }
 
-bool CommonPairs::has(std::string_view first, std::string_view second) const {
-  if (is_empty()) return false;
-  const auto a = shares_.find(std::string(first));
-  if (a == shares_.end()) return false;
-  const auto b = shares_.find(std::string(second));
-  if (b == shares_.end() || joint_share(a->second, b->second) < least_) return false;
-  return exceptions_.count(pair_token(first, second)) == 0;
+void CommonPairs::add_word(const Word& word) {
+  std::size_t place = place_of(word.hash);
+  while (words_[place].share != 0) place = place_of(place + 1);
+  words_[place] = word;
+}
+
+CommonPairs::Word CommonPairs::word(std::string_view word) const {
+  const uint64_t hash = hash_of(word);
+  if (is_empty()) return {hash, 0};
+  for (std::size_t place = place_of(hash);; place = place_of(place + 1)) {
+    const Word& known = words_[place];
+    if (known.share == 0 || known.hash == hash) return {hash, known.share};
+  }
+}
+
+bool CommonPairs::has(const Word& first, const Word& second) const {
+  if (is_empty() || joint_share(first.share, second.share) < least_) return false;
+  return exceptions_.count(mixed(first.hash, second.hash)) == 0;
 }
 
 PairLists count_pairs(const std::vector<std::string>& folded, int64_t messages) {

@@ -3,10 +3,10 @@
 #ifndef ADDONS_SEARCH_COMMON_PAIRS_H_
 #define ADDONS_SEARCH_COMMON_PAIRS_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -23,14 +23,29 @@ class CommonPairs {
   CommonPairs() = default;                                                          // no pairs
   CommonPairs(int64_t least, std::string_view words, std::string_view exceptions);  // of PairLists
 
+  // A word, as far as it matters here.
+  struct Word {
+    uint64_t hash = 0;
+    int64_t share = 0;  // 0: it is not common
+  };
+  Word word(std::string_view word) const;
+
   // Whether two words that follow each other have a token.
-  bool has(std::string_view first, std::string_view second) const;
-  bool is_empty() const { return shares_.empty(); }
+  bool has(const Word& first, const Word& second) const;
+  bool has(std::string_view first, std::string_view second) const {
+    return has(word(first), word(second));
+  }
+  bool is_empty() const { return words_.empty(); }
 
  private:
+  void add_word(const Word& word);
+  std::size_t place_of(uint64_t hash) const { return hash & (words_.size() - 1); }
+
   int64_t least_ = 0;
-  std::unordered_map<std::string, int64_t> shares_;
-  std::unordered_set<std::string> exceptions_;
+  // Hashes are compared instead of words. If two words have the same hash, the index has a few
+  // tokens more.
+  std::vector<Word> words_;  // a hash table: 2^n places, some of them free
+  std::unordered_set<uint64_t> exceptions_;
 };
 
 // What CommonPairs are made of, to be stored.

@@ -159,6 +159,10 @@ std::size_t FoldedText::add_cluster(std::string_view rest) {
 }
 
 void FoldedText::add(char32_t point, Kind kind) {
+  if (kind == Kind::kMark) {
+    if (last_ == Kind::kWord) append(text_, point);
+    return;
+  }
   if (kind == Kind::kSeparator || kind != last_) add_gap();
   if (kind != Kind::kSeparator) append(text_, point);
   last_ = kind;

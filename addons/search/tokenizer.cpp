@@ -14,7 +14,7 @@ namespace Corvan::search {
 
 namespace {
 
-constexpr const char* kRules = "1";  // change it when a text gets other tokens than before
+constexpr const char* kRules = "2";  // change it when a text gets other tokens than before
 
 using TakeToken = int (*)(void*, int, const char*, int, int, int);
 
@@ -39,12 +39,19 @@ int give_token(std::string_view token, TakeToken take, void* context) {
 }
 
 int give_pairs(std::string_view folded, const CommonPairs& pairs, TakeToken take, void* context) {
-  int result = SQLITE_OK;
-  for_each_pair(folded, [&](std::string_view first, std::string_view second) {
-    if (pairs.has(first, second)) result = give_token(pair_token(first, second), take, context);
-    return result == SQLITE_OK;
-  });
-  return result;
+  std::string_view before;
+  CommonPairs::Word last;
+  for (std::size_t at = 0;;) {
+    const std::string_view chunk = next_chunk(folded, at);
+    if (chunk.empty()) return SQLITE_OK;
+    const auto word = is_word(chunk) ? pairs.word(chunk) : CommonPairs::Word();
+    if (last.share > 0 && word.share > 0 && pairs.has(last, word)) {
+      const int result = give_token(pair_token(before, chunk), take, context);
+      if (result != SQLITE_OK) return result;
+    }
+    before = chunk;
+    last = word;
+  }
 }
 
 int give_tokens(std::string_view text, const CommonPairs* pairs, TakeToken take, void* context) {

@@ -48,7 +48,6 @@ INSTANTIATE_TEST_SUITE_P(Spaced, FoldingExampleTest,
                                          FoldingExample{"السَّلام عليكم", " السَّلام عليكم "},
                                          FoldingExample{"ﻼ", " لا "},
                                          FoldingExample{"हिन्दी में", " हिन्दी में "},
-                                         FoldingExample{"\uE000x", " \uE000x "},
                                          FoldingExample{"ﷺ", " صلى الله عليه وسلم "}));
 
 INSTANTIATE_TEST_SUITE_P(Unspaced, FoldingExampleTest,
@@ -65,6 +64,15 @@ INSTANTIATE_TEST_SUITE_P(Unspaced, FoldingExampleTest,
                                          FoldingExample{"㍿ ㈱", " 株式会社 株 "},
                                          FoldingExample{"々〇〆", " 々〇〆 "}));
 
+// A mark belongs to the word before it.
+INSTANTIATE_TEST_SUITE_P(Marks, FoldingExampleTest,
+                         testing::Values(FoldingExample{"x\u0301 x\u20E3", " x\u0301 x\u20E3 "},
+                                         FoldingExample{"\u0301one", " one "},
+                                         FoldingExample{"one .\u0301two", " one two "},
+                                         FoldingExample{"♡\u20D7thanks", " ♡ thanks "},
+                                         FoldingExample{"電\u0301a", " 電 a "},
+                                         FoldingExample{"\u309B \u20E3", " "}));
+
 INSTANTIATE_TEST_SUITE_P(
     Symbols, FoldingExampleTest,
     testing::Values(FoldingExample{"❤️ ❤", " ❤ ❤ "},
@@ -72,7 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
                     FoldingExample{"👍🏽", " 👍🏽 "}, FoldingExample{"🇩🇪🇫🇷", " 🇩🇪🇫🇷 "},
                     FoldingExample{"1️⃣", " 1\u20E3 "}, FoldingExample{"a→b ↔", " a b ↔ "},
                     FoldingExample{"© ▲", " © ▲ "}, FoldingExample{"\uFFFD", " "},
-                    FoldingExample{"$5+6", " 5 6 "},
+                    FoldingExample{"\uE000x", " \uE000 x "}, FoldingExample{"$5+6", " 5 6 "},
                     FoldingExample{"l\u00B4été it\u00B4s", " l été it s "}));
 
 TEST(FoldingTest, FoldsPartsLikeTheWhole) {

@@ -67,6 +67,15 @@ INSTANTIATE_TEST_SUITE_P(
                     Example{"में", "हिन्दी में", true}, Example{"हिन्द*", "हिन्दी में", true},
                     Example{"न्दी", "हिन्दी", false}));
 
+INSTANTIATE_TEST_SUITE_P(SymbolsBesideWords, MatchingTest,
+                         testing::Values(Example{"music", "\uF8FFMusic is on", true},
+                                         Example{"\uE057", "thanks\uE057", true},
+                                         Example{"thanks", "thanks\uE057", true},
+                                         Example{"thanks", "♡\u20D7thanks", true},
+                                         Example{"a", "電\u0301a", true},
+                                         Example{"電", "電\u0301a", true},
+                                         Example{"one", "(\u0301one)", true}));
+
 INSTANTIATE_TEST_SUITE_P(
     Chinese, MatchingTest,
     testing::Values(Example{"电影", "这部电影吗？", true}, Example{"影", "这部电影吗？", true},

@@ -68,7 +68,7 @@ bool is_in_unspaced_block(int32_t p) {
   return false;
 }
 
-enum class Class { kSeparator, kWord, kUnspaced };
+enum class Class { kSeparator, kWord, kUnspaced, kMark };
 
 Class class_of(int32_t p) {
   const char category = *utf8proc_category_string(p);
@@ -78,8 +78,9 @@ Class class_of(int32_t p) {
   }
   if (p >= 0x1F3FB && p <= 0x1F3FF) return Class::kUnspaced;
   if (is_letter && is_in_unspaced_block(p)) return Class::kUnspaced;
-  return is_letter || utf8proc_category(p) == UTF8PROC_CATEGORY_CO ? Class::kWord
-                                                                   : Class::kSeparator;
+  if (utf8proc_category(p) == UTF8PROC_CATEGORY_CO) return Class::kUnspaced;
+  if (category == 'M') return Class::kMark;
+  return is_letter ? Class::kWord : Class::kSeparator;
 }
 
 class Units {
@@ -98,7 +99,8 @@ class Units {
  private:
   void add(const std::string& point, Class kind) {
     if (kind == Class::kSeparator) return separate();
-    if (kind == Class::kWord && is_open_) {
+    if (kind == Class::kMark && !is_open_) return;
+    if (kind != Class::kUnspaced && is_open_) {
       units.back().text += point;
       return;
     }
