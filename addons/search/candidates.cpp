@@ -21,20 +21,17 @@ constexpr int64_t kLeastSample = 1024;  // messages that a shard must have for e
 constexpr int kDoublings = 6;           // the next ranges are larger, as the query is rarer
 constexpr int64_t kWanted = 256;        // candidates in a range: a larger one has too many
 
-// The tokens, with those of the pairs that have one instead of those of their words.
-std::vector<MatchExpression::Token> with_pairs(std::vector<MatchExpression::Token> tokens,
-                                               const WordPairs& pairs,
-                                               const std::vector<bool>& have_token) {
-  for (std::size_t i = 0; i < pairs.size(); ++i) {
-    if (!have_token[i]) continue;
-    const auto& [first, second] = pairs[i];
-    const auto is_part = [&, &a = first, &b = second](const MatchExpression::Token& token) {
-      return !token.is_prefix && (token.text == a || token.text == b);
-    };
-    tokens.erase(std::remove_if(tokens.begin(), tokens.end(), is_part), tokens.end());
-    tokens.insert(tokens.begin(), {pair_token(first, second), false});
-  }
-  return tokens;
+constexpr std::size_t kMostPairs = 32;  // the others are not looked up
+
+bool is_part_of(const std::string& token, const std::string& pair) {
+  const std::size_t gap = pair.find(FoldedText::kGap);
+  return pair.compare(0, gap, token) == 0 || pair.compare(gap + 1, std::string::npos, token) == 0;
+}
+
+bool has(const CommonPairs& pairs, const std::string& pair) {
+  const std::string_view words = pair;
+  const std::size_t gap = words.find(FoldedText::kGap);
+  return pairs.has(pairs.word(words.substr(0, gap)), pairs.word(words.substr(gap + 1)));
 }
 
 }  // namespace
@@ -50,25 +47,43 @@ Candidates::Candidates(const Connection* index, PairTable* pairs, const Query& q
   if (!shards_.empty()) has_prefix_ = match_of(shards_.size() - 1).has_prefix;
 }
 
-// Shards with tokens for the same pairs are asked for the same tokens.
+// Shards that have tokens for the same pairs are asked for the same tokens.
 const Candidates::Match& Candidates::match_of(std::size_t shard) {
-  std::vector<bool> pairs;
-  for (const auto& [first, second] : query_.pairs()) {
-    pairs.push_back(pairs_->of(shards_[shard].number).has(first, second));
+  uint64_t pairs = 0;
+  for (std::size_t i = 0; i < std::min(query_.pairs().size(), kMostPairs); ++i) {
+    const bool has_token = has(pairs_->of(shards_[shard].number), query_.pairs()[i]);
+    pairs |= static_cast<uint64_t>(has_token) << i;
   }
-  const auto known = matches_.find(pairs);
-  if (known != matches_.end()) return known->second;
-  return matches_.emplace(pairs, choose_match(shard, pairs)).first->second;
+  for (const Match& match : matches_) {
+    if (match.pairs == pairs) return match;
+  }
+  matches_.push_back(choose_match(shard, pairs));
+  return matches_.back();
 }
 
-Candidates::Match Candidates::choose_match(std::size_t shard,
-                                           const std::vector<bool>& pairs) const {
+Candidates::Match Candidates::choose_match(std::size_t shard, uint64_t pairs) const {
   const Shard& sampled = shards_[shard];
   const int64_t last = std::min(end_of(shard), state_.highest);
-  const auto tokens =
-      selective_tokens(*index_, {shard_table(sampled.number), sampled.first_id, last},
-                       with_pairs(query_.tokens(), query_.pairs(), pairs));
-  return {MatchExpression::text(tokens), tokens.back().is_prefix};
+  const auto tokens = selective_tokens(
+      *index_, {shard_table(sampled.number), sampled.first_id, last}, tokens_with(pairs));
+  return {pairs, MatchExpression::text(tokens), tokens.back().is_prefix};
+}
+
+// The query's tokens, with those of these pairs instead of those of their words.
+std::vector<MatchExpression::Token> Candidates::tokens_with(uint64_t pairs) const {
+  std::vector<MatchExpression::Token> tokens;
+  for (std::size_t i = 0; pairs >> i != 0; ++i) {
+    if ((pairs >> i & 1U) != 0) tokens.push_back({query_.pairs()[i], false});
+  }
+  const auto in_pairs = static_cast<std::ptrdiff_t>(tokens.size());
+  for (const MatchExpression::Token& token : query_.tokens()) {
+    const bool is_known =
+        !token.is_prefix &&
+        std::any_of(tokens.begin(), tokens.begin() + in_pairs,
+                    [&](const auto& pair) { return is_part_of(token.text, pair.text); });
+    if (!is_known) tokens.push_back(token);
+  }
+  return tokens;
 }
 
 // The newest shard, unless it has few messages yet.
@@ -202,7 +217,7 @@ void Candidates::keep(int64_t begin, Range range) {
 // False if there are more than `limit`.
 bool Candidates::read(std::size_t shard, int64_t begin, int64_t end, std::size_t limit,
                       std::vector<int64_t>* ids) {
-  Statement& rows = statement(shards_[shard].number);
+  Statement& rows = statement(shard);
   rows.bind(std::string_view(match_of(shard).text), begin, std::min(end, state_.highest));
   while (rows.row()) {
     if (ids->size() == limit) {
@@ -227,10 +242,11 @@ int64_t Candidates::end_of(std::size_t shard) const {
   return shards_[shard + 1].first_id - 1;
 }
 
-Statement& Candidates::statement(int64_t number) {
-  std::unique_ptr<Statement>& statement = statements_[number];
+Statement& Candidates::statement(std::size_t shard) {
+  statements_.resize(shards_.size());
+  std::unique_ptr<Statement>& statement = statements_[shard];
   if (statement == nullptr) {
-    const std::string table = shard_table(number);
+    const std::string table = shard_table(shards_[shard].number);
     statement =
         std::make_unique<Statement>(*index_, "select rowid from " + table + " where " + table +
                                                  " match ? and rowid between ? and ?");

@@ -4,6 +4,7 @@
 #define ADDONS_SEARCH_CANDIDATES_H_
 
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -52,6 +53,7 @@ class Candidates {
  private:
   // What a shard's table is asked for.
   struct Match {
+    uint64_t pairs = 0;  // a bit for each of the query's pairs that has a token
     std::string text;
     bool has_prefix = false;
   };
@@ -64,7 +66,8 @@ class Candidates {
   std::size_t estimated();
   int64_t next_size();
   const Match& match_of(std::size_t shard);
-  Match choose_match(std::size_t shard, const std::vector<bool>& pairs) const;
+  Match choose_match(std::size_t shard, uint64_t pairs) const;
+  std::vector<MatchExpression::Token> tokens_with(uint64_t pairs) const;
   const Range* range_of(int64_t id);
   const Range* read_around(int64_t id);
   bool read_shard(std::size_t shard, std::size_t limit);
@@ -73,7 +76,7 @@ class Candidates {
   void keep(int64_t begin, Range range);
   std::size_t shard_of(int64_t id) const;
   int64_t end_of(std::size_t shard) const;
-  Statement& statement(int64_t number);
+  Statement& statement(std::size_t shard);
 
   const Connection* const index_;
   PairTable* const pairs_;
@@ -81,10 +84,10 @@ class Candidates {
   State state_;
   std::vector<Shard> shards_;
   bool has_prefix_ = false;
-  std::map<std::vector<bool>, Match> matches_;                // by the pairs that have tokens
-  std::map<int64_t, std::unique_ptr<Statement>> statements_;  // by the shard's number
-  std::map<int64_t, Range> ranges_;                           // by their first id
-  std::map<int64_t, Range>::const_iterator last_;             // the range of the last question
+  std::list<Match> matches_;
+  std::vector<std::unique_ptr<Statement>> statements_;  // of the shards
+  std::map<int64_t, Range> ranges_;                     // by their first id
+  std::map<int64_t, Range>::const_iterator last_;       // the range of the last question
   int questions_ = 0;
   int doublings_ = 0;
   std::optional<std::size_t> estimate_;

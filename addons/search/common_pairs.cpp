@@ -1,9 +1,6 @@
 #include "addons/search/common_pairs.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <unordered_map>
-#include <utility>
 
 #include "addons/search/hashing.h"
 
@@ -19,135 +16,138 @@ constexpr int64_t kLeastShare = kWhole / 1000;
 constexpr int64_t kFrequent = 5;
 constexpr int64_t kFrequentInSample = 3;  // and at least so many messages of the sample
 constexpr int64_t kLeastTexts = 128;
-constexpr std::size_t kLongestWord = 32;  // bytes
 
-using Counts = std::unordered_map<std::string, int64_t>;
+using Shares = std::vector<HashedShare>;
 
 // The share of the messages that have two words with these shares, by chance.
 int64_t joint_share(int64_t first, int64_t second) {
   return first * second / kWhole;
 }
 
-// Calls take(line) for each line.
+uint64_t pair_hash(uint64_t first, uint64_t second) {
+  return mixed(first, second);
+}
+
+bool has_smaller_hash(const HashedShare& a, const HashedShare& b) {
+  return a.hash < b.hash;
+}
+
+bool has_same_hash(const HashedShare& a, const HashedShare& b) {
+  return a.hash == b.hash;
+}
+
+void sort(Shares* list, std::size_t from) {
+  std::sort(list->begin() + static_cast<std::ptrdiff_t>(from), list->end(), has_smaller_hash);
+}
+
+// Each only once from `from` on: what a text has.
+void remove_repetitions(Shares* list, std::size_t from) {
+  sort(list, from);
+  const auto begin = list->begin() + static_cast<std::ptrdiff_t>(from);
+  list->erase(std::unique(begin, list->end(), has_same_hash), list->end());
+}
+
+// Calls take(element, count) for each different element.
 template <typename Take>
-void for_each_line(std::string_view lines, Take take) {
-  while (!lines.empty()) {
-    const std::size_t end = std::min(lines.find('\n'), lines.size());
-    take(lines.substr(0, end));
-    lines.remove_prefix(std::min(end + 1, lines.size()));
+void for_each_counted(Shares list, Take take) {
+  sort(&list, 0);
+  for (std::size_t i = 0, next = 0; i < list.size(); i = next) {
+    while (next < list.size() && list[next].hash == list[i].hash) ++next;
+    take(list[i], static_cast<int64_t>(next - i));
   }
 }
 
-void count_each_once(std::vector<std::string>* found, Counts* counts) {
-  std::sort(found->begin(), found->end());
-  found->erase(std::unique(found->begin(), found->end()), found->end());
-  for (std::string& each : *found) ++(*counts)[std::move(each)];
-}
-
-// The words that are common together with the most common one, with their shares.
-Counts common_words(const std::vector<std::string>& folded, int64_t least) {
-  Counts counts;
+// The words that are common together with the most common one.
+Shares common_words(const std::vector<std::string>& folded, int64_t least) {
+  Shares all;
   for (const std::string& text : folded) {
-    std::vector<std::string> words;
+    const std::size_t before = all.size();
     for (std::size_t at = 0;;) {
       const std::string_view chunk = next_chunk(text, at);
       if (chunk.empty()) break;
-      if (is_word(chunk) && chunk.size() <= kLongestWord) words.emplace_back(chunk);
+      if (is_word(chunk)) all.push_back({hash_of(chunk), 0});
     }
-    count_each_once(&words, &counts);
+    remove_repetitions(&all, before);
   }
-  Counts common;
   const auto texts = static_cast<int64_t>(folded.size());
   int64_t largest = 0;
-  for (const auto& [word, count] : counts) largest = std::max(largest, count);
-  for (const auto& [word, count] : counts) {
+  for_each_counted(all, [&](const HashedShare& /*word*/, int64_t count) {
+    largest = std::max(largest, count * kWhole / texts);
+  });
+  Shares common;
+  for_each_counted(all, [&](const HashedShare& word, int64_t count) {
     const int64_t share = count * kWhole / texts;
-    if (joint_share(share, largest * kWhole / texts) >= least) common.emplace(word, share);
-  }
+    if (joint_share(share, largest) >= least) common.push_back({word.hash, share});
+  });
   return common;
 }
 
-// How many texts have the pairs of these words.
-Counts count_neighbours(const std::vector<std::string>& folded, const Counts& words,
-                        int64_t least) {
-  Counts counts;
+// The pairs that the texts have, each once for each text, with the shares by chance.
+Shares pairs_of_texts(const std::vector<std::string>& folded, const CommonPairs& all_pairs) {
+  Shares pairs;
   for (const std::string& text : folded) {
-    std::vector<std::string> pairs;
+    const std::size_t before = pairs.size();
     for_each_pair(text, [&](std::string_view first, std::string_view second) {
-      const auto a = words.find(std::string(first));
-      if (a == words.end()) return true;
-      const auto b = words.find(std::string(second));
-      if (b != words.end() && joint_share(a->second, b->second) >= least) {
-        pairs.push_back(pair_token(first, second));
-      }
-      return true;
+      const HashedShare a = all_pairs.word(first);
+      const HashedShare b = all_pairs.word(second);
+      if (!all_pairs.has(a, b)) return;
+      pairs.push_back({pair_hash(a.hash, b.hash), joint_share(a.share, b.share)});
     });
-    count_each_once(&pairs, &counts);
+    remove_repetitions(&pairs, before);
   }
-  return counts;
-}
-
-bool is_frequent(const std::string& pair, int64_t count, const Counts& words, std::size_t texts) {
-  if (count < kFrequentInSample) return false;
-  const std::size_t gap = pair.find(FoldedText::kGap);
-  const int64_t by_chance =
-      joint_share(words.at(pair.substr(0, gap)), words.at(pair.substr(gap + 1)));
-  return count * kWhole * kFrequent >= by_chance * static_cast<int64_t>(texts);
+  return pairs;
 }
 
 }  // namespace
 
-std::string pair_token(std::string_view first, std::string_view second) {
-  return std::string(first) + FoldedText::kGap + std::string(second);
+PairLists count_pairs(const std::vector<std::string>& folded, int64_t messages) {
+  PairLists lists;
+  const auto texts = static_cast<int64_t>(folded.size());
+  if (texts < kLeastTexts || messages < kLeastTexts) return lists;
+  lists.least = std::max(kLeastShare, kLeastMessages * kWhole / messages);
+  lists.words = common_words(folded, lists.least);
+  for_each_counted(pairs_of_texts(folded, CommonPairs(lists)),
+                   [&](const HashedShare& pair, int64_t count) {
+                     if (count < kFrequentInSample) return;
+                     if (count * kWhole * kFrequent < pair.share * texts) return;
+                     lists.exceptions.push_back(pair.hash);
+                   });
+  return lists;
 }
 
-CommonPairs::CommonPairs(int64_t least, std::string_view words, std::string_view exceptions)
-    : least_(least) {
-  std::size_t places = 1;
-  while (places <= words.size() / 2) places *= 2;  // a line has four bytes or more
-  if (!words.empty()) words_.resize(places);
-  for_each_line(words, [this](std::string_view line) {
-    const std::size_t gap = line.find(' ');
-    if (gap == std::string_view::npos) return;
-    const std::string share(line.substr(gap + 1));
-    add_word({hash_of(line.substr(0, gap)), std::strtoll(share.c_str(), nullptr, 10)});
-  });
-  for_each_line(exceptions, [this](std::string_view line) {
-    const std::size_t gap = std::min(line.find(FoldedText::kGap), line.size() - 1);
-    exceptions_.insert(mixed(hash_of(line.substr(0, gap)), hash_of(line.substr(gap + 1))));
-  });
+CommonPairs::CommonPairs(const PairLists& lists)
+    : least_(lists.least), exceptions_(lists.exceptions) {
+  if (lists.words.empty()) return;
+  std::size_t places = 2;
+  while (places < 2 * lists.words.size()) places *= 2;
+  words_.resize(places);
+  for (const HashedShare& word : lists.words) {
+    std::size_t place = place_of(word.hash);
+    while (words_[place].share != 0) place = place_of(place + 1);
+    words_[place] = word;
+  }
 }
 
-void CommonPairs::add_word(const Word& word) {
-  std::size_t place = place_of(word.hash);
-  while (words_[place].share != 0) place = place_of(place + 1);
-  words_[place] = word;
-}
-
-CommonPairs::Word CommonPairs::word(std::string_view word) const {
+HashedShare CommonPairs::word(std::string_view word) const {
   const uint64_t hash = hash_of(word);
   if (is_empty()) return {hash, 0};
   for (std::size_t place = place_of(hash);; place = place_of(place + 1)) {
-    const Word& known = words_[place];
+    const HashedShare& known = words_[place];
     if (known.share == 0 || known.hash == hash) return {hash, known.share};
   }
 }
 
-bool CommonPairs::has(const Word& first, const Word& second) const {
+bool CommonPairs::has(const HashedShare& first, const HashedShare& second) const {
   if (is_empty() || joint_share(first.share, second.share) < least_) return false;
-  return exceptions_.count(mixed(first.hash, second.hash)) == 0;
+  return !std::binary_search(exceptions_.begin(), exceptions_.end(),
+                             pair_hash(first.hash, second.hash));
 }
 
-PairLists count_pairs(const std::vector<std::string>& folded, int64_t messages) {
-  PairLists lists;
-  if (static_cast<int64_t>(folded.size()) < kLeastTexts || messages < kLeastTexts) return lists;
-  lists.least = std::max(kLeastShare, kLeastMessages * kWhole / messages);
-  const Counts words = common_words(folded, lists.least);
-  for (const auto& [word, share] : words) lists.words += word + ' ' + std::to_string(share) + '\n';
-  for (const auto& [pair, count] : count_neighbours(folded, words, lists.least)) {
-    if (is_frequent(pair, count, words, folded.size())) lists.exceptions += pair + '\n';
-  }
-  return lists;
+std::string pair_token(std::string_view first, std::string_view second) {
+  std::string token(first);
+  token += FoldedText::kGap;
+  token += second;
+  return token;
 }
 
 }  // namespace Corvan::search

@@ -7,74 +7,65 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "addons/search/folded_text.h"
 
 namespace Corvan::search {
 
-// Two common words are together in many messages, but often follow each other in few. The index has
-// no positions, so a search for the phrase would look at all these messages. Therefore such pairs
-// are tokens, too. A pair that is itself common in the messages with both words is none: there, a
-// page is soon full.
-class CommonPairs {
- public:
-  CommonPairs() = default;                                                          // no pairs
-  CommonPairs(int64_t least, std::string_view words, std::string_view exceptions);  // of PairLists
-
-  // A word, as far as it matters here.
-  struct Word {
-    uint64_t hash = 0;
-    int64_t share = 0;  // 0: it is not common
-  };
-  Word word(std::string_view word) const;
-
-  // Whether two words that follow each other have a token.
-  bool has(const Word& first, const Word& second) const;
-  bool has(std::string_view first, std::string_view second) const {
-    return has(word(first), word(second));
-  }
-  bool is_empty() const { return words_.empty(); }
-
- private:
-  void add_word(const Word& word);
-  std::size_t place_of(uint64_t hash) const { return hash & (words_.size() - 1); }
-
-  int64_t least_ = 0;
-  // Hashes are compared instead of words. If two words have the same hash, the index has a few
-  // tokens more.
-  std::vector<Word> words_;  // a hash table: 2^n places, some of them free
-  std::unordered_set<uint64_t> exceptions_;
+// A word or a pair, and a share of the messages, counted in messages of 65,536.
+struct HashedShare {
+  uint64_t hash = 0;
+  int64_t share = 0;
 };
 
-// What CommonPairs are made of, to be stored.
+// What CommonPairs are made of, to be stored. There are hashes instead of words: if two words have
+// the same hash, the index has a few tokens more.
 struct PairLists {
-  // Two words are a pair if of 65,536 messages so many would have both by chance.
+  // Two words are a pair if at least this share of the messages would have both by chance.
   int64_t least = 0;
-  // A line for each common word: the word, a space, and how many of 65,536 messages have it.
-  std::string words;
-  // A line for each pair of such words that has no token.
-  std::string exceptions;
+  std::vector<HashedShare> words;    // common words, and the share that has them
+  std::vector<uint64_t> exceptions;  // pairs of such words that have no token
 };
 
 // Finds the lists for a store with so many messages in a sample of texts of FoldedTexts. They are
 // empty if the sample is small.
 PairLists count_pairs(const std::vector<std::string>& folded, int64_t messages);
 
+// Two common words are together in many messages, but often follow each other in few. The index has
+// no positions, so a search for the phrase would look at all these messages. Therefore such pairs
+// are tokens, too (common grams). A pair that is itself common in the messages with both words is
+// none: there, a page is soon full.
+class CommonPairs {
+ public:
+  explicit CommonPairs(const PairLists& lists);
+
+  // The word's hash and share; the share is 0 if the word is not common.
+  HashedShare word(std::string_view word) const;
+  // Whether two words that follow each other have a token.
+  bool has(const HashedShare& first, const HashedShare& second) const;
+  bool is_empty() const { return words_.empty(); }
+
+ private:
+  std::size_t place_of(uint64_t hash) const { return hash & (words_.size() - 1); }
+
+  const int64_t least_;
+  std::vector<HashedShare> words_;          // a hash table: 2^n places, some of them free
+  const std::vector<uint64_t> exceptions_;  // sorted
+};
+
 // The token of a pair.
 std::string pair_token(std::string_view first, std::string_view second);
 
-// Calls take(first, second) for each two words of the text that follow each other, until one call
-// returns false.
+// Calls take(first, second) for each two words of the text that follow each other.
 template <typename Take>
-bool for_each_pair(std::string_view folded, Take take) {
+void for_each_pair(std::string_view folded, Take take) {
   std::string_view last;
   for (std::size_t at = 0;;) {
     const std::string_view chunk = next_chunk(folded, at);
-    if (chunk.empty()) return true;
+    if (chunk.empty()) return;
     const bool word = is_word(chunk);
-    if (word && !last.empty() && !take(last, chunk)) return false;
+    if (word && !last.empty()) take(last, chunk);
     last = word ? chunk : std::string_view();
   }
 }

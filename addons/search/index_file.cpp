@@ -27,7 +27,7 @@ const std::string kSchema =
     "stale integer,unmerged integer,is_merging integer,building integer,built_to integer,"
     "stale_built integer);"
     "create table fingerprint(first_id integer primary key,hashes blob);"
-    "create table pair(number integer primary key,least integer,words text,exceptions text,hash integer);"
+    "create table pair(number integer primary key,least integer,words blob,exceptions blob,hash integer);"
     "create table checksum(number integer,id integer,hash integer,"
     "primary key(number,id)) without rowid";
 

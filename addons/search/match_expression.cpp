@@ -37,7 +37,7 @@ void MatchExpression::add(const Term& term) {
 }
 
 void MatchExpression::add_pairs(const Term& term) {
-  const WordPairs::size_type others = pairs_.size();
+  const std::size_t others = pairs_.size();
   bool ends_with_word = false;
   std::size_t at = 0;
   for (auto chunk = next_chunk(term.folded(), at); !chunk.empty();) {
@@ -45,8 +45,7 @@ void MatchExpression::add_pairs(const Term& term) {
     chunk = next_chunk(term.folded(), at);
   }
   for_each_pair(term.folded(), [this](std::string_view first, std::string_view second) {
-    pairs_.emplace_back(first, second);
-    return true;
+    pairs_.push_back(pair_token(first, second));
   });
   if (term.is_prefix() && ends_with_word && pairs_.size() > others) pairs_.pop_back();
 }
@@ -90,7 +89,8 @@ bool MatchExpression::is_covered(const std::string& prefix) const {
 // Whole tokens come first, and long ones: they are rare.
 bool MatchExpression::Token::operator<(const Token& other) const {
   if (is_prefix != other.is_prefix) return other.is_prefix;
-  return text.size() > other.text.size();
+  if (text.size() != other.text.size()) return text.size() > other.text.size();
+  return text < other.text;
 }
 
 std::vector<MatchExpression::Token> MatchExpression::tokens() const {
@@ -99,7 +99,7 @@ std::vector<MatchExpression::Token> MatchExpression::tokens() const {
   for (const std::string& prefix : prefixes_) {
     if (!is_covered(prefix)) all.push_back({prefix, true});
   }
-  std::stable_sort(all.begin(), all.end());
+  std::sort(all.begin(), all.end());
   if (all.size() > kMostTokens) all.resize(kMostTokens);
   return all;
 }

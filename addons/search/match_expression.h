@@ -6,14 +6,11 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "addons/search/term.h"
 
 namespace Corvan::search {
-
-using WordPairs = std::vector<std::pair<std::string, std::string>>;
 
 // Collects tokens that each text with the terms has in the index, or beginnings of such tokens.
 class MatchExpression {
@@ -30,8 +27,9 @@ class MatchExpression {
   // Whether a term consists of several words.
   bool has_phrase() const { return has_phrase_; }
 
-  // The words that follow each other in the terms. The last one of a prefix is not among them.
-  const WordPairs& pairs() const { return pairs_; }
+  // Tokens of the words that follow each other in the terms, as of pair_token(). The last word of a
+  // prefix is not among them.
+  const std::vector<std::string>& pairs() const { return pairs_; }
 
   // All tokens; the most useful ones if there are many. Empty if no term was added.
   std::vector<Token> tokens() const;
@@ -46,7 +44,7 @@ class MatchExpression {
   bool is_covered(const std::string& prefix) const;
 
   bool has_phrase_ = false;
-  WordPairs pairs_;
+  std::vector<std::string> pairs_;
   std::set<std::string> tokens_;
   std::set<std::string> prefixes_;
   std::set<std::string> paired_;  // unspaced characters of tokens_

@@ -1,5 +1,6 @@
 #include "addons/search/pair_table.h"
 
+#include <cstring>
 #include <string_view>
 
 #include "addons/search/hashing.h"
@@ -8,11 +9,22 @@ namespace Corvan::search {
 
 namespace {
 
+template <typename Element>
+std::string_view bytes_of(const std::vector<Element>& list) {
+  return {reinterpret_cast<const char*>(list.data()), list.size() * sizeof(Element)};
+}
+
+template <typename Element>
+void read_list(std::string_view bytes, std::vector<Element>* list) {
+  list->resize(bytes.size() / sizeof(Element));
+  if (!list->empty()) std::memcpy(list->data(), bytes.data(), list->size() * sizeof(Element));
+}
+
 // Rows that have changed places do not agree with their hashes, either.
-int64_t row_hash(int64_t number, int64_t least, std::string_view words,
-                 std::string_view exceptions) {
-  const uint64_t numbers = mixed(static_cast<uint64_t>(number), static_cast<uint64_t>(least));
-  return static_cast<int64_t>(mixed(mixed(numbers, hash_of(words)), hash_of(exceptions)));
+int64_t row_hash(int64_t number, const PairLists& lists) {
+  uint64_t hash = mixed(static_cast<uint64_t>(number), static_cast<uint64_t>(lists.least));
+  hash = mixed(hash, hash_of(bytes_of(lists.words)));
+  return static_cast<int64_t>(mixed(hash, hash_of(bytes_of(lists.exceptions))));
 }
 
 }  // namespace
@@ -22,17 +34,18 @@ const CommonPairs& PairTable::of(int64_t number) {
   if (known != pairs_.end()) return known->second;
   Statement row(index_, "select least,words,exceptions,hash from pair where number=?");
   if (!row.bind(number).row()) index_.fail(SQLITE_CORRUPT);
-  const int64_t least = row.integer(0);
-  const std::string_view words = row.text(1);
-  const std::string_view exceptions = row.text(2);
-  if (row.integer(3) != row_hash(number, least, words, exceptions)) index_.fail(SQLITE_CORRUPT);
-  return pairs_.emplace(number, CommonPairs(least, words, exceptions)).first->second;
+  PairLists lists;
+  lists.least = row.integer(0);
+  read_list(row.blob(1), &lists.words);
+  read_list(row.blob(2), &lists.exceptions);
+  if (row.integer(3) != row_hash(number, lists)) index_.fail(SQLITE_CORRUPT);
+  return pairs_.emplace(number, lists).first->second;
 }
 
 void PairTable::add(int64_t number, const PairLists& lists) {
   Statement(index_, "insert into pair values(?,?,?,?,?)")
-      .bind(number, lists.least, std::string_view(lists.words), std::string_view(lists.exceptions),
-            row_hash(number, lists.least, lists.words, lists.exceptions))
+      .bind(number, lists.least, Blob{bytes_of(lists.words)}, Blob{bytes_of(lists.exceptions)},
+            row_hash(number, lists))
       .run();
 }
 

@@ -27,8 +27,8 @@ class Query {
   // What the index has for each text that matches.
   const std::vector<MatchExpression::Token>& tokens() const { return tokens_; }
 
-  // The words that follow each other in each text that matches.
-  const WordPairs& pairs() const { return pairs_; }
+  // Tokens of the words that follow each other in each text that matches, as of pair_token().
+  const std::vector<std::string>& pairs() const { return pairs_; }
 
   bool matches(std::string_view text) const;
 
@@ -41,7 +41,7 @@ class Query {
   std::vector<Term> terms_;         // without duplicates, long ones first
   std::optional<TermTable> table_;  // if there are many terms
   std::vector<MatchExpression::Token> tokens_;
-  WordPairs pairs_;
+  std::vector<std::string> pairs_;
   bool has_phrase_ = false;
 };
 

@@ -53,33 +53,27 @@ class Shares {
   Statement count_;
 };
 
-using Weighed = std::vector<std::pair<double, Token>>;  // by their shares
-
-// The first whole tokens, the rarest first.
-Weighed weighed(const Connection& index, const SampledIds& ids, const std::vector<Token>& tokens) {
-  constexpr std::size_t kMost = 6;  // the others are not needed
-  Shares shares(index, ids);
-  Weighed result;
-  for (const Token& token : tokens) {
-    if (token.is_prefix || result.size() == kMost) break;
-    result.emplace_back(shares.of(token), token);
-  }
-  std::stable_sort(result.begin(), result.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  return result;
-}
-
 }  // namespace
 
 std::vector<Token> selective_tokens(const Connection& index, const SampledIds& ids,
                                     const std::vector<Token>& tokens) {
   if (tokens.size() < 2 || tokens[0].is_prefix) return tokens;
+  constexpr std::size_t kMost = 6;  // tokens are weighed; the others are not needed
+  Shares shares(index, ids);
+  std::vector<double> of_token;
+  for (const Token& token : tokens) {
+    if (token.is_prefix || of_token.size() == kMost) break;
+    of_token.push_back(shares.of(token));
+  }
+  constexpr double kTaken = 2;
   std::vector<Token> result;
   double share = 1;  // of all messages have the tokens of the result
-  for (auto& [common, token] : weighed(index, ids, tokens)) {
-    if (!result.empty() && is_too_common(common, share)) break;
-    result.push_back(std::move(token));
-    share *= common;
+  for (std::size_t i = 0; i < of_token.size(); ++i) {
+    const auto rarest = std::min_element(of_token.begin(), of_token.end());
+    if (!result.empty() && is_too_common(*rarest, share)) break;
+    result.push_back(tokens[static_cast<std::size_t>(rarest - of_token.begin())]);
+    share *= *rarest;
+    *rarest = kTaken;
   }
   if (tokens.back().is_prefix && is_worthwhile(tokens.back(), share)) {
     result.push_back(tokens.back());

@@ -40,11 +40,11 @@ int give_token(std::string_view token, TakeToken take, void* context) {
 
 int give_pairs(std::string_view folded, const CommonPairs& pairs, TakeToken take, void* context) {
   std::string_view before;
-  CommonPairs::Word last;
+  HashedShare last;
   for (std::size_t at = 0;;) {
     const std::string_view chunk = next_chunk(folded, at);
     if (chunk.empty()) return SQLITE_OK;
-    const auto word = is_word(chunk) ? pairs.word(chunk) : CommonPairs::Word();
+    const auto word = is_word(chunk) ? pairs.word(chunk) : HashedShare();
     if (last.share > 0 && word.share > 0 && pairs.has(last, word)) {
       const int result = give_token(pair_token(before, chunk), take, context);
       if (result != SQLITE_OK) return result;
