@@ -15,11 +15,11 @@ Connection::Connection(const std::string& file, int flags, SearchStatus failure,
   throw SqlError(absence, code, text);
 }
 
-void Connection::run(const std::string& sql) const {
+void Connection::run(std::string_view sql) const {
   Statement(*this, sql).run();
 }
 
-int64_t Connection::number(const std::string& sql) const {
+int64_t Connection::number(std::string_view sql) const {
   Statement statement(*this, sql);
   return statement.row() ? statement.integer(0) : 0;
 }
@@ -29,10 +29,9 @@ void Connection::fail(int code) const {
   throw SqlError(failure_, code, file_ + ": " + sqlite3_errmsg(handle_));
 }
 
-Statement::Statement(const Connection& connection, const std::string& sql)
-    : connection_(connection) {
-  connection.require(sqlite3_prepare_v2(connection.handle(), sql.c_str(),
-                                        static_cast<int>(sql.size()) + 1, &stmt_, nullptr));
+Statement::Statement(const Connection& connection, std::string_view sql) : connection_(connection) {
+  connection.require(sqlite3_prepare_v2(connection.handle(), sql.data(),
+                                        static_cast<int>(sql.size()), &stmt_, nullptr));
 }
 
 bool Statement::row() {

@@ -44,9 +44,9 @@ class Connection {
   ~Connection() { sqlite3_close_v2(handle_); }
 
   // Runs a statement to its end.
-  void run(const std::string& sql) const;
+  void run(std::string_view sql) const;
   // The first column of the first row; 0 if there is none.
-  int64_t number(const std::string& sql) const;
+  int64_t number(std::string_view sql) const;
 
   [[noreturn]] void fail(int code) const;
   // Throws unless `code` is SQLITE_OK.
@@ -71,7 +71,7 @@ struct Blob {
 // A prepared statement.
 class Statement {
  public:
-  Statement(const Connection& connection, const std::string& sql);
+  Statement(const Connection& connection, std::string_view sql);
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
   ~Statement() { sqlite3_finalize(stmt_); }
