@@ -59,7 +59,7 @@ class SearchPhrases : public SearchTest {
 
   // How many common words the lists have.
   int common_words() const {
-    return std::stoi(rows(index(), "select sum(length(words))/16 from pair").at(0));
+    return std::stoi(rows(index(), "select coalesce(sum(length(words)),0)/16 from pair").at(0));
   }
 
   std::mt19937_64 random_{5};
