@@ -54,7 +54,8 @@ int64_t Finding::messages_to_end() const {
 }
 
 void Finding::search_rest() {
-  const auto ids = few_candidates();
+  std::optional<std::vector<int64_t>> ids;
+  read([&] { ids = few_candidates(); });
   const std::size_t count = ids ? ids->size() : candidates_.estimate();
   // A conversation can have few messages.
   if (options_.session_id && !walk_.pass(static_cast<int64_t>(kPassedMessages * count))) return;
@@ -123,10 +124,23 @@ void Finding::search_blocks() {
   }
 }
 
+// Reads lists of the index. For a prefix that takes long, and the next call reads them again. So
+// this call gets the same time to use them.
+template <typename Read>
+void Finding::read(const Read& read) {
+  const auto begin = TimeBudget::Clock::now();
+  read();
+  if (candidates_.has_prefix()) page_.extend_time(TimeBudget::Clock::now() - begin);
+}
+
 // False if the search ends here.
 bool Finding::search_block(const TimeBlock& block) {
   std::vector<int64_t> ids;
-  if (!candidates_.add_between(block.smallest_id, block.largest_id, kFewInBlock, &ids)) {
+  bool has_few = false;
+  read([&] {
+    has_few = candidates_.add_between(block.smallest_id, block.largest_id, kFewInBlock, &ids);
+  });
+  if (!has_few) {
     if (!walk_.pass_down_to(block.oldest)) return false;
   } else {
     std::vector<SearchPlace> hits;

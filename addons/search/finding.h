@@ -37,6 +37,8 @@ class Finding {
  private:
   int64_t messages_to_end() const;
   void search_rest();
+  template <typename Read>
+  void read(const Read& read);
   std::optional<std::vector<int64_t>> few_candidates();
   std::size_t affordable_candidates();
   bool add_unindexed(std::vector<int64_t>* ids);

@@ -46,6 +46,8 @@ class ResultPage {
   // Each call gets further than the one before, however short its time is.
   bool is_time_over() const { return looked_at_ >= kLeast && budget_.is_over(); }
   const TimeBudget& budget() const { return budget_; }
+  // The call may take longer. Another call would have to do the same work again.
+  void extend_time(TimeBudget::Clock::duration duration) { budget_.extend(duration); }
 
   SearchResults take() { return std::move(results_); }
 
@@ -53,7 +55,7 @@ class ResultPage {
   static constexpr int64_t kLeast = 16;  // messages that a call gets further
 
   const SearchOptions& options_;
-  const TimeBudget& budget_;
+  TimeBudget budget_;
   std::optional<SearchPlace> reached_;
   int64_t looked_at_ = 0;
   SearchResults results_;

@@ -18,6 +18,9 @@ class TimeBudget {
       : end_(Clock::now() + std::clamp<Duration>(duration, Duration(0), std::chrono::hours(8760))) {
   }
 
+  // Ends later.
+  void extend(Clock::duration duration) { end_ += duration; }
+
   static TimeBudget unlimited() { return TimeBudget(Duration::max()); }
 
   bool is_over() const { return Clock::now() >= end_; }
@@ -26,7 +29,7 @@ class TimeBudget {
   }
 
  private:
-  const Clock::time_point end_;
+  Clock::time_point end_;
 };
 
 }  // namespace Corvan::search
