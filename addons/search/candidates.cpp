@@ -144,7 +144,7 @@ bool Candidates::add_between(int64_t first, int64_t last, std::size_t limit,
     if (range_of(id) == nullptr) read_around(id);
     const std::vector<int64_t>& range = range_of(id)->ids;
     const auto begin = std::lower_bound(range.begin(), range.end(), first);
-    const auto end = std::upper_bound(begin, range.end(), last);
+    const auto end = std::upper_bound(begin, range.end(), id);  // ranges may overlap
     if (static_cast<std::size_t>(end - begin) > limit - ids->size()) return false;
     ids->insert(ids->end(), begin, end);
   }

@@ -85,6 +85,16 @@ TEST_P(TimeBlocks, FindsAllWithFilters) {
   expect_all(&search, all, options);
 }
 
+// Ids that were read in two ways are looked at once.
+TEST_P(TimeBlocks, FindsAllFromAnyTimeOn) {
+  const Truth all = truth();
+  SearchOptions options;
+  for (options.to_time = 39'000; options.to_time < 48'000; options.to_time += 300) {
+    MessageSearch search(path());
+    EXPECT_EQ(compare(search, all, "\"rare gem\"", options), "") << options.to_time;
+  }
+}
+
 TEST_P(TimeBlocks, FindsAllInShortCalls) {
   MessageSearch search(path());
   SearchOptions options;
