@@ -1,8 +1,8 @@
 #include "addons/search/checksums.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "addons/search/hashing.h"
@@ -25,11 +25,12 @@ int64_t shard_of(const char* table) {
 }
 
 std::string data_query(int64_t number, const char* condition) {
-  return "select id,block from " + shard_table(number) + "_data where " + condition;
+  return joined({"select id,block from ", shard_table(number), "_data where ", condition});
 }
 
 std::string segment_query(int64_t number) {
-  return "select term,pgno from " + shard_table(number) + "_idx where segid=? order by term";
+  return joined(
+      {"select term,pgno from ", shard_table(number), "_idx where segid=? order by term"});
 }
 
 }  // namespace
@@ -53,7 +54,7 @@ void Checksums::on_change(void* self, int /*operation*/, const char* /*database*
   if (number == 0) return;
   auto& checksums = *static_cast<Checksums*>(self);
   try {
-    checksums.changed_.emplace_back(number, row);
+    checksums.changed_.emplace(number, row);
   } catch (const std::bad_alloc&) {
     checksums.is_incomplete_ = true;
   }
@@ -64,8 +65,6 @@ void Checksums::record() {
   savepoint_.bind().run();
   release_.bind().run();
   if (is_incomplete_) throw std::bad_alloc();
-  std::sort(changed_.begin(), changed_.end());
-  changed_.erase(std::unique(changed_.begin(), changed_.end()), changed_.end());
   for (const auto& [number, id] : changed_) record_row(number, id);
   record_segments();
   changed_.clear();
@@ -78,13 +77,16 @@ void Checksums::record_row(int64_t number, int64_t id) {
   row.reset();
 }
 
-Checksums::Statements::Statements(const Connection& index, int64_t number)
-    : row(index, data_query(number, "id=?")), segment(index, segment_query(number)) {}
+Checksums::Statements::Statements(const Connection& index, int64_t table)
+    : number(table),
+      row(index, data_query(number, "id=?")),
+      segment(index, segment_query(number)) {}
 
 Checksums::Statements& Checksums::statements(int64_t number) {
-  std::unique_ptr<Statements>& statements = statements_[number];
-  if (statements == nullptr) statements = std::make_unique<Statements>(index_, number);
-  return *statements;
+  if (statements_ == nullptr || statements_->number != number) {
+    statements_ = std::make_unique<Statements>(index_, number);
+  }
+  return *statements_;
 }
 
 // The hash of a segment's index of terms; 0 if it has none.
@@ -117,9 +119,10 @@ void Checksums::write(int64_t number, int64_t id, int64_t hash, bool exists) {
 }
 
 void Checksums::remove(int64_t number) {
-  statements_.erase(number);
-  const auto is_removed = [number](const auto& row) { return row.first == number; };
-  changed_.erase(std::remove_if(changed_.begin(), changed_.end(), is_removed), changed_.end());
+  statements_.reset();
+  for (auto row = changed_.begin(); row != changed_.end();) {
+    row = row->first == number ? changed_.erase(row) : std::next(row);
+  }
   Statement(index_, "delete from checksum where number=?").bind(number).run();
 }
 
@@ -140,8 +143,8 @@ bool Checksums::segments_agree(int64_t number) {
   for (recorded.bind(number); recorded.row(); ++segments) {
     if (segment_hash(number, recorded.integer(0)) != recorded.integer(1)) return false;
   }
-  return index_.number("select count(distinct segid) from " + shard_table(number) + "_idx") ==
-         segments;
+  return index_.number(joined(
+             {"select count(distinct segid) from ", shard_table(number), "_idx"})) == segments;
 }
 
 bool Checksums::rows_agree(int64_t number, int64_t* position, int64_t limit) const {

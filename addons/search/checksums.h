@@ -4,11 +4,9 @@
 #define ADDONS_SEARCH_CHECKSUMS_H_
 
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <string>
+#include <set>
 #include <utility>
-#include <vector>
 
 #include "addons/search/connection.h"
 
@@ -41,7 +39,8 @@ class Checksums {
  private:
   // Those of one shard's table.
   struct Statements {
-    Statements(const Connection& index, int64_t number);
+    Statements(const Connection& index, int64_t table);
+    const int64_t number;
     Statement row;
     Statement segment;
   };
@@ -61,9 +60,9 @@ class Checksums {
   Statement release_;
   Statement insert_;
   Statement delete_;
-  std::map<int64_t, std::unique_ptr<Statements>> statements_;  // by the shard
-  std::vector<std::pair<int64_t, int64_t>> changed_;           // shard, row
-  bool is_incomplete_ = false;                                 // memory ran out
+  std::unique_ptr<Statements> statements_;         // of the table that was used last
+  std::set<std::pair<int64_t, int64_t>> changed_;  // shard, row
+  bool is_incomplete_ = false;                     // memory ran out
 };
 
 }  // namespace Corvan::search

@@ -5,8 +5,11 @@
 
 #include <sqlite3.h>
 
+#include <array>
 #include <cstdint>
 #include <exception>
+#include <initializer_list>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -14,11 +17,13 @@
 
 namespace Corvan::search {
 
+// The texts, one after the other.
+std::string joined(std::initializer_list<std::string_view> parts);
+
 // A failure of SQLite. The public functions catch it.
 class SqlError : public std::exception {
  public:
-  SqlError(SearchStatus status, int code, std::string text)
-      : status_(status), code_(code), text_(std::move(text)) {}
+  SqlError(SearchStatus status, int code, std::initializer_list<std::string_view> text);
 
   // kNoStore, kStoreError or kIndexError.
   SearchStatus status() const { return status_; }
@@ -41,7 +46,7 @@ class Connection {
   Connection(const std::string& file, int flags, SearchStatus failure, SearchStatus absence);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
-  ~Connection() { sqlite3_close_v2(handle_); }
+  ~Connection();
 
   // Runs a statement to its end.
   void run(std::string_view sql) const;
@@ -54,13 +59,19 @@ class Connection {
     if (code != SQLITE_OK) fail(code);
   }
 
-  sqlite3* handle() const { return handle_; }
+  sqlite3* handle() const { return handle_.get(); }
   const std::string& file() const { return file_; }
 
  private:
+  struct Close {
+    void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+  };
+
+  [[noreturn]] void fail(SearchStatus status, int code) const;
+
   const std::string file_;
   const SearchStatus failure_;
-  sqlite3* handle_ = nullptr;
+  std::unique_ptr<sqlite3, Close> handle_;
 };
 
 // Bytes to be bound as a blob.
@@ -85,13 +96,17 @@ class Statement {
     (bind_value(++position, values), ...);
     return *this;
   }
+  template <std::size_t kCount>
+  Statement& bind(const std::array<int64_t, kCount>& values) {
+    sqlite3_reset(stmt_);
+    int position = 0;
+    for (const int64_t value : values) bind_value(++position, value);
+    return *this;
+  }
   // True if there is a row; otherwise the statement is reset.
   bool row();
   // Runs it to its end.
-  void run() {
-    while (row()) {
-    }
-  }
+  void run();
   void reset() { sqlite3_reset(stmt_); }
 
   int64_t integer(int column) const { return sqlite3_column_int64(stmt_, column); }
@@ -100,17 +115,9 @@ class Statement {
   std::string_view blob(int column) const;
 
  private:
-  void bind_value(int position, int64_t value) {
-    connection_.require(sqlite3_bind_int64(stmt_, position, value));
-  }
-  void bind_value(int position, std::string_view text) {
-    connection_.require(
-        sqlite3_bind_text64(stmt_, position, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
-  }
-  void bind_value(int position, const Blob& blob) {
-    connection_.require(
-        sqlite3_bind_blob64(stmt_, position, blob.bytes.data(), blob.bytes.size(), SQLITE_STATIC));
-  }
+  void bind_value(int position, int64_t value);
+  void bind_value(int position, std::string_view text);
+  void bind_value(int position, const Blob& blob);
 
   const Connection& connection_;
   sqlite3_stmt* stmt_ = nullptr;
@@ -120,24 +127,14 @@ class Statement {
 class Transaction {
  public:
   // `begin` is "begin" or "begin immediate".
-  Transaction(const Connection& connection, const char* begin) : connection_(connection) {
-    roll_back();  // an earlier one, if memory ran out when it was to be rolled back
-    connection_.run(begin);
-  }
+  Transaction(const Connection& connection, const char* begin);
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
   ~Transaction() { roll_back(); }
   void commit() const { connection_.run("commit"); }
 
  private:
-  // Statements that still have a row would keep their snapshot.
-  void roll_back() const {
-    sqlite3* const handle = connection_.handle();
-    if (sqlite3_get_autocommit(handle) != 0) return;
-    sqlite3_stmt* stmt = nullptr;
-    while ((stmt = sqlite3_next_stmt(handle, stmt)) != nullptr) sqlite3_reset(stmt);
-    sqlite3_exec(handle, "rollback", nullptr, nullptr, nullptr);
-  }
+  void roll_back() const;
 
   const Connection& connection_;
 };

@@ -1,7 +1,5 @@
 #include "addons/search/index_file.h"
 
-#include <set>
-
 #include "addons/search/platform.h"
 #include "addons/search/tokenizer.h"
 
@@ -20,7 +18,7 @@ constexpr const char* kSettings =
     "pragma journal_size_limit=1048576;"
     "pragma temp_store=memory";
 
-const std::string kSchema =
+constexpr const char* kSchema =
     "create table state(tokenizer text,highest integer,swept_to integer,"
     "verified_to integer,is_swept integer,next_number integer);"
     "create table shard(first_id integer primary key,number integer,messages integer,"
@@ -31,8 +29,8 @@ const std::string kSchema =
     "create table checksum(number integer,id integer,hash integer,"
     "primary key(number,id)) without rowid";
 
-void execute(const Connection& index, const std::string& statements) {
-  index.require(sqlite3_exec(index.handle(), statements.c_str(), nullptr, nullptr, nullptr));
+void execute(const Connection& index, const char* statements) {
+  index.require(sqlite3_exec(index.handle(), statements, nullptr, nullptr, nullptr));
 }
 
 bool is_current(const Connection& index) {
@@ -54,8 +52,8 @@ void create(const Connection& index) {
   Statement(index, "insert into state values(?,0,0,?,0,1)")
       .bind(std::string_view(tokenizer_version()), Checksums::kEnd)
       .run();
-  execute(index, "pragma application_id=" + std::to_string(kApplicationId) +
-                     ";pragma user_version=" + std::to_string(kFormat));
+  index.run(joined({"pragma application_id=", std::to_string(kApplicationId)}));
+  index.run(joined({"pragma user_version=", std::to_string(kFormat)}));
   transaction.commit();
 }
 
@@ -69,9 +67,7 @@ std::unique_ptr<Connection> connect(const std::string& file, int flags) {
                                             SearchStatus::kIndexError);
   sqlite3_busy_timeout(index->handle(), 250);
   const int code = register_tokenizer(index->handle());
-  if (code == SQLITE_ERROR) {
-    throw SqlError(SearchStatus::kIndexError, SQLITE_NOTFOUND, file + ": SQLite has no FTS5");
-  }
+  if (code == SQLITE_ERROR) fail_index(SQLITE_NOTFOUND, {file, ": SQLite has no FTS5"});
   index->require(code);
   return index;
 }
@@ -100,6 +96,10 @@ std::unique_ptr<Connection> open_current(const std::string& file, const std::str
 
 std::string shard_table(int64_t number) {
   return "shard_" + std::to_string(number);
+}
+
+void fail_index(int code, std::initializer_list<std::string_view> text) {
+  throw SqlError(SearchStatus::kIndexError, code, text);
 }
 
 bool is_damage(const SqlError& error) {
@@ -132,7 +132,7 @@ std::unique_ptr<Connection> open_index_for_writing(const std::string& file,
     if (error.code() == SQLITE_NOTFOUND) delete_index(file);  // it is empty
     throw;
   }
-  throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, file + ": cannot be replaced");
+  fail_index(SQLITE_CANTOPEN, {file, ": cannot be replaced"});
 }
 
 std::unique_ptr<Connection> open_index_for_reading(const std::string& file) {
@@ -165,7 +165,7 @@ const char* const kStateQuery =
     "select highest,swept_to,verified_to,is_swept,next_number from state";
 
 State read_state(Statement* rows) {
-  if (!rows->bind().row()) throw SqlError(SearchStatus::kIndexError, SQLITE_CORRUPT, "no state");
+  if (!rows->bind().row()) fail_index(SQLITE_CORRUPT, {"no state"});
   State state;
   state.highest = rows->integer(0);
   state.swept_to = rows->integer(1);
@@ -178,20 +178,24 @@ State read_state(Statement* rows) {
 
 namespace {
 
-[[noreturn]] void fail(const char* text) {
-  throw SqlError(SearchStatus::kIndexError, SQLITE_CORRUPT, text);
+// How many of the shards' tables have this number.
+int64_t count_tables(const std::vector<Shard>& shards, int64_t number) {
+  int64_t count = 0;
+  for (const Shard& shard : shards) count += (shard.number == number) + (shard.building == number);
+  return count;
 }
 
 // No checksum says which shard a table belongs to, and in which order the shards are.
 void require_order(const std::vector<Shard>& shards) {
-  std::set<int64_t> numbers;
   const Shard* last = nullptr;
   for (const Shard& shard : shards) {
-    if (last != nullptr && shard.first_id <= last->first_id) fail("the shards are out of order");
+    if (last != nullptr && shard.first_id <= last->first_id) {
+      fail_index(SQLITE_CORRUPT, {"the shards are out of order"});
+    }
     last = &shard;
-    const bool is_new = numbers.insert(shard.number).second;
-    if (!is_new || (shard.building != 0 && !numbers.insert(shard.building).second)) {
-      fail("two shards have one table");
+    if (count_tables(shards, shard.number) > 1 ||
+        (shard.building != 0 && count_tables(shards, shard.building) > 1)) {
+      fail_index(SQLITE_CORRUPT, {"two shards have one table"});
     }
   }
 }
@@ -205,9 +209,10 @@ const char* const kShardQuery =
 std::vector<Shard> read_shards(Statement* rows) {
   std::vector<Shard> shards;
   for (rows->bind(); rows->row();) {
-    shards.push_back({rows->integer(0), rows->integer(1), rows->integer(2), rows->integer(3),
-                      rows->integer(4), rows->integer(5) != 0, rows->integer(6), rows->integer(7),
-                      rows->integer(8)});
+    const Shard shard{rows->integer(0), rows->integer(1), rows->integer(2),
+                      rows->integer(3), rows->integer(4), rows->integer(5) != 0,
+                      rows->integer(6), rows->integer(7), rows->integer(8)};
+    shards.push_back(shard);
   }
   require_order(shards);
   return shards;

@@ -3,12 +3,12 @@
 #ifndef ADDONS_SEARCH_INDEX_FILE_H_
 #define ADDONS_SEARCH_INDEX_FILE_H_
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "addons/search/checksums.h"
@@ -42,9 +42,10 @@ struct Shard {
   int64_t built_to = 0;     // that table has the messages up to this id
   int64_t stale_built = 0;  // messages that it had with another content
 
-  auto values() const {
-    return std::make_tuple(first_id, number, messages, stale, unmerged,
-                           static_cast<int64_t>(is_merging), building, built_to, stale_built);
+  // The columns of its row in the table `shard`.
+  std::array<int64_t, 9> values() const {
+    return {first_id,   number,   messages, stale,      unmerged,
+            is_merging, building, built_to, stale_built};
   }
 };
 
@@ -70,6 +71,9 @@ bool delete_index(const std::string& file);
 // The same, but tries again after close_others() if it fails: on Windows, a file that is open
 // cannot be deleted.
 bool delete_index(const std::string& file, const IndexCloser& close_others);
+
+// Throws SqlError with the status kIndexError.
+[[noreturn]] void fail_index(int code, std::initializer_list<std::string_view> text);
 
 // Whether this error says that the index is not as this library wrote it.
 bool is_damage(const SqlError& error);

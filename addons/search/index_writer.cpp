@@ -4,7 +4,6 @@
 #include <array>
 #include <limits>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "addons/search/tokenizer.h"
@@ -28,8 +27,8 @@ constexpr std::array<Option, 5> kOptions = {{
     {"usermerge", 9},  // segments that are worth a merge in merge_new_segments()
 }};
 
-std::string set_option(const std::string& table, const std::string& name) {
-  return "insert into " + table + "(" + table + ",rank) values('" + name + "',?)";
+std::string set_option(std::string_view table, std::string_view name) {
+  return joined({"insert into ", table, "(", table, ",rank) values('", name, "',?)"});
 }
 
 }  // namespace
@@ -134,16 +133,16 @@ void IndexWriter::set_messages(Shard* shard) {
   }
 }
 
-IndexWriter::TableStatements::TableStatements(const Connection& index, const std::string& table)
-    : insert(index, "insert into " + table + "(rowid,content) values(?,?)"),
-      merge(index, set_option(table, "merge")) {}
+IndexWriter::TableStatements::TableStatements(const Connection& index, int64_t table)
+    : number(table),
+      insert(index, joined({"insert into ", shard_table(number), "(rowid,content) values(?,?)"})),
+      merge(index, set_option(shard_table(number), "merge")) {}
 
 IndexWriter::TableStatements& IndexWriter::statements(int64_t table) {
-  std::unique_ptr<TableStatements>& statements = statements_[table];
-  if (statements == nullptr) {
-    statements = std::make_unique<TableStatements>(index_, shard_table(table));
+  if (statements_ == nullptr || statements_->number != table) {
+    statements_ = std::make_unique<TableStatements>(index_, table);
   }
-  return *statements;
+  return *statements_;
 }
 
 void IndexWriter::add_terms(int64_t table, int64_t id, std::string_view content) {
@@ -166,8 +165,8 @@ bool IndexWriter::merge_all_segments(int64_t table, bool is_begun) {
 int64_t IndexWriter::create_table(int64_t first_id) {
   const int64_t number = state_.next_number++;
   const std::string name = shard_table(number);
-  index_.run("create virtual table " + name +
-             " using fts5(content,content='',columnsize=0,detail=none,tokenize=corvan)");
+  index_.run(joined({"create virtual table ", name,
+                     " using fts5(content,content='',columnsize=0,detail=none,tokenize=corvan)"}));
   for (const auto& [option, value] : kOptions) {
     Statement(index_, set_option(name, option)).bind(value).run();
   }
@@ -176,8 +175,8 @@ int64_t IndexWriter::create_table(int64_t first_id) {
 }
 
 void IndexWriter::drop_table(int64_t number) {
-  statements_.erase(number);
-  index_.run("drop table " + shard_table(number));
+  statements_.reset();
+  index_.run(joined({"drop table ", shard_table(number)}));
   checksums_.remove(number);
   pairs_.remove(number);
 }
@@ -206,7 +205,7 @@ void IndexWriter::store_shards() {
   for (std::size_t i = 0; i < shards_.size(); ++i) {
     const auto values = shards_[i].values();
     if (i < stored_shards_.size() && stored_shards_[i].values() == values) continue;
-    std::apply([this](const auto&... value) { store_shard_.bind(value...).run(); }, values);
+    store_shard_.bind(values).run();
   }
   stored_shards_ = shards_;
 }

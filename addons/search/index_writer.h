@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -71,7 +70,8 @@ class IndexWriter {
   friend class IndexChange;
 
   struct TableStatements {
-    TableStatements(const Connection& index, const std::string& table);
+    TableStatements(const Connection& index, int64_t table);
+    const int64_t number;
     Statement insert;
     Statement merge;
   };
@@ -96,8 +96,8 @@ class IndexWriter {
   Checksums checksums_;
   const PairSource find_pairs_;
   PairTable pairs_;
-  const CommonPairs* used_pairs_ = nullptr;                         // by the tokenizer
-  std::map<int64_t, std::unique_ptr<TableStatements>> statements_;  // by table
+  const CommonPairs* used_pairs_ = nullptr;      // by the tokenizer
+  std::unique_ptr<TableStatements> statements_;  // of the table that was used last
 };
 
 // A transaction on the index; rolled back unless it is committed.

@@ -46,8 +46,7 @@ void Indexing::close() {
 // Deletes an index that must not be used.
 void Indexing::require_deletion() {
   is_rejected_ = !delete_index(index_file_, close_reader_);
-  if (!is_rejected_) return;
-  throw SqlError(SearchStatus::kIndexError, SQLITE_CANTOPEN, index_file_ + ": cannot be replaced");
+  if (is_rejected_) fail_index(SQLITE_CANTOPEN, {index_file_, ": cannot be replaced"});
 }
 
 void Indexing::open_files() {

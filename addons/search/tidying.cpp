@@ -27,13 +27,15 @@ void merge_step(IndexWriter* index, Shard* shard) {
 }
 
 bool merge_first(IndexWriter* index, bool (*is_wanted)(const Shard&)) {
-  const auto shard = std::find_if(index->shards().begin(), index->shards().end(), is_wanted);
-  if (shard == index->shards().end()) return false;
-  const int64_t first_id = shard->first_id;
-  IndexChange change(index);
-  if (Shard* const found = index->shard_of(first_id)) merge_step(index, found);
-  change.commit();
-  return true;
+  for (const Shard& shard : index->shards()) {
+    if (!is_wanted(shard)) continue;
+    const int64_t first_id = shard.first_id;
+    IndexChange change(index);
+    if (Shard* const found = index->shard_of(first_id)) merge_step(index, found);
+    change.commit();
+    return true;
+  }
+  return false;
 }
 
 // Pages that the next merge or shard will use are not worth the work.
@@ -45,14 +47,17 @@ bool has_spare_pages(const Connection& index) {
 // False if no page was released.
 bool release_pages(const Connection& index) {
   const int64_t free = index.number("pragma freelist_count");
-  index.run("pragma incremental_vacuum(" + std::to_string(kReleasedPages) + ")");
+  index.run(joined({"pragma incremental_vacuum(", std::to_string(kReleasedPages), ")"}));
   return index.number("pragma freelist_count") < free;
 }
 
 }  // namespace
 
 bool needs_merge(const std::vector<Shard>& shards) {
-  return std::any_of(shards.begin(), shards.end(), is_due);
+  for (const Shard& shard : shards) {
+    if (is_due(shard)) return true;
+  }
+  return false;
 }
 
 bool merge_full_shard(IndexWriter* index) {

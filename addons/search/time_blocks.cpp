@@ -12,8 +12,9 @@ namespace {
 constexpr std::size_t kMostBlocks = 65'536;
 
 std::string oldest_query() {
-  return "select sent_time from t_message where sent_time<=? order by sent_time desc limit 1 offset " +
-         std::to_string(TimeBlocks::kMessages - 1);
+  return joined(
+      {"select sent_time from t_message where sent_time<=? order by sent_time desc limit 1 offset ",
+       std::to_string(TimeBlocks::kMessages - 1)});
 }
 
 // The plus keeps SQLite from reading the table by ids. Without messages, the ids are the largest
