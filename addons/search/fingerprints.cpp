@@ -8,24 +8,6 @@
 
 namespace Corvan::search {
 
-namespace {
-
-// The row that the statement finds. A blob of another size is cut.
-std::optional<FingerprintRow> read(Statement& statement) {
-  if (!statement.row()) return std::nullopt;
-  FingerprintRow row;
-  row.first_id = statement.integer(0);
-  const std::string_view bytes = statement.blob(1);
-  const std::size_t count = std::min<std::size_t>(bytes.size() / sizeof(Fingerprint),
-                                                  static_cast<std::size_t>(FingerprintRow::kSize));
-  row.hashes.resize(count);
-  if (count > 0) std::memcpy(row.hashes.data(), bytes.data(), count * sizeof(Fingerprint));
-  statement.reset();
-  return row;
-}
-
-}  // namespace
-
 Fingerprint fingerprint(std::string_view content) {
   const uint64_t hash = hash_of(content);
   const auto folded = static_cast<Fingerprint>(hash ^ (hash >> 32U));
@@ -37,6 +19,13 @@ Fingerprint FingerprintRow::of(int64_t id) const {
   return hashes[static_cast<std::size_t>(id - first_id)];
 }
 
+// The places that are added are empty: kNoMessage is 0.
+void FingerprintRow::set(int64_t id, Fingerprint hash) {
+  const auto place = static_cast<std::size_t>(id - first_id);
+  if (place >= hashes.size()) hashes.resize(place + 1);
+  hashes[place] = hash;
+}
+
 Fingerprints::Fingerprints(const Connection& index)
     : index_(index),
       at_or_before_(index,
@@ -46,12 +35,19 @@ Fingerprints::Fingerprints(const Connection& index)
             "select first_id,hashes from fingerprint where first_id>=? order by first_id limit 1"),
       write_(index, "insert or replace into fingerprint values(?,?)") {}
 
-std::optional<FingerprintRow> Fingerprints::row_of(int64_t id) {
+// The row that the statement finds. A blob of another size is cut.
+const FingerprintRow* Fingerprints::read(Statement* rows, int64_t id) {
   flush();
-  std::optional<FingerprintRow> row = read(at_or_before_.bind(id));
-  require(!row || row->first_id <= id);
-  if (row && !row->has_place_for(id)) row.reset();
-  return row;
+  if (!rows->bind(id).row()) return nullptr;
+  row_.first_id = rows->integer(0);
+  const std::string_view bytes = rows->blob(1);
+  row_.hashes.resize(std::min<std::size_t>(bytes.size() / sizeof(Fingerprint),
+                                           static_cast<std::size_t>(FingerprintRow::kSize)));
+  if (!row_.hashes.empty()) {
+    std::memcpy(row_.hashes.data(), bytes.data(), row_.hashes.size() * sizeof(Fingerprint));
+  }
+  rows->reset();
+  return &row_;
 }
 
 // The rows of a damaged table may not be in their order. The ends of loops depend on it.
@@ -59,32 +55,39 @@ void Fingerprints::require(bool is_in_order) const {
   if (!is_in_order) index_.fail(SQLITE_CORRUPT);
 }
 
-std::optional<FingerprintRow> Fingerprints::row_before(int64_t id) {
-  flush();
-  std::optional<FingerprintRow> row = read(at_or_before_.bind(id - 1));
-  require(!row || row->first_id < id);
+const FingerprintRow* Fingerprints::row_of(int64_t id) {
+  const FingerprintRow* const row = read(&at_or_before_, id);
+  require(row == nullptr || row->first_id <= id);
+  return row != nullptr && row->has_place_for(id) ? row : nullptr;
+}
+
+const FingerprintRow* Fingerprints::row_before(int64_t id) {
+  const FingerprintRow* const row = read(&at_or_before_, id - 1);
+  require(row == nullptr || row->first_id < id);
   return row;
 }
 
-std::optional<FingerprintRow> Fingerprints::row_from(int64_t id) {
-  flush();
-  std::optional<FingerprintRow> row = read(from_.bind(id));
-  require(!row || row->first_id >= id);
+const FingerprintRow* Fingerprints::row_from(int64_t id) {
+  const FingerprintRow* const row = read(&from_, id);
+  require(row == nullptr || row->first_id >= id);
   return row;
 }
 
 Fingerprint Fingerprints::of(int64_t id) {
-  const std::optional<FingerprintRow> row = row_of(id);
-  return row ? row->of(id) : kNoMessage;
+  const FingerprintRow* const row = row_of(id);
+  return row != nullptr ? row->of(id) : kNoMessage;
 }
 
 void Fingerprints::load(int64_t id) {
-  std::optional<FingerprintRow> row = row_of(id);
-  current_ = row ? std::move(*row) : FingerprintRow{id, {}};
+  if (row_of(id) != nullptr) {
+    current_ = std::move(row_);
+  } else {
+    current_ = {id, {}};
+  }
 }
 
 void Fingerprints::append(int64_t id, Fingerprint hash) {
-  if (!is_last_ || !current_ || !current_->has_place_for(id)) load(id);
+  if (!is_last_ || !current_.has_place_for(id)) load(id);
   is_last_ = true;
   put(id, hash);
 }
@@ -96,33 +99,29 @@ void Fingerprints::set(int64_t id, Fingerprint hash) {
 }
 
 void Fingerprints::put(int64_t id, Fingerprint hash) {
-  const auto place = static_cast<std::size_t>(id - current_->first_id);
-  if (place >= current_->hashes.size()) current_->hashes.resize(place + 1, kNoMessage);
-  current_->hashes[place] = hash;
+  current_.set(id, hash);
   is_changed_ = true;
 }
 
 void Fingerprints::cut_after(int64_t id) {
   discard();
   Statement(index_, "delete from fingerprint where first_id>?").bind(id).run();
-  std::optional<FingerprintRow> row = row_of(id);
-  if (!row || row->last_id() <= id) return;
-  row->hashes.resize(static_cast<std::size_t>(id - row->first_id + 1));
-  current_ = std::move(row);
+  load(id);
+  if (current_.last_id() <= id) return;
+  current_.hashes.resize(static_cast<std::size_t>(id - current_.first_id + 1));
   is_changed_ = true;
   flush();
 }
 
 void Fingerprints::flush() {
   if (!is_changed_) return;
-  const std::string_view bytes(reinterpret_cast<const char*>(current_->hashes.data()),
-                               current_->hashes.size() * sizeof(Fingerprint));
-  write_.bind(current_->first_id, Blob{bytes}).run();
+  const std::string_view bytes(reinterpret_cast<const char*>(current_.hashes.data()),
+                               current_.hashes.size() * sizeof(Fingerprint));
+  write_.bind(current_.first_id, Blob{bytes}).run();
   is_changed_ = false;
 }
 
 void Fingerprints::discard() {
-  current_.reset();
   is_changed_ = false;
   is_last_ = false;
 }

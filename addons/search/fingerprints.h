@@ -4,8 +4,6 @@
 #define ADDONS_SEARCH_FINGERPRINTS_H_
 
 #include <cstdint>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -32,6 +30,8 @@ struct FingerprintRow {
   Fingerprint of(int64_t id) const;
   // Whether a message with this id can be in this row, if no other row begins before the id.
   bool has_place_for(int64_t id) const { return id >= first_id && id - first_id < kSize; }
+  // Only if it has a place for the id.
+  void set(int64_t id, Fingerprint hash);
 };
 
 // The table `fingerprint`. Changes are kept until flush() or the next change of another row.
@@ -39,11 +39,12 @@ class Fingerprints {
  public:
   explicit Fingerprints(const Connection& index);
 
-  // The row that has the id, or would have it; nothing if there is none.
-  std::optional<FingerprintRow> row_of(int64_t id);
+  // The row that has the id, or would have it; null if there is none. This and the next two are
+  // valid until the next call.
+  const FingerprintRow* row_of(int64_t id);
   // The row before this id; the first row at or after it.
-  std::optional<FingerprintRow> row_before(int64_t id);
-  std::optional<FingerprintRow> row_from(int64_t id);
+  const FingerprintRow* row_before(int64_t id);
+  const FingerprintRow* row_from(int64_t id);
 
   Fingerprint of(int64_t id);
   void set(int64_t id, Fingerprint hash);
@@ -59,6 +60,7 @@ class Fingerprints {
   void discard();
 
  private:
+  const FingerprintRow* read(Statement* rows, int64_t id);
   void require(bool is_in_order) const;
   void load(int64_t id);
   void put(int64_t id, Fingerprint hash);
@@ -67,7 +69,8 @@ class Fingerprints {
   Statement at_or_before_;
   Statement from_;
   Statement write_;
-  std::optional<FingerprintRow> current_;
+  FingerprintRow row_;      // that was read last
+  FingerprintRow current_;  // that was changed last
   bool is_changed_ = false;
   bool is_last_ = false;  // no row begins after the current one
 };

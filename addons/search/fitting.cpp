@@ -1,8 +1,6 @@
 #include "addons/search/fitting.h"
 
 #include <algorithm>
-#include <utility>
-#include <vector>
 
 namespace Corvan::search {
 
@@ -19,14 +17,15 @@ class Trust {
  public:
   // Compares the messages of a row. Deleted messages say nothing.
   void look_at(const FingerprintRow& row, StoreReader* store) {
-    std::vector<std::pair<int64_t, bool>> messages;
+    FingerprintRow found{row.first_id, {}};
     const Statement& rows = store->messages(row.first_id, row.last_id(), FingerprintRow::kSize);
     while (store->next_message()) {
       const int64_t id = rows.integer(0);
-      messages.emplace_back(id, fingerprint(rows.text(1)) == row.of(id));
+      if (found.has_place_for(id)) found.set(id, fingerprint(rows.text(1)));
     }
-    for (auto m = messages.rbegin(); m != messages.rend() && run_ < kRun; ++m)
-      add(m->first, m->second);
+    for (int64_t id = found.last_id(); id >= row.first_id && run_ < kRun; --id) {
+      if (found.of(id) != kNoMessage) add(id, found.of(id) == row.of(id));
+    }
   }
   // The messages that are looked at next do not follow.
   void skip() { run_ = 0; }
@@ -56,8 +55,8 @@ int64_t trusted_end(IndexWriter* index, StoreReader* store) {
   Trust trust;
   int64_t id = highest + 1;
   for (int rows = 1; !trust.is_found(); ++rows) {
-    const auto row = index->fingerprints().row_before(id);
-    if (!row) break;
+    const FingerprintRow* const row = index->fingerprints().row_before(id);
+    if (row == nullptr) break;
     trust.look_at(*row, store);
     id = row->first_id;
     if (rows < kNearRows || trust.is_found()) continue;

@@ -126,10 +126,10 @@ void IndexWriter::cut_after(int64_t id) {
 
 void IndexWriter::set_messages(Shard* shard) {
   shard->messages = 0;
-  for (auto row = fingerprints_.row_from(shard->first_id); row;
-       row = fingerprints_.row_from(row->first_id + 1)) {
-    const auto gone = std::count(row->hashes.begin(), row->hashes.end(), kNoMessage);
-    shard->messages += static_cast<int64_t>(row->hashes.size()) - gone;
+  const FingerprintRow* row = fingerprints_.row_from(shard->first_id);
+  while (row != nullptr) {
+    for (const Fingerprint hash : row->hashes) shard->messages += hash != kNoMessage ? 1 : 0;
+    row = fingerprints_.row_from(row->first_id + 1);
   }
 }
 

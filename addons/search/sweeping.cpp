@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <optional>
-#include <utility>
 
 #include "addons/search/tidying.h"
 
@@ -28,10 +26,9 @@ void Sweeping::run(const TimeBudget& budget, SearchWork* work) {
 
 // Returns true when the pass is complete.
 bool Sweeping::step(const TimeBudget& budget, SearchWork* work) {
-  const auto building = std::find_if(index_.shards().begin(), index_.shards().end(),
-                                     [](const Shard& shard) { return shard.building != 0; });
-  if (building != index_.shards().end()) {
-    build(building->first_id, work);
+  for (const Shard& shard : index_.shards()) {
+    if (shard.building == 0) continue;
+    build(shard.first_id, work);
     return false;
   }
   if (verified_ == 0 && swept_to_ >= index_.state().highest) return finish(budget);
@@ -62,19 +59,19 @@ Sweeping::Slice Sweeping::read(int64_t begin, int64_t end) {
   return slice;
 }
 
-// The fingerprints of the slice's ids that the index has.
-std::vector<Sweeping::Indexed> Sweeping::indexed(const Slice& slice) {
-  std::vector<Indexed> result;
+// Calls take(id, hash) for each message of the slice's ids that the index has.
+template <typename Take>
+void Sweeping::for_each_indexed(const Slice& slice, const Take& take) {
   Fingerprints& fingerprints = index_.fingerprints();
-  auto row = fingerprints.row_of(slice.begin);
-  if (!row) row = fingerprints.row_from(slice.begin);
-  for (; row && row->first_id <= slice.end; row = fingerprints.row_from(row->first_id + 1)) {
+  const FingerprintRow* row = fingerprints.row_of(slice.begin);
+  if (row == nullptr) row = fingerprints.row_from(slice.begin);
+  while (row != nullptr && row->first_id <= slice.end) {
     const int64_t last = std::min(row->last_id(), slice.end);
     for (int64_t id = std::max(row->first_id, slice.begin); id <= last; ++id) {
-      if (row->of(id) != kNoMessage) result.push_back({id, row->of(id)});
+      if (row->of(id) != kNoMessage) take(id, row->of(id));
     }
+    row = fingerprints.row_from(row->first_id + 1);
   }
-  return result;
 }
 
 std::vector<Sweeping::Difference> Sweeping::differences(const Slice& slice) {
@@ -85,16 +82,15 @@ std::vector<Sweeping::Difference> Sweeping::differences(const Slice& slice) {
       result.push_back({message->id, &message->content});
     }
   };
-  for (const Indexed& known : indexed(slice)) {
-    take_unknown(known.id);
-    if (message == slice.messages.end() || message->id != known.id) {
-      result.push_back({known.id, nullptr});
-      continue;
+  for_each_indexed(slice, [&](int64_t id, Fingerprint hash) {
+    take_unknown(id);
+    if (message == slice.messages.end() || message->id != id) {
+      result.push_back({id, nullptr});
+      return;
     }
-    if (fingerprint(message->content) != known.hash)
-      result.push_back({known.id, &message->content});
+    if (fingerprint(message->content) != hash) result.push_back({id, &message->content});
     ++message;
-  }
+  });
   take_unknown(std::numeric_limits<int64_t>::max());
   return result;
 }
@@ -140,14 +136,19 @@ void Sweeping::begin_verifying(int64_t first_id) {
 
 // In a transaction, since another process may drop the table.
 void Sweeping::verify() {
-  std::optional<Transaction> reading(std::in_place, index_.connection(), "begin");
-  index_.reload();
-  const Shard* const shard = index_.shard_of(swept_to_);
-  const bool is_same = shard != nullptr && shard->number == verified_;
-  const bool agrees = !is_same || index_.checksums().agree(verified_, &verified_to_, kVerifiedRows);
-  reading.reset();
+  const Shard* shard = nullptr;
+  bool agrees = true;
+  {
+    const Transaction reading(index_.connection(), "begin");
+    index_.reload();
+    shard = index_.shard_of(swept_to_);
+    if (shard != nullptr && shard->number != verified_) shard = nullptr;
+    if (shard != nullptr) {
+      agrees = index_.checksums().agree(verified_, &verified_to_, kVerifiedRows);
+    }
+  }
   if (!agrees) mark_stale(shard->first_id, shard->messages);
-  if (!is_same || !agrees || verified_to_ == Checksums::kEnd) verified_ = 0;
+  if (shard == nullptr || !agrees || verified_to_ == Checksums::kEnd) verified_ = 0;
 }
 
 // The shard has this number of messages, and is to be built anew.
@@ -162,16 +163,16 @@ void Sweeping::mark_stale(int64_t first_id, int64_t messages) {
 
 // A shard that becomes stale again while it is built waits for the next pass.
 Shard* Sweeping::shard_to_build() {
-  const auto found =
-      std::find_if(index_.shards().begin(), index_.shards().end(), [this](const Shard& shard) {
-        return shard.stale > 0 && rebuilt_.count(shard.first_id) == 0;
-      });
-  return found == index_.shards().end() ? nullptr : &*found;
+  for (Shard& shard : index_.shards()) {
+    const auto times = std::count(rebuilt_.begin(), rebuilt_.end(), shard.first_id);
+    if (shard.stale > 0 && times == 0) return &shard;
+  }
+  return nullptr;
 }
 
 void Sweeping::begin_building(Shard* found) {
   const int64_t first_id = found->first_id;
-  rebuilt_.insert(first_id);
+  rebuilt_.push_back(first_id);
   IndexChange change(&index_);
   Shard* const shard = index_.shard_of(first_id);
   if (shard == nullptr || shard->building != 0) return;  // another process has begun

@@ -4,7 +4,7 @@
 #define ADDONS_SEARCH_SWEEPING_H_
 
 #include <cstdint>
-#include <set>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -35,15 +35,11 @@ class Sweeping {
   };
   // Messages of the store, whose ids follow each other up to `end`.
   struct Slice {
-    std::vector<Message> messages;
+    std::list<Message> messages;
     int64_t begin = 0;
     int64_t end = 0;
   };
 
-  struct Indexed {
-    int64_t id = 0;
-    Fingerprint hash = kNoMessage;
-  };
   struct Difference {
     int64_t id = 0;
     const std::string* content = nullptr;  // null: there is no such message
@@ -51,7 +47,8 @@ class Sweeping {
 
   bool step(const TimeBudget& budget, SearchWork* work);
   Slice read(int64_t begin, int64_t end);
-  std::vector<Indexed> indexed(const Slice& slice);
+  template <typename Take>
+  void for_each_indexed(const Slice& slice, const Take& take);
   std::vector<Difference> differences(const Slice& slice);
   void mend(const std::vector<Difference>& differences, SearchWork* work);
   void compare(const Shard& shard, SearchWork* work);
@@ -71,9 +68,9 @@ class Sweeping {
   int64_t swept_to_ = 0;      // the comparison's position
   int64_t counted_from_ = 0;  // messages from this id to the position are counted
   int64_t counted_ = 0;
-  int64_t verified_ = 0;       // number of the table whose checksums are being compared; 0: none
-  int64_t verified_to_ = 0;    // the position in it
-  std::set<int64_t> rebuilt_;  // shards that were built in this pass, by first id
+  int64_t verified_ = 0;          // number of the table whose checksums are being compared; 0: none
+  int64_t verified_to_ = 0;       // the position in it
+  std::vector<int64_t> rebuilt_;  // shards that were built in this pass, by first id
 };
 
 }  // namespace Corvan::search
