@@ -15,9 +15,10 @@ std::string_view bytes_of(const std::vector<Element>& list) {
 }
 
 template <typename Element>
-void read_list(std::string_view bytes, std::vector<Element>* list) {
-  list->resize(bytes.size() / sizeof(Element));
-  if (!list->empty()) std::memcpy(list->data(), bytes.data(), list->size() * sizeof(Element));
+std::vector<Element> list_of(std::string_view bytes) {
+  std::vector<Element> list(bytes.size() / sizeof(Element));
+  if (!list.empty()) std::memcpy(list.data(), bytes.data(), list.size() * sizeof(Element));
+  return list;
 }
 
 // Rows that have changed places do not agree with their hashes, either.
@@ -30,16 +31,15 @@ int64_t row_hash(int64_t number, const PairLists& lists) {
 }  // namespace
 
 const CommonPairs& PairTable::of(int64_t number) {
-  const auto known = pairs_.find(number);
-  if (known != pairs_.end()) return known->second;
+  for (const auto& [table, pairs] : pairs_) {
+    if (table == number) return pairs;
+  }
   Statement row(index_, "select least,words,exceptions,hash from pair where number=?");
   if (!row.bind(number).row()) index_.fail(SQLITE_CORRUPT);
-  PairLists lists;
-  lists.least = row.integer(0);
-  read_list(row.blob(1), &lists.words);
-  read_list(row.blob(2), &lists.exceptions);
+  const PairLists lists = {row.integer(0), list_of<HashedShare>(row.blob(1)),
+                           list_of<uint64_t>(row.blob(2))};
   if (row.integer(3) != row_hash(number, lists)) index_.fail(SQLITE_CORRUPT);
-  return pairs_.emplace(number, lists).first->second;
+  return pairs_.emplace_back(number, lists).second;
 }
 
 void PairTable::add(int64_t number, const PairLists& lists) {
@@ -51,7 +51,7 @@ void PairTable::add(int64_t number, const PairLists& lists) {
 
 void PairTable::remove(int64_t number) {
   Statement(index_, "delete from pair where number=?").bind(number).run();
-  pairs_.erase(number);
+  forget();
 }
 
 }  // namespace Corvan::search

@@ -4,7 +4,8 @@
 #define ADDONS_SEARCH_PAIR_TABLE_H_
 
 #include <cstdint>
-#include <map>
+#include <list>
+#include <utility>
 
 #include "addons/search/common_pairs.h"
 #include "addons/search/connection.h"
@@ -27,7 +28,7 @@ class PairTable {
 
  private:
   const Connection& index_;
-  std::map<int64_t, CommonPairs> pairs_;
+  std::list<std::pair<int64_t, CommonPairs>> pairs_;  // by the table
 };
 
 }  // namespace Corvan::search
