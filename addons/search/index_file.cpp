@@ -44,6 +44,10 @@ bool is_empty(const Connection& index) {
   return index.number("select count(*) from sqlite_master") == 0;
 }
 
+void set_pragma(const Connection& index, const char* name, int64_t value) {
+  index.run(joined({"pragma ", name, "=", std::to_string(value)}));
+}
+
 void create(const Connection& index) {
   execute(index, "pragma auto_vacuum=incremental;pragma journal_mode=wal");
   execute(index, kSettings);
@@ -52,8 +56,8 @@ void create(const Connection& index) {
   Statement(index, "insert into state values(?,0,0,?,0,1)")
       .bind(std::string_view(tokenizer_version()), Checksums::kEnd)
       .run();
-  index.run(joined({"pragma application_id=", std::to_string(kApplicationId)}));
-  index.run(joined({"pragma user_version=", std::to_string(kFormat)}));
+  set_pragma(index, "application_id", kApplicationId);
+  set_pragma(index, "user_version", kFormat);
   transaction.commit();
 }
 

@@ -79,20 +79,27 @@ void Indexing::ensure_open() {
   opened_ = {files_->store.identity(), files_->identity};
 }
 
+// Throws the exception that is being handled again, unless it says that the index is damaged.
+void Indexing::recover() {
+  try {
+    throw;
+  } catch (const SqlError& error) {
+    if (error.status() != SearchStatus::kIndexError || !is_damage(error)) throw;
+    log_line(error.text(), ": the index is created again");
+    require_deletion();
+  }
+}
+
 template <typename Work>
 void Indexing::use(const Work& work) {
   for (bool is_first = true;; is_first = false) {
     try {
       ensure_open();
       return work();
-    } catch (const SqlError& error) {
-      close();
-      if (error.status() != SearchStatus::kIndexError || !is_damage(error) || !is_first) throw;
-      log_line(error.text(), ": the index is created again");
-      require_deletion();
     } catch (...) {
       close();
-      throw;
+      if (!is_first) throw;
+      recover();
     }
   }
 }

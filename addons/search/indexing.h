@@ -63,6 +63,7 @@ class Indexing {
   void close();
   void require_deletion();
   void delete_if_damaged();
+  void recover();
   template <typename Work>
   void use(const Work& work);
   bool make_compact(const TimeBudget& budget, bool has_indexed);

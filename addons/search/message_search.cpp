@@ -19,18 +19,27 @@ using search::Indexing;
 using search::log_line;
 using search::TimeBudget;
 
-// The status of what `work` does. Writes a line to the log if it fails.
-template <typename Work>
-SearchStatus status_of(const Work& work) noexcept {
+// The status of the exception that is being handled. Writes a line to the log.
+SearchStatus status_of_failure() noexcept {
   try {
-    work();
-    return SearchStatus::kOk;
+    throw;
   } catch (const search::SqlError& error) {
     log_line(error.text());
     return error.status();
   } catch (const std::bad_alloc&) {
     log_line("memory ran out");
     return SearchStatus::kNoMemory;
+  }
+}
+
+// The status of what `work` does. Writes a line to the log if it fails.
+template <typename Work>
+SearchStatus status_of(const Work& work) noexcept {
+  try {
+    work();
+    return SearchStatus::kOk;
+  } catch (...) {
+    return status_of_failure();
   }
 }
 
@@ -51,6 +60,18 @@ void wait_until_open(Indexing* indexing) {
 void catch_up_first(Indexing* indexing, std::chrono::microseconds budget) {
   const std::unique_lock<std::mutex> lock(indexing->mutex(), std::try_to_lock);
   if (lock.owns_lock()) indexing->catch_up(TimeBudget(budget));
+}
+
+// What one member of the writing half does.
+SearchWork work_of(Indexing* indexing, SearchWork (Indexing::*member)(const TimeBudget&),
+                   std::chrono::microseconds budget) {
+  SearchWork work;
+  work.status = status_of([&] {
+    wait_until_open(indexing);
+    const std::lock_guard<std::mutex> lock(indexing->mutex());
+    work = (indexing->*member)(TimeBudget(budget));
+  });
+  return work;
 }
 
 // Matching a long query takes time that grows with the product of its length and the text's.
@@ -123,13 +144,7 @@ void MessageSearch::prepare(std::chrono::microseconds catch_up) {
 }
 
 SearchWork MessageSearch::catch_up(std::chrono::microseconds budget) {
-  SearchWork work;
-  work.status = status_of([&] {
-    wait_until_open(indexing_.get());
-    const std::lock_guard<std::mutex> lock(indexing_->mutex());
-    work = indexing_->catch_up(TimeBudget(budget));
-  });
-  return work;
+  return work_of(indexing_.get(), &Indexing::catch_up, budget);
 }
 
 SearchStatus MessageSearch::changed(int64_t id) {
@@ -140,13 +155,7 @@ SearchStatus MessageSearch::changed(int64_t id) {
 }
 
 SearchWork MessageSearch::sweep(std::chrono::microseconds budget) {
-  SearchWork work;
-  work.status = status_of([&] {
-    wait_until_open(indexing_.get());
-    const std::lock_guard<std::mutex> lock(indexing_->mutex());
-    work = indexing_->sweep(TimeBudget(budget));
-  });
-  return work;
+  return work_of(indexing_.get(), &Indexing::sweep, budget);
 }
 
 SearchProgress MessageSearch::progress() {

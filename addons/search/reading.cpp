@@ -15,18 +15,21 @@ void Reading::open() {
   if (store_ == nullptr) store_ = std::make_unique<StoreReader>(store_file_);
   const FileIdentity identity = identity_of(index_file_);
   if (index_ != nullptr && identity == identity_) return;
-  pairs_.reset();
-  index_.reset();
+  close();
   if (!identity) return;
   index_ = open_index_for_reading(index_file_);
   if (index_ != nullptr) pairs_ = std::make_unique<PairTable>(*index_);
   identity_ = identity;
 }
 
-std::unique_lock<std::mutex> Reading::close_index() {
-  std::unique_lock<std::mutex> lock(mutex_);
+void Reading::close() {
   pairs_.reset();
   index_.reset();
+}
+
+std::unique_lock<std::mutex> Reading::close_index() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  close();
   identity_ = {};
   return lock;
 }
@@ -40,8 +43,7 @@ SearchResults Reading::find(const Query& query, const SearchOptions& options,
     if (error.status() != SearchStatus::kIndexError) throw;
     log_line(error.text());
     *is_damaged = is_damage(error);
-    pairs_.reset();
-    index_.reset();
+    close();
   }
   return find_with(nullptr, query, options, budget);
 }

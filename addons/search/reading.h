@@ -37,6 +37,7 @@ class Reading {
 
  private:
   void open();
+  void close();
   SearchResults find_with(const Connection* index, const Query& query, const SearchOptions& options,
                           const TimeBudget& budget);
 
