@@ -24,8 +24,9 @@ int64_t joint_share(int64_t first, int64_t second) {
   return first * second / kWhole;
 }
 
+// Depends on the order of the words.
 uint64_t pair_hash(uint64_t first, uint64_t second) {
-  return mixed(first, second);
+  return mixed(mixed(first, 0), second);
 }
 
 bool has_smaller_hash(const HashedShare& a, const HashedShare& b) {
