@@ -1,6 +1,5 @@
 #include "addons/search/match_expression.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "addons/search/common_pairs.h"
@@ -21,33 +20,23 @@ bool starts_with(const std::string& text, const std::string& beginning) {
 
 void MatchExpression::add(const Term& term) {
   const std::string_view folded = term.folded();
-  add_pairs(term);
   std::size_t at = 0;
   int words = 0;
+  std::string_view before;  // the word before the chunk
   for (std::string_view chunk = next_chunk(folded, at); !chunk.empty();) {
     const std::string_view next = next_chunk(folded, at);
+    const bool is_prefix = term.is_prefix() && next.empty();
     if (is_word(chunk)) {
       has_phrase_ = has_phrase_ || ++words > 1;
-      add_word(chunk, term.is_prefix() && next.empty());
+      if (!before.empty() && !is_prefix) pairs_.push_back(pair_token(before, chunk));
+      add_word(chunk, is_prefix);
+      before = chunk;
     } else {
       add_unspaced(chunk);
+      before = {};
     }
     chunk = next;
   }
-}
-
-void MatchExpression::add_pairs(const Term& term) {
-  const std::size_t others = pairs_.size();
-  bool ends_with_word = false;
-  std::size_t at = 0;
-  for (auto chunk = next_chunk(term.folded(), at); !chunk.empty();) {
-    ends_with_word = is_word(chunk);
-    chunk = next_chunk(term.folded(), at);
-  }
-  for_each_pair(term.folded(), [this](std::string_view first, std::string_view second) {
-    pairs_.push_back(pair_token(first, second));
-  });
-  if (term.is_prefix() && ends_with_word && pairs_.size() > others) pairs_.pop_back();
 }
 
 // A token that was cut is the same for all words with the beginning.
@@ -86,22 +75,17 @@ bool MatchExpression::is_covered(const std::string& prefix) const {
   return longer != prefixes_.end() && starts_with(*longer, prefix);
 }
 
-// Whole tokens come first, and long ones: they are rare.
-bool MatchExpression::Token::operator<(const Token& other) const {
-  if (is_prefix != other.is_prefix) return other.is_prefix;
-  if (text.size() != other.text.size()) return text.size() > other.text.size();
-  return text < other.text;
-}
-
 std::vector<MatchExpression::Token> MatchExpression::tokens() const {
-  std::vector<Token> all;
-  for (const std::string& token : tokens_) all.push_back({token, false});
+  std::set<Token> all;
+  for (const std::string& token : tokens_) all.insert({token, false});
   for (const std::string& prefix : prefixes_) {
-    if (!is_covered(prefix)) all.push_back({prefix, true});
+    if (!is_covered(prefix)) all.insert({prefix, true});
   }
-  std::sort(all.begin(), all.end());
-  if (all.size() > kMostTokens) all.resize(kMostTokens);
-  return all;
+  std::vector<Token> first;
+  for (auto token = all.begin(); token != all.end() && first.size() < kMostTokens; ++token) {
+    first.push_back(*token);
+  }
+  return first;
 }
 
 std::string MatchExpression::text(const std::vector<Token>& tokens) {

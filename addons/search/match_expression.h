@@ -15,12 +15,7 @@ namespace Corvan::search {
 // Collects tokens that each text with the terms has in the index, or beginnings of such tokens.
 class MatchExpression {
  public:
-  // A token, or the beginning of one.
-  struct Token {
-    std::string text;
-    bool is_prefix;
-    bool operator<(const Token& other) const;
-  };
+  using Token = Wanted;
 
   void add(const Term& term);
 
@@ -38,7 +33,6 @@ class MatchExpression {
   static std::string text(const std::vector<Token>& tokens);
 
  private:
-  void add_pairs(const Term& term);
   void add_word(std::string_view word, bool is_prefix);
   void add_unspaced(std::string_view chunk);
   bool is_covered(const std::string& prefix) const;
