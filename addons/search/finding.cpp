@@ -54,12 +54,13 @@ int64_t Finding::messages_to_end() const {
 }
 
 void Finding::search_rest() {
-  const auto ids = few_candidates();
-  const std::size_t count = ids ? ids->size() : candidates_.estimate();
+  std::vector<int64_t> ids;
+  const bool are_few = add_few(&ids);
+  const std::size_t count = are_few ? ids.size() : candidates_.estimate();
   // A conversation can have few messages.
   if (options_.session_id && !walk_.pass(static_cast<int64_t>(kPassedMessages * count))) return;
-  if (ids) {
-    look_at(*ids);
+  if (are_few) {
+    look_at(ids);
   } else if (has_time_order_) {
     search_blocks();
   } else {
@@ -67,15 +68,11 @@ void Finding::search_rest() {
   }
 }
 
-// All messages that may match, if looking at them takes less time than reading blocks.
-std::optional<std::vector<int64_t>> Finding::few_candidates() {
-  std::vector<int64_t> ids;
+// Adds all messages that may match. False if looking at them takes more time than reading blocks.
+bool Finding::add_few(std::vector<int64_t>* ids) {
   const std::size_t limit = affordable_candidates();
-  if (!add_unindexed(&ids) || candidates_.estimate() > 2 * limit) return std::nullopt;
-  const auto indexed = candidates_.all(limit, page_.budget());
-  if (!indexed) return std::nullopt;
-  ids.insert(ids.end(), indexed->begin(), indexed->end());
-  return ids;
+  return add_unindexed(ids) && candidates_.estimate() <= 2 * limit &&
+         candidates_.add_all(limit, page_.budget(), ids);
 }
 
 std::size_t Finding::affordable_candidates() {

@@ -4,7 +4,6 @@
 #define ADDONS_SEARCH_FINDING_H_
 
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #include "addons/search/candidates.h"
@@ -37,7 +36,7 @@ class Finding {
  private:
   int64_t messages_to_end() const;
   void search_rest();
-  std::optional<std::vector<int64_t>> few_candidates();
+  bool add_few(std::vector<int64_t>* ids);
   std::size_t affordable_candidates();
   bool add_unindexed(std::vector<int64_t>* ids);
   void look_at(const std::vector<int64_t>& ids);

@@ -11,6 +11,7 @@ namespace Corvan::search {
 namespace {
 
 constexpr std::size_t kMostTokens = 32;
+constexpr std::size_t kMostPairs = 32;
 
 bool starts_with(const std::string& text, const std::string& beginning) {
   return text.compare(0, beginning.size(), beginning) == 0;
@@ -28,8 +29,11 @@ void MatchExpression::add(const Term& term) {
     const bool is_prefix = term.is_prefix() && next.empty();
     if (is_word(chunk)) {
       has_phrase_ = has_phrase_ || ++words > 1;
-      if (!before.empty() && !is_prefix) pairs_.push_back(pair_token(before, chunk));
       add_word(chunk, is_prefix);
+      if (!before.empty() && !is_prefix && pairs_.size() < kMostPairs) {
+        const Token pair{pair_token(before, chunk), false};
+        pairs_.push_back(pair);
+      }
       before = chunk;
     } else {
       add_unspaced(chunk);
@@ -88,14 +92,27 @@ std::vector<MatchExpression::Token> MatchExpression::tokens() const {
   return first;
 }
 
-std::string MatchExpression::text(const std::vector<Token>& tokens) {
-  std::string text;
-  for (const Token& token : tokens) {
-    if (!text.empty()) text += " AND ";
-    text += '"' + token.text + '"';
-    if (token.is_prefix) text += " *";
-  }
+std::string MatchExpression::text(const Token& token) {
+  std::string text(1, '"');
+  text += token.text;
+  text += token.is_prefix ? "\" *" : "\"";
   return text;
+}
+
+std::string MatchExpression::text(const std::vector<Token>& tokens) {
+  std::string all;
+  for (const Token& token : tokens) {
+    if (!all.empty()) all += " AND ";
+    all += text(token);
+  }
+  return all;
+}
+
+std::string MatchExpression::query(const char* result, const std::string& table) {
+  std::string sql = "select ";
+  sql += result;
+  sql.append(" from ").append(table).append(" where ").append(table);
+  return sql += " match ? and rowid between ? and ?";
 }
 
 }  // namespace Corvan::search

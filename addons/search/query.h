@@ -28,7 +28,7 @@ class Query {
   const std::vector<MatchExpression::Token>& tokens() const { return tokens_; }
 
   // Tokens of the words that follow each other in each text that matches, as of pair_token().
-  const std::vector<std::string>& pairs() const { return expression_.pairs(); }
+  const std::vector<MatchExpression::Token>& pairs() const { return expression_.pairs(); }
 
   bool matches(std::string_view text) const;
 
