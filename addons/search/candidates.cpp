@@ -21,11 +21,14 @@ constexpr int64_t kLeastSample = 1024;  // messages that a shard must have for e
 constexpr int kDoublings = 6;           // the next ranges are larger, as the query is rarer
 constexpr int64_t kWanted = 256;        // candidates in a range: a larger one has too many
 
-constexpr std::size_t kMostPairs = 32;  // the others are not looked up
+constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
 
-bool is_part_of(const std::string& token, const std::string& pair) {
-  const std::size_t gap = pair.find(FoldedText::kGap);
-  return pair.compare(0, gap, token) == 0 || pair.compare(gap + 1, std::string::npos, token) == 0;
+// Whether the word is between two gaps of the text.
+bool has_word(const std::string& text, const std::string& word) {
+  std::string between_gaps(1, FoldedText::kGap);
+  between_gaps += word;
+  between_gaps += FoldedText::kGap;
+  return text.find(between_gaps) != std::string::npos;
 }
 
 bool has(const CommonPairs& pairs, const std::string& pair) {
@@ -50,8 +53,8 @@ Candidates::Candidates(const Connection* index, PairTable* pairs, const Query& q
 // Shards that have tokens for the same pairs are asked for the same tokens.
 const Candidates::Match& Candidates::match_of(std::size_t shard) {
   uint64_t pairs = 0;
-  for (std::size_t i = 0; i < std::min(query_.pairs().size(), kMostPairs); ++i) {
-    const bool has_token = has(pairs_->of(shards_[shard].number), query_.pairs()[i]);
+  for (std::size_t i = 0; i < query_.pairs().size(); ++i) {
+    const bool has_token = has(pairs_->of(shards_[shard].number), query_.pairs()[i].text);
     pairs |= static_cast<uint64_t>(has_token) << i;
   }
   for (const Match& match : matches_) {
@@ -72,16 +75,15 @@ Candidates::Match Candidates::choose_match(std::size_t shard, uint64_t pairs) co
 // The query's tokens, with those of these pairs instead of those of their words.
 std::vector<MatchExpression::Token> Candidates::tokens_with(uint64_t pairs) const {
   std::vector<MatchExpression::Token> tokens;
+  std::string words(1, FoldedText::kGap);  // of the pairs, between gaps
   for (std::size_t i = 0; pairs >> i != 0; ++i) {
-    if ((pairs >> i & 1U) != 0) tokens.push_back({query_.pairs()[i], false});
+    if ((pairs >> i & 1U) == 0) continue;
+    tokens.push_back(query_.pairs()[i]);
+    words += tokens.back().text;
+    words += FoldedText::kGap;
   }
-  const auto in_pairs = static_cast<std::ptrdiff_t>(tokens.size());
   for (const MatchExpression::Token& token : query_.tokens()) {
-    const bool is_known =
-        !token.is_prefix &&
-        std::any_of(tokens.begin(), tokens.begin() + in_pairs,
-                    [&](const auto& pair) { return is_part_of(token.text, pair.text); });
-    if (!is_known) tokens.push_back(token);
+    if (token.is_prefix || !has_word(words, token.text)) tokens.push_back(token);
   }
   return tokens;
 }
@@ -129,11 +131,9 @@ const Candidates::Range* Candidates::read_around(int64_t id) {
   const auto after = ranges_.upper_bound(id);
   if (after != ranges_.end()) end = std::min(end, after->first - 1);
   if (after != ranges_.begin()) begin = std::max(begin, std::prev(after)->second.end + 1);
-  Range& range = ranges_[begin];
-  range.end = end;
-  read(shard, begin, end, std::numeric_limits<std::size_t>::max(), &range.ids);
-  if (static_cast<int64_t>(range.ids.size()) < kWanted) ++doublings_;
-  return &range;
+  const Range* range = read(shard, begin, end, kNoLimit);
+  if (static_cast<int64_t>(range->ids.size()) < kWanted) ++doublings_;
+  return range;
 }
 
 bool Candidates::add_between(int64_t first, int64_t last, std::size_t limit,
@@ -175,58 +175,44 @@ std::size_t Candidates::estimated() {
   const int64_t last = std::min(end_of(shard), state_.highest);
   const int64_t first = shards_[shard].first_id;
   const int64_t begin = has_prefix_ ? first : std::max(first, last - kEstimated + 1);
-  Range range;
-  range.end = end_of(shard);
-  read(shard, begin, range.end, std::numeric_limits<std::size_t>::max(), &range.ids);
+  const std::size_t found = read(shard, begin, end_of(shard), kNoLimit)->ids.size();
   const int64_t looked_at =
       std::max<int64_t>(1, std::min(shards_[shard].messages, last - begin + 1));
-  const std::size_t found = range.ids.size();
-  keep(begin, std::move(range));
   return found * static_cast<std::size_t>(messages()) / static_cast<std::size_t>(looked_at);
 }
 
-std::optional<std::vector<int64_t>> Candidates::all(std::size_t limit, const TimeBudget& budget) {
-  std::vector<int64_t> result;
+// Makes each shard one range. That of a prefix is read to its end, because reading less of it does
+// not take less time.
+bool Candidates::add_all(std::size_t limit, const TimeBudget& budget, std::vector<int64_t>* ids) {
+  limit += ids->size();
   for (std::size_t shard = shards_.size(); shard-- > 0;) {
-    if (budget.is_over() || !read_shard(shard, limit - result.size())) return std::nullopt;
-    const std::vector<int64_t>& ids = ranges_[shards_[shard].first_id].ids;
-    if (ids.size() > limit - result.size()) return std::nullopt;
-    result.insert(result.end(), ids.begin(), ids.end());
+    const std::size_t rest = limit - ids->size();
+    const int64_t begin = shards_[shard].first_id;
+    if (budget.is_over()) return false;
+    const Range* range = read(shard, begin, end_of(shard), has_prefix_ ? kNoLimit : rest);
+    if (range == nullptr || range->ids.size() > rest) return false;
+    ids->insert(ids->end(), range->ids.begin(), range->ids.end());
   }
-  return result;
-}
-
-// Makes the shard one range. False if it has more candidates; those of a prefix are kept
-// nevertheless.
-bool Candidates::read_shard(std::size_t shard, std::size_t limit) {
-  Range range;
-  const int64_t begin = shards_[shard].first_id;
-  range.end = end_of(shard);
-  if (has_prefix_) limit = std::numeric_limits<std::size_t>::max();
-  if (!read(shard, begin, range.end, limit, &range.ids)) return false;
-  keep(begin, std::move(range));
   return true;
 }
 
-void Candidates::keep(int64_t begin, Range range) {
-  ranges_.erase(ranges_.lower_bound(begin), ranges_.upper_bound(range.end));
-  ranges_[begin] = std::move(range);
-  last_ = ranges_.end();
-}
-
-// False if there are more than `limit`.
-bool Candidates::read(std::size_t shard, int64_t begin, int64_t end, std::size_t limit,
-                      std::vector<int64_t>* ids) {
+// Makes these ids one range. Null if it has more than `limit` candidates.
+const Candidates::Range* Candidates::read(std::size_t shard, int64_t begin, int64_t end,
+                                          std::size_t limit) {
+  Range range;
+  range.end = end;
   Statement& rows = statement(shard);
   rows.bind(std::string_view(match_of(shard).text), begin, std::min(end, state_.highest));
   while (rows.row()) {
-    if (ids->size() == limit) {
+    if (range.ids.size() == limit) {
       rows.reset();
-      return false;
+      return nullptr;
     }
-    ids->push_back(rows.integer(0));
+    range.ids.push_back(rows.integer(0));
   }
-  return true;
+  ranges_.erase(ranges_.lower_bound(begin), ranges_.upper_bound(end));
+  last_ = ranges_.emplace(begin, std::move(range)).first;
+  return &last_->second;
 }
 
 std::size_t Candidates::shard_of(int64_t id) const {
@@ -246,10 +232,8 @@ Statement& Candidates::statement(std::size_t shard) {
   statements_.resize(shards_.size());
   std::unique_ptr<Statement>& statement = statements_[shard];
   if (statement == nullptr) {
-    const std::string table = shard_table(shards_[shard].number);
-    statement =
-        std::make_unique<Statement>(*index_, "select rowid from " + table + " where " + table +
-                                                 " match ? and rowid between ? and ?");
+    statement = std::make_unique<Statement>(
+        *index_, MatchExpression::query("rowid", shard_table(shards_[shard].number)));
   }
   return *statement;
 }

@@ -46,9 +46,9 @@ class Candidates {
   // About how many messages in the index may match: as many as among the newest ones.
   std::size_t estimate();
 
-  // The ids of all messages in the index that may match; nothing if there are more than `limit`, or
-  // the time is over.
-  std::optional<std::vector<int64_t>> all(std::size_t limit, const TimeBudget& budget);
+  // Adds the ids of all messages in the index that may match. False if there are more than `limit`,
+  // or the time is over.
+  bool add_all(std::size_t limit, const TimeBudget& budget, std::vector<int64_t>* ids);
 
  private:
   // What a shard's table is asked for.
@@ -70,10 +70,7 @@ class Candidates {
   std::vector<MatchExpression::Token> tokens_with(uint64_t pairs) const;
   const Range* range_of(int64_t id);
   const Range* read_around(int64_t id);
-  bool read_shard(std::size_t shard, std::size_t limit);
-  bool read(std::size_t shard, int64_t begin, int64_t end, std::size_t limit,
-            std::vector<int64_t>* ids);
-  void keep(int64_t begin, Range range);
+  const Range* read(std::size_t shard, int64_t begin, int64_t end, std::size_t limit);
   std::size_t shard_of(int64_t id) const;
   int64_t end_of(std::size_t shard) const;
   Statement& statement(std::size_t shard);

@@ -1,6 +1,7 @@
 #include "addons/search/common_pairs.h"
 
 #include <algorithm>
+#include <map>
 
 #include "addons/search/hashing.h"
 
@@ -17,85 +18,69 @@ constexpr int64_t kFrequent = 5;
 constexpr int64_t kFrequentInSample = 3;  // and at least so many messages of the sample
 constexpr int64_t kLeastTexts = 128;
 
-using Shares = std::vector<HashedShare>;
-
 // The share of the messages that have two words with these shares, by chance.
 int64_t joint_share(int64_t first, int64_t second) {
   return first * second / kWhole;
 }
 
+// Depends on the order of the words.
 uint64_t pair_hash(uint64_t first, uint64_t second) {
-  return mixed(first, second);
+  return mixed(mixed(first, 0), second);
 }
 
-bool has_smaller_hash(const HashedShare& a, const HashedShare& b) {
-  return a.hash < b.hash;
-}
+// How many texts have a word or a pair.
+struct Count {
+  int64_t texts = 0;
+  const std::string* last = nullptr;  // the last of them
+  int64_t by_chance = 0;              // the share of the messages that have a pair by chance
 
-bool has_same_hash(const HashedShare& a, const HashedShare& b) {
-  return a.hash == b.hash;
-}
-
-void sort(Shares* list, std::size_t from) {
-  std::sort(list->begin() + static_cast<std::ptrdiff_t>(from), list->end(), has_smaller_hash);
-}
-
-// Each only once from `from` on: what a text has.
-void remove_repetitions(Shares* list, std::size_t from) {
-  sort(list, from);
-  const auto begin = list->begin() + static_cast<std::ptrdiff_t>(from);
-  list->erase(std::unique(begin, list->end(), has_same_hash), list->end());
-}
-
-// Calls take(element, count) for each different element.
-template <typename Take>
-void for_each_counted(Shares list, Take take) {
-  sort(&list, 0);
-  for (std::size_t i = 0, next = 0; i < list.size(); i = next) {
-    while (next < list.size() && list[next].hash == list[i].hash) ++next;
-    take(list[i], static_cast<int64_t>(next - i));
+  void add(const std::string& text) {
+    if (last != &text) ++texts;
+    last = &text;
   }
-}
+};
 
-// The words that are common together with the most common one.
-Shares common_words(const std::vector<std::string>& folded, int64_t least) {
-  Shares all;
+using Counts = std::map<uint64_t, Count>;  // by hash
+
+Counts count_words(const std::vector<std::string>& folded) {
+  Counts counts;
   for (const std::string& text : folded) {
-    const std::size_t before = all.size();
     for (std::size_t at = 0;;) {
       const std::string_view chunk = next_chunk(text, at);
       if (chunk.empty()) break;
-      if (is_word(chunk)) all.push_back({hash_of(chunk), 0});
+      if (is_word(chunk)) counts[hash_of(chunk)].add(text);
     }
-    remove_repetitions(&all, before);
   }
+  return counts;
+}
+
+// The words that are common together with the most common one.
+std::vector<HashedShare> common_words(const std::vector<std::string>& folded, int64_t least) {
+  const Counts counts = count_words(folded);
   const auto texts = static_cast<int64_t>(folded.size());
   int64_t largest = 0;
-  for_each_counted(all, [&](const HashedShare& /*word*/, int64_t count) {
-    largest = std::max(largest, count * kWhole / texts);
-  });
-  Shares common;
-  for_each_counted(all, [&](const HashedShare& word, int64_t count) {
-    const int64_t share = count * kWhole / texts;
-    if (joint_share(share, largest) >= least) common.push_back({word.hash, share});
-  });
+  for (const auto& [word, count] : counts) largest = std::max(largest, count.texts);
+  std::vector<HashedShare> common;
+  for (const auto& [word, count] : counts) {
+    const int64_t share = count.texts * kWhole / texts;
+    if (joint_share(share, largest * kWhole / texts) >= least) common.push_back({word, share});
+  }
   return common;
 }
 
-// The pairs that the texts have, each once for each text, with the shares by chance.
-Shares pairs_of_texts(const std::vector<std::string>& folded, const CommonPairs& all_pairs) {
-  Shares pairs;
+Counts count_neighbours(const std::vector<std::string>& folded, const CommonPairs& all_pairs) {
+  Counts counts;
   for (const std::string& text : folded) {
-    const std::size_t before = pairs.size();
     for_each_pair(text, [&](std::string_view first, std::string_view second) {
       const HashedShare a = all_pairs.word(first);
       const HashedShare b = all_pairs.word(second);
       if (!all_pairs.has(a, b)) return;
-      pairs.push_back({pair_hash(a.hash, b.hash), joint_share(a.share, b.share)});
+      Count& count = counts[pair_hash(a.hash, b.hash)];
+      count.by_chance = joint_share(a.share, b.share);
+      count.add(text);
     });
-    remove_repetitions(&pairs, before);
   }
-  return pairs;
+  return counts;
 }
 
 }  // namespace
@@ -106,12 +91,11 @@ PairLists count_pairs(const std::vector<std::string>& folded, int64_t messages) 
   if (texts < kLeastTexts || messages < kLeastTexts) return lists;
   lists.least = std::max(kLeastShare, kLeastMessages * kWhole / messages);
   lists.words = common_words(folded, lists.least);
-  for_each_counted(pairs_of_texts(folded, CommonPairs(lists)),
-                   [&](const HashedShare& pair, int64_t count) {
-                     if (count < kFrequentInSample) return;
-                     if (count * kWhole * kFrequent < pair.share * texts) return;
-                     lists.exceptions.push_back(pair.hash);
-                   });
+  for (const auto& [pair, count] : count_neighbours(folded, CommonPairs(lists))) {
+    if (count.texts < kFrequentInSample) continue;
+    if (count.texts * kWhole * kFrequent < count.by_chance * texts) continue;
+    lists.exceptions.push_back(pair);
+  }
   return lists;
 }
 

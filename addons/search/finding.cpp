@@ -18,7 +18,8 @@ constexpr int64_t kNear = 4096;
 constexpr std::size_t kReadMessages = 80;
 constexpr std::size_t kPassedMessages = 15;
 
-constexpr std::size_t kFew = 200;        // candidates that are always looked at
+constexpr TimeBudget::Duration kTimeOfCandidate{4};  // at most, usually
+constexpr std::size_t kFew = 200;                    // candidates that are always looked at
 constexpr std::size_t kMost = 2500;      // candidates that are looked at in the order of ids
 constexpr std::size_t kFewInBlock = 48;  // candidates that are looked at one by one
 constexpr std::size_t kFalse = 8;        // candidates of a phrase for each hit, as a guess
@@ -54,13 +55,15 @@ int64_t Finding::messages_to_end() const {
 }
 
 void Finding::search_rest() {
-  std::optional<std::vector<int64_t>> ids;
-  read([&] { ids = few_candidates(); });
-  const std::size_t count = ids ? ids->size() : candidates_.estimate();
+  const auto begin = TimeBudget::Clock::now();
+  std::vector<int64_t> ids;
+  const bool are_few = add_few(&ids);
+  const std::size_t count = are_few ? ids.size() : candidates_.estimate();
+  extend_time(begin);
   // A conversation can have few messages.
   if (options_.session_id && !walk_.pass(static_cast<int64_t>(kPassedMessages * count))) return;
-  if (ids) {
-    look_at(*ids);
+  if (are_few) {
+    look_at(ids);
   } else if (has_time_order_) {
     search_blocks();
   } else {
@@ -68,18 +71,16 @@ void Finding::search_rest() {
   }
 }
 
-// All messages that may match, if looking at them takes less time than reading blocks.
-std::optional<std::vector<int64_t>> Finding::few_candidates() {
-  std::vector<int64_t> ids;
+// Adds all messages that may match. False if looking at them takes more time than reading blocks.
+bool Finding::add_few(std::vector<int64_t>* ids) {
   const std::size_t limit = affordable_candidates();
-  if (!add_unindexed(&ids) || candidates_.estimate() > 2 * limit) return std::nullopt;
-  const auto indexed = candidates_.all(limit, page_.budget());
-  if (!indexed) return std::nullopt;
-  ids.insert(ids.end(), indexed->begin(), indexed->end());
-  return ids;
+  return add_unindexed(ids) && candidates_.estimate() <= 2 * limit &&
+         candidates_.add_all(limit, page_.budget(), ids);
 }
 
 std::size_t Finding::affordable_candidates() {
+  const auto in_time = page_.budget().left() / kTimeOfCandidate;
+  if (in_time < static_cast<int64_t>(kMost)) return static_cast<std::size_t>(in_time);
   if (!has_time_order_) return kMost;
   const auto messages = static_cast<std::size_t>(candidates_.messages());
   const std::size_t candidates = std::max<std::size_t>(candidates_.estimate(), 1);
@@ -124,22 +125,19 @@ void Finding::search_blocks() {
   }
 }
 
-// Reads lists of the index. For a prefix that takes long, and the next call reads them again. So
-// this call gets the same time to use them.
-template <typename Read>
-void Finding::read(const Read& read) {
-  const auto begin = TimeBudget::Clock::now();
-  read();
+// Lists of the index were read. For a prefix that takes long, and the next call reads them again.
+// So this call gets the same time to use them.
+void Finding::extend_time(TimeBudget::Clock::time_point begin) {
   if (candidates_.has_prefix()) page_.extend_time(TimeBudget::Clock::now() - begin);
 }
 
 // False if the search ends here.
 bool Finding::search_block(const TimeBlock& block) {
   std::vector<int64_t> ids;
-  bool has_few = false;
-  read([&] {
-    has_few = candidates_.add_between(block.smallest_id, block.largest_id, kFewInBlock, &ids);
-  });
+  const auto begin = TimeBudget::Clock::now();
+  const bool has_few =
+      candidates_.add_between(block.smallest_id, block.largest_id, kFewInBlock, &ids);
+  extend_time(begin);
   if (!has_few) {
     if (!walk_.pass_down_to(block.oldest)) return false;
   } else {

@@ -4,7 +4,6 @@
 #define ADDONS_SEARCH_FINDING_H_
 
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #include "addons/search/candidates.h"
@@ -37,9 +36,8 @@ class Finding {
  private:
   int64_t messages_to_end() const;
   void search_rest();
-  template <typename Read>
-  void read(const Read& read);
-  std::optional<std::vector<int64_t>> few_candidates();
+  bool add_few(std::vector<int64_t>* ids);
+  void extend_time(TimeBudget::Clock::time_point begin);
   std::size_t affordable_candidates();
   bool add_unindexed(std::vector<int64_t>* ids);
   void look_at(const std::vector<int64_t>& ids);

@@ -1,6 +1,5 @@
 #include "addons/search/match_expression.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "addons/search/common_pairs.h"
@@ -12,6 +11,7 @@ namespace Corvan::search {
 namespace {
 
 constexpr std::size_t kMostTokens = 32;
+constexpr std::size_t kMostPairs = 32;
 
 bool starts_with(const std::string& text, const std::string& beginning) {
   return text.compare(0, beginning.size(), beginning) == 0;
@@ -21,33 +21,26 @@ bool starts_with(const std::string& text, const std::string& beginning) {
 
 void MatchExpression::add(const Term& term) {
   const std::string_view folded = term.folded();
-  add_pairs(term);
   std::size_t at = 0;
   int words = 0;
+  std::string_view before;  // the word before the chunk
   for (std::string_view chunk = next_chunk(folded, at); !chunk.empty();) {
     const std::string_view next = next_chunk(folded, at);
+    const bool is_prefix = term.is_prefix() && next.empty();
     if (is_word(chunk)) {
       has_phrase_ = has_phrase_ || ++words > 1;
-      add_word(chunk, term.is_prefix() && next.empty());
+      add_word(chunk, is_prefix);
+      if (!before.empty() && !is_prefix && pairs_.size() < kMostPairs) {
+        const Token pair{pair_token(before, chunk), false};
+        pairs_.push_back(pair);
+      }
+      before = chunk;
     } else {
       add_unspaced(chunk);
+      before = {};
     }
     chunk = next;
   }
-}
-
-void MatchExpression::add_pairs(const Term& term) {
-  const std::size_t others = pairs_.size();
-  bool ends_with_word = false;
-  std::size_t at = 0;
-  for (auto chunk = next_chunk(term.folded(), at); !chunk.empty();) {
-    ends_with_word = is_word(chunk);
-    chunk = next_chunk(term.folded(), at);
-  }
-  for_each_pair(term.folded(), [this](std::string_view first, std::string_view second) {
-    pairs_.push_back(pair_token(first, second));
-  });
-  if (term.is_prefix() && ends_with_word && pairs_.size() > others) pairs_.pop_back();
 }
 
 // A token that was cut is the same for all words with the beginning.
@@ -86,32 +79,40 @@ bool MatchExpression::is_covered(const std::string& prefix) const {
   return longer != prefixes_.end() && starts_with(*longer, prefix);
 }
 
-// Whole tokens come first, and long ones: they are rare.
-bool MatchExpression::Token::operator<(const Token& other) const {
-  if (is_prefix != other.is_prefix) return other.is_prefix;
-  if (text.size() != other.text.size()) return text.size() > other.text.size();
-  return text < other.text;
+std::vector<MatchExpression::Token> MatchExpression::tokens() const {
+  std::set<Token> all;
+  for (const std::string& token : tokens_) all.insert({token, false});
+  for (const std::string& prefix : prefixes_) {
+    if (!is_covered(prefix)) all.insert({prefix, true});
+  }
+  std::vector<Token> first;
+  for (auto token = all.begin(); token != all.end() && first.size() < kMostTokens; ++token) {
+    first.push_back(*token);
+  }
+  return first;
 }
 
-std::vector<MatchExpression::Token> MatchExpression::tokens() const {
-  std::vector<Token> all;
-  for (const std::string& token : tokens_) all.push_back({token, false});
-  for (const std::string& prefix : prefixes_) {
-    if (!is_covered(prefix)) all.push_back({prefix, true});
-  }
-  std::sort(all.begin(), all.end());
-  if (all.size() > kMostTokens) all.resize(kMostTokens);
-  return all;
+std::string MatchExpression::text(const Token& token) {
+  std::string text(1, '"');
+  text += token.text;
+  text += token.is_prefix ? "\" *" : "\"";
+  return text;
 }
 
 std::string MatchExpression::text(const std::vector<Token>& tokens) {
-  std::string text;
+  std::string all;
   for (const Token& token : tokens) {
-    if (!text.empty()) text += " AND ";
-    text += '"' + token.text + '"';
-    if (token.is_prefix) text += " *";
+    if (!all.empty()) all += " AND ";
+    all += text(token);
   }
-  return text;
+  return all;
+}
+
+std::string MatchExpression::query(const char* result, const std::string& table) {
+  std::string sql = "select ";
+  sql += result;
+  sql.append(" from ").append(table).append(" where ").append(table);
+  return sql += " match ? and rowid between ? and ?";
 }
 
 }  // namespace Corvan::search

@@ -1,6 +1,5 @@
 #include "addons/search/message_check.h"
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -10,7 +9,10 @@ namespace {
 
 template <typename Value, typename Element>
 bool is_listed(const std::vector<Element>& list, const Value& value) {
-  return list.empty() || std::find(list.begin(), list.end(), value) != list.end();
+  for (const Element& element : list) {
+    if (element == value) return true;
+  }
+  return list.empty();
 }
 
 bool is_limited(const SearchOptions& options) {
@@ -19,9 +21,11 @@ bool is_limited(const SearchOptions& options) {
 }
 
 std::string message_query(bool has_time_order, bool has_filter) {
-  return std::string("select ") + (has_time_order ? "sent_time" : kMessageTime) + ",content" +
-         (has_filter ? ",session_id,session_type,object_name,sender" : "") +
-         " from t_message where id=?";
+  std::string sql = "select ";
+  sql += has_time_order ? "sent_time" : kMessageTime;
+  sql += ",content";
+  if (has_filter) sql += ",session_id,session_type,object_name,sender";
+  return sql += " from t_message where id=?";
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "addons/search/query.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "addons/search/folded_text.h"
@@ -11,18 +12,6 @@ namespace Corvan::search {
 namespace {
 
 constexpr std::size_t kManyTerms = 32;
-
-// Long terms come first: they are rare, so that most texts are rejected early.
-std::vector<Term> without_duplicates(std::vector<Term> terms) {
-  const auto before = [](const Term& a, const Term& b) {
-    if (a.folded().size() != b.folded().size()) return a.folded().size() > b.folded().size();
-    return a.folded() != b.folded() ? a.folded() < b.folded() : !a.is_prefix() && b.is_prefix();
-  };
-  std::sort(terms.begin(), terms.end(), before);
-  const auto equal = [&](const Term& a, const Term& b) { return !before(a, b) && !before(b, a); };
-  terms.erase(std::unique(terms.begin(), terms.end(), equal), terms.end());
-  return terms;
-}
 
 std::vector<SearchRange> merged(std::vector<SearchRange> ranges) {
   std::sort(ranges.begin(), ranges.end(),
@@ -42,17 +31,17 @@ std::vector<SearchRange> merged(std::vector<SearchRange> ranges) {
 }  // namespace
 
 Query::Query(std::string_view text) {
+  std::set<Wanted> all;
   for (const QueryPart& part : parse_query(text)) {
     const FoldedText folded(part.text);
-    if (!folded.is_empty()) terms_.emplace_back(folded.text(), part.is_prefix);
+    if (!folded.is_empty()) all.insert({folded.text(), part.is_prefix});
   }
-  terms_ = without_duplicates(std::move(terms_));
+  for (const Wanted& wanted : all) {
+    terms_.emplace_back(wanted);
+    expression_.add(terms_.back());
+  }
   if (terms_.size() > kManyTerms) table_.emplace(terms_);
-  MatchExpression expression;
-  for (const Term& term : terms_) expression.add(term);
-  tokens_ = expression.tokens();
-  pairs_ = expression.pairs();
-  has_phrase_ = expression.has_phrase();
+  tokens_ = expression_.tokens();
 }
 
 bool Query::matches(std::string_view text) const {

@@ -22,13 +22,13 @@ class Query {
   bool is_empty() const { return terms_.empty(); }
 
   // Whether a term consists of several words. Messages that have all of them often have them apart.
-  bool has_phrase() const { return has_phrase_; }
+  bool has_phrase() const { return expression_.has_phrase(); }
 
   // What the index has for each text that matches.
   const std::vector<MatchExpression::Token>& tokens() const { return tokens_; }
 
   // Tokens of the words that follow each other in each text that matches, as of pair_token().
-  const std::vector<std::string>& pairs() const { return pairs_; }
+  const std::vector<MatchExpression::Token>& pairs() const { return expression_.pairs(); }
 
   bool matches(std::string_view text) const;
 
@@ -38,11 +38,10 @@ class Query {
  private:
   std::vector<Term::Place> places(std::string_view folded) const;
 
-  std::vector<Term> terms_;         // without duplicates, long ones first
+  std::vector<Term> terms_;         // without duplicates, in the order of Wanted
   std::optional<TermTable> table_;  // if there are many terms
+  MatchExpression expression_;
   std::vector<MatchExpression::Token> tokens_;
-  std::vector<std::string> pairs_;
-  bool has_phrase_ = false;
 };
 
 }  // namespace Corvan::search

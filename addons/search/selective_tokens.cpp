@@ -1,6 +1,7 @@
 #include "addons/search/selective_tokens.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <utility>
 
@@ -29,9 +30,7 @@ bool is_worthwhile(const Token& prefix, double share) {
 class Shares {
  public:
   Shares(const Connection& index, const SampledIds& ids)
-      : ids_(ids),
-        count_(index, "select count(*) from " + ids.table + " where " + ids.table +
-                          " match ? and rowid between ? and ?") {}
+      : ids_(ids), count_(index, MatchExpression::query("count(*)", ids.table)) {}
 
   double of(const Token& token) {
     constexpr int64_t kSmall = 1024;
@@ -44,7 +43,7 @@ class Shares {
  private:
   double in_newest(const Token& token, int64_t count) {
     const int64_t first = std::max(ids_.first, ids_.last - count + 1);
-    const std::string match = MatchExpression::text({token});
+    const std::string match = MatchExpression::text(token);
     count_.bind(std::string_view(match), first, ids_.last).row();
     return static_cast<double>(count_.integer(0)) / static_cast<double>(ids_.last - first + 1);
   }
@@ -60,18 +59,19 @@ std::vector<Token> selective_tokens(const Connection& index, const SampledIds& i
   if (tokens.size() < 2 || tokens[0].is_prefix) return tokens;
   constexpr std::size_t kMost = 6;  // tokens are weighed; the others are not needed
   Shares shares(index, ids);
-  std::vector<double> of_token;
-  for (const Token& token : tokens) {
-    if (token.is_prefix || of_token.size() == kMost) break;
-    of_token.push_back(shares.of(token));
+  std::array<double, kMost> of_token{};
+  std::size_t weighed = 0;
+  while (weighed < std::min(kMost, tokens.size()) && !tokens[weighed].is_prefix) {
+    of_token[weighed] = shares.of(tokens[weighed]);
+    ++weighed;
   }
   constexpr double kTaken = 2;
   std::vector<Token> result;
   double share = 1;  // of all messages have the tokens of the result
-  for (std::size_t i = 0; i < of_token.size(); ++i) {
-    const auto rarest = std::min_element(of_token.begin(), of_token.end());
+  for (std::size_t i = 0; i < weighed; ++i) {
+    auto* const rarest = std::min_element(of_token.data(), of_token.data() + weighed);
     if (!result.empty() && is_too_common(*rarest, share)) break;
-    result.push_back(tokens[static_cast<std::size_t>(rarest - of_token.begin())]);
+    result.push_back(tokens[static_cast<std::size_t>(rarest - of_token.data())]);
     share *= *rarest;
     *rarest = kTaken;
   }

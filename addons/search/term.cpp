@@ -47,10 +47,16 @@ bool has_at(std::string_view text, std::size_t at, std::string_view what) {
 
 }  // namespace
 
-Term::Term(std::string_view folded, bool is_prefix) : folded_(folded) {
+bool Wanted::operator<(const Wanted& other) const {
+  if (is_prefix != other.is_prefix) return other.is_prefix;
+  if (text.size() != other.text.size()) return text.size() > other.text.size();
+  return text < other.text;
+}
+
+Term::Term(const Wanted& wanted) : folded_(wanted.text) {
   bool was_word = true;
   for (std::size_t at = 0;;) {
-    const std::string_view chunk = next_chunk(folded, at);
+    const std::string_view chunk = next_chunk(folded_, at);
     if (chunk.empty()) break;
     const bool word = is_word(chunk);
     if (pieces_.empty() || (!word && !was_word)) {
@@ -61,8 +67,8 @@ Term::Term(std::string_view folded, bool is_prefix) : folded_(folded) {
     pieces_.back() += chunk;
     was_word = word;
   }
-  is_prefix_ = is_prefix && was_word;
-  if (was_word && !is_prefix) pieces_.back() += kGap;
+  is_prefix_ = wanted.is_prefix && was_word;
+  if (was_word && !is_prefix_) pieces_.back() += kGap;
   for (const std::string& piece : pieces_) least_size_ += piece.size();
 }
 

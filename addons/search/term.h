@@ -10,13 +10,22 @@
 
 namespace Corvan::search {
 
+// A text that is looked for, or the beginning of one.
+struct Wanted {
+  std::string text;
+  bool is_prefix = false;
+
+  // Whole texts come first, and long ones: they are rare.
+  bool operator<(const Wanted& other) const;
+};
+
 // What a query requires in one place of a text: units that follow each other. All texts are those
 // of FoldedText.
 class Term {
  public:
-  // `folded` must not be empty. `is_prefix`: the last unit, if it is a word, may be the beginning
+  // The text must not be empty. Of a prefix, the last unit, if it is a word, may be the beginning
   // of a longer one.
-  Term(std::string_view folded, bool is_prefix);
+  explicit Term(const Wanted& wanted);
 
   struct Place {
     std::size_t begin = std::string_view::npos;

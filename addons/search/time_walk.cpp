@@ -15,14 +15,20 @@ constexpr int64_t kNoEnd = std::numeric_limits<int64_t>::max();
 // The messages at ?1, those with ids below ?2; or the messages before ?1, those from ?2 on. ?3 is
 // the conversation. Two queries take less time for each message than one for both.
 std::string walk_query(const SearchOptions& options, bool by_index, bool at_time) {
-  const std::string time = by_index ? "sent_time" : kMessageTime;
-  std::string sql = "select id," + time + " from t_message where " + time;
-  sql += at_time ? "=?1 and id<?2" : "<?1 and " + time + ">=?2";
+  const char* const time = by_index ? "sent_time" : kMessageTime;
+  std::string sql = "select id,";
+  sql.append(time).append(" from t_message where ").append(time);
+  if (at_time) {
+    sql += "=?1 and id<?2";
+  } else {
+    sql.append("<?1 and ").append(time).append(">=?2");
+  }
   if (options.session_id) sql += " and session_id=?3";
   if (options.session_id && options.session_types.size() == 1) {
-    sql += " and session_type=" + std::to_string(options.session_types.front());
+    const int64_t type = options.session_types.front();
+    sql.append(" and session_type=").append(std::to_string(type));
   }
-  return sql + " and wanted(id) order by " + time + " desc,id desc";
+  return sql.append(" and wanted(id) order by ").append(time).append(" desc,id desc");
 }
 
 }  // namespace
