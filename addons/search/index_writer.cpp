@@ -213,7 +213,6 @@ void IndexWriter::store_shards() {
 void IndexWriter::forget_changes() {
   fingerprints_.discard();
   checksums_.discard();
-  pairs_.forget();
 }
 
 IndexChange::IndexChange(IndexWriter* index)
@@ -223,7 +222,9 @@ IndexChange::IndexChange(IndexWriter* index)
 }
 
 IndexChange::~IndexChange() {
-  if (!is_committed_) index_.forget_changes();
+  if (is_committed_) return;
+  index_.forget_changes();
+  index_.pairs_.forget();  // the numbers of new tables will be used again
 }
 
 void IndexChange::commit() {
