@@ -85,8 +85,8 @@ void IndexWriter::replace(int64_t id, std::string_view content) {
   if (shard == nullptr) index_.fail(SQLITE_CORRUPT);
   const bool is_known = fingerprints_.of(id) != kNoMessage;
   add_terms(shard->number, id, content);
-  merge_new_segments(shard->number);
   ++shard->unmerged;
+  merge_new_segments(*shard, 1);
   ++(is_known ? shard->stale : shard->messages);
   if (shard->building != 0 && id <= shard->built_to) {
     add_terms(shard->building, id, content);
@@ -152,6 +152,11 @@ void IndexWriter::add_terms(int64_t table, int64_t id, std::string_view content)
 
 void IndexWriter::merge(int64_t table, int64_t pages) {
   statements(table).merge.bind(pages).run();
+}
+
+// FTS5 takes long to find out whether there are many segments, in comparison with adding a message.
+void IndexWriter::merge_new_segments(const Shard& shard, int64_t added) {
+  if (shard.unmerged % 8 < added) merge_new_segments(shard.number);
 }
 
 // A negative number of pages begins the merge of all segments. FTS5's documentation: a merge is

@@ -58,6 +58,8 @@ class IndexWriter {
   // Each transaction that adds terms to a table adds a segment. If there are many of them, this
   // merges a part. For tables that get short transactions.
   void merge_new_segments(int64_t table) { merge(table, kMergedPages); }
+  // The same, once for each 8 messages. `added` were added to the shard in this transaction.
+  void merge_new_segments(const Shard& shard, int64_t added);
   // One step of merging all segments of a table. `is_begun`: it is not the first one. False if
   // nothing was left to do.
   bool merge_all_segments(int64_t table, bool is_begun);

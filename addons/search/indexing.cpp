@@ -142,7 +142,7 @@ bool Indexing::index_batch(const TimeBudget& budget, SearchWork* work) {
   rows.reset();
   if (count == 0) return true;
   const bool is_all = !has_more && count < kBatch;
-  if (is_all) index.merge_new_segments(index.shards().back().number);
+  if (is_all) index.merge_new_segments(index.shards().back(), count);
   change.commit();
   work->messages += count;
   return is_all;
