@@ -185,7 +185,10 @@ namespace {
 // How many of the shards' tables have this number.
 int64_t count_tables(const std::vector<Shard>& shards, int64_t number) {
   int64_t count = 0;
-  for (const Shard& shard : shards) count += (shard.number == number) + (shard.building == number);
+  for (const Shard& shard : shards) {
+    if (shard.number == number) ++count;
+    if (shard.building == number) ++count;
+  }
   return count;
 }
 

@@ -46,8 +46,8 @@ struct Shard {
 
   // The columns of its row in the table `shard`.
   std::array<int64_t, 9> values() const {
-    return {first_id,   number,   messages, stale,      unmerged,
-            is_merging, building, built_to, stale_built};
+    return {first_id,           number,   messages, stale,      unmerged,
+            is_merging ? 1 : 0, building, built_to, stale_built};
   }
 };
 

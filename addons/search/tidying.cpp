@@ -54,10 +54,7 @@ bool release_pages(const Connection& index) {
 }  // namespace
 
 bool needs_merge(const std::vector<Shard>& shards) {
-  for (const Shard& shard : shards) {
-    if (is_due(shard)) return true;
-  }
-  return false;
+  return std::any_of(shards.begin(), shards.end(), is_due);
 }
 
 bool merge_full_shard(IndexWriter* index) {
