@@ -47,7 +47,9 @@ Candidates::Candidates(const Connection* index, PairTable* pairs, const Query& q
   Statement shards(*index, kShardQuery);
   shards_ = read_shards(&shards);
   if (shards_.empty() && state_.highest > 0) index->fail(SQLITE_CORRUPT);
-  if (!shards_.empty()) has_prefix_ = match_of(shards_.size() - 1).has_prefix;
+  for (std::size_t i = 0; i < shards_.size(); ++i) {
+    has_prefix_ = has_prefix_ || match_of(i).has_prefix;
+  }
 }
 
 // Shards that have tokens for the same pairs are asked for the same tokens.
@@ -178,7 +180,7 @@ std::size_t Candidates::estimated() {
   const std::size_t found = read(shard, begin, end_of(shard), kNoLimit)->ids.size();
   const int64_t looked_at =
       std::max<int64_t>(1, std::min(shards_[shard].messages, last - begin + 1));
-  return found * static_cast<std::size_t>(messages()) / static_cast<std::size_t>(looked_at);
+  return static_cast<std::size_t>(static_cast<int64_t>(found) * messages() / looked_at);
 }
 
 // Makes each shard one range. That of a prefix is read to its end, because reading less of it does

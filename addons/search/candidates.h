@@ -32,8 +32,8 @@ class Candidates {
   // for the whole table.
   bool has_prefix() const { return has_prefix_; }
 
-  // Whether the message may match the query. Among ids that were not read yet, the first questions
-  // are answered with true, because looking at a few messages takes less time than reading.
+  // Whether the message may match the query. The first questions about unread ids return
+  // true: looking at a few messages is faster than reading the index.
   bool may_match(int64_t id);
 
   // Adds the ids from `first` to `last` of messages that may match. False if there are more than

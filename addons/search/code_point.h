@@ -16,7 +16,7 @@ enum class Kind : uint8_t {
   kSeparator,
   kWord,      // letters and numbers of scripts with spaces between words
   kUnspaced,  // characters that are searched one by one: of scripts without spaces, and symbols
-  kMark,      // belongs to the word before it; says nothing elsewhere
+  kMark,      // belongs to the word before it; ignored elsewhere
 };
 
 // Properties of a code point, packed into 32 bits.

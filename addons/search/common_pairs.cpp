@@ -9,13 +9,14 @@ namespace Corvan::search {
 
 namespace {
 
-constexpr int64_t kWhole = 65'536;  // shares are counted in messages of so many
+constexpr int64_t kWhole = 65'536;  // shares are parts of so many
 // Two words are a pair if so many messages, and so large a part of all, would have both by chance.
 constexpr int64_t kLeastMessages = 200;
 constexpr int64_t kLeastShare = kWhole / 1000;
-// A pair is an exception if at least one of so many of these messages has it,
+// A pair is an exception if at least one in kFrequent of these messages has it, and at least
+// kFrequentInSample messages of the sample.
 constexpr int64_t kFrequent = 5;
-constexpr int64_t kFrequentInSample = 3;  // and at least so many messages of the sample
+constexpr int64_t kFrequentInSample = 3;
 constexpr int64_t kLeastTexts = 128;
 
 // The share of the messages that have two words with these shares, by chance.
@@ -106,6 +107,7 @@ CommonPairs::CommonPairs(const PairLists& lists)
   while (places < 2 * lists.words.size()) places *= 2;
   words_.resize(places);
   for (const HashedShare& word : lists.words) {
+    if (word.share < 1 || word.share > kWhole) continue;
     std::size_t place = place_of(word.hash);
     while (words_[place].share != 0) place = place_of(place + 1);
     words_[place] = word;

@@ -13,7 +13,7 @@
 
 namespace Corvan::search {
 
-// A word or a pair, and a share of the messages, counted in messages of 65,536.
+// A word or a pair, and a share of the messages in 65,536ths.
 struct HashedShare {
   uint64_t hash = 0;
   int64_t share = 0;
@@ -34,8 +34,8 @@ PairLists count_pairs(const std::vector<std::string>& folded, int64_t messages);
 
 // Two common words are together in many messages, but often follow each other in few. The index has
 // no positions, so a search for the phrase would look at all these messages. Therefore such pairs
-// are tokens, too (common grams). A pair that is itself common in the messages with both words is
-// none: there, a page is soon full.
+// are tokens, too (common grams). A pair that many of these messages have gets no token: a search
+// for it fills its page soon.
 class CommonPairs {
  public:
   explicit CommonPairs(const PairLists& lists);

@@ -15,14 +15,14 @@ constexpr int64_t kNear = 4096;
 
 // Looking at a candidate takes as long as reading so many messages of a block, or passing so many
 // of a conversation.
-constexpr std::size_t kReadMessages = 80;
+constexpr int64_t kReadMessages = 80;
 constexpr std::size_t kPassedMessages = 15;
 
 constexpr TimeBudget::Duration kTimeOfCandidate{4};  // at most, usually
-constexpr std::size_t kFew = 200;                    // candidates that are always looked at
-constexpr std::size_t kMost = 2500;      // candidates that are looked at in the order of ids
+constexpr int64_t kFew = 200;                        // candidates that are always looked at
+constexpr int64_t kMost = 2500;          // candidates that are looked at in the order of ids
 constexpr std::size_t kFewInBlock = 48;  // candidates that are looked at one by one
-constexpr std::size_t kFalse = 8;        // candidates of a phrase for each hit, as a guess
+constexpr int64_t kFalse = 8;            // candidates of a phrase for each hit, as a guess
 
 constexpr int64_t kOldest = std::numeric_limits<int64_t>::min();
 
@@ -80,16 +80,14 @@ bool Finding::add_few(std::vector<int64_t>* ids) {
 
 std::size_t Finding::affordable_candidates() {
   const auto in_time = page_.budget().left() / kTimeOfCandidate;
-  if (in_time < static_cast<int64_t>(kMost)) return static_cast<std::size_t>(in_time);
-  if (!has_time_order_) return kMost;
-  const auto messages = static_cast<std::size_t>(candidates_.messages());
-  const std::size_t candidates = std::max<std::size_t>(candidates_.estimate(), 1);
-  std::size_t needed = page_.missing() * (messages / candidates);
+  if (in_time < kMost) return static_cast<std::size_t>(in_time);
+  if (!has_time_order_) return static_cast<std::size_t>(kMost);
+  const int64_t messages = candidates_.messages();
+  const auto candidates = static_cast<int64_t>(std::max<std::size_t>(candidates_.estimate(), 1));
+  int64_t needed = static_cast<int64_t>(page_.missing()) * (messages / candidates);
   if (query_.has_phrase() || check_.has_filter()) needed *= kFalse;
-  needed = std::min(needed, messages);
-  const auto known = static_cast<std::size_t>(store_.time_blocks().messages());
-  const std::size_t unread = needed > known ? needed - known : 0;
-  return std::clamp(unread / kReadMessages, kFew, kMost);
+  const int64_t unread = std::min(needed, messages) - store_.time_blocks().messages();
+  return static_cast<std::size_t>(std::clamp(unread / kReadMessages, kFew, kMost));
 }
 
 // False if there are too many.
@@ -97,9 +95,9 @@ bool Finding::add_unindexed(std::vector<int64_t>* ids) {
   Statement rows(store_.connection(),
                  "select id from t_message where id>?1 union all "
                  "select id from t_message where id<1 limit ?2");
-  rows.bind(candidates_.highest(), static_cast<int64_t>(kFew));
+  rows.bind(candidates_.highest(), kFew);
   while (rows.row()) ids->push_back(rows.integer(0));
-  return ids->size() < kFew;
+  return ids->size() < static_cast<std::size_t>(kFew);
 }
 
 void Finding::look_at(const std::vector<int64_t>& ids) {
@@ -125,10 +123,20 @@ void Finding::search_blocks() {
   }
 }
 
-// Lists of the index were read. For a prefix that takes long, and the next call reads them again.
-// So this call gets the same time to use them.
+// Merging the lists of a prefix takes long, and the next call must do it again. So this call may
+// use them for as long as the merge took.
 void Finding::extend_time(TimeBudget::Clock::time_point begin) {
   if (candidates_.has_prefix()) page_.extend_time(TimeBudget::Clock::now() - begin);
+}
+
+// Goes through the messages of a block. False if the search ends here. SQLite cannot seek by time
+// in a conversation of several kinds: there, all blocks take as long as one.
+bool Finding::walk_through(const TimeBlock& block) {
+  if (!options_.session_id || options_.session_types.size() == 1) {
+    return walk_.pass_down_to(block.oldest);
+  }
+  walk_.pass_down_to(kOldest);
+  return false;
 }
 
 // False if the search ends here.
@@ -139,7 +147,7 @@ bool Finding::search_block(const TimeBlock& block) {
       candidates_.add_between(block.smallest_id, block.largest_id, kFewInBlock, &ids);
   extend_time(begin);
   if (!has_few) {
-    if (!walk_.pass_down_to(block.oldest)) return false;
+    if (!walk_through(block)) return false;
   } else {
     std::vector<SearchPlace> hits;
     for (const int64_t id : ids) {

@@ -18,14 +18,17 @@
 
 namespace Corvan::search {
 
-// The order of the results is that of the store's times. The index knows no times, since the store
-// changes them without telling. So:
+// The order of the results is that of the store's times. The index knows no times, because the
+// store can change them and the index is not told. So:
 // 1. The newest messages of the store are read in their order, and those that the index proposes
 //    are looked at.
 // 2. If the index proposes few messages in all, they are sorted by time and looked at in that
 //    order.
 // 3. Otherwise, the rest of the store is searched block by block in the order of time. With many
 //    candidates, a page is soon full.
+// The walk of 1. goes on first if the page will soon be full, or in a conversation, which may have
+// few messages. A store without an index by time is walked to its end. Messages that are not
+// indexed count as candidates.
 class Finding {
  public:
   Finding(StoreReader* store, Candidates* candidates, const Query& query,
@@ -42,6 +45,7 @@ class Finding {
   bool add_unindexed(std::vector<int64_t>* ids);
   void look_at(const std::vector<int64_t>& ids);
   void search_blocks();
+  bool walk_through(const TimeBlock& block);
   bool search_block(const TimeBlock& block);
   bool add_hits(std::vector<SearchPlace>* hits);
 

@@ -168,6 +168,17 @@ bool delete_index(const std::string& file, const IndexCloser& close_others) {
 const char* const kStateQuery =
     "select highest,swept_to,verified_to,is_swept,next_number from state";
 
+namespace {
+
+// Calculations with the numbers of a damaged file must not overflow.
+void require_between(int64_t number, int64_t smallest, int64_t largest) {
+  if (number < smallest || number > largest) {
+    fail_index(SQLITE_CORRUPT, {"there are impossible numbers"});
+  }
+}
+
+}  // namespace
+
 State read_state(Statement* rows) {
   if (!rows->bind().row()) fail_index(SQLITE_CORRUPT, {"no state"});
   State state;
@@ -177,6 +188,8 @@ State read_state(Statement* rows) {
   state.is_swept = rows->integer(3) != 0;
   state.next_number = rows->integer(4);
   rows->reset();
+  require_between(state.highest, 0, kLastId);
+  require_between(state.swept_to, 0, kLastId);
   return state;
 }
 
@@ -194,8 +207,12 @@ int64_t count_tables(const std::vector<Shard>& shards, int64_t number) {
 
 // No checksum says which shard a table belongs to, and in which order the shards are.
 void require_order(const std::vector<Shard>& shards) {
+  constexpr int64_t kManyMessages = int64_t{1} << 32;
   const Shard* last = nullptr;
   for (const Shard& shard : shards) {
+    require_between(shard.first_id, 1, kLastId);
+    require_between(shard.messages, 0, kManyMessages);
+    require_between(shard.built_to, 0, kLastId);
     if (last != nullptr && shard.first_id <= last->first_id) {
       fail_index(SQLITE_CORRUPT, {"the shards are out of order"});
     }

@@ -18,6 +18,9 @@
 
 namespace Corvan::search {
 
+// Larger ids, which no store gives, are never indexed.
+constexpr int64_t kLastId = int64_t{1} << 62;
+
 // At most so many messages have their terms in one table.
 constexpr int64_t kShardSize = 131072;
 

@@ -8,8 +8,6 @@ namespace Corvan::search {
 
 namespace {
 
-// Larger ids, which no store gives, are never indexed.
-constexpr int64_t kLastId = int64_t{1} << 62;
 constexpr int64_t kBatch = 8192;
 // Between two looks at the clock. A message without content takes as long as so many bytes.
 constexpr std::size_t kBytesBetweenLooks = 4096;

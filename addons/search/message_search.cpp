@@ -47,8 +47,8 @@ std::string file_in(const cvrtc::Pathname& folder, const char* name) {
   return folder.folder() + name;
 }
 
-// An index is not used before it was compared with the store. Another thread may be writing it, and
-// do so.
+// An index is not used before it was compared with the store. Another thread may be comparing it
+// already.
 void wait_until_open(Indexing* indexing) {
   while (!indexing->is_open()) {
     const std::unique_lock<std::mutex> lock(indexing->mutex(), std::try_to_lock);

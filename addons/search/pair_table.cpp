@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "addons/search/hashing.h"
+#include "addons/search/index_file.h"
 
 namespace Corvan::search {
 
@@ -35,10 +36,12 @@ const CommonPairs& PairTable::of(int64_t number) {
     if (table == number) return pairs;
   }
   Statement row(index_, "select least,words,exceptions,hash from pair where number=?");
-  if (!row.bind(number).row()) index_.fail(SQLITE_CORRUPT);
+  if (!row.bind(number).row())
+    fail_index(SQLITE_CORRUPT, {index_.file(), ": the pairs of words are damaged"});
   const PairLists lists = {row.integer(0), list_of<HashedShare>(row.blob(1)),
                            list_of<uint64_t>(row.blob(2))};
-  if (row.integer(3) != row_hash(number, lists)) index_.fail(SQLITE_CORRUPT);
+  if (row.integer(3) != row_hash(number, lists))
+    fail_index(SQLITE_CORRUPT, {index_.file(), ": the pairs of words are damaged"});
   return pairs_.emplace_back(number, lists).second;
 }
 

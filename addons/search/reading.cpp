@@ -17,8 +17,9 @@ void Reading::open() {
   if (index_ != nullptr && identity == identity_) return;
   close();
   if (!identity) return;
-  index_ = open_index_for_reading(index_file_);
-  if (index_ != nullptr) pairs_ = std::make_unique<PairTable>(*index_);
+  auto index = open_index_for_reading(index_file_);
+  if (index != nullptr) pairs_ = std::make_unique<PairTable>(*index);
+  index_ = std::move(index);
   identity_ = identity;
 }
 

@@ -26,13 +26,13 @@ class ResultPage {
 
   // All hits before this place are on this page or on earlier ones.
   const std::optional<SearchPlace>& reached() const { return reached_; }
-  // Where the search goes on: the largest place that a message which is still wanted may have.
+  // The newest place that a message still to be found can have.
   SearchPlace begin() const;
   // Whether a message here is still wanted.
   bool admits(const SearchPlace& place) const;
 
   std::size_t hits() const { return results_.hits.size(); }
-  // So many hits end the search: one more than the page has room for.
+  // The number of hits that ends the search: one more than the page has room for.
   std::size_t missing() const {
     return static_cast<std::size_t>(options_.limit) + 1 - results_.hits.size();
   }

@@ -39,7 +39,7 @@ StoreReader::StoreReader(const std::string& file)
       messages_(ready(connection_),
                 "select id,content from t_message where id between ? and ? order by id limit ?"),
       sample_(connection_,
-              "select substr(content,1,1024) from t_message where id between ? and ? limit ?"),
+              "select substr(content,1,256) from t_message where id between ? and ? limit ?"),
       content_(connection_, "select content from t_message where id=?"),
       newest_id_(connection_, newest_id_query(connection_)),
       has_odd_time_(connection_, kOddTimeQuery),
@@ -77,9 +77,10 @@ std::vector<std::string> StoreReader::sample(int64_t first, int64_t ids) {
   constexpr int64_t kPlaces = 8;
   constexpr int64_t kMessages = 512;  // at each place
   std::vector<std::string> texts;
+  ids = std::min(ids, newest_id() - first + 1);
   for (int64_t place = 0; place < kPlaces; ++place) {
-    const int64_t begin = first + place * (ids / kPlaces);
-    sample_.bind(begin, begin + ids / kPlaces - 1, kMessages);
+    const int64_t begin = first + place * ids / kPlaces;
+    sample_.bind(begin, first + (place + 1) * ids / kPlaces - 1, kMessages);
     while (sample_.row()) texts.push_back(FoldedText(sample_.text(0)).text());
   }
   return texts;

@@ -17,11 +17,11 @@ std::string oldest_query() {
        std::to_string(TimeBlocks::kMessages - 1)});
 }
 
-// The plus keeps SQLite from reading the table by ids. Without messages, the ids are the largest
-// and the smallest number.
+// One more at each end: times can be fractions, and integer() cuts them. The plus keeps SQLite from
+// reading the table by ids. Without messages, the ids are the largest and the smallest number.
 constexpr const char* kIdsQuery =
     "select coalesce(min(+id),9223372036854775807),coalesce(max(+id),-9223372036854775808) "
-    "from t_message where sent_time between ? and ?";
+    "from t_message where sent_time between ?-1 and ?+1";
 
 }  // namespace
 

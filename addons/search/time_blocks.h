@@ -14,8 +14,7 @@ namespace Corvan::search {
 struct TimeBlock {
   int64_t oldest = 0;
   int64_t newest = 0;
-  // None of them has an id outside these. If there are no messages, the smallest id is the larger
-  // one.
+  // None of them has an id outside these. An empty block has smallest_id > largest_id.
   int64_t smallest_id = 0;
   int64_t largest_id = 0;
 };
@@ -36,7 +35,7 @@ class TimeBlocks {
   // time. The one with the oldest messages reaches to the smallest time that there is.
   const TimeBlock& at(int64_t time);
 
-  // About how many messages are in the blocks that were read.
+  // At least about how many messages are in the blocks that were read.
   int64_t messages() const { return static_cast<int64_t>(blocks_.size()) * kMessages; }
 
   static constexpr int64_t kMessages = 1024;

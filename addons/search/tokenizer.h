@@ -15,7 +15,7 @@ constexpr const char* kTokenizer = "corvan";
 
 // Makes the tokenizer known to this connection; the last call counts. Texts get the tokens of the
 // pairs at `*pairs`, too, unless one of the pointers is null. `pairs` must stay valid until the
-// connection is closed. Returns SQLite's result code; SQLITE_ERROR if SQLite has no FTS5.
+// last text is added. Returns SQLite's result code; SQLITE_ERROR if SQLite has no FTS5.
 int register_tokenizer(sqlite3* connection, const CommonPairs* const* pairs = nullptr);
 
 // Names the rules of the tokenizer and the Unicode data that it uses. An index with another version
