@@ -1,5 +1,7 @@
 #include "addons/search/index_file.h"
 
+#include "addons/search/hashing.h"
+
 #include "addons/search/platform.h"
 #include "addons/search/tokenizer.h"
 
@@ -23,7 +25,7 @@ constexpr const char* kSchema =
     "verified_to integer,is_swept integer,next_number integer);"
     "create table shard(first_id integer primary key,number integer,messages integer,"
     "stale integer,unmerged integer,is_merging integer,building integer,built_to integer,"
-    "stale_built integer);"
+    "stale_built integer,hash integer);"
     "create table fingerprint(first_id integer primary key,hashes blob);"
     "create table pair(number integer primary key,least integer,words blob,exceptions blob,hash integer);"
     "create table checksum(number integer,id integer,hash integer,"
@@ -226,9 +228,21 @@ void require_order(const std::vector<Shard>& shards) {
 
 }  // namespace
 
+std::array<int64_t, 10> Shard::row() const {
+  std::array<int64_t, 10> row{};
+  uint64_t hash = 0;
+  std::size_t i = 0;
+  for (const int64_t value : values()) {
+    row[i++] = value;
+    hash = mixed(hash, static_cast<uint64_t>(value)) + 1;
+  }
+  row[i] = static_cast<int64_t>(hash);
+  return row;
+}
+
 const char* const kShardQuery =
-    "select first_id,number,messages,stale,unmerged,is_merging,building,built_to,stale_built "
-    "from shard order by first_id";
+    "select first_id,number,messages,stale,unmerged,is_merging,building,built_to,stale_built,"
+    "hash from shard order by first_id";
 
 std::vector<Shard> read_shards(Statement* rows) {
   std::vector<Shard> shards;
@@ -236,6 +250,9 @@ std::vector<Shard> read_shards(Statement* rows) {
     const Shard shard{rows->integer(0), rows->integer(1), rows->integer(2),
                       rows->integer(3), rows->integer(4), rows->integer(5) != 0,
                       rows->integer(6), rows->integer(7), rows->integer(8)};
+    if (rows->integer(9) != shard.row().back()) {
+      fail_index(SQLITE_CORRUPT, {"a shard is damaged"});
+    }
     shards.push_back(shard);
   }
   require_order(shards);

@@ -47,11 +47,13 @@ struct Shard {
   int64_t built_to = 0;     // that table has the messages up to this id
   int64_t stale_built = 0;  // messages that it had with another content
 
-  // The columns of its row in the table `shard`.
+  // What it consists of.
   std::array<int64_t, 9> values() const {
     return {first_id,           number,   messages, stale,      unmerged,
             is_merging ? 1 : 0, building, built_to, stale_built};
   }
+  // Its row in the table `shard`: the values, and their hash.
+  std::array<int64_t, 10> row() const;
 };
 
 std::string shard_table(int64_t number);

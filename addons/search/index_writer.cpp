@@ -39,7 +39,7 @@ IndexWriter::IndexWriter(const Connection& index, PairSource find_pairs)
       shard_rows_(index, kShardQuery),
       store_state_(index,
                    "update state set highest=?,swept_to=?,verified_to=?,is_swept=?,next_number=?"),
-      store_shard_(index, "insert or replace into shard values(?,?,?,?,?,?,?,?,?)"),
+      store_shard_(index, "insert or replace into shard values(?,?,?,?,?,?,?,?,?,?)"),
       fingerprints_(index),
       checksums_(index),
       find_pairs_(std::move(find_pairs)),
@@ -210,7 +210,7 @@ void IndexWriter::store_shards() {
   for (std::size_t i = 0; i < shards_.size(); ++i) {
     const auto values = shards_[i].values();
     if (i < stored_shards_.size() && stored_shards_[i].values() == values) continue;
-    store_shard_.bind(values).run();
+    store_shard_.bind(shards_[i].row()).run();
   }
   stored_shards_ = shards_;
 }

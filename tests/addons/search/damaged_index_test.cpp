@@ -124,6 +124,23 @@ TEST_F(SearchDamage, TwoShardsWithOneTable) {
   EXPECT_EQ(recovers(), "");
 }
 
+TEST_F(SearchDamage, NumbersOfAShard) {
+  truth_ = truth();
+  for (const std::string column : {"first_id", "number", "messages", "stale", "unmerged",
+                                   "building", "built_to", "stale_built", "hash"}) {
+    for (const char* const change : {"+1", "-5", "+2048"}) {
+      restore();
+      plant(index(), "update shard set " + column + "=" + column + change);
+      {
+        MessageSearch search(path());
+        ASSERT_EQ(search.open(), SearchStatus::kOk);
+        EXPECT_EQ(search.progress().indexed, 0) << column << change << ": not noticed";
+      }
+      EXPECT_EQ(recovers(), "") << column << change;
+    }
+  }
+}
+
 // Only find() looks at the tables.
 TEST_F(SearchDamage, ShardWithoutTable) {
   truth_ = truth();
