@@ -131,8 +131,9 @@ TEST_F(SearchDamagedOrder, NoAutoVacuum) {
 }
 
 TEST_F(SearchDamagedOrder, TwoPartsWithOneTable) {
-  plant(index(),
-        "insert into shard select 900,number,messages,0,0,0,0,0,0,hash from shard where first_id=1");
+  plant(
+      index(),
+      "insert into shard select 900,number,messages,0,0,0,0,0,0,hash from shard where first_id=1");
   EXPECT_TRUE(is_made_again());
   expect_recovery();
 }
